@@ -1,0 +1,15 @@
+// Checks for programming errors. What a network, a cable or an operator can cause is never one.
+#pragma once
+
+namespace Kel {
+
+// Prints "file:line: Assertion failed: text" to standard error and the system log, then aborts.
+[[noreturn]] void assertionFailed(char const* file, int line, char const* text);
+
+}  // namespace Kel
+
+#define KEL_ASSERT(condition, text)                               \
+  do {                                                            \
+    if (!(condition)) [[unlikely]]                                \
+      ::Kel::assertionFailed(__FILE__, __LINE__, text);           \
+  } while (false)

@@ -1,0 +1,163 @@
+#include "platform/kel/Loop.h"
+
+#include <csignal>
+#include <cmath>
+#include <ctime>
+
+#include "platform/kel/ActivityManager.h"
+#include "platform/kel/Assert.h"
+#include "platform/kel/Clock.h"
+
+namespace Kel {
+
+namespace {
+
+// sd-event lets timers slip by 250 ms unless told otherwise.
+constexpr std::uint64_t timerAccuracyMicroseconds = 1000;
+
+Seconds read(clockid_t clock) {
+  timespec time{};
+  clock_gettime(clock, &time);
+  return static_cast<Seconds>(time.tv_sec) + static_cast<Seconds>(time.tv_nsec) * 1e-9;
+}
+
+Clock const& clock() { return *activityManager()->config()->clock(); }
+
+void block(int signal) {
+  sigset_t set;
+  sigemptyset(&set);
+  sigaddset(&set, signal);
+  pthread_sigmask(SIG_BLOCK, &set, nullptr);
+}
+
+int onTimer(sd_event_source*, std::uint64_t, void*) {
+  clock().fire(now());
+  return 0;
+}
+
+int onSignalSource(sd_event_source*, signalfd_siginfo const*, void* handler) {
+  (*static_cast<std::function<void()>*>(handler))();
+  return 0;
+}
+
+}  // namespace
+
+Seconds now() { return Loop::instance().now(); }
+
+Loop& Loop::instance() {
+  static Loop loop;
+  return loop;
+}
+
+Loop::Loop() : wallAtStart_(read(CLOCK_REALTIME)), monotonicAtStart_(read(CLOCK_MONOTONIC)) {
+  block(SIGCHLD);
+  [[maybe_unused]] int const created = sd_event_new(&event_);
+  KEL_ASSERT(created >= 0, "sd_event_new");
+  int const added =
+      sd_event_add_time(event_, &timer_, CLOCK_MONOTONIC, UINT64_MAX, timerAccuracyMicroseconds, onTimer, nullptr);
+  KEL_ASSERT(added >= 0, "sd_event_add_time");
+  sd_event_source_set_enabled(timer_, SD_EVENT_OFF);
+}
+
+Loop::~Loop() {
+  sd_event_source_unref(timer_);
+  sd_event_unref(event_);
+}
+
+Seconds Loop::now() const {
+  return simulated_ ? simulatedNow_ : wallAtStart_ + (read(CLOCK_MONOTONIC) - monotonicAtStart_);
+}
+
+void Loop::arm() {
+  Seconds const next = clock().nextTime();
+  if (next == armedFor_) return;
+  armedFor_ = next;
+  if (next == never) {
+    sd_event_source_set_enabled(timer_, SD_EVENT_OFF);
+    return;
+  }
+  Seconds const monotonic = std::max(next - wallAtStart_ + monotonicAtStart_, 0.0);
+  // Rounded up, so that the time has come when the timer fires.
+  sd_event_source_set_time(timer_, static_cast<std::uint64_t>(std::ceil(monotonic * 1e6)) + 1);
+  sd_event_source_set_enabled(timer_, SD_EVENT_ONESHOT);
+}
+
+int Loop::run() {
+  KEL_ASSERT(!simulated_, "!simulated()");
+  while (sd_event_get_state(event_) != SD_EVENT_FINISHED) {
+    arm();
+    int const ran = sd_event_run(event_, UINT64_MAX);
+    KEL_ASSERT(ran >= 0, "sd_event_run");
+    // A one-shot source is off once it has fired.
+    int enabled = SD_EVENT_OFF;
+    sd_event_source_get_enabled(timer_, &enabled);
+    if (enabled == SD_EVENT_OFF) armedFor_ = never;
+  }
+  int code = 0;
+  sd_event_get_exit_code(event_, &code);
+  return code;
+}
+
+void Loop::stop(int code) { sd_event_exit(event_, code); }
+
+void Loop::onSignal(int signal, std::function<void()> handler) {
+  block(signal);
+  // The source floats: it belongs to the loop, and so does the handler.
+  auto* owned = new std::function<void()>(std::move(handler));
+  sd_event_source* source = nullptr;
+  int const added = sd_event_add_signal(event_, &source, signal, onSignalSource, owned);
+  KEL_ASSERT(added >= 0, "sd_event_add_signal");
+  sd_event_source_set_destroy_callback(
+      source, [](void* data) { delete static_cast<std::function<void()>*>(data); });
+  sd_event_source_set_floating(source, 1);
+  sd_event_source_unref(source);
+}
+
+void Loop::watchdogIs(bool on) { sd_event_set_watchdog(event_, on ? 1 : 0); }
+
+void Loop::simulate(Seconds start) {
+  sd_event_source_set_enabled(timer_, SD_EVENT_OFF);
+  armedFor_ = never;
+  simulated_ = true;
+  simulatedNow_ = start;
+}
+
+void Loop::endSimulation() { simulated_ = false; }
+
+bool Loop::drain() {
+  bool any = false;
+  while (sources_ > 0 && sd_event_run(event_, 0) > 0) any = true;
+  if (clock().nextTime() <= simulatedNow_) {
+    clock().fire(simulatedNow_);
+    any = true;
+  }
+  return any;
+}
+
+bool Loop::jump(Seconds limit) {
+  Seconds const next = clock().nextTime();
+  if (next > limit || next == never) return false;
+  simulatedNow_ = std::max(simulatedNow_, next);
+  return true;
+}
+
+void Loop::advance(Seconds duration) {
+  KEL_ASSERT(simulated_, "simulated()");
+  Seconds const end = simulatedNow_ + duration;
+  do {
+    while (drain()) {
+    }
+  } while (jump(end));
+  simulatedNow_ = end;
+}
+
+bool Loop::advanceUntil(std::function<bool()> const& done, Seconds limit) {
+  KEL_ASSERT(simulated_, "simulated()");
+  Seconds const end = simulatedNow_ + limit;
+  while (!done()) {
+    if (!drain() && !jump(end)) return false;
+  }
+  return true;
+}
+
+}  // namespace Kel

@@ -1,0 +1,113 @@
+#include "platform/kel/PosixChildRunner.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+
+#include "platform/kel/ActivityManager.h"
+#include "platform/kel/Assert.h"
+#include "platform/kel/Loop.h"
+
+namespace Kel {
+
+namespace {
+
+constexpr std::uint8_t cannotStart = 127;
+
+// Returns 0, or the error number.
+int spawn(pid_t& pid, char const* const* argv, int stdinFd, int stdoutFd, int stderrFd) {
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  int const wanted[] = {stdinFd, stdoutFd, stderrFd};
+  for (int target = 0; target < 3; ++target) {
+    if (wanted[target] >= 0) posix_spawn_file_actions_adddup2(&actions, wanted[target], target);
+  }
+  posix_spawn_file_actions_addclosefrom_np(&actions, 3);
+
+  posix_spawnattr_t attributes;
+  posix_spawnattr_init(&attributes);
+  sigset_t none;
+  sigemptyset(&none);
+  sigset_t all;
+  sigfillset(&all);
+  posix_spawnattr_setsigmask(&attributes, &none);
+  posix_spawnattr_setsigdefault(&attributes, &all);
+  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+
+  // posix_spawn does not write to argv; its type is older than const.
+  int const error =
+      posix_spawn(&pid, argv[0], &actions, &attributes, const_cast<char* const*>(argv), environ);  // NOLINT
+  posix_spawnattr_destroy(&attributes);
+  posix_spawn_file_actions_destroy(&actions);
+  return error;
+}
+
+}  // namespace
+
+PosixChildRunner::FailedStart::FailedStart(PosixChildRunner& runner, Ptr<ChildSiginfo> child)
+    : NotifieeConst(activityManager()->config()->clock()), runner_(runner), child_(std::move(child)) {
+  timeMinIs(now());
+}
+
+void PosixChildRunner::FailedStart::onTime() {
+  runner_.failed_.erase(this);
+  child_->exitedIs(cannotStart);
+}
+
+Ptr<ChildSiginfo> PosixChildRunner::run(char const* const* argv, int stdinFd, int stdoutFd, int stderrFd) {
+  pid_t pid = 0;
+  Loop& loop = Loop::instance();  // blocks SIGCHLD before the first child can end
+  if (spawn(pid, argv, stdinFd, stdoutFd, stderrFd) != 0) {
+    auto child = makePtr<ChildSiginfo>(0);
+    auto report = makePtr<FailedStart>(*this, child);
+    failed_.emplace(report.get(), report);
+    return child;
+  }
+  auto child = makePtr<ChildSiginfo>(pid);
+  sd_event_source* source = nullptr;
+  int const added = sd_event_add_child(loop.event(), &source, pid, WEXITED, onEnd, this);
+  KEL_ASSERT(added >= 0, "sd_event_add_child");
+  loop.sourceAdded();
+  running_.emplace(pid, Running{child, source});
+  return child;
+}
+
+int PosixChildRunner::onEnd(sd_event_source*, siginfo_t const* info, void* self) {
+  auto& runner = *static_cast<PosixChildRunner*>(self);
+  auto const found = runner.running_.find(info->si_pid);
+  if (found == runner.running_.end()) return 0;
+  Running const ended = found->second;
+  runner.running_.erase(found);
+  sd_event_source_disable_unref(ended.source);
+  Loop::instance().sourceRemoved();
+  if (info->si_code == CLD_EXITED) {
+    ended.child->exitedIs(static_cast<std::uint8_t>(info->si_status));
+  } else {
+    ended.child->killedIs(static_cast<std::uint8_t>(info->si_status));
+  }
+  return 0;
+}
+
+int PosixChildRunner::runAndWait(char const* path, int stdinFd, int stdoutFd, int stderrFd, int timeout) {
+  char const* const argv[] = {path, nullptr};
+  pid_t pid = 0;
+  if (spawn(pid, argv, stdinFd, stdoutFd, stderrFd) != 0) return cannotStart;
+  int const pidfd = static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
+  pollfd end{pidfd, POLLIN, 0};
+  if (pidfd < 0 || poll(&end, 1, timeout * 1000) <= 0) ::kill(pid, SIGKILL);
+  if (pidfd >= 0) close(pidfd);
+  int status = 0;
+  waitpid(pid, &status, 0);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+int PosixChildRunner::kill(pid_t pid, int signal) { return ::kill(pid, signal); }
+
+void PosixChildRunner::reap(pid_t pid) { waitpid(pid, nullptr, WNOHANG); }
+
+}  // namespace Kel
