@@ -1,0 +1,36 @@
+#include "zerotouch/agent/AgentCreator.h"
+
+#include "platform/kel/ActivityManager.h"
+#include "zerotouch/agent/ZeroTouchAgent.h"
+#include "zerotouch/sm/SmTrace.h"
+
+namespace ZeroTouch {
+
+AgentCreator::~AgentCreator() {
+  ztSmDel();
+  ztPamManDel();
+}
+
+void AgentCreator::ztPamManIs(Kel::Name name,
+                              Kel::Ptr<Interface::AllIntfStatusDir const> const& allIntfStatusDir,
+                              Kel::Ptr<Interface::AllIntfStatusLocalDir const> const& allIntfStatusLocalDir,
+                              Kel::Ptr<KernelNetInfo::Status const> const& kernelNetInfoStatus) {
+  ztPamMan_ =
+      zeroTouchPamManFactory(std::move(name), allIntfStatusDir, allIntfStatusLocalDir, kernelNetInfoStatus);
+}
+
+void AgentCreator::handleInitialized() {
+  KEL_TRACE(traceZeroTouchSm, 5, "AgentCreator::handleInitialized");
+  if (initialized()) return;
+  ztPamManIs("ztPamMan", aisd(), aisld(), kernelNetInfoStatus());
+  auto const clock = Kel::activityManager()->config()->clock();
+  auto const stateTransitionClock = Kel::activityManager()->config()->clock();
+  ztSmIs(config(), status(), dhcpStatus(), epicd(), episd(), vicd(), visd(), aisd(), elisd(),
+         entityMibStatus(), ipConfig(), l3ConfigDir(), ipStatus(), ip6Config(), ip6Status(), routingConfig(),
+         netConfig(), netStatus(), reloadConfig(), fileReplicationStatus(), sysLoggingConfig(),
+         raPacketStatus(), ztPamMan_->ethDevPamCollection(), ztPamMan_->pamDesiredIntfDir(), clock,
+         stateTransitionClock);
+  initializedIs(true);
+}
+
+}  // namespace ZeroTouch

@@ -1,0 +1,47 @@
+// The agent as the host sees it. Construction alone brings everything up.
+#pragma once
+
+#include "platform/model/agent.h"
+#include "zerotouch/intf/ZeroTouchPamMan.h"
+#include "zerotouch/sm/ZeroTouchSm.h"
+
+namespace ZeroTouch {
+
+// Owns the packet-socket manager and the state machine. The 25 handles are those of AgentCreatorModel, in its
+// order.
+class AgentCreator : public AgentCreatorModel {
+ public:
+  template <typename... Handles>
+  explicit AgentCreator(Handles const&... handles) : AgentCreatorModel(handles...) {
+    handleInitialized();
+  }
+  ~AgentCreator() override;
+
+  template <typename... Handles>
+  static Kel::Ptr<AgentCreator> AgentCreatorIs(Handles const&... handles) {
+    return Kel::makePtr<AgentCreator>(handles...);
+  }
+
+  Kel::Ptr<ZeroTouchPamMan> const& ztPamMan() const { return ztPamMan_; }
+  void ztPamManIs(Kel::Name name, Kel::Ptr<Interface::AllIntfStatusDir const> const& allIntfStatusDir,
+                  Kel::Ptr<Interface::AllIntfStatusLocalDir const> const& allIntfStatusLocalDir,
+                  Kel::Ptr<KernelNetInfo::Status const> const& kernelNetInfoStatus);
+  void ztPamManDel() { ztPamMan_ = nullptr; }
+
+  Kel::Ptr<ZeroTouchSm> const& ztSm() const { return ztSm_; }
+  // Takes what ZeroTouchSm's constructor takes.
+  template <typename... Handles>
+  void ztSmIs(Handles const&... handles) {
+    ztSm_ = Kel::makePtr<ZeroTouchSm>(handles...);
+  }
+  void ztSmDel() { ztSm_ = nullptr; }
+
+  // Does nothing the second time.
+  void handleInitialized();
+
+ private:
+  Kel::Ptr<ZeroTouchPamMan> ztPamMan_;
+  Kel::Ptr<ZeroTouchSm> ztSm_;
+};
+
+}  // namespace ZeroTouch

@@ -1,0 +1,173 @@
+#include "zerotouch/agent/Events.h"
+
+namespace ZeroTouch {
+
+namespace {
+
+constexpr std::uint32_t warning = 4;
+constexpr std::uint32_t informational = 6;
+
+// No limit on repeats.
+constexpr Kel::Seconds interval = 0.0;
+constexpr double burst = 1.0;
+constexpr std::uint32_t flags = 0;
+
+constexpr char const* dhcpv6Query =
+    "Zero Touch Provisioning is trying to discover a DHCPv6 server on the network. Zero Touch Provisioning "
+    "will only accept a DHCPv6 response with a valid DHCPv6 option 59 present. To cancel Zero Touch "
+    "Provisioning, type zerotouch cancel at the CLI.";
+
+constexpr char const* dhcpv6Failure =
+    "Zero Touch Provisioning failed to get a DHCPv6 response with a valid DHCPv6 option 59 answer from a "
+    "server on the network. Check your DHCPv6 server for proper Zero Touch Provisioning configuration. To "
+    "cancel Zero Touch Provisioning, type zerotouch cancel at the CLI.";
+
+constexpr char const* dhcpv6Success =
+    "Zero Touch Provisioning successfully received a DHCPv6 response with a valid DHCPv6 option 59 present "
+    "from a server on the network.";
+
+constexpr char const* scriptAdvice =
+    "Check the config script for any errors. If the problem persists, contact your support representative. "
+    "Otherwise, no action is required.";
+
+}  // namespace
+
+Kel::LogHandle ZTP_INIT(
+    "ZTP_INIT", informational, "No startup-config found, starting Zero Touch Provisioning",
+    "No startup-config was found on flash, the system has entered Zero Touch Provisioning mode and is "
+    "actively trying to download the startup-config from a remote system. To cancel Zero Touch "
+    "Provisioning, type zerotouch cancel at the CLI.",
+    Kel::NoActionRequired, interval, burst, flags);
+
+Kel::LogHandle ZTP_DHCPv4_QUERY(
+    "ZTP_DHCPv4_QUERY", informational, "Sending DHCPv4 request on %s",
+    "Zero Touch Provisioning is trying to discover a DHCPv4 server on the network. Zero Touch Provisioning "
+    "will only accept a DHCPv4 response with a valid DHCPv4 option 67 present. To cancel Zero Touch "
+    "Provisioning, type zerotouch cancel at the CLI.",
+    Kel::NoActionRequired, interval, burst, flags);
+
+Kel::LogHandle ZTP_DHCPv6_QUERY("ZTP_DHCPv6_QUERY", informational, "Sending DHCPv6 request on %s",
+                                dhcpv6Query, Kel::NoActionRequired, interval, burst, flags);
+
+Kel::LogHandle ZTP_STATELESS_DHCPv6_QUERY("ZTP_STATELESS_DHCPv6_QUERY", informational,
+                                          "Sending stateless DHCPv6 request on %s", dhcpv6Query,
+                                          Kel::NoActionRequired, interval, burst, flags);
+
+Kel::LogHandle ZTP_DHCPv4_QUERY_FAIL(
+    "ZTP_DHCPv4_QUERY_FAIL", warning, "Failed to get a valid DHCPv4 response",
+    "Zero Touch Provisioning failed to get a DHCPv4 response with a valid DHCPv4 option 67 answer from a "
+    "server on the network. Check your DHCPv4 server for proper Zero Touch Provisioning configuration. To "
+    "cancel Zero Touch Provisioning, type zerotouch cancel at the CLI.",
+    Kel::NoActionRequired, interval, burst, flags);
+
+Kel::LogHandle ZTP_DHCPv6_QUERY_FAIL("ZTP_DHCPv6_QUERY_FAIL", warning,
+                                     "Failed to get a valid DHCPv6 response", dhcpv6Failure,
+                                     Kel::NoActionRequired, interval, burst, flags);
+
+Kel::LogHandle ZTP_STATELESS_DHCPv6_QUERY_FAIL(
+    "ZTP_STATELESS_DHCPv6_QUERY_FAIL", warning,
+    "Failed to get a valid stateless configuration parameters over DHCPv6 response", dhcpv6Failure,
+    Kel::NoActionRequired, interval, burst, flags);
+
+Kel::LogHandle ZTP_DHCPv4_SUCCESS(
+    "ZTP_DHCPv4_SUCCESS", informational, "DHCPv4 response received on %s",
+    "Zero Touch Provisioning successfully received a DHCPv4 response with a valid DHCPv4 option 67 present "
+    "from a server on the network.",
+    Kel::NoActionRequired, interval, burst, flags);
+
+Kel::LogHandle ZTP_DHCPv6_SUCCESS("ZTP_DHCPv6_SUCCESS", informational, "DHCPv6 response received on %s",
+                                  dhcpv6Success, Kel::NoActionRequired, interval, burst, flags);
+
+Kel::LogHandle ZTP_STATELESS_DHCPv6_SUCCESS(
+    "ZTP_STATELESS_DHCPv6_SUCCESS", informational,
+    "DHCPv6 response with stateless configuration parameters received on %s", dhcpv6Success,
+    Kel::NoActionRequired, interval, burst, flags);
+
+Kel::LogHandle ZTP_CONFIG_DOWNLOAD(
+    "ZTP_CONFIG_DOWNLOAD", informational, "Attempting to download the startup-config from %s",
+    "Zero Touch Provisioning is attempting to download the startup-config or a config script from the URL "
+    "specified in the received DHCP response. To cancel Zero Touch Provisioning, type zerotouch cancel at "
+    "the CLI.",
+    Kel::NoActionRequired, interval, burst, flags);
+
+Kel::LogHandle ZTP_CONFIG_DOWNLOAD_FAIL(
+    "ZTP_CONFIG_DOWNLOAD_FAIL", warning, "Failed to download the startup-config from %s. Error: %s",
+    "Zero Touch Provisioning failed to download the startup-config or a config script from the URL "
+    "specified in the received DHCP response.Check the URL specified in the DHCP response. To cancel Zero "
+    "Touch Provisioning, type zerotouch cancel at the CLI.",
+    Kel::CallSupportIfPersists, interval, burst, flags);
+
+Kel::LogHandle ZTP_CONFIG_DOWNLOAD_TIMEOUT(
+    "ZTP_CONFIG_DOWNLOAD_TIMEOUT", warning,
+    "Timed out trying to download the startup-config or a config script from %s after %u seconds",
+    "Zero Touch Provisioning timed out trying to download the startup-config or a config script from the "
+    "URL specified in the received DHCP response. To cancel Zero Touch Provisioning, type zerotouch cancel "
+    "at the CLI.",
+    Kel::CallSupportIfPersists, interval, burst, flags);
+
+Kel::LogHandle ZTP_CONFIG_DOWNLOAD_SUCCESS(
+    "ZTP_CONFIG_DOWNLOAD_SUCCESS", informational, "Successfully downloaded %s from %s",
+    "Zero Touch Provisioning successfully downloaded the startup-config or a config script from the URL "
+    "specified in the received DHCP response.",
+    Kel::NoActionRequired, interval, burst, flags);
+
+Kel::LogHandle ZTP_EXEC_SCRIPT("ZTP_EXEC_SCRIPT", informational, "Executing the downloaded config script",
+                               "Zero Touch Provisioning is executing the downloaded config script.",
+                               Kel::NoActionRequired, interval, burst, flags);
+
+Kel::LogHandle ZTP_EXEC_SCRIPT_TIMEOUT(
+    "ZTP_EXEC_SCRIPT_TIMEOUT", warning, "Timed out executing the downloaded config script after %u seconds",
+    "Zero Touch Provisioning timed out after waiting long enough for the downloaded config script to "
+    "complete execution. This usually indicates a problem with the config script.",
+    scriptAdvice, interval, burst, flags);
+
+Kel::LogHandle ZTP_STARTUP_FILE_SYNC_TIMEOUT("ZTP_STARTUP_FILE_SYNC_TIMEOUT", informational,
+                                             "Waiting on File Replicator to synchronize the startup-config ",
+                                             "with the Standby.", Kel::NoActionRequired, interval, burst,
+                                             flags);
+
+Kel::LogHandle ZTP_STARTUP_FILE_SYNC_FAIL("ZTP_STARTUP_FILE_SYNC_FAIL", informational,
+                                          "Failed to Synchronize the startup-config file with the standby ",
+                                          "rebooting the Active and Standby.", Kel::NoActionRequired,
+                                          interval, burst, flags);
+
+Kel::LogHandle ZTP_EXEC_SCRIPT_FAIL(
+    "ZTP_EXEC_SCRIPT_FAIL", warning, "Config script exited with an error. Error code: %s",
+    "Zero Touch Provisioning failed to execute the downloaded config script. This usually indicates a "
+    "problem executing the config script or the config script exiting with a non zero return code.",
+    scriptAdvice, interval, burst, flags);
+
+Kel::LogHandle ZTP_EXEC_SCRIPT_SIGNALED(
+    "ZTP_EXEC_SCRIPT_SIGNALED", warning, "Config script exited with an uncaught signal. Signal code: %s",
+    "Zero Touch Provisioning failed to execute the downloaded config script. This usually indicates a "
+    "problem executing the config script. ",
+    scriptAdvice, interval, burst, flags);
+
+Kel::LogHandle ZTP_EXEC_SCRIPT_SUCCESS(
+    "ZTP_EXEC_SCRIPT_SUCCESS", informational, "Successfully executed the downloaded config script",
+    "Zero Touch Provisioning successfully executed the downloaded config script.", Kel::NoActionRequired,
+    interval, burst, flags);
+
+Kel::LogHandle ZTP_RELOAD(
+    "ZTP_RELOAD", informational, "Rebooting the system",
+    "Zero Touch Provisioning is rebooting the system after either a successful configuration of the system "
+    "or because Zero Touch Provisioning was cancelled at the CLI",
+    Kel::NoActionRequired, interval, burst, flags);
+
+Kel::LogHandle ZTP_RETRY(
+    "ZTP_RETRY", informational, "Retrying Zero Touch Provisioning from the beginning (attempt %d)",
+    "Zero Touch Provisioning is retrying from the beginning. To cancel Zero Touch Provisioning, type "
+    "zerotouch cancel at the CLI.",
+    Kel::NoActionRequired, interval, burst, flags);
+
+Kel::LogHandle ZTP_CANCEL(
+    "ZTP_CANCEL", informational, "Cancelling Zero Touch Provisioning",
+    "Zero Touch Provisioning was cancelled at the CLI. The system will reboot with Zero Touch disabled.",
+    Kel::NoActionRequired, interval, burst, flags);
+
+Kel::LogHandle ZTP_INTERFACE_SPEED("ZTP_INTERFACE_SPEED", informational,
+                                   "Setting interface speed to %s for %s",
+                                   "Set the global speed on all capable interfaces.", Kel::NoActionRequired,
+                                   interval, burst, flags);
+
+}  // namespace ZeroTouch

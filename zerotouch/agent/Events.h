@@ -1,0 +1,36 @@
+// The event catalogue: every externally visible step of a run. Each handle is raised by name with the values
+// for the placeholders of its format. The texts are part of what operators see and search for; they are kept
+// as they are.
+#pragma once
+
+#include "platform/kel/Log.h"
+
+namespace ZeroTouch {
+
+extern Kel::LogHandle ZTP_INIT;
+extern Kel::LogHandle ZTP_DHCPv4_QUERY;            // interface
+extern Kel::LogHandle ZTP_DHCPv6_QUERY;            // interface
+extern Kel::LogHandle ZTP_STATELESS_DHCPv6_QUERY;  // interface
+extern Kel::LogHandle ZTP_DHCPv4_QUERY_FAIL;
+extern Kel::LogHandle ZTP_DHCPv6_QUERY_FAIL;
+extern Kel::LogHandle ZTP_STATELESS_DHCPv6_QUERY_FAIL;
+extern Kel::LogHandle ZTP_DHCPv4_SUCCESS;            // what was applied
+extern Kel::LogHandle ZTP_DHCPv6_SUCCESS;            // what was applied
+extern Kel::LogHandle ZTP_STATELESS_DHCPv6_SUCCESS;  // what was applied
+extern Kel::LogHandle ZTP_CONFIG_DOWNLOAD;           // URL
+extern Kel::LogHandle ZTP_CONFIG_DOWNLOAD_FAIL;      // URL, error text
+extern Kel::LogHandle ZTP_CONFIG_DOWNLOAD_TIMEOUT;   // URL, seconds
+extern Kel::LogHandle ZTP_CONFIG_DOWNLOAD_SUCCESS;   // what was downloaded, URL
+extern Kel::LogHandle ZTP_EXEC_SCRIPT;
+extern Kel::LogHandle ZTP_EXEC_SCRIPT_TIMEOUT;  // seconds
+extern Kel::LogHandle ZTP_STARTUP_FILE_SYNC_TIMEOUT;
+extern Kel::LogHandle ZTP_STARTUP_FILE_SYNC_FAIL;
+extern Kel::LogHandle ZTP_EXEC_SCRIPT_FAIL;      // exit code as text
+extern Kel::LogHandle ZTP_EXEC_SCRIPT_SIGNALED;  // signal as text
+extern Kel::LogHandle ZTP_EXEC_SCRIPT_SUCCESS;
+extern Kel::LogHandle ZTP_RELOAD;
+extern Kel::LogHandle ZTP_RETRY;  // retry count
+extern Kel::LogHandle ZTP_CANCEL;
+extern Kel::LogHandle ZTP_INTERFACE_SPEED;  // speed, interfaces
+
+}  // namespace ZeroTouch

@@ -1,0 +1,160 @@
+// The states: how a change is requested, deferred and carried out, and what each entry does.
+#include <cstdlib>
+
+#include "platform/kel/Assert.h"
+#include "zerotouch/agent/Events.h"
+#include "zerotouch/sm/Reactors.h"
+#include "zerotouch/sm/SmTrace.h"
+#include "zerotouch/sm/ZeroTouchSm.h"
+
+namespace ZeroTouch {
+
+namespace {
+constexpr std::uint16_t maxConfigFetchTries = 3;
+}
+
+void ZeroTouchSm::doStateTransition(State fromStates, State toState) {
+  SM_TRACE(9, " - Transitioning from " << stringValue(currentState()) << " to " << stringValue(toState));
+  doCancelTimer();
+  if (fromStates != stateInvalid() && (fromStates & currentState()) == stateInvalid()) {
+    SM_TRACE(1, ": fromStates " << stringValue(fromStates) << " does not match currentState "
+                                << stringValue(currentState()));
+    return;
+  }
+  bool const stopping = transitionState() == stateInit() && toState != stateShutdown();
+  if (shuttingDown() || stopping) {
+    SM_TRACE(1, (stopping ? ": Zerotouch is stopping" : ": Zerotouch is shutting down")
+                    << ", ignoring state transition from " << stringValue(currentState()) << " to "
+                    << stringValue(toState));
+    return;
+  }
+  if (std::getenv("ZEROTOUCH_FORCE_IMMEDIATE_STATE_TRANSITIONS") != nullptr) {
+    nextStateIs(toState);
+    return;
+  }
+  transitionStateIs(toState);
+  stateTransitionClock_->timeMinIs(Kel::now());
+}
+
+bool ZeroTouchSm::mayActIn(State states) const {
+  return (states & currentState()) != stateInvalid() && transitionState() != stateInit() &&
+         transitionState() != stateShutdown();
+}
+
+void ZeroTouchSm::handleStateTransitionClock() {
+  State const requested = transitionState();
+  if (requested == stateInvalid()) return;
+  transitionStateIs(stateInvalid());
+  nextStateIs(requested);
+  // Disabled and enabled again within one pass of the loop: the second request had to wait for the first.
+  if (requested == stateInit() && enabled()) doTryStartZeroTouch();
+}
+
+void ZeroTouchSm::nextStateIs(State state) {
+  if (state == nextState()) return;
+  ZeroTouchSmModel::nextStateIs(state);
+  handleNextState();
+}
+
+void ZeroTouchSm::enter(State state) {
+  currentStateIs(state);
+  stateTimeIs(Kel::now());
+}
+
+void ZeroTouchSm::retryWithout(char const* step) {
+  SM_TRACE(1, " - " << step << " is not part of this build");
+  doStateTransition(currentState(), stateRetry());
+}
+
+void ZeroTouchSm::handleNextState() {
+  SM_TRACE(9, " - Processing state transition, currentState=" << stringValue(currentState())
+                                                              << ", nextState=" << stringValue(nextState()));
+  status()->runTimeIs(Kel::now() - startTime());
+  switch (nextState()) {
+    case State::stateInit:
+      enter(stateInit());
+      break;
+    case State::stateSetupInterfaces:
+      KEL_ASSERT(currentState() == stateInit(), "currentState() == stateInit()");
+      enter(stateSetupInterfaces());
+      retryWithout("interface set-up");
+      break;
+    case State::stateDhcpQuery:
+      KEL_ASSERT(currentState() == stateSetupInterfaces() || currentState() == stateRetry(),
+                 "currentState() == stateSetupInterfaces() || currentState() == stateRetry()");
+      enter(stateDhcpQuery());
+      retryWithout("the DHCP query");
+      break;
+    case State::stateStatelessDhcpQuery:
+      KEL_ASSERT(currentState() == stateDhcpQuery(), "currentState() == stateDhcpQuery()");
+      enter(stateStatelessDhcpQuery());
+      retryWithout("the stateless DHCP query");
+      break;
+    case State::stateSetupSystemIdentity:
+      KEL_ASSERT((currentState() == stateDhcpQuery()) || (currentState() == stateStatelessDhcpQuery()),
+                 "( currentState() == stateDhcpQuery() ) || ( currentState() == stateStatelessDhcpQuery() )");
+      enter(stateSetupSystemIdentity());
+      systemIdentitySetupTimerExpiredIs(false);
+      configFetchTryCounterIs(0);
+      retryWithout("the system identity");
+      break;
+    case State::stateFetchConfig:
+      KEL_ASSERT(currentState() == stateSetupSystemIdentity() || currentState() == stateRetryFetchConfig(),
+                 "currentState() == stateSetupSystemIdentity() || currentState() == stateRetryFetchConfig()");
+      enter(stateFetchConfig());
+      retryWithout("the download");
+      break;
+    case State::stateRetryFetchConfig:
+      KEL_ASSERT(currentState() == stateFetchConfig(), "currentState() == stateFetchConfig()");
+      enter(stateRetryFetchConfig());
+      enterRetryFetchConfig();
+      break;
+    case State::stateCopyConfigOrExecScript:
+      KEL_ASSERT(currentState() == stateFetchConfig(), "currentState() == stateFetchConfig()");
+      enter(stateCopyConfigOrExecScript());
+      retryWithout("installing the download");
+      break;
+    case State::stateRetry:
+      retryCountIs(retryCount() + 1);
+      enter(stateRetry());
+      enterRetry();
+      break;
+    case State::stateShutdown:
+      enter(stateShutdown());
+      enterShutdown();
+      break;
+    default:
+      KEL_ASSERT(!"Invalid state transition", "!\"Invalid state transition\"");
+  }
+}
+
+void ZeroTouchSm::enterRetryFetchConfig() {
+  if (configFetchTryCounter() < maxConfigFetchTries) {
+    configFetchTryCounterIs(static_cast<std::uint16_t>(configFetchTryCounter() + 1));
+    doStartConfigFetchRetryTimer(configFetchTryCounter());
+  } else {
+    configFetchTryCounterIs(0);
+    doStateTransition(currentState(), stateRetry());
+  }
+}
+
+void ZeroTouchSm::enterRetry() {
+  awaitsDhcpCleanupIs(false);
+  // The only place where the overall time limit is enforced: a run under way is never cut short.
+  if (status()->runTime() < config()->maxRunTime() && std::getenv("ZEROTOUCH_FORCE_SHUTDOWN") == nullptr) {
+    ZTP_RETRY.log(retryCount());
+    doStartRetryWaitTimer();
+  } else {
+    doStateTransition(currentState(), stateShutdown());
+  }
+}
+
+void ZeroTouchSm::enterShutdown() {
+  if (dhclientChildProcess() || dhclient6ChildProcess()) {
+    doStartLeaseReleaseTimer();
+  } else {
+    doShutdown();
+  }
+}
+
+}  // namespace ZeroTouch

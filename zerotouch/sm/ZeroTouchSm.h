@@ -1,0 +1,238 @@
+// The provisioning state machine, which walks the switch from having no startup configuration to having one
+// and asking for its reload.
+//
+// The states, how each is entered, what ends it, and the timer that guards it:
+//
+//   stateInit                     At rest: provisioning is disabled, or the hardware inventory is not ready
+//   yet. A run
+//                                 starts (doTryStartZeroTouch) once both hold. No timer.
+//   stateSetupInterfaces          From stateInit. Every port is made routed and IPv6-capable.
+//   InterfacesSetupTimer's
+//                                 end leads to stateDhcpQuery.
+//   stateDhcpQuery                From stateSetupInterfaces or stateRetry. DHCPv4 and stateful DHCPv6 clients
+//   run. The
+//                                 first boot-file name leads to stateSetupSystemIdentity; the end of
+//                                 DhclientQueryTimer to stateStatelessDhcpQuery.
+//   stateStatelessDhcpQuery       From stateDhcpQuery. Interfaces are asked one by one;
+//   StatelessDhclientQueryTimer's
+//                                 tick moves on, and when none is left, or at its end, stateRetry follows.
+//   stateSetupSystemIdentity      From either query. The answer has been applied; once the address is active,
+//                                 stateFetchConfig follows. SystemIdentitySetupTimer's end undoes it:
+//                                 stateRetry.
+//   stateFetchConfig              From stateSetupSystemIdentity or stateRetryFetchConfig. The transfer runs.
+//   Its end
+//                                 leads to stateCopyConfigOrExecScript or stateRetryFetchConfig, the end of
+//                                 ConfigFetchTimer to stateRetry.
+//   stateRetryFetchConfig         From stateFetchConfig. The back-off: ConfigFetchRetryTimer's end leads
+//   back, after
+//                                 the third try stateRetry follows.
+//   stateCopyConfigOrExecScript   From stateFetchConfig. The file is installed, or run under ScriptExecTimer.
+//   Success
+//                                 leads to stateShutdown, failure to stateRetry.
+//   stateRetry                    From any state. Leases are released, and after RetryWaitTimer all that the
+//   attempt
+//                                 applied is undone and stateDhcpQuery follows; past maxRunTime
+//                                 stateShutdown.
+//   stateShutdown                 From any state; nothing leaves it. Leases are released under
+//   LeaseReleaseTimer, then
+//                                 the reload is requested, after waits (StartupFileSyncWaitTimer) for a
+//                                 standby.
+//
+// Every change of state is requested with doStateTransition and carried out on the next pass of the loop, so
+// that the handler that asked for it finishes first. At most one timer runs, and every request cancels it: a
+// handler that may run late first asks mayActIn(), lest a stale event cancel the timer of the state that is
+// running now.
+//
+// Bodies live in the folder of their subsystem.
+#pragma once
+
+#include <optional>
+
+#include "platform/kel/Child.h"
+#include "platform/kel/Clock.h"
+#include "platform/model/agent.h"
+#include "zerotouch/agent/EntityMibRootSm.h"
+#include "zerotouch/sm/TimerBase.h"
+
+namespace ZeroTouch {
+
+struct TimerSettings;
+
+class ZeroTouchSm : public ZeroTouchSmModel {
+ public:
+  using State = ProvisioningState;
+
+  static constexpr State stateInvalid() { return State::stateInvalid; }
+  static constexpr State stateInit() { return State::stateInit; }
+  static constexpr State stateSetupInterfaces() { return State::stateSetupInterfaces; }
+  static constexpr State stateDhcpQuery() { return State::stateDhcpQuery; }
+  static constexpr State stateStatelessDhcpQuery() { return State::stateStatelessDhcpQuery; }
+  static constexpr State stateSetupSystemIdentity() { return State::stateSetupSystemIdentity; }
+  static constexpr State stateFetchConfig() { return State::stateFetchConfig; }
+  static constexpr State stateRetryFetchConfig() { return State::stateRetryFetchConfig; }
+  static constexpr State stateCopyConfigOrExecScript() { return State::stateCopyConfigOrExecScript; }
+  static constexpr State stateRetry() { return State::stateRetry; }
+  static constexpr State stateShutdown() { return State::stateShutdown; }
+
+  // Brings the machine up from whatever the entities already say. None of the handles is null, but those of
+  // the inventory and of the packet sockets may be.
+  ZeroTouchSm(Kel::Ptr<Config> config, Kel::Ptr<Status> status, Kel::Ptr<DhcpStatus const> dhcpStatus,
+              Kel::Ptr<Interface::AllEthPhyIntfConfigDir> epicd,
+              Kel::Ptr<Interface::AllEthPhyIntfStatusDir const> episd,
+              Kel::Ptr<Interface::VlanIntfConfigDir> vicd, Kel::Ptr<Interface::VlanIntfStatusDir const> visd,
+              Kel::Ptr<Interface::AllIntfStatusDir const> aisd,
+              Kel::Ptr<Interface::EthLagIntfStatusDir> elisd,
+              Kel::Ptr<EntityMib::Status const> entityMibStatus, Kel::Ptr<Ip::Config> ipConfig,
+              Kel::Ptr<L3::Intf::ConfigDir> l3ConfigDir, Kel::Ptr<Ip::Status const> ipStatus,
+              Kel::Ptr<Ip6::Config> ip6Config, Kel::Ptr<Ip6::Status const> ip6Status,
+              Kel::Ptr<Routing::Config> routingConfig, Kel::Ptr<System::NetConfig> netConfig,
+              Kel::Ptr<System::NetStatus const> netStatus, Kel::Ptr<System::Reload::Config> reloadConfig,
+              Kel::Ptr<FileReplication::Status const> fileReplicationStatus,
+              Kel::Ptr<LogMgr::LogConfig> sysLoggingConfig,
+              Kel::Ptr<RouterAdvt::RaPacketStatus const> raPacketStatus,
+              Kel::Ptr<Interface::EthDevPamCollection const> ethDevPamCollection,
+              Kel::Ptr<Interface::PamDesiredIntfDir> pamDesiredIntfDir, Kel::Ptr<Kel::Clock const> clock,
+              Kel::Ptr<Kel::Clock const> stateTransitionClock);
+  ~ZeroTouchSm() override;
+
+  // --- States and transitions (sm/States.cc) ---
+
+  // The only way to ask for a change. `fromStates` is the set of states from which it is allowed,
+  // stateInvalid() for any. Cancels the running timer even when the request is refused.
+  void doStateTransition(State fromStates, State toState);
+  // Whether a handler that runs late may still act: the current state is one of `states`, and it is not about
+  // to be left for stateInit or stateShutdown.
+  bool mayActIn(State states) const;
+  // Hands over the state to enter; nothing happens when it is the one handed over last.
+  void nextStateIs(State state);
+  void handleNextState();
+  void handleStateTransitionClock();
+
+  // --- Start and stop (sm/StartStop.cc) ---
+
+  void handleInitialized();
+  void handleEnabled();
+  void handleCancelled();
+  void doTryStartZeroTouch();
+  bool preConditionsMet() const;
+  void doStopZeroTouch(bool cancelled);
+
+  // --- Timers (sm/Timers.cc; their ticks and stops in sm/ProvisioningTimers.cc) ---
+
+  Kel::Ptr<TimerBase> timer() const;
+  void timerIs(Kel::Ptr<TimerBase> const& timer) { ZeroTouchSmModel::timerIs(timer); }
+  void doStartTimer();
+  void doCancelTimer();
+  void handleTimer();
+  void doStartInterfacesSetupTimer();
+  void doStartDhclientQueryTimer();
+  void doStartStatelessDhclientQueryTimer();
+  void doStartSystemIdentitySetupTimer();
+  void doStartConfigFetchTimer();
+  void doStartConfigFetchRetryTimer(std::uint16_t tryCount);
+  void doStartScriptExecTimer();
+  void doStartRetryWaitTimer();
+  void doStartLeaseReleaseTimer();
+  void doStartStartupFileSyncWaitTimer();
+
+  // --- Retry, cancel and shutdown (sm/Retry.cc, sm/Shutdown.cc) ---
+
+  void doCleanupCurrentState();
+  void doCleanupAndRetry();
+  void doCancelZeroTouch();
+  void doCreateGuardFileAndShutdown();
+  void doShutdown();
+
+  // --- Settings file (agent/Settings.cc) ---
+
+  void doReadConfigFile();
+  void doWriteConfigFile();
+  void doAddConfigEntry(Kel::String key, Kel::String value);
+  void doRemoveConfigEntry(Kel::String key);
+
+  // --- Hardware inventory (agent/EntityMibRootSm.cc) ---
+
+  void handleEntityMibRoot();
+  Kel::Ptr<EntityMibRootSm> const& entityMibRootSm() const { return entityMibRootSm_; }
+  Kel::Ptr<EntityMibRootSm> entityMibRootSmIs(ZeroTouchSm* ztSm, Kel::Ptr<EntityMib::Fru const> const& root);
+  void entityMibRootSmDel() { entityMibRootSm_ = nullptr; }
+
+  // --- DHCP clients and their results (dhcp/) ---
+
+  Kel::Ptr<Kel::ChildSiginfo const> dhclientChildProcess() const;
+  void dhclientChildProcessIs(Kel::Ptr<Kel::ChildSiginfo> const& child);
+  void dhclientChildProcessDel();
+  Kel::Ptr<Kel::ChildSiginfo const> dhclient6ChildProcess() const;
+  void dhclient6ChildProcessIs(Kel::Ptr<Kel::ChildSiginfo> const& child);
+  void dhclient6ChildProcessDel();
+  Kel::Ptr<Kel::ChildSiginfo const> dhclient6StatelessChildProcess() const;
+  void dhclient6StatelessChildProcessIs(Kel::Ptr<Kel::ChildSiginfo> const& child);
+  void dhclient6StatelessChildProcessDel();
+  void doStopDhclient();
+  void doStopDhclient6();
+  void doStopDhclient6Stateless();
+  void handleDhclientChildProcessStatus();
+  void handleDhclient6ChildProcessStatus();
+  void handleDhclient6StatelessChildProcessStatus();
+
+  void handleIntfDhcpStatus(Kel::Name const& name);
+  void handleIntfDhcp6Status(Kel::Name const& name);
+  bool readyToFetchConfig() const;
+  bool readyToFetchConfigV4() const;
+  bool readyToFetchConfigV6() const;
+  // Lets the clean-up script remove what clients left configured. Blocks while the script runs, twice.
+  void doCleanupDhclientState();
+
+ private:
+  // The reactors, one for each entity, clock and child that is watched; defined in sm/Reactors.h.
+  class KelConfig;
+  class KelDhcpStatus;
+  class KelEntityMibStatus;
+  class KelClock;
+  class KelStateTransitionClock;
+  template <void (ZeroTouchSm::*handler)()>
+  class KelChildProcess;
+  using KelDhclientChildProcess = KelChildProcess<&ZeroTouchSm::handleDhclientChildProcessStatus>;
+  using KelDhclient6ChildProcess = KelChildProcess<&ZeroTouchSm::handleDhclient6ChildProcessStatus>;
+  using KelDhclient6StatelessChildProcess =
+      KelChildProcess<&ZeroTouchSm::handleDhclient6StatelessChildProcessStatus>;
+
+  // States.cc
+  void enter(State state);
+  void enterRetryFetchConfig();
+  void enterRetry();
+  void enterShutdown();
+  // The entry action of a step that this build does not have: nothing would end the state, so it gives up at
+  // once.
+  void retryWithout(char const* step);
+
+  // StartStop.cc
+  bool shuttingDown() const;
+  void leaveAsFound();
+
+  // Timers.cc. The built-in times are those of the class, unless given.
+  template <typename Timer>
+  void startTimer(Kel::Seconds interval = Timer::settings.interval,
+                  Kel::Seconds timeout = Timer::settings.timeout);
+
+  // Retry.cc, Shutdown.cc
+  void resumeAfterDhcpCleanup();
+  // Asked once: the kind of system does not change while the agent lives.
+  bool isFixedSystem();
+
+  // dhcp/Readiness.cc
+  bool readyWith(bool bootFile, char const* addrLabel, bool addrConfigured) const;
+
+  std::optional<bool> fixedSystem_;
+  Kel::Ptr<KelConfig> kelConfig_;
+  Kel::Ptr<KelDhcpStatus> kelDhcpStatus_;
+  Kel::Ptr<KelEntityMibStatus> kelEntityMibStatus_;
+  Kel::Ptr<KelClock> clock_;
+  Kel::Ptr<KelStateTransitionClock> stateTransitionClock_;
+  Kel::Ptr<EntityMibRootSm> entityMibRootSm_;
+  Kel::Ptr<KelDhclientChildProcess> dhclientChildProcess_;
+  Kel::Ptr<KelDhclient6ChildProcess> dhclient6ChildProcess_;
+  Kel::Ptr<KelDhclient6StatelessChildProcess> dhclient6StatelessChildProcess_;
+};
+
+}  // namespace ZeroTouch

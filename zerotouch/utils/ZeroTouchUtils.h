@@ -1,0 +1,20 @@
+// Small helpers that several rooms share: path rooting, argument vectors, whole-file replacement.
+#pragma once
+
+#include "platform/kel/Types.h"
+
+namespace ZeroTouch {
+
+// Where a flash path really is: below the environment variable "FILESYSTEM_ROOT", or below "/mnt" when that
+// is unset or empty. Plain concatenation: "/flash/x" becomes "/mnt/flash/x".
+Kel::String filePathFromFSRoot(Kel::String const& path);
+
+// Every element of a null-terminated vector followed by a blank, for trace lines.
+Kel::String argvToString(char const* const* argv);
+
+// Replaces the file as a whole: a temporary file in the same folder is written and flushed, then renamed over
+// it, and the folder is flushed. After a power cut there is either the old file or the new one. Returns "" or
+// the reason of the failure, which leaves the old file as it was.
+Kel::String replaceFile(Kel::String const& path, Kel::String const& content);
+
+}  // namespace ZeroTouch
