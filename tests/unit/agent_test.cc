@@ -94,7 +94,7 @@ TEST_F(Agent, the_root_holds_one_agent) {
   ZeroTouch::Root tree("zerotouch");
   EXPECT_FALSE(tree.hasBackupSupport());
   auto const create = [&]() -> Kel::Ptr<ZeroTouch::AgentCreator> const& {
-    FakePlatform const& p = platform;
+    ZeroTouch::MountedEntities const& p = platform;
     return tree.agentIs(p.config, p.status, p.dhcpStatus, p.epicd, p.episd, p.vicd, p.visd, p.aisd, p.aisld,
                         p.kernelNetInfo, p.elisd, p.eisd, p.entityMib, p.ipConfig, p.l3ConfigDir, p.ipStatus,
                         p.ip6Config, p.ip6Status, p.routingConfig, p.netConfig, p.netStatus, p.reloadConfig,

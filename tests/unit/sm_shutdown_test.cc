@@ -54,8 +54,7 @@ TEST_F(Shutdown, the_wait_for_the_results_is_bounded_or_left_out) {
     Kel::Seconds const start = Kel::now();
     EXPECT_TRUE(time.advanceUntil([&] { return sm.transitionState() == State::stateDhcpQuery; }, 1000));
     EXPECT_EQ(Kel::now() - start, c.expected);
-    agent = nullptr;
-    platform = FakePlatform();
+    startOver();
     children.onRunAndWait = [](char const*) { return 0; };
   }
 }
@@ -114,8 +113,7 @@ TEST_F(Shutdown, leases_are_released_before_the_reload) {
     EXPECT_FALSE(sm.dhclientChildProcess() || sm.dhclient6ChildProcess());
     EXPECT_EQ(events.back(), reloading);
     EXPECT_EQ(runningTimer(), "");
-    agent = nullptr;
-    platform = FakePlatform();
+    startOver();
   }
 }
 
@@ -158,7 +156,6 @@ TEST_F(Shutdown, a_standby_is_waited_for_six_times_at_the_most) {
 
     sm.doShutdown();  // a child that ends late calls it once more
     EXPECT_EQ(takeEvents(), Strings{});
-    agent = nullptr;
-    platform = FakePlatform();
+    startOver();
   }
 }

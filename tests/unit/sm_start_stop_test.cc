@@ -29,7 +29,7 @@ class StartStop : public AgentTest {
 TEST_F(StartStop, a_run_starts_once_provisioning_is_enabled_and_the_inventory_is_ready) {
   using Steps = std::vector<std::function<void()>>;
   auto const enable = [this] { platform.config->enabledIs(true); };
-  auto const create = [this] { agent = platform.createAgent(); };
+  auto const create = [this] { agent = createAgent(); };
   auto const root = [this] { platform.entityMib->rootIs(); };
   auto const ready = [this] { inventoryIs(EntityMib::InitStatus::initialized); };
   auto const failed = [this] { inventoryIs(EntityMib::InitStatus::failed); };
@@ -51,15 +51,13 @@ TEST_F(StartStop, a_run_starts_once_provisioning_is_enabled_and_the_inventory_is
     EXPECT_EQ(sm().retryCount(), 1);
     EXPECT_EQ(std::count(events.begin(), events.end(), started), 1);
     EXPECT_TRUE(platform.status->enabled());
-    agent = nullptr;
-    platform = FakePlatform();
-    events.clear();
+    startOver();
   }
 }
 
 TEST_F(StartStop, a_disabled_agent_rests_and_asks_for_nothing) {
   inventoryIs(EntityMib::InitStatus::initialized);
-  agent = platform.createAgent();
+  agent = createAgent();
   time.advance(100'000);
   EXPECT_EQ(sm().currentState(), State::stateInit);
   EXPECT_EQ(takeEvents(), Strings{stopped});
@@ -128,10 +126,7 @@ TEST_F(StartStop, disabling_in_any_state_returns_to_rest_and_enabling_starts_afr
     platform.config->enabledIs(true);
     time.settle();
     EXPECT_EQ(sm.currentState(), State::stateRetry);
-    agent = nullptr;
-    platform = FakePlatform();
-    children.started.clear();
-    events.clear();
+    startOver();
   }
 }
 
@@ -145,8 +140,7 @@ TEST_F(StartStop, cancelling_in_any_state_writes_the_guard_entry_and_reloads_onc
     EXPECT_EQ(takeEvents(), (Strings{stopped, reloading}));
     EXPECT_EQ(settingsFile(), "DISABLE=NextReload\nKEEP=me\n");
     EXPECT_EQ(platform.reloadConfig->reason(), "ZTP RELOAD");
-    agent = nullptr;
-    platform = FakePlatform();
+    startOver();
   }
 }
 
@@ -166,9 +160,7 @@ TEST_F(StartStop, an_operator_changes_nothing_once_the_shutdown_has_begun) {
     EXPECT_EQ(settingsFile(), "(absent)");
     time.advance(30);
     EXPECT_EQ(takeEvents(), Strings{reloading});
-    agent = nullptr;
-    platform = FakePlatform();
-    children.started.clear();
+    startOver();
   }
 }
 

@@ -42,8 +42,7 @@ TEST_F(States, only_a_shutdown_overtakes_a_pending_stop_and_nothing_leaves_shutd
     bool const shut = c.expected == State::stateShutdown;
     EXPECT_EQ(sm.currentState() == State::stateShutdown, shut);
     platform.config->enabledIs(false);
-    agent = nullptr;
-    platform = FakePlatform();
+    startOver();
   }
 }
 
@@ -114,7 +113,7 @@ TEST_F(States, a_run_without_interfaces_retries_until_the_time_limit) {
   platform.config->maxRunTimeIs(40);
   platform.config->enabledIs(true);
   inventoryIs(EntityMib::InitStatus::initialized);
-  agent = platform.createAgent();
+  agent = createAgent();
   time.settle();
   EXPECT_EQ(takeEvents(),
             (Strings{"ZTP_INIT: No startup-config found, starting Zero Touch Provisioning",
@@ -148,12 +147,11 @@ TEST_F(States, a_limit_of_zero_or_a_forced_shutdown_ends_the_first_retry) {
     }
     inventoryIs(EntityMib::InitStatus::initialized);
     platform.config->enabledIs(true);
-    agent = platform.createAgent();
+    agent = createAgent();
     time.settle();
     EXPECT_EQ(sm().currentState(), State::stateShutdown);
     EXPECT_EQ(takeEvents(), (Strings{"ZTP_INIT: No startup-config found, starting Zero Touch Provisioning",
                                      "ZTP_RELOAD: Rebooting the system"}));
-    agent = nullptr;
-    platform = FakePlatform();
+    startOver();
   }
 }
