@@ -24,6 +24,8 @@ class Collection {
   std::size_t size() const { return entries_.size(); }
   bool empty() const { return entries_.empty(); }
   bool contains(K const& key) const { return entries_.contains(key); }
+  auto find(K const& key) const { return entries_.find(key); }
+  auto upper_bound(K const& key) const { return entries_.upper_bound(key); }
 
   // The entry's value; a default one (a null handle) when there is none.
   V const& get(K const& key) const {

@@ -2,9 +2,7 @@
 
 EventRing::EventRing() : sink_(Kel::logSinkIs([this](Kel::LogEvent const& event) { add(event); })) {}
 
-EventRing::~EventRing() {
-  Kel::logSinkDel(sink_);
-}
+EventRing::~EventRing() { Kel::logSinkDel(sink_); }
 
 void EventRing::add(Kel::LogEvent const& event) {
   ring_->eventIs(++last_,

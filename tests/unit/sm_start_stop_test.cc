@@ -48,7 +48,7 @@ TEST_F(StartStop, a_run_starts_once_provisioning_is_enabled_and_the_inventory_is
       steps[i]();
     }
     time.settle();
-    EXPECT_EQ(sm().retryCount(), 1);
+    EXPECT_EQ(sm().currentState(), State::stateSetupInterfaces);
     EXPECT_EQ(std::count(events.begin(), events.end(), started), 1);
     EXPECT_TRUE(platform.status->enabled());
     startOver();
@@ -125,7 +125,7 @@ TEST_F(StartStop, disabling_in_any_state_returns_to_rest_and_enabling_starts_afr
 
     platform.config->enabledIs(true);
     time.settle();
-    EXPECT_EQ(sm.currentState(), State::stateRetry);
+    EXPECT_EQ(sm.currentState(), State::stateSetupInterfaces);
     startOver();
   }
 }
@@ -169,7 +169,7 @@ TEST_F(StartStop, switching_to_and_fro_within_one_pass_never_rests_while_enabled
   platform.config->enabledIs(false);
   platform.config->enabledIs(true);
   time.settle();
-  EXPECT_EQ(sm.currentState(), State::stateRetry);
+  EXPECT_EQ(sm.currentState(), State::stateSetupInterfaces);
   EXPECT_EQ(std::count(events.begin(), events.end(), started), 1);
 
   platform.config->enabledIs(false);
@@ -181,8 +181,8 @@ TEST_F(StartStop, switching_to_and_fro_within_one_pass_never_rests_while_enabled
   }
   platform.config->enabledIs(true);
   time.settle();
-  EXPECT_EQ(sm.currentState(), State::stateRetry);
-  EXPECT_EQ(runningTimer(), "RetryWaitTimer");
+  EXPECT_EQ(sm.currentState(), State::stateSetupInterfaces);
+  EXPECT_EQ(runningTimer(), "InterfacesSetupTimer");
 }
 
 TEST_F(StartStop, the_agents_own_cancel_disables_and_a_cancel_while_disabled_does_nothing) {

@@ -51,8 +51,8 @@ TEST_F(States, forced_immediate_transitions_happen_inside_the_call) {
   Sm& sm = atRest();
   inventoryIs(EntityMib::InitStatus::initialized);
   platform.config->enabledIs(true);
-  EXPECT_EQ(sm.currentState(), State::stateRetry);
-  EXPECT_EQ(runningTimer(), "RetryWaitTimer");
+  EXPECT_EQ(sm.currentState(), State::stateSetupInterfaces);
+  EXPECT_EQ(runningTimer(), "InterfacesSetupTimer");
 }
 
 TEST_F(States, handing_over_the_same_state_again_runs_no_entry_action) {
@@ -110,14 +110,13 @@ TEST_F(States, fetch_retries_back_off_three_times_then_the_run_retries) {
 TEST_F(States, a_run_without_interfaces_retries_until_the_time_limit) {
   environment.unset("SYSNAME");
   Kel::activityManager()->config()->systemNameIs("sw1");
-  platform.config->maxRunTimeIs(40);
+  platform.config->maxRunTimeIs(70);
   platform.config->enabledIs(true);
   inventoryIs(EntityMib::InitStatus::initialized);
   agent = createAgent();
-  time.settle();
-  EXPECT_EQ(takeEvents(),
-            (Strings{"ZTP_INIT: No startup-config found, starting Zero Touch Provisioning",
-                     "ZTP_RETRY: Retrying Zero Touch Provisioning from the beginning (attempt 1)"}));
+  time.advance(30);
+  EXPECT_EQ(takeEvents(), (Strings{"ZTP_INIT: No startup-config found, starting Zero Touch Provisioning",
+                                   "ZTP_RETRY: Retrying Zero Touch Provisioning from the beginning (attempt 1)"}));
   EXPECT_STREQ(std::getenv("SYSNAME"), "sw1");
   EXPECT_TRUE(platform.status->enabled());
 
@@ -128,13 +127,12 @@ TEST_F(States, a_run_without_interfaces_retries_until_the_time_limit) {
   EXPECT_EQ(platform.reloadConfig->reloadTime(), 0);
   time.advance(0.2);
   EXPECT_EQ(sm().currentState(), State::stateShutdown);
-  EXPECT_EQ(takeEvents(),
-            (Strings{"ZTP_RETRY: Retrying Zero Touch Provisioning from the beginning (attempt 2)",
-                     "ZTP_RETRY: Retrying Zero Touch Provisioning from the beginning (attempt 3)",
-                     "ZTP_RELOAD: Rebooting the system"}));
-  EXPECT_EQ(platform.status->runTime(), 45);
+  EXPECT_EQ(takeEvents(), (Strings{"ZTP_RETRY: Retrying Zero Touch Provisioning from the beginning (attempt 2)",
+                                   "ZTP_RETRY: Retrying Zero Touch Provisioning from the beginning (attempt 3)",
+                                   "ZTP_RELOAD: Rebooting the system"}));
+  EXPECT_EQ(platform.status->runTime(), 75);
   EXPECT_EQ(platform.reloadConfig->reason(), "ZTP RELOAD");
-  EXPECT_EQ(platform.reloadConfig->reloadTime(), sm().startTime() + 45);
+  EXPECT_EQ(platform.reloadConfig->reloadTime(), sm().startTime() + 75);
   EXPECT_EQ(settingsFile(), "(absent)");
 }
 
@@ -148,7 +146,7 @@ TEST_F(States, a_limit_of_zero_or_a_forced_shutdown_ends_the_first_retry) {
     inventoryIs(EntityMib::InitStatus::initialized);
     platform.config->enabledIs(true);
     agent = createAgent();
-    time.settle();
+    time.advance(30);
     EXPECT_EQ(sm().currentState(), State::stateShutdown);
     EXPECT_EQ(takeEvents(), (Strings{"ZTP_INIT: No startup-config found, starting Zero Touch Provisioning",
                                      "ZTP_RELOAD: Rebooting the system"}));

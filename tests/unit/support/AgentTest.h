@@ -52,8 +52,7 @@ class AgentTest : public ::testing::Test {
     atRest();
     inventoryIs(EntityMib::InitStatus::initialized);
     platform.config->enabledIs(true);
-    time.settle();
-    EXPECT_EQ(sm().currentState(), State::stateRetry);
+    EXPECT_TRUE(time.advanceUntil([this] { return sm().currentState() == State::stateRetry; }, 100));
     events.clear();
     return sm();
   }
@@ -79,7 +78,5 @@ using Strings = std::vector<std::string>;
 
 namespace ZeroTouch {
 // So that a failing comparison names the state.
-inline void PrintTo(ProvisioningState state, std::ostream* out) {
-  *out << stringValue(state);
-}
+inline void PrintTo(ProvisioningState state, std::ostream* out) { *out << stringValue(state); }
 }  // namespace ZeroTouch
