@@ -115,8 +115,9 @@ TEST_F(States, a_run_without_interfaces_retries_until_the_time_limit) {
   inventoryIs(EntityMib::InitStatus::initialized);
   agent = createAgent();
   time.advance(30);
-  EXPECT_EQ(takeEvents(), (Strings{"ZTP_INIT: No startup-config found, starting Zero Touch Provisioning",
-                                   "ZTP_RETRY: Retrying Zero Touch Provisioning from the beginning (attempt 1)"}));
+  EXPECT_EQ(takeEvents(),
+            (Strings{"ZTP_INIT: No startup-config found, starting Zero Touch Provisioning",
+                     "ZTP_RETRY: Retrying Zero Touch Provisioning from the beginning (attempt 1)"}));
   EXPECT_STREQ(std::getenv("SYSNAME"), "sw1");
   EXPECT_TRUE(platform.status->enabled());
 
@@ -127,9 +128,10 @@ TEST_F(States, a_run_without_interfaces_retries_until_the_time_limit) {
   EXPECT_EQ(platform.reloadConfig->reloadTime(), 0);
   time.advance(0.2);
   EXPECT_EQ(sm().currentState(), State::stateShutdown);
-  EXPECT_EQ(takeEvents(), (Strings{"ZTP_RETRY: Retrying Zero Touch Provisioning from the beginning (attempt 2)",
-                                   "ZTP_RETRY: Retrying Zero Touch Provisioning from the beginning (attempt 3)",
-                                   "ZTP_RELOAD: Rebooting the system"}));
+  EXPECT_EQ(takeEvents(),
+            (Strings{"ZTP_RETRY: Retrying Zero Touch Provisioning from the beginning (attempt 2)",
+                     "ZTP_RETRY: Retrying Zero Touch Provisioning from the beginning (attempt 3)",
+                     "ZTP_RELOAD: Rebooting the system"}));
   EXPECT_EQ(platform.status->runTime(), 75);
   EXPECT_EQ(platform.reloadConfig->reason(), "ZTP RELOAD");
   EXPECT_EQ(platform.reloadConfig->reloadTime(), sm().startTime() + 75);
