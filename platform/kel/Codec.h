@@ -1,8 +1,9 @@
-// How each attribute type is written as a Kel::Value and as the text of a collection's key, and read back, checked.
+// How each attribute type is written as a Kel::Value and as the text of a collection's key, and read back,
+// checked.
 //
-// `fromValue` and `fromText` give an empty string, or the reason why the input is refused (and leave `out` as it was).
-// Value types of the model qualify by having `stringValue()` and a static `fromString()`; enumerations and structures
-// get their codec generated.
+// `fromValue` and `fromText` give an empty string, or the reason why the input is refused (and leave `out` as
+// it was). Value types of the model qualify by having `stringValue()` and a static `fromString()`;
+// enumerations and structures get their codec generated.
 #pragma once
 
 #include <charconv>
@@ -79,7 +80,8 @@ struct Codec<T> {
   static std::string fromText(std::string_view text, T& out) {
     T parsed{};
     auto const [end, error] = std::from_chars(text.data(), text.data() + text.size(), parsed);
-    if (error != std::errc() || end != text.data() + text.size()) return "'" + std::string(text) + "' " + range();
+    if (error != std::errc() || end != text.data() + text.size())
+      return "'" + std::string(text) + "' " + range();
     out = parsed;
     return {};
   }

@@ -1,7 +1,7 @@
 // A keyed collection of an entity: of plain values, or (V a Kel::Ptr) of entities. Ordered by key.
 //
-// The generated class holds it and passes itself as the owner. An entry is announced when it is created, before its
-// attributes are set, and after it is removed. Who loops and calls handlers walks keys(), a copy.
+// The generated class holds it and passes itself as the owner. An entry is announced when it is created,
+// before its attributes are set, and after it is removed. Who loops and calls handlers walks keys(), a copy.
 #pragma once
 
 #include <map>
@@ -42,7 +42,8 @@ class Collection {
   }
 
   template <typename N>
-  void set(Entity& owner, unsigned level, std::string_view name, K const& key, V value, void (N::*hook)(K const&)) {
+  void set(Entity& owner, unsigned level, std::string_view name, K const& key, V value,
+           void (N::*hook)(K const&)) {
     auto const [entry, created] = entries_.try_emplace(key, value);
     if (!created) {
       if (entry->second == value) return;
@@ -66,7 +67,8 @@ class Collection {
   }
 
   template <typename N>
-  void announce(Entity& owner, unsigned level, std::string_view name, K const& key, void (N::*hook)(K const&)) {
+  void announce(Entity& owner, unsigned level, std::string_view name, K const& key,
+                void (N::*hook)(K const&)) {
     owner.notify<N>(
         level, name, [hook, key](N& notifiee) { (notifiee.*hook)(key); },
         [&key] { return Codec<K>::toText(key); });

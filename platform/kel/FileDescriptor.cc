@@ -61,10 +61,12 @@ int FileDescriptor::onReady(sd_event_source*, int, std::uint32_t events, void* s
   Ptr<FileDescriptor> const hold(static_cast<FileDescriptor*>(self));
   bool const broken = (events & (EPOLLERR | EPOLLHUP)) != 0;
   if (hold->notifyOnReadable_ && (broken || (events & EPOLLIN) != 0)) {
-    hold->readableCount_.set(*hold, 1, "readableCount", hold->readableCount() + 1, &NotifieeConst::onReadableCount);
+    hold->readableCount_.set(*hold, 1, "readableCount", hold->readableCount() + 1,
+                             &NotifieeConst::onReadableCount);
   }
   if (hold->notifyOnWritable_ && (broken || (events & EPOLLOUT) != 0)) {
-    hold->writableCount_.set(*hold, 1, "writableCount", hold->writableCount() + 1, &NotifieeConst::onWritableCount);
+    hold->writableCount_.set(*hold, 1, "writableCount", hold->writableCount() + 1,
+                             &NotifieeConst::onWritableCount);
   }
   return 0;
 }

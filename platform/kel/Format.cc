@@ -14,8 +14,9 @@ namespace {
 // "%" and the flags, width and precision that follow; `position` is left at the conversion character.
 std::string_view specification(std::string_view format, std::size_t& position) {
   std::size_t const start = position++;
-  while (position < format.size() && (std::string_view("-+ #0.").find(format[position]) != std::string_view::npos ||
-                                      std::isdigit(static_cast<unsigned char>(format[position])) != 0)) {
+  while (position < format.size() &&
+         (std::string_view("-+ #0.").find(format[position]) != std::string_view::npos ||
+          std::isdigit(static_cast<unsigned char>(format[position])) != 0)) {
     ++position;
   }
   return format.substr(start, position - start);
@@ -30,7 +31,8 @@ String print(String const& specification, T value) {
 
 String shortest(double value) {
   std::array<char, 64> buffer{};
-  auto const [end, error] = std::to_chars(buffer.data(), buffer.data() + buffer.size(), value, std::chars_format::fixed);
+  auto const [end, error] =
+      std::to_chars(buffer.data(), buffer.data() + buffer.size(), value, std::chars_format::fixed);
   return error == std::errc() ? String(buffer.data(), end) : print("%g", value);
 }
 

@@ -74,10 +74,10 @@ void logSinkDel(int number) { registry().sinks.erase(number); }
 void logToSystem(LogEvent const& event) {
   // sd_journal_send succeeds silently where there is no journal.
   if (access("/run/systemd/journal/socket", W_OK) == 0) {
-    sd_journal_send("MESSAGE=%s: %s", event.name.c_str(), event.message.c_str(), "PRIORITY=%u", event.severity,
-                    "EVENT_NAME=%s", event.name.c_str(), "EVENT_SEVERITY=%u", event.severity,
-                    "EVENT_EXPLANATION=%s", event.explanation.c_str(), "EVENT_ACTION=%s", event.action.c_str(),
-                    nullptr);
+    sd_journal_send("MESSAGE=%s: %s", event.name.c_str(), event.message.c_str(), "PRIORITY=%u",
+                    event.severity, "EVENT_NAME=%s", event.name.c_str(), "EVENT_SEVERITY=%u", event.severity,
+                    "EVENT_EXPLANATION=%s", event.explanation.c_str(), "EVENT_ACTION=%s",
+                    event.action.c_str(), nullptr);
   } else {
     syslog(static_cast<int>(event.severity), "%s: %s", event.name.c_str(), event.message.c_str());
   }

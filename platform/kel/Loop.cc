@@ -1,7 +1,7 @@
 #include "platform/kel/Loop.h"
 
-#include <csignal>
 #include <cmath>
+#include <csignal>
 #include <ctime>
 
 #include "platform/kel/ActivityManager.h"
@@ -53,8 +53,8 @@ Loop::Loop() : wallAtStart_(read(CLOCK_REALTIME)), monotonicAtStart_(read(CLOCK_
   block(SIGCHLD);
   [[maybe_unused]] int const created = sd_event_new(&event_);
   KEL_ASSERT(created >= 0, "sd_event_new");
-  int const added =
-      sd_event_add_time(event_, &timer_, CLOCK_MONOTONIC, UINT64_MAX, timerAccuracyMicroseconds, onTimer, nullptr);
+  int const added = sd_event_add_time(event_, &timer_, CLOCK_MONOTONIC, UINT64_MAX, timerAccuracyMicroseconds,
+                                      onTimer, nullptr);
   KEL_ASSERT(added >= 0, "sd_event_add_time");
   sd_event_source_set_enabled(timer_, SD_EVENT_OFF);
 }
@@ -107,8 +107,8 @@ void Loop::onSignal(int signal, std::function<void()> handler) {
   sd_event_source* source = nullptr;
   int const added = sd_event_add_signal(event_, &source, signal, onSignalSource, owned);
   KEL_ASSERT(added >= 0, "sd_event_add_signal");
-  sd_event_source_set_destroy_callback(
-      source, [](void* data) { delete static_cast<std::function<void()>*>(data); });
+  sd_event_source_set_destroy_callback(source,
+                                       [](void* data) { delete static_cast<std::function<void()>*>(data); });
   sd_event_source_set_floating(source, 1);
   sd_event_source_unref(source);
 }

@@ -1,6 +1,6 @@
-// The event loop: one thread, on sd-event. Children, descriptors and signals are sd-event sources; all clocks share one
-// armed timer. In simulated time the loop drains what is ready and then jumps to the next firing time, so that an hour
-// passes in microseconds and always in the same order.
+// The event loop: one thread, on sd-event. Children, descriptors and signals are sd-event sources; all clocks
+// share one armed timer. In simulated time the loop drains what is ready and then jumps to the next firing
+// time, so that an hour passes in microseconds and always in the same order.
 #pragma once
 
 #include <systemd/sd-event.h>
@@ -43,7 +43,8 @@ class Loop {
   bool advanceUntil(std::function<bool()> const& done, Seconds limit);
 
   sd_event* event() const { return event_; }
-  // Descriptors and children tell the loop that they have a source, so that simulated time looks at the kernel at all.
+  // Descriptors and children tell the loop that they have a source, so that simulated time looks at the
+  // kernel at all.
   void sourceAdded() { ++sources_; }
   void sourceRemoved() { --sources_; }
 

@@ -1,8 +1,9 @@
 // Kel::Ptr, the reference-counted handle through which entities and reactors are held.
 //
-// The count lives in the object and starts at one, owned by makePtr; so an object may hand out handles to itself
-// already in its constructor. Counts are plain additions unless threadSafePointersIs(true) was called, before the first
-// second thread: the agent has one thread, a host that shares entities between threads pays for atomic updates.
+// The count lives in the object and starts at one, owned by makePtr; so an object may hand out handles to
+// itself already in its constructor. Counts are plain additions unless threadSafePointersIs(true) was called,
+// before the first second thread: the agent has one thread, a host that shares entities between threads pays
+// for atomic updates.
 #pragma once
 
 #include <atomic>
@@ -64,10 +65,7 @@ class Ptr {
   Ptr(Ptr const& other) : object_(other.object_) { acquire(); }
   Ptr(Ptr&& other) noexcept : object_(std::exchange(other.object_, nullptr)) {}
   template <typename U>
-    requires std::is_convertible_v<U*, T*>
-  Ptr(Ptr<U> const& other) : object_(other.get()) {
-    acquire();
-  }
+  requires std::is_convertible_v<U*, T*> Ptr(Ptr<U> const& other) : object_(other.get()) { acquire(); }
   ~Ptr() {
     if (object_ != nullptr) object_->release();
   }

@@ -33,7 +33,8 @@ std::optional<IntfId> IntfId::fromString(std::string_view text) {
 }
 
 Kel::String EthAddr::stringValue() const {
-  return Kel::format("%02x:%02x:%02x:%02x:%02x:%02x", bytes[0], bytes[1], bytes[2], bytes[3], bytes[4], bytes[5]);
+  return Kel::format("%02x:%02x:%02x:%02x:%02x:%02x", bytes[0], bytes[1], bytes[2], bytes[3], bytes[4],
+                     bytes[5]);
 }
 
 std::optional<EthAddr> EthAddr::fromString(std::string_view text) {
