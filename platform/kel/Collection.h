@@ -63,15 +63,18 @@ class Collection {
 
   template <typename N>
   void delAll(Entity& owner, unsigned level, std::string_view name, void (N::*hook)(K const&)) {
+    Ptr<Entity> const hold(&owner);  // a handler may let go of the owner, and this collection with it
     for (K const& key : keys()) del(owner, level, name, key, hook);
   }
 
   template <typename N>
   void announce(Entity& owner, unsigned level, std::string_view name, K const& key,
                 void (N::*hook)(K const&)) {
+    if (!owner.observed()) return;
+    K const held = key;  // `key` may be part of what a handler deletes
     owner.notify<N>(
-        level, name, [hook, key](N& notifiee) { (notifiee.*hook)(key); },
-        [&key] { return Codec<K>::toText(key); });
+        level, name, [hook, &held](N& notifiee) { (notifiee.*hook)(held); },
+        [&held] { return Codec<K>::toText(held); });
   }
 
  private:

@@ -72,11 +72,12 @@ class Entity : public RefCounted {
   // derived class, has no hook for it. `keyText` gives the text of the collection's key.
   template <typename N, typename Hook, typename KeyText>
   void notify(unsigned level, std::string_view attribute, Hook&& hook, KeyText&& keyText) const {
-    if (notifiees_.empty() && watchers_.empty()) return;
+    if (!observed()) return;
     Delivery const delivery(*this);
     for (std::size_t i = 0, count = notifiees_.size(); i < count; ++i) {
       NotifieeBase* notifiee = notifiees_[i];
-      if (notifiee == nullptr || !notifiee->active_ || notifiee->level_ < level) continue;
+      if (notifiee == nullptr || notifiee->beingDestroyed()) continue;
+      if (!notifiee->active_ || notifiee->level_ < level) continue;
       Ptr<NotifieeBase> const hold(notifiee);
       hook(static_cast<N&>(*notifiee));
     }
@@ -100,6 +101,7 @@ class Entity : public RefCounted {
     Ptr<Entity const> entity_;
   };
 
+  bool observed() const { return !notifiees_.empty() || !watchers_.empty(); }
   void notifyWatchers(std::string_view attribute, std::string_view key) const;
   void notifieeIs(NotifieeBase* notifiee) const { notifiees_.push_back(notifiee); }
   void notifieeDel(NotifieeBase* notifiee) const;

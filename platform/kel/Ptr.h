@@ -7,9 +7,9 @@
 #pragma once
 
 #include <atomic>
-#include <compare>
 #include <cstddef>
 #include <cstdint>
+#include <type_traits>
 #include <utility>
 
 namespace Kel {
@@ -42,7 +42,11 @@ class RefCounted {
       before = references_.load(std::memory_order_relaxed);
       references_.store(before - 1, std::memory_order_relaxed);
     }
-    if (before == 1) delete this;
+    if (before != 1) return;
+    // A destructor may hand out handles to its object again (it clears an attribute, which notifies): giving
+    // those back must not delete a second time.
+    references_.store(dying, std::memory_order_relaxed);
+    delete this;
   }
 
   std::uint32_t references() const { return references_.load(std::memory_order_relaxed); }
@@ -51,7 +55,12 @@ class RefCounted {
   RefCounted() = default;
   virtual ~RefCounted() = default;
 
+  // Whether the destructor runs.
+  bool beingDestroyed() const { return references() >= dying; }
+
  private:
+  static constexpr std::uint32_t dying = 1U << 31;
+
   mutable std::atomic<std::uint32_t> references_{1};
 };
 
