@@ -33,7 +33,7 @@ class Clock : public Entity {
    private:
     friend class Clock;
 
-    Clock const& clock_;
+    Ptr<Clock const> clock_;
     Seconds timeMin_ = never;
     std::uint64_t armed_ = 0;
   };
