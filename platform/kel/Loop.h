@@ -6,7 +6,7 @@
 #include <systemd/sd-event.h>
 
 #include <functional>
-#include <memory>
+#include <optional>
 
 #include "platform/kel/Types.h"
 
@@ -22,9 +22,9 @@ class Loop {
   Loop(Loop const&) = delete;
   Loop& operator=(Loop const&) = delete;
 
-  // Runs until stop() and returns its code.
+  // Runs until stop() and returns its code; at once when stop() came first. It can be run again.
   int run();
-  void stop(int code);
+  void stop(int code) { exitCode_ = code; }
 
   // Runs `handler` on the loop when the signal arrives. Call before a second thread is started.
   void onSignal(int signal, std::function<void()> handler);
@@ -59,6 +59,7 @@ class Loop {
   Seconds wallAtStart_ = 0;
   Seconds monotonicAtStart_ = 0;
   Seconds simulatedNow_ = 0;
+  std::optional<int> exitCode_;
   int sources_ = 0;
   bool simulated_ = false;
 };
