@@ -48,18 +48,25 @@ LogHandle::~LogHandle() { std::erase(registry().handles, this); }
 
 bool LogHandle::okToLog() const {
   if ((flags_ & 1) != 0) return false;
-  return interval_ <= 0 || now() - windowStart_ >= interval_ || inWindow_ < burst_;
+  return interval_ <= 0 || windowOver(now()) || inWindow_ < burst_;
+}
+
+// A start that lies ahead comes from a simulated time that has ended since.
+bool LogHandle::windowOver(Seconds time) const {
+  return time - windowStart_ >= interval_ || time < windowStart_;
 }
 
 void LogHandle::emit(String message) {
   Seconds const time = now();
-  if (time - windowStart_ >= interval_) {
+  if (windowOver(time)) {
     windowStart_ = time;
     inWindow_ = 0;
   }
   ++inWindow_;
   LogEvent const event{time, name_, severity_, std::move(message), explanation_, recommendedAction_};
-  for (auto const& [number, sink] : std::map<int, LogSink>(registry().sinks)) sink(event);
+  for (auto const& [number, sink] : std::map<int, LogSink>(registry().sinks)) {
+    if (registry().sinks.contains(number)) sink(event);
+  }
 }
 
 std::vector<LogHandle const*> const& logHandles() { return registry().handles; }

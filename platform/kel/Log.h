@@ -53,6 +53,7 @@ class LogHandle {
 
  private:
   void emit(String message);
+  bool windowOver(Seconds time) const;
 
   char const* name_;
   std::uint32_t severity_;
