@@ -1,5 +1,5 @@
-// What the process as a whole knows: its clock, the system's name and kind. `activityManager()` is the one of the
-// process.
+// What the process as a whole knows: its clock, the system's name and kind. `activityManager()` is the one of
+// the process.
 #pragma once
 
 #include "platform/kel/Clock.h"
