@@ -1,7 +1,7 @@
 #include "platform/kel/Loop.h"
 
-#include <csignal>
 #include <cmath>
+#include <csignal>
 #include <ctime>
 
 #include "platform/kel/ActivityManager.h"
@@ -21,7 +21,9 @@ Seconds read(clockid_t clock) {
   return static_cast<Seconds>(time.tv_sec) + static_cast<Seconds>(time.tv_nsec) * 1e-9;
 }
 
-Clock const& clock() { return *activityManager()->config()->clock(); }
+Clock const& clock() {
+  return *activityManager()->config()->clock();
+}
 
 void block(int signal) {
   sigset_t set;
@@ -42,7 +44,9 @@ int onSignalSource(sd_event_source*, signalfd_siginfo const*, void* handler) {
 
 }  // namespace
 
-Seconds now() { return Loop::instance().now(); }
+Seconds now() {
+  return Loop::instance().now();
+}
 
 Loop& Loop::instance() {
   static Loop loop;
@@ -53,8 +57,8 @@ Loop::Loop() : wallAtStart_(read(CLOCK_REALTIME)), monotonicAtStart_(read(CLOCK_
   block(SIGCHLD);
   [[maybe_unused]] int const created = sd_event_new(&event_);
   KEL_ASSERT(created >= 0, "sd_event_new");
-  int const added =
-      sd_event_add_time(event_, &timer_, CLOCK_MONOTONIC, UINT64_MAX, timerAccuracyMicroseconds, onTimer, nullptr);
+  int const added = sd_event_add_time(event_, &timer_, CLOCK_MONOTONIC, UINT64_MAX, timerAccuracyMicroseconds,
+                                      onTimer, nullptr);
   KEL_ASSERT(added >= 0, "sd_event_add_time");
   sd_event_source_set_enabled(timer_, SD_EVENT_OFF);
 }
@@ -82,23 +86,39 @@ void Loop::arm() {
   sd_event_source_set_enabled(timer_, SD_EVENT_ONESHOT);
 }
 
+// Waits for one event, at most `limit`, and handles it.
+void Loop::pass(Seconds limit) {
+  arm();
+  int const ran = sd_event_run(event_, limit == never ? UINT64_MAX : static_cast<std::uint64_t>(limit * 1e6));
+  KEL_ASSERT(ran >= 0, "sd_event_run");
+  // A one-shot source is off once it has fired.
+  int enabled = SD_EVENT_OFF;
+  sd_event_source_get_enabled(timer_, &enabled);
+  if (enabled == SD_EVENT_OFF) armedFor_ = never;
+}
+
 int Loop::run() {
   KEL_ASSERT(!simulated_, "!simulated()");
-  while (sd_event_get_state(event_) != SD_EVENT_FINISHED) {
-    arm();
-    int const ran = sd_event_run(event_, UINT64_MAX);
-    KEL_ASSERT(ran >= 0, "sd_event_run");
-    // A one-shot source is off once it has fired.
-    int enabled = SD_EVENT_OFF;
-    sd_event_source_get_enabled(timer_, &enabled);
-    if (enabled == SD_EVENT_OFF) armedFor_ = never;
-  }
+  while (sd_event_get_state(event_) != SD_EVENT_FINISHED) pass(never);
   int code = 0;
   sd_event_get_exit_code(event_, &code);
   return code;
 }
 
-void Loop::stop(int code) { sd_event_exit(event_, code); }
+bool Loop::runUntil(std::function<bool()> const& done, Seconds limit) {
+  KEL_ASSERT(!simulated_, "!simulated()");
+  Seconds const end = now() + limit;
+  while (!done()) {
+    Seconds const left = end - now();
+    if (left <= 0) return false;
+    pass(left);
+  }
+  return true;
+}
+
+void Loop::stop(int code) {
+  sd_event_exit(event_, code);
+}
 
 void Loop::onSignal(int signal, std::function<void()> handler) {
   block(signal);
@@ -107,13 +127,15 @@ void Loop::onSignal(int signal, std::function<void()> handler) {
   sd_event_source* source = nullptr;
   int const added = sd_event_add_signal(event_, &source, signal, onSignalSource, owned);
   KEL_ASSERT(added >= 0, "sd_event_add_signal");
-  sd_event_source_set_destroy_callback(
-      source, [](void* data) { delete static_cast<std::function<void()>*>(data); });
+  sd_event_source_set_destroy_callback(source,
+                                       [](void* data) { delete static_cast<std::function<void()>*>(data); });
   sd_event_source_set_floating(source, 1);
   sd_event_source_unref(source);
 }
 
-void Loop::watchdogIs(bool on) { sd_event_set_watchdog(event_, on ? 1 : 0); }
+void Loop::watchdogIs(bool on) {
+  sd_event_set_watchdog(event_, on ? 1 : 0);
+}
 
 void Loop::simulate(Seconds start) {
   sd_event_source_set_enabled(timer_, SD_EVENT_OFF);
@@ -122,7 +144,9 @@ void Loop::simulate(Seconds start) {
   simulatedNow_ = start;
 }
 
-void Loop::endSimulation() { simulated_ = false; }
+void Loop::endSimulation() {
+  simulated_ = false;
+}
 
 bool Loop::drain() {
   bool any = false;

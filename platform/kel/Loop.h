@@ -1,6 +1,6 @@
-// The event loop: one thread, on sd-event. Children, descriptors and signals are sd-event sources; all clocks share one
-// armed timer. In simulated time the loop drains what is ready and then jumps to the next firing time, so that an hour
-// passes in microseconds and always in the same order.
+// The event loop: one thread, on sd-event. Children, descriptors and signals are sd-event sources; all clocks
+// share one armed timer. In simulated time the loop drains what is ready and then jumps to the next firing
+// time, so that an hour passes in microseconds and always in the same order.
 #pragma once
 
 #include <systemd/sd-event.h>
@@ -25,6 +25,8 @@ class Loop {
   // Runs until stop() and returns its code.
   int run();
   void stop(int code);
+  // Runs until `done` holds, looked at after each pass; false when `limit` has passed first.
+  bool runUntil(std::function<bool()> const& done, Seconds limit);
 
   // Runs `handler` on the loop when the signal arrives. Call before a second thread is started.
   void onSignal(int signal, std::function<void()> handler);
@@ -43,12 +45,14 @@ class Loop {
   bool advanceUntil(std::function<bool()> const& done, Seconds limit);
 
   sd_event* event() const { return event_; }
-  // Descriptors and children tell the loop that they have a source, so that simulated time looks at the kernel at all.
+  // Descriptors and children tell the loop that they have a source, so that simulated time looks at the
+  // kernel at all.
   void sourceAdded() { ++sources_; }
   void sourceRemoved() { --sources_; }
 
  private:
   void arm();
+  void pass(Seconds limit);
   bool drain();
   bool jump(Seconds limit);
 

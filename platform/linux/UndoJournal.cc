@@ -57,7 +57,8 @@ Kel::String const* UndoJournal::original(int ifIndex, Kel::String const& item) c
 
 void UndoJournal::entryIs(int ifIndex, Kel::String const& item, Kel::String const& original) {
   if (this->original(ifIndex, item) != nullptr) return;
-  Entry const& entry = entries_[ifIndex].emplace_back(item, original);
+  Entry const entry{item, original};
+  entries_[ifIndex].push_back(entry);
   ++count_;
   if (descriptor_ < 0) return compact();
   append(addedLine(ifIndex, entry));
