@@ -1,5 +1,5 @@
-// What the process as a whole knows: its clock, the system's name and kind, and the entities that its rooms share
-// without being mounted. `activityManager()` is the one of the process.
+// What the process as a whole knows: its clock, the system's name and kind, and the entities that its rooms
+// share without being mounted. `activityManager()` is the one of the process.
 #pragma once
 
 #include "platform/kel/Clock.h"
@@ -37,9 +37,9 @@ class ActivityManager : public Entity {
 
   Ptr<ActivityManagerConfig> const& config() const { return config_; }
 
-  // Entities by which one room asks another for a service, when neither may know the other: whoever asks creates the
-  // entity and makes it known here, whoever serves follows the collection and picks those of its type. `name` is a path,
-  // unique in the process. Whoever added an entity removes it.
+  // Entities by which one room asks another for a service, when neither may know the other: whoever asks
+  // creates the entity and makes it known here, whoever serves follows the collection and picks those of its
+  // type. `name` is a path, unique in the process. Whoever added an entity removes it.
   Collection<Name, Ptr<Entity>> const& localEntity() const { return localEntity_; }
   Ptr<Entity> const& localEntity(Name const& name) const { return localEntity_.get(name); }
   void localEntityIs(Name const& name, Ptr<Entity> entity) {

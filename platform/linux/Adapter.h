@@ -12,17 +12,22 @@
 #include "platform/linux/ConfigFollower.h"
 #include "platform/linux/DeviceSettings.h"
 #include "platform/linux/Entities.h"
+#include "platform/linux/Inventory.h"
 #include "platform/linux/Ip6Applier.h"
+#include "platform/linux/LinkModeApplier.h"
 #include "platform/linux/LinkUpApplier.h"
 #include "platform/linux/LinkWatcher.h"
+#include "platform/linux/LocalServices.h"
 #include "platform/linux/MtuApplier.h"
 #include "platform/linux/Netlink.h"
 #include "platform/linux/Ports.h"
+#include "platform/linux/RouterAdvertisements.h"
 
 namespace Linux {
 
 struct AdapterConfig {
   PortSelectionConfig ports;
+  InventoryConfig inventory;
   Kel::String runDirectory = "/run/zerotouch";  // for the undo journal; made when missing
   int netlinkBuffer = 1 << 20;                  // of the notification socket, in bytes
 };
@@ -54,11 +59,15 @@ class Adapter {
   LinkUpApplier linkUpApplier_;
   Ip6Applier ip6Applier_;
   MtuApplier mtuApplier_;
+  LinkModeApplier linkModeApplier_;
   AddressApplier addressApplier_;
   ApplyQueue queue_;
   ConfigFollower configFollower_;
   AddressWatcher addressWatcher_;
+  RouterAdvertisements routerAdvertisements_;
+  LocalServices localServices_;
   std::optional<LinkWatcher> linkWatcher_;
+  std::optional<Inventory> inventory_;
   bool keep_ = false;
 };
 

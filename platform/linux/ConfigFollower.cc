@@ -15,6 +15,21 @@ class MtuReactor : public Interface::IntfConfig::NotifieeConst {
   ApplyQueue& queue_;
 };
 
+class EthPhyReactor : public Interface::EthPhyIntfConfig::NotifieeConst {
+ public:
+  EthPhyReactor(Kel::Ptr<Interface::EthPhyIntfConfig const> const& config, ApplyQueue& queue)
+      : NotifieeConst(config), queue_(queue) {}
+  void onMtu() override { changed(); }
+  void onLinkModeLocal() override { changed(); }
+  void onAdvertisedModesLocal() override { changed(); }
+  void onAdvertisedModesConfiguredLocal() override { changed(); }
+
+ private:
+  void changed() { queue_.add(notifier().intfId()); }
+
+  ApplyQueue& queue_;
+};
+
 class IpReactor : public Ip::IpIntfConfig::NotifieeConst {
  public:
   IpReactor(Kel::Ptr<Ip::IpIntfConfig const> const& config, ApplyQueue& queue)
@@ -65,11 +80,11 @@ class EntryReactors {
   std::map<Wire::IntfId, Kel::Ptr<Reactor>> reactors_;
 };
 
-// For a directory whose collection is `intfConfig` and whose entries have an MTU.
-template <typename Dir>
-class MtuDirReactor : public Dir::NotifieeConst {
+// For a directory whose collection is `intfConfig`.
+template <typename Dir, typename Reactor>
+class IntfConfigDirReactor : public Dir::NotifieeConst {
  public:
-  MtuDirReactor(Kel::Ptr<Dir const> const& dir, ApplyQueue& queue)
+  IntfConfigDirReactor(Kel::Ptr<Dir const> const& dir, ApplyQueue& queue)
       : Dir::NotifieeConst(dir), entries_(queue) {
     for (auto const& [intfId, entry] : dir->intfConfig()) entries_.entryIs(intfId, entry);
   }
@@ -78,7 +93,7 @@ class MtuDirReactor : public Dir::NotifieeConst {
   }
 
  private:
-  EntryReactors<MtuReactor> entries_;
+  EntryReactors<Reactor> entries_;
 };
 
 class L3DirReactor : public L3::Intf::ConfigDir::NotifieeConst {
@@ -122,11 +137,12 @@ class Ip6DirReactor : public Ip6::Config::NotifieeConst {
 }  // namespace
 
 ConfigFollower::ConfigFollower(Entities const& entities, ApplyQueue& queue)
-    : directoryReactors_{
-          Kel::makePtr<MtuDirReactor<Interface::AllEthPhyIntfConfigDir>>(entities.ethPhyIntfConfigDir, queue),
-          Kel::makePtr<MtuDirReactor<Interface::VlanIntfConfigDir>>(entities.vlanIntfConfigDir, queue),
-          Kel::makePtr<L3DirReactor>(entities.l3IntfConfigDir, queue),
-          Kel::makePtr<IpDirReactor>(entities.ipConfig, queue),
-          Kel::makePtr<Ip6DirReactor>(entities.ip6Config, queue)} {}
+    : directoryReactors_{Kel::makePtr<IntfConfigDirReactor<Interface::AllEthPhyIntfConfigDir, EthPhyReactor>>(
+                             entities.ethPhyIntfConfigDir, queue),
+                         Kel::makePtr<IntfConfigDirReactor<Interface::VlanIntfConfigDir, MtuReactor>>(
+                             entities.vlanIntfConfigDir, queue),
+                         Kel::makePtr<L3DirReactor>(entities.l3IntfConfigDir, queue),
+                         Kel::makePtr<IpDirReactor>(entities.ipConfig, queue),
+                         Kel::makePtr<Ip6DirReactor>(entities.ip6Config, queue)} {}
 
 }  // namespace Linux

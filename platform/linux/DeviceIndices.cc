@@ -20,7 +20,8 @@ class DeviceIndices::PortsReactor : public Ports::NotifieeConst {
   DeviceIndices& indices_;
 };
 
-DeviceIndices::DeviceIndices(Kel::Ptr<Interface::NetNsIntfStatusManagerRoot> manager, Kel::Ptr<Ports const> ports)
+DeviceIndices::DeviceIndices(Kel::Ptr<Interface::NetNsIntfStatusManagerRoot> manager,
+                             Kel::Ptr<Ports const> ports)
     : manager_(std::move(manager)), ports_(std::move(ports)) {
   managerReactor_ = Kel::makePtr<ManagerReactor>(*this);
   portsReactor_ = Kel::makePtr<PortsReactor>(*this);

@@ -1,4 +1,5 @@
-// Serves an interface-to-device manager: keeps its directory of kernel indices true to the ports that are present.
+// Serves an interface-to-device manager: keeps its directory of kernel indices true to the ports that are
+// present.
 #pragma once
 
 #include "platform/linux/Ports.h"

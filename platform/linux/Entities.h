@@ -2,11 +2,13 @@
 // (configuration). All are set.
 #pragma once
 
+#include "platform/model/entitymib.h"
 #include "platform/model/interface.h"
 #include "platform/model/ip.h"
 #include "platform/model/ip6.h"
 #include "platform/model/kernelnetinfo.h"
 #include "platform/model/l3.h"
+#include "platform/model/routeradvt.h"
 
 namespace Linux {
 
@@ -22,6 +24,8 @@ struct Entities {
   Kel::Ptr<KernelNetInfo::Status> kernelNetInfoStatus;
   Kel::Ptr<Ip::Status> ipStatus;
   Kel::Ptr<Ip6::Status> ip6Status;
+  Kel::Ptr<RouterAdvt::RaPacketStatus> raPacketStatus;
+  Kel::Ptr<EntityMib::Status> entityMibStatus;
 
   // Followed by the adapter. In these two it makes a record for each port and VLAN interface, and removes it
   // with the device.

@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "platform/kel/Trace.h"
+#include "platform/linux/LinkModeSetting.h"
 #include "platform/linux/Warnings.h"
 
 namespace Linux {
@@ -212,6 +213,7 @@ void LinkWatcher::update(Interface::IntfStatus& status, Wire::IntfId const& intf
   status.operStatusIs(operStatus(link));
   if (auto* const ethernet = dynamic_cast<Interface::EthIntfStatus*>(&status))
     updateEthernet(*ethernet, link);
+  if (auto* const port = dynamic_cast<Interface::EthPhyIntfStatus*>(&status)) readLinkModes(link.name, *port);
 }
 
 void LinkWatcher::updateEthernet(Interface::EthIntfStatus& status, Link const& link) const {

@@ -33,7 +33,9 @@ void LocalServices::handleLocalEntity(Kel::Name const& name) {
   }
   if (auto* manager = dynamic_cast<Interface::NetNsIntfStatusManagerRoot*>(entity)) {
     if (!manager->netNsName().stringValue().empty()) {
-      KEL_TRACE(trace, 1, name << ": only the host's own namespace is served, not " << manager->netNsName().stringValue());
+      KEL_TRACE(
+          trace, 1,
+          name << ": only the host's own namespace is served, not " << manager->netNsName().stringValue());
       return;
     }
     deviceIndices_[name] = std::make_unique<DeviceIndices>(Kel::Ptr(manager), ports_);

@@ -1,5 +1,5 @@
-// Finds the managers that other rooms make known as local entities of the activity manager, and serves them for as long
-// as they are there.
+// Finds the managers that other rooms make known as local entities of the activity manager, and serves them
+// for as long as they are there.
 #pragma once
 
 #include <map>

@@ -69,10 +69,11 @@ Descriptor openSocket(int ifIndex, PacketSocketOptions const& options) {
 
 void putTagBack(std::vector<std::uint8_t>& frame, tpacket_auxdata const& aux) {
   if ((aux.tp_status & TP_STATUS_VLAN_VALID) == 0 || frame.size() < addressesLength) return;
-  std::uint16_t const tpid = (aux.tp_status & TP_STATUS_VLAN_TPID_VALID) != 0 ? aux.tp_vlan_tpid : ETH_P_8021Q;
-  std::array<std::uint8_t, 4> const tag{
-      static_cast<std::uint8_t>(tpid >> 8), static_cast<std::uint8_t>(tpid),
-      static_cast<std::uint8_t>(aux.tp_vlan_tci >> 8), static_cast<std::uint8_t>(aux.tp_vlan_tci)};
+  std::uint16_t const tpid =
+      (aux.tp_status & TP_STATUS_VLAN_TPID_VALID) != 0 ? aux.tp_vlan_tpid : ETH_P_8021Q;
+  std::array<std::uint8_t, 4> const tag{static_cast<std::uint8_t>(tpid >> 8), static_cast<std::uint8_t>(tpid),
+                                        static_cast<std::uint8_t>(aux.tp_vlan_tci >> 8),
+                                        static_cast<std::uint8_t>(aux.tp_vlan_tci)};
   frame.insert(frame.begin() + addressesLength, tag.begin(), tag.end());
 }
 
@@ -91,8 +92,10 @@ std::vector<std::uint8_t> receive(int socket, Wire::IntfId const& intfId) {
   message.msg_controllen = control.size();
   ssize_t const length = recvmsg(socket, &message, 0);
   if (length < 0) {
-    // ENETDOWN is how the socket tells, once, that the device went down or away. It goes on when the device is up again.
-    if (errno != EAGAIN && errno != EINTR) KEL_TRACE(trace, 3, intfId.stringValue() << ": " << std::strerror(errno));
+    // ENETDOWN is how the socket tells, once, that the device went down or away. It goes on when the device
+    // is up again.
+    if (errno != EAGAIN && errno != EINTR)
+      KEL_TRACE(trace, 3, intfId.stringValue() << ": " << std::strerror(errno));
     return {};
   }
   if (from.sll_pkttype == PACKET_OUTGOING) return {};
@@ -124,7 +127,9 @@ PacketSocket::PacketSocket(Wire::IntfId intfId, int ifIndex, PacketSocketOptions
   descriptor_->notifyOnReadableIs(true);
 }
 
-PacketSocket::~PacketSocket() { close(); }
+PacketSocket::~PacketSocket() {
+  close();
+}
 
 void PacketSocket::close() {
   reader_ = nullptr;

@@ -15,13 +15,14 @@ struct PacketSocketOptions {
   Wire::EthAddr listenAddr;         // multicast address to join; all multicast is asked for besides
 };
 
-// Hands over one frame per pass of the loop, so that a flood on one port holds up nobody: what the loop cannot keep up
-// with overflows the socket's small buffer in the kernel. Frames that this system sent itself are left out. An outer VLAN
-// tag, which the kernel strips, is back in its place; frames longer than 9,234 bytes are cut off there.
+// Hands over one frame per pass of the loop, so that a flood on one port holds up nobody: what the loop
+// cannot keep up with overflows the socket's small buffer in the kernel. Frames that this system sent itself
+// are left out. An outer VLAN tag, which the kernel strips, is back in its place; frames longer than 9,234
+// bytes are cut off there.
 class PacketSocket : public Wire::Pam {
  public:
-  // Nothing unfiltered is ever received: the filter is in place before the socket is bound. Throws std::system_error
-  // with the call that failed; ENODEV says that the device is gone.
+  // Nothing unfiltered is ever received: the filter is in place before the socket is bound. Throws
+  // std::system_error with the call that failed; ENODEV says that the device is gone.
   PacketSocket(Wire::IntfId intfId, int ifIndex, PacketSocketOptions const& options);
   ~PacketSocket() override;
 

@@ -91,7 +91,8 @@ void PacketSockets::look(Wire::IntfId const& intfId) {
 
 void PacketSockets::handlePass() {
   if (waiting_.empty()) waiting_.swap(failed_);
-  for (int i = 0; i < portsPerPass && !waiting_.empty(); ++i) update(waiting_.extract(waiting_.begin()).value());
+  for (int i = 0; i < portsPerPass && !waiting_.empty(); ++i)
+    update(waiting_.extract(waiting_.begin()).value());
   if (!waiting_.empty()) {
     pass_->timeMinIs(Kel::now());
   } else if (!failed_.empty()) {

@@ -1,6 +1,7 @@
-// Serves a packet-socket manager: keeps one socket open on each interface for which one is wanted and whose device is
-// there. Sockets are opened and closed on later passes of the loop, some per pass, so that setting up thousands of ports
-// holds nobody up. One that cannot be opened is a warning, and is tried again every 10 s.
+// Serves a packet-socket manager: keeps one socket open on each interface for which one is wanted and whose
+// device is there. Sockets are opened and closed on later passes of the loop, some per pass, so that setting
+// up thousands of ports holds nobody up. One that cannot be opened is a warning, and is tried again every 10
+// s.
 #pragma once
 
 #include <map>

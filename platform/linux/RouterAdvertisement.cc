@@ -31,8 +31,8 @@ Kel::String checkOptions(std::span<std::uint8_t const> options) {
 
 }  // namespace
 
-Kel::String parseRouterAdvertisement(std::span<std::uint8_t const> message, int hopLimit, Wire::Ip6Addr const& source,
-                                     RouterAdvertisement& out) {
+Kel::String parseRouterAdvertisement(std::span<std::uint8_t const> message, int hopLimit,
+                                     Wire::Ip6Addr const& source, RouterAdvertisement& out) {
   if (hopLimit != requiredHopLimit) return Kel::format("hop limit %d", hopLimit);
   if (!isLinkLocal(source)) return "source " + source.stringValue() + " is not link-local";
   if (message.size() < headerLength) return Kel::format("only %u bytes", message.size());

@@ -98,7 +98,8 @@ class RouterAdvertisements::Listener : public Kel::Clock::NotifieeConst {
   int solicitationsLeft_ = 0;
 };
 
-RouterAdvertisements::RouterAdvertisements(Kel::Ptr<Ports const> ports, Kel::Ptr<RouterAdvt::RaPacketStatus> status)
+RouterAdvertisements::RouterAdvertisements(Kel::Ptr<Ports const> ports,
+                                           Kel::Ptr<RouterAdvt::RaPacketStatus> status)
     : ports_(std::move(ports)),
       status_(std::move(status)),
       discovery_([this](int ifIndex, Wire::Ip6Addr const& router, RouterAdvertisement const& advertisement) {

@@ -94,7 +94,9 @@ RouterDiscovery::RouterDiscovery(Handler handler) : handler_(std::move(handler))
   descriptor_->notifyOnReadableIs(true);
 }
 
-RouterDiscovery::~RouterDiscovery() { descriptor_->descriptorIs(-1); }
+RouterDiscovery::~RouterDiscovery() {
+  descriptor_->descriptorIs(-1);
+}
 
 void RouterDiscovery::handleReadable() {
   for (int i = 0; i < messagesPerPass && receive(); ++i) {
@@ -121,11 +123,10 @@ bool RouterDiscovery::receive() {
   std::ranges::copy(from.sin6_addr.s6_addr, source.bytes.begin());
   Arrival const arrival = arrivalOf(message);
   RouterAdvertisement advertisement;
-  Kel::String const reason =
-      (message.msg_flags & MSG_TRUNC) != 0
-          ? "message too long"
-          : parseRouterAdvertisement({buffer.data(), static_cast<std::size_t>(length)}, arrival.hopLimit, source,
-                                     advertisement);
+  Kel::String const reason = (message.msg_flags & MSG_TRUNC) != 0
+                                 ? "message too long"
+                                 : parseRouterAdvertisement({buffer.data(), static_cast<std::size_t>(length)},
+                                                            arrival.hopLimit, source, advertisement);
   if (reason.empty()) {
     handler_(arrival.ifIndex, source, advertisement);
   } else {

@@ -1,4 +1,5 @@
-// The socket of IPv6 router discovery (RFC 4861): solicitations out, advertisements in, for all devices at once.
+// The socket of IPv6 router discovery (RFC 4861): solicitations out, advertisements in, for all devices at
+// once.
 #pragma once
 
 #include <functional>
@@ -11,18 +12,19 @@ namespace Linux {
 
 class RouterDiscovery {
  public:
-  // Told about each valid advertisement: the device that it came in on, the router that sent it, and what it says.
+  // Told about each valid advertisement: the device that it came in on, the router that sent it, and what it
+  // says.
   using Handler = std::function<void(int ifIndex, Wire::Ip6Addr const& router, RouterAdvertisement const&)>;
 
-  // Opens the socket in the calling thread's network namespace. When the kernel refuses, that is a warning, and nothing
-  // is ever received.
+  // Opens the socket in the calling thread's network namespace. When the kernel refuses, that is a warning,
+  // and nothing is ever received.
   explicit RouterDiscovery(Handler handler);
   ~RouterDiscovery();
   RouterDiscovery(RouterDiscovery const&) = delete;
   RouterDiscovery& operator=(RouterDiscovery const&) = delete;
 
-  // Asks all routers on the link of a device to advertise themselves, from its link-local address `source`. One that
-  // cannot be sent is a trace: more will follow.
+  // Asks all routers on the link of a device to advertise themselves, from its link-local address `source`.
+  // One that cannot be sent is a trace: more will follow.
   void solicit(int ifIndex, Wire::Ip6Addr const& source, Wire::EthAddr const& macAddr) const;
 
  private:

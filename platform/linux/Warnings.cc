@@ -33,4 +33,22 @@ Kel::LogHandle portNameInvalid("PORT_NAME_INVALID", warning,
                                "The rules for port names make no valid name of the device's.",
                                "Correct the rules for port names.", interval, burst, 0);
 
+Kel::LogHandle linkModeIgnored(
+    "LINK_MODE_IGNORED", warning, "Device %s does not run at %s though its driver accepted that",
+    "The driver took the setting of the port's speed, but does not report it back.",
+    "Check what speeds the device and its module support.", interval, burst, 0);
+
+Kel::LogHandle packetSocketFailed("PACKET_SOCKET_FAILED", warning, "Cannot listen for frames on port %s: %s",
+                                  "LLDP frames that a neighbour sends on the port are not heard, for now.",
+                                  Kel::CallSupportIfPersists, interval, burst, 0);
+
+Kel::LogHandle routerAdvertisementsFailed("ROUTER_ADVERTISEMENTS_FAILED", warning,
+                                          "Cannot listen for IPv6 router advertisements: %s",
+                                          "No port will get its addresses by DHCPv6.",
+                                          "Check that the kernel has IPv6.", interval, burst, 0);
+
+Kel::LogHandle eepromInvalid("EEPROM_INVALID", warning, "The system EEPROM %s is not used: %s",
+                             "The model, serial number and MAC address are taken from elsewhere.",
+                             "Check the EEPROM's contents.", interval, burst, 0);
+
 }  // namespace Linux
