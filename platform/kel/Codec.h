@@ -79,7 +79,11 @@ struct Codec<T> {
   static std::string fromText(std::string_view text, T& out) {
     T parsed{};
     auto const [end, error] = std::from_chars(text.data(), text.data() + text.size(), parsed);
-    if (error != std::errc() || end != text.data() + text.size()) return "'" + std::string(text) + "' " + range();
+    // One text per number: a key has one name only.
+    bool const padded = text.size() > 1 && text.front() == '0';
+    if (error != std::errc() || end != text.data() + text.size() || padded) {
+      return "'" + std::string(text) + "': " + range();
+    }
     out = parsed;
     return {};
   }
