@@ -164,9 +164,11 @@ Kel::Value Connection::watch(std::string const& path) {
   if (watches_.size() == maxWatches) {
     throw RpcError(RpcCode::tooMany, "more than " + std::to_string(maxWatches) + " watches", path);
   }
-  return watches_
-      .emplace_back(std::make_unique<Watch>(tree_, path, [this] { changes_->timeMinIs(Kel::now()); }))
-      ->value();
+  // Armed once, not put off by each further change.
+  auto const onPending = [this] {
+    if (changes_->timeMin() == Kel::never) changes_->timeMinIs(Kel::now());
+  };
+  return watches_.emplace_back(std::make_unique<Watch>(tree_, path, onPending))->value();
 }
 
 bool Connection::unwatch(std::string const& path) {

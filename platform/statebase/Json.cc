@@ -60,7 +60,8 @@ class Builder : public Json::json_sax_t {
     Frame& frame = frames_.back();
     frame.name = std::move(name);
     if (lines_ != nullptr) {
-      frame.namePath = frame.name.starts_with('/') ? frame.name : join(frame.path, frame.name);
+      frame.namePath =
+          frames_.size() == 1 && frame.name.starts_with('/') ? frame.name : join(frame.path, frame.name);
       lines_->try_emplace(frame.namePath, line_);
     }
     return true;

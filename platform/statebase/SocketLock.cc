@@ -26,7 +26,8 @@ std::string holder(int descriptor) {
 
 SocketLock::SocketLock(std::string const& socketPath) {
   std::string const path = socketPath + ".lock";
-  descriptor_ = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0644);
+  // Nobody else may open it, or anyone could keep the host from starting by locking it.
+  descriptor_ = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
   if (descriptor_ < 0) throw SocketError(path + ": " + std::strerror(errno));
   if (flock(descriptor_, LOCK_EX | LOCK_NB) != 0) {
     std::string const reason =
