@@ -8,8 +8,8 @@ namespace Kel {
 
 }  // namespace Kel
 
-#define KEL_ASSERT(condition, text)                               \
-  do {                                                            \
-    if (!(condition)) [[unlikely]]                                \
-      ::Kel::assertionFailed(__FILE__, __LINE__, text);           \
+#define KEL_ASSERT(condition, text)                     \
+  do {                                                  \
+    if (!(condition)) [[unlikely]]                      \
+      ::Kel::assertionFailed(__FILE__, __LINE__, text); \
   } while (false)

@@ -1,6 +1,7 @@
 // Child processes: started and ended through an injected runner, so that tests need no real ones.
 //
-// Children start with an empty signal mask, default dispositions and no descriptors but the three standard ones.
+// Children start with an empty signal mask, default dispositions and no descriptors but the three standard
+// ones.
 #pragma once
 
 #include <sys/types.h>
@@ -26,7 +27,8 @@ class ChildSiginfo : public Entity {
 
   explicit ChildSiginfo(pid_t pid) : pid_(pid) {}
 
-  // 0 when the child could not be started; it then reports exited with status 127 on the next pass of the loop.
+  // 0 when the child could not be started; it then reports exited with status 127 on the next pass of the
+  // loop.
   pid_t pid() const { return pid_; }
   std::uint32_t statusCode() const { return statusCode_.get(); }
   bool ended() const { return statusCode() == exited || statusCode() == killed; }
@@ -54,18 +56,21 @@ class ChildRunner {
   virtual void reap(pid_t pid) = 0;
 };
 
-// Starts argv[0] with the null-terminated `argv` and the environment of this process. A descriptor of -1 means the
-// process's own. `reserved` is always -1. Never null: a child that cannot be started has a record too.
+// Starts argv[0] with the null-terminated `argv` and the environment of this process. A descriptor of -1
+// means the process's own. `reserved` is always -1. Never null: a child that cannot be started has a record
+// too.
 Ptr<ChildSiginfo> run(char const* const* argv, int stdinFd, int stdoutFd, int stderrFd, int reserved);
 
-// Runs a program without arguments and waits for its end, at most `timeout` seconds (-1: 10), then kills it: the loop
-// stands still meanwhile. Returns the exit status, 128 + the signal that ended it, or 127 when it could not be started.
+// Runs a program without arguments and waits for its end, at most `timeout` seconds (-1: 10), then kills it:
+// the loop stands still meanwhile. Returns the exit status, 128 + the signal that ended it, or 127 when it
+// could not be started.
 int runAndWait(char const* path, int stdinFd = -1, int stdoutFd = -1, int stderrFd = -1, int timeout = -1);
 
 // kill(2), for a single process only: an id below 2 is refused (it would mean init, a group or everybody).
 int kill(pid_t pid, int signal);
 
-// Waits for `pid` without blocking (WNOHANG), whoever it is; nothing happens when it is no child or still runs.
+// Waits for `pid` without blocking (WNOHANG), whoever it is; nothing happens when it is no child or still
+// runs.
 void reap(pid_t pid);
 
 // The process's runner: real processes unless a test has put its own (nullptr: back to the real one).

@@ -1,17 +1,26 @@
 #include "platform/kel/Clock.h"
 
+#include <cmath>
+
+#include "platform/kel/Assert.h"
+
 namespace Kel {
 
-Clock::NotifieeConst::NotifieeConst(Ptr<Clock const> clock) : NotifieeBase(clock, 1), clock_(*clock) {}
+// Not registered with the clock as an entity: the schedule is all that the clock needs to know.
+Clock::NotifieeConst::NotifieeConst(Ptr<Clock const> clock)
+    : NotifieeBase(nullptr, 1), clock_(std::move(clock)) {
+  KEL_ASSERT(clock_ != nullptr, "clock");
+}
 
 Clock::NotifieeConst::~NotifieeConst() { timeMinIs(never); }
 
 void Clock::NotifieeConst::timeMinIs(Seconds time) {
-  if (timeMin_ != never) clock_.schedule_.erase({timeMin_, armed_, this});
+  KEL_ASSERT(!std::isnan(time), "!isnan(time)");
+  if (timeMin_ != never) clock_->schedule_.erase({timeMin_, armed_, this});
   timeMin_ = time;
   if (time == never) return;
-  armed_ = ++clock_.armings_;
-  clock_.schedule_.insert({timeMin_, armed_, this});
+  armed_ = ++clock_->armings_;
+  clock_->schedule_.insert({timeMin_, armed_, this});
 }
 
 void Clock::fire(Seconds time) const {
@@ -23,10 +32,13 @@ void Clock::fire(Seconds time) const {
       ++next;
       continue;
     }
-    Ptr<NotifieeConst> const hold(notifiee);
-    notifiee->timeMinIs(never);
-    if (notifiee->hasNotificationActive()) notifiee->onTime();
-    // The handler may have armed and parked others: start over from what comes after this one.
+    {
+      Ptr<NotifieeConst> const hold(notifiee);
+      notifiee->timeMinIs(never);
+      if (notifiee->hasNotificationActive()) notifiee->onTime();
+    }
+    // The handler, or the end of the notifiee, may have armed and parked any: look up what comes after this
+    // one.
     next = schedule_.lower_bound({due, armed, nullptr});
   }
 }

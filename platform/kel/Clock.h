@@ -10,14 +10,15 @@
 
 namespace Kel {
 
-// Wall-clock time at the start of the process plus the monotonic time since, in seconds since 1970: it never steps
-// back when somebody sets the clock. Simulated in tests.
+// Wall-clock time at the start of the process plus the monotonic time since, in seconds since 1970: it never
+// steps back when somebody sets the clock. Simulated in tests.
 Seconds now();
 
 class Clock : public Entity {
  public:
-  // A notifiee has one firing time. It fires once, on a later pass of the loop, never inside the call that set the
-  // time, and is parked at Kel::never before its handler runs. Ties fire in the order in which they were armed.
+  // A notifiee has one firing time. It fires once, on a later pass of the loop, never inside the call that
+  // set the time, and is parked at Kel::never before its handler runs. Ties fire in the order in which they
+  // were armed.
   class NotifieeConst : public NotifieeBase {
    public:
     explicit NotifieeConst(Ptr<Clock const> clock);
@@ -32,14 +33,15 @@ class Clock : public Entity {
    private:
     friend class Clock;
 
-    Clock const& clock_;
+    Ptr<Clock const> clock_;
     Seconds timeMin_ = never;
     std::uint64_t armed_ = 0;
   };
 
   Seconds time() const { return now(); }
 
-  // For the loop: the earliest firing time, and firing all that is due at `time` and was armed before the call.
+  // For the loop: the earliest firing time, and firing all that is due at `time` and was armed before the
+  // call.
   Seconds nextTime() const { return schedule_.empty() ? never : std::get<Seconds>(*schedule_.begin()); }
   void fire(Seconds time) const;
 

@@ -1,8 +1,9 @@
-// How each attribute type is written as a Kel::Value and as the text of a collection's key, and read back, checked.
+// How each attribute type is written as a Kel::Value and as the text of a collection's key, and read back,
+// checked.
 //
-// `fromValue` and `fromText` give an empty string, or the reason why the input is refused (and leave `out` as it was).
-// Value types of the model qualify by having `stringValue()` and a static `fromString()`; enumerations and structures
-// get their codec generated.
+// `fromValue` and `fromText` give an empty string, or the reason why the input is refused (and leave `out` as
+// it was). Value types of the model qualify by having `stringValue()` and a static `fromString()`;
+// enumerations and structures get their codec generated.
 #pragma once
 
 #include <charconv>
@@ -13,6 +14,7 @@
 #include <string>
 #include <string_view>
 
+#include "platform/kel/Format.h"
 #include "platform/kel/Types.h"
 #include "platform/kel/Value.h"
 
@@ -64,6 +66,7 @@ struct Codec<std::string> {
 template <>
 struct Codec<bool> {
   static Value toValue(bool value) { return value; }
+  static std::string toText(bool value) { return value ? "true" : "false"; }
   static std::string fromValue(Value const& value, bool& out) {
     auto const* flag = value.as<bool>();
     if (flag == nullptr) return "expected true or false";
@@ -71,6 +74,15 @@ struct Codec<bool> {
     return {};
   }
 };
+
+// The number in `value`, if it is a whole one from 0 on, whichever type the reader of the input gave it.
+inline std::optional<std::uint64_t> wholeNumber(Value const& value) {
+  if (auto const* number = value.as<std::uint64_t>()) return *number;
+  if (auto const* number = value.as<std::int64_t>(); number != nullptr && *number >= 0) {
+    return static_cast<std::uint64_t>(*number);
+  }
+  return std::nullopt;
+}
 
 template <std::unsigned_integral T>
 struct Codec<T> {
@@ -88,8 +100,8 @@ struct Codec<T> {
     return {};
   }
   static std::string fromValue(Value const& value, T& out) {
-    auto const* number = value.as<std::uint64_t>();
-    if (number == nullptr || *number > std::numeric_limits<T>::max()) return range();
+    auto const number = wholeNumber(value);
+    if (!number || *number > std::numeric_limits<T>::max()) return range();
     out = static_cast<T>(*number);
     return {};
   }
@@ -104,10 +116,13 @@ struct Codec<T> {
 template <>
 struct Codec<double> {
   static Value toValue(double value) { return std::isinf(value) ? Value("unlimited") : Value(value); }
+  static std::string toText(double value) {
+    return std::isinf(value) ? "unlimited" : formatArguments("%s", {value});
+  }
   static std::string fromValue(Value const& value, double& out) {
     double parsed = -1;
     if (auto const* number = value.as<double>()) parsed = *number;
-    if (auto const* number = value.as<std::uint64_t>()) parsed = static_cast<double>(*number);
+    if (auto const number = wholeNumber(value)) parsed = static_cast<double>(*number);
     if (auto const* text = value.as<std::string>(); text != nullptr && *text == "unlimited") parsed = never;
     if (!(parsed >= 0)) return "expected seconds (a number from 0 on) or \"unlimited\"";
     out = parsed;

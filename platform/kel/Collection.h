@@ -1,7 +1,7 @@
 // A keyed collection of an entity: of plain values, or (V a Kel::Ptr) of entities. Ordered by key.
 //
-// The generated class holds it and passes itself as the owner. An entry is announced when it is created, before its
-// attributes are set, and after it is removed. Who loops and calls handlers walks keys(), a copy.
+// The generated class holds it and passes itself as the owner. An entry is announced when it is created,
+// before its attributes are set, and after it is removed. Who loops and calls handlers walks keys(), a copy.
 #pragma once
 
 #include <map>
@@ -24,6 +24,8 @@ class Collection {
   std::size_t size() const { return entries_.size(); }
   bool empty() const { return entries_.empty(); }
   bool contains(K const& key) const { return entries_.contains(key); }
+  auto find(K const& key) const { return entries_.find(key); }
+  auto upper_bound(K const& key) const { return entries_.upper_bound(key); }
 
   // The entry's value; a default one (a null handle) when there is none.
   V const& get(K const& key) const {
@@ -40,7 +42,8 @@ class Collection {
   }
 
   template <typename N>
-  void set(Entity& owner, unsigned level, std::string_view name, K const& key, V value, void (N::*hook)(K const&)) {
+  void set(Entity& owner, unsigned level, std::string_view name, K const& key, V value,
+           void (N::*hook)(K const&)) {
     auto const [entry, created] = entries_.try_emplace(key, value);
     if (!created) {
       if (entry->second == value) return;
@@ -60,14 +63,18 @@ class Collection {
 
   template <typename N>
   void delAll(Entity& owner, unsigned level, std::string_view name, void (N::*hook)(K const&)) {
+    Ptr<Entity> const hold(&owner);  // a handler may let go of the owner, and this collection with it
     for (K const& key : keys()) del(owner, level, name, key, hook);
   }
 
   template <typename N>
-  void announce(Entity& owner, unsigned level, std::string_view name, K const& key, void (N::*hook)(K const&)) {
+  void announce(Entity& owner, unsigned level, std::string_view name, K const& key,
+                void (N::*hook)(K const&)) {
+    if (!owner.observed()) return;
+    K const held = key;  // `key` may be part of what a handler deletes
     owner.notify<N>(
-        level, name, [hook, key](N& notifiee) { (notifiee.*hook)(key); },
-        [&key] { return Codec<K>::toText(key); });
+        level, name, [hook, &held](N& notifiee) { (notifiee.*hook)(held); },
+        [&held] { return Codec<K>::toText(held); });
   }
 
  private:

@@ -12,7 +12,8 @@
 
 namespace Kel {
 
-// A record is created again under a key that is in use, with another value of an attribute that is fixed for its life.
+// A record is created again under a key that is in use, with another value of an attribute that is fixed for
+// its life.
 class NameInUseError : public std::logic_error {
  public:
   using std::logic_error::logic_error;
@@ -38,7 +39,8 @@ void checkSame(char const* attribute, T const& wanted, T const& current) {
                        " than the current value of " + shown(current) + " not allowed");
 }
 
-// Reads `text` or `value`, then hands it to `use`; the result is the reason for a refusal, or what `use` returns.
+// Reads `text` or `value`, then hands it to `use`; the result is the reason for a refusal, or what `use`
+// returns.
 template <typename K, typename Use>
 std::string withKey(std::string_view text, Use&& use) {
   K key{};

@@ -1,9 +1,11 @@
 // Entities, and the notifications that they send when they change.
 //
 // The rules, which every generated accessor follows (Attr.h and Collection.h call notify()):
-//  - a setter compares first; equal changes nothing and notifies nobody, else it stores and then notifies, in the
+//  - a setter compares first; equal changes nothing and notifies nobody, else it stores and then notifies, in
+//  the
 //    order of registration;
-//  - a notifiee that goes away during a delivery is not called, one that registers during it is not called either (it
+//  - a notifiee that goes away during a delivery is not called, one that registers during it is not called
+//  either (it
 //    has just looked at the state itself);
 //  - a handler may change or delete anything, the entity and itself included.
 #pragma once
@@ -18,7 +20,8 @@ namespace Kel {
 class Entity;
 struct EntityType;
 
-// What a reactor derives from, through the NotifieeConst class of the entity that it watches. Always held by a Ptr.
+// What a reactor derives from, through the NotifieeConst class of the entity that it watches. Always held by
+// a Ptr.
 class NotifieeBase : public RefCounted {
  public:
   bool hasNotificationActive() const { return active_; }
@@ -39,12 +42,13 @@ class NotifieeBase : public RefCounted {
   bool active_ = true;
 };
 
-// Sees every change of an entity by name, whatever its type. For the state socket and the like; reactors use hooks.
+// Sees every change of an entity by name, whatever its type. For the state socket and the like; reactors use
+// hooks.
 class Watcher {
  public:
   virtual ~Watcher() = default;
-  // `key` is the text of the changed entry of a collection, empty for a plain attribute. Takes note only: it changes
-  // no entity and removes no watcher.
+  // `key` is the text of the changed entry of a collection, empty for a plain attribute. Takes note only: it
+  // changes no entity and removes no watcher.
   virtual void onChange(Entity const& entity, std::string_view attribute, std::string_view key) = 0;
 };
 
@@ -52,7 +56,8 @@ class Entity : public RefCounted {
  public:
   ~Entity() override;
 
-  // The description by which generic code reads and writes the entity; nullptr for entities outside the model.
+  // The description by which generic code reads and writes the entity; nullptr for entities outside the
+  // model.
   virtual EntityType const* entityType() const { return nullptr; }
 
   // The caller keeps `watcher` alive until watcherDel.
@@ -62,16 +67,17 @@ class Entity : public RefCounted {
  protected:
   Entity() = default;
 
-  // Calls `hook` on each notifiee of class N, then tells the watchers. `level` counts the classes between Entity and the
-  // one that declares the attribute: a notifiee of a base class, registered on an object of a derived class, has no
-  // hook for it. `keyText` gives the text of the collection's key.
+  // Calls `hook` on each notifiee of class N, then tells the watchers. `level` counts the classes between
+  // Entity and the one that declares the attribute: a notifiee of a base class, registered on an object of a
+  // derived class, has no hook for it. `keyText` gives the text of the collection's key.
   template <typename N, typename Hook, typename KeyText>
   void notify(unsigned level, std::string_view attribute, Hook&& hook, KeyText&& keyText) const {
-    if (notifiees_.empty() && watchers_.empty()) return;
+    if (!observed()) return;
     Delivery const delivery(*this);
     for (std::size_t i = 0, count = notifiees_.size(); i < count; ++i) {
       NotifieeBase* notifiee = notifiees_[i];
-      if (notifiee == nullptr || !notifiee->active_ || notifiee->level_ < level) continue;
+      if (notifiee == nullptr || notifiee->beingDestroyed()) continue;
+      if (!notifiee->active_ || notifiee->level_ < level) continue;
       Ptr<NotifieeBase> const hold(notifiee);
       hook(static_cast<N&>(*notifiee));
     }
@@ -95,6 +101,7 @@ class Entity : public RefCounted {
     Ptr<Entity const> entity_;
   };
 
+  bool observed() const { return !notifiees_.empty() || !watchers_.empty(); }
   void notifyWatchers(std::string_view attribute, std::string_view key) const;
   void notifieeIs(NotifieeBase* notifiee) const { notifiees_.push_back(notifiee); }
   void notifieeDel(NotifieeBase* notifiee) const;

@@ -1,5 +1,6 @@
-// The description of an entity's type, generated from the schema: what generic code needs to list, read and write its
-// attributes. Plain data and function pointers; the functions are handed an entity of the described type.
+// The description of an entity's type, generated from the schema: what generic code needs to list, read and
+// write its attributes. Plain data and function pointers; the functions are handed an entity of the described
+// type.
 #pragma once
 
 #include <span>
@@ -15,12 +16,12 @@ namespace Kel {
 struct EntityType;
 
 enum class AttributeKind {
-  value,       // one value
-  values,      // a collection of values by key
-  keys,        // a set of keys
-  entity,      // one entity, which may be absent
-  entities,    // a collection of entities by key
-  reference,   // a handle to an entity that lives elsewhere; shown by type, never walked
+  value,      // one value
+  values,     // a collection of values by key
+  keys,       // a set of keys
+  entity,     // one entity, which may be absent
+  entities,   // a collection of entities by key
+  reference,  // a handle to an entity that lives elsewhere; shown by type, never walked
 };
 
 struct AttributeType {
@@ -33,7 +34,8 @@ struct AttributeType {
   // The type of the entities held (for entity, entities and reference), else nullptr.
   EntityType const* childType;
 
-  // The attribute's value, or that of the entry `key`; null when there is no such entry. For value, values and keys.
+  // The attribute's value, or that of the entry `key`; null when there is no such entry. For value, values
+  // and keys.
   Value (*get)(Entity const& entity, std::string_view key);
   // The keys of a collection.
   std::vector<std::string> (*keys)(Entity const& entity);

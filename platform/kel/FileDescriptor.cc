@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <sys/epoll.h>
 
-#include "platform/kel/Assert.h"
 #include "platform/kel/Loop.h"
 
 namespace Kel {
@@ -37,16 +36,11 @@ void FileDescriptor::notifyOnWritableIs(bool on) {
 
 void FileDescriptor::watch() {
   std::uint32_t const events = (notifyOnReadable_ ? EPOLLIN : 0U) | (notifyOnWritable_ ? EPOLLOUT : 0U);
-  if (descriptor_ < 0 || events == 0) {
-    unwatch();
-    return;
-  }
-  if (source_ != nullptr) {
-    sd_event_source_set_io_events(source_, events);
-    return;
-  }
-  int const added = sd_event_add_io(Loop::instance().event(), &source_, descriptor_, events, onReady, this);
-  KEL_ASSERT(added >= 0, "sd_event_add_io");
+  // Registered anew each time: a number can have been closed and opened again since, which the kernel
+  // forgets.
+  unwatch();
+  if (descriptor_ < 0 || events == 0) return;
+  if (sd_event_add_io(Loop::instance().event(), &source_, descriptor_, events, onReady, this) < 0) return;
   Loop::instance().sourceAdded();
 }
 
@@ -57,14 +51,18 @@ void FileDescriptor::unwatch() {
   Loop::instance().sourceRemoved();
 }
 
-int FileDescriptor::onReady(sd_event_source*, int, std::uint32_t events, void* self) {
+int FileDescriptor::onReady(sd_event_source* source, int, std::uint32_t events, void* self) {
   Ptr<FileDescriptor> const hold(static_cast<FileDescriptor*>(self));
   bool const broken = (events & (EPOLLERR | EPOLLHUP)) != 0;
   if (hold->notifyOnReadable_ && (broken || (events & EPOLLIN) != 0)) {
-    hold->readableCount_.set(*hold, 1, "readableCount", hold->readableCount() + 1, &NotifieeConst::onReadableCount);
+    hold->readableCount_.set(*hold, 1, "readableCount", hold->readableCount() + 1,
+                             &NotifieeConst::onReadableCount);
   }
+  // The first handler may have changed the watch; what was ready says nothing about another descriptor.
+  if (hold->source_ != source) return 0;
   if (hold->notifyOnWritable_ && (broken || (events & EPOLLOUT) != 0)) {
-    hold->writableCount_.set(*hold, 1, "writableCount", hold->writableCount() + 1, &NotifieeConst::onWritableCount);
+    hold->writableCount_.set(*hold, 1, "writableCount", hold->writableCount() + 1,
+                             &NotifieeConst::onWritableCount);
   }
   return 0;
 }

@@ -9,9 +9,10 @@
 
 namespace Kel {
 
-// Watches a descriptor without owning it: whoever opened it closes it, after descriptorIs(-1). The counts go up once
-// per pass of the loop in which the descriptor is ready (level-triggered); errors and hang-ups count as readiness of
-// whatever direction is watched.
+// Watches a descriptor without owning it: whoever opened it closes it, after descriptorIs(-1). The counts go
+// up once per pass of the loop in which the descriptor is ready (level-triggered); errors and hang-ups count
+// as readiness of whatever direction is watched. One that the kernel cannot watch (closed, a regular file) is
+// never ready.
 class FileDescriptor : public Entity {
  public:
   class NotifieeConst : public NotifieeBase {

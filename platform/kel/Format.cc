@@ -3,6 +3,7 @@
 #include <array>
 #include <cctype>
 #include <charconv>
+#include <cmath>
 #include <cstdio>
 
 #include "platform/kel/Assert.h"
@@ -14,8 +15,9 @@ namespace {
 // "%" and the flags, width and precision that follow; `position` is left at the conversion character.
 std::string_view specification(std::string_view format, std::size_t& position) {
   std::size_t const start = position++;
-  while (position < format.size() && (std::string_view("-+ #0.").find(format[position]) != std::string_view::npos ||
-                                      std::isdigit(static_cast<unsigned char>(format[position])) != 0)) {
+  while (position < format.size() &&
+         (std::string_view("-+ #0.").find(format[position]) != std::string_view::npos ||
+          std::isdigit(static_cast<unsigned char>(format[position])) != 0)) {
     ++position;
   }
   return format.substr(start, position - start);
@@ -23,34 +25,64 @@ std::string_view specification(std::string_view format, std::size_t& position) {
 
 template <typename T>
 String print(String const& specification, T value) {
-  std::array<char, 512> buffer{};
-  int const length = std::snprintf(buffer.data(), buffer.size(), specification.c_str(), value);
-  return {buffer.data(), std::min<std::size_t>(static_cast<std::size_t>(length), buffer.size() - 1)};
+  int const length = std::snprintf(nullptr, 0, specification.c_str(), value);
+  KEL_ASSERT(length >= 0, "format: a placeholder that printf refuses");
+  String result(static_cast<std::size_t>(length) + 1, '\0');
+  std::snprintf(result.data(), result.size(), specification.c_str(), value);
+  result.pop_back();  // the terminator
+  return result;
 }
 
 String shortest(double value) {
   std::array<char, 64> buffer{};
-  auto const [end, error] = std::to_chars(buffer.data(), buffer.data() + buffer.size(), value, std::chars_format::fixed);
+  auto const [end, error] =
+      std::to_chars(buffer.data(), buffer.data() + buffer.size(), value, std::chars_format::fixed);
   return error == std::errc() ? String(buffer.data(), end) : print("%g", value);
 }
 
-String convert(String specification, char conversion, FormatArgument const& argument) {
-  if (auto const* text = std::get_if<std::string_view>(&argument.value)) {
-    if (specification == "%") return String(*text);
-    return print(specification + "s", String(*text).c_str());
+String convert(String const& specification, char conversion, std::string_view text) {
+  KEL_ASSERT(std::string_view("sdiuxXfge").find(conversion) != std::string_view::npos,
+             "format: an unknown placeholder");
+  return specification == "%" ? String(text) : print(specification + "s", String(text).c_str());
+}
+
+// With `T` the widest type of its kind, and `natural` the conversion that shows it as it is.
+template <typename T>
+String convertNumber(String const& specification, char conversion, T value, char const* natural) {
+  switch (conversion) {
+    case 'f':
+    case 'g':
+    case 'e':
+      return print(specification + conversion, static_cast<double>(value));
+    case 'x':
+    case 'X':
+      return print(specification + "ll" + conversion, static_cast<unsigned long long>(value));
+    case 's':
+    case 'd':
+    case 'i':
+    case 'u':
+      return print(specification + natural, value);
+    default:
+      assertionFailed(__FILE__, __LINE__, "format: an unknown placeholder");
   }
-  if (auto const* number = std::get_if<double>(&argument.value)) {
-    bool const floating = conversion == 'f' || conversion == 'g' || conversion == 'e';
-    return floating ? print(specification + conversion, *number) : shortest(*number);
+}
+
+String convert(String const& specification, char conversion, std::int64_t number) {
+  return convertNumber(specification, conversion, static_cast<long long>(number), "lld");
+}
+
+String convert(String const& specification, char conversion, std::uint64_t number) {
+  return convertNumber(specification, conversion, static_cast<unsigned long long>(number), "llu");
+}
+
+// Whole numbers print as such, whatever their type.
+String convert(String const& specification, char conversion, double number) {
+  constexpr double exactlyWhole = 9007199254740992;  // 2^53
+  if (std::trunc(number) == number && std::abs(number) <= exactlyWhole) {
+    return convert(specification, conversion, static_cast<std::int64_t>(number));
   }
-  bool const hexadecimal = conversion == 'x' || conversion == 'X';
-  if (auto const* number = std::get_if<std::int64_t>(&argument.value); number != nullptr && !hexadecimal) {
-    return print(specification + "lld", static_cast<long long>(*number));
-  }
-  auto const* number = std::get_if<std::uint64_t>(&argument.value);
-  auto const value = static_cast<unsigned long long>(
-      number != nullptr ? *number : static_cast<std::uint64_t>(std::get<std::int64_t>(argument.value)));
-  return print(specification + "ll" + (hexadecimal ? conversion : 'u'), value);
+  bool const floating = conversion == 'f' || conversion == 'g' || conversion == 'e';
+  return floating ? print(specification + conversion, number) : convert(specification, 's', shortest(number));
 }
 
 }  // namespace
@@ -69,7 +101,8 @@ String formatArguments(std::string_view format, std::initializer_list<FormatArgu
       continue;
     }
     KEL_ASSERT(i < format.size() && next != arguments.end(), "format: a placeholder without an argument");
-    result += convert(spec, format[i], *next++);
+    result += std::visit([&](auto const& value) { return convert(spec, format[i], value); }, next->value);
+    ++next;
   }
   KEL_ASSERT(next == arguments.end(), "format: an argument without a placeholder");
   return result;

@@ -25,9 +25,11 @@ class FormatArgument {
   std::variant<std::int64_t, std::uint64_t, double, std::string_view> value;
 };
 
-// Understands %s %d %i %u %x %X %f %g: flags, width and precision as in printf(3), and %%. The argument's
-// own type decides: a string given to %d prints as a string, and a double given to %d or %u prints without a trailing
-// ".0" (90 seconds as 90, 0.5 as 0.5). As many arguments as placeholders, else it is a programming error.
+// Understands %s %d %i %u %x %X %f %g %e: flags, width and precision as in printf(3), and %%. The argument's
+// own type decides: a string given to %d prints as a string, and a double given to %d or %u prints without a
+// trailing
+// ".0" (90 seconds as 90, 0.5 as 0.5). As many arguments as placeholders, of the
+// conversions listed, else it is a programming error.
 String formatArguments(std::string_view format, std::initializer_list<FormatArgument> arguments);
 
 template <typename... Args>

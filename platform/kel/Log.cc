@@ -48,18 +48,25 @@ LogHandle::~LogHandle() { std::erase(registry().handles, this); }
 
 bool LogHandle::okToLog() const {
   if ((flags_ & 1) != 0) return false;
-  return interval_ <= 0 || now() - windowStart_ >= interval_ || inWindow_ < burst_;
+  return interval_ <= 0 || windowOver(now()) || inWindow_ < burst_;
+}
+
+// A start that lies ahead comes from a simulated time that has ended since.
+bool LogHandle::windowOver(Seconds time) const {
+  return time - windowStart_ >= interval_ || time < windowStart_;
 }
 
 void LogHandle::emit(String message) {
   Seconds const time = now();
-  if (time - windowStart_ >= interval_) {
+  if (windowOver(time)) {
     windowStart_ = time;
     inWindow_ = 0;
   }
   ++inWindow_;
   LogEvent const event{time, name_, severity_, std::move(message), explanation_, recommendedAction_};
-  for (auto const& [number, sink] : std::map<int, LogSink>(registry().sinks)) sink(event);
+  for (auto const& [number, sink] : std::map<int, LogSink>(registry().sinks)) {
+    if (registry().sinks.contains(number)) sink(event);
+  }
 }
 
 std::vector<LogHandle const*> const& logHandles() { return registry().handles; }
@@ -74,10 +81,10 @@ void logSinkDel(int number) { registry().sinks.erase(number); }
 void logToSystem(LogEvent const& event) {
   // sd_journal_send succeeds silently where there is no journal.
   if (access("/run/systemd/journal/socket", W_OK) == 0) {
-    sd_journal_send("MESSAGE=%s: %s", event.name.c_str(), event.message.c_str(), "PRIORITY=%u", event.severity,
-                    "EVENT_NAME=%s", event.name.c_str(), "EVENT_SEVERITY=%u", event.severity,
-                    "EVENT_EXPLANATION=%s", event.explanation.c_str(), "EVENT_ACTION=%s", event.action.c_str(),
-                    nullptr);
+    sd_journal_send("MESSAGE=%s: %s", event.name.c_str(), event.message.c_str(), "PRIORITY=%u",
+                    event.severity, "EVENT_NAME=%s", event.name.c_str(), "EVENT_SEVERITY=%u", event.severity,
+                    "EVENT_EXPLANATION=%s", event.explanation.c_str(), "EVENT_ACTION=%s",
+                    event.action.c_str(), nullptr);
   } else {
     syslog(static_cast<int>(event.severity), "%s: %s", event.name.c_str(), event.message.c_str());
   }

@@ -29,8 +29,8 @@ struct LogEvent {
 // The handle of one kind of event, with static storage duration; raised by calling log().
 class LogHandle {
  public:
-  // `format` as for Kel::format. Repeats are limited to `burst` within `interval` seconds; an interval of 0 means no
-  // limit. Of `flags`, 1 silences the event.
+  // `format` as for Kel::format. Repeats are limited to `burst` within `interval` seconds; an interval of 0
+  // means no limit. Of `flags`, 1 silences the event.
   LogHandle(char const* name, std::uint32_t severity, char const* format, char const* explanation,
             char const* recommendedAction, Seconds interval, double burst, std::uint32_t flags);
   ~LogHandle();
@@ -53,6 +53,7 @@ class LogHandle {
 
  private:
   void emit(String message);
+  bool windowOver(Seconds time) const;
 
   char const* name_;
   std::uint32_t severity_;
@@ -74,7 +75,8 @@ using LogSink = std::function<void(LogEvent const&)>;
 int logSinkIs(LogSink sink);
 void logSinkDel(int number);
 
-// A sink for the system log: the journal with the event's name, explanation and action as fields, else syslog.
+// A sink for the system log: the journal with the event's name, explanation and action as fields, else
+// syslog.
 void logToSystem(LogEvent const& event);
 
 }  // namespace Kel

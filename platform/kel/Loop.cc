@@ -1,8 +1,9 @@
 #include "platform/kel/Loop.h"
 
-#include <csignal>
 #include <cmath>
+#include <csignal>
 #include <ctime>
+#include <utility>
 
 #include "platform/kel/ActivityManager.h"
 #include "platform/kel/Assert.h"
@@ -14,6 +15,9 @@ namespace {
 
 // sd-event lets timers slip by 250 ms unless told otherwise.
 constexpr std::uint64_t timerAccuracyMicroseconds = 1000;
+
+// A time that no timer reaches (some thirty thousand years on) and that still fits into microseconds.
+constexpr Seconds farthest = 1e12;
 
 Seconds read(clockid_t clock) {
   timespec time{};
@@ -53,8 +57,8 @@ Loop::Loop() : wallAtStart_(read(CLOCK_REALTIME)), monotonicAtStart_(read(CLOCK_
   block(SIGCHLD);
   [[maybe_unused]] int const created = sd_event_new(&event_);
   KEL_ASSERT(created >= 0, "sd_event_new");
-  int const added =
-      sd_event_add_time(event_, &timer_, CLOCK_MONOTONIC, UINT64_MAX, timerAccuracyMicroseconds, onTimer, nullptr);
+  int const added = sd_event_add_time(event_, &timer_, CLOCK_MONOTONIC, UINT64_MAX, timerAccuracyMicroseconds,
+                                      onTimer, nullptr);
   KEL_ASSERT(added >= 0, "sd_event_add_time");
   sd_event_source_set_enabled(timer_, SD_EVENT_OFF);
 }
@@ -72,7 +76,7 @@ void Loop::arm() {
   Seconds const next = clock().nextTime();
   if (next == armedFor_) return;
   armedFor_ = next;
-  if (next == never) {
+  if (next >= farthest) {
     sd_event_source_set_enabled(timer_, SD_EVENT_OFF);
     return;
   }
@@ -82,23 +86,33 @@ void Loop::arm() {
   sd_event_source_set_enabled(timer_, SD_EVENT_ONESHOT);
 }
 
-int Loop::run() {
-  KEL_ASSERT(!simulated_, "!simulated()");
-  while (sd_event_get_state(event_) != SD_EVENT_FINISHED) {
-    arm();
-    int const ran = sd_event_run(event_, UINT64_MAX);
-    KEL_ASSERT(ran >= 0, "sd_event_run");
-    // A one-shot source is off once it has fired.
-    int enabled = SD_EVENT_OFF;
-    sd_event_source_get_enabled(timer_, &enabled);
-    if (enabled == SD_EVENT_OFF) armedFor_ = never;
-  }
-  int code = 0;
-  sd_event_get_exit_code(event_, &code);
-  return code;
+// Waits for one event, at most `limit`, and handles it.
+void Loop::pass(Seconds limit) {
+  arm();
+  int const ran = sd_event_run(event_, limit == never ? UINT64_MAX : static_cast<std::uint64_t>(limit * 1e6));
+  KEL_ASSERT(ran >= 0, "sd_event_run");
+  // A one-shot source is off once it has fired.
+  int enabled = SD_EVENT_OFF;
+  sd_event_source_get_enabled(timer_, &enabled);
+  if (enabled == SD_EVENT_OFF) armedFor_ = never;
 }
 
-void Loop::stop(int code) { sd_event_exit(event_, code); }
+int Loop::run() {
+  KEL_ASSERT(!simulated_, "!simulated()");
+  while (!exitCode_) pass(never);
+  return *std::exchange(exitCode_, std::nullopt);
+}
+
+bool Loop::runUntil(std::function<bool()> const& done, Seconds limit) {
+  KEL_ASSERT(!simulated_, "!simulated()");
+  Seconds const end = now() + limit;
+  while (!done()) {
+    Seconds const left = end - now();
+    if (left <= 0) return false;
+    pass(left);
+  }
+  return true;
+}
 
 void Loop::onSignal(int signal, std::function<void()> handler) {
   block(signal);
@@ -107,8 +121,8 @@ void Loop::onSignal(int signal, std::function<void()> handler) {
   sd_event_source* source = nullptr;
   int const added = sd_event_add_signal(event_, &source, signal, onSignalSource, owned);
   KEL_ASSERT(added >= 0, "sd_event_add_signal");
-  sd_event_source_set_destroy_callback(
-      source, [](void* data) { delete static_cast<std::function<void()>*>(data); });
+  sd_event_source_set_destroy_callback(source,
+                                       [](void* data) { delete static_cast<std::function<void()>*>(data); });
   sd_event_source_set_floating(source, 1);
   sd_event_source_unref(source);
 }
@@ -125,8 +139,9 @@ void Loop::simulate(Seconds start) {
 void Loop::endSimulation() { simulated_ = false; }
 
 bool Loop::drain() {
-  bool any = false;
-  while (sources_ > 0 && sd_event_run(event_, 0) > 0) any = true;
+  // One source at a time, so that a descriptor which is always ready starves neither the clocks nor a
+  // caller's check.
+  bool any = sources_ > 0 && sd_event_run(event_, 0) > 0;
   if (clock().nextTime() <= simulatedNow_) {
     clock().fire(simulatedNow_);
     any = true;

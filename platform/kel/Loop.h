@@ -1,12 +1,12 @@
-// The event loop: one thread, on sd-event. Children, descriptors and signals are sd-event sources; all clocks share one
-// armed timer. In simulated time the loop drains what is ready and then jumps to the next firing time, so that an hour
-// passes in microseconds and always in the same order.
+// The event loop: one thread, on sd-event. Children, descriptors and signals are sd-event sources; all clocks
+// share one armed timer. In simulated time the loop drains what is ready and then jumps to the next firing
+// time, so that an hour passes in microseconds and always in the same order.
 #pragma once
 
 #include <systemd/sd-event.h>
 
 #include <functional>
-#include <memory>
+#include <optional>
 
 #include "platform/kel/Types.h"
 
@@ -22,9 +22,11 @@ class Loop {
   Loop(Loop const&) = delete;
   Loop& operator=(Loop const&) = delete;
 
-  // Runs until stop() and returns its code.
+  // Runs until stop() and returns its code; at once when stop() came first. It can be run again.
   int run();
-  void stop(int code);
+  void stop(int code) { exitCode_ = code; }
+  // Runs until `done` holds, looked at after each pass; false when `limit` has passed first.
+  bool runUntil(std::function<bool()> const& done, Seconds limit);
 
   // Runs `handler` on the loop when the signal arrives. Call before a second thread is started.
   void onSignal(int signal, std::function<void()> handler);
@@ -43,12 +45,14 @@ class Loop {
   bool advanceUntil(std::function<bool()> const& done, Seconds limit);
 
   sd_event* event() const { return event_; }
-  // Descriptors and children tell the loop that they have a source, so that simulated time looks at the kernel at all.
+  // Descriptors and children tell the loop that they have a source, so that simulated time looks at the
+  // kernel at all.
   void sourceAdded() { ++sources_; }
   void sourceRemoved() { --sources_; }
 
  private:
   void arm();
+  void pass(Seconds limit);
   bool drain();
   bool jump(Seconds limit);
 
@@ -58,6 +62,7 @@ class Loop {
   Seconds wallAtStart_ = 0;
   Seconds monotonicAtStart_ = 0;
   Seconds simulatedNow_ = 0;
+  std::optional<int> exitCode_;
   int sources_ = 0;
   bool simulated_ = false;
 };

@@ -7,6 +7,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <climits>
 #include <csignal>
 
 #include "platform/kel/ActivityManager.h"
@@ -47,6 +51,22 @@ int spawn(pid_t& pid, char const* const* argv, int stdinFd, int stdoutFd, int st
   return error;
 }
 
+// Whether the child ends within `timeout` seconds. Does not reap it.
+bool endsWithin(pid_t pid, int timeout) {
+  int const pidfd = static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
+  if (pidfd < 0) return false;
+  using std::chrono::steady_clock;
+  auto const deadline = steady_clock::now() + std::chrono::seconds(timeout);
+  pollfd end{pidfd, POLLIN, 0};
+  int ready = 0;
+  do {
+    auto const left = std::chrono::ceil<std::chrono::milliseconds>(deadline - steady_clock::now()).count();
+    ready = poll(&end, 1, static_cast<int>(std::clamp<std::int64_t>(left, 0, INT_MAX)));
+  } while (ready < 0 && errno == EINTR);
+  close(pidfd);
+  return ready > 0;
+}
+
 }  // namespace
 
 PosixChildRunner::FailedStart::FailedStart(PosixChildRunner& runner, Ptr<ChildSiginfo> child)
@@ -60,6 +80,7 @@ void PosixChildRunner::FailedStart::onTime() {
 }
 
 Ptr<ChildSiginfo> PosixChildRunner::run(char const* const* argv, int stdinFd, int stdoutFd, int stderrFd) {
+  KEL_ASSERT(argv != nullptr && argv[0] != nullptr, "argv[0]");
   pid_t pid = 0;
   Loop& loop = Loop::instance();  // blocks SIGCHLD before the first child can end
   if (spawn(pid, argv, stdinFd, stdoutFd, stderrFd) != 0) {
@@ -97,17 +118,18 @@ int PosixChildRunner::runAndWait(char const* path, int stdinFd, int stdoutFd, in
   char const* const argv[] = {path, nullptr};
   pid_t pid = 0;
   if (spawn(pid, argv, stdinFd, stdoutFd, stderrFd) != 0) return cannotStart;
-  int const pidfd = static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
-  pollfd end{pidfd, POLLIN, 0};
-  if (pidfd < 0 || poll(&end, 1, timeout * 1000) <= 0) ::kill(pid, SIGKILL);
-  if (pidfd >= 0) close(pidfd);
+  if (!endsWithin(pid, timeout)) ::kill(pid, SIGKILL);
   int status = 0;
-  waitpid(pid, &status, 0);
+  while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+  }
   return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
 int PosixChildRunner::kill(pid_t pid, int signal) { return ::kill(pid, signal); }
 
-void PosixChildRunner::reap(pid_t pid) { waitpid(pid, nullptr, WNOHANG); }
+void PosixChildRunner::reap(pid_t pid) {
+  // The loop reaps its own children, and would not learn how they ended from an empty hand.
+  if (!running_.contains(pid)) waitpid(pid, nullptr, WNOHANG);
+}
 
 }  // namespace Kel

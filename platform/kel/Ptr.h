@@ -1,14 +1,15 @@
 // Kel::Ptr, the reference-counted handle through which entities and reactors are held.
 //
-// The count lives in the object and starts at one, owned by makePtr; so an object may hand out handles to itself
-// already in its constructor. Counts are plain additions unless threadSafePointersIs(true) was called, before the first
-// second thread: the agent has one thread, a host that shares entities between threads pays for atomic updates.
+// The count lives in the object and starts at one, owned by makePtr; so an object may hand out handles to
+// itself already in its constructor. Counts are plain additions unless threadSafePointersIs(true) was called,
+// before the first second thread: the agent has one thread, a host that shares entities between threads pays
+// for atomic updates.
 #pragma once
 
 #include <atomic>
-#include <compare>
 #include <cstddef>
 #include <cstdint>
+#include <type_traits>
 #include <utility>
 
 namespace Kel {
@@ -41,7 +42,11 @@ class RefCounted {
       before = references_.load(std::memory_order_relaxed);
       references_.store(before - 1, std::memory_order_relaxed);
     }
-    if (before == 1) delete this;
+    if (before != 1) return;
+    // A destructor may hand out handles to its object again (it clears an attribute, which notifies): giving
+    // those back must not delete a second time.
+    references_.store(dying, std::memory_order_relaxed);
+    delete this;
   }
 
   std::uint32_t references() const { return references_.load(std::memory_order_relaxed); }
@@ -50,7 +55,12 @@ class RefCounted {
   RefCounted() = default;
   virtual ~RefCounted() = default;
 
+  // Whether the destructor runs.
+  bool beingDestroyed() const { return references() >= dying; }
+
  private:
+  static constexpr std::uint32_t dying = 1U << 31;
+
   mutable std::atomic<std::uint32_t> references_{1};
 };
 
@@ -64,10 +74,7 @@ class Ptr {
   Ptr(Ptr const& other) : object_(other.object_) { acquire(); }
   Ptr(Ptr&& other) noexcept : object_(std::exchange(other.object_, nullptr)) {}
   template <typename U>
-    requires std::is_convertible_v<U*, T*>
-  Ptr(Ptr<U> const& other) : object_(other.get()) {
-    acquire();
-  }
+  requires std::is_convertible_v<U*, T*> Ptr(Ptr<U> const& other) : object_(other.get()) { acquire(); }
   ~Ptr() {
     if (object_ != nullptr) object_->release();
   }

@@ -52,7 +52,8 @@ String traceIs(String const& setting) {
     std::size_t const equals = part.find('=');
     bool const oneDigit = equals != String::npos && equals + 2 == part.size() && part[equals + 1] >= '0' &&
                           part[equals + 1] <= '9';
-    if (!oneDigit || equals == 0) return "'" + part + "' is no trace setting (expected FACILITY=LEVEL, LEVEL 0 to 9)";
+    if (!oneDigit || equals == 0)
+      return "'" + part + "' is no trace setting (expected FACILITY=LEVEL, LEVEL 0 to 9)";
     levels[part.substr(0, equals)] = part[equals + 1] - '0';
   }
   registry().levels = std::move(levels);

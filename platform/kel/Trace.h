@@ -27,8 +27,8 @@ class TraceFacility {
   int level_ = -1;
 };
 
-// Sets levels for the facilities there are and those that come (a library loaded later): "Sm=9,Dhcp=5", "*=3" for all.
-// Returns "" or what is wrong with the setting, which is then not applied.
+// Sets levels for the facilities there are and those that come (a library loaded later): "Sm=9,Dhcp=5", "*=3"
+// for all. Returns "" or what is wrong with the setting, which is then not applied.
 String traceIs(String const& setting);
 
 // Where lines go; by default standard error, with a time stamp.
@@ -37,11 +37,11 @@ void traceSinkIs(TraceSink sink);
 
 }  // namespace Kel
 
-#define KEL_TRACE(facility, level, text)               \
-  do {                                                 \
-    if ((facility).enabled(level)) [[unlikely]] {      \
-      std::ostringstream kelTraceText;                 \
-      kelTraceText << text;                            \
-      (facility).write(level, kelTraceText.str());     \
-    }                                                  \
+#define KEL_TRACE(facility, level, text)           \
+  do {                                             \
+    if ((facility).enabled(level)) [[unlikely]] {  \
+      std::ostringstream kelTraceText;             \
+      kelTraceText << text;                        \
+      (facility).write(level, kelTraceText.str()); \
+    }                                              \
   } while (false)

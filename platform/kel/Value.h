@@ -1,5 +1,5 @@
-// A neutral value, in which generic code (the state socket, the command line, the settings of the host) reads and
-// writes attributes without knowing their types. Close to JSON, but kept free of any JSON library.
+// A neutral value, in which generic code (the state socket, the command line, the settings of the host) reads
+// and writes attributes without knowing their types. Close to JSON, but kept free of any JSON library.
 #pragma once
 
 #include <cstdint>
@@ -18,8 +18,8 @@ using ValueMap = std::vector<std::pair<std::string, Value>>;
 
 class Value {
  public:
-  using Variant =
-      std::variant<std::nullptr_t, bool, std::int64_t, std::uint64_t, double, std::string, ValueList, ValueMap>;
+  using Variant = std::variant<std::nullptr_t, bool, std::int64_t, std::uint64_t, double, std::string,
+                               ValueList, ValueMap>;
 
   Value() = default;
   Value(std::nullptr_t) {}

@@ -15,6 +15,9 @@ A schema declares one namespace. An attribute is one line, an inline table with 
   reference   a handle to an entity elsewhere      const, constructor
   references  a collection of such handles         const
 Constructor attributes are given when the entity is created and never change.
+
+An operation is one line too, with `doc` and `returns`: a virtual function without arguments, whose work a class that
+derives from the entity's does; by default it returns nothing.
 """
 import pathlib
 import re
@@ -25,7 +28,9 @@ SCALARS = {"bool": "bool", "u8": "std::uint8_t", "u16": "std::uint16_t", "u32": 
            "u64": "std::uint64_t", "seconds": "Kel::Seconds", "string": "Kel::String", "name": "Kel::Name"}
 VALUE_TYPES = {"Wire::IntfId": "Wire", "Wire::EthAddr": "Wire", "Wire::IpAddr": "Wire", "Wire::Ip6Addr": "Wire",
                "Wire::IpGenAddr": "Wire", "Wire::IpAddrWithMask": "Wire", "Wire::Ip6AddrWithMask": "Wire",
-               "Wire::IpGenAddrWithMask": "Wire", "L3::VrfName": "VrfName", "Routing::Via": "Via"}
+               "Wire::IpGenAddrWithMask": "Wire", "L3::VrfName": "VrfName", "Routing::Via": "Via",
+               "KernelNetInfo::NamespaceName": "NamespaceName"}
+RESULTS = SCALARS | {"bytes": "std::vector<std::uint8_t>"}
 FORMS = ("type", "values", "keys", "entity", "entities", "reference", "references")
 OPTIONS = {"type": {"default", "unit", "min", "max", "max_bytes", "constructor"}, "values": {"key"}, "keys": set(),
            "entity": {"always"}, "entities": set(), "reference": {"const", "constructor"}, "references": {"const"}}
@@ -141,7 +146,7 @@ class Entity:
         self.full = f"{schema.namespace}::{name}"
         table = f"entity.{name}"
         for option in entry:
-            if option not in ("doc", "extends", "key", "attributes"):
+            if option not in ("doc", "extends", "key", "attributes", "operations"):
                 schema.fail(f"entity '{name}': unknown option '{option}'", table, option)
         if not isinstance(entry.get("doc"), str):
             schema.fail(f"entity '{name}': 'doc' is missing", table)
@@ -150,6 +155,11 @@ class Entity:
         self.key_type = model.cpp_type(key_type) if key_type else ""
         if "key" in entry and not self.key_type:
             schema.fail(f"entity '{name}': unknown key type '{key_type}' (expected \"name: type\")", table, "key")
+        for operation, options in entry.get("operations", {}).items():
+            if options.get("returns") not in RESULTS or not isinstance(options.get("doc"), str):
+                schema.fail(f"operation '{operation}': needs 'doc' and 'returns', one of {', '.join(RESULTS)}",
+                            f"{table}.operations", operation)
+        self.operations = entry.get("operations", {})
         model.entities[self.full] = self
 
     def inherit(self):
@@ -308,6 +318,8 @@ def entity_code(entity):
     if entity.key_name and not entity.base:
         public = f"\n  {entity.key_type} const& {entity.key_name}() const {{ return {entity.key_name}_; }}\n" + public
         private = f"  {entity.key_type} {entity.key_name}_;\n" + private
+    for operation, options in entity.operations.items():
+        public += f"\n  // {options['doc']}\n  virtual {RESULTS[options['returns']]} {operation}() {{ return {{}}; }}\n"
     construct = ""
     if entity.parameters:
         own = entity.parameters[len(entity.inherited):] if entity.base else entity.parameters
@@ -417,6 +429,8 @@ def write_markdown(model, output):
             for a in entity.attributes:
                 shape = a.declared if a.form == "type" else f"{a.form} {a.declared}" + (f" by {a.entry['key']}" if a.form == "values" else "")
                 text += f"| `{a.name}` | {shape} | {a.unit} | {a.doc} |\n"
+            for operation, options in entity.operations.items():
+                text += f"\nOperation `{operation}()`, which returns {options['returns']}: {options['doc']}\n"
     output.write_text(text)
 
 

@@ -50,15 +50,9 @@ void ZeroTouchSm::dhclient6StatelessChildProcessIs(Kel::Ptr<Kel::ChildSiginfo> c
   dhclient6StatelessChildProcess_ = watch<KelDhclient6StatelessChildProcess>(child, *this);
 }
 
-void ZeroTouchSm::dhclientChildProcessDel() {
-  dhclientChildProcess_ = nullptr;
-}
-void ZeroTouchSm::dhclient6ChildProcessDel() {
-  dhclient6ChildProcess_ = nullptr;
-}
-void ZeroTouchSm::dhclient6StatelessChildProcessDel() {
-  dhclient6StatelessChildProcess_ = nullptr;
-}
+void ZeroTouchSm::dhclientChildProcessDel() { dhclientChildProcess_ = nullptr; }
+void ZeroTouchSm::dhclient6ChildProcessDel() { dhclient6ChildProcess_ = nullptr; }
+void ZeroTouchSm::dhclient6StatelessChildProcessDel() { dhclient6StatelessChildProcess_ = nullptr; }
 
 void ZeroTouchSm::doStopDhclient() {
   if (terminate(dhclientChildProcess(), "dhclient")) dhclientChildProcessDel();

@@ -5,9 +5,7 @@
 namespace ZeroTouch {
 
 namespace {
-char const* text(bool value) {
-  return value ? "true" : "false";
-}
+char const* text(bool value) { return value ? "true" : "false"; }
 }  // namespace
 
 // The same choice of family as for the identity and the download: DHCPv4 if it brought a boot file, else

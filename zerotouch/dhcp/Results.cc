@@ -28,12 +28,8 @@ void ZeroTouchSm::doCleanupDhclientState() {
   runCleanup("CLEANUP6");
 }
 
-void ZeroTouchSm::handleIntfDhcpStatus(Kel::Name const&) {
-  resumeAfterDhcpCleanup();
-}
+void ZeroTouchSm::handleIntfDhcpStatus(Kel::Name const&) { resumeAfterDhcpCleanup(); }
 
-void ZeroTouchSm::handleIntfDhcp6Status(Kel::Name const&) {
-  resumeAfterDhcpCleanup();
-}
+void ZeroTouchSm::handleIntfDhcp6Status(Kel::Name const&) { resumeAfterDhcpCleanup(); }
 
 }  // namespace ZeroTouch

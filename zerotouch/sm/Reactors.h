@@ -26,6 +26,29 @@ class ZeroTouchSm::KelDhcpStatus : public DhcpStatus::NotifieeConst {
   ZeroTouchSm& sm_;
 };
 
+class ZeroTouchSm::KelEpisd : public Interface::AllEthPhyIntfStatusDir::NotifieeConst {
+ public:
+  KelEpisd(Kel::Ptr<Interface::AllEthPhyIntfStatusDir const> const& episd, ZeroTouchSm& sm)
+      : NotifieeConst(episd), sm_(sm) {}
+  void onIntfStatus(Wire::IntfId const& intfId) override {
+    sm_.ethPhyIntfStatusReactorIs(intfId);
+    sm_.handleEthPhyIntfStatus(intfId);
+  }
+
+ private:
+  ZeroTouchSm& sm_;
+};
+
+class ZeroTouchSm::KelElisd : public Interface::EthLagIntfStatusDir::NotifieeConst {
+ public:
+  KelElisd(Kel::Ptr<Interface::EthLagIntfStatusDir const> const& elisd, ZeroTouchSm& sm)
+      : NotifieeConst(elisd), sm_(sm) {}
+  void onIntfStatus(Wire::IntfId const& intfId) override { sm_.handleEthLagIntfStatus(intfId); }
+
+ private:
+  ZeroTouchSm& sm_;
+};
+
 class ZeroTouchSm::KelEntityMibStatus : public EntityMib::Status::NotifieeConst {
  public:
   KelEntityMibStatus(Kel::Ptr<EntityMib::Status const> const& status, ZeroTouchSm& sm)

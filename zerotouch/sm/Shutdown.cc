@@ -12,9 +12,7 @@ constexpr std::uint16_t maxStartupFileSyncWaits = 5;
 }  // namespace
 
 // The reactor on Config.enabled does the rest.
-void ZeroTouchSm::doCancelZeroTouch() {
-  config()->enabledIs(false);
-}
+void ZeroTouchSm::doCancelZeroTouch() { config()->enabledIs(false); }
 
 void ZeroTouchSm::doCreateGuardFileAndShutdown() {
   doAddConfigEntry(disableSetting, disableOnNextReload);

@@ -16,6 +16,7 @@ void ZeroTouchSm::handleInitialized() {
   doReadConfigFile();
   handleEntityMibRoot();
   handleEnabled();
+  initializeLinkModes();
   handleCancelled();
 }
 
@@ -92,6 +93,13 @@ void ZeroTouchSm::leaveAsFound() {
   doStopDhclient6();
   doStopDhclient6Stateless();
   choosenIntfIs(nullptr);
+  for (auto const& intfId : phyIntfStatus().keys()) doUnregisterEthPhyIntf(intfId.stringValue());
+  for (auto const& intfId : lagIntfStatus().keys()) doUnregisterLagIntf(intfId.stringValue());
+  intfStatus6DelAll();
+  intfStatus6StatelessDelAll();
+  intfLldpPoolDelAll();
+  restoreSpeeds();
+  withdrawLayer3();
 }
 
 }  // namespace ZeroTouch

@@ -77,7 +77,8 @@ void ZeroTouchSm::handleNextState() {
     case State::stateSetupInterfaces:
       KEL_ASSERT(currentState() == stateInit(), "currentState() == stateInit()");
       enter(stateSetupInterfaces());
-      retryWithout("interface set-up");
+      doSetupInterfaces();
+      doStartInterfacesSetupTimer();
       break;
     case State::stateDhcpQuery:
       KEL_ASSERT(currentState() == stateSetupInterfaces() || currentState() == stateRetry(),
@@ -143,6 +144,8 @@ void ZeroTouchSm::enterRetry() {
   // The only place where the overall time limit is enforced: a run under way is never cut short.
   if (status()->runTime() < config()->maxRunTime() && std::getenv("ZEROTOUCH_FORCE_SHUTDOWN") == nullptr) {
     ZTP_RETRY.log(retryCount());
+    lookAtSkippedIntfs();
+    configureMultiSpeedInterfaces();
     doStartRetryWaitTimer();
   } else {
     doStateTransition(currentState(), stateShutdown());

@@ -71,21 +71,11 @@ void ZeroTouchSm::handleTimer() {
   }
 }
 
-void ZeroTouchSm::doStartInterfacesSetupTimer() {
-  startTimer<InterfacesSetupTimer>();
-}
-void ZeroTouchSm::doStartDhclientQueryTimer() {
-  startTimer<DhclientQueryTimer>();
-}
-void ZeroTouchSm::doStartStatelessDhclientQueryTimer() {
-  startTimer<StatelessDhclientQueryTimer>();
-}
-void ZeroTouchSm::doStartSystemIdentitySetupTimer() {
-  startTimer<SystemIdentitySetupTimer>();
-}
-void ZeroTouchSm::doStartConfigFetchTimer() {
-  startTimer<ConfigFetchTimer>();
-}
+void ZeroTouchSm::doStartInterfacesSetupTimer() { startTimer<InterfacesSetupTimer>(); }
+void ZeroTouchSm::doStartDhclientQueryTimer() { startTimer<DhclientQueryTimer>(); }
+void ZeroTouchSm::doStartStatelessDhclientQueryTimer() { startTimer<StatelessDhclientQueryTimer>(); }
+void ZeroTouchSm::doStartSystemIdentitySetupTimer() { startTimer<SystemIdentitySetupTimer>(); }
+void ZeroTouchSm::doStartConfigFetchTimer() { startTimer<ConfigFetchTimer>(); }
 
 void ZeroTouchSm::doStartConfigFetchRetryTimer(std::uint16_t tryCount) {
   startTimer<ConfigFetchRetryTimer>(ConfigFetchRetryTimer::settings.interval * tryCount,
@@ -97,13 +87,7 @@ void ZeroTouchSm::doStartScriptExecTimer() {
   startTimer<ScriptExecTimer>(timeout, timeout);
 }
 
-void ZeroTouchSm::doStartRetryWaitTimer() {
-  startTimer<RetryWaitTimer>();
-}
-void ZeroTouchSm::doStartLeaseReleaseTimer() {
-  startTimer<LeaseReleaseTimer>();
-}
-void ZeroTouchSm::doStartStartupFileSyncWaitTimer() {
-  startTimer<StartupFileSyncWaitTimer>();
-}
+void ZeroTouchSm::doStartRetryWaitTimer() { startTimer<RetryWaitTimer>(); }
+void ZeroTouchSm::doStartLeaseReleaseTimer() { startTimer<LeaseReleaseTimer>(); }
+void ZeroTouchSm::doStartStartupFileSyncWaitTimer() { startTimer<StartupFileSyncWaitTimer>(); }
 }  // namespace ZeroTouch

@@ -1,5 +1,6 @@
 #include "zerotouch/sm/ZeroTouchSm.h"
 
+#include "zerotouch/intf/PortReactor.h"
 #include "zerotouch/sm/Reactors.h"
 #include "zerotouch/sm/SmTrace.h"
 
@@ -32,9 +33,12 @@ ZeroTouchSm::ZeroTouchSm(
           std::move(raPacketStatus), std::move(ethDevPamCollection), std::move(pamDesiredIntfDir)),
       kelConfig_(Kel::makePtr<KelConfig>(this->config(), *this)),
       kelDhcpStatus_(Kel::makePtr<KelDhcpStatus>(this->dhcpStatus(), *this)),
+      kelEpisd_(Kel::makePtr<KelEpisd>(this->episd(), *this)),
+      kelElisd_(Kel::makePtr<KelElisd>(this->elisd(), *this)),
       kelEntityMibStatus_(Kel::makePtr<KelEntityMibStatus>(this->entityMibStatus(), *this)),
       clock_(Kel::makePtr<KelClock>(clock, *this)),
       stateTransitionClock_(Kel::makePtr<KelStateTransitionClock>(stateTransitionClock, *this)) {
+  for (auto const& intfId : this->episd()->intfStatus().keys()) ethPhyIntfStatusReactorIs(intfId);
   handleTimer();
   handleStateTransitionClock();
   handleInitialized();

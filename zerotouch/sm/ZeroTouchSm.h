@@ -46,7 +46,9 @@
 // Bodies live in the folder of their subsystem.
 #pragma once
 
+#include <map>
 #include <optional>
+#include <set>
 
 #include "platform/kel/Child.h"
 #include "platform/kel/Clock.h"
@@ -56,6 +58,7 @@
 
 namespace ZeroTouch {
 
+class PortReactor;
 struct TimerSettings;
 
 class ZeroTouchSm : public ZeroTouchSmModel {
@@ -157,6 +160,39 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   Kel::Ptr<EntityMibRootSm> entityMibRootSmIs(ZeroTouchSm* ztSm, Kel::Ptr<EntityMib::Fru const> const& root);
   void entityMibRootSmDel() { entityMibRootSm_ = nullptr; }
 
+  // --- Interfaces: which take part, their set-up (intf/IntfTracking.cc, intf/IntfSetup.cc) ---
+
+  // Whether the view of the interfaces follows the platform now. In all other states it is frozen: what
+  // changes meanwhile is remembered and looked at on the next entry to one of these.
+  bool shouldProcessIntfStatus() const;
+  void handleEthPhyIntfStatus(Wire::IntfId intfId);
+  void handleEthPhyIntfStatus();
+  void handleEthLagIntfStatus(Wire::IntfId intfId);
+  void handleEthLagIntfStatus();
+  void doRegisterEthPhyIntf(Kel::String intfName);
+  void doUnregisterEthPhyIntf(Kel::String intfName);
+  void doRegisterLagIntf(Kel::String intfName);
+  void doUnregisterLagIntf(Kel::String intfName);
+  void doRegisterIntf(Kel::Ptr<IntfStatus> const& record);
+  void doUnregisterIntf(Kel::Ptr<IntfStatus> const& record);
+  void doSetupInterfaces();
+  void doEnableOrDisableAcceptRa(Wire::IntfId intfId, bool enable);
+  void doEnableOrDisableAcceptRaDefRtr(Wire::IntfId intfId, bool enable);
+  // The record of the interface with that device or name; empty when there is none.
+  void findIntfStatusForKernelIntf(Kel::String kernelName, Kel::Ptr<IntfStatus>& out) const;
+  void findIntfStatusForInterface(Kel::String intfName, Kel::Ptr<IntfStatus>& out) const;
+
+  // --- Speeds of the ports (intf/LinkModes.cc, intf/SpeedToggle.cc) ---
+
+  using LinkModes = ZeroTouch::LinkModes;
+  void initializeLinkModes();
+  void addKnownLinkMode(Wire::IntfId intfId);
+  Kel::String getLinkModeAsString(Interface::EthLinkMode mode, bool autoneg) const;
+  void updateAdvertisedModes(Kel::Ptr<Interface::EthPhyIntfConfig> const& config,
+                             Interface::EthLinkMode mode);
+  void configureMultiSpeedInterfaces();
+  void toggleIntfSpeed();
+
   // --- DHCP clients and their results (dhcp/) ---
 
   Kel::Ptr<Kel::ChildSiginfo const> dhclientChildProcess() const;
@@ -184,9 +220,13 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   void doCleanupDhclientState();
 
  private:
+  friend class PortReactor;
+
   // The reactors, one for each entity, clock and child that is watched; defined in sm/Reactors.h.
   class KelConfig;
   class KelDhcpStatus;
+  class KelEpisd;
+  class KelElisd;
   class KelEntityMibStatus;
   class KelClock;
   class KelStateTransitionClock;
@@ -220,19 +260,41 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   // Asked once: the kind of system does not change while the agent lives.
   bool isFixedSystem();
 
+  // intf/
+  void configureLayer3(Wire::IntfId const& intfId);
+  void withdrawLayer3();
+  void ethPhyIntfStatusReactorIs(Wire::IntfId const& intfId);
+  void lookAtSkippedIntfs();
+  void applyLinkMode(Wire::IntfId const& intfId, Interface::EthLinkMode mode, bool autoneg);
+  void restoreSpeeds();
+  void reportSpeedChanges();
+
   // dhcp/Readiness.cc
   bool readyWith(bool bootFile, char const* addrLabel, bool addrConfigured) const;
 
   std::optional<bool> fixedSystem_;
   Kel::Ptr<KelConfig> kelConfig_;
   Kel::Ptr<KelDhcpStatus> kelDhcpStatus_;
+  Kel::Ptr<KelEpisd> kelEpisd_;
+  Kel::Ptr<KelElisd> kelElisd_;
   Kel::Ptr<KelEntityMibStatus> kelEntityMibStatus_;
   Kel::Ptr<KelClock> clock_;
   Kel::Ptr<KelStateTransitionClock> stateTransitionClock_;
   Kel::Ptr<EntityMibRootSm> entityMibRootSm_;
+  std::map<Wire::IntfId, Kel::Ptr<PortReactor>> portReactors_;
+  // Changes that came while the view was frozen.
+  std::set<Wire::IntfId> skippedEthPhy_;
+  std::set<Wire::IntfId> skippedLag_;
+  // The configuration entries that this run has made, and the ports whose speed it has set.
+  std::set<Wire::IntfId> createdIp6Config_;
+  std::set<Wire::IntfId> createdL3Config_;
+  std::set<Wire::IntfId> speedSet_;
   Kel::Ptr<KelDhclientChildProcess> dhclientChildProcess_;
   Kel::Ptr<KelDhclient6ChildProcess> dhclient6ChildProcess_;
   Kel::Ptr<KelDhclient6StatelessChildProcess> dhclient6StatelessChildProcess_;
 };
+
+// Whether the kernel has IPv6 switched on for a device; false when it cannot be told.
+bool isIpv6Enabled(Kel::String const& kernelIntfName);
 
 }  // namespace ZeroTouch

@@ -19,7 +19,7 @@ std::optional<Settings> readSettings(Kel::String const& path) {
 
 Kel::String writeSettings(Kel::String const& path, Settings const& settings) {
   Kel::String content;
-  for (auto const& [key, value] : settings) content += key + "=" + value + "\n";
+  for (auto const& [key, value] : settings) content.append(key).append("=").append(value).append("\n");
   return replaceFile(path, content);
 }
 

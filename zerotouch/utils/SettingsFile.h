@@ -13,6 +13,7 @@
 namespace ZeroTouch {
 
 inline constexpr char const* defaultConfigFilePath = "/flash/zerotouch-config";
+inline constexpr char const* defaultStartupConfigPath = "/flash/startup-config";
 
 // The entry that keeps provisioning off for one boot, written just before the reload that ends a run.
 inline constexpr char const* disableSetting = "DISABLE";

@@ -57,7 +57,8 @@ class FakeChildRunner : public ChildRunner {
   void reap(pid_t pid) override { reaped.push_back(pid); }
 
  private:
-  pid_t nextPid_ = 10'000;
+  // Above every id that the kernel gives out (PID_MAX_LIMIT), in case a signal gets past this runner.
+  pid_t nextPid_ = 5'000'000;
 };
 
 }  // namespace Kel::testing

@@ -16,7 +16,9 @@ struct Via {
   Wire::IpAddr hop;
   Wire::IntfId intf;  // empty: found by the route to `hop`
 
-  Kel::String stringValue() const { return intf ? hop.stringValue() + "@" + intf.stringValue() : hop.stringValue(); }
+  Kel::String stringValue() const {
+    return intf ? hop.stringValue() + "@" + intf.stringValue() : hop.stringValue();
+  }
   static std::optional<Via> fromString(std::string_view text) {
     std::size_t const at = text.find('@');
     auto const hop = Wire::IpAddr::fromString(text.substr(0, at));

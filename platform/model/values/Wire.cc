@@ -12,8 +12,9 @@ namespace {
 
 constexpr std::size_t maxNameLength = 64;
 
-// The whole of `text` as a number of at most `max`.
+// The whole of `text` as a number of at most `max`; a decimal one without leading zeros.
 std::optional<std::uint8_t> number(std::string_view text, int base, unsigned max) {
+  if (base == 10 && text.size() > 1 && text.front() == '0') return std::nullopt;
   unsigned value = 0;
   auto const [end, error] = std::from_chars(text.data(), text.data() + text.size(), value, base);
   if (error != std::errc() || end != text.data() + text.size() || value > max) return std::nullopt;
@@ -33,7 +34,8 @@ std::optional<IntfId> IntfId::fromString(std::string_view text) {
 }
 
 Kel::String EthAddr::stringValue() const {
-  return Kel::format("%02x:%02x:%02x:%02x:%02x:%02x", bytes[0], bytes[1], bytes[2], bytes[3], bytes[4], bytes[5]);
+  return Kel::format("%02x:%02x:%02x:%02x:%02x:%02x", bytes[0], bytes[1], bytes[2], bytes[3], bytes[4],
+                     bytes[5]);
 }
 
 std::optional<EthAddr> EthAddr::fromString(std::string_view text) {

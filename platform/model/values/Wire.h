@@ -1,5 +1,5 @@
-// Network value types: interface ids, MAC and IP addresses. Plain values with a text form; fromString accepts exactly
-// what stringValue writes (and what inet_pton(3) accepts) and gives nothing for anything else.
+// Network value types: interface ids, MAC and IP addresses. Plain values with a text form; fromString accepts
+// exactly what stringValue writes (and what inet_pton(3) accepts) and gives nothing for anything else.
 #pragma once
 
 #include <array>
@@ -71,8 +71,8 @@ struct Ip6Addr {
   auto operator<=>(Ip6Addr const&) const = default;
 };
 
-// An address and the length of its mask; text form "10.0.0.5/24". The address keeps its host bits. The default,
-// 0.0.0.0/0 or ::/0, means none.
+// An address and the length of its mask; text form "10.0.0.5/24". The address keeps its host bits. The
+// default, 0.0.0.0/0 or ::/0, means none.
 template <typename Addr>
 struct WithMask {
   static constexpr std::string_view typeName =

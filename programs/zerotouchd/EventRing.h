@@ -1,0 +1,24 @@
+// Keeps the last events in the state tree, for people to read back.
+#pragma once
+
+#include "platform/kel/Log.h"
+#include "platform/model/log.h"
+
+class EventRing {
+ public:
+  static constexpr std::size_t capacity = 1000;
+
+  EventRing();
+  ~EventRing();
+  EventRing(EventRing const&) = delete;
+  EventRing& operator=(EventRing const&) = delete;
+
+  Kel::Ptr<Log::Ring> const& entity() const { return ring_; }
+
+ private:
+  void add(Kel::LogEvent const& event);
+
+  Kel::Ptr<Log::Ring> ring_ = Kel::makePtr<Log::Ring>();
+  std::uint64_t last_ = 0;
+  int sink_;
+};

@@ -1,0 +1,28 @@
+// What /etc/zerotouch/platform.toml says.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <optional>
+
+#include "platform/kel/Types.h"
+
+struct HostConfig {
+  // [system]
+  Kel::String systemName;          // name: handed to children as SYSNAME; by default the host name
+  Kel::String cellType = "fixed";  // cell_type: "fixed", or anything else when a standby supervisor may exist
+  // [host]
+  Kel::String runDirectory = "/run/zerotouch";  // run_directory: socket and marks that vanish at a reboot
+  Kel::String library = "libZeroTouch.so";      // library: the agent; a name, or a path with a "/"
+  // [socket]
+  Kel::String socketPath;            // path: by default statebase.sock in the run directory
+  std::optional<gid_t> socketGroup;  // group: whose members may connect, besides root
+  // [provisioning]
+  std::uint32_t scriptExecTimeout = 3600;  // script_exec_timeout: seconds a configuration script may run
+  Kel::Seconds maxRunTime = Kel::never;    // max_run_time: seconds, or "unlimited"
+};
+
+// Reads the file. A file that is absent gives the built-in values, unless `mustExist`. Throws BadInput, as
+// "file:line: reason", for what does not parse, for unknown keys and for values of a wrong kind.
+HostConfig readHostConfig(Kel::String const& path, bool mustExist);

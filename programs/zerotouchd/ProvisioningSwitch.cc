@@ -1,0 +1,34 @@
+#include "programs/zerotouchd/ProvisioningSwitch.h"
+
+#include <filesystem>
+
+#include "zerotouch/utils/SettingsFile.h"
+#include "zerotouch/utils/ZeroTouchUtils.h"
+
+namespace {
+
+// The mark comes first: if the power goes between the two, provisioning is off once too often rather than
+// once too seldom. A flash that cannot be written keeps the entry, to the same effect.
+bool consumeDisableEntry(Kel::String const& mark) {
+  Kel::String const path = ZeroTouch::filePathFromFSRoot(ZeroTouch::defaultConfigFilePath);
+  auto settings = ZeroTouch::readSettings(path);
+  if (!settings) return false;
+  auto const entry = settings->find(ZeroTouch::disableSetting);
+  if (entry == settings->end() || entry->second != ZeroTouch::disableOnNextReload) return false;
+  ZeroTouch::replaceFile(mark, "");
+  settings->erase(entry);
+  ZeroTouch::writeSettings(path, *settings);
+  return true;
+}
+
+}  // namespace
+
+ProvisioningSwitch provisioningAtBoot(Kel::String const& runDirectory) {
+  Kel::String const mark = runDirectory + "/disabled-for-this-boot";
+  Kel::String const startupConfig = ZeroTouch::filePathFromFSRoot(ZeroTouch::defaultStartupConfigPath);
+  bool const disabledOnce = consumeDisableEntry(mark) || std::filesystem::exists(mark);
+  if (std::filesystem::exists(startupConfig))
+    return {false, "there is a startup configuration, " + startupConfig};
+  if (disabledOnce) return {false, "it was switched off for this boot"};
+  return {true, "there is no startup configuration, " + startupConfig};
+}

@@ -1,0 +1,14 @@
+// Whether provisioning is switched on when the system has booted.
+#pragma once
+
+#include "platform/kel/Types.h"
+
+struct ProvisioningSwitch {
+  bool on;
+  Kel::String reason;  // for people
+};
+
+// Off when there is a startup configuration on flash, and off for one boot when the settings file says
+// DISABLE=NextReload. That entry is consumed here; a mark in `runDirectory`, which a reboot empties, keeps
+// provisioning off when the host is started again within the same boot.
+ProvisioningSwitch provisioningAtBoot(Kel::String const& runDirectory);

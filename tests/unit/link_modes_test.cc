@@ -1,0 +1,143 @@
+// Which speeds ports are tried at, when, and which ports are left alone.
+#include "tests/unit/support/Ports.h"
+
+using Autoneg = Interface::AutonegCapability;
+using Mode = Interface::EthLinkMode;
+
+class LinkModes : public PortTest {
+ protected:
+  // The mode and, if it is a negotiated one, what is advertised.
+  std::string configured(std::string const& name) {
+    auto const config = platform.epicd->intfConfig(id(name));
+    if (!config) return "nothing";
+    std::string text = stringValue(config->linkModeLocal());
+    auto const& advertised = config->advertisedModesLocal();
+    if (config->linkModeLocal() == Mode::linkModeAutoneg) {
+      text += std::string(advertised.mode25G ? " 25g" : "") + (advertised.mode100G ? " 100g" : "");
+    }
+    return text;
+  }
+};
+
+TEST_F(LinkModes, each_port_walks_through_its_own_cycle) {
+  struct Case {
+    std::vector<std::string> speeds;
+    Autoneg autoneg;
+    Strings announced;   // in the event, one toggle after the other
+    Strings configured;  // on the port
+  };
+  for (Case const& c : {
+           Case{{"10g", "25g", "40g"},
+                Autoneg::capable,
+                {"default speed", "forced 10g", "forced 25g", "auto 25g", "forced 40g", "auto 40g",
+                 "default speed"},
+                {"linkModeDefault", "linkMode10G", "linkMode25G", "linkModeAutoneg 25g", "linkMode40G",
+                 "linkModeAutoneg40G", "linkModeDefault"}},
+           Case{{"10g"},
+                Autoneg::capable,
+                {"default speed", "forced 10g", "default speed"},
+                {"linkModeDefault", "linkMode10G", "linkModeDefault"}},
+           Case{{"25g", "100g"},
+                Autoneg::none,
+                {"default speed", "forced 25g", "forced 100g", "default speed"},
+                {"linkModeDefault", "linkMode25G", "linkMode100G", "linkModeDefault"}},
+           Case{{"100g"},
+                Autoneg::capable,
+                {"default speed", "forced 100g", "auto 100g", "default speed"},
+                {"linkModeDefault", "linkMode100G", "linkModeAutoneg 100g", "linkModeDefault"}},
+           Case{{"10g", "25g"}, Autoneg::baseT, {}, {"nothing"}},
+           Case{{}, Autoneg::capable, {}, {"nothing"}},
+       }) {
+    addPort("Ethernet1", routed, c.speeds, c.autoneg);
+    inSetup();
+    events.clear();
+    Strings announced, configuredModes;
+    for (std::size_t i = 0; i < c.configured.size(); ++i) {
+      sm().toggleIntfSpeed();
+      configuredModes.push_back(configured("Ethernet1"));
+      for (auto const& event : takeEvents()) {
+        std::string const prefix = "ZTP_INTERFACE_SPEED: Setting interface speed to ",
+                          suffix = " for [Ethernet1]";
+        ASSERT_TRUE(event.starts_with(prefix) && event.ends_with(suffix)) << event;
+        announced.push_back(event.substr(prefix.size(), event.size() - prefix.size() - suffix.size()));
+      }
+    }
+    EXPECT_EQ(announced, c.announced);
+    EXPECT_EQ(configuredModes, c.configured);
+    startOver();
+  }
+}
+
+TEST_F(LinkModes, ports_with_the_same_mode_share_one_event) {
+  addPort("Ethernet1", routed, {"10g"});
+  addPort("Ethernet2", bridged, {"10g", "25g"});
+  addPort("Ethernet3", routed, {"25g"});
+  inSetup();
+  sm().toggleIntfSpeed();
+  events.clear();
+  sm().toggleIntfSpeed();
+  EXPECT_EQ(takeEvents(),
+            (Strings{"ZTP_INTERFACE_SPEED: Setting interface speed to forced 10g for [Ethernet1, Ethernet2]",
+                     "ZTP_INTERFACE_SPEED: Setting interface speed to forced 25g for [Ethernet3]"}));
+  EXPECT_TRUE(sm().intfsSpeedChanged().empty());
+}
+
+TEST_F(LinkModes, the_first_retry_toggles_and_then_every_sixth) {
+  addPort("Ethernet1", routed, {"10g"});
+  inSetup();
+  events.clear();
+  std::vector<std::uint32_t> toggledAt;
+  for (std::uint32_t retry = 1; retry <= 14; ++retry) {
+    ASSERT_TRUE(time.advanceUntil([&] { return sm().retryCount() == retry; }, 100));
+    for (auto const& event : takeEvents()) {
+      if (event.starts_with("ZTP_INTERFACE_SPEED")) toggledAt.push_back(retry);
+    }
+  }
+  EXPECT_EQ(toggledAt, (std::vector<std::uint32_t>{1, 7, 13}));
+}
+
+TEST_F(LinkModes, a_port_with_a_link_or_an_inactive_one_is_left_alone) {
+  auto const port = addPort("Ethernet1", routed, {"10g"});
+  auto const inactive = addPort("Ethernet2", routed, {"10g"});
+  auto const tenAndForty = addPort("Ethernet3", routed, {"10g", "40g"});
+  inactive->activeIs(false);
+  port->linkStatusIs(Interface::LinkStatus::up);
+  tenAndForty->linkStatusIs(Interface::LinkStatus::up);
+  inSetup();
+  auto const spared = [this] { return names(sm().intfNoSpeedChangePool()); };
+  EXPECT_EQ(spared(), "Ethernet1 Ethernet2");
+  events.clear();
+  sm().toggleIntfSpeed();
+  EXPECT_EQ(takeEvents(),
+            Strings{"ZTP_INTERFACE_SPEED: Setting interface speed to default speed for [Ethernet3]"});
+
+  time.advance(119);
+  EXPECT_EQ(spared(), "Ethernet1 Ethernet2");
+  port->linkStatusIs(Interface::LinkStatus::down);  // a flap: the 120 seconds start again
+  EXPECT_EQ(spared(), "Ethernet2");
+  port->linkStatusIs(Interface::LinkStatus::up);
+  time.advance(119);
+  EXPECT_EQ(spared(), "Ethernet1 Ethernet2");
+  time.advance(1);
+  EXPECT_EQ(spared(), "Ethernet2");
+  inactive->activeIs(true);
+  EXPECT_EQ(spared(), "");
+  inactive->activeIs(false);
+  removePort("Ethernet2");
+  EXPECT_EQ(spared(), "");
+}
+
+TEST_F(LinkModes, new_capabilities_restart_the_cycle) {
+  auto const port = addPort("Ethernet1", routed, {"10g"});
+  inSetup();
+  sm().toggleIntfSpeed();
+  sm().toggleIntfSpeed();
+  port->linkModeCapabilitiesIs({.mode25G = true});
+  EXPECT_EQ(sm().nextLinkModeForIntf(id("Ethernet1")), Mode::linkModeDefault);
+  sm().toggleIntfSpeed();
+  sm().toggleIntfSpeed();
+  EXPECT_EQ(configured("Ethernet1"), "linkMode25G");
+  EXPECT_DEATH(sm().updateAdvertisedModes(platform.epicd->intfConfig(id("Ethernet1")), Mode::linkMode10G),
+               "0 && \"autoneg for linkMode not supported\"");
+  EXPECT_EQ(sm().getLinkModeAsString(Mode::linkModeAutoneg, true), "linkModeAutoneg");
+}

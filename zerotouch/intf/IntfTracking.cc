@@ -1,0 +1,175 @@
+// Which ports and port-channels take part in provisioning.
+#include <cstdlib>
+
+#include "zerotouch/intf/PortReactor.h"
+#include "zerotouch/sm/SmTrace.h"
+#include "zerotouch/sm/ZeroTouchSm.h"
+
+namespace ZeroTouch {
+
+namespace {
+
+constexpr std::string_view managementPrefix = "Management";
+
+bool ignored(std::string_view intfName) {
+  return intfName.starts_with(managementPrefix) && std::getenv("ZEROTOUCH_IGNORE_MANAGEMENT") != nullptr;
+}
+
+bool routed(Interface::EthIntfStatus const& port) {
+  return port.forwardingModel() == Interface::IntfForwardingModel::routed;
+}
+
+void describe(IntfStatus& record, IntfType type) {
+  record.intfTypeIs(type);
+  record.intfNameIs(record.intfId().stringValue());
+  record.kernelIntfNameIs(record.ethIntfStatus()->deviceName());
+}
+
+// The first record, ports before port-channels, that `matches`.
+template <typename Matches>
+Kel::Ptr<IntfStatus> findRecord(ZeroTouchSmModel const& sm, Matches const& matches) {
+  for (auto const& [intfId, record] : sm.phyIntfStatus()) {
+    if (matches(*record)) return record;
+  }
+  for (auto const& [intfId, record] : sm.lagIntfStatus()) {
+    if (matches(*record)) return record;
+  }
+  return nullptr;
+}
+
+}  // namespace
+
+bool ZeroTouchSm::shouldProcessIntfStatus() const {
+  return currentState() == stateSetupInterfaces() || currentState() == stateRetry();
+}
+
+void ZeroTouchSm::ethPhyIntfStatusReactorIs(Wire::IntfId const& intfId) {
+  auto const port = episd()->intfStatus(intfId);
+  auto const found = portReactors_.find(intfId);
+  if (found != portReactors_.end() && found->second->port() == port) return;
+  portReactors_.erase(intfId);
+  if (port) {
+    portReactors_.emplace(intfId, Kel::makePtr<PortReactor>(port, *this));
+  } else {
+    intfNoSpeedChangePoolDel(intfId);
+  }
+}
+
+void ZeroTouchSm::handleEthPhyIntfStatus(Wire::IntfId intfId) {
+  if (!enabled() || !shouldProcessIntfStatus()) {
+    skippedEthPhy_.insert(intfId);
+    return;
+  }
+  if (episd()->intfStatus(intfId)) {
+    configureLayer3(intfId);
+    doRegisterEthPhyIntf(intfId.stringValue());
+    addKnownLinkMode(intfId);
+  } else {
+    doUnregisterEthPhyIntf(intfId.stringValue());
+    linkModesOnIntfDel(intfId);
+    nextLinkModeForIntfDel(intfId);
+    nextAnegModeForIntfDel(intfId);
+  }
+}
+
+void ZeroTouchSm::handleEthPhyIntfStatus() {
+  for (auto const& intfId : episd()->intfStatus().keys()) handleEthPhyIntfStatus(intfId);
+}
+
+void ZeroTouchSm::handleEthLagIntfStatus(Wire::IntfId intfId) {
+  if (!shouldProcessIntfStatus()) {
+    skippedLag_.insert(intfId);
+    return;
+  }
+  if (elisd()->intfStatus(intfId)) {
+    configureLayer3(intfId);
+    doRegisterLagIntf(intfId.stringValue());
+  } else {
+    doUnregisterLagIntf(intfId.stringValue());
+  }
+}
+
+void ZeroTouchSm::handleEthLagIntfStatus() {
+  for (auto const& intfId : elisd()->intfStatus().keys()) handleEthLagIntfStatus(intfId);
+}
+
+void ZeroTouchSm::lookAtSkippedIntfs() {
+  for (auto const& intfId : std::exchange(skippedEthPhy_, {})) handleEthPhyIntfStatus(intfId);
+  for (auto const& intfId : std::exchange(skippedLag_, {})) handleEthLagIntfStatus(intfId);
+}
+
+void ZeroTouchSm::doRegisterEthPhyIntf(Kel::String intfName) {
+  if (ignored(intfName)) return;
+  Wire::IntfId const intfId(intfName);
+  auto const port = episd()->intfStatus(intfId);
+  if (!port) return;
+  auto record = phyIntfStatus(intfId);
+  if (record && record->ethIntfStatus() != port) {
+    // Removed and created again while nobody looked; the old record watches a port that is gone.
+    doUnregisterEthPhyIntf(intfName);
+    record = nullptr;
+  }
+  if (!record) {
+    record = phyIntfStatusIs(intfId, port);
+    describe(*record, IntfType::intfTypePhysical);
+    if (routed(*port)) doRegisterIntf(record);
+    pamDesiredIntfDir()->intfDesiredIs(intfId, true);
+  } else if (routed(*port)) {
+    SM_TRACE(5, " " << intfName << " registering, routed interface");
+    doRegisterIntf(record);
+  } else {
+    SM_TRACE(5, " " << intfName << " unregistering, non-routed interface");
+    doUnregisterIntf(record);
+  }
+}
+
+void ZeroTouchSm::doUnregisterEthPhyIntf(Kel::String intfName) {
+  Wire::IntfId const intfId(intfName);
+  if (auto const record = phyIntfStatus(intfId)) doUnregisterIntf(record);
+  pamDesiredIntfDir()->intfDesiredDel(intfId);
+  phyIntfStatusDel(intfId);
+}
+
+void ZeroTouchSm::doRegisterLagIntf(Kel::String intfName) {
+  Wire::IntfId const intfId(intfName);
+  auto const lag = elisd()->intfStatus(intfId);
+  if (!lag) return;
+  auto record = lagIntfStatus(intfId);
+  if (record && record->ethIntfStatus() != lag) {
+    doUnregisterLagIntf(intfName);
+    record = nullptr;
+  }
+  if (!record) {
+    record = lagIntfStatusIs(intfId, lag);
+    describe(*record, IntfType::intfTypeLag);
+  }
+  if (routed(*lag)) {
+    SM_TRACE(5, " " << intfName << " registering, routed lag interface");
+    doRegisterIntf(record);
+    SM_TRACE(5, " " << intfName << " registered for use");
+  } else {
+    SM_TRACE(5, " " << intfName << " unregistering, non-routed lag interface");
+    doUnregisterIntf(record);
+  }
+}
+
+void ZeroTouchSm::doUnregisterLagIntf(Kel::String intfName) {
+  Wire::IntfId const intfId(intfName);
+  if (auto const record = lagIntfStatus(intfId)) doUnregisterIntf(record);
+  lagIntfStatusDel(intfId);
+}
+
+void ZeroTouchSm::doRegisterIntf(Kel::Ptr<IntfStatus> const& record) { intfStatusIs(record); }
+
+void ZeroTouchSm::doUnregisterIntf(Kel::Ptr<IntfStatus> const& record) { intfStatusDel(record->intfId()); }
+
+void ZeroTouchSm::findIntfStatusForKernelIntf(Kel::String kernelName, Kel::Ptr<IntfStatus>& out) const {
+  SM_TRACE(5, " kernelIntfName: " << kernelName);
+  out = findRecord(*this, [&](IntfStatus const& record) { return record.kernelIntfName() == kernelName; });
+}
+
+void ZeroTouchSm::findIntfStatusForInterface(Kel::String intfName, Kel::Ptr<IntfStatus>& out) const {
+  out = findRecord(*this, [&](IntfStatus const& record) { return record.intfName() == intfName; });
+}
+
+}  // namespace ZeroTouch

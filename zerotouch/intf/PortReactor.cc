@@ -1,0 +1,79 @@
+#include "zerotouch/intf/PortReactor.h"
+
+#include "platform/kel/ActivityManager.h"
+#include "zerotouch/sm/SmTrace.h"
+#include "zerotouch/sm/ZeroTouchSm.h"
+
+namespace ZeroTouch {
+
+namespace {
+// How long a link that has come up protects its port from a change of speed.
+constexpr Kel::Seconds linkActiveHold = 120;
+}  // namespace
+
+PortReactor::PortReactor(Kel::Ptr<Interface::EthPhyIntfStatus const> const& port, ZeroTouchSm& sm)
+    : NotifieeConst(port), port_(port), sm_(sm) {
+  handleInitialized(intfId());
+}
+
+void PortReactor::handleInitialized(Wire::IntfId const& intfId) {
+  intfLinkActiveClock_ =
+      Kel::makePtr<KelIntfLinkActiveClock>(Kel::activityManager()->config()->clock(), *this);
+  handleLinkAndActiveStatus(intfId);
+}
+
+// DHCP reports carry device names, so a record follows its device's name in any state.
+void PortReactor::onDeviceName() {
+  if (auto const record = sm_.phyIntfStatus(intfId()); record && record->ethIntfStatus() == port_) {
+    record->kernelIntfNameIs(port_->deviceName());
+  }
+}
+
+// Such a port may have come up at the wrong one of the two.
+bool PortReactor::canRunAt10GAnd40G(Wire::IntfId const& intfId) const {
+  if (auto const modes = sm_.linkModesOnIntf(intfId)) {
+    return modes->mode().contains(Interface::EthLinkMode::linkMode10G) &&
+           modes->mode().contains(Interface::EthLinkMode::linkMode40G);
+  }
+  // Not taken in yet.
+  auto const& capabilities = port_->linkModeCapabilities();
+  return capabilities.mode10G && capabilities.mode40G;
+}
+
+void PortReactor::handleLinkAndActiveStatus(Wire::IntfId const& intfId) {
+  if (canRunAt10GAnd40G(intfId)) {
+    KEL_TRACE(
+        traceZeroTouchSm, 5,
+        "PortReactor::" << __func__ << " Ignoring link status for 10/40G capable " << intfId.stringValue());
+    return;
+  }
+  bool const up = port_->linkStatus() == Interface::LinkStatus::up;
+  if (up || !port_->active()) {
+    sm_.intfNoSpeedChangePoolIs(port_);
+    intfLinkActiveClock_->timeMinIs(up ? Kel::now() + linkActiveHold : Kel::never);
+  } else {
+    sm_.intfNoSpeedChangePoolDel(intfId);
+    intfLinkActiveClock_->timeMinIs(Kel::never);
+  }
+}
+
+// Provisioning has not finished over this link in time; another speed may do better.
+void PortReactor::handleLinkActiveTimeout(Wire::IntfId const& intfId) {
+  sm_.intfNoSpeedChangePoolDel(intfId);
+  intfLinkActiveClock_->timeMinIs(Kel::never);
+}
+
+void PortReactor::handleForwardingModel() {
+  if (!sm_.enabled()) return;
+  if (sm_.shouldProcessIntfStatus()) {
+    sm_.doRegisterEthPhyIntf(intfId().stringValue());
+  } else {
+    sm_.skippedEthPhy_.insert(intfId());
+  }
+}
+
+void PortReactor::handleLinkModeCapabilities(Wire::IntfId const& intfId) {
+  if (sm_.enabled()) sm_.addKnownLinkMode(intfId);
+}
+
+}  // namespace ZeroTouch
