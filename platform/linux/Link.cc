@@ -54,7 +54,9 @@ std::optional<Link> linkFromMessage(nlmsghdr* message) {
   auto const attribute = attributes<IFLA_MAX>(message, sizeof(ifinfomsg));
   if (!attribute) return std::nullopt;
   auto const& header = *static_cast<ifinfomsg const*>(nlmsg_data(message));
-  if (header.ifi_family != AF_UNSPEC || header.ifi_index <= 0) return std::nullopt;
+  if (header.ifi_family != AF_UNSPEC || header.ifi_index <= 0 || (*attribute)[IFLA_IFNAME] == nullptr) {
+    return std::nullopt;
+  }
 
   Link link;
   link.ifIndex = header.ifi_index;

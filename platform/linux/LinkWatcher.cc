@@ -77,7 +77,6 @@ void LinkWatcher::onLink(int ifIndex) {
   auto const kind = link != nullptr ? kindOf(*link) : std::nullopt;
   Wire::IntfId const intfId = kind && selection_.selects(link->name) ? idOf(*link) : Wire::IntfId();
 
-  nameless_.erase(ifIndex);
   auto const known = tracked_.find(ifIndex);
   if (known != tracked_.end() && known->second.intfId == intfId) {
     Tracked const tracked = known->second;
@@ -86,7 +85,9 @@ void LinkWatcher::onLink(int ifIndex) {
     return;
   }
   if (known != tracked_.end()) remove(ifIndex);
-  if (intfId && claim(intfId, *link)) add(intfId, *kind, *link);
+  if (intfId && !claim(intfId, *link)) return;
+  nameless_.erase(ifIndex);
+  if (intfId) add(intfId, *kind, *link);
 }
 
 void LinkWatcher::onAddresses(int ifIndex) {
@@ -130,8 +131,8 @@ bool LinkWatcher::claim(Wire::IntfId const& intfId, Link const& link) {
   onLink(owner->second);
   owner = owners_.find(intfId);
   if (owner == owners_.end()) return true;
-  nameless_.insert(link.ifIndex);
-  portNameInUse.log(link.name, intfId.stringValue(), deviceNames_[owner->second]);
+  bool const isNews = nameless_.insert(link.ifIndex).second;
+  if (isNews) portNameInUse.log(link.name, intfId.stringValue(), deviceNames_[owner->second]);
   return false;
 }
 
@@ -200,7 +201,8 @@ void LinkWatcher::remove(int ifIndex) {
   entities_.allIntfStatusDir->intfStatusDel(intfId);
   ports_->portDel(intfId);
   // The name is free for another device that it fits.
-  for (int const other : std::exchange(nameless_, {})) onLink(other);
+  auto const waiting = nameless_;
+  for (int const other : waiting) onLink(other);
 }
 
 void LinkWatcher::update(Interface::IntfStatus& status, Wire::IntfId const& intfId, Link const& link) const {

@@ -93,6 +93,7 @@ TEST_F(PortsTest, IsRoutedWithALayer3ConfigurationUnlessInABridge) {
     return stringValue(entities.allIntfStatusDir->intfStatus(port1)->forwardingModel());
   };
   EXPECT_EQ(model(), "unconfigured");
+  auto const record = entities.allIntfStatusDir->intfStatus(port1);
   entities.l3IntfConfigDir->intfConfigIs(port1);
   EXPECT_EQ(model(), "routed") << "without waiting for a pass of the loop";
 
@@ -104,6 +105,7 @@ TEST_F(PortsTest, IsRoutedWithALayer3ConfigurationUnlessInABridge) {
   // A bridge says by a message of its own that a port has left; it is no end of the device.
   ip("link set eth1 nomaster");
   expectSoon(model, "routed");
+  EXPECT_EQ(entities.allIntfStatusDir->intfStatus(port1), record);
   entities.l3IntfConfigDir->intfConfigDel(port1);
   EXPECT_EQ(model(), "unconfigured");
 }
@@ -140,8 +142,13 @@ TEST_F(PortsTest, GivesANameThatTwoDevicesClaimToOneAtATime) {
   EXPECT_EQ(ports(), "Ethernet1 eth1 down unconfigured link down active\n");
   EXPECT_EQ(warned.text(),
             "PORT_NAME_IN_USE: Device eth01 is ignored: its name Ethernet1 belongs to device eth1\n");
+  ip("link set eth01 mtu 1400");
+  cable("2");
+  ip("link del eth2");
   ip("link del eth1");
   expectSoon(portsNow, "Ethernet1 eth01 down unconfigured link down active\n");
+  EXPECT_EQ(warned.text(),
+            "PORT_NAME_IN_USE: Device eth01 is ignored: its name Ethernet1 belongs to device eth1\n");
 }
 
 TEST_F(PortsTest, ReadsEverythingAnewAfterAnOverrun) {
