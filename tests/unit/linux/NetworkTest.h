@@ -27,7 +27,8 @@ inline Entities newEntities() {
   make(entities.ethPhyIntfStatusDir, entities.ethLagIntfStatusDir, entities.vlanIntfStatusDir,
        entities.ethIntfStatusDir, entities.allIntfStatusDir, entities.allIntfStatusLocalDir,
        entities.kernelNetInfoStatus, entities.ipStatus, entities.ip6Status, entities.ethPhyIntfConfigDir,
-       entities.vlanIntfConfigDir, entities.l3IntfConfigDir, entities.ipConfig, entities.ip6Config);
+       entities.vlanIntfConfigDir, entities.l3IntfConfigDir, entities.ipConfig, entities.ip6Config,
+       entities.raPacketStatus, entities.entityMibStatus);
   return entities;
 }
 
