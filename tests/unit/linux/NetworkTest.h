@@ -12,9 +12,9 @@
 #include <memory>
 #include <sstream>
 
-#include "platform/kel/Log.h"
 #include "platform/kel/Loop.h"
 #include "platform/linux/Adapter.h"
+#include "tests/unit/linux/Warned.h"
 #include "tests/unit/support/TemporaryFolder.h"
 
 namespace Linux {
@@ -27,26 +27,10 @@ inline Entities newEntities() {
   make(entities.ethPhyIntfStatusDir, entities.ethLagIntfStatusDir, entities.vlanIntfStatusDir,
        entities.ethIntfStatusDir, entities.allIntfStatusDir, entities.allIntfStatusLocalDir,
        entities.kernelNetInfoStatus, entities.ipStatus, entities.ip6Status, entities.ethPhyIntfConfigDir,
-       entities.vlanIntfConfigDir, entities.l3IntfConfigDir, entities.ipConfig, entities.ip6Config);
+       entities.vlanIntfConfigDir, entities.l3IntfConfigDir, entities.ipConfig, entities.ip6Config,
+       entities.raPacketStatus, entities.entityMibStatus);
   return entities;
 }
-
-// The warnings raised while it lives.
-class Warned {
- public:
-  Warned()
-      : sink_(Kel::logSinkIs(
-            [this](Kel::LogEvent const& event) { text_ += event.name + ": " + event.message + "\n"; })) {}
-  ~Warned() { Kel::logSinkDel(sink_); }
-  Warned(Warned const&) = delete;
-  Warned& operator=(Warned const&) = delete;
-
-  std::string const& text() const { return text_; }
-
- private:
-  std::string text_;
-  int sink_;
-};
 
 // Ports are ethN, and shown as EthernetN.
 inline AdapterConfig testConfig(std::string const& runDirectory) {
