@@ -187,8 +187,8 @@ TEST_F(RouterAdvertisementsTest, AreInForceWhileLinkAddressAndLifetimeLast) {
   expectSoon(records, "Ethernet1 managed other\n");
   router.advertise(0, 1800);
   expectSoon(records, "Ethernet1\n");
-  // Not from this link, so it changes nothing.
-  router.advertise(0xc0, 1800, 64);
+  // Not from this link, so it does not end the record.
+  router.advertise(0, 0, 64);
   router.advertise(0x40, 1800);
   expectSoon(records, "Ethernet1 other\n");
   router.advertise(0x80, 0);
