@@ -153,9 +153,8 @@ class RouterAdvertisementsTest : public NetworkTest {
     for (std::string const device : {"eth1", "far1"}) {
       std::ofstream("/proc/sys/net/ipv6/conf/" + device + "/accept_dad") << 0;
       std::ofstream("/proc/sys/net/ipv6/conf/" + device + "/router_solicitations") << 0;
-      ip("link set " + device + " up");
     }
-    ip("link set eth1 address 02:00:00:00:00:01");
+    plugIn("1");
   }
 
   std::function<std::string()> const records = [this] {
