@@ -3,7 +3,6 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <linux/if.h>
 #include <sched.h>
 #include <unistd.h>
 
@@ -79,12 +78,13 @@ class NetworkTest : public ::testing::Test {
     ip("link add eth" + number + " type veth peer name far" + number);
   }
 
-  // Both ends up, and waits until they carry frames: what is sent before that is lost without a word.
+  // Both ends up, and waits until they carry frames: what is sent before that is lost without a word. The
+  // kernel gives a device its IPv6 address after that.
   static void plugIn(std::string const& number) {
     Netlink const netlink;
     auto const carries = [&](std::string const& device) {
       return std::ranges::any_of(netlink.links(), [&](auto const& entry) {
-        return entry.second.name == device && entry.second.operState == IF_OPER_UP;
+        return entry.second.name == device && !netlink.addresses(entry.first).empty();
       });
     };
     ip("link set eth" + number + " up");

@@ -211,7 +211,7 @@ TEST_F(RouterAdvertisementsTest, AreInForceWhileLinkAddressAndLifetimeLast) {
   ip("addr flush dev eth1");
   expectSoon([this] { return adapter->ports()->port(port1).linkLocal.stringValue(); }, "::");
   router.advertise(0x80, 1800);
-  ip("addr add fe80::1/64 dev eth1");
+  ip("addr add fe80::1/64 dev eth1 nodad");
   expectSoon(records, "Ethernet1 managed\n");
   ip("link del eth1");
   expectSoon(records, "");
@@ -219,7 +219,7 @@ TEST_F(RouterAdvertisementsTest, AreInForceWhileLinkAddressAndLifetimeLast) {
 
 TEST_F(RouterAdvertisementsTest, AreAskedForThreeTimesUntilOneComes) {
   Kel::testing::SimulatedTime time;
-  ip("addr add fe80::1/64 dev eth1");
+  ip("addr add fe80::1/64 dev eth1 nodad");
   Router const router("far1");
   auto const ports = Kel::makePtr<Ports>();
   Port port{.deviceName = "eth1",
