@@ -88,8 +88,7 @@ class PacketSocketsTest : public NetworkTest {
     NetworkTest::SetUp();
     if (IsSkipped()) return;
     cable("1");
-    ip("link set eth1 up");
-    ip("link set far1 up");
+    plugIn("1");
     start();
     sender.emplace();
     ask();

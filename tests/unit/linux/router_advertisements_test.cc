@@ -153,9 +153,8 @@ class RouterAdvertisementsTest : public NetworkTest {
     for (std::string const device : {"eth1", "far1"}) {
       std::ofstream("/proc/sys/net/ipv6/conf/" + device + "/accept_dad") << 0;
       std::ofstream("/proc/sys/net/ipv6/conf/" + device + "/router_solicitations") << 0;
-      ip("link set " + device + " up");
     }
-    ip("link set eth1 address 02:00:00:00:00:01");
+    plugIn("1");
   }
 
   std::function<std::string()> const records = [this] {
@@ -187,8 +186,8 @@ TEST_F(RouterAdvertisementsTest, AreInForceWhileLinkAddressAndLifetimeLast) {
   expectSoon(records, "Ethernet1 managed other\n");
   router.advertise(0, 1800);
   expectSoon(records, "Ethernet1\n");
-  // Not from this link, so it changes nothing.
-  router.advertise(0xc0, 1800, 64);
+  // Not from this link, so it does not end the record.
+  router.advertise(0, 0, 64);
   router.advertise(0x40, 1800);
   expectSoon(records, "Ethernet1 other\n");
   router.advertise(0x80, 0);
@@ -212,7 +211,7 @@ TEST_F(RouterAdvertisementsTest, AreInForceWhileLinkAddressAndLifetimeLast) {
   ip("addr flush dev eth1");
   expectSoon([this] { return adapter->ports()->port(port1).linkLocal.stringValue(); }, "::");
   router.advertise(0x80, 1800);
-  ip("addr add fe80::1/64 dev eth1");
+  ip("addr add fe80::1/64 dev eth1 nodad");
   expectSoon(records, "Ethernet1 managed\n");
   ip("link del eth1");
   expectSoon(records, "");
@@ -220,7 +219,7 @@ TEST_F(RouterAdvertisementsTest, AreInForceWhileLinkAddressAndLifetimeLast) {
 
 TEST_F(RouterAdvertisementsTest, AreAskedForThreeTimesUntilOneComes) {
   Kel::testing::SimulatedTime time;
-  ip("addr add fe80::1/64 dev eth1");
+  ip("addr add fe80::1/64 dev eth1 nodad");
   Router const router("far1");
   auto const ports = Kel::makePtr<Ports>();
   Port port{.deviceName = "eth1",
