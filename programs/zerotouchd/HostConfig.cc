@@ -30,7 +30,7 @@ Setter text(Kel::String& target) {
   };
 }
 
-Setter group(std::optional<gid_t>& target) {
+Setter groupName(std::optional<gid_t>& target) {
   return [&target](toml::node const& node) {
     auto const name = node.value_exact<std::string>();
     auto const* const entry = name ? getgrnam(name->c_str()) : nullptr;
@@ -48,9 +48,9 @@ Setter seconds(T& target, bool unlimited) {
       target = std::numeric_limits<T>::infinity();
       return;
     }
-    auto const value = std::is_floating_point_v<T> ? node.value<double>() : node.value_exact<std::int64_t>();
-    auto const max = static_cast<double>(std::numeric_limits<T>::max());
-    if (!value || !(*value >= 0 && *value <= max)) {
+    auto const value = node.value<double>();
+    bool const fits = std::is_floating_point_v<T> || node.is_integer();
+    if (!value || !fits || !(*value >= 0 && *value <= static_cast<double>(std::numeric_limits<T>::max()))) {
       fail(node.source(),
            std::string("expected seconds (a number from 0 on)") + (unlimited ? " or \"unlimited\"" : ""));
     }
@@ -101,7 +101,7 @@ HostConfig readHostConfig(Kel::String const& path, bool mustExist) {
       read(toml::parse_file(path),
            {{"system", {{"name", text(config.systemName)}, {"cell_type", text(config.cellType)}}},
             {"host", {{"run_directory", text(config.runDirectory)}, {"library", text(config.library)}}},
-            {"socket", {{"path", text(config.socketPath)}, {"group", group(config.socketGroup)}}},
+            {"socket", {{"path", text(config.socketPath)}, {"group", groupName(config.socketGroup)}}},
             {"provisioning",
              {{"script_exec_timeout", seconds(config.scriptExecTimeout, false)},
               {"max_run_time", seconds(config.maxRunTime, true)}}}});

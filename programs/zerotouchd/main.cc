@@ -3,6 +3,7 @@
 
 #include <CLI/CLI.hpp>
 #include <csignal>
+#include <cstring>
 #include <ctime>
 #include <iostream>
 
@@ -89,7 +90,7 @@ int run(Options const& options) {
   applyInitialValues();  // once more, in case the file knows better
 
   AgentLibrary const library(config.library);
-  auto const agent = entities.createAgent(library.factory());
+  Kel::Ptr<ZeroTouch::AgentCreatorModel> const agent = entities.createAgent(library.factory());
   tree.mount("/zerotouch/sm", agent->ztSm(), Statebase::Access::readOnly);
   sd_notify(0, "READY=1");
   say("ready on " + config.socketPath);

@@ -28,20 +28,21 @@ class AgentCreator : public AgentCreatorModel {
                   Kel::Ptr<KernelNetInfo::Status const> const& kernelNetInfoStatus);
   void ztPamManDel() { ztPamMan_ = nullptr; }
 
-  Kel::Ptr<ZeroTouchSm> const& ztSm() const { return ztSm_; }
+  Kel::Ptr<ZeroTouchSm> ztSm() const {
+    return Kel::Ptr<ZeroTouchSm>(static_cast<ZeroTouchSm*>(AgentCreatorModel::ztSm().get()));
+  }
   // Takes what ZeroTouchSm's constructor takes.
   template <typename... Handles>
   void ztSmIs(Handles const&... handles) {
-    ztSm_ = Kel::makePtr<ZeroTouchSm>(handles...);
+    AgentCreatorModel::ztSmIs(Kel::makePtr<ZeroTouchSm>(handles...));
   }
-  void ztSmDel() { ztSm_ = nullptr; }
+  void ztSmDel() { AgentCreatorModel::ztSmIs(nullptr); }
 
   // Does nothing the second time.
   void handleInitialized();
 
  private:
   Kel::Ptr<ZeroTouchPamMan> ztPamMan_;
-  Kel::Ptr<ZeroTouchSm> ztSm_;
 };
 
 }  // namespace ZeroTouch
