@@ -1,8 +1,9 @@
-// What the process as a whole knows: its clock, the system's name and kind. `activityManager()` is the one of
-// the process.
+// What the process as a whole knows: its clock, the system's name and kind, and the entities that its rooms
+// share without being mounted. `activityManager()` is the one of the process.
 #pragma once
 
 #include "platform/kel/Clock.h"
+#include "platform/kel/Collection.h"
 #include "platform/kel/Types.h"
 
 namespace Kel {
@@ -27,10 +28,32 @@ class ActivityManagerConfig : public Entity {
 
 class ActivityManager : public Entity {
  public:
+  class NotifieeConst : public NotifieeBase {
+   public:
+    explicit NotifieeConst(Ptr<ActivityManager const> const& notifier) : NotifieeBase(notifier, level) {}
+    // The entity was added or removed; localEntity(name) tells which.
+    virtual void onLocalEntity(Name const&) {}
+  };
+
   Ptr<ActivityManagerConfig> const& config() const { return config_; }
 
+  // Entities by which one room asks another for a service, when neither may know the other: whoever asks
+  // creates the entity and makes it known here, whoever serves follows the collection and picks those of its
+  // type. `name` is a path, unique in the process. Whoever added an entity removes it.
+  Collection<Name, Ptr<Entity>> const& localEntity() const { return localEntity_; }
+  Ptr<Entity> const& localEntity(Name const& name) const { return localEntity_.get(name); }
+  void localEntityIs(Name const& name, Ptr<Entity> entity) {
+    localEntity_.set(*this, level, "localEntity", name, std::move(entity), &NotifieeConst::onLocalEntity);
+  }
+  void localEntityDel(Name const& name) {
+    localEntity_.del(*this, level, "localEntity", name, &NotifieeConst::onLocalEntity);
+  }
+
  private:
+  static constexpr unsigned level = 1;
+
   Ptr<ActivityManagerConfig> config_ = makePtr<ActivityManagerConfig>();
+  Collection<Name, Ptr<Entity>> localEntity_;
 };
 
 Ptr<ActivityManager> const& activityManager();

@@ -86,18 +86,32 @@ void Loop::arm() {
   sd_event_source_set_enabled(timer_, SD_EVENT_ONESHOT);
 }
 
+// Waits for one event, at most `limit`, and handles it.
+void Loop::pass(Seconds limit) {
+  arm();
+  int const ran = sd_event_run(event_, limit == never ? UINT64_MAX : static_cast<std::uint64_t>(limit * 1e6));
+  KEL_ASSERT(ran >= 0, "sd_event_run");
+  // A one-shot source is off once it has fired.
+  int enabled = SD_EVENT_OFF;
+  sd_event_source_get_enabled(timer_, &enabled);
+  if (enabled == SD_EVENT_OFF) armedFor_ = never;
+}
+
 int Loop::run() {
   KEL_ASSERT(!simulated_, "!simulated()");
-  while (!exitCode_) {
-    arm();
-    int const ran = sd_event_run(event_, UINT64_MAX);
-    KEL_ASSERT(ran >= 0, "sd_event_run");
-    // A one-shot source is off once it has fired.
-    int enabled = SD_EVENT_OFF;
-    sd_event_source_get_enabled(timer_, &enabled);
-    if (enabled == SD_EVENT_OFF) armedFor_ = never;
-  }
+  while (!exitCode_) pass(never);
   return *std::exchange(exitCode_, std::nullopt);
+}
+
+bool Loop::runUntil(std::function<bool()> const& done, Seconds limit) {
+  KEL_ASSERT(!simulated_, "!simulated()");
+  Seconds const end = now() + limit;
+  while (!done()) {
+    Seconds const left = end - now();
+    if (left <= 0) return false;
+    pass(left);
+  }
+  return true;
 }
 
 void Loop::onSignal(int signal, std::function<void()> handler) {

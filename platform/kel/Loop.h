@@ -25,6 +25,8 @@ class Loop {
   // Runs until stop() and returns its code; at once when stop() came first. It can be run again.
   int run();
   void stop(int code) { exitCode_ = code; }
+  // Runs until `done` holds, looked at after each pass; false when `limit` has passed first.
+  bool runUntil(std::function<bool()> const& done, Seconds limit);
 
   // Runs `handler` on the loop when the signal arrives. Call before a second thread is started.
   void onSignal(int signal, std::function<void()> handler);
@@ -50,6 +52,7 @@ class Loop {
 
  private:
   void arm();
+  void pass(Seconds limit);
   bool drain();
   bool jump(Seconds limit);
 

@@ -11,7 +11,7 @@ import pathlib
 import sys
 
 sys.dont_write_bytecode = True
-from model import SCALARS, Model, SchemaError, capital, quoted  # noqa: E402
+from model import RESULTS, SCALARS, Model, SchemaError, capital, quoted  # noqa: E402
 
 KINDS = {"type": "value", "values": "values", "keys": "keys", "entity": "entity", "entities": "entities",
          "reference": "reference", "references": "keys"}
@@ -129,6 +129,8 @@ def entity_code(entity):
     if entity.key_name and not entity.base:
         public = f"\n  {entity.key_type} const& {entity.key_name}() const {{ return {entity.key_name}_; }}\n" + public
         private = f"  {entity.key_type} {entity.key_name}_;\n" + private
+    for operation, options in entity.operations.items():
+        public += f"\n  // {options['doc']}\n  virtual {RESULTS[options['returns']]} {operation}() {{ return {{}}; }}\n"
     construct = ""
     if entity.parameters:
         own = entity.parameters[len(entity.inherited):] if entity.base else entity.parameters
@@ -234,6 +236,8 @@ def write_markdown(model, output):
             for a in entity.attributes:
                 shape = a.declared if a.form == "type" else f"{a.form} {a.declared}" + (f" by {a.key_declared}" if a.form == "values" else "")
                 text += f"| `{a.name}` | {shape} | {a.unit} | {a.doc} |\n"
+            for operation, options in entity.operations.items():
+                text += f"\nOperation `{operation}()`, which returns {options['returns']}: {options['doc']}\n"
     output.write_text(text)
 
 

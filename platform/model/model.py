@@ -10,6 +10,9 @@ extends, key = "NAME: TYPE", attributes). An attribute is one line, an inline ta
   reference   a handle to an entity elsewhere      const, constructor
   references  a collection of such handles         const
 Constructor attributes are given when the entity is created and never change.
+
+An entity's operation (`entity.NAME.operations`) is one line too, with `doc` and `returns`: a virtual function without
+arguments, whose work a class that derives from the entity's does; by default it returns nothing.
 """
 import pathlib
 import re
@@ -20,7 +23,9 @@ SCALARS = {"bool": "bool", "u8": "std::uint8_t", "u16": "std::uint16_t", "u32": 
            "u64": "std::uint64_t", "seconds": "Kel::Seconds", "string": "Kel::String", "name": "Kel::Name"}
 VALUE_TYPES = {"Wire::IntfId": "Wire", "Wire::EthAddr": "Wire", "Wire::IpAddr": "Wire", "Wire::Ip6Addr": "Wire",
                "Wire::IpGenAddr": "Wire", "Wire::IpAddrWithMask": "Wire", "Wire::Ip6AddrWithMask": "Wire",
-               "Wire::IpGenAddrWithMask": "Wire", "L3::VrfName": "VrfName", "Routing::Via": "Via"}
+               "Wire::IpGenAddrWithMask": "Wire", "L3::VrfName": "VrfName", "Routing::Via": "Via",
+               "KernelNetInfo::NamespaceName": "NamespaceName"}
+RESULTS = SCALARS | {"bytes": "std::vector<std::uint8_t>"}
 
 # The options of each form of attribute, and what each must be.
 FORMS = {"type": ("default", "unit", "min", "max", "max_bytes", "constructor"), "values": ("key",), "keys": (),
@@ -28,7 +33,7 @@ FORMS = {"type": ("default", "unit", "min", "max", "max_bytes", "constructor"), 
 NUMBER = (int, float)
 KINDS = {"doc": str, "unit": str, "key": str, "extends": str, "type": str, "default": object, "min": NUMBER, "max": NUMBER,
          "max_bytes": int, "constructor": bool, "always": bool, "const": bool, "flags": bool, "values": dict,
-         "fields": dict, "attributes": dict}
+         "fields": dict, "attributes": dict, "operations": dict, "returns": str}
 KIND_WORDS = {str: "a string", int: "a whole number", NUMBER: "a number", bool: "true or false", dict: "a table"}
 
 # Members of every entity, and the words that C++ keeps for itself.
@@ -210,8 +215,9 @@ class Entity:
     def __init__(self, model, schema, name, entry):
         self.model, self.schema, self.name, self.base = model, schema, name, None
         self.full, self.table = f"{schema.namespace}::{name}", f"entity.{name}"
-        schema.check_options(f"entity '{name}'", entry, ("doc",), ("extends", "key", "attributes"), self.table)
-        self.doc, self.entry = entry["doc"], entry
+        schema.check_options(f"entity '{name}'", entry, ("doc",), ("extends", "key", "attributes", "operations"), self.table)
+        self.doc, self.entry, self.operations = entry["doc"], entry, entry.get("operations", {})
+        self.check_operations()
         self.key_name, _, self.key_declared = entry.get("key", "").partition(": ")
         self.key_type = model.key_type(self.key_declared) or ""
         if "key" in entry and "extends" in entry:
@@ -220,6 +226,13 @@ class Entity:
             self.fail(f"unknown key type '{self.key_declared}' (expected \"name: type\")", "key")
         if "key" in entry:
             schema.check_name(f"entity '{name}': key '{self.key_name}'", self.key_name, r"[a-z]\w*", self.table, "key")
+
+    def check_operations(self):
+        for name, entry in self.operations.items():
+            what, table = f"operation '{name}'", f"{self.table}.operations"
+            self.schema.check_options(what, entry, ("doc", "returns"), (), table, name)
+            if entry["returns"] not in RESULTS:
+                self.schema.fail(f"{what}: 'returns' is to be one of {', '.join(RESULTS)}", table, name)
 
     def fail(self, reason, key=""):
         self.schema.fail(f"entity '{self.name}': {reason}", self.table, key)

@@ -1,5 +1,6 @@
 #include "programs/zerotouchd/HostConfig.h"
 
+#include <grp.h>
 #include <unistd.h>
 
 #include <toml++/toml.h>
@@ -26,6 +27,16 @@ Setter text(Kel::String& target) {
     auto const value = node.value_exact<std::string>();
     if (!value || value->empty()) fail(node.source(), "expected a string that is not empty");
     target = *value;
+  };
+}
+
+Setter group(std::optional<gid_t>& target) {
+  return [&target](toml::node const& node) {
+    auto const name = node.value_exact<std::string>();
+    auto const* const entry = name ? getgrnam(name->c_str()) : nullptr;
+    if (entry == nullptr)
+      fail(node.source(), "there is no group " + (name ? "'" + *name + "'" : "of that kind"));
+    target = entry->gr_gid;
   };
 }
 
@@ -90,7 +101,7 @@ HostConfig readHostConfig(Kel::String const& path, bool mustExist) {
       read(toml::parse_file(path),
            {{"system", {{"name", text(config.systemName)}, {"cell_type", text(config.cellType)}}},
             {"host", {{"run_directory", text(config.runDirectory)}, {"library", text(config.library)}}},
-            {"socket", {{"path", text(config.socketPath)}, {"group", text(config.socketGroup)}}},
+            {"socket", {{"path", text(config.socketPath)}, {"group", group(config.socketGroup)}}},
             {"provisioning",
              {{"script_exec_timeout", seconds(config.scriptExecTimeout, false)},
               {"max_run_time", seconds(config.maxRunTime, true)}}}});

@@ -1,7 +1,10 @@
 // What /etc/zerotouch/platform.toml says.
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstdint>
+#include <optional>
 
 #include "platform/kel/Types.h"
 
@@ -13,8 +16,8 @@ struct HostConfig {
   Kel::String runDirectory = "/run/zerotouch";  // run_directory: socket and marks that vanish at a reboot
   Kel::String library = "libZeroTouch.so";      // library: the agent; a name, or a path with a "/"
   // [socket]
-  Kel::String socketPath;   // path: by default statebase.sock in the run directory
-  Kel::String socketGroup;  // group: whose members may connect, besides root; empty for none
+  Kel::String socketPath;            // path: by default statebase.sock in the run directory
+  std::optional<gid_t> socketGroup;  // group: whose members may connect, besides root
   // [provisioning]
   std::uint32_t scriptExecTimeout = 3600;  // script_exec_timeout: seconds a configuration script may run
   Kel::Seconds maxRunTime = Kel::never;    // max_run_time: seconds, or "unlimited"

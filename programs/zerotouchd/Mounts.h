@@ -6,4 +6,5 @@
 #include "platform/statebase/Tree.h"
 #include "zerotouch/agent/MountedEntities.h"
 
-void mount(Statebase::Tree& tree, ZeroTouch::MountedEntities const& entities);
+// `open` lets root write all of them, as a platform does from inside: for tests and for trying things out.
+void mount(Statebase::Tree& tree, ZeroTouch::MountedEntities const& entities, bool open);

@@ -121,11 +121,15 @@ void ZeroTouchSm::doRegisterEthPhyIntf(Kel::String intfName) {
     SM_TRACE(5, " " << intfName << " unregistering, non-routed interface");
     doUnregisterIntf(record);
   }
+  reconcileLldpWatch(record);
 }
 
 void ZeroTouchSm::doUnregisterEthPhyIntf(Kel::String intfName) {
   Wire::IntfId const intfId(intfName);
-  if (auto const record = phyIntfStatus(intfId)) doUnregisterIntf(record);
+  if (auto const record = phyIntfStatus(intfId)) {
+    doUnregisterIntf(record);
+    lldpWatchDel(record);
+  }
   pamDesiredIntfDir()->intfDesiredDel(intfId);
   phyIntfStatusDel(intfId);
 }

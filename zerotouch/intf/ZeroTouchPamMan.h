@@ -5,12 +5,15 @@
 
 namespace ZeroTouch {
 
-// Holds the two directories through which the rest of the agent asks for packet sockets and gets them.
+// Holds the directories through which the rest of the agent asks for packet sockets and gets them, and the
+// requests by which the platform learns of both: local entities of the activity manager.
 class ZeroTouchPamMan : public ZeroTouchPamManModel {
  public:
   ZeroTouchPamMan(Kel::Name name, Kel::Ptr<Interface::AllIntfStatusDir const> allIntfStatusDir,
                   Kel::Ptr<Interface::AllIntfStatusLocalDir const> allIntfStatusLocalDir,
                   Kel::Ptr<KernelNetInfo::Status const> kernelNetInfoStatus);
+
+  ~ZeroTouchPamMan() override;
 
   void handleInitialized();
 };

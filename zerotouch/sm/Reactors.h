@@ -49,6 +49,16 @@ class ZeroTouchSm::KelElisd : public Interface::EthLagIntfStatusDir::NotifieeCon
   ZeroTouchSm& sm_;
 };
 
+class ZeroTouchSm::KelEthDevPamCollection : public Interface::EthDevPamCollection::NotifieeConst {
+ public:
+  KelEthDevPamCollection(Kel::Ptr<Interface::EthDevPamCollection const> const& pams, ZeroTouchSm& sm)
+      : NotifieeConst(pams), sm_(sm) {}
+  void onIntfPam(Wire::IntfId const& intfId) override { sm_.handleEthDevPam(intfId); }
+
+ private:
+  ZeroTouchSm& sm_;
+};
+
 class ZeroTouchSm::KelEntityMibStatus : public EntityMib::Status::NotifieeConst {
  public:
   KelEntityMibStatus(Kel::Ptr<EntityMib::Status const> const& status, ZeroTouchSm& sm)

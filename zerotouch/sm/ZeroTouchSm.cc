@@ -35,6 +35,7 @@ ZeroTouchSm::ZeroTouchSm(
       kelDhcpStatus_(Kel::makePtr<KelDhcpStatus>(this->dhcpStatus(), *this)),
       kelEpisd_(Kel::makePtr<KelEpisd>(this->episd(), *this)),
       kelElisd_(Kel::makePtr<KelElisd>(this->elisd(), *this)),
+      kelEthDevPamCollection_(Kel::makePtr<KelEthDevPamCollection>(this->ethDevPamCollection(), *this)),
       kelEntityMibStatus_(Kel::makePtr<KelEntityMibStatus>(this->entityMibStatus(), *this)),
       clock_(Kel::makePtr<KelClock>(clock, *this)),
       stateTransitionClock_(Kel::makePtr<KelStateTransitionClock>(stateTransitionClock, *this)) {

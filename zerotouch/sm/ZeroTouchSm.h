@@ -169,6 +169,8 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   void handleEthPhyIntfStatus();
   void handleEthLagIntfStatus(Wire::IntfId intfId);
   void handleEthLagIntfStatus();
+  void handleEthDevPam(Wire::IntfId intfId);
+  void handleEthDevPam();
   void doRegisterEthPhyIntf(Kel::String intfName);
   void doUnregisterEthPhyIntf(Kel::String intfName);
   void doRegisterLagIntf(Kel::String intfName);
@@ -227,6 +229,7 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   class KelDhcpStatus;
   class KelEpisd;
   class KelElisd;
+  class KelEthDevPamCollection;
   class KelEntityMibStatus;
   class KelClock;
   class KelStateTransitionClock;
@@ -265,6 +268,8 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   void withdrawLayer3();
   void ethPhyIntfStatusReactorIs(Wire::IntfId const& intfId);
   void lookAtSkippedIntfs();
+  void reconcileLldpWatch(Kel::Ptr<IntfStatus> const& record);
+  void lldpWatchDel(Kel::Ptr<IntfStatus> const& record);
   void applyLinkMode(Wire::IntfId const& intfId, Interface::EthLinkMode mode, bool autoneg);
   void restoreSpeeds();
   void reportSpeedChanges();
@@ -277,6 +282,7 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   Kel::Ptr<KelDhcpStatus> kelDhcpStatus_;
   Kel::Ptr<KelEpisd> kelEpisd_;
   Kel::Ptr<KelElisd> kelElisd_;
+  Kel::Ptr<KelEthDevPamCollection> kelEthDevPamCollection_;
   Kel::Ptr<KelEntityMibStatus> kelEntityMibStatus_;
   Kel::Ptr<KelClock> clock_;
   Kel::Ptr<KelStateTransitionClock> stateTransitionClock_;

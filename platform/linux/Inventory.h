@@ -1,0 +1,43 @@
+// Fills the hardware inventory: model, serial number, hardware revision and the system's MAC address.
+//
+// Each comes from the first source that has it: the configuration, the system EEPROM in ONIE's format, what
+// the firmware tells (DMI), and for the address the first physical port, in the order of names, as soon as
+// there is one. The chassis appears with everything set, and as initialized: what no source has stays empty.
+#pragma once
+
+#include <optional>
+
+#include "platform/linux/Ports.h"
+#include "platform/model/entitymib.h"
+
+namespace Linux {
+
+struct InventoryConfig {
+  Kel::String modelName;  // empty: from the other sources
+  Kel::String serialNum;
+  Kel::String hardwareRev;
+  std::optional<Wire::EthAddr> systemMacAddr;
+  // Files, for glob(7); the first that exists is read. A file that cannot be read or makes no sense is a
+  // warning. ONIE's EEPROM is most often the one at address 0x56 of an I2C bus.
+  Kel::String eeprom = "/sys/bus/i2c/devices/*-0056/eeprom";
+  Kel::String dmi = "/sys/class/dmi/id";
+};
+
+class Inventory {
+ public:
+  Inventory(InventoryConfig const& config, Kel::Ptr<Ports const> ports, Kel::Ptr<EntityMib::Status> status);
+  ~Inventory();
+  Inventory(Inventory const&) = delete;
+  Inventory& operator=(Inventory const&) = delete;
+
+ private:
+  class PortsReactor;
+
+  void takeMacAddrOfPort();
+
+  Kel::Ptr<Ports const> ports_;
+  Kel::Ptr<EntityMib::Status> status_;
+  Kel::Ptr<PortsReactor> portsReactor_;  // while there is no address
+};
+
+}  // namespace Linux

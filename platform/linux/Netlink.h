@@ -1,0 +1,92 @@
+// The kernel's devices and addresses, kept current: one dump at the start, then the kernel's own
+// notifications. When more of them come than the socket can hold (ENOBUFS), what was lost is found by another
+// dump.
+#pragma once
+
+#include <map>
+#include <vector>
+
+#include "platform/kel/Clock.h"
+#include "platform/kel/FileDescriptor.h"
+#include "platform/linux/Link.h"
+
+struct nl_msg;
+struct nl_sock;
+
+namespace Linux {
+
+class Netlink {
+ public:
+  // Told about one device at a time; what it is like now is asked of the Netlink. In a dump, the devices that
+  // are gone come first. Listeners are called in the order of their registration.
+  class Listener {
+   public:
+    virtual ~Listener() = default;
+    virtual void onLink(int /*ifIndex*/) {}
+    virtual void onAddresses(int /*ifIndex*/) {}
+  };
+
+  // Opens its sockets in the calling thread's network namespace and reads everything there is. Throws
+  // std::runtime_error with the reason when the kernel refuses. `receiveBuffer` is in bytes.
+  explicit Netlink(int receiveBuffer = 1 << 20);
+  ~Netlink();
+  Netlink(Netlink const&) = delete;
+  Netlink& operator=(Netlink const&) = delete;
+
+  std::map<int, Link> const& links() const { return links_; }
+  // nullptr when there is no such device.
+  Link const* link(int ifIndex) const;
+  Addresses const& addresses(int ifIndex) const;
+
+  // The caller keeps the listener alive until listenerDel.
+  void listenerIs(Listener* listener) { listeners_.push_back(listener); }
+  void listenerDel(Listener* listener);
+
+  // Asks the kernel, for when a change just made counts already. Nothing when it does not answer (the device
+  // is gone).
+  std::optional<Addresses> readAddresses(int ifIndex);
+  // Reads everything anew and announces the differences.
+  void resync();
+
+  // How often everything was read anew, the first time included.
+  unsigned dumps() const { return dumps_; }
+
+  // For requests: waits for the kernel's answer, which rtnetlink gives before the request returns.
+  nl_sock* requests() const { return requests_; }
+
+ private:
+  class EventsReactor;
+  class ResyncTimer;
+  struct Changed {
+    bool address;
+    int ifIndex;
+  };
+
+  static int onMessage(nl_msg* message, void* self);
+  void openEvents(int receiveBuffer);
+  void readEvents();
+  void take(nl_msg* message);
+  void takeLink(nlmsghdr* message);
+  void takeAddress(nlmsghdr* message);
+  bool dump();
+  int dumpLinks();
+  int dumpAddresses(int ifIndex);
+  int request(nl_msg* message);
+  void announce();
+  void resyncIn(Kel::Seconds delay);
+
+  nl_sock* events_ = nullptr;
+  nl_sock* requests_ = nullptr;
+  Kel::Ptr<Kel::FileDescriptor> eventsDescriptor_;
+  Kel::Ptr<EventsReactor> eventsReactor_;
+  Kel::Ptr<ResyncTimer> resyncTimer_;
+
+  std::map<int, Link> links_;
+  std::map<int, Addresses> addresses_;
+  std::vector<Changed> changed_;
+  std::vector<Listener*> listeners_;
+  std::map<int, Addresses>* answer_ = &addresses_;  // where addresses go: aside during readAddresses
+  unsigned dumps_ = 0;
+};
+
+}  // namespace Linux

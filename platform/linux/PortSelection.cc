@@ -1,0 +1,40 @@
+#include "platform/linux/PortSelection.h"
+
+#include <fnmatch.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <stdexcept>
+
+namespace Linux {
+
+PortSelection::PortSelection(PortSelectionConfig config) : config_(std::move(config)) {
+  for (auto const& rule : config_.names) {
+    try {
+      rules_.emplace_back(rule.device);
+    } catch (std::regex_error const& error) {
+      throw std::invalid_argument("port name pattern '" + rule.device + "': " + error.what());
+    }
+  }
+}
+
+bool PortSelection::selects(Kel::String const& deviceName) const {
+  if (config_.devices.empty()) {
+    return access((config_.sysClassNet + "/" + deviceName + "/device").c_str(), F_OK) == 0;
+  }
+  return std::ranges::any_of(config_.devices, [&](Kel::String const& pattern) {
+    return fnmatch(pattern.c_str(), deviceName.c_str(), 0) == 0;
+  });
+}
+
+Wire::IntfId PortSelection::intfId(Kel::String const& deviceName) const {
+  for (std::size_t i = 0; i < rules_.size(); ++i) {
+    std::smatch match;
+    if (!std::regex_match(deviceName, match, rules_[i])) continue;
+    Kel::String const shown = match.format(config_.names[i].shown, std::regex_constants::format_sed);
+    return Wire::IntfId::fromString(shown).value_or(Wire::IntfId());
+  }
+  return Wire::IntfId(deviceName);
+}
+
+}  // namespace Linux

@@ -1,0 +1,18 @@
+// What the adapter tells operators about.
+#pragma once
+
+#include "platform/kel/Log.h"
+
+namespace Linux {
+
+extern Kel::LogHandle portSettingFailed;           // setting, device, value, reason
+extern Kel::LogHandle undoJournalFailed;           // path, what failed, reason
+extern Kel::LogHandle leftoversUndone;             // number of settings
+extern Kel::LogHandle portNameInUse;               // device, name, the device that has it
+extern Kel::LogHandle portNameInvalid;             // device
+extern Kel::LogHandle linkModeIgnored;             // device, value
+extern Kel::LogHandle packetSocketFailed;          // port, reason
+extern Kel::LogHandle routerAdvertisementsFailed;  // reason
+extern Kel::LogHandle eepromInvalid;               // path, reason
+
+}  // namespace Linux

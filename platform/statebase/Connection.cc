@@ -1,0 +1,178 @@
+#include "platform/statebase/Connection.h"
+
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+
+#include "platform/statebase/Json.h"
+
+namespace Statebase {
+
+namespace {
+constexpr std::size_t pieceSize = 16 * 1024;
+}
+
+class Connection::Reactor : public Kel::FileDescriptor::NotifieeConst {
+ public:
+  Reactor(Kel::Ptr<Kel::FileDescriptor const> descriptor, Connection& connection)
+      : NotifieeConst(std::move(descriptor)), connection_(connection) {}
+  void onReadableCount() override { connection_.onReadable(); }
+  void onWritableCount() override { connection_.onWritable(); }
+
+ private:
+  Connection& connection_;
+};
+
+Connection::Connection(Tree& tree, int descriptor, Role role, OnClosed onClosed)
+    : tree_(tree),
+      descriptor_(descriptor),
+      role_(role),
+      onClosed_(std::move(onClosed)),
+      watched_(Kel::makePtr<Kel::FileDescriptor>()),
+      reactor_(Kel::makePtr<Reactor>(watched_, *this)),
+      changes_(Kel::makePtr<Alarm>([this] { onChanges(); })),
+      stall_(Kel::makePtr<Alarm>([this] { close(); })) {
+  watched_->descriptorIs(descriptor_);
+  watched_->notifyOnReadableIs(true);
+}
+
+void Connection::close() {
+  if (descriptor_ < 0) return;
+  Kel::Ptr<Connection> const hold(this);
+  watched_->notifyOnReadableIs(false);
+  watched_->notifyOnWritableIs(false);
+  watched_->descriptorIs(-1);
+  ::close(descriptor_);
+  descriptor_ = -1;
+  changes_->timeMinIs(Kel::never);
+  stall_->timeMinIs(Kel::never);
+  watches_.clear();
+  onClosed_(this);
+}
+
+void Connection::onReadable() {
+  Kel::Ptr<Connection> const hold(this);
+  if (descriptor_ < 0 || !receive()) return;
+  answerLines();
+  sendOutput();
+  goOn();
+}
+
+void Connection::onWritable() {
+  Kel::Ptr<Connection> const hold(this);
+  if (descriptor_ < 0) return;
+  sendOutput();
+  answerLines();
+  sendChanges();
+  goOn();
+}
+
+void Connection::onChanges() {
+  Kel::Ptr<Connection> const hold(this);
+  sendChanges();
+  sendOutput();
+  goOn();
+}
+
+bool Connection::receive() {
+  char piece[pieceSize];
+  ssize_t const count = recv(descriptor_, piece, sizeof piece, 0);
+  if (count > 0) {
+    input_.append(piece, static_cast<std::size_t>(count));
+    return true;
+  }
+  if (count < 0 && (errno == EAGAIN || errno == EINTR)) return false;
+  if (count < 0) {
+    close();
+    return false;
+  }
+  // The last line needs no newline.
+  if (!input_.empty()) input_ += '\n';
+  inputEnded_ = true;
+  return true;
+}
+
+void Connection::answerLines() {
+  std::size_t done = 0;
+  while (hasRoom()) {
+    std::size_t const end = input_.find('\n', done);
+    if (std::min(end, input_.size()) - done > maxLine) {
+      cutOff("line longer than " + std::to_string(maxLine) + " bytes");
+      return;
+    }
+    if (end == std::string::npos) break;
+    std::string_view const line = std::string_view(input_).substr(done, end - done);
+    if (line.find_first_not_of(" \t\r") != std::string_view::npos) output_ += rpcAnswer(tree_, *this, line);
+    done = end + 1;
+  }
+  input_.erase(0, done);
+}
+
+void Connection::cutOff(std::string const& reason) {
+  output_ += rpcErrorLine(nullptr, RpcError(RpcCode::invalidRequest, reason));
+  input_.clear();
+  inputEnded_ = true;
+}
+
+bool Connection::hasChanges() const {
+  return std::ranges::any_of(watches_, [](auto const& watch) { return watch->hasPending(); });
+}
+
+void Connection::sendChanges() {
+  for (auto const& watch : watches_) {
+    while (watch->hasPending() && hasRoom()) {
+      std::string const path = watch->takePending();
+      output_ += rpcChangedLine(path, tree_.getOrNull(path));
+    }
+  }
+}
+
+void Connection::sendOutput() {
+  if (descriptor_ < 0 || output_.empty()) return;
+  ssize_t const count = send(descriptor_, output_.data(), output_.size(), MSG_NOSIGNAL);
+  if (count > 0) {
+    output_.erase(0, static_cast<std::size_t>(count));
+    stall_->timeMinIs(Kel::never);
+  } else if (errno != EAGAIN && errno != EINTR) {
+    close();
+  }
+}
+
+void Connection::goOn() {
+  if (descriptor_ < 0) return;
+  bool const hasWork = hasLine() || hasChanges();
+  if (output_.size() > maxOutput || (inputEnded_ && output_.empty() && !hasWork)) {
+    close();
+    return;
+  }
+  if (output_.empty()) {
+    stall_->timeMinIs(Kel::never);
+  } else if (stall_->timeMin() == Kel::never) {
+    stall_->timeMinIs(Kel::now() + stallLimit);
+  }
+  // Work that had no room goes on once the client can take more, on another pass of the loop.
+  watched_->notifyOnWritableIs(!output_.empty() || hasWork);
+  watched_->notifyOnReadableIs(!inputEnded_ && hasRoom() && !hasLine());
+}
+
+Kel::Value Connection::watch(std::string const& path) {
+  auto const followed =
+      std::ranges::find_if(watches_, [&](auto const& watch) { return watch->path() == path; });
+  if (followed != watches_.end()) return (*followed)->value();
+  if (watches_.size() == maxWatches) {
+    throw RpcError(RpcCode::tooMany, "more than " + std::to_string(maxWatches) + " watches", path);
+  }
+  // Armed once, not put off by each further change.
+  auto const onPending = [this] {
+    if (changes_->timeMin() == Kel::never) changes_->timeMinIs(Kel::now());
+  };
+  return watches_.emplace_back(std::make_unique<Watch>(tree_, path, onPending))->value();
+}
+
+bool Connection::unwatch(std::string const& path) {
+  return std::erase_if(watches_, [&](auto const& watch) { return watch->path() == path; }) > 0;
+}
+
+}  // namespace Statebase

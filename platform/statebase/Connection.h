@@ -1,0 +1,75 @@
+// One client of the state tree's socket.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/kel/FileDescriptor.h"
+#include "platform/statebase/Alarm.h"
+#include "platform/statebase/Rpc.h"
+#include "platform/statebase/Watch.h"
+
+namespace Statebase {
+
+// Reads lines, answers them in their order, and reports what the client watches. Of its input it takes one
+// piece per pass of the loop. While much output waits for the client, nothing more is read and done for it,
+// changes that it watches keep coalescing, and it is cut off when it takes nothing for `stallLimit` seconds.
+// A client that has closed its sending half gets its answers, and is then closed.
+class Connection : public Kel::RefCounted, private RpcSession {
+ public:
+  static constexpr std::size_t maxLine = 64 * 1024;  // bytes, without the newline
+  static constexpr std::size_t muchOutput = 256 * 1024;
+  // A single answer can pass muchOutput, but not this.
+  static constexpr std::size_t maxOutput = 16 * 1024 * 1024;
+  static constexpr std::size_t maxWatches = 64;
+  static constexpr Kel::Seconds stallLimit = 10;
+
+  using OnClosed = std::function<void(Connection*)>;
+  // Owns `descriptor`, which does not block. `onClosed` is called once, and may drop the connection, which
+  // nobody does before that.
+  Connection(Tree& tree, int descriptor, Role role, OnClosed onClosed);
+
+  void close();
+
+ private:
+  class Reactor;
+
+  Role role() const override { return role_; }
+  Kel::Value watch(std::string const& path) override;
+  bool unwatch(std::string const& path) override;
+
+  void onReadable();
+  void onWritable();
+  void onChanges();
+
+  // Receives one piece; false when there was none because of an error.
+  bool receive();
+  void answerLines();
+  void cutOff(std::string const& reason);
+  void sendChanges();
+  void sendOutput();
+  // Closes when all is done, else says what to wait for.
+  void goOn();
+
+  bool hasRoom() const { return output_.size() < muchOutput; }
+  bool hasLine() const { return input_.find('\n') != std::string::npos; }
+  bool hasChanges() const;
+
+  Tree& tree_;
+  int descriptor_;
+  Role role_;
+  OnClosed onClosed_;
+  Kel::Ptr<Kel::FileDescriptor> watched_;
+  Kel::Ptr<Reactor> reactor_;
+  Kel::Ptr<Alarm> changes_;
+  Kel::Ptr<Alarm> stall_;
+  std::vector<std::unique_ptr<Watch>> watches_;
+  std::string input_;
+  std::string output_;
+  bool inputEnded_ = false;  // by the client, or because of what it sent
+};
+
+}  // namespace Statebase

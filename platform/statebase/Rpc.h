@@ -1,0 +1,65 @@
+// JSON-RPC 2.0 over the state tree: one line in, at most one line out.
+//
+//   get     {path}                                  the value
+//   list    {path}                                  what lies directly below: [{name, kind, ...}]
+//   set     {path, value}                           an attribute or an entry; true
+//   set     {path, attributes, replace}             an entity, made when it is absent; true
+//   delete  {path}                                  an entry, an optional entity or all of a collection; true
+//   watch   {path}                                  the value, and from then on notifications
+//   unwatch {path}                                  whether it was watched
+//   time    {}                                      the host's clock, to which the times in the tree belong
+//
+// A watch sends {"method": "changed", "params": {path, value}}; the value is null for what is gone. Errors
+// carry data {path, reason}. Notifications (no id) are carried out and never answered, whatever becomes of
+// them.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "platform/statebase/Tree.h"
+
+namespace Statebase {
+
+namespace RpcCode {
+inline constexpr int parseError = -32700;
+inline constexpr int invalidRequest = -32600;
+inline constexpr int methodNotFound = -32601;
+inline constexpr int invalidParams = -32602;
+// The application's own.
+inline constexpr int unknownPath = -32001;
+inline constexpr int badValue = -32002;
+inline constexpr int permission = -32003;
+inline constexpr int tooMany = -32004;
+}  // namespace RpcCode
+
+class RpcError : public std::runtime_error {
+ public:
+  RpcError(int code, std::string const& reason, std::string path = {})
+      : std::runtime_error(reason), code_(code), path_(std::move(path)) {}
+
+  int code() const { return code_; }
+  std::string const& path() const { return path_; }
+
+ private:
+  int code_;
+  std::string path_;
+};
+
+// What a request needs to know of the connection that it came by.
+class RpcSession {
+ public:
+  virtual ~RpcSession() = default;
+  virtual Role role() const = 0;
+  // Both throw RpcError or Refusal.
+  virtual Kel::Value watch(std::string const& path) = 0;
+  virtual bool unwatch(std::string const& path) = 0;
+};
+
+// Carries out the request; the answer ends with a newline, and is empty when there is none.
+std::string rpcAnswer(Tree& tree, RpcSession& session, std::string_view line);
+
+std::string rpcErrorLine(Kel::Value const& id, RpcError const& error);
+std::string rpcChangedLine(std::string const& path, Kel::Value value);
+
+}  // namespace Statebase

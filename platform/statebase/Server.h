@@ -1,0 +1,67 @@
+// The state tree's socket: a Unix stream socket on which clients speak JSON-RPC (Rpc.h), a line for each
+// message.
+//
+// Nobody waits for a client: each gets a bounded piece of work per pass of the loop, is not read from while
+// it does not read its answers, and is cut off when it stops reading altogether (Connection.h).
+#pragma once
+
+#include <sys/types.h>
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "platform/kel/FileDescriptor.h"
+#include "platform/statebase/Alarm.h"
+#include "platform/statebase/SocketLock.h"
+#include "platform/statebase/Tree.h"
+
+namespace Statebase {
+
+class Connection;
+
+class Server {
+ public:
+  // More clients wait in the listening socket's backlog.
+  static constexpr std::size_t maxClients = 256;
+
+  struct Options {
+    std::string path;
+    // Members of this group may connect, besides root and the user of this process.
+    std::optional<gid_t> group;
+    // By default peerRole (Peer.h). Who has no role is closed at once.
+    std::function<Role(int descriptor)> roleOf;
+  };
+
+  // Listens at once; the directory of the socket is made when it is missing. Replaces a socket that a dead
+  // process left, nothing else. Throws SocketError. The tree outlives the server.
+  Server(Tree& tree, Options options);
+  // Closes all connections and removes the socket.
+  ~Server();
+  Server(Server const&) = delete;
+  Server& operator=(Server const&) = delete;
+
+  std::size_t clients() const { return connections_.size(); }
+
+ private:
+  class Listener;
+
+  void listenAt(std::string const& path);
+  void acceptClients();
+  void admit(int descriptor);
+  void left(Connection* connection);
+
+  Tree& tree_;
+  Options options_;
+  std::unique_ptr<SocketLock> lock_;
+  int descriptor_ = -1;
+  Kel::Ptr<Kel::FileDescriptor> watched_;
+  Kel::Ptr<Listener> listener_;
+  // Ends a pause in accepting, when the process is out of descriptors.
+  Kel::Ptr<Alarm> pause_;
+  std::map<Connection*, Kel::Ptr<Connection>> connections_;
+};
+
+}  // namespace Statebase

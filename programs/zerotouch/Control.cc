@@ -1,0 +1,47 @@
+// enable, disable, cancel: what the operator wants of provisioning.
+#include "programs/zerotouch/Output.h"
+#include "programs/zerotouch/Verbs.h"
+
+namespace ZeroTouchCommand {
+
+namespace {
+
+char const* const configPath = "/zerotouch/config";
+
+void setConfig(Context const& context, Kel::ValueMap attributes, char const* done) {
+  Kel::Value const result =
+      context.call("set", {{"path", configPath}, {"attributes", std::move(attributes)}});
+  if (context.json) {
+    printJson(result);
+  } else {
+    print(std::string(done) + "\n");
+  }
+}
+
+void enable(Context const& context) {
+  // An earlier cancel is taken back first, so that a later one is a change again.
+  setConfig(context, {{"cancelled", false}, {"enabled", true}}, "Provisioning is enabled.");
+}
+
+void disable(Context const& context) {
+  setConfig(context, {{"enabled", false}}, "Provisioning is disabled.");
+}
+
+void cancel(Context const& context) {
+  if (!isTrue(context.call("get", {{"path", std::string(configPath) + "/enabled"}}))) {
+    throw Refused("provisioning is not enabled, so there is nothing to cancel");
+  }
+  setConfig(context, {{"cancelled", true}}, "Provisioning is cancelled; the system reloads without it.");
+}
+
+}  // namespace
+
+void addControls(CLI::App& program, Context const& context) {
+  program.add_subcommand("enable", "Let provisioning run")->callback([&context] { enable(context); });
+  program.add_subcommand("disable", "Stop provisioning for now, leaving the system as it was found")
+      ->callback([&context] { disable(context); });
+  program.add_subcommand("cancel", "End provisioning for good: the system reloads with it disabled")
+      ->callback([&context] { cancel(context); });
+}
+
+}  // namespace ZeroTouchCommand

@@ -1,0 +1,98 @@
+#include "programs/zerotouch/Output.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cmath>
+#include <cstdio>
+#include <ctime>
+
+#include "platform/kel/Format.h"
+#include "platform/statebase/Json.h"
+
+namespace ZeroTouchCommand {
+
+namespace {
+
+// As wide as people see it: UTF-8 continuation bytes take no room.
+std::size_t width(std::string const& text) {
+  return static_cast<std::size_t>(std::ranges::count_if(text, [](char c) { return (c & 0xc0) != 0x80; }));
+}
+
+}  // namespace
+
+std::string printable(std::string text) {
+  std::ranges::replace_if(
+      text, [](unsigned char c) { return std::iscntrl(c) != 0; }, '?');
+  return text;
+}
+
+std::string table(std::vector<std::vector<std::string>> const& rows) {
+  std::vector<std::size_t> widths;
+  for (auto const& row : rows) {
+    widths.resize(std::max(widths.size(), row.size()));
+    for (std::size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], width(row[i]));
+  }
+  std::string result;
+  for (auto const& row : rows) {
+    for (std::size_t i = 0; i < row.size(); ++i) {
+      result += printable(row[i]);
+      if (i + 1 < row.size()) result.append(widths[i] - width(row[i]) + 2, ' ');
+    }
+    result += '\n';
+  }
+  return result;
+}
+
+std::string duration(Kel::Seconds seconds) {
+  if (seconds == Kel::never) return "unlimited";
+  auto const whole = static_cast<std::uint64_t>(std::clamp(seconds, 0.0, 1e15));
+  std::uint64_t const minutes = whole / 60;
+  std::uint64_t const hours = minutes / 60;
+  if (minutes == 0) return Kel::format("%d s", whole);
+  if (hours == 0) return Kel::format("%d min %d s", minutes, whole % 60);
+  if (hours < 24) return Kel::format("%d h %d min", hours, minutes % 60);
+  return Kel::format("%d d %d h", hours / 24, hours % 24);
+}
+
+std::string dateAndTime(Kel::Seconds since1970) {
+  auto const whole = static_cast<std::time_t>(std::clamp(since1970, 0.0, 1e11));
+  std::tm local{};
+  char text[32] = "?";
+  if (localtime_r(&whole, &local) != nullptr) std::strftime(text, sizeof text, "%F %T", &local);
+  return text;
+}
+
+Kel::Value const& at(Kel::Value const& object, std::vector<std::string> const& names) {
+  static Kel::Value const none;
+  Kel::Value const* value = &object;
+  for (auto const& name : names) {
+    value = Statebase::member(*value, name);
+    if (value == nullptr) return none;
+  }
+  return *value;
+}
+
+std::string text(Kel::Value const& value) {
+  auto const* string = value.as<std::string>();
+  return string != nullptr ? *string : Statebase::dumpJson(value, 2);
+}
+
+double number(Kel::Value const& value) {
+  if (auto const* real = value.as<double>()) return *real;
+  if (auto const* whole = value.as<std::uint64_t>()) return static_cast<double>(*whole);
+  return value == Kel::Value("unlimited") ? Kel::never : 0;
+}
+
+bool isTrue(Kel::Value const& value) {
+  return value == Kel::Value(true);
+}
+
+void print(std::string const& text) {
+  std::fwrite(text.data(), 1, text.size(), stdout);
+}
+
+void printJson(Kel::Value const& value) {
+  print(Statebase::dumpJson(value, 2) + "\n");
+}
+
+}  // namespace ZeroTouchCommand

@@ -1,0 +1,36 @@
+// How values are shown to people.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "platform/kel/Types.h"
+#include "platform/kel/Value.h"
+
+namespace ZeroTouchCommand {
+
+// Control characters become "?": texts from the network must not steer a terminal.
+std::string printable(std::string text);
+
+// Columns as wide as their widest cell, two blanks apart; the last is as long as it is. Printable.
+std::string table(std::vector<std::vector<std::string>> const& rows);
+
+// "45 s", "2 min 5 s", "1 h 0 min", "3 d 4 h"; "unlimited".
+std::string duration(Kel::Seconds seconds);
+// Local date and time.
+std::string dateAndTime(Kel::Seconds since1970);
+
+// The member at a path of names; null when any of them is missing.
+Kel::Value const& at(Kel::Value const& object, std::vector<std::string> const& names);
+// As a plain text: strings without quotes, everything else as JSON.
+std::string text(Kel::Value const& value);
+// 0 for what is no number, Kel::never for "unlimited".
+double number(Kel::Value const& value);
+bool isTrue(Kel::Value const& value);
+
+// To standard output.
+void print(std::string const& text);
+void printJson(Kel::Value const& value);
+
+}  // namespace ZeroTouchCommand

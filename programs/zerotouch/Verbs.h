@@ -1,0 +1,36 @@
+// The verbs of the command line. Each adds itself to the program and is called back when it is the one given.
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <stdexcept>
+#include <string>
+
+#include "platform/kel/Value.h"
+#include "platform/statebase/Client.h"
+
+namespace ZeroTouchCommand {
+
+// A verb that makes no sense now; the message says why.
+class Refused : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// What every verb has.
+struct Context {
+  std::string socketPath = "/run/zerotouch/statebase.sock";
+  bool json = false;
+
+  Kel::Value call(std::string const& method, Kel::ValueMap params) const {
+    return Statebase::Client(socketPath).call(method, std::move(params));
+  }
+};
+
+void addStatus(CLI::App& program, Context const& context);
+void addEvents(CLI::App& program, Context const& context);
+// enable, disable, cancel
+void addControls(CLI::App& program, Context const& context);
+// get, set, list
+void addTreeVerbs(CLI::App& program, Context const& context);
+
+}  // namespace ZeroTouchCommand

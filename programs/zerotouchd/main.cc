@@ -1,0 +1,131 @@
+// zerotouchd, the agent host: builds the state tree, serves its socket, loads the agent and runs the loop.
+#include <systemd/sd-daemon.h>
+
+#include <CLI/CLI.hpp>
+#include <csignal>
+#include <ctime>
+#include <iostream>
+
+#include "platform/kel/ActivityManager.h"
+#include "platform/kel/Loop.h"
+#include "platform/kel/Trace.h"
+#include "platform/statebase/InitialValues.h"
+#include "platform/statebase/Server.h"
+#include "programs/zerotouchd/AgentLibrary.h"
+#include "programs/zerotouchd/BadInput.h"
+#include "programs/zerotouchd/EventRing.h"
+#include "programs/zerotouchd/HostConfig.h"
+#include "programs/zerotouchd/Mounts.h"
+#include "programs/zerotouchd/ProvisioningSwitch.h"
+
+namespace {
+
+constexpr int exitFailed = 1;
+constexpr int exitBadInput = 2;
+constexpr char const* defaultConfigPath = "/etc/zerotouch/platform.toml";
+
+struct Options {
+  std::string config = defaultConfigPath;
+  std::string initialValues;
+  std::string trace;
+  bool openTree = false;
+};
+
+void say(std::string const& text) { std::cerr << "zerotouchd: " << text << std::endl; }
+
+// Under a service manager that keeps our standard error, the system log is enough.
+void printEvent(Kel::LogEvent const& event) {
+  auto const seconds = static_cast<std::time_t>(event.time);
+  std::tm local{};
+  localtime_r(&seconds, &local);
+  std::array<char, 32> time{};
+  std::strftime(time.data(), time.size(), "%F %T", &local);
+  std::cerr << time.data() << " " << event.name << ": " << event.message << std::endl;
+}
+
+void applyConfig(HostConfig const& config, ZeroTouch::Config& entity) {
+  Kel::activityManager()->config()->systemNameIs(config.systemName);
+  Kel::activityManager()->config()->cellTypeIs(config.cellType);
+  entity.scriptExecTimeoutIs(config.scriptExecTimeout);
+  entity.maxRunTimeIs(config.maxRunTime);
+}
+
+// Everything that can be wrong with what we are given is found before anything is touched.
+int run(Options const& options) {
+  if (auto const error = Kel::traceIs(options.trace); !error.empty()) throw BadInput("--trace: " + error);
+  HostConfig const config = readHostConfig(options.config, options.config != defaultConfigPath);
+
+  ZeroTouch::MountedEntities entities;
+  EventRing events;
+  Statebase::Tree tree;
+  mount(tree, entities, options.openTree);
+  tree.mount("/log/events", events.entity(), Statebase::Access::readOnly);
+  applyConfig(config, *entities.config);
+  auto const applyInitialValues = [&] {
+    if (!options.initialValues.empty()) Statebase::applyInitialValues(tree, options.initialValues);
+  };
+  applyInitialValues();
+
+  std::signal(SIGPIPE, SIG_IGN);
+  Kel::Loop& loop = Kel::Loop::instance();
+  for (int const signal : {SIGTERM, SIGINT}) {
+    loop.onSignal(signal, [&loop, signal] {
+      say(std::string("stopping: ") + strsignal(signal));
+      sd_notify(0, "STOPPING=1");
+      loop.stop(0);
+    });
+  }
+  loop.watchdogIs(true);
+  Kel::logSinkIs(Kel::logToSystem);
+  if (std::getenv("JOURNAL_STREAM") == nullptr) Kel::logSinkIs(printEvent);
+
+  // Children that the agent starts while it is made need the socket already.
+  Statebase::Server server(tree, {.path = config.socketPath, .group = config.socketGroup, .roleOf = {}});
+  setenv("STATEBASESOCKNAME", config.socketPath.c_str(), 1);
+
+  ProvisioningSwitch const provisioning = provisioningAtBoot(config.runDirectory);
+  say(std::string("provisioning is ") + (provisioning.on ? "on" : "off") + ": " + provisioning.reason);
+  entities.config->enabledIs(provisioning.on);
+  applyInitialValues();  // once more, in case the file knows better
+
+  AgentLibrary const library(config.library);
+  auto const agent = entities.createAgent(library.factory());
+  tree.mount("/zerotouch/sm", agent->ztSm(), Statebase::Access::readOnly);
+  sd_notify(0, "READY=1");
+  say("ready on " + config.socketPath);
+  return loop.run();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  Options options;
+  CLI::App app("The zero-touch provisioning agent's host: runs the agent and serves its state.",
+               "zerotouchd");
+  app.add_option("--config", options.config, "What this system is and how the host runs")
+      ->capture_default_str();
+  app.add_option(
+      "--initial-values", options.initialValues,
+      "A JSON file with values for entities of the state tree, for tests and for trying things out");
+  app.add_option("--trace", options.trace, "Trace levels, as in ZeroTouchSm=9 or *=3");
+  app.add_flag(
+      "--open-tree", options.openTree,
+      "Let root write every entity from outside, for tests and for trying things out; never on a switch");
+  try {
+    app.parse(argc, argv);
+  } catch (CLI::ParseError const& error) {
+    return app.exit(error) == 0 ? 0 : exitBadInput;
+  }
+  try {
+    return run(options);
+  } catch (BadInput const& error) {
+    say(error.what());
+    return exitBadInput;
+  } catch (Statebase::InitialValuesError const& error) {
+    say(error.what());
+    return exitBadInput;
+  } catch (std::exception const& error) {
+    say(error.what());
+    return exitFailed;
+  }
+}

@@ -1,0 +1,60 @@
+// A small state tree, as the host mounts it, for the tests of the state tree and its socket.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "platform/kel/testing/SimulatedTime.h"
+#include "platform/model/agent.h"
+#include "platform/model/entitymib.h"
+#include "platform/model/interface.h"
+#include "platform/model/log.h"
+#include "platform/model/routing.h"
+#include "platform/model/zerotouch.h"
+#include "platform/statebase/Json.h"
+#include "platform/statebase/Tree.h"
+
+namespace Statebase::testing {
+
+struct TestTree {
+  Kel::Ptr<ZeroTouch::Config> config = Kel::makePtr<ZeroTouch::Config>();
+  Kel::Ptr<ZeroTouch::DhcpStatus> dhcpStatus = Kel::makePtr<ZeroTouch::DhcpStatus>();
+  Kel::Ptr<EntityMib::Status> entityMib = Kel::makePtr<EntityMib::Status>();
+  Kel::Ptr<Interface::AllEthPhyIntfStatusDir> ports = Kel::makePtr<Interface::AllEthPhyIntfStatusDir>();
+  Kel::Ptr<Interface::AllIntfStatusDir> allPorts = Kel::makePtr<Interface::AllIntfStatusDir>();
+  Kel::Ptr<Routing::Config> routing = Kel::makePtr<Routing::Config>();
+  Tree tree;
+
+  TestTree() {
+    tree.mount("/zerotouch/config", config, Access::groupWrites);
+    tree.mount("/zerotouch/dhcpStatus", dhcpStatus, Access::rootWrites);
+    tree.mount("/entityMib/status", entityMib, Access::readOnly);
+    tree.mount("/interface/status/ethPhy", ports, Access::readOnly);
+    tree.mount("/interface/status/all", allPorts, Access::readOnly);
+    tree.mount("/routing/config", routing, Access::readOnly);
+    allPorts->intfStatusIs(ports->intfStatusIs(*Wire::IntfId::fromString("Ethernet1/1")));
+  }
+
+  std::string dump() const { return dumpJson(tree.get("/")); }
+};
+
+class TemporaryDirectory {
+ public:
+  TemporaryDirectory() {
+    char pattern[] = "/tmp/statebase.XXXXXX";
+    path_ = mkdtemp(pattern);
+    // Others may reach what is in it.
+    std::filesystem::permissions(path_, std::filesystem::perms(0711));
+  }
+  ~TemporaryDirectory() { std::filesystem::remove_all(path_); }
+  TemporaryDirectory(TemporaryDirectory const&) = delete;
+  TemporaryDirectory& operator=(TemporaryDirectory const&) = delete;
+
+  std::string operator/(std::string const& name) const { return path_ + "/" + name; }
+
+ private:
+  std::string path_;
+};
+
+}  // namespace Statebase::testing

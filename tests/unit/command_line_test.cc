@@ -1,0 +1,148 @@
+// The command line as people and programs see it, run against a state tree under simulated time.
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <future>
+
+#include "platform/statebase/Server.h"
+#include "tests/unit/StatebaseFixture.h"
+
+namespace Statebase::testing {
+
+namespace {
+
+class CommandLine : public ::testing::Test, protected TestTree {
+ protected:
+  CommandLine() {
+    tree.mount("/zerotouch/sm", machine, Access::readOnly);
+    tree.mount("/log/events", events, Access::readOnly);
+  }
+
+  // What it prints, standard error included, then its exit code.
+  std::string run(std::string const& arguments) {
+    std::string const command =
+        "exec 2>&1; TZ=UTC STATEBASESOCKNAME=" + path + " " ZEROTOUCH_PROGRAM " " + arguments;
+    auto done = std::async(std::launch::async, [&] {
+      std::string text;
+      std::FILE* const output = popen(command.c_str(), "re");
+      char piece[4096];
+      while (std::size_t const count = std::fread(piece, 1, sizeof piece, output)) text.append(piece, count);
+      int const status = pclose(output);
+      return text + "exit " + std::to_string(WEXITSTATUS(status));
+    });
+    while (done.wait_for(std::chrono::milliseconds(1)) != std::future_status::ready) time.settle();
+    return done.get();
+  }
+
+  Kel::testing::SimulatedTime time;
+  Kel::Ptr<ZeroTouch::ZeroTouchSmModel> machine = Kel::makePtr<ZeroTouch::ZeroTouchSmModel>(
+      config, Kel::makePtr<ZeroTouch::Status>(), dhcpStatus, nullptr, nullptr, nullptr, nullptr, nullptr,
+      nullptr, entityMib, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
+      nullptr, nullptr, nullptr, nullptr, nullptr);
+  Kel::Ptr<Log::Ring> events = Kel::makePtr<Log::Ring>();
+  TemporaryDirectory directory;
+  std::string path = directory / "statebase.sock";
+  std::unique_ptr<Server> server =
+      std::make_unique<Server>(tree, Server::Options{.path = path, .group = {}, .roleOf = {}});
+};
+
+}  // namespace
+
+TEST_F(CommandLine, StatusShowsWhereProvisioningStands) {
+  config->enabledIs(true);
+  config->maxRunTimeIs(90'000);
+  machine->currentStateIs(ZeroTouch::ProvisioningState::stateDhcpQuery);
+  machine->startTimeIs(Kel::now());
+  machine->stateTimeIs(Kel::now() + 3600);
+  machine->retryCountIs(2);
+  machine->timerIs(Kel::makePtr<ZeroTouch::TimerBaseModel>("DhclientQueryTimer", 15, 15, Kel::now() + 3600));
+  machine->timerActiveIs(true);
+  time.advance(3605);
+  EXPECT_EQ(run("status"),
+            "Provisioning:    enabled\n"
+            "State:           stateDhcpQuery, for 5 s\n"
+            "Attempt:         3\n"
+            "Waits for:       DhclientQueryTimer, until 2023-11-14 23:13:35 (in 10 s of 15 s)\n"
+            "Run time:        1 h 0 min\n"
+            "Run time limit:  1 d 1 h\n"
+            "Script limit:    1 h 0 min\n"
+            "exit 0");
+  machine->timerActiveIs(false);
+  config->cancelledIs(true);
+  std::string const text = run("status");
+  EXPECT_NE(text.find("enabled, cancelled\n"), std::string::npos) << text;
+  EXPECT_NE(text.find("Waits for:       none\n"), std::string::npos) << text;
+  EXPECT_TRUE(run("--json status").starts_with("{\n  \"time\": 1700003605.0,\n  \"config\": {")) << text;
+}
+
+TEST_F(CommandLine, EventsAreShownTheOldestFirst) {
+  EXPECT_EQ(run("events --json"), "[]\nexit 0");
+  events->eventIs(9, {Kel::now(), "ZTP_INIT", 6, "Started", "Why", "What"});
+  events->eventIs(10, {Kel::now() + 1, "ZTP_BAD_NAME", 4, "Name '\033[2J\n'", "", ""});
+  EXPECT_EQ(run("events"),
+            "Time                 Event         Severity       Message\n"
+            "2023-11-14 22:13:20  ZTP_INIT      informational  Started\n"
+            "2023-11-14 22:13:21  ZTP_BAD_NAME  warning        Name '?[2J?'\n"
+            "exit 0");
+}
+
+TEST_F(CommandLine, WhatIsWantedOfProvisioningIsWritten) {
+  EXPECT_EQ(run("cancel"), "zerotouch: provisioning is not enabled, so there is nothing to cancel\nexit 1");
+  EXPECT_FALSE(config->cancelled());
+  config->cancelledIs(true);
+  EXPECT_EQ(run("enable"), "Provisioning is enabled.\nexit 0");
+  EXPECT_TRUE(config->enabled());
+  EXPECT_FALSE(config->cancelled());
+  EXPECT_EQ(run("cancel --json"), "true\nexit 0");
+  EXPECT_TRUE(config->cancelled());
+  EXPECT_EQ(run("disable"), "Provisioning is disabled.\nexit 0");
+  EXPECT_FALSE(config->enabled());
+}
+
+TEST_F(CommandLine, ValuesAndExitCodes) {
+  std::string const maxRunTime = "/zerotouch/config/maxRunTime";
+  // A pipe that nobody reads any more.
+  int closedPipe[2];
+  ASSERT_EQ(pipe(closedPipe), 0);
+  close(closedPipe[0]);
+  struct {
+    std::string arguments;
+    std::string output;
+  } const cases[] = {
+      {"set " + maxRunTime + " 90", "exit 0"},
+      {"get " + maxRunTime, "90.0\nexit 0"},
+      {"set " + maxRunTime + " unlimited --json", "true\nexit 0"},
+      {"get " + maxRunTime, "unlimited\nexit 0"},
+      {"get " + maxRunTime + " --json", "\"unlimited\"\nexit 0"},
+      {"set /zerotouch/config '{\"scriptExecTimeout\": 5}'", "exit 0"},
+      {"get /zerotouch/config/scriptExecTimeout", "5\nexit 0"},
+      {"list /zerotouch",
+       "Name        Kind    Type                         Unit  Meaning\n"
+       "config      entity  ZeroTouch::Config                  What the operator asks for. The command line "
+       "writes it, "
+       "the agent reacts to each attribute.\n"
+       "dhcpStatus  entity  ZeroTouch::DhcpStatus              DHCP results, written by the hook that the "
+       "DHCP client "
+       "runs.\n"
+       "sm          entity  ZeroTouch::ZeroTouchSmModel        The provisioning state machine.\n"
+       "exit 0"},
+      {"set " + maxRunTime + " soon",
+       "zerotouch: /zerotouch/config/maxRunTime: expected seconds (a number from 0 on) or "
+       "\"unlimited\"\nexit 1"},
+      {"--json get /x",
+       R"({"error":{"code":-32001,"message":"/x: nothing is at /x","data":{"path":"/x","reason":"nothing is at /x"}}})"
+       "\nexit 1"},
+      {"set /zerotouch/sm/retryCount 1", "zerotouch: /zerotouch/sm/retryCount: it is read-only\nexit 1"},
+      {"--socket " + (directory / "none") + " status",
+       "zerotouch: cannot reach the host: " + (directory / "none") + ": No such file or directory\nexit 3"},
+      {"get", "path is required\nRun with --help for more information.\nexit 2"},
+      {"", "A subcommand is required\nRun with --help for more information.\nexit 2"},
+      {"list / >/dev/full", "zerotouch: standard output: No space left on device\nexit 1"},
+      {"list / >&" + std::to_string(closedPipe[1]), "exit 0"},
+  };
+  for (auto const& c : cases) EXPECT_EQ(run(c.arguments), c.output) << c.arguments;
+  close(closedPipe[1]);
+}
+
+}  // namespace Statebase::testing

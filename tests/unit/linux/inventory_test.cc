@@ -1,0 +1,171 @@
+// The hardware inventory and its sources.
+#include "platform/linux/Inventory.h"
+
+#include "platform/linux/Eeprom.h"
+#include "tests/unit/linux/Warned.h"
+#include "tests/unit/support/TemporaryFolder.h"
+
+namespace Linux {
+namespace {
+
+using namespace std::string_literals;
+
+std::string checksumOf(std::string const& data) {
+  std::uint32_t const sum = crc32({reinterpret_cast<std::uint8_t const*>(data.data()), data.size()});
+  std::string out;
+  for (int shift = 24; shift >= 0; shift -= 8) out += static_cast<char>(sum >> shift);
+  return out;
+}
+
+std::string entry(unsigned type, std::string const& value) {
+  return std::string{static_cast<char>(type), static_cast<char>(value.size())} + value;
+}
+
+std::string header(std::size_t length) {
+  return "TlvInfo\0\x01"s + static_cast<char>(length >> 8) + static_cast<char>(length);
+}
+
+// An EEPROM with these entries and the checksum that belongs to them.
+std::string eeprom(std::string const& entries) {
+  std::string const covered = header(entries.size() + 6) + entries + "\xfe\x04";
+  return covered + checksumOf(covered);
+}
+
+std::string const whole = entry(0x21, "AS-48X") + entry(0x23, "SN0042 \0"s) +
+                          entry(0x24, "\x02\x11\x22\x33\x44\x55") + entry(0x26, "\x07") + entry(0x27, "R0B") +
+                          entry(0xfd, "\x00\x00\x12vendor's own"s);
+
+std::string shown(std::string const& data) {
+  EepromContents out;
+  std::string const reason =
+      parseEeprom({reinterpret_cast<std::uint8_t const*>(data.data()), data.size()}, out);
+  if (!reason.empty()) return reason;
+  return out.productName + "," + out.serialNumber + "," + out.labelRevision + "," +
+         (out.deviceVersion ? std::to_string(*out.deviceVersion) : "") + "," +
+         (out.baseMacAddr ? out.baseMacAddr->stringValue() : "");
+}
+
+TEST(Eeprom, IsReadOrRefused) {
+  std::string const check = "123456789";
+  EXPECT_EQ(crc32({reinterpret_cast<std::uint8_t const*>(check.data()), check.size()}), 0xcbf43926U);
+
+  std::string const good = eeprom(whole);
+  std::string badChecksum = good;
+  badChecksum[15] ^= 1;
+  std::string otherVersion = good;
+  otherVersion[8] = 2;
+  std::string const noChecksum = header(whole.size()) + whole;
+  std::string const checksumFirst = header(6 + whole.size()) + entry(0xfe, "\0\0\0\0"s) + whole;
+  std::string const shortChecksum = header(2) + "\xfe"s + '\0';
+  for (auto const& [data, expected] : std::vector<std::pair<std::string, std::string>>{
+           {good, "AS-48X,SN0042,R0B,7,02:11:22:33:44:55"},
+           {good + std::string(100, '\xff'), "AS-48X,SN0042,R0B,7,02:11:22:33:44:55"},
+           {eeprom(""), ",,,,"},
+           {eeprom(entry(0x21, "")), ",,,,"},
+           {"", "it does not begin with TlvInfo"},
+           {good.substr(0, 10), "it does not begin with TlvInfo"},
+           {std::string(256, '\xff'), "it does not begin with TlvInfo"},
+           {otherVersion, "unknown version 2"},
+           {header(0), "it has no entries"},
+           {good.substr(0, good.size() - 1),
+            "its length of " + std::to_string(good.size() - 11) + " bytes goes past its end"},
+           {header(1) + "\x21", "the entry at byte 11 goes past the end"},
+           {header(4) + "\x21\x03xy", "the entry at byte 11 goes past the end"},
+           {noChecksum, "its checksum is not the last entry"},
+           {checksumFirst, "its checksum is not the last entry"},
+           {shortChecksum, "entry 0xfe: not 4 bytes"},
+           {eeprom(entry(0x24, "\x02\x11")), "entry 0x24: not 6 bytes"},
+           {eeprom(entry(0x26, "12")), "entry 0x26: not 1 byte"},
+           {eeprom(entry(0x23, "SN\r\nX: y")), "entry 0x23: a character that cannot be printed"}}) {
+    EXPECT_EQ(shown(data), expected);
+  }
+  EXPECT_TRUE(shown(badChecksum).starts_with("entry 0xfe: 0x")) << shown(badChecksum);
+}
+
+class InventoryTest : public ::testing::Test {
+ protected:
+  InventoryTest() {
+    config.eeprom = folder.path("/i2c/*-0056/eeprom");
+    config.dmi = folder.path("/dmi");
+  }
+
+  void dmiIs(std::string const& name, std::string const& version, std::string const& serial) const {
+    folder.write("/dmi/product_name", name + "\n");
+    folder.write("/dmi/product_version", version + "\n");
+    folder.write("/dmi/product_serial", serial + "\n");
+  }
+  void portIs(char const* name, char const* address, PortKind kind = PortKind::physical) const {
+    ports->portIs(Wire::IntfId(name), {.deviceName = name,
+                                       .ifIndex = ++lastIndex,
+                                       .kind = kind,
+                                       .macAddr = *Wire::EthAddr::fromString(address),
+                                       .linkLocal = {}});
+  }
+  std::string shown() const {
+    auto const root = status->root();
+    return root->modelName() + "," + root->serialNum() + "," + root->hardwareRev() + "," +
+           status->systemMacAddr().stringValue() + "," + stringValue(root->initStatus());
+  }
+  std::string taken() {
+    status = Kel::makePtr<EntityMib::Status>();
+    Inventory const inventory(config, ports, status);
+    return shown();
+  }
+
+  TemporaryFolder folder;
+  InventoryConfig config;
+  Kel::Ptr<Ports> ports = Kel::makePtr<Ports>();
+  Kel::Ptr<EntityMib::Status> status = Kel::makePtr<EntityMib::Status>();
+  Warned warned;
+  static inline int lastIndex = 0;
+};
+
+TEST_F(InventoryTest, TakesEachFactFromTheFirstSourceThatHasIt) {
+  std::string const none = "00:00:00:00:00:00";
+  EXPECT_EQ(taken(), ",,," + none + ",initialized");
+  dmiIs("Box", "1.0 ", "To Be Filled By O.E.M.");
+  EXPECT_EQ(taken(), "Box,,1.0," + none + ",initialized");
+  portIs("Ethernet2", "02:00:00:00:00:02");
+  portIs("Bond1", "02:00:00:00:00:09", PortKind::lag);
+  EXPECT_EQ(taken(), "Box,,1.0,02:00:00:00:00:02,initialized");
+  folder.write("/i2c/3-0056/eeprom", eeprom(entry(0x21, "AS-48X") + entry(0x26, "\x07")));
+  EXPECT_EQ(taken(), "AS-48X,,7,02:00:00:00:00:02,initialized");
+  folder.write("/i2c/3-0056/eeprom", eeprom(whole));
+  EXPECT_EQ(taken(), "AS-48X,SN0042,R0B,02:11:22:33:44:55,initialized");
+  config.modelName = "Mine";
+  config.systemMacAddr = Wire::EthAddr::fromString("02:99:00:00:00:01");
+  EXPECT_EQ(taken(), "Mine,SN0042,R0B,02:99:00:00:00:01,initialized");
+  EXPECT_EQ(warned.text(), "");
+}
+
+TEST_F(InventoryTest, PassesOverAnEepromThatMakesNoSense) {
+  dmiIs("Box", "2", "S1");
+  std::string const path = folder.path("/i2c/0-0056/eeprom");
+  folder.write("/i2c/0-0056/eeprom", "");
+  EXPECT_EQ(taken(), "Box,S1,2,00:00:00:00:00:00,initialized");
+  folder.write("/i2c/0-0056/eeprom", header(9));
+  EXPECT_EQ(taken(), "Box,S1,2,00:00:00:00:00:00,initialized");
+  std::string const notUsed = "EEPROM_INVALID: The system EEPROM " + path + " is not used: ";
+  EXPECT_EQ(warned.text(), notUsed + "it is empty\n" + notUsed + "its length of 9 bytes goes past its end\n");
+}
+
+TEST_F(InventoryTest, TakesTheAddressOfTheFirstPortThatComes) {
+  // By the time the chassis is there, all that is known is set.
+  class Watch : public EntityMib::Status::NotifieeConst {
+   public:
+    using NotifieeConst::NotifieeConst;
+    void onRoot() override { text += notifier().root()->modelName() + "\n"; }
+    void onSystemMacAddr() override { text += notifier().systemMacAddr().stringValue() + "\n"; }
+    std::string text;
+  };
+  auto const watch = Kel::makePtr<Watch>(status);
+  config.modelName = "Mine";
+  Inventory const inventory(config, ports, status);
+  portIs("Vlan1", "02:00:00:00:00:01", PortKind::vlan);
+  portIs("Ethernet7", "02:00:00:00:00:07");
+  portIs("Ethernet1", "02:00:00:00:00:02");
+  EXPECT_EQ(watch->text, "Mine\n02:00:00:00:00:07\n");
+}
+
+}  // namespace
+}  // namespace Linux

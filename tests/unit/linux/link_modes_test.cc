@@ -1,0 +1,236 @@
+// Speeds: what a device can do, and setting it. A TAP device takes and reports whatever it is given, so it
+// stands for a port once it has been told what it supports; a veth refuses all of it.
+#include <fcntl.h>
+#include <linux/if_tun.h>
+#include <net/if.h>
+#include <sys/ioctl.h>
+
+#include <cstring>
+
+#include "platform/linux/LinkModeSetting.h"
+#include "platform/linux/LinkModeTable.h"
+#include "tests/unit/linux/EthtoolDevice.h"
+#include "tests/unit/linux/NetworkTest.h"
+
+namespace Linux {
+namespace {
+
+LinkModeMask bits(std::vector<int> const& numbers) {
+  LinkModeMask result;
+  for (int const number : numbers) result.set(static_cast<std::size_t>(number));
+  return result;
+}
+
+std::string shown(Interface::EthLinkModeSet const& modes) {
+  std::string out;
+  for (auto const& entry : linkModeTable()) {
+    if (modes.*entry.member) out += std::string(entry.word) + " ";
+  }
+  return out;
+}
+
+TEST(LinkModes, FollowFromWhatTheDeviceSupports) {
+  constexpr int autoneg = ETHTOOL_LINK_MODE_Autoneg_BIT;
+  constexpr int twistedPair = ETHTOOL_LINK_MODE_TP_BIT;
+  constexpr int fibre = ETHTOOL_LINK_MODE_FIBRE_BIT;
+  struct Case {
+    char const* what;
+    std::vector<int> supported;
+    std::uint8_t port;
+    std::string capabilities;
+    std::string negotiation;
+  };
+  for (auto const& [what, supported, port, capabilities, negotiation] : std::vector<Case>{
+           {"nothing known, as of a veth", {}, PORT_TP, "", "none"},
+           {"each of the nine",
+            {ETHTOOL_LINK_MODE_10000baseLRM_Full_BIT, ETHTOOL_LINK_MODE_25000baseSR_Full_BIT,
+             ETHTOOL_LINK_MODE_40000baseCR4_Full_BIT, ETHTOOL_LINK_MODE_50000baseKR2_Full_BIT,
+             ETHTOOL_LINK_MODE_50000baseDR_Full_BIT, ETHTOOL_LINK_MODE_100000baseLR4_ER4_Full_BIT,
+             ETHTOOL_LINK_MODE_100000baseCR2_Full_BIT, ETHTOOL_LINK_MODE_200000baseSR4_Full_BIT,
+             ETHTOOL_LINK_MODE_400000baseCR8_Full_BIT, fibre},
+            PORT_FIBRE,
+            "10g 25g 40g 50g 50g-1 100g 100g-2 200g-4 400g-8 ",
+            "none"},
+           {"modes of other lanes are not among them",
+            {ETHTOOL_LINK_MODE_100000baseKR_Full_BIT, ETHTOOL_LINK_MODE_400000baseKR4_Full_BIT,
+             ETHTOOL_LINK_MODE_1000baseX_Full_BIT},
+            PORT_FIBRE,
+            "",
+            "none"},
+           {"direct attach that negotiates",
+            {ETHTOOL_LINK_MODE_25000baseCR_Full_BIT, autoneg, fibre},
+            PORT_DA,
+            "25g ",
+            "capable"},
+           {"Base-T", {ETHTOOL_LINK_MODE_1000baseT_Full_BIT, autoneg, twistedPair}, PORT_TP, "", "baseT"},
+           {"Base-T that does not name its socket",
+            {ETHTOOL_LINK_MODE_10000baseT_Full_BIT, autoneg},
+            PORT_TP,
+            "10g ",
+            "baseT"},
+           {"old driver of a fibre port",
+            {ETHTOOL_LINK_MODE_10000baseT_Full_BIT, autoneg, fibre},
+            PORT_FIBRE,
+            "10g ",
+            "capable"},
+           {"socket unknown",
+            {ETHTOOL_LINK_MODE_25000baseCR_Full_BIT, autoneg},
+            PORT_TP,
+            "25g ",
+            "capable"}}) {
+    LinkSettings const settings{.port = port, .supported = bits(supported), .advertising = {}};
+    EXPECT_EQ(shown(linkModeCapabilities(settings)), capabilities) << what;
+    EXPECT_EQ(stringValue(autonegCapability(settings)), negotiation) << what;
+  }
+}
+
+TEST(LinkModes, AreAskedForWithoutTouchingTheRest) {
+  constexpr int pause = ETHTOOL_LINK_MODE_Pause_BIT;
+  constexpr auto unknown = static_cast<std::uint32_t>(SPEED_UNKNOWN);
+  LinkSettings const found{
+      .autoneg = false,
+      .speed = unknown,
+      .duplex = 0xff,
+      .port = PORT_FIBRE,
+      .supported = bits({ETHTOOL_LINK_MODE_25000baseCR_Full_BIT, ETHTOOL_LINK_MODE_25000baseSR_Full_BIT,
+                         ETHTOOL_LINK_MODE_10000baseSR_Full_BIT, pause}),
+      .advertising = bits({ETHTOOL_LINK_MODE_10000baseSR_Full_BIT, pause})};
+  // autoneg, speed, duplex, advertised; or the refusal.
+  auto const asked = [&](std::string const& text) {
+    LinkSettings settings = found;
+    std::string reason = applyLinkModeText(text, settings);
+    if (!reason.empty()) {
+      EXPECT_EQ(settings, found) << text;
+      return reason;
+    }
+    std::string out = (settings.autoneg ? "auto " : "forced ") +
+                      (settings.speed == unknown ? "?" : std::to_string(settings.speed)) + " " +
+                      std::to_string(settings.duplex) + ":";
+    for (std::size_t bit = 0; bit < settings.advertising.size(); ++bit) {
+      if (settings.advertising[bit]) out += " " + std::to_string(bit);
+    }
+    return out;
+  };
+  for (auto const& [text, expected] : std::vector<std::pair<char const*, char const*>>{
+           {"forced 25g", "forced 25000 1: 13 43"},
+           {"auto 25g", "auto ? 255: 6 13 31 33"},
+           {"auto 25g 10g", "auto ? 255: 6 13 31 33 43"},
+           {"auto", "auto ? 255: 6 13 31 33 43"},
+           {"was autoneg on advertising 6 31", "auto ? 255: 6 31"},
+           {"was autoneg off speed 10000 duplex 1 advertising", "forced 10000 1:"},
+           // A port that had no link did not tell its speed: it gets its highest.
+           {"was autoneg off speed 4294967295 duplex 255 advertising 13", "forced 25000 255: 13"},
+           {"forced 40g", "the device does not support it"},
+           {"auto 100g", "the device does not support it"},
+           {"forced 26g", "unknown speed '26g'"},
+           {"was autoneg on advertising 512", "not understood"},
+           {"was autoneg on advertising x", "not understood"},
+           {"was autoneg off advertising", "not understood"},
+           {"", "not understood"}}) {
+    EXPECT_EQ(asked(text), expected) << text;
+  }
+}
+
+class LinkModesTest : public NetworkTest {
+ protected:
+  // A port that supports 10, 25 and 40 gigabit and negotiates, and was found forced to 10 gigabit.
+  void SetUp() override {
+    NetworkTest::SetUp();
+    if (IsSkipped()) return;
+    tap = Descriptor(open("/dev/net/tun", O_RDWR | O_CLOEXEC));
+    ifreq request{};
+    std::strcpy(request.ifr_name, "eth1");
+    request.ifr_flags = IFF_TAP | IFF_NO_PI;
+    ASSERT_EQ(ioctl(tap.get(), TUNSETIFF, &request), 0) << std::strerror(errno);
+    supportedIs("eth1", {ETHTOOL_LINK_MODE_10000baseSR_Full_BIT, ETHTOOL_LINK_MODE_25000baseCR_Full_BIT,
+                         ETHTOOL_LINK_MODE_40000baseCR4_Full_BIT, ETHTOOL_LINK_MODE_Autoneg_BIT,
+                         ETHTOOL_LINK_MODE_FIBRE_BIT});
+  }
+
+  static std::string settings() {
+    LinkModeSetting setting;
+    return setting.read(static_cast<int>(if_nametoindex("eth1")), "").value_or("none");
+  }
+  Interface::EthPhyIntfConfig& config() const { return *entities.ethPhyIntfConfigDir->intfConfig(port1); }
+  std::string capabilities() const {
+    auto const status = entities.ethPhyIntfStatusDir->intfStatus(port1);
+    return shown(status->linkModeCapabilities()) + stringValue(status->autonegCapability());
+  }
+
+  Descriptor tap;
+  std::string const found = "was autoneg off speed 10000 duplex 1 advertising";
+};
+
+TEST_F(LinkModesTest, CycleAndGoBackToWhatWasFound) {
+  using enum Interface::EthLinkMode;
+  Warned const warned;
+  start();
+  EXPECT_EQ(capabilities(), "10g 25g 40g capable");
+  EXPECT_EQ(settings(), found);
+  config().linkModeLocalIs(linkMode25G);
+  expectSoon(settings, "was autoneg off speed 25000 duplex 1 advertising");
+  config().linkModeLocalIs(linkModeAutoneg);
+  config().advertisedModesLocalIs({.mode25G = true});
+  config().advertisedModesConfiguredLocalIs(true);
+  expectSoon(settings, "was autoneg on advertising 6 31");
+  config().linkModeLocalIs(linkMode40G);
+  expectSoon(settings, "was autoneg off speed 40000 duplex 1 advertising 6 31");
+  config().linkModeLocalIs(linkModeAutoneg40G);
+  expectSoon(settings, "was autoneg on advertising 6 24");
+  config().linkModeLocalIs(linkModeDefault);
+  expectSoon(settings, found);
+
+  config().linkModeLocalIs(linkMode25G);
+  expectSoon(settings, "was autoneg off speed 25000 duplex 1 advertising");
+  adapter = nullptr;
+  EXPECT_EQ(settings(), found) << "when the adapter ends";
+  EXPECT_EQ(warned.text(), "");
+}
+
+TEST_F(LinkModesTest, ThatADriverRefusesAreAWarningPerToggle) {
+  using enum Interface::EthLinkMode;
+  cable("2");
+  start();
+  auto& veth = *entities.ethPhyIntfConfigDir->intfConfig(port2);
+  Warned const warned;
+  std::string const refusal = "PORT_SETTING_FAILED: Cannot set link_mode of device eth2 to ";
+  std::string const reason = ": the device does not support it\n";
+  auto const warnings = [&] { return warned.text(); };
+  veth.linkModeLocalIs(linkMode10G);
+  expectSoon(warnings, refusal + "forced 10g" + reason);
+  veth.linkModeLocalIs(linkModeAutoneg);
+  veth.advertisedModesConfiguredLocalIs(true);
+  veth.advertisedModesLocalIs({.mode25G = true});
+  std::string const both = refusal + "forced 10g" + reason + refusal + "auto 25g" + reason;
+  expectSoon(warnings, both);
+  // The default asks nothing of the driver, and others are not held up.
+  veth.linkModeLocalIs(linkModeDefault);
+  config().linkModeLocalIs(linkMode25G);
+  expectSoon(settings, "was autoneg off speed 25000 duplex 1 advertising");
+  EXPECT_EQ(warned.text(), both);
+}
+
+TEST_F(LinkModesTest, AreReadAgainOnLinkEvents) {
+  start();
+  supportedIs("eth1", {ETHTOOL_LINK_MODE_100000baseSR4_Full_BIT, ETHTOOL_LINK_MODE_FIBRE_BIT});
+  ip("link set eth1 up");
+  expectSoon([this] { return capabilities(); }, "100g none");
+}
+
+TEST(LinkModes, AreTakenWhenTheDriverSaysSoOrCannotTell) {
+  auto const unknown = static_cast<std::uint32_t>(SPEED_UNKNOWN);
+  LinkModeMask const some = bits({ETHTOOL_LINK_MODE_25000baseCR_Full_BIT});
+  LinkModeMask const others = bits({ETHTOOL_LINK_MODE_10000baseSR_Full_BIT});
+  LinkSettings const forced{.speed = 25000, .supported = {}, .advertising = {}};
+  LinkSettings const negotiated{.autoneg = true, .supported = {}, .advertising = some};
+  EXPECT_TRUE(linkModeTaken(forced, {.speed = 25000, .supported = {}, .advertising = others}));
+  EXPECT_TRUE(linkModeTaken(forced, {.speed = unknown, .supported = {}, .advertising = {}}));
+  EXPECT_FALSE(linkModeTaken(forced, {.speed = 10000, .supported = {}, .advertising = {}}));
+  EXPECT_FALSE(linkModeTaken(forced, {.autoneg = true, .speed = 25000, .supported = {}, .advertising = {}}));
+  EXPECT_TRUE(
+      linkModeTaken(negotiated, {.autoneg = true, .speed = 10000, .supported = {}, .advertising = some}));
+  EXPECT_FALSE(linkModeTaken(negotiated, {.autoneg = true, .supported = {}, .advertising = others}));
+}
+
+}  // namespace
+}  // namespace Linux

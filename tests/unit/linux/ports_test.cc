@@ -1,0 +1,179 @@
+// How devices become ports: selection, life cycle, membership, names.
+#include "tests/unit/linux/NetworkTest.h"
+
+namespace Linux {
+namespace {
+
+TEST(PortSelection, TakesDevicesByPatternElseByHardware) {
+  TemporaryFolder const sysfs;
+  sysfs.write("/eth0/device/vendor", "");
+  sysfs.write("/br0/mtu", "1500");
+  struct Case {
+    std::vector<std::string> patterns;
+    char const* device;
+    bool selected;
+  };
+  for (auto const& [patterns, device, selected] : std::vector<Case>{{{}, "eth0", true},
+                                                                    {{}, "br0", false},
+                                                                    {{}, "gone", false},
+                                                                    {{"et*", "ma[0-9]"}, "eth0", true},
+                                                                    {{"et*", "ma[0-9]"}, "ma1", true},
+                                                                    {{"et*", "ma[0-9]"}, "ma10", false},
+                                                                    {{"et*", "ma[0-9]"}, "lo", false}}) {
+    PortSelection const selection({patterns, {}, sysfs.path()});
+    EXPECT_EQ(selection.selects(device), selected) << device << " with " << patterns.size() << " patterns";
+  }
+}
+
+TEST(PortSelection, NamesPortsByTheFirstRuleThatFitsTheWholeName) {
+  PortSelection const selection({{},
+                                 {{"eth(\\d+)_(\\d+)", "Ethernet\\1/\\2"},
+                                  {"eth(.*)", "Ethernet\\1"},
+                                  {"ma(.*)", "Management\\1"},
+                                  {"long", std::string(65, 'x')}}});
+  for (auto const& [device, shown] :
+       std::vector<std::pair<std::string, std::string>>{{"eth7", "Ethernet7"},
+                                                        {"eth7_2", "Ethernet7/2"},
+                                                        {"ma1", "Management1"},
+                                                        {"xma1", "xma1"},
+                                                        {"long", ""}}) {
+    EXPECT_EQ(selection.intfId(device).stringValue(), shown);
+  }
+  EXPECT_THROW(PortSelection({{}, {{"eth(", "x"}}}), std::invalid_argument);
+}
+
+class PortsTest : public NetworkTest {
+ protected:
+  std::function<std::string()> const portsNow = [this] { return ports(); };
+};
+
+TEST_F(PortsTest, FollowsAPortThroughItsLife) {
+  cable("1");
+  ip("link set eth1 address 02:00:00:00:00:01");
+  ip("link add br0 type bridge");
+  start();
+  EXPECT_EQ(ports(), "Ethernet1 eth1 down unconfigured link down active\n");
+  EXPECT_EQ(entities.kernelNetInfoStatus->device().size(), 4U) << "lo, br0 and both ends of the cable";
+
+  ip("link set eth1 up");
+  ip("link set far1 up");
+  expectSoon(portsNow, "Ethernet1 eth1 up unconfigured link up active\n");
+  EXPECT_TRUE(adapter->ports()->port(port1).linkUp);
+  expectSoon([&] { return adapter->ports()->port(port1).linkLocal.stringValue(); }, "fe80::ff:fe00:1");
+  ip("link set far1 down");
+  expectSoon(portsNow, "Ethernet1 eth1 down unconfigured link down active\n");
+
+  ip("link set eth1 address 02:00:00:00:00:07");
+  ip("link set far1 up");
+  expectSoon(portsNow, "Ethernet1 eth1 up unconfigured link up active\n");
+  EXPECT_EQ(entities.ethPhyIntfStatusDir->intfStatus(port1)->macAddr().stringValue(), "02:00:00:00:00:07");
+
+  auto const before = entities.ethPhyIntfStatusDir->intfStatus(port1);
+  int const indexBefore = adapter->ports()->port(port1).ifIndex;
+  ip("link del eth1");
+  expectSoon(portsNow, "");
+  EXPECT_EQ(entities.ethPhyIntfStatusDir->intfStatus().size() +
+                entities.ethPhyIntfConfigDir->intfConfig().size() +
+                entities.ethIntfStatusDir->intfStatus().size() + entities.ipStatus->ipIntfStatus().size() +
+                entities.ip6Status->intf().size() + adapter->ports()->port().size(),
+            0U);
+  EXPECT_EQ(entities.kernelNetInfoStatus->device().size(), 2U);
+
+  cable("1");
+  expectSoon(portsNow, "Ethernet1 eth1 down unconfigured link down active\n");
+  EXPECT_NE(entities.ethPhyIntfStatusDir->intfStatus(port1), before);
+  EXPECT_NE(adapter->ports()->port(port1).ifIndex, indexBefore);
+}
+
+TEST_F(PortsTest, IsRoutedWithALayer3ConfigurationUnlessInABridge) {
+  cable("1");
+  ip("link add br0 type bridge");
+  start();
+  auto const model = [&] {
+    return stringValue(entities.allIntfStatusDir->intfStatus(port1)->forwardingModel());
+  };
+  EXPECT_EQ(model(), "unconfigured");
+  auto const record = entities.allIntfStatusDir->intfStatus(port1);
+  entities.l3IntfConfigDir->intfConfigIs(port1);
+  EXPECT_EQ(model(), "routed") << "without waiting for a pass of the loop";
+
+  ip("link set eth1 master br0");
+  expectSoon(model, "bridged");
+  entities.l3IntfConfigDir->intfConfigDel(port1);
+  entities.l3IntfConfigDir->intfConfigIs(port1);
+  EXPECT_EQ(model(), "bridged");
+  // A bridge says by a message of its own that a port has left; it is no end of the device.
+  ip("link set eth1 nomaster");
+  expectSoon(model, "routed");
+  EXPECT_EQ(entities.allIntfStatusDir->intfStatus(port1), record);
+  entities.l3IntfConfigDir->intfConfigDel(port1);
+  EXPECT_EQ(model(), "unconfigured");
+}
+
+TEST_F(PortsTest, TakesNothingButEthernetDevicesWhateverTheirNames) {
+  ip("link add eth1 type bridge");
+  ip("tuntap add eth2 mode tun");
+  ip("tuntap add eth3 mode tap");
+  ip("link set lo down");
+  ip("link set lo name eth4");
+  start();
+  EXPECT_EQ(ports(), "Ethernet3 eth3 down unconfigured link down active\n");
+}
+
+TEST_F(PortsTest, GivesARenamedDeviceItsNewName) {
+  cable("1");
+  start();
+  auto const index = adapter->ports()->port(port1).ifIndex;
+  ip("link set eth1 name eth2");
+  expectSoon(portsNow, "Ethernet2 eth2 down unconfigured link down active\n");
+  EXPECT_EQ(adapter->ports()->port(port2).ifIndex, index);
+  EXPECT_FALSE(entities.kernelNetInfoStatus->device("eth1"));
+  ip("link set eth2 name aside");
+  expectSoon(portsNow, "");
+}
+
+TEST_F(PortsTest, GivesANameThatTwoDevicesClaimToOneAtATime) {
+  cable("1");
+  ip("link add eth01 type veth peer name far01");
+  AdapterConfig config = testConfig(run.path("/run"));
+  config.ports.names = {{"eth0?([0-9])", "Ethernet\\1"}};
+  Warned const warned;
+  adapter = std::make_unique<Adapter>(entities, config);
+  EXPECT_EQ(ports(), "Ethernet1 eth1 down unconfigured link down active\n");
+  EXPECT_EQ(warned.text(),
+            "PORT_NAME_IN_USE: Device eth01 is ignored: its name Ethernet1 belongs to device eth1\n");
+  ip("link set eth01 mtu 1400");
+  cable("2");
+  ip("link del eth2");
+  ip("link del eth1");
+  expectSoon(portsNow, "Ethernet1 eth01 down unconfigured link down active\n");
+  EXPECT_EQ(warned.text(),
+            "PORT_NAME_IN_USE: Device eth01 is ignored: its name Ethernet1 belongs to device eth1\n");
+}
+
+TEST_F(PortsTest, ReadsEverythingAnewAfterAnOverrun) {
+  cable("1");
+  cable("2");
+  start(1);
+  unsigned const dumpsBefore = adapter->netlink().dumps();
+  int const index1 = adapter->ports()->port(port1).ifIndex;
+  int const index2 = adapter->ports()->port(port2).ifIndex;
+  // Far more than the socket holds, and all of it unread; two ports have changed names at the end.
+  for (int i = 0; i < 10; ++i) {
+    cable("9");
+    ip("link del eth9");
+  }
+  ip("link set eth1 name swap");
+  ip("link set eth2 name eth1");
+  ip("link set swap name eth2");
+  ip("addr add 10.0.0.1/24 dev eth2");
+  expectSoon([&] { return adapter->netlink().dumps() > dumpsBefore ? ports() : "not yet read anew"; },
+             "Ethernet1 eth1 down unconfigured link down active\nEthernet2 eth2 down unconfigured link down "
+             "active\n");
+  EXPECT_EQ(adapter->ports()->port(port1).ifIndex, index2);
+  EXPECT_EQ(adapter->ports()->port(port2).ifIndex, index1);
+  expectSoon([&] { return addresses(); }, "Ethernet2 10.0.0.1/24\n");
+}
+
+}  // namespace
+}  // namespace Linux

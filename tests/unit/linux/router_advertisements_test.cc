@@ -1,0 +1,268 @@
+// Router advertisements: what counts as one, and what becomes of it.
+#include <net/if.h>
+#include <netinet/icmp6.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "platform/kel/testing/SimulatedTime.h"
+#include "platform/linux/RouterAdvertisements.h"
+#include "tests/unit/linux/NetworkTest.h"
+
+namespace Linux {
+namespace {
+
+using Bytes = std::vector<std::uint8_t>;
+
+Bytes operator+(Bytes a, Bytes const& b) {
+  a.insert(a.end(), b.begin(), b.end());
+  return a;
+}
+
+Bytes advertisement(std::uint8_t flags, std::uint16_t lifetime) {
+  return {134,
+          0,
+          0,
+          0,
+          64,
+          flags,
+          static_cast<std::uint8_t>(lifetime >> 8),
+          static_cast<std::uint8_t>(lifetime),
+          0,
+          0,
+          0,
+          0,
+          0,
+          0,
+          0,
+          0};
+}
+
+TEST(RouterAdvertisement, IsReadOrRefused) {
+  Bytes const good = advertisement(0x80, 1800);
+  Bytes const address{1, 1, 2, 0, 0, 0, 0, 1};
+  Bytes const mtu{5, 1, 0, 0, 0, 0, 5, 220};
+  Bytes const prefix = Bytes{3, 4, 64, 0xc0} + Bytes(28, 7);
+  Bytes otherType = good;
+  otherType[0] = 133;
+  Bytes otherCode = good;
+  otherCode[1] = 1;
+  struct Case {
+    Bytes message;
+    int hopLimit;
+    char const* source;
+    std::string expected;
+  };
+  for (auto const& [message, hopLimit, source, expected] : std::vector<Case>{
+           {good, 255, "fe80::1", "managed 1800"},
+           {advertisement(0xc0, 65535), 255, "febf::1", "managed other 65535"},
+           {advertisement(0x40, 0), 255, "fe80::1", "other 0"},
+           {advertisement(0x3f, 9), 255, "fe80::1", "9"},
+           {good + address + mtu + prefix, 255, "fe80::1", "managed 1800"},
+           {good, 254, "fe80::1", "hop limit 254"},
+           {good, -1, "fe80::1", "hop limit -1"},
+           {good, 255, "2001:db8::1", "source 2001:db8::1 is not link-local"},
+           {good, 255, "::", "source :: is not link-local"},
+           {good, 255, "fec0::1", "source fec0::1 is not link-local"},
+           {{}, 255, "fe80::1", "only 0 bytes"},
+           {Bytes(good.begin(), good.end() - 1), 255, "fe80::1", "only 15 bytes"},
+           {otherType, 255, "fe80::1", "type 133"},
+           {otherCode, 255, "fe80::1", "code 1"},
+           {good + Bytes{1}, 255, "fe80::1", "option cut off"},
+           {good + address + Bytes{5, 0, 0, 0, 0, 0, 0, 0}, 255, "fe80::1", "option of length 0"},
+           {good + address + Bytes{3, 4, 64, 0xc0}, 255, "fe80::1", "option longer than the message"},
+           {good + Bytes{1, 255}, 255, "fe80::1", "option longer than the message"}}) {
+    RouterAdvertisement out{true, true, 42};
+    std::string text = parseRouterAdvertisement(message, hopLimit, *Wire::Ip6Addr::fromString(source), out);
+    if (text.empty()) {
+      text = std::string(out.managed ? "managed " : "") + (out.other ? "other " : "") +
+             std::to_string(static_cast<int>(out.lifetime));
+    } else {
+      EXPECT_TRUE(out.managed && out.other && out.lifetime == 42) << "refused, and yet read";
+    }
+    EXPECT_EQ(text, expected);
+  }
+}
+
+// What a router does on the far end of a cable.
+class Router {
+ public:
+  explicit Router(std::string const& device)
+      : socket_(::socket(AF_INET6, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, IPPROTO_ICMPV6)),
+        ifIndex_(if_nametoindex(device.c_str())) {
+    icmp6_filter filter{};
+    ICMP6_FILTER_SETBLOCKALL(&filter);
+    ICMP6_FILTER_SETPASS(ND_ROUTER_SOLICIT, &filter);
+    set(IPPROTO_ICMPV6, ICMP6_FILTER, filter);
+    set(IPPROTO_IPV6, IPV6_MULTICAST_LOOP, 0);
+    set(IPPROTO_IPV6, IPV6_MULTICAST_IF, ifIndex_);
+    ipv6_mreq const allRouters{{{{0xff, 0x02, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 2}}}, ifIndex_};
+    set(IPPROTO_IPV6, IPV6_ADD_MEMBERSHIP, allRouters);
+    EXPECT_EQ(setsockopt(socket_.get(), SOL_SOCKET, SO_BINDTODEVICE, device.data(), device.size()), 0);
+  }
+
+  void advertise(std::uint8_t flags, std::uint16_t lifetime, int hopLimit = 255) const {
+    set(IPPROTO_IPV6, IPV6_MULTICAST_HOPS, hopLimit);
+    sockaddr_in6 allNodes{};
+    allNodes.sin6_family = AF_INET6;
+    allNodes.sin6_addr = {{{0xff, 0x02, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1}}};
+    allNodes.sin6_scope_id = ifIndex_;
+    Bytes const message = advertisement(flags, lifetime);
+    EXPECT_EQ(sendto(socket_.get(), message.data(), message.size(), 0, reinterpret_cast<sockaddr*>(&allNodes),
+                     sizeof allNodes),
+              static_cast<ssize_t>(message.size()))
+        << std::strerror(errno);
+  }
+
+  // Waits for `count` solicitations and gives the address in the option of each.
+  std::string solicitations(int count) const {
+    std::string out;
+    pollfd ready{socket_.get(), POLLIN, 0};
+    for (int i = 0; i < count && poll(&ready, 1, 5000) == 1; ++i) {
+      Wire::EthAddr sender;
+      Bytes message(100);
+      ssize_t const length = recv(socket_.get(), message.data(), message.size(), 0);
+      message.resize(static_cast<std::size_t>(std::max<ssize_t>(length, 0)));
+      bool const asExpected = length == 16 && message[1] == 0 && message[8] == 1 && message[9] == 1;
+      if (asExpected) std::copy(message.begin() + 10, message.end(), sender.bytes.begin());
+      out += asExpected ? sender.stringValue() + "\n" : "malformed\n";
+    }
+    return out;
+  }
+
+ private:
+  template <typename T>
+  void set(int level, int option, T const& value) const {
+    EXPECT_EQ(setsockopt(socket_.get(), level, option, &value, sizeof value), 0) << std::strerror(errno);
+  }
+
+  Descriptor socket_;
+  unsigned ifIndex_;
+};
+
+class RouterAdvertisementsTest : public NetworkTest {
+ protected:
+  // Devices whose link-local addresses are usable at once, and on which the kernel does not solicit.
+  void SetUp() override {
+    NetworkTest::SetUp();
+    if (IsSkipped()) return;
+    cable("1");
+    for (std::string const device : {"eth1", "far1"}) {
+      std::ofstream("/proc/sys/net/ipv6/conf/" + device + "/accept_dad") << 0;
+      std::ofstream("/proc/sys/net/ipv6/conf/" + device + "/router_solicitations") << 0;
+      ip("link set " + device + " up");
+    }
+    ip("link set eth1 address 02:00:00:00:00:01");
+  }
+
+  std::function<std::string()> const records = [this] {
+    std::string out;
+    for (auto const& [intfId, packet] : entities.raPacketStatus->raPacket()) {
+      out += intfId.stringValue() + (packet->managed() ? " managed" : "") +
+             (packet->other() ? " other" : "") + "\n";
+    }
+    return out;
+  };
+};
+
+TEST_F(RouterAdvertisementsTest, AreInForceWhileLinkAddressAndLifetimeLast) {
+  // Whoever learns of a record finds its flags set.
+  class Announced : public RouterAdvt::RaPacketStatus::NotifieeConst {
+   public:
+    using NotifieeConst::NotifieeConst;
+    void onRaPacket(Wire::IntfId const& intfId) override {
+      auto const packet = notifier().raPacket(intfId);
+      text += packet ? (packet->managed() ? "managed\n" : "unmanaged\n") : "gone\n";
+    }
+    std::string text;
+  };
+  auto const announced = Kel::makePtr<Announced>(entities.raPacketStatus);
+  Router const router("far1");
+  start();
+  Kel::Loop::instance().runUntil([&] { return !adapter->ports()->port(port1).linkLocal.isZero(); }, 10);
+  router.advertise(0xc0, 1800);
+  expectSoon(records, "Ethernet1 managed other\n");
+  router.advertise(0, 1800);
+  expectSoon(records, "Ethernet1\n");
+  // Not from this link, so it changes nothing.
+  router.advertise(0xc0, 1800, 64);
+  router.advertise(0x40, 1800);
+  expectSoon(records, "Ethernet1 other\n");
+  router.advertise(0x80, 0);
+  expectSoon(records, "");
+  router.advertise(0x80, 1);
+  expectSoon(records, "Ethernet1 managed\n");
+  expectSoon(records, "");
+  EXPECT_EQ(announced->text, "managed\ngone\nmanaged\ngone\n");
+
+  // It does not outlast the link.
+  router.advertise(0x80, 1800);
+  expectSoon(records, "Ethernet1 managed\n");
+  ip("link set far1 down");
+  expectSoon(records, "");
+  ip("link set far1 up");
+  expectSoon([this] { return stringValue(entities.ethPhyIntfStatusDir->intfStatus(port1)->linkStatus()); },
+             "up");
+  EXPECT_EQ(records(), "");
+
+  // Heard before there is a usable address, it waits for one.
+  ip("addr flush dev eth1");
+  expectSoon([this] { return adapter->ports()->port(port1).linkLocal.stringValue(); }, "::");
+  router.advertise(0x80, 1800);
+  ip("addr add fe80::1/64 dev eth1");
+  expectSoon(records, "Ethernet1 managed\n");
+  ip("link del eth1");
+  expectSoon(records, "");
+}
+
+TEST_F(RouterAdvertisementsTest, AreAskedForThreeTimesUntilOneComes) {
+  Kel::testing::SimulatedTime time;
+  ip("addr add fe80::1/64 dev eth1");
+  Router const router("far1");
+  auto const ports = Kel::makePtr<Ports>();
+  Port port{.deviceName = "eth1",
+            .ifIndex = static_cast<int>(if_nametoindex("eth1")),
+            .macAddr = *Wire::EthAddr::fromString("02:00:00:00:00:01"),
+            .linkUp = true,
+            .linkLocal = *Wire::Ip6Addr::fromString("fe80::1")};
+  RouterAdvertisements const advertisements(ports, entities.raPacketStatus);
+  // What is sent between the solicitations shows when they are sent.
+  RouterDiscovery const marker([](int, Wire::Ip6Addr const&, RouterAdvertisement const&) {});
+  auto const mark = [&] { marker.solicit(port.ifIndex, port.linkLocal, {}); };
+
+  ports->portIs(port1, port);
+  time.advance(3.9);
+  mark();
+  time.advance(4);
+  mark();
+  time.advance(100);
+  mark();
+  std::string const solicitation = "02:00:00:00:00:01\n";
+  std::string const marked = "00:00:00:00:00:00\n";
+  EXPECT_EQ(router.solicitations(6), solicitation + marked + solicitation + marked + solicitation + marked);
+
+  // Another link, another round, which the answer ends.
+  port.linkUp = false;
+  ports->portIs(port1, port);
+  port.linkUp = true;
+  ports->portIs(port1, port);
+  time.advance(1);
+  EXPECT_EQ(router.solicitations(1), solicitation);
+  router.advertise(0x80, 1800);
+  // The kernel may take its time.
+  for (int i = 0; i < 100'000 && records().empty(); ++i) time.settle();
+  EXPECT_EQ(records(), "Ethernet1 managed\n");
+  time.advance(100);
+  mark();
+  EXPECT_EQ(router.solicitations(1), marked);
+  time.advance(1698);
+  EXPECT_EQ(records(), "Ethernet1 managed\n");
+  time.advance(3);
+  EXPECT_EQ(records(), "");
+}
+
+}  // namespace
+}  // namespace Linux

@@ -1,0 +1,258 @@
+// What is remembered of devices, and put back.
+#include "tests/unit/linux/NetworkTest.h"
+
+namespace Linux {
+namespace {
+
+std::string text(UndoJournal const& journal) {
+  std::ostringstream out;
+  for (auto const& [ifIndex, entries] : journal.entries()) {
+    for (auto const& [item, original] : entries) out << ifIndex << " " << item << "=" << original << "\n";
+  }
+  return out.str();
+}
+
+TEST(UndoJournal, OutlivesItsProcess) {
+  TemporaryFolder const folder;
+  std::string const path = folder.path("/run/undo/journal");
+  {
+    UndoJournal journal(path);
+    journal.entryIs(7, "up", "0");
+    journal.entryIs(7, "mtu", "1500");
+    journal.entryIs(7, "mtu", "9000");  // the first one counts
+    journal.entryIs(3, "linkmode", "speed 1000 duplex full");
+    journal.entryIs(3, "up", "1");
+    journal.entryDel(3, "up");
+    journal.entryDel(3, "none");
+  }
+  UndoJournal journal(path);
+  EXPECT_EQ(text(journal), "3 linkmode=speed 1000 duplex full\n7 up=0\n7 mtu=1500\n");
+  EXPECT_EQ(*journal.original(7, "up"), "0");
+  EXPECT_EQ(journal.original(7, "other"), nullptr);
+  journal.discard();
+  EXPECT_EQ(folder.read("/run/undo/journal"), "(absent)");
+  journal.entryIs(7, "up", "1");  // and it goes on after that
+  EXPECT_EQ(text(UndoJournal(path)), "7 up=1\n");
+}
+
+TEST(UndoJournal, IsReadWithCare) {
+  TemporaryFolder const folder;
+  UndoJournal(folder.path("/journal")).entryIs(1, "up", "0");
+  std::string const good = folder.read("/journal");
+  std::string const place = good.substr(0, good.find('\n') + 1);
+  struct Case {
+    std::string file;
+    char const* entries;
+    char const* warning;
+  };
+  for (auto const& [file, entries, warning] :
+       std::vector<Case>{{good, "1 up=0\n", ""},
+                         {good + "+ 2 mtu 15", "1 up=0\n", ""},  // torn: a change that was never made
+                         {good + "- 1 up\n", "", ""},
+                         {"boot other namespace other\n+ 1 up 0\n", "", ""},
+                         {"", "", ""},
+                         {place + "* 1 up 0\n+ x up 0\n+ -4 up 0\n+ 2 up 1\n", "2 up=1\n",
+                          "line not understood: * 1 up 0\nline not understood: + x up 0\nline not "
+                          "understood: + -4 up 0\n"}}) {
+    folder.write("/journal", file);
+    Warned const warned;
+    EXPECT_EQ(text(UndoJournal(folder.path("/journal"))), entries) << file;
+    std::string found = warned.text();
+    for (std::string const start = "UNDO_JOURNAL_FAILED: Undo journal " + folder.path("/journal: ");
+         found.find(start) != std::string::npos;) {
+      found.erase(found.find(start), start.size());
+    }
+    EXPECT_EQ(found, warning) << file;
+  }
+}
+
+TEST(UndoJournal, DoesNotGrowWithoutEnd) {
+  TemporaryFolder const folder;
+  UndoJournal journal(folder.path("/journal"));
+  journal.entryIs(1, "up", "0");
+  for (int i = 0; i < 10'000; ++i) {
+    journal.entryIs(2, "mtu", "1500");
+    journal.entryDel(2, "mtu");
+  }
+  EXPECT_LT(std::filesystem::file_size(folder.path("/journal")), 10'000U);
+  EXPECT_EQ(text(UndoJournal(folder.path("/journal"))), "1 up=0\n");
+}
+
+TEST(UndoJournal, WorksInMemoryWhereNothingCanBeWritten) {
+  TemporaryFolder const folder;
+  folder.write("/file", "");
+  Warned const warned;
+  UndoJournal journal(folder.path("/file/journal"));
+  journal.entryIs(1, "up", "0");
+  EXPECT_EQ(text(journal), "1 up=0\n");
+  EXPECT_NE(warned.text().find("cannot write it: Not a directory"), std::string::npos) << warned.text();
+}
+
+class SettingsTest : public NetworkTest {
+ protected:
+  void SetUp() override {
+    NetworkTest::SetUp();
+    if (IsSkipped()) return;
+    cable("1");
+    ip("link set far1 up");
+    // Not what a kernel starts with, so that putting back differs from resetting.
+    ip("link set eth1 mtu 1400");
+    std::ofstream("/proc/sys/net/ipv6/conf/eth1/accept_ra") << "0";
+    std::ofstream("/proc/sys/net/ipv6/conf/eth1/accept_ra_defrtr") << "0";
+    std::ofstream("/proc/sys/net/ipv6/conf/eth1/disable_ipv6") << "1";
+    ASSERT_EQ(kernel("eth1"), found);
+  }
+
+  std::function<std::string()> const eth1 = [] { return kernel("eth1"); };
+  std::function<std::string()> const inUse = [this] { return addresses(); };
+  std::string const found = "down mtu 1400 disable_ipv6 1 accept_ra 0 defrtr 0";
+  std::string const asSetUp = "up mtu 1400 disable_ipv6 0 accept_ra 2 defrtr 1";
+  std::string const asConfigured =
+      "up mtu 1450 disable_ipv6 0 accept_ra 2 defrtr 1 10.0.0.5/24 2001:db8::5/64";
+};
+
+TEST_F(SettingsTest, FollowTheirEntitiesAndGoBack) {
+  start();
+  EXPECT_EQ(kernel("eth1"), found) << "nothing is touched unasked";
+  setUp(entities, port1);
+  EXPECT_EQ(kernel("eth1"), found) << "not within the call";
+  expectSoon(eth1, asSetUp);
+  configureAll(entities, port1);
+  expectSoon(eth1, asConfigured);
+
+  auto const ip6 = entities.ip6Config->intf(port1);
+  ip6->addrSourceIs(Ip6::AddrSource::configured);
+  ip6->addrDel(*Wire::Ip6AddrWithMask::fromString("2001:db8::5/64"));
+  entities.ethPhyIntfConfigDir->intfConfig(port1)->mtuIs(1500);
+  entities.ipConfig->ipIntfConfig(port1)->addrWithMaskIs(*Wire::IpAddrWithMask::fromString("10.0.0.6/16"));
+  expectSoon(eth1, "up mtu 1400 disable_ipv6 0 accept_ra 0 defrtr 1 10.0.0.6/16");
+  ip6->enableIs(false);
+  entities.ipConfig->ipIntfConfigDel(port1);
+  expectSoon(eth1, "up mtu 1400 disable_ipv6 1 accept_ra 0 defrtr 0");
+  entities.l3IntfConfigDir->intfConfigDel(port1);
+  expectSoon(eth1, found);
+}
+
+TEST_F(SettingsTest, GoBackWhenTheAdapterEndsUnlessKept) {
+  for (bool const keep : {false, true}) {
+    start();
+    configureAll(entities, port1);
+    expectSoon(eth1, asConfigured);
+    if (keep) adapter->keepChanges();
+    adapter.reset();
+    EXPECT_EQ(kernel("eth1"), keep ? asConfigured : found);
+    EXPECT_EQ(run.read("/run/undo-journal"), "(absent)");
+  }
+}
+
+TEST_F(SettingsTest, OfAKilledProcessGoBackAtTheNextStart) {
+  ip("addr add 10.0.0.9/24 dev eth1");
+  std::string const self = std::filesystem::read_symlink("/proc/self/exe").string();
+  ASSERT_EQ(std::system((self + " --configure-and-die " + run.path("/run")).c_str()), 0);
+  EXPECT_NE(kernel("eth1"), found);
+  Warned const warned;
+  start();
+  EXPECT_EQ(kernel("eth1"), found + " 10.0.0.9/24");
+  EXPECT_EQ(warned.text(), "LEFTOVERS_UNDONE: Put back 7 settings of network devices\n");
+  EXPECT_EQ(ports(), "Ethernet1 eth1 down unconfigured link down active\n") << "as it is after that";
+}
+
+TEST_F(SettingsTest, ReachPortsThatComeLaterAndLeaveThoseThatGetAnotherName) {
+  start();
+  setUp(entities, port1);
+  setUp(entities, port2);
+  expectSoon(eth1, asSetUp);
+  cable("2");
+  expectSoon([] { return kernel("eth2"); }, "up mtu 1500 disable_ipv6 0 accept_ra 2 defrtr 1");
+  ip("link del eth2");
+  cable("2");
+  expectSoon([] { return kernel("eth2"); }, "up mtu 1500 disable_ipv6 0 accept_ra 2 defrtr 1");
+  ip("link set eth1 down");
+  ip("link set eth1 name aside");
+  expectSoon([] { return kernel("aside"); }, found);
+}
+
+TEST_F(SettingsTest, LeaveAloneWhatOthersDoLater) {
+  start();
+  configureAll(entities, port1);
+  expectSoon(eth1, asConfigured);
+  ip("link set eth1 mtu 1300");
+  ip("link set eth1 down");
+  expectSoon([&] { return ports(); }, "Ethernet1 eth1 down routed link down active\n");
+  EXPECT_EQ(kernel("eth1"), "down mtu 1300 disable_ipv6 0 accept_ra 2 defrtr 1 10.0.0.5/24");
+  // The IPv6 address went with the link and comes back with it.
+  ip("link set eth1 up");
+  expectSoon(eth1, "up mtu 1300 disable_ipv6 0 accept_ra 2 defrtr 1 10.0.0.5/24 2001:db8::5/64");
+}
+
+TEST_F(SettingsTest, ThatTheKernelRefusesAreAWarning) {
+  start();
+  setUp(entities, port1);
+  Warned const warned;
+  entities.ethPhyIntfConfigDir->intfConfig(port1)->mtuIs(4'000'000'000);
+  entities.ip6Config->intf(port1)->addrIs(*Wire::Ip6AddrWithMask::fromString("ff02::1/64"));
+  auto const ip4 = entities.ipConfig->ipIntfConfigIs(port1);
+  ip4->addrWithMaskIs(*Wire::IpAddrWithMask::fromString("127.0.0.1/8"));
+  expectSoon(eth1, asSetUp);
+  expectSoon([&] { return warned.text(); },
+             "PORT_SETTING_FAILED: Cannot set mtu of device eth1 to 4000000000: not an MTU\n"
+             "PORT_SETTING_FAILED: Cannot set address:127.0.0.1/8 of device eth1 to present: not an address "
+             "of a host\n"
+             "PORT_SETTING_FAILED: Cannot set address:ff02::1/64 of device eth1 to present: not an address "
+             "of a host\n");
+}
+
+TEST_F(SettingsTest, AddressesCountOnceTheyAreInUse) {
+  start();
+  setUp(entities, port1);
+  expectSoon(eth1, asSetUp);
+  ip("addr add 169.254.3.3/16 dev eth1");
+  ip("addr add 10.0.0.1/24 dev eth1");
+  ip("addr add 2001:db8::7/64 dev eth1");
+  // Tentative for now, and hence not there yet; the link-local ones never are.
+  expectSoon(inUse, "Ethernet1 10.0.0.1/24\n");
+  expectSoon(inUse, "Ethernet1 10.0.0.1/24 2001:db8::7/64\n");
+
+  // A configured address counts before one that was there; it is the one that others wait for.
+  auto const ip4 = entities.ipConfig->ipIntfConfigIs(port1);
+  ip4->addrWithMaskIs(*Wire::IpAddrWithMask::fromString("10.0.0.5/24"));
+  expectSoon(inUse, "Ethernet1 10.0.0.5/24 2001:db8::7/64\n");
+  ip4->addrWithMaskIs(Wire::IpAddrWithMask{{}, 32});
+  expectSoon(inUse, "Ethernet1 10.0.0.1/24 2001:db8::7/64\n");
+
+  // One that somebody else has on the cable is never in use.
+  ip("addr add 2001:db8::8/64 dev far1 nodad");
+  ip("addr add 2001:db8::8/64 dev eth1");
+  auto const failed = [] {
+    return std::system("ip -o addr show dev eth1 | grep -q dadfailed") == 0 ? "yes" : "no";
+  };
+  expectSoon(failed, "yes");
+  ip("addr del 10.0.0.1/24 dev eth1");
+  expectSoon(inUse, "Ethernet1 2001:db8::7/64\n");
+}
+
+TEST_F(SettingsTest, OfManyPortsLeaveNothingBehind) {
+  start();
+  auto const descriptors = [] {
+    auto const all = std::filesystem::directory_iterator("/proc/self/fd");
+    return std::distance(begin(all), end(all));
+  };
+  auto before = descriptors();
+  for (int round = 0; round < 2; ++round) {
+    for (int i = 10; i < 74; ++i) {
+      cable(std::to_string(i));
+      setUp(entities, Wire::IntfId("Ethernet" + std::to_string(i)));
+    }
+    expectSoon([] { return kernel("eth73"); }, "up mtu 1500 disable_ipv6 0 accept_ra 2 defrtr 1");
+    EXPECT_EQ(adapter->ports()->port().size(), 65U);
+    for (int i = 10; i < 74; ++i) ip("link del eth" + std::to_string(i));
+    expectSoon([&] { return ports(); }, "Ethernet1 eth1 down unconfigured link down active\n");
+    // The first round opens the journal.
+    if (round == 0) before = descriptors();
+  }
+  EXPECT_EQ(descriptors(), before);
+  EXPECT_EQ(text(UndoJournal(run.path("/run/undo-journal"))), "");
+}
+
+}  // namespace
+}  // namespace Linux

@@ -1,0 +1,131 @@
+// Hearing LLDP on the ports, and what that spares them.
+#include "tests/unit/support/Ports.h"
+
+namespace {
+
+// A socket whose frames a test hands in.
+class TestPam : public Wire::Pam {
+ public:
+  using Pam::Pam;
+
+  void receive(std::vector<std::uint8_t> frame) {
+    frame_ = std::move(frame);
+    readableCountIs(readableCount() + 1);
+  }
+  std::vector<std::uint8_t> rxPkt() override { return std::exchange(frame_, {}); }
+
+ private:
+  std::vector<std::uint8_t> frame_;
+};
+
+// A frame of `size` bytes whose two-byte fields from offset 12 on are `fields`.
+std::vector<std::uint8_t> frame(std::size_t size, std::vector<std::uint16_t> const& fields) {
+  std::vector<std::uint8_t> bytes{0x01, 0x80, 0xc2, 0x00, 0x00, 0x0e, 2, 0, 0, 0, 0, 1};
+  for (auto const field : fields) {
+    bytes.push_back(static_cast<std::uint8_t>(field >> 8));
+    bytes.push_back(static_cast<std::uint8_t>(field));
+  }
+  bytes.resize(size);
+  return bytes;
+}
+
+}  // namespace
+
+class Lldp : public PortTest {
+ protected:
+  // A linked port whose socket the platform has opened.
+  Kel::Ptr<TestPam> listeningPort(std::string const& name) {
+    auto const port = addPort(name, routed, {"10g", "40g"});  // a link alone does not spare such a port
+    port->linkStatusIs(Interface::LinkStatus::up);
+    if (!agent) inSetup();
+    auto const pam = Kel::makePtr<TestPam>(id(name));
+    pams()->intfPamIs(pam);
+    return pam;
+  }
+  Kel::Ptr<Interface::EthDevPamCollection> const& pams() { return agent->ztPamMan()->ethDevPamCollection(); }
+  std::string hearing() { return names(sm().intfLldpPool()); }
+};
+
+TEST_F(Lldp, only_lldp_frames_on_a_linked_port_count) {
+  struct Case {
+    std::vector<std::uint8_t> frame;
+    Interface::LinkStatus link;
+    bool counts;
+  };
+  auto const pam = listeningPort("Ethernet1");
+  for (Case const& c : {Case{frame(60, {0x88cc}), Interface::LinkStatus::up, true},
+                        Case{frame(14, {0x88cc}), Interface::LinkStatus::up, true},
+                        Case{frame(60, {0x8100, 0x0fff, 0x88cc}), Interface::LinkStatus::up, true},
+                        Case{frame(60, {0x8100, 1, 0x8100, 2, 0x88cc}), Interface::LinkStatus::up, false},
+                        Case{frame(13, {0x88cc}), Interface::LinkStatus::up, false},
+                        Case{frame(14, {0x8100}), Interface::LinkStatus::up, false},
+                        Case{frame(17, {0x8100, 1, 0x88cc}), Interface::LinkStatus::up, false},
+                        Case{frame(60, {0x0800}), Interface::LinkStatus::up, false},
+                        Case{{}, Interface::LinkStatus::up, false},
+                        Case{frame(60, {0x88cc}), Interface::LinkStatus::down, false}}) {
+    platform.episd->intfStatus(id("Ethernet1"))->linkStatusIs(c.link);
+    pam->receive(c.frame);
+    EXPECT_EQ(hearing(), c.counts ? "Ethernet1" : "");
+    sm().intfLldpPoolDelAll();
+  }
+}
+
+TEST_F(Lldp, a_port_that_hears_its_neighbour_keeps_its_speed_for_120_seconds) {
+  auto const pam = listeningPort("Ethernet1");
+  pam->receive(frame(60, {0x88cc}));
+  time.advance(100);
+  pam->receive(frame(60, {0x88cc}));
+  time.advance(119);
+  events.clear();
+  sm().toggleIntfSpeed();
+  EXPECT_EQ(takeEvents(), Strings{});
+  EXPECT_EQ(hearing(), "Ethernet1");
+  time.advance(1);
+  EXPECT_EQ(hearing(), "");
+  sm().toggleIntfSpeed();
+  EXPECT_EQ(events.size(), 1);
+}
+
+TEST_F(Lldp, a_watch_goes_with_its_socket_or_port_and_takes_the_port_out_of_the_pool) {
+  enum class Goes { socket, port, provisioning };
+  for (Goes const goes : {Goes::socket, Goes::port, Goes::provisioning}) {
+    auto const pam = listeningPort("Ethernet1");
+    pam->receive(frame(60, {0x88cc}));
+    EXPECT_EQ(hearing(), "Ethernet1");
+    if (goes == Goes::socket) pams()->intfPamDel(id("Ethernet1"));
+    if (goes == Goes::port) removePort("Ethernet1");
+    if (goes == Goes::provisioning) platform.config->enabledIs(false);
+    EXPECT_EQ(hearing(), "");
+    pam->receive(frame(60, {0x88cc}));
+    EXPECT_EQ(hearing(), "");
+    startOver();
+  }
+}
+
+TEST_F(Lldp, a_socket_that_comes_while_the_view_is_frozen_is_watched_from_the_next_retry_on) {
+  addPort("Ethernet1", routed)->linkStatusIs(Interface::LinkStatus::up);
+  inSetup();
+  sm().currentStateIs(State::stateDhcpQuery);
+  sm().doCancelTimer();
+  auto const pam = Kel::makePtr<TestPam>(id("Ethernet1"));
+  pams()->intfPamIs(pam);
+  pam->receive(frame(60, {0x88cc}));
+  EXPECT_EQ(hearing(), "");
+  sm().doStateTransition(State::stateDhcpQuery, State::stateRetry);
+  time.settle();
+  pam->receive(frame(60, {0x88cc}));
+  EXPECT_EQ(hearing(), "Ethernet1");
+}
+
+TEST_F(Lldp, the_platform_is_asked_for_sockets_with_the_filter) {
+  atRest();
+  auto const manager = agent->ztPamMan()->ethDevPamManager();
+  EXPECT_EQ(Kel::activityManager()->localEntity("zerotouch/ethDevPamManager"), manager);
+  EXPECT_EQ(manager->ethProtocol(), 3);
+  EXPECT_EQ(manager->listenAddr().stringValue(), "01:80:c2:00:00:02");
+  EXPECT_EQ(manager->filterProgram().size(), 11);
+  EXPECT_TRUE(manager->enabled());
+  EXPECT_EQ(manager->pamDesiredIntfDir(), sm().pamDesiredIntfDir());
+  agent = nullptr;
+  EXPECT_FALSE(Kel::activityManager()->localEntity("zerotouch/ethDevPamManager"));
+}

@@ -1,0 +1,418 @@
+// The state tree's socket under simulated time: clients of every kind, and what they see.
+#include <fcntl.h>
+#include <grp.h>
+#include <sys/file.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <fstream>
+#include <future>
+
+#include "platform/statebase/Client.h"
+#include "platform/statebase/Connection.h"
+#include "platform/statebase/Peer.h"
+#include "platform/statebase/Server.h"
+#include "tests/unit/StatebaseFixture.h"
+
+namespace Statebase::testing {
+
+namespace {
+
+using Kel::Value;
+
+// A client that takes only what is there.
+class Peer {
+ public:
+  explicit Peer(std::string const& path)
+      : descriptor_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, path.size());
+    connected_ = connect(descriptor_, reinterpret_cast<sockaddr const*>(&address), sizeof address) == 0;
+  }
+  ~Peer() { close(descriptor_); }
+  Peer(Peer const&) = delete;
+  Peer& operator=(Peer const&) = delete;
+
+  bool connected() const { return connected_; }
+  // How much of it the kernel took.
+  std::size_t write(std::string const& text) {
+    ssize_t const count = send(descriptor_, text.data(), text.size(), MSG_NOSIGNAL);
+    return count > 0 ? static_cast<std::size_t>(count) : 0;
+  }
+  void endWriting() { shutdown(descriptor_, SHUT_WR); }
+  // All that has arrived; then atEnd() says whether the host has closed the connection.
+  std::string read() {
+    std::string text;
+    char piece[65536];
+    for (;;) {
+      ssize_t const count = recv(descriptor_, piece, sizeof piece, 0);
+      if (count <= 0) {
+        atEnd_ = count == 0 || errno != EAGAIN;
+        return text;
+      }
+      text.append(piece, static_cast<std::size_t>(count));
+    }
+  }
+  bool atEnd() const { return atEnd_; }
+
+ private:
+  int descriptor_;
+  bool connected_ = false;
+  bool atEnd_ = false;
+};
+
+std::string call(char const* method, std::string const& params, int id = 1) {
+  return R"({"jsonrpc":"2.0","id":)" + std::to_string(id) + R"(,"method":")" + method + R"(","params":)" +
+         params + "}\n";
+}
+std::string get(std::string const& path, int id = 1) {
+  return call("get", R"({"path":")" + path + "\"}", id);
+}
+std::string result(std::string const& value, int id = 1) {
+  return R"({"jsonrpc":"2.0","id":)" + std::to_string(id) + R"(,"result":)" + value + "}\n";
+}
+std::string changed(std::string const& path, std::string const& value) {
+  return R"({"jsonrpc":"2.0","method":"changed","params":{"path":")" + path + R"(","value":)" + value +
+         "}}\n";
+}
+
+class StateSocket : public ::testing::Test, protected TestTree {
+ protected:
+  StateSocket() { start(); }
+
+  void start() {
+    server = std::make_unique<Server>(
+        tree, Server::Options{.path = path, .group = {}, .roleOf = [this](int) { return role; }});
+  }
+  // Sends and gives what comes back without time passing.
+  std::string exchange(Peer& peer, std::string const& text) {
+    EXPECT_EQ(peer.write(text), text.size());
+    time.settle();
+    return peer.read();
+  }
+  std::string refusalToServe(std::string const& socketPath) {
+    try {
+      Server const second(tree, {.path = socketPath, .group = {}, .roleOf = {}});
+      return "";
+    } catch (SocketError const& error) {
+      return error.what();
+    }
+  }
+
+  Kel::testing::SimulatedTime time;
+  TemporaryDirectory directory;
+  std::string path = directory / "statebase.sock";
+  Role role = Role::root;
+  std::unique_ptr<Server> server;
+};
+
+std::string const enabledPath = "/zerotouch/config/enabled";
+
+}  // namespace
+
+TEST_F(StateSocket, LinesMayComeInPiecesOrTogetherAndAreAnsweredInOrder) {
+  Peer peer(path);
+  std::string const request = get(enabledPath);
+  EXPECT_EQ(exchange(peer, request.substr(0, 10)), "");
+  EXPECT_EQ(exchange(peer, request.substr(10, 20)), "");
+  EXPECT_EQ(exchange(peer, request.substr(30)), result("false"));
+  EXPECT_EQ(exchange(peer, "\r\n \n" + get(enabledPath, 1) +
+                               call("set", R"({"path":"/zerotouch/config/enabled","value":true})", 2) +
+                               R"({"jsonrpc":"2.0","method":"set","params":{"path":"/x"}})"
+                               "\n" +
+                               get(enabledPath, 3)),
+            result("false", 1) + result("true", 2) + result("true", 3));
+  std::string const answer = exchange(peer, "what?\n");
+  EXPECT_EQ(*member(*member(parseJson(answer), "error"), "code"), Value(std::int64_t{-32700}));
+  EXPECT_FALSE(peer.atEnd());
+}
+
+TEST_F(StateSocket, AClientThatHasEndedItsHalfGetsItsAnswersAndOneThatIsGoneIsStillObeyed) {
+  Peer halfClosed(path);
+  halfClosed.write(get(enabledPath) + get(enabledPath, 2).substr(0, get(enabledPath).size() - 1));
+  halfClosed.endWriting();
+  {
+    Peer gone(path);
+    gone.write(
+        R"({"jsonrpc":"2.0","method":"set","params":{"path":"/zerotouch/config/cancelled","value":true}})"
+        "\n");
+  }
+  time.settle();
+  EXPECT_EQ(halfClosed.read(), result("false") + result("false", 2));
+  EXPECT_TRUE(halfClosed.atEnd());
+  EXPECT_TRUE(config->cancelled());
+  EXPECT_EQ(server->clients(), 0U);
+}
+
+TEST_F(StateSocket, ALineOver64KiBIsAnsweredWithAnErrorAndTheClientCutOff) {
+  auto const padded = [](std::size_t size) {
+    std::string const request = get(enabledPath);
+    return std::string(size - (request.size() - 1), ' ') + request;
+  };
+  Peer fits(path);
+  EXPECT_EQ(exchange(fits, padded(Connection::maxLine)), result("false"));
+  EXPECT_FALSE(fits.atEnd());
+  for (bool const complete : {true, false}) {
+    Peer peer(path);
+    std::string line = padded(Connection::maxLine + 1);
+    if (!complete) line.pop_back();
+    std::string const answer = exchange(peer, get(enabledPath) + line);
+    EXPECT_EQ(
+        answer,
+        result("false") +
+            R"({"jsonrpc":"2.0","id":null,"error":{"code":-32600,"message":"line longer than 65536 bytes",)"
+            R"("data":{"path":"","reason":"line longer than 65536 bytes"}}})"
+            "\n");
+    EXPECT_TRUE(peer.atEnd());
+  }
+  EXPECT_EQ(exchange(fits, get(enabledPath)), result("false"));
+  EXPECT_EQ(server->clients(), 1U);
+}
+
+TEST_F(StateSocket, AClientThatDoesNotReadIsHeldUpAndThenCutOffWhileOthersAreServed) {
+  Peer deaf(path);
+  Peer slow(path);
+  Peer other(path);
+  std::string requests;
+  for (int i = 0; i < 100; ++i) requests += get("/", i);
+  // As much as it takes until the host reads no more.
+  std::size_t accepted = 0;
+  for (std::size_t count = 1; count > 0; accepted += count) {
+    count = deaf.write(requests);
+    time.settle();
+  }
+  EXPECT_LT(accepted, 1024U * 1024);
+  EXPECT_EQ(server->clients(), 3U);
+  slow.write(requests);
+  std::string answers;
+  std::string const first = result(dump(), 0);
+  for (int seconds = 0; seconds < 300 && !deaf.atEnd(); seconds += 9) {
+    time.advance(9);
+    answers += slow.read();
+    EXPECT_EQ(exchange(other, get(enabledPath)), result("false"));
+    if (seconds > 10) deaf.read();
+  }
+  for (int i = 0; i < 10; ++i) {
+    time.settle();
+    answers += slow.read();
+  }
+  EXPECT_TRUE(deaf.atEnd());
+  EXPECT_FALSE(slow.atEnd());
+  EXPECT_EQ(static_cast<int>(std::ranges::count(answers, '\n')), 100);
+  EXPECT_TRUE(answers.starts_with(first));
+  EXPECT_EQ(server->clients(), 2U);
+}
+
+TEST_F(StateSocket, AWatchReportsTheLastValueOncePerPassAndFollowsRemovalAndReturn) {
+  std::string const et1 = "/zerotouch/dhcpStatus/intfDhcpStatus/et1";
+  Peer ofMtu(path);
+  Peer ofDirectory(path);
+  Peer ofPort(path);
+  std::string const mac = "/interface/status/all/intfStatus/Ethernet1~11/macAddr";
+  auto const watch = [](std::string const& what) { return call("watch", R"({"path":")" + what + "\"}"); };
+  EXPECT_EQ(exchange(ofMtu, watch(et1 + "/mtu")), result("null"));
+  EXPECT_EQ(exchange(ofDirectory, watch("/zerotouch/dhcpStatus")),
+            result(R"({"intfDhcpStatus":{},"intfDhcp6Status":{}})"));
+  EXPECT_EQ(exchange(ofPort, watch(mac)), result(R"("00:00:00:00:00:00")"));
+
+  auto entry = dhcpStatus->intfDhcpStatusIs("et1");
+  entry->mtuIs(1400);
+  time.settle();
+  std::string const whole = dumpJson(tree.get(et1));
+  EXPECT_EQ(ofMtu.read(), changed(et1 + "/mtu", "1400"));
+  EXPECT_EQ(ofDirectory.read(), changed(et1, whole));
+
+  for (std::uint32_t mtu = 1401; mtu < 1500; ++mtu) entry->mtuIs(mtu);
+  entry->gatewayIs(2, *Wire::IpGenAddr::fromString("10.0.0.1"));
+  time.settle();
+  EXPECT_EQ(ofMtu.read(), changed(et1 + "/mtu", "1499"));
+  EXPECT_EQ(ofDirectory.read(), changed(et1 + "/mtu", "1499") + changed(et1 + "/gateway/2", R"("10.0.0.1")"));
+
+  // The entry goes away, is written to by somebody who still has it, and another one comes.
+  dhcpStatus->intfDhcpStatusDel("et1");
+  time.settle();
+  EXPECT_EQ(ofMtu.read(), changed(et1 + "/mtu", "null"));
+  EXPECT_EQ(ofDirectory.read(), changed(et1, "null"));
+  entry->mtuIs(68);
+  entry = nullptr;
+  time.settle();
+  dhcpStatus->intfDhcpStatusIs("et1")->mtuIs(9000);
+  time.settle();
+  EXPECT_EQ(ofMtu.read(), changed(et1 + "/mtu", "9000"));
+
+  EXPECT_EQ(exchange(ofMtu, call("unwatch", R"({"path":")" + et1 + "/mtu\"}")), result("true"));
+  dhcpStatus->intfDhcpStatus("et1")->mtuIs(1);
+  time.settle();
+  EXPECT_EQ(ofMtu.read(), "");
+
+  // An attribute that the collection's declared type does not have.
+  auto const port = ports->intfStatus(*Wire::IntfId::fromString("Ethernet1/1"));
+  allPorts->intfStatusDelAll();
+  time.settle();
+  EXPECT_EQ(ofPort.read(), changed(mac, "null"));
+  allPorts->intfStatusIs(port);
+  time.settle();
+  EXPECT_EQ(ofPort.read(), changed(mac, R"("00:00:00:00:00:00")"));
+  port->macAddrIs(*Wire::EthAddr::fromString("02:00:00:00:00:01"));
+  time.settle();
+  EXPECT_EQ(ofPort.read(), changed(mac, R"("02:00:00:00:00:01")"));
+}
+
+TEST_F(StateSocket, ChangesCoalesceWhileAWatcherDoesNotRead) {
+  Peer peer(path);
+  exchange(peer, call("watch", R"({"path":"/zerotouch/dhcpStatus"})"));
+  auto const entry = dhcpStatus->intfDhcpStatusIs("et1");
+  time.settle();
+  peer.read();
+  for (std::uint32_t i = 0; i < 5000; ++i) {
+    entry->bootFileNameIs(std::string(1000, 'x') + std::to_string(i));
+    time.settle();
+  }
+  std::string text;
+  for (int i = 0; i < 20; ++i) {
+    text += peer.read();
+    time.settle();
+  }
+  EXPECT_LT(text.size(), 2U * 1024 * 1024);
+  EXPECT_TRUE(text.ends_with("x4999\"}}\n"));
+  EXPECT_FALSE(peer.atEnd());
+  std::string watches;
+  for (int i = 0; i < 70; ++i)
+    watches +=
+        call("watch", R"({"path":"/zerotouch/dhcpStatus/intfDhcpStatus/)" + std::to_string(i) + "\"}", i);
+  std::string const answers = exchange(peer, watches);
+  EXPECT_NE(answers.find(result("null", 62)), std::string::npos);
+  EXPECT_NE(answers.find("more than 64 watches"), std::string::npos);
+}
+
+TEST_F(StateSocket, WhoHasNoRoleIsClosedAndMoreThan256ClientsWait) {
+  role = Role::none;
+  Peer stranger(path);
+  EXPECT_EQ(exchange(stranger, get(enabledPath)), "");
+  EXPECT_TRUE(stranger.atEnd());
+  role = Role::group;
+  std::vector<std::unique_ptr<Peer>> peers;
+  for (std::size_t i = 0; i < Server::maxClients + 3; ++i) {
+    peers.push_back(std::make_unique<Peer>(path));
+    ASSERT_TRUE(peers.back()->connected());
+    time.settle();
+  }
+  EXPECT_EQ(server->clients(), Server::maxClients);
+  EXPECT_EQ(exchange(*peers.back(), get(enabledPath)), "");
+  EXPECT_EQ(exchange(*peers.front(), get(enabledPath)), result("false"));
+  peers.erase(peers.begin(), peers.begin() + 3);
+  time.settle();
+  EXPECT_EQ(peers.back()->read(), result("false"));
+}
+
+TEST_F(StateSocket, OneHostServesASocket) {
+  std::string const pid = std::to_string(getpid());
+  EXPECT_EQ(refusalToServe(path), path + ": held by process " + pid);
+  struct stat status {};
+  ASSERT_EQ(stat(path.c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode, S_IFSOCK | 0660U);
+  Peer peer(path);
+  EXPECT_EQ(exchange(peer, get(enabledPath)), result("false"));
+  server = nullptr;
+  EXPECT_NE(stat(path.c_str(), &status), 0);
+  EXPECT_EQ(peer.read(), "");
+  EXPECT_TRUE(peer.atEnd());
+
+  // What a killed host leaves.
+  int const stale = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  path.copy(address.sun_path, path.size());
+  ASSERT_EQ(bind(stale, reinterpret_cast<sockaddr const*>(&address), sizeof address), 0);
+  close(stale);
+  start();
+  Peer again(path);
+  EXPECT_EQ(exchange(again, get(enabledPath)), result("false"));
+
+  std::string const file = directory / "file";
+  std::ofstream(file) << "precious";
+  EXPECT_EQ(refusalToServe(file), file + ": exists and is no socket");
+  EXPECT_EQ(std::filesystem::file_size(file), 8U);
+  std::string const longPath = directory / std::string(100, 'x');
+  EXPECT_EQ(refusalToServe(longPath), longPath + ": longer than a socket's path can be");
+  EXPECT_EQ(refusalToServe(directory / "a/b/sock"), (directory / "a/b") + ": No such file or directory");
+  EXPECT_EQ(refusalToServe(directory / "made/sock"), "");
+}
+
+TEST_F(StateSocket, TheKernelSaysWhoAClientIs) {
+  if (geteuid() != 0) GTEST_SKIP() << "only root can be somebody else";
+  constexpr gid_t group = 54321;
+  struct {
+    uid_t uid;
+    gid_t gid;
+    gid_t supplementary;
+    Role role;
+  } const cases[] = {{0, 0, 0, Role::root},
+                     {65534, group, 65534, Role::group},
+                     {65534, 65534, group, Role::group},
+                     {65534, 65534, 65534, Role::none}};
+  for (auto const& c : cases) {
+    Role seen = Role::host;
+    std::string const other = directory / "roles.sock";
+    Server const roles(tree, {.path = other, .group = group, .roleOf = [&](int descriptor) {
+                                return seen = peerRole(descriptor, group);
+                              }});
+    // So that the check itself is reached by those whom the mode keeps out.
+    chmod(other.c_str(), 0666);
+    pid_t const child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+      bool const changed = setgroups(1, &c.supplementary) == 0 && setgid(c.gid) == 0 && setuid(c.uid) == 0;
+      _exit(changed && Peer(other).connected() ? 0 : 1);
+    }
+    int status = -1;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+    time.settle();
+    EXPECT_EQ(seen, c.role) << c.uid << " " << c.gid << " " << c.supplementary;
+  }
+}
+
+TEST_F(StateSocket, TheBlockingClient) {
+  auto const run = [this](auto&& work) {
+    auto done = std::async(std::launch::async, work);
+    while (done.wait_for(std::chrono::seconds(0)) != std::future_status::ready) time.settle();
+    return done.get();
+  };
+  Client client(path, 5);
+  EXPECT_EQ(run([&] { return client.call("get", {{"path", enabledPath}}); }), Value(false));
+  EXPECT_EQ(run([&] { return client.call("watch", {{"path", enabledPath}}); }), Value(false));
+  run([&] {
+    client.notify("set", {{"path", enabledPath}, {"value", true}});
+    return 0;
+  });
+  EXPECT_EQ(run([&] { return client.call("get", {{"path", enabledPath}}); }), Value(true));
+  auto const notification = run([&] { return client.readNotification(5); });
+  ASSERT_TRUE(notification);
+  EXPECT_EQ(notification->method, "changed");
+  EXPECT_EQ(notification->params, Value(Kel::ValueMap{{"path", enabledPath}, {"value", true}}));
+  EXPECT_FALSE(client.readNotification(0.01));
+  auto const failure = [&](std::string const& to, std::size_t size) {
+    return run([&]() -> std::string {
+      try {
+        return dumpJson(client.call("get", {{"path", to + std::string(size, 'x')}}));
+      } catch (CallError const& error) {
+        return std::to_string(error.code()) + " " + error.what();
+      } catch (ConnectionError const& error) {
+        return error.what();
+      }
+    });
+  };
+  EXPECT_EQ(failure("/", 1), "-32001 /x: nothing is at /x");
+  EXPECT_EQ(failure("/", 3'000'000), "-32600 line longer than 65536 bytes");
+  EXPECT_EQ(failure("/", 1), path + ": the host has closed the connection (are you root, or in its group?)");
+  server = nullptr;
+  EXPECT_THROW(Client(path, 1), ConnectionError);
+}
+
+}  // namespace Statebase::testing
