@@ -36,13 +36,13 @@ struct Codec<T> {
   static std::string toText(T const& value) { return value.stringValue(); }
   static std::string fromText(std::string_view text, T& out) {
     std::optional<T> parsed = T::fromString(text);
-    if (!parsed) return "'" + std::string(text) + "' is no " + std::string(T::typeName);
+    if (!parsed) return format("'%s' is no %s", text, T::typeName);
     out = *std::move(parsed);
     return {};
   }
   static std::string fromValue(Value const& value, T& out) {
     auto const* text = value.as<std::string>();
-    if (text == nullptr) return "expected a string holding a " + std::string(T::typeName);
+    if (text == nullptr) return format("expected a string holding a %s", T::typeName);
     return fromText(*text, out);
   }
 };
@@ -94,7 +94,7 @@ struct Codec<T> {
     // One text per number: a key has one name only.
     bool const padded = text.size() > 1 && text.front() == '0';
     if (error != std::errc() || end != text.data() + text.size() || padded) {
-      return "'" + std::string(text) + "': " + range();
+      return format("'%s': %s", text, range());
     }
     out = parsed;
     return {};

@@ -237,18 +237,20 @@ class Entity:
     def fail(self, reason, key=""):
         self.schema.fail(f"entity '{self.name}': {reason}", self.table, key)
 
-    def inherit(self):
-        """Resolves the base; any order of declaration will do."""
-        if "extends" in self.entry and self.base is None:
+    def find_base(self):
+        if "extends" in self.entry:
             self.base = self.model.entities.get(self.entry["extends"]) or \
                 self.fail(f"unknown base '{self.entry['extends']}'", "extends")
-            self.level = 0  # marks the chain that is being followed
-            self.base.inherit()
-            if self.base.level == 0:
+
+    def inherit(self):
+        """Takes over the key of the first base; every base is known by now."""
+        chain = [self]
+        while chain[-1].base:
+            if chain[-1].base in chain:
                 self.fail("extends itself", "extends")
-            self.key_name, self.key_type = self.base.key_name, self.base.key_type
-            self.key_declared = self.base.key_declared
-        self.level = self.base.level + 1 if self.base else 1
+            chain.append(chain[-1].base)
+        self.level, root = len(chain), chain[-1]
+        self.key_name, self.key_type, self.key_declared = root.key_name, root.key_type, root.key_declared
 
     def complete(self):
         """Reads the attributes; every entity is known by now."""
@@ -306,7 +308,7 @@ class Model:
         for schema in self.schemas:
             schema.entities = [Entity(self, schema, *item) for item in schema.data.get("entity", {}).items()]
             self.add(self.entities, schema.entities, "entity")
-        for step in (Entity.inherit, Entity.complete):
+        for step in (Entity.find_base, Entity.inherit, Entity.complete):
             for entity in self.entities.values():
                 step(entity)
         for schema in self.schemas:

@@ -1,0 +1,42 @@
+// Generated from basket.toml; do not edit.
+#include "platform/model/basket.h"
+
+static Kel::AttributeType const attributesOfBasket[] = {
+    {"tree", Kel::AttributeKind::reference, "", "Fruit::Plant", "", "Where it stands.", &Fruit::Plant::type,
+     nullptr,
+     nullptr,
+     nullptr,
+     nullptr,
+     nullptr,
+     nullptr},
+    {"best", Kel::AttributeKind::reference, "", "Fruit::Apple", "", "The best one.", &Fruit::Apple::type,
+     nullptr,
+     nullptr,
+     nullptr,
+     nullptr,
+     nullptr,
+     nullptr},
+    {"content", Kel::AttributeKind::keys, "u32", "Fruit::Apple", "", "All of them.", &Fruit::Apple::type,
+     [](Kel::Entity const& e, std::string_view k) { return Kel::entryPresent(static_cast<Kitchen::Basket::Basket const&>(e).content(), k); },
+     [](Kel::Entity const& e) { return Kel::keyTexts(static_cast<Kitchen::Basket::Basket const&>(e).content()); },
+     nullptr,
+     nullptr,
+     nullptr,
+     nullptr},
+    {"address", Kel::AttributeKind::keys, "Wire::IpAddr", "Wire::IpAddr", "", "Where it may go.", nullptr,
+     [](Kel::Entity const& e, std::string_view k) { return Kel::entryPresent(static_cast<Kitchen::Basket::Basket const&>(e).address(), k); },
+     [](Kel::Entity const& e) { return Kel::keyTexts(static_cast<Kitchen::Basket::Basket const&>(e).address()); },
+     nullptr,
+     nullptr,
+     []([[maybe_unused]] Kel::Entity* e, [[maybe_unused]] std::string_view k) { return Kel::withKey<Wire::IpAddr>(k, [&](Wire::IpAddr const& key) -> std::string { if (e != nullptr) static_cast<Kitchen::Basket::Basket*>(e)->addressIs(key); return {}; }); },
+     []([[maybe_unused]] Kel::Entity* e, [[maybe_unused]] std::string_view k) { return Kel::withKey<Wire::IpAddr>(k, [&](Wire::IpAddr const& key) -> std::string { if (e != nullptr) static_cast<Kitchen::Basket::Basket*>(e)->addressDel(key); return {}; }); }},
+    {"lid", Kel::AttributeKind::entity, "", "Fruit::Trunk", "", "Absent when open.", &Fruit::Trunk::type,
+     nullptr,
+     nullptr,
+     [](Kel::Entity const& e, std::string_view) -> Kel::Entity* { return static_cast<Kitchen::Basket::Basket const&>(e).lid().get(); },
+     nullptr,
+     []([[maybe_unused]] Kel::Entity* e, [[maybe_unused]] std::string_view k) -> std::string { if (e != nullptr) static_cast<Kitchen::Basket::Basket*>(e)->lidIs(); return {}; },
+     []([[maybe_unused]] Kel::Entity* e, [[maybe_unused]] std::string_view k) -> std::string { if (e != nullptr) static_cast<Kitchen::Basket::Basket*>(e)->lidDel(); return {}; }},
+};
+constinit Kel::EntityType const Kitchen::Basket::Basket::type = {"Kitchen::Basket::Basket", "Holds what grew elsewhere.", nullptr, attributesOfBasket};
+

@@ -1,0 +1,101 @@
+// Generated from fruit.toml; do not edit.
+#include "platform/model/fruit.h"
+
+namespace Fruit {
+Kel::String stringValue(Colour value) {
+  switch (value) {
+    case Colour::red: return "red";
+    case Colour::green: return "green";
+  }
+  return std::to_string(static_cast<std::uint32_t>(value));
+}
+}
+
+std::string Kel::Codec<Fruit::Colour>::fromValue(Value const& value, Fruit::Colour& out) {
+  using Fruit::Colour;
+  if (auto const* text = value.as<std::string>()) {
+    if (*text == "red") { out = Colour::red; return {}; }
+    if (*text == "green") { out = Colour::green; return {}; }
+  }
+  return "expected one of red, green";
+}
+
+Kel::Value Kel::Codec<Fruit::Leaf>::toValue(Fruit::Leaf const& value) {
+  return ValueMap{{"length", Codec<std::uint16_t>::toValue(value.length)}, {"label", Codec<Kel::String>::toValue(value.label)}};
+}
+
+std::string Kel::Codec<Fruit::Leaf>::fromValue(Value const& value, Fruit::Leaf& out) {
+  auto const* map = value.as<ValueMap>();
+  if (map == nullptr) return "expected an object";
+  Fruit::Leaf parsed;
+  for (auto const& [name, field] : *map) {
+    if (name == "length") {
+      if (auto error = Codec<std::uint16_t>::fromValue(field, parsed.length); !error.empty()) return "length: " + error;
+      continue;
+    }
+    if (name == "label") {
+      if (auto error = Codec<Kel::String>::fromValue(field, parsed.label); !error.empty()) return "label: " + error;
+      continue;
+    }
+    return "unknown field '" + name + "'";
+  }
+  out = parsed;
+  return {};
+}
+
+static Kel::AttributeType const attributesOfPlant[] = {
+    {"height", Kel::AttributeKind::value, "", "seconds", "seconds", "Height, in time to climb.", nullptr,
+     [](Kel::Entity const& e, std::string_view) { return Kel::Codec<Kel::Seconds>::toValue(static_cast<Fruit::Plant const&>(e).height()); },
+     nullptr,
+     nullptr,
+     []([[maybe_unused]] Kel::Entity* e, [[maybe_unused]] std::string_view k, Kel::Value const& v) { return Kel::withValue<Kel::Seconds>(v, [&](Kel::Seconds const& x) -> std::string { if (x < 1) return std::string("expected at least 1"); if (e != nullptr) static_cast<Fruit::Plant*>(e)->heightIs(x); return {}; }); },
+     nullptr,
+     nullptr},
+    {"leaf", Kel::AttributeKind::values, "u8", "Fruit::Leaf", "", "By number.", nullptr,
+     [](Kel::Entity const& e, std::string_view k) { return Kel::entryValue(static_cast<Fruit::Plant const&>(e).leaf(), k); },
+     [](Kel::Entity const& e) { return Kel::keyTexts(static_cast<Fruit::Plant const&>(e).leaf()); },
+     nullptr,
+     []([[maybe_unused]] Kel::Entity* e, [[maybe_unused]] std::string_view k, Kel::Value const& v) { return Kel::withKey<std::uint8_t>(k, [&](std::uint8_t const& key) { return Kel::withValue<Fruit::Leaf>(v, [&](Fruit::Leaf const& x) -> std::string { if (e != nullptr) static_cast<Fruit::Plant*>(e)->leafIs(key, x); return {}; }); }); },
+     nullptr,
+     []([[maybe_unused]] Kel::Entity* e, [[maybe_unused]] std::string_view k) { return Kel::withKey<std::uint8_t>(k, [&](std::uint8_t const& key) -> std::string { if (e != nullptr) static_cast<Fruit::Plant*>(e)->leafDel(key); return {}; }); }},
+};
+constinit Kel::EntityType const Fruit::Plant::type = {"Fruit::Plant", "Grows.", nullptr, attributesOfPlant};
+
+static Kel::AttributeType const attributesOfApple[] = {
+    {"colour", Kel::AttributeKind::value, "", "Fruit::Colour", "", "Its colour.", nullptr,
+     [](Kel::Entity const& e, std::string_view) { return Kel::Codec<Fruit::Colour>::toValue(static_cast<Fruit::Apple const&>(e).colour()); },
+     nullptr,
+     nullptr,
+     nullptr,
+     nullptr,
+     nullptr},
+    {"taste", Kel::AttributeKind::value, "", "string", "", "Its taste.", nullptr,
+     [](Kel::Entity const& e, std::string_view) { return Kel::Codec<Kel::String>::toValue(static_cast<Fruit::Apple const&>(e).taste()); },
+     nullptr,
+     nullptr,
+     []([[maybe_unused]] Kel::Entity* e, [[maybe_unused]] std::string_view k, Kel::Value const& v) { return Kel::withValue<Kel::String>(v, [&](Kel::String const& x) -> std::string { if (x.size() > 8) return std::string("longer than 8 bytes"); if (e != nullptr) static_cast<Fruit::Apple*>(e)->tasteIs(x); return {}; }); },
+     nullptr,
+     nullptr},
+};
+constinit Kel::EntityType const Fruit::Apple::type = {"Fruit::Apple", "An apple.", nullptr, attributesOfApple};
+
+constinit Kel::EntityType const Fruit::Trunk::type = {"Fruit::Trunk", "Holds nothing.", nullptr, {}};
+
+static Kel::AttributeType const attributesOfTree[] = {
+    {"apple", Kel::AttributeKind::entities, "u32", "Fruit::Apple", "", "By branch.", &Fruit::Apple::type,
+     nullptr,
+     [](Kel::Entity const& e) { return Kel::keyTexts(static_cast<Fruit::Tree const&>(e).apple()); },
+     [](Kel::Entity const& e, std::string_view k) { return Kel::entryChild(static_cast<Fruit::Tree const&>(e).apple(), k); },
+     nullptr,
+     nullptr,
+     []([[maybe_unused]] Kel::Entity* e, [[maybe_unused]] std::string_view k) { return Kel::withKey<std::uint32_t>(k, [&](std::uint32_t const& key) -> std::string { if (e != nullptr) static_cast<Fruit::Tree*>(e)->appleDel(key); return {}; }); }},
+    {"trunk", Kel::AttributeKind::entity, "", "Fruit::Trunk", "", "Its trunk.", &Fruit::Trunk::type,
+     nullptr,
+     nullptr,
+     [](Kel::Entity const& e, std::string_view) -> Kel::Entity* { return static_cast<Fruit::Tree const&>(e).trunk().get(); },
+     nullptr,
+     []([[maybe_unused]] Kel::Entity* e, [[maybe_unused]] std::string_view k) -> std::string { if (e != nullptr) static_cast<Fruit::Tree*>(e)->trunkIs(); return {}; },
+     nullptr},
+};
+constinit Kel::EntityType const Fruit::Tree::type = {"Fruit::Tree", "Stands before what it is made of.", &Fruit::Plant::type, attributesOfTree};
+

@@ -1,0 +1,178 @@
+// Real children on the real loop: how they start, how they end, and that none is left behind.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <filesystem>
+
+#include "platform/kel/Child.h"
+#include "tests/unit/support/RealLoop.h"
+#include "tests/unit/support/TemporaryFolder.h"
+
+namespace {
+
+class EndRecorder : public Kel::ChildSiginfo::NotifieeConst {
+ public:
+  explicit EndRecorder(Kel::Ptr<Kel::ChildSiginfo> const& child)
+      : NotifieeConst(child), child_(child.get()) {}
+  // The handler already sees the whole record.
+  void onStatusCode() override {
+    end += (child_->statusCode() == Kel::ChildSiginfo::exited ? "exited " : "killed ") +
+           std::to_string(child_->statusCode() == Kel::ChildSiginfo::exited ? child_->exitStatus()
+                                                                            : child_->signal());
+  }
+  std::string end;
+
+ private:
+  Kel::ChildSiginfo* child_;
+};
+
+Kel::Ptr<Kel::ChildSiginfo> shell(char const* script, int in = -1, int out = -1, int err = -1) {
+  char const* const argv[] = {"/bin/sh", "-c", script, nullptr};
+  return Kel::run(argv, in, out, err, -1);
+}
+
+// Whether the process is gone for good: no child of ours, and no zombie.
+bool reaped(pid_t pid) {
+  siginfo_t info{};
+  return waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT) < 0 && errno == ECHILD;
+}
+
+int openFor(std::string const& path, int flags) {
+  return open(path.c_str(), flags | O_CLOEXEC | O_CREAT, 0600);
+}
+
+TEST(Children, report_how_they_ended_and_are_reaped) {
+  TemporaryFolder const folder;
+  std::string const noInterpreter = folder.path("/no-interpreter"), notExecutable = folder.path("/plain");
+  folder.write("/no-interpreter", "#!/no/such/interpreter\n");
+  folder.write("/plain", "text\n");
+  std::filesystem::permissions(noInterpreter, std::filesystem::perms::owner_all);
+
+  struct Case {
+    std::vector<char const*> argv;
+    char const* end;
+  };
+  for (Case c :
+       {Case{{"/bin/sh", "-c", "exit 0"}, "exited 0"}, Case{{"/bin/sh", "-c", "exit 255"}, "exited 255"},
+        Case{{"/bin/sh", "-c", "kill -TERM $$"}, "killed 15"},
+        Case{{"/bin/sh", "-c", "ulimit -c 0; kill -ABRT $$"}, "killed 6"},
+        Case{{"/no/such/program"}, "exited 127"},
+        Case{{"true"}, "exited 127"},  // a path, not a name to be searched for
+        Case{{noInterpreter.c_str()}, "exited 127"}, Case{{notExecutable.c_str()}, "exited 127"}}) {
+    c.argv.push_back(nullptr);
+    auto const child = Kel::run(c.argv.data(), -1, -1, -1, -1);
+    EXPECT_EQ(child->statusCode(), 0U) << c.argv[0];  // never within the call
+    auto const recorder = Kel::makePtr<EndRecorder>(child);
+    EXPECT_EQ(child->pid() == 0, std::string(c.end) == "exited 127") << c.argv[0];
+    EXPECT_TRUE(RealLoop::runUntil([&] { return child->ended(); })) << c.argv[0];
+    EXPECT_EQ(recorder->end, c.end) << c.argv[0];
+    if (child->pid() != 0) {
+      EXPECT_TRUE(reaped(child->pid())) << c.argv[0];
+    }
+  }
+}
+
+TEST(Children, are_reaped_also_when_nobody_holds_their_record) {
+  auto child = shell("exit 3");
+  pid_t const pid = child->pid();
+  char const* const nothing[] = {"/no/such/program", nullptr};
+  auto const notStarted = Kel::run(nothing, -1, -1, -1, -1)->references();
+  EXPECT_EQ(notStarted, 2U);  // the caller's and the runner's
+  child = nullptr;
+  EXPECT_TRUE(RealLoop::runUntil([&] { return reaped(pid); }));
+}
+
+TEST(Children, signalled_and_reaped_by_hand_still_report_their_end) {
+  // The end is there for the taking before the loop has looked at it.
+  auto const child = shell("exec sleep 1000");
+  EXPECT_EQ(Kel::kill(child->pid(), SIGKILL), 0);
+  siginfo_t info{};
+  ASSERT_EQ(waitid(P_PID, static_cast<id_t>(child->pid()), &info, WEXITED | WNOWAIT), 0);
+  Kel::reap(child->pid());
+  auto const recorder = Kel::makePtr<EndRecorder>(child);
+  EXPECT_TRUE(RealLoop::runUntil([&] { return child->ended(); }));
+  EXPECT_EQ(recorder->end, "killed 9");
+  EXPECT_TRUE(reaped(child->pid()));
+
+  // A child that the loop knows nothing of is reaped at once.
+  pid_t const stranger = fork();
+  if (stranger == 0) _exit(0);
+  ASSERT_EQ(waitid(P_PID, static_cast<id_t>(stranger), &info, WEXITED | WNOWAIT), 0);
+  Kel::reap(stranger);
+  EXPECT_TRUE(reaped(stranger));
+}
+
+TEST(Children, ids_that_mean_many_processes_are_never_signalled_or_reaped) {
+  for (pid_t const pid : {0, -1, 1, -2, -getpgrp()}) {
+    errno = 0;
+    EXPECT_EQ(Kel::kill(pid, SIGKILL), -1) << pid;  // would end this very test
+    EXPECT_EQ(errno, ESRCH) << pid;
+  }
+  auto const child = shell("exit 6");
+  siginfo_t info{};
+  ASSERT_EQ(waitid(P_PID, static_cast<id_t>(child->pid()), &info, WEXITED | WNOWAIT), 0);
+  for (pid_t const pid : {0, -1, -getpgrp()}) Kel::reap(pid);
+  EXPECT_FALSE(reaped(child->pid()));
+  EXPECT_TRUE(RealLoop::runUntil([&] { return child->ended(); }));
+  EXPECT_EQ(child->exitStatus(), 6);
+}
+
+TEST(Children, start_clean_whatever_this_process_has_blocked_ignored_or_open) {
+  TemporaryFolder const folder;
+  int const out = openFor(folder.path("/out"), O_WRONLY), err = openFor(folder.path("/err"), O_WRONLY);
+  folder.write("/in", "given");
+  int const in = openFor(folder.path("/in"), O_RDONLY);
+  int const leaky = open("/dev/null", O_RDONLY);  // not close-on-exec, as a library's may be
+  sigset_t blocked, before;
+  sigemptyset(&blocked);
+  for (int const signal : {SIGTERM, SIGUSR1}) sigaddset(&blocked, signal);
+  pthread_sigmask(SIG_BLOCK, &blocked, &before);
+  auto const ignored = std::signal(SIGPIPE, SIG_IGN);
+
+  // Of the signals ignored, those up to 31: the C library keeps the next two to itself, whoever started this
+  // test.
+  auto const child = shell(
+      "grep SigBlk: /proc/self/status; sed -n 's/SigIgn:.*\\(.\\{8\\}\\)$/0x\\1/p' /proc/self/status | "
+      "{ read ignored; echo $((ignored & 0x7fffffff)); }; ls /proc/self/fd; cat; echo oops >&2",
+      in, out, err);
+  EXPECT_TRUE(RealLoop::runUntil([&] { return child->ended(); }));
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  std::signal(SIGPIPE, ignored);
+  for (int const fd : {in, out, err, leaky}) close(fd);
+
+  // 3 is the folder that ls itself has opened.
+  EXPECT_EQ(folder.read("/out"), "SigBlk:\t0000000000000000\n0\n0\n1\n2\n3\ngiven");
+  EXPECT_EQ(folder.read("/err"), "oops\n");
+}
+
+TEST(Children, run_and_wait_gives_the_status_and_bounds_the_wait) {
+  TemporaryFolder const folder;
+  struct Case {
+    char const* script;
+    int timeout, status;
+  };
+  std::string const path = folder.path("/script");
+  for (Case const& c : {Case{"exit 7", -1, 7}, Case{"kill -9 $$", -1, 128 + 9},
+                        Case{"exec sleep 1000", 0, 128 + 9}, Case{"exec sleep 1000", 1, 128 + 9}}) {
+    folder.write("/script", std::string("#!/bin/sh\necho started\n") + c.script + "\n");
+    std::filesystem::permissions(path, std::filesystem::perms::owner_all);
+    int const out = openFor(folder.path("/out"), O_WRONLY | O_TRUNC);
+    Kel::Seconds const start = Kel::now();
+    EXPECT_EQ(Kel::runAndWait(path.c_str(), -1, out, -1, c.timeout), c.status) << c.script;
+    close(out);
+    if (c.timeout != 0) {
+      EXPECT_EQ(folder.read("/out"), "started\n") << c.script;
+    }
+    if (c.timeout > 0) {
+      EXPECT_GE(Kel::now() - start, c.timeout);
+    }
+    EXPECT_LT(Kel::now() - start, c.timeout + 5) << c.script;
+  }
+  EXPECT_EQ(Kel::runAndWait("/no/such/program"), 127);
+  EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);  // no child is left
+}
+
+}  // namespace

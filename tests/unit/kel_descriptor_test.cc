@@ -1,0 +1,173 @@
+// Descriptors and signals on the loop.
+#include "platform/kel/FileDescriptor.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <array>
+#include <csignal>
+#include <functional>
+
+#include "platform/kel/testing/SimulatedTime.h"
+#include "tests/unit/support/RealLoop.h"
+
+namespace {
+
+class Counter : public Kel::FileDescriptor::NotifieeConst {
+ public:
+  explicit Counter(Kel::Ptr<Kel::FileDescriptor> const& watched) : NotifieeConst(watched) {}
+  void onReadableCount() override {
+    ++readable;
+    if (act) act();
+  }
+  void onWritableCount() override { ++writable; }
+
+  int readable = 0, writable = 0;
+  std::function<void()> act;
+};
+
+class Descriptors : public testing::Test {
+ protected:
+  void SetUp() override { pair(ends); }
+  void TearDown() override {
+    watch->descriptorIs(-1);
+    for (int const fd : ends) close(fd);
+  }
+  static void pair(std::array<int, 2>& out) {
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, out.data()), 0);
+  }
+  void send() const { ASSERT_EQ(write(ends[1], "x", 1), 1); }
+  void receive() const {
+    char byte = 0;
+    ASSERT_EQ(read(ends[0], &byte, 1), 1);
+  }
+
+  Kel::testing::SimulatedTime time;
+  std::array<int, 2> ends{};
+  Kel::Ptr<Kel::FileDescriptor> watch = Kel::makePtr<Kel::FileDescriptor>();
+  Kel::Ptr<Counter> counter = Kel::makePtr<Counter>(watch);
+};
+
+TEST_F(Descriptors, count_readiness_in_the_directions_that_are_watched) {
+  watch->descriptorIs(ends[0]);
+  send();
+  time.settle();
+  EXPECT_EQ(watch->readableCount(), 0U);  // nothing is watched yet
+
+  counter->act = [&] { receive(); };
+  watch->notifyOnReadableIs(true);
+  time.settle();
+  EXPECT_EQ(counter->readable, 1);
+  time.settle();
+  EXPECT_EQ(counter->readable, 1);
+
+  // A hang-up is readiness, pass after pass, until the watch ends.
+  close(ends[1]);
+  counter->act = [&] {
+    if (watch->readableCount() == 4) watch->notifyOnReadableIs(false);
+  };
+  time.settle();
+  EXPECT_EQ(watch->readableCount(), 4U);
+  EXPECT_EQ(counter->writable, 0);
+  ends[1] = open("/dev/null", O_RDONLY | O_CLOEXEC);
+}
+
+TEST_F(Descriptors, changed_by_the_readable_handler_are_not_reported_writable) {
+  send();
+  watch->descriptorIs(ends[0]);
+  counter->act = [&] { watch->descriptorIs(-1); };
+  watch->notifyOnReadableIs(true);
+  watch->notifyOnWritableIs(true);
+  time.settle();
+  EXPECT_EQ(counter->readable, 1);
+  EXPECT_EQ(counter->writable, 0);
+}
+
+TEST_F(Descriptors, closed_and_opened_again_under_their_number_are_watched_anew) {
+  watch->descriptorIs(ends[0]);
+  watch->notifyOnReadableIs(true);
+  time.settle();
+  std::array<int, 2> next{};
+  pair(next);
+  ASSERT_EQ(dup3(next[0], ends[0], O_CLOEXEC), ends[0]);  // closes the old one
+  close(next[0]);
+  ASSERT_EQ(write(next[1], "x", 1), 1);
+  counter->act = [&] { receive(); };
+  watch->notifyOnReadableIs(true);
+  time.settle();
+  EXPECT_EQ(counter->readable, 1);
+  close(next[1]);
+  counter->act = [&] { watch->notifyOnReadableIs(false); };
+  time.settle();
+  EXPECT_EQ(counter->readable, 2);
+}
+
+TEST_F(Descriptors, that_cannot_be_watched_are_never_ready) {
+  int const file = open("/proc/self/exe", O_RDONLY | O_CLOEXEC);
+  int const closed = dup(ends[0]);
+  close(closed);
+  for (int const fd : {closed, file, -1}) {
+    watch->descriptorIs(fd);
+    watch->notifyOnReadableIs(true);
+    watch->notifyOnWritableIs(true);
+    time.advance(10);
+    EXPECT_EQ(watch->readableCount() + watch->writableCount(), 0U) << fd;
+    watch->notifyOnReadableIs(false);
+    watch->notifyOnWritableIs(false);
+  }
+  close(file);
+}
+
+TEST_F(Descriptors, become_non_blocking_as_asked_also_after_a_change) {
+  auto const blocks = [](int fd) { return (fcntl(fd, F_GETFL) & O_NONBLOCK) == 0; };
+  watch->nonBlockingIs(true);
+  for (int const fd : ends) {
+    watch->descriptorIs(fd);
+    EXPECT_FALSE(blocks(fd));
+  }
+  watch->nonBlockingIs(false);
+  EXPECT_FALSE(blocks(ends[0]));
+  EXPECT_TRUE(blocks(ends[1]));
+}
+
+TEST_F(Descriptors, let_go_of_in_their_own_handler_end_quietly) {
+  watch->descriptorIs(ends[0]);
+  counter->act = [&] {
+    counter = nullptr;
+    watch = nullptr;
+  };
+  watch->notifyOnReadableIs(true);
+  send();
+  time.settle();
+  EXPECT_EQ(watch, nullptr);
+  watch = Kel::makePtr<Kel::FileDescriptor>();
+}
+
+// An endlessly ready descriptor must not keep a condition from being seen.
+TEST_F(Descriptors, always_ready_do_not_stall_simulated_time) {
+  watch->descriptorIs(ends[0]);
+  watch->notifyOnWritableIs(true);
+  EXPECT_TRUE(time.advanceUntil([&] { return counter->writable == 5; }, 0));
+}
+
+TEST(RealLoopEvents, signals_and_descriptors_arrive_on_the_loop) {
+  int signals = 0;
+  Kel::Loop::instance().onSignal(SIGUSR2, [&] { ++signals; });
+  std::array<int, 2> ends{};
+  ASSERT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
+  auto const watch = Kel::makePtr<Kel::FileDescriptor>();
+  auto const counter = Kel::makePtr<Counter>(watch);
+  counter->act = [&] { watch->notifyOnReadableIs(false); };
+  watch->descriptorIs(ends[0]);
+  watch->notifyOnReadableIs(true);
+  ASSERT_EQ(kill(getpid(), SIGUSR2), 0);
+  EXPECT_EQ(signals, 0);
+  ASSERT_EQ(write(ends[1], "x", 1), 1);
+  EXPECT_TRUE(RealLoop::runUntil([&] { return signals == 1 && counter->readable == 1; }));
+  watch->descriptorIs(-1);
+  for (int const fd : ends) close(fd);
+}
+
+}  // namespace

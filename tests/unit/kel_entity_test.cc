@@ -1,0 +1,209 @@
+// Notifications: who is told what, in which order, whatever handlers do meanwhile.
+#include <gtest/gtest.h>
+
+#include <functional>
+
+#include "platform/kel/Attr.h"
+#include "platform/kel/Collection.h"
+
+namespace {
+
+using Log = std::vector<std::string>;
+
+// An entity with one attribute and one collection, written by hand as the generator would.
+class Port : public Kel::Entity {
+ public:
+  class NotifieeConst : public Kel::NotifieeBase {
+   public:
+    explicit NotifieeConst(Kel::Ptr<Port const> const& port) : NotifieeBase(port, 1) {}
+    virtual void onMtu() {}
+    virtual void onAddress(std::string const&) {}
+  };
+
+  explicit Port(bool* ended = nullptr) : ended_(ended) {}
+  ~Port() override {
+    if (ended_ != nullptr) *ended_ = true;
+  }
+
+  int mtu() const { return mtu_.get(); }
+  void mtuIs(int mtu) { mtu_.set(*this, 1, "mtu", mtu, &NotifieeConst::onMtu); }
+  Kel::Collection<std::string, int> const& address() const { return address_; }
+  void addressIs(std::string const& key, int value) {
+    address_.set(*this, 1, "address", key, value, &NotifieeConst::onAddress);
+  }
+  void addressDel(std::string const& key) {
+    address_.del(*this, 1, "address", key, &NotifieeConst::onAddress);
+  }
+  void addressDelAll() { address_.delAll(*this, 1, "address", &NotifieeConst::onAddress); }
+
+ private:
+  Kel::Attr<int> mtu_{1500};
+  Kel::Collection<std::string, int> address_;
+  bool* ended_;
+};
+
+// Notes each notification under its name and then runs `act`.
+class Reactor : public Port::NotifieeConst {
+ public:
+  Reactor(Kel::Ptr<Port> const& port, std::string name, Log& log, std::function<void()> action = {})
+      : NotifieeConst(port), act(std::move(action)), port_(port.get()), name_(std::move(name)), log_(log) {}
+  ~Reactor() override {
+    if (atEnd) atEnd();
+  }
+
+  void onMtu() override {
+    log_.push_back(name_ + ":mtu=" + std::to_string(port_->mtu()));
+    if (act) act();
+  }
+  void onAddress(std::string const& key) override {
+    bool const present = port_->address().contains(key);
+    log_.push_back(name_ + ":" + key + (present ? "=" + std::to_string(port_->address().get(key)) : " gone"));
+    if (act) act();
+  }
+
+  std::function<void()> act, atEnd;
+
+ private:
+  Port* port_;
+  std::string name_;
+  Log& log_;
+};
+
+struct Notebook : Kel::Watcher {
+  explicit Notebook(Log& l) : log(l) {}
+  void onChange(Kel::Entity const&, std::string_view attribute, std::string_view key) override {
+    log.push_back("watcher:" + std::string(attribute) + "[" + std::string(key) + "]");
+  }
+  Log& log;
+};
+
+class Notifications : public testing::Test {
+ protected:
+  Kel::Ptr<Reactor> reactor(std::string const& name, std::function<void()> action = {}) {
+    return Kel::makePtr<Reactor>(port, name, log, std::move(action));
+  }
+  Log taken() { return std::exchange(log, {}); }
+
+  Log log;
+  bool ended = false;
+  Kel::Ptr<Port> port = Kel::makePtr<Port>(&ended);
+};
+
+TEST_F(Notifications, tell_changes_only_in_the_order_of_registration_and_watchers_last) {
+  Notebook notebook(log);
+  port->watcherIs(&notebook);
+  auto const first = reactor("first");
+  auto const silent = reactor("silent");
+  auto const second = reactor("second");
+  silent->hasNotificationActiveIs(false);
+
+  port->mtuIs(1500);
+  port->addressDel("a");
+  port->addressDelAll();
+  EXPECT_EQ(taken(), Log{});
+  port->mtuIs(9000);
+  EXPECT_EQ(taken(), (Log{"first:mtu=9000", "second:mtu=9000", "watcher:mtu[]"}));
+  port->addressIs("a", 1);
+  port->addressIs("a", 1);
+  port->addressIs("a", 2);
+  EXPECT_EQ(taken(), (Log{"first:a=1", "second:a=1", "watcher:address[a]", "first:a=2", "second:a=2",
+                          "watcher:address[a]"}));
+  silent->hasNotificationActiveIs(true);
+  port->watcherDel(&notebook);
+  port->addressDel("a");
+  EXPECT_EQ(taken(), (Log{"first:a gone", "silent:a gone", "second:a gone"}));
+}
+
+TEST_F(Notifications, reach_neither_who_left_nor_who_came_during_the_delivery) {
+  Kel::Ptr<Reactor> a, b, c, late;
+  a = reactor("a", [&] {
+    b = nullptr;
+    if (!late) late = reactor("late");
+  });
+  b = reactor("b");
+  c = reactor("c", [&] { c = nullptr; });
+  port->mtuIs(1);
+  EXPECT_EQ(taken(), (Log{"a:mtu=1", "c:mtu=1"}));
+  port->mtuIs(2);
+  EXPECT_EQ(taken(), (Log{"a:mtu=2", "late:mtu=2"}));
+}
+
+TEST_F(Notifications, nest_when_a_handler_changes_the_same_attribute) {
+  auto const a = reactor("a", [&] { port->mtuIs(7); });
+  Kel::Ptr<Reactor> b;
+  b = reactor("b", [&] { b = nullptr; });  // leaves in the inner delivery, so the outer one must not call it
+  auto const c = reactor("c");
+  port->mtuIs(1);
+  EXPECT_EQ(taken(), (Log{"a:mtu=1", "a:mtu=7", "b:mtu=7", "c:mtu=7", "c:mtu=7"}));
+}
+
+TEST_F(Notifications, go_on_when_a_handler_lets_go_of_the_entity) {
+  Kel::Ptr<Reactor> a, b;
+  a = reactor("a", [&] {
+    port = nullptr;
+    a = nullptr;
+  });
+  b = reactor("b", [&] { b = nullptr; });
+  for (char const* key : {"x", "y"}) {
+    a->hasNotificationActiveIs(false);
+    b->hasNotificationActiveIs(false);
+    port->addressIs(key, 1);
+  }
+  a->hasNotificationActiveIs(true);
+  b->hasNotificationActiveIs(true);
+  port->addressDelAll();  // drops the entity and every reactor while its first entry is announced
+  EXPECT_EQ(taken(), (Log{"a:x gone", "b:x gone"}));
+  EXPECT_TRUE(ended);
+}
+
+TEST_F(Notifications, keep_the_key_alive_that_a_handler_deletes) {
+  Notebook notebook(log);
+  port->watcherIs(&notebook);
+  auto key = std::make_unique<std::string>("an address too long to be kept inside the string object itself");
+  std::string const text = *key;
+  auto const a = reactor("a", [&] { key = nullptr; });
+  port->addressIs(*key, 1);
+  EXPECT_EQ(taken(), (Log{"a:" + text + "=1", "watcher:address[" + text + "]"}));
+  port->watcherDel(&notebook);
+}
+
+TEST_F(Notifications, do_not_reach_a_reactor_whose_destructor_runs) {
+  auto dying = reactor("dying");
+  dying->atEnd = [&] { port->mtuIs(3); };
+  auto const other = reactor("other");
+  dying = nullptr;
+  EXPECT_EQ(taken(), (Log{"other:mtu=3"}));
+  EXPECT_EQ(port->references(), 2U);  // the test's and that of `other`
+}
+
+TEST_F(Notifications, delAll_leaves_what_handlers_add_meanwhile) {
+  for (char const* key : {"a", "b"}) port->addressIs(key, 1);
+  auto const a = reactor("a", [&] {
+    if (!port->address().contains("a")) port->addressIs("a", 2);
+  });
+  port->addressDelAll();
+  EXPECT_EQ(taken(), (Log{"a:a gone", "a:a=2", "a:b gone"}));
+  EXPECT_EQ(port->address().keys(), (std::vector<std::string>{"a"}));
+}
+
+TEST(Pointers, count_alike_in_both_modes_and_survive_their_own_release) {
+  for (bool const threadSafe : {false, true}) {
+    Kel::threadSafePointersIs(threadSafe);
+    bool ended = false;
+    auto port = Kel::makePtr<Port>(&ended);
+    Kel::Ptr<Kel::Entity const> base = port;
+    auto moved = std::move(port);
+    EXPECT_EQ(port, nullptr);
+    EXPECT_EQ(moved, base);
+    EXPECT_EQ(moved->references(), 2U);
+    auto const& same = moved;
+    moved = same;
+    moved = nullptr;
+    EXPECT_FALSE(ended);
+    base = nullptr;
+    EXPECT_TRUE(ended) << "thread-safe " << threadSafe;
+  }
+  Kel::threadSafePointersIs(false);
+}
+
+}  // namespace
