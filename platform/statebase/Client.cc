@@ -61,13 +61,9 @@ Client::Client(std::string const& socketPath, Kel::Seconds timeout)
   }
 }
 
-Client::~Client() {
-  close(descriptor_);
-}
+Client::~Client() { close(descriptor_); }
 
-void Client::fail(std::string const& reason) const {
-  throw ConnectionError(socketPath_ + ": " + reason);
-}
+void Client::fail(std::string const& reason) const { throw ConnectionError(socketPath_ + ": " + reason); }
 
 void Client::receiveTimeoutIs(Kel::Seconds timeout) {
   timeval const limit = toTimeval(timeout);

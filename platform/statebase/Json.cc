@@ -143,9 +143,7 @@ struct ToJson {
   }
 };
 
-Json toJson(Kel::Value const& value) {
-  return std::visit(ToJson(), value.variant());
-}
+Json toJson(Kel::Value const& value) { return std::visit(ToJson(), value.variant()); }
 
 }  // namespace
 

@@ -23,9 +23,7 @@ constexpr Kel::Seconds pauseWithoutDescriptors = 1;
 [[noreturn]] void fail(std::string const& path, std::string const& reason) {
   throw SocketError(path + ": " + reason);
 }
-[[noreturn]] void failSystem(std::string const& path) {
-  fail(path, std::strerror(errno));
-}
+[[noreturn]] void failSystem(std::string const& path) { fail(path, std::strerror(errno)); }
 
 void makeDirectoryOf(std::string const& path) {
   std::string const directory = path.substr(0, path.rfind('/'));

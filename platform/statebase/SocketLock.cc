@@ -44,8 +44,6 @@ SocketLock::SocketLock(std::string const& socketPath) {
   }
 }
 
-SocketLock::~SocketLock() {
-  close(descriptor_);
-}
+SocketLock::~SocketLock() { close(descriptor_); }
 
 }  // namespace Statebase

@@ -28,9 +28,7 @@ Watch::Watch(Tree const& tree, std::string_view path, std::function<void()> onPe
   attach();
 }
 
-Watch::~Watch() {
-  detach();
-}
+Watch::~Watch() { detach(); }
 
 void Watch::attach() {
   auto const add = [this](Kel::Ptr<Kel::Entity> const& entity, std::string const& path) {

@@ -83,16 +83,10 @@ double number(Kel::Value const& value) {
   return value == Kel::Value("unlimited") ? Kel::never : 0;
 }
 
-bool isTrue(Kel::Value const& value) {
-  return value == Kel::Value(true);
-}
+bool isTrue(Kel::Value const& value) { return value == Kel::Value(true); }
 
-void print(std::string const& text) {
-  std::fwrite(text.data(), 1, text.size(), stdout);
-}
+void print(std::string const& text) { std::fwrite(text.data(), 1, text.size(), stdout); }
 
-void printJson(Kel::Value const& value) {
-  print(Statebase::dumpJson(value, 2) + "\n");
-}
+void printJson(Kel::Value const& value) { print(Statebase::dumpJson(value, 2) + "\n"); }
 
 }  // namespace ZeroTouchCommand

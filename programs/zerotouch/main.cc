@@ -56,6 +56,11 @@ int main(int argc, char** argv) {
   try {
     program.parse(argc, argv);
     return finish(context);
+  } catch (CLI::RequiredError const& error) {
+    auto const extras = program.remaining();
+    if (extras.empty()) return usage(program, error);
+    return fail(context, wrongUsage,
+                "there is no verb '" + extras.front() + "'; zerotouch --help lists them");
   } catch (CLI::ParseError const& error) {
     return usage(program, error);
   } catch (Statebase::ConnectionError const& error) {
