@@ -22,6 +22,36 @@ using Section = std::map<std::string, Setter, std::less<>>;
   throw BadInput(*where.path + ":" + std::to_string(where.begin.line) + ": " + reason);
 }
 
+std::string names(auto const& map) {
+  std::string result;
+  for (auto const& [name, value] : map) result.append(result.empty() ? "" : ", ").append(name);
+  return result;
+}
+
+void readSection(toml::table const& table, std::string const& where, Section const& keys) {
+  for (auto const& [key, value] : table) {
+    auto const setter = keys.find(key.str());
+    if (setter == keys.end()) {
+      fail(key.source(),
+           "unknown key '" + std::string(key.str()) + "' in " + where + " (known: " + names(keys) + ")");
+    }
+    setter->second(value);
+  }
+}
+
+void readFile(toml::table const& file, std::map<std::string, Section, std::less<>> const& sections) {
+  for (auto const& [name, node] : file) {
+    auto const section = sections.find(name.str());
+    if (section == sections.end()) {
+      fail(name.source(),
+           "unknown section [" + std::string(name.str()) + "] (known: " + names(sections) + ")");
+    }
+    auto const* const table = node.as_table();
+    if (table == nullptr) fail(node.source(), "[" + section->first + "] is to be a table");
+    readSection(*table, "[" + section->first + "]", section->second);
+  }
+}
+
 Setter text(Kel::String& target) {
   return [&target](toml::node const& node) {
     auto const value = node.value_exact<std::string>();
@@ -38,6 +68,48 @@ Setter groupName(std::optional<gid_t>& target) {
       fail(node.source(), "there is no group " + (name ? "'" + *name + "'" : "of that kind"));
     target = entry->gr_gid;
   };
+}
+
+Setter adapter(bool& target) {
+  return [&target](toml::node const& node) {
+    auto const name = node.value_exact<std::string>();
+    if (name != "linux" && name != "none") fail(node.source(), "expected \"linux\" or \"none\"");
+    target = name == "linux";
+  };
+}
+
+Setter macAddress(std::optional<Wire::EthAddr>& target) {
+  return [&target](toml::node const& node) {
+    target = Wire::EthAddr::fromString(node.value_exact<std::string>().value_or(""));
+    if (!target) fail(node.source(), "expected a MAC address, as \"02:00:00:00:00:01\"");
+  };
+}
+
+// A list whose entries `add` takes one by one.
+Setter listOf(std::function<void(toml::node const&)> add) {
+  return [add = std::move(add)](toml::node const& node) {
+    auto const* const list = node.as_array();
+    if (list == nullptr) fail(node.source(), "expected a list");
+    for (auto const& entry : *list) add(entry);
+  };
+}
+
+Setter deviceNames(std::vector<Kel::String>& target) {
+  return listOf([&target](toml::node const& entry) { text(target.emplace_back())(entry); });
+}
+
+Setter nameRules(std::vector<Linux::PortSelectionConfig::NameRule>& target) {
+  return listOf([&target](toml::node const& entry) {
+    auto const* const table = entry.as_table();
+    if (table == nullptr) fail(entry.source(), "expected { device = \"...\", shown = \"...\" }");
+    auto& rule = target.emplace_back();
+    readSection(*table, "a name rule", {{"device", text(rule.device)}, {"shown", text(rule.shown)}});
+    try {
+      Linux::PortSelection{{.devices = {}, .names = {rule}, .sysClassNet = {}}};
+    } catch (std::invalid_argument const& error) {
+      fail(entry.source(), error.what());
+    }
+  });
 }
 
 // A number from 0 on, or (where `unlimited` is allowed) that word.
@@ -58,32 +130,6 @@ Setter seconds(T& target, bool unlimited) {
   };
 }
 
-std::string names(auto const& map) {
-  std::string result;
-  for (auto const& [name, value] : map) result += (result.empty() ? "" : ", ") + name;
-  return result;
-}
-
-void read(toml::table const& file, std::map<std::string, Section, std::less<>> const& sections) {
-  for (auto const& [name, node] : file) {
-    auto const section = sections.find(name.str());
-    if (section == sections.end()) {
-      fail(name.source(),
-           "unknown section [" + std::string(name.str()) + "] (known: " + names(sections) + ")");
-    }
-    auto const* const table = node.as_table();
-    if (table == nullptr) fail(node.source(), "[" + section->first + "] is to be a table");
-    for (auto const& [key, value] : *table) {
-      auto const setter = section->second.find(key.str());
-      if (setter == section->second.end()) {
-        fail(key.source(), "unknown key '" + std::string(key.str()) + "' in [" + section->first +
-                               "] (known: " + names(section->second) + ")");
-      }
-      setter->second(value);
-    }
-  }
-}
-
 Kel::String ownHostName() {
   std::array<char, 256> name{};
   gethostname(name.data(), name.size() - 1);
@@ -98,13 +144,24 @@ HostConfig readHostConfig(Kel::String const& path, bool mustExist) {
   if (mustExist && !std::filesystem::exists(path)) throw BadInput(path + ": no such file");
   if (std::filesystem::exists(path)) {
     try {
-      read(toml::parse_file(path),
-           {{"system", {{"name", text(config.systemName)}, {"cell_type", text(config.cellType)}}},
-            {"host", {{"run_directory", text(config.runDirectory)}, {"library", text(config.library)}}},
-            {"socket", {{"path", text(config.socketPath)}, {"group", groupName(config.socketGroup)}}},
-            {"provisioning",
-             {{"script_exec_timeout", seconds(config.scriptExecTimeout, false)},
-              {"max_run_time", seconds(config.maxRunTime, true)}}}});
+      readFile(toml::parse_file(path),
+               {{"system", {{"name", text(config.systemName)}, {"cell_type", text(config.cellType)}}},
+                {"host",
+                 {{"run_directory", text(config.runDirectory)},
+                  {"library", text(config.library)},
+                  {"adapter", adapter(config.linuxAdapter)}}},
+                {"ports",
+                 {{"devices", deviceNames(config.ports.devices)}, {"names", nameRules(config.ports.names)}}},
+                {"inventory",
+                 {{"model_name", text(config.inventory.modelName)},
+                  {"serial_num", text(config.inventory.serialNum)},
+                  {"hardware_rev", text(config.inventory.hardwareRev)},
+                  {"system_mac", macAddress(config.inventory.systemMacAddr)},
+                  {"eeprom", text(config.inventory.eeprom)}}},
+                {"socket", {{"path", text(config.socketPath)}, {"group", groupName(config.socketGroup)}}},
+                {"provisioning",
+                 {{"script_exec_timeout", seconds(config.scriptExecTimeout, false)},
+                  {"max_run_time", seconds(config.maxRunTime, true)}}}});
     } catch (toml::parse_error const& error) {
       throw BadInput(path + ":" + std::to_string(error.source().begin.line) + ": " +
                      std::string(error.description()));

@@ -7,6 +7,8 @@
 #include <optional>
 
 #include "platform/kel/Types.h"
+#include "platform/linux/Inventory.h"
+#include "platform/linux/PortSelection.h"
 
 struct HostConfig {
   // [system]
@@ -15,6 +17,13 @@ struct HostConfig {
   // [host]
   Kel::String runDirectory = "/run/zerotouch";  // run_directory: socket and marks that vanish at a reboot
   Kel::String library = "libZeroTouch.so";      // library: the agent; a name, or a path with a "/"
+  bool linuxAdapter =
+      true;  // adapter: "linux", or "none" when nothing is to follow and change this system's network
+  // [ports]
+  Linux::PortSelectionConfig
+      ports;  // devices = ["et*"]; names = [{ device = "et(.*)", shown = "Ethernet\\1" }]
+  // [inventory]
+  Linux::InventoryConfig inventory;  // model_name, serial_num, hardware_rev, system_mac, eeprom
   // [socket]
   Kel::String socketPath;            // path: by default statebase.sock in the run directory
   std::optional<gid_t> socketGroup;  // group: whose members may connect, besides root

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <ctime>
 #include <iostream>
+#include <memory>
 
 #include "platform/kel/ActivityManager.h"
 #include "platform/kel/Loop.h"
@@ -16,6 +17,7 @@
 #include "programs/zerotouchd/BadInput.h"
 #include "programs/zerotouchd/EventRing.h"
 #include "programs/zerotouchd/HostConfig.h"
+#include "programs/zerotouchd/LinuxPlatform.h"
 #include "programs/zerotouchd/Mounts.h"
 #include "programs/zerotouchd/ProvisioningSwitch.h"
 
@@ -89,6 +91,7 @@ int run(Options const& options) {
   entities.config->enabledIs(provisioning.on);
   applyInitialValues();  // once more, in case the file knows better
 
+  auto const platform = config.linuxAdapter ? std::make_unique<LinuxPlatform>(entities, config) : nullptr;
   AgentLibrary const library(config.library);
   Kel::Ptr<ZeroTouch::AgentCreatorModel> const agent = entities.createAgent(library.factory());
   tree.mount("/zerotouch/sm", agent->ztSm(), Statebase::Access::readOnly);

@@ -42,7 +42,7 @@ class Host:
         self.socket = self.run_directory / "statebase.sock"
         self.config = folder / "platform.toml"
         self.config.write_text(f'[system]\nname = "sw1"\n[host]\nrun_directory = "{self.run_directory}"\n'
-                               f'library = "{BUILD}/lib/libZeroTouch.so"\n')
+                               f'library = "{BUILD}/lib/libZeroTouch.so"\nadapter = "none"\n')
         self.log = folder / "host.log"
         self.environment = {"FILESYSTEM_ROOT": str(folder / "root"), **SHORT_TIMERS}
         self.process = None
