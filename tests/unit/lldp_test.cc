@@ -96,6 +96,8 @@ TEST_F(Lldp, a_watch_goes_with_its_socket_or_port_and_takes_the_port_out_of_the_
     if (goes == Goes::port) removePort("Ethernet1");
     if (goes == Goes::provisioning) platform.config->enabledIs(false);
     EXPECT_EQ(hearing(), "");
+    pams()->intfPamDel(id("Ethernet1"));  // the platform follows, maybe while the stop is still pending
+    EXPECT_EQ(known(), goes == Goes::socket ? "Ethernet1" : "");
     pam->receive(frame(60, {0x88cc}));
     EXPECT_EQ(hearing(), "");
     startOver();

@@ -40,7 +40,7 @@ Kel::Ptr<IntfStatus> findRecord(ZeroTouchSmModel const& sm, Matches const& match
 }  // namespace
 
 bool ZeroTouchSm::shouldProcessIntfStatus() const {
-  return currentState() == stateSetupInterfaces() || currentState() == stateRetry();
+  return mayActIn(stateSetupInterfaces() | stateRetry());
 }
 
 void ZeroTouchSm::ethPhyIntfStatusReactorIs(Wire::IntfId const& intfId) {

@@ -83,8 +83,9 @@ void ZeroTouchSm::doStopZeroTouch(bool cancelled) {
     doCreateGuardFileAndShutdown();
     return;
   }
-  leaveAsFound();
+  // Requested first: what the platform reports while things are taken back is no reason to take them up again.
   doStateTransition(currentState(), stateInit());
+  leaveAsFound();
 }
 
 // Nobody comes after a disabled run to tidy up, so it takes back all that it did.
