@@ -42,6 +42,7 @@ void ZeroTouchSm::configureMultiSpeedInterfaces() {
 void ZeroTouchSm::toggleIntfSpeed() {
   Kel::String heldByLldp;
   Kel::String heldByLink;
+  std::map<Kel::String, Kel::String> changed;  // names by mode; a switch has thousands of ports
   for (auto const& intfId : episd()->intfStatus().keys()) {
     auto const& name = intfId.stringValue();
     auto const port = episd()->intfStatus(intfId);
@@ -70,10 +71,10 @@ void ZeroTouchSm::toggleIntfSpeed() {
     SM_TRACE(5, " Interface " << name << " newLinkMode: " << stringValue(mode) << " newAnegMode: " << autoneg
                               << " nextLinkMode: " << stringValue(nextMode)
                               << " nextAnegMode: " << nextAutoneg);
-    Kel::String const text = getLinkModeAsString(mode, autoneg);
-    intfsSpeedChangedIs(text, intfsSpeedChanged(text) + name + Kel::String(separator));
+    changed[getLinkModeAsString(mode, autoneg)].append(name).append(separator);
     applyLinkMode(intfId, mode, autoneg);
   }
+  for (auto const& [text, names] : changed) intfsSpeedChangedIs(text, names);
   if (!heldByLldp.empty()) {
     SM_TRACE(5, "Not toggling speed on " << bracketed(heldByLldp)
                                          << " because they are still receiving lldp packets ");

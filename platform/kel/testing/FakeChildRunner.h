@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "platform/kel/Child.h"
+#include "platform/kel/Types.h"
 
 namespace Kel::testing {
 

@@ -1,0 +1,78 @@
+// What the agent costs: whole runs under simulated time, and passes over many ports.
+#include <benchmark/benchmark.h>
+
+#include <cstdlib>
+
+#include "platform/kel/testing/FakeChildRunner.h"
+#include "platform/kel/testing/SimulatedTime.h"
+#include "zerotouch/agent/MountedEntities.h"
+
+namespace {
+
+using State = ZeroTouch::ProvisioningState;
+
+// An agent on a platform with `ports` routed ports that can run at 10g and 25g, in stateSetupInterfaces.
+struct World {
+  explicit World(std::int64_t ports) {
+    setenv("FILESYSTEM_ROOT", "/nonexistent", 1);
+    platform.entityMib->rootIs()->initStatusIs(EntityMib::InitStatus::initialized);
+    for (std::int64_t i = 0; i < ports; ++i) {
+      auto const port =
+          Kel::makePtr<Interface::EthPhyIntfStatus>(Wire::IntfId("Ethernet" + std::to_string(i)));
+      port->forwardingModelIs(Interface::IntfForwardingModel::routed);
+      port->activeIs(true);
+      port->linkModeCapabilitiesIs({.mode10G = true, .mode25G = true});
+      platform.episd->intfStatusIs(port);
+    }
+    platform.config->enabledIs(true);
+    agent = platform.createAgent(ZeroTouch::agentCreatorFactory);
+  }
+  ZeroTouch::ZeroTouchSm& sm() const { return *agent->ztSm(); }
+
+  Kel::testing::SimulatedTime time;
+  Kel::testing::FakeChildRunner children;
+  ZeroTouch::MountedEntities platform;
+  Kel::Ptr<ZeroTouch::AgentCreator> agent;
+};
+
+// From stateInit through one retry to the time limit, without interfaces.
+void wholeRun(benchmark::State& state) {
+  for (auto _ : state) {
+    World world(0);
+    world.platform.config->maxRunTimeIs(40);
+    world.time.advance(1000);
+    if (world.sm().currentState() != State::stateShutdown || world.sm().retryCount() != 2) {
+      state.SkipWithError("the run went another way");
+    }
+  }
+  state.counters["runs/s"] =
+      benchmark::Counter(static_cast<double>(state.iterations()), benchmark::Counter::kIsRate);
+}
+BENCHMARK(wholeRun);
+
+// The pass over all ports on entering stateSetupInterfaces.
+void setUpPass(benchmark::State& state) {
+  for (auto _ : state) {
+    state.PauseTiming();
+    {
+      World world(state.range(0));
+      state.ResumeTiming();
+      world.time.settle();
+      state.PauseTiming();
+      if (static_cast<std::int64_t>(world.sm().intfStatus().size()) != state.range(0)) {
+        state.SkipWithError("ports were left out");
+      }
+    }
+    state.ResumeTiming();
+  }
+}
+BENCHMARK(setUpPass)->ArgName("ports")->Arg(4096)->Arg(8192)->Unit(benchmark::kMillisecond);
+
+void toggle(benchmark::State& state) {
+  World world(state.range(0));
+  world.time.settle();
+  for (auto _ : state) world.sm().toggleIntfSpeed();
+}
+BENCHMARK(toggle)->ArgName("ports")->Arg(4096)->Unit(benchmark::kMillisecond);
+
+}  // namespace
