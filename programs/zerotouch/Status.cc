@@ -30,8 +30,7 @@ Rows rows(Kel::Value const& tree, Kel::Seconds now) {
   } else {
     result.push_back({"State:", text(at(machine, {"currentState"})) + ", for " +
                                     duration(now - number(at(machine, {"stateTime"})))});
-    result.push_back(
-        {"Attempt:", std::to_string(static_cast<std::uint64_t>(number(at(machine, {"retryCount"}))) + 1)});
+    result.push_back({"Retries:", text(at(machine, {"retryCount"}))});
     result.push_back({"Waits for:", timer(machine, now)});
     result.push_back({"Run time:", duration(now - number(at(machine, {"startTime"})))});
   }

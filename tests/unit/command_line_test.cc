@@ -62,7 +62,7 @@ TEST_F(CommandLine, StatusShowsWhereProvisioningStands) {
   EXPECT_EQ(run("status"),
             "Provisioning:    enabled\n"
             "State:           stateDhcpQuery, for 5 s\n"
-            "Attempt:         3\n"
+            "Retries:         2\n"
             "Waits for:       DhclientQueryTimer, until 2023-11-14 23:13:35 (in 10 s of 15 s)\n"
             "Run time:        1 h 0 min\n"
             "Run time limit:  1 d 1 h\n"

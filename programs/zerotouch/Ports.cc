@@ -1,0 +1,151 @@
+// ports: what takes part in provisioning, and why the rest does not.
+#include <algorithm>
+#include <map>
+
+#include "programs/zerotouch/Output.h"
+#include "programs/zerotouch/Verbs.h"
+
+namespace ZeroTouchCommand {
+
+namespace {
+
+// What the host knows, fetched at once.
+struct View {
+  Kel::Seconds now = 0;
+  Kel::Value ports, lags, configs;
+  Kel::Value phyRecords, registered, noSpeedChangePool, lldpPool, nextMode, nextAutoneg;
+};
+
+bool contains(Kel::Value const& list, std::string const& name) {
+  auto const* const names = list.as<Kel::ValueList>();
+  return names != nullptr && std::find(names->begin(), names->end(), Kel::Value(name)) != names->end();
+}
+
+View fetch(Context const& context) {
+  Statebase::Client host(context.socketPath);
+  auto const get = [&host](char const* path) { return host.call("get", {{"path", path}}); };
+  View view;
+  view.now = number(host.call("time", {}));
+  view.ports = get("/interface/status/ethPhy/intfStatus");
+  view.lags = get("/interface/status/ethLag/intfStatus");
+  view.configs = get("/interface/config/ethPhy/intfConfig");
+  view.phyRecords = get("/zerotouch/sm/phyIntfStatus");
+  view.registered = get("/zerotouch/sm/intfStatus");
+  view.noSpeedChangePool = get("/zerotouch/sm/intfNoSpeedChangePool");
+  view.lldpPool = get("/zerotouch/sm/intfLldpPool");
+  view.nextMode = get("/zerotouch/sm/nextLinkModeForIntf");
+  view.nextAutoneg = get("/zerotouch/sm/nextAnegModeForIntf");
+  return view;
+}
+
+// "linkMode25G" as "25g", and with which hand it is set.
+std::string speed(std::string const& mode, bool autoneg) {
+  static std::map<std::string, std::string> const words{
+      {"linkModeAutoneg", "auto"}, {"linkModeAutoneg40G", "auto 40g"},
+      {"linkMode10G", "10g"},      {"linkMode25G", "25g"},
+      {"linkMode40G", "40g"},      {"linkMode50G", "50g"},
+      {"linkMode50G1", "50g-1"},   {"linkMode100G", "100g"},
+      {"linkMode100G2", "100g-2"}, {"linkMode200G4", "200g-4"},
+      {"linkMode400G8", "400g-8"}};
+  if (mode.empty() || mode == "null") return "-";
+  auto const word = words.find(mode);
+  if (word == words.end()) return "default";
+  if (mode.starts_with("linkModeAutoneg")) return word->second;
+  return (autoneg ? "auto " : "") + word->second;
+}
+
+// "auto" alone says too little: the one speed that is advertised goes with it.
+std::string speedNow(Kel::Value const& config) {
+  std::string const mode = text(at(config, {"linkModeLocal"}));
+  if (mode != "linkModeAutoneg") return speed(mode, false);
+  if (auto const* const advertised = at(config, {"advertisedModesLocal"}).as<Kel::ValueMap>()) {
+    for (auto const& [name, on] : *advertised) {
+      if (isTrue(on)) return speed("linkM" + name.substr(1), true);
+    }
+  }
+  return speed(mode, true);
+}
+
+std::string registration(View const& view, std::string const& name, Kel::Value const& port, bool known) {
+  if (contains(view.registered, name)) return "yes";
+  std::string const model = text(at(port, {"forwardingModel"}));
+  if (model != "routed") return "no, " + model;
+  return known ? "no, not looked at yet" : "no, not taken in";
+}
+
+// Why a port keeps its speed for now.
+std::string spared(View const& view, std::string const& name, Kel::Value const& port) {
+  if (contains(view.lldpPool, name)) return "hears LLDP";
+  if (!contains(view.noSpeedChangePool, name)) return "-";
+  return isTrue(at(port, {"active"})) ? "link came up" : "inactive";
+}
+
+struct Row {
+  std::string port, device, link, oper, forwarding, registered, speed, next, lldp, keepsSpeed;
+
+  std::vector<std::string> cells() const {
+    return {port, device, link, oper, forwarding, registered, speed, next, lldp, keepsSpeed};
+  }
+  Kel::Value json() const {
+    return Kel::ValueMap{{"port", port},
+                         {"device", device},
+                         {"link", link},
+                         {"operState", oper},
+                         {"forwarding", forwarding},
+                         {"registered", registered},
+                         {"speed", speed},
+                         {"nextSpeed", next},
+                         {"lldpHeard", lldp},
+                         {"keepsSpeed", keepsSpeed}};
+  }
+};
+
+Row row(View const& view, std::string const& name, Kel::Value const& port, bool lag) {
+  Kel::Value const& record = at(view.phyRecords, {name});
+  double const heard = number(at(record, {"intfPamSm", name, "heardTime"}));
+  bool const known = lag || record != Kel::Value();
+  return {.port = name,
+          .device = text(at(port, {"deviceName"})),
+          .link = text(at(port, {"linkStatus"})),
+          .oper = text(at(port, {"operStatus"})),
+          .forwarding = text(at(port, {"forwardingModel"})),
+          .registered = registration(view, name, port, known),
+          .speed = speedNow(at(view.configs, {name})),
+          .next = speed(text(at(view.nextMode, {name})), isTrue(at(view.nextAutoneg, {name}))),
+          .lldp = heard > 0 ? duration(view.now - heard) + " ago" : "never",
+          .keepsSpeed = spared(view, name, port)};
+}
+
+void showPorts(Context const& context) {
+  View const view = fetch(context);
+  std::vector<std::vector<std::string>> rows{{"Port", "Device", "Link", "State", "Forwarding", "Registered",
+                                              "Speed", "Next", "LLDP", "Keeps speed"}};
+  Kel::ValueList list;
+  for (auto const* const directory : {&view.ports, &view.lags}) {
+    auto const* const members = directory->as<Kel::ValueMap>();
+    for (auto const& [name, port] : members != nullptr ? *members : Kel::ValueMap()) {
+      Row const one = row(view, name, port, directory == &view.lags);
+      rows.push_back(one.cells());
+      list.push_back(one.json());
+    }
+  }
+  if (context.json) {
+    printJson(list);
+  } else if (list.empty()) {
+    print(
+        "There are no ports. The host takes the devices that platform.toml selects, or those with "
+        "hardware.\n");
+  } else {
+    print(table(rows));
+  }
+}
+
+}  // namespace
+
+void addPorts(CLI::App& program, Context const& context) {
+  program.add_subcommand("ports", "Show the ports, and which of them take part")->callback([&context] {
+    showPorts(context);
+  });
+}
+
+}  // namespace ZeroTouchCommand
