@@ -290,10 +290,11 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   // Changes that came while the view was frozen.
   std::set<Wire::IntfId> skippedEthPhy_;
   std::set<Wire::IntfId> skippedLag_;
-  // The configuration entries that this run has made, and the ports whose speed it has set.
+  // The configuration entries that this run has made; of the ports whose speed it has set, whether it made
+  // the entry.
   std::set<Wire::IntfId> createdIp6Config_;
   std::set<Wire::IntfId> createdL3Config_;
-  std::set<Wire::IntfId> speedSet_;
+  std::map<Wire::IntfId, bool> speedSet_;
   Kel::Ptr<KelDhclientChildProcess> dhclientChildProcess_;
   Kel::Ptr<KelDhclient6ChildProcess> dhclient6ChildProcess_;
   Kel::Ptr<KelDhclient6StatelessChildProcess> dhclient6StatelessChildProcess_;
