@@ -45,6 +45,8 @@ void ZeroTouchSm::KelEthPhyIntfStatus::handleLinkAndActiveStatus(Wire::IntfId co
     KEL_TRACE(traceZeroTouchSm, 5,
               "KelEthPhyIntfStatus::" << __func__ << " Ignoring link status for 10/40G capable "
                                       << intfId.stringValue());
+    // It may have been put in before it told that it can run at both.
+    handleLinkActiveTimeout(intfId);
     return;
   }
   bool const up = port_->linkStatus() == Interface::LinkStatus::up;
@@ -55,6 +57,13 @@ void ZeroTouchSm::KelEthPhyIntfStatus::handleLinkAndActiveStatus(Wire::IntfId co
     sm_.intfNoSpeedChangePoolDel(intfId);
     intfLinkActiveClock_->timeMinIs(Kel::never);
   }
+}
+
+// Disabling has emptied the pool; whatever spares the port still does so in the next run.
+void ZeroTouchSm::KelEthPhyIntfStatus::handleRunStart() {
+  bool const linkHolds = intfLinkActiveClock_->timeMin() != Kel::never;
+  bool const inactive = !port_->active() && port_->linkStatus() != Interface::LinkStatus::up;
+  if (linkHolds || (inactive && !canRunAt10GAnd40G(intfId()))) sm_.intfNoSpeedChangePoolIs(port_);
 }
 
 // Provisioning has not finished over this link in time; another speed may do better.

@@ -22,6 +22,7 @@ class ZeroTouchSm::KelEthPhyIntfStatus : public Interface::EthPhyIntfStatus::Not
   void handleInitialized(Wire::IntfId const& intfId);
   void handleLinkAndActiveStatus(Wire::IntfId const& intfId);
   void handleLinkActiveTimeout(Wire::IntfId const& intfId);
+  void handleRunStart();
   void handleForwardingModel();
   void handleLinkModeCapabilities(Wire::IntfId const& intfId);
 

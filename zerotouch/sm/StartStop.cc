@@ -100,6 +100,7 @@ void ZeroTouchSm::leaveAsFound() {
   intfStatus6DelAll();
   intfStatus6StatelessDelAll();
   intfLldpPoolDelAll();
+  intfNoSpeedChangePoolDelAll();
   restoreSpeeds();
   withdrawLayer3();
 }
