@@ -13,13 +13,18 @@ std::string provisioning(Kel::Value const& tree) {
   return isTrue(at(tree, {"config", "cancelled"})) ? enabled + ", cancelled" : enabled;
 }
 
-std::string timer(Kel::Value const& machine, Kel::Seconds now) {
-  if (!isTrue(at(machine, {"timerActive"}))) return "none";
-  Kel::Value const& timer = at(machine, {"timer"});
-  Kel::Seconds const timeout = number(at(timer, {"timeout"}));
-  Kel::Seconds const end = number(at(timer, {"initTime"})) + timeout;
-  return text(at(timer, {"name"})) + ", until " + dateAndTime(end) + " (in " + duration(end - now) + " of " +
-         duration(timeout) + ")";
+std::string waitsFor(Kel::Value const& tree, Kel::Value const& machine, Kel::Seconds now) {
+  std::string const state = text(at(machine, {"currentState"}));
+  if (isTrue(at(machine, {"timerActive"}))) {
+    Kel::Value const& timer = at(machine, {"timer"});
+    Kel::Seconds const timeout = number(at(timer, {"timeout"}));
+    Kel::Seconds const end = number(at(timer, {"initTime"})) + timeout;
+    return text(at(timer, {"name"})) + ", until " + dateAndTime(end) + " (in " + duration(end - now) +
+           " of " + duration(timeout) + ")";
+  }
+  if (isTrue(at(machine, {"reloadRequested"}))) return "the reload, which was requested";
+  if (state != "stateInit") return "no timer";
+  return isTrue(at(tree, {"config", "enabled"})) ? "the hardware inventory to be ready" : "being enabled";
 }
 
 Rows rows(Kel::Value const& tree, Kel::Seconds now) {
@@ -31,7 +36,7 @@ Rows rows(Kel::Value const& tree, Kel::Seconds now) {
     result.push_back({"State:", text(at(machine, {"currentState"})) + ", for " +
                                     duration(now - number(at(machine, {"stateTime"})))});
     result.push_back({"Retries:", text(at(machine, {"retryCount"}))});
-    result.push_back({"Waits for:", timer(machine, now)});
+    result.push_back({"Waits for:", waitsFor(tree, machine, now)});
     result.push_back({"Run time:", duration(now - number(at(machine, {"startTime"})))});
   }
   result.push_back({"Run time limit:", duration(number(at(tree, {"config", "maxRunTime"})))});
@@ -39,17 +44,30 @@ Rows rows(Kel::Value const& tree, Kel::Seconds now) {
   return result;
 }
 
+// Not the whole of the machine, which also holds every port. Null when no agent is loaded.
+Kel::Value machineOf(Statebase::Client& host) {
+  Kel::ValueMap machine;
+  for (char const* const name : {"currentState", "transitionState", "stateTime", "startTime", "retryCount",
+                                 "timer", "timerActive", "awaitsDhcpCleanup", "reloadRequested"}) {
+    try {
+      machine.emplace_back(name, host.call("get", {{"path", std::string("/zerotouch/sm/") + name}}));
+    } catch (Statebase::CallError const&) {
+      return {};
+    }
+  }
+  return machine;
+}
+
 void showStatus(Context const& context) {
   Statebase::Client host(context.socketPath);
-  Kel::Value const tree = host.call("get", {{"path", "/zerotouch"}});
-  Kel::Value const now = host.call("time", {});
+  Kel::Value const tree = Kel::ValueMap{{"time", host.call("time", {})},
+                                        {"config", host.call("get", {{"path", "/zerotouch/config"}})},
+                                        {"status", host.call("get", {{"path", "/zerotouch/status"}})},
+                                        {"sm", machineOf(host)}};
   if (context.json) {
-    Kel::ValueMap all{{"time", now}};
-    if (auto const* members = tree.as<Kel::ValueMap>())
-      all.insert(all.end(), members->begin(), members->end());
-    printJson(all);
+    printJson(tree);
   } else {
-    print(table(rows(tree, number(now))));
+    print(table(rows(tree, number(at(tree, {"time"})))));
   }
 }
 

@@ -16,6 +16,7 @@ class CommandLine : public ::testing::Test, protected TestTree {
  protected:
   CommandLine() {
     tree.mount("/zerotouch/sm", machine, Access::readOnly);
+    tree.mount("/zerotouch/status", machine->status(), Access::readOnly);
     tree.mount("/log/events", events, Access::readOnly);
   }
 
@@ -72,7 +73,14 @@ TEST_F(CommandLine, StatusShowsWhereProvisioningStands) {
   config->cancelledIs(true);
   std::string const text = run("status");
   EXPECT_NE(text.find("enabled, cancelled\n"), std::string::npos) << text;
-  EXPECT_NE(text.find("Waits for:       none\n"), std::string::npos) << text;
+  EXPECT_NE(text.find("Waits for:       no timer\n"), std::string::npos) << text;
+  machine->currentStateIs(ZeroTouch::ProvisioningState::stateInit);
+  EXPECT_NE(run("status").find("Waits for:       the hardware inventory to be ready\n"), std::string::npos);
+  config->enabledIs(false);
+  EXPECT_NE(run("status").find("Waits for:       being enabled\n"), std::string::npos);
+  machine->currentStateIs(ZeroTouch::ProvisioningState::stateShutdown);
+  machine->reloadRequestedIs(true);
+  EXPECT_NE(run("status").find("Waits for:       the reload, which was requested\n"), std::string::npos);
   EXPECT_TRUE(run("--json status").starts_with("{\n  \"time\": 1700003605.0,\n  \"config\": {")) << text;
 }
 
@@ -126,6 +134,7 @@ TEST_F(CommandLine, ValuesAndExitCodes) {
        "DHCP client "
        "runs.\n"
        "sm          entity  ZeroTouch::ZeroTouchSmModel        The provisioning state machine.\n"
+       "status      entity  ZeroTouch::Status                  What the agent says.\n"
        "exit 0"},
       {"set " + maxRunTime + " soon",
        "zerotouch: /zerotouch/config/maxRunTime: expected seconds (a number from 0 on) or "
