@@ -15,7 +15,10 @@ bool consumeDisableEntry(Kel::String const& mark) {
   if (!settings) return false;
   auto const entry = settings->find(ZeroTouch::disableSetting);
   if (entry == settings->end() || entry->second != ZeroTouch::disableOnNextReload) return false;
-  ZeroTouch::replaceFile(mark, "");
+  std::error_code error;
+  std::filesystem::create_directories(std::filesystem::path(mark).parent_path(), error);
+  // Without the mark a host restarted within this boot would not know; then the entry has to stay.
+  if (!ZeroTouch::replaceFile(mark, "").empty()) return true;
   settings->erase(entry);
   ZeroTouch::writeSettings(path, *settings);
   return true;

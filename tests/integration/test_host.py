@@ -37,7 +37,11 @@ def test_an_operator_disables_enables_and_cancels(host):
     assert "stateShutdown" in host.cli("status") or "reload" in host.cli("status")
 
 
-def test_a_cancelled_system_stays_off_for_one_boot(host):
+@pytest.mark.parametrize("socket_elsewhere", [False, True])
+def test_a_cancelled_system_stays_off_for_one_boot(host, socket_elsewhere):
+    if socket_elsewhere:  # then nothing but the mark lies in the run directory
+        host.socket = host.folder / "statebase.sock"
+        host.config.write_text(host.config.read_text() + f'[socket]\npath = "{host.socket}"\n')
     (host.flash / "zerotouch-config").write_text("KEEP=me\nDISABLE=NextReload\n")
     for _ in range(2):  # the second host of the same boot finds the entry consumed, and stays off all the same
         host.start(initial_values=READY)

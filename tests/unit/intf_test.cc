@@ -96,25 +96,29 @@ TEST_F(Intf, what_changes_while_the_view_is_frozen_is_looked_at_on_the_next_retr
 TEST_F(Intf, disabling_leaves_the_switch_as_it_was_found) {
   platform.ip6Config->intfIs(id("Ethernet1"));  // these were there before
   platform.l3ConfigDir->intfConfigIs(id("Ethernet1"));
+  platform.epicd->intfConfigIs(id("Ethernet1"));
   addPort("Ethernet1", routed, {"10g"});
   addPort("Ethernet2", routed, {"10g"});
   addLag("Port-Channel1", routed);
   inRetry();
   sm().toggleIntfSpeed();
-  EXPECT_EQ(platform.epicd->intfConfig(id("Ethernet2"))->linkModeLocal(),
-            Interface::EthLinkMode::linkMode10G);
+  for (char const* const name : {"Ethernet1", "Ethernet2"}) {
+    EXPECT_EQ(platform.epicd->intfConfig(id(name))->linkModeLocal(), Interface::EthLinkMode::linkMode10G);
+  }
   platform.config->enabledIs(false);
+  addLag("Port-Channel2", routed);  // while the stop is pending
   time.settle();
   EXPECT_EQ(registered() + known() + socketsWanted(), "");
   EXPECT_TRUE(sm().lagIntfStatus().empty());
   EXPECT_EQ(platform.ip6Config->intf().keys(), std::vector{id("Ethernet1")});
   EXPECT_EQ(platform.l3ConfigDir->intfConfig().keys(), std::vector{id("Ethernet1")});
-  EXPECT_EQ(platform.epicd->intfConfig(id("Ethernet2"))->linkModeLocal(),
+  EXPECT_EQ(platform.epicd->intfConfig().keys(), std::vector{id("Ethernet1")});
+  EXPECT_EQ(platform.epicd->intfConfig(id("Ethernet1"))->linkModeLocal(),
             Interface::EthLinkMode::linkModeDefault);
 
   platform.config->enabledIs(true);
   time.settle();
-  EXPECT_EQ(registered(), "Ethernet1 Ethernet2 Port-Channel1");
+  EXPECT_EQ(registered(), "Ethernet1 Ethernet2 Port-Channel1 Port-Channel2");
 }
 
 TEST_F(Intf, a_device_that_is_not_there_has_no_ipv6) {

@@ -127,6 +127,41 @@ TEST_F(LinkModes, a_port_with_a_link_or_an_inactive_one_is_left_alone) {
   EXPECT_EQ(spared(), "");
 }
 
+TEST_F(LinkModes, the_next_run_spares_what_the_disabled_one_did) {
+  addPort("Ethernet1", routed, {"10g"})->linkStatusIs(Interface::LinkStatus::up);
+  auto const inactive = addPort("Ethernet2", routed, {"10g"});
+  inactive->activeIs(false);
+  inSetup();
+  auto const spared = [this] { return names(sm().intfNoSpeedChangePool()); };
+  time.advance(20);
+  platform.config->enabledIs(false);
+  EXPECT_EQ(spared(), "");
+  time.advance(20);
+  platform.config->enabledIs(true);
+  time.settle();
+  EXPECT_EQ(spared(), "Ethernet1 Ethernet2");
+  time.advance(80);  // 120 seconds after the link came up
+  EXPECT_EQ(spared(), "Ethernet2");
+
+  platform.config->enabledIs(false);
+  time.advance(1);
+  platform.config->enabledIs(true);
+  time.settle();
+  EXPECT_EQ(spared(), "Ethernet2");
+}
+
+TEST_F(LinkModes, a_port_found_to_run_at_10_and_40_gigabit_is_spared_no_longer) {
+  auto const port = addPort("Ethernet1", routed);
+  port->activeIs(false);
+  inSetup();
+  EXPECT_EQ(names(sm().intfNoSpeedChangePool()), "Ethernet1");
+  port->linkModeCapabilitiesIs({.mode10G = true, .mode40G = true});
+  port->activeIs(true);
+  EXPECT_EQ(names(sm().intfNoSpeedChangePool()), "");
+  port->linkStatusIs(Interface::LinkStatus::up);
+  EXPECT_EQ(names(sm().intfNoSpeedChangePool()), "");
+}
+
 TEST_F(LinkModes, new_capabilities_restart_the_cycle) {
   auto const port = addPort("Ethernet1", routed, {"10g"});
   inSetup();

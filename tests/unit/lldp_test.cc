@@ -29,6 +29,39 @@ std::vector<std::uint8_t> frame(std::size_t size, std::vector<std::uint16_t> con
   return bytes;
 }
 
+// Opens and closes sockets within the call that asks for it.
+class PromptSockets : public Interface::PamDesiredIntfDir::NotifieeConst {
+ public:
+  explicit PromptSockets(ZeroTouch::ZeroTouchPamMan const& manager)
+      : NotifieeConst(manager.pamDesiredIntfDir()), open_(manager.ethDevPamCollection()) {}
+  void onIntfDesired(Wire::IntfId const& intfId) override {
+    if (notifier().intfDesired(intfId)) {
+      open_->intfPamIs(Kel::makePtr<TestPam>(intfId));
+    } else {
+      open_->intfPamDel(intfId);
+    }
+  }
+
+ private:
+  Kel::Ptr<Interface::EthDevPamCollection> open_;
+};
+
+// Makes a port routed, and no longer so, within the call that asks for it.
+class PromptForwarding : public L3::Intf::ConfigDir::NotifieeConst {
+ public:
+  explicit PromptForwarding(ZeroTouch::MountedEntities const& entities)
+      : NotifieeConst(entities.l3ConfigDir), ports_(entities.episd) {}
+  void onIntfConfig(Wire::IntfId const& intfId) override {
+    using enum Interface::IntfForwardingModel;
+    if (auto const port = ports_->intfStatus(intfId)) {
+      port->forwardingModelIs(notifier().intfConfig(intfId) ? routed : unconfigured);
+    }
+  }
+
+ private:
+  Kel::Ptr<Interface::AllEthPhyIntfStatusDir> ports_;
+};
+
 }  // namespace
 
 class Lldp : public PortTest {
@@ -117,6 +150,53 @@ TEST_F(Lldp, a_socket_that_comes_while_the_view_is_frozen_is_watched_from_the_ne
   time.settle();
   pam->receive(frame(60, {0x88cc}));
   EXPECT_EQ(hearing(), "Ethernet1");
+}
+
+TEST_F(Lldp, a_platform_may_react_within_the_call_that_asks) {
+  for (bool const immediate : {false, true}) {
+    Environment scoped;
+    if (immediate) scoped.set("ZEROTOUCH_FORCE_IMMEDIATE_STATE_TRANSITIONS", "1");
+    atRest();
+    inventoryIs(EntityMib::InitStatus::initialized);
+    auto const sockets = Kel::makePtr<PromptSockets>(*agent->ztPamMan());
+    auto const forwarding = Kel::makePtr<PromptForwarding>(platform);
+    auto const expectPorts = [&](std::string const& expected) {
+      time.settle();
+      EXPECT_EQ(known(), expected);
+      EXPECT_EQ(registered(), expected);
+      EXPECT_EQ(socketsWanted(), expected);
+      EXPECT_EQ(names(pams()->intfPam()), expected);
+      for (auto const& [intfId, port] : platform.episd->intfStatus()) {
+        port->linkStatusIs(Interface::LinkStatus::up);
+        if (auto const pam = pams()->intfPam(intfId)) {
+          static_cast<TestPam&>(*pam).receive(frame(60, {0x88cc}));
+        }
+      }
+      EXPECT_EQ(hearing(), expected);
+    };
+    addPort("Ethernet1", unconfigured);
+    addPort("Ethernet2", unconfigured);
+    platform.config->enabledIs(true);
+    expectPorts("Ethernet1 Ethernet2");
+    addPort("Ethernet3", unconfigured);
+    removePort("Ethernet1");
+    expectPorts("Ethernet2 Ethernet3");
+    platform.episd->intfStatusIs(Kel::makePtr<Interface::EthPhyIntfStatus>(id("Ethernet2")));
+    platform.episd->intfStatus(id("Ethernet2"))->forwardingModelIs(routed);
+    expectPorts("Ethernet2 Ethernet3");
+    EXPECT_EQ(sm().phyIntfStatus(id("Ethernet2"))->ethIntfStatus(),
+              platform.episd->intfStatus(id("Ethernet2")));
+
+    time.advance(40);  // into the first retry
+    EXPECT_EQ(sm().currentState(), State::stateRetry);
+    platform.config->enabledIs(false);
+    expectPorts("");
+    EXPECT_TRUE(platform.ip6Config->intf().empty() && platform.l3ConfigDir->intfConfig().empty());
+    platform.config->enabledIs(true);
+    expectPorts("Ethernet2 Ethernet3");
+    EXPECT_EQ(runningTimer(), "InterfacesSetupTimer");
+    startOver();
+  }
 }
 
 TEST_F(Lldp, the_platform_is_asked_for_sockets_with_the_filter) {

@@ -10,10 +10,10 @@ namespace {
 
 // SIGTERM to a child that runs. False when there is nothing to stop: no record, or it has ended already and
 // its own reactor is about to be told.
-bool terminate(Kel::Ptr<Kel::ChildSiginfo const> const& child, char const* client) {
+bool terminate(Kel::Ptr<Kel::ChildSiginfo const> const& child, char const* client, char const* caller) {
   if (!child || child->ended()) return false;
   KEL_TRACE(traceZeroTouchSm, 5,
-            "ZeroTouchSm::terminate - Killing running " << client << ", pid=" << child->pid());
+            "ZeroTouchSm::" << caller << " - Killing running " << client << ", pid=" << child->pid());
   Kel::kill(child->pid(), SIGTERM);
   return true;
 }
@@ -55,15 +55,16 @@ void ZeroTouchSm::dhclient6ChildProcessDel() { dhclient6ChildProcess_ = nullptr;
 void ZeroTouchSm::dhclient6StatelessChildProcessDel() { dhclient6StatelessChildProcess_ = nullptr; }
 
 void ZeroTouchSm::doStopDhclient() {
-  if (terminate(dhclientChildProcess(), "dhclient")) dhclientChildProcessDel();
+  if (terminate(dhclientChildProcess(), "dhclient", __func__)) dhclientChildProcessDel();
 }
 
 void ZeroTouchSm::doStopDhclient6() {
-  if (terminate(dhclient6ChildProcess(), "dhclient6")) dhclient6ChildProcessDel();
+  if (terminate(dhclient6ChildProcess(), "dhclient6", __func__)) dhclient6ChildProcessDel();
 }
 
 void ZeroTouchSm::doStopDhclient6Stateless() {
-  if (terminate(dhclient6StatelessChildProcess(), "dhclient6 stateless")) dhclient6StatelessChildProcessDel();
+  if (terminate(dhclient6StatelessChildProcess(), "dhclient6 stateless", __func__))
+    dhclient6StatelessChildProcessDel();
 }
 
 // A client that ends is not started again: the timer of the query decides what follows. In stateShutdown its

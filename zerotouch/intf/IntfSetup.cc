@@ -2,13 +2,14 @@
 #include <fstream>
 
 #include "platform/kel/Format.h"
+#include "zerotouch/intf/KelEthPhyIntfStatus.h"
 #include "zerotouch/sm/SmTrace.h"
-#include "zerotouch/sm/ZeroTouchSm.h"
 
 namespace ZeroTouch {
 
 void ZeroTouchSm::doSetupInterfaces() {
   SM_TRACE(5, "");
+  for (auto const& [intfId, port] : ethPhyIntfStatus_) port->handleRunStart();
   handleEthPhyIntfStatus();
   handleEthLagIntfStatus();
   lookAtSkippedIntfs();

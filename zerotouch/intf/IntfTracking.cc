@@ -1,7 +1,7 @@
 // Which ports and port-channels take part in provisioning.
 #include <cstdlib>
 
-#include "zerotouch/intf/PortReactor.h"
+#include "zerotouch/intf/KelEthPhyIntfStatus.h"
 #include "zerotouch/sm/SmTrace.h"
 #include "zerotouch/sm/ZeroTouchSm.h"
 
@@ -39,17 +39,15 @@ Kel::Ptr<IntfStatus> findRecord(ZeroTouchSmModel const& sm, Matches const& match
 
 }  // namespace
 
-bool ZeroTouchSm::shouldProcessIntfStatus() const {
-  return mayActIn(stateSetupInterfaces() | stateRetry());
-}
+bool ZeroTouchSm::shouldProcessIntfStatus() const { return mayActIn(stateSetupInterfaces() | stateRetry()); }
 
-void ZeroTouchSm::ethPhyIntfStatusReactorIs(Wire::IntfId const& intfId) {
+void ZeroTouchSm::ethPhyIntfStatusIs(Wire::IntfId const& intfId) {
   auto const port = episd()->intfStatus(intfId);
-  auto const found = portReactors_.find(intfId);
-  if (found != portReactors_.end() && found->second->port() == port) return;
-  portReactors_.erase(intfId);
+  auto const found = ethPhyIntfStatus_.find(intfId);
+  if (found != ethPhyIntfStatus_.end() && found->second->port() == port) return;
+  ethPhyIntfStatus_.erase(intfId);
   if (port) {
-    portReactors_.emplace(intfId, Kel::makePtr<PortReactor>(port, *this));
+    ethPhyIntfStatus_.emplace(intfId, Kel::makePtr<KelEthPhyIntfStatus>(port, *this));
   } else {
     intfNoSpeedChangePoolDel(intfId);
   }

@@ -86,8 +86,9 @@ void ZeroTouchSm::toggleIntfSpeed() {
 }
 
 void ZeroTouchSm::applyLinkMode(Wire::IntfId const& intfId, EthLinkMode mode, bool autoneg) {
+  bool const created = !epicd()->intfConfig().contains(intfId);
   auto const config = epicd()->intfConfigIs(intfId);
-  speedSet_.insert(intfId);
+  speedSet_.try_emplace(intfId, created);
   if (!autoneg) {
     config->linkModeLocalIs(mode);
   } else if (mode == EthLinkMode::linkMode40G) {
@@ -120,10 +121,11 @@ void ZeroTouchSm::updateAdvertisedModes(Kel::Ptr<Interface::EthPhyIntfConfig> co
 }
 
 void ZeroTouchSm::restoreSpeeds() {
-  for (auto const& intfId : std::exchange(speedSet_, {})) {
+  for (auto const& [intfId, created] : std::exchange(speedSet_, {})) {
     if (auto const config = epicd()->intfConfig(intfId)) {
       config->linkModeLocalIs(EthLinkMode::linkModeDefault);
       config->advertisedModesConfiguredLocalIs(false);
+      if (created) epicd()->intfConfigDel(intfId);
     }
   }
 }

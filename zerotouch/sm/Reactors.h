@@ -31,7 +31,7 @@ class ZeroTouchSm::KelEpisd : public Interface::AllEthPhyIntfStatusDir::Notifiee
   KelEpisd(Kel::Ptr<Interface::AllEthPhyIntfStatusDir const> const& episd, ZeroTouchSm& sm)
       : NotifieeConst(episd), sm_(sm) {}
   void onIntfStatus(Wire::IntfId const& intfId) override {
-    sm_.ethPhyIntfStatusReactorIs(intfId);
+    sm_.ethPhyIntfStatusIs(intfId);
     sm_.handleEthPhyIntfStatus(intfId);
   }
 

@@ -83,7 +83,8 @@ void ZeroTouchSm::doStopZeroTouch(bool cancelled) {
     doCreateGuardFileAndShutdown();
     return;
   }
-  // Requested first: what the platform reports while things are taken back is no reason to take them up again.
+  // Requested first: what the platform reports while things are taken back is no reason to take them up
+  // again.
   doStateTransition(currentState(), stateInit());
   leaveAsFound();
 }
@@ -99,6 +100,7 @@ void ZeroTouchSm::leaveAsFound() {
   intfStatus6DelAll();
   intfStatus6StatelessDelAll();
   intfLldpPoolDelAll();
+  intfNoSpeedChangePoolDelAll();
   restoreSpeeds();
   withdrawLayer3();
 }

@@ -1,6 +1,6 @@
 #include "zerotouch/sm/ZeroTouchSm.h"
 
-#include "zerotouch/intf/PortReactor.h"
+#include "zerotouch/intf/KelEthPhyIntfStatus.h"
 #include "zerotouch/sm/Reactors.h"
 #include "zerotouch/sm/SmTrace.h"
 
@@ -39,7 +39,7 @@ ZeroTouchSm::ZeroTouchSm(
       kelEntityMibStatus_(Kel::makePtr<KelEntityMibStatus>(this->entityMibStatus(), *this)),
       clock_(Kel::makePtr<KelClock>(clock, *this)),
       stateTransitionClock_(Kel::makePtr<KelStateTransitionClock>(stateTransitionClock, *this)) {
-  for (auto const& intfId : this->episd()->intfStatus().keys()) ethPhyIntfStatusReactorIs(intfId);
+  for (auto const& intfId : this->episd()->intfStatus().keys()) ethPhyIntfStatusIs(intfId);
   handleTimer();
   handleStateTransitionClock();
   handleInitialized();

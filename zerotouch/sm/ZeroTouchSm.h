@@ -58,7 +58,6 @@
 
 namespace ZeroTouch {
 
-class PortReactor;
 struct TimerSettings;
 
 class ZeroTouchSm : public ZeroTouchSmModel {
@@ -222,13 +221,13 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   void doCleanupDhclientState();
 
  private:
-  friend class PortReactor;
-
-  // The reactors, one for each entity, clock and child that is watched; defined in sm/Reactors.h.
+  // The reactors, one for each entity, clock and child that is watched; defined in sm/Reactors.h, that of a
+  // port in intf/KelEthPhyIntfStatus.h.
   class KelConfig;
   class KelDhcpStatus;
   class KelEpisd;
   class KelElisd;
+  class KelEthPhyIntfStatus;
   class KelEthDevPamCollection;
   class KelEntityMibStatus;
   class KelClock;
@@ -266,7 +265,7 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   // intf/
   void configureLayer3(Wire::IntfId const& intfId);
   void withdrawLayer3();
-  void ethPhyIntfStatusReactorIs(Wire::IntfId const& intfId);
+  void ethPhyIntfStatusIs(Wire::IntfId const& intfId);
   void lookAtSkippedIntfs();
   void reconcileLldpWatch(Kel::Ptr<IntfStatus> const& record);
   void lldpWatchDel(Kel::Ptr<IntfStatus> const& record);
@@ -287,14 +286,15 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   Kel::Ptr<KelClock> clock_;
   Kel::Ptr<KelStateTransitionClock> stateTransitionClock_;
   Kel::Ptr<EntityMibRootSm> entityMibRootSm_;
-  std::map<Wire::IntfId, Kel::Ptr<PortReactor>> portReactors_;
+  std::map<Wire::IntfId, Kel::Ptr<KelEthPhyIntfStatus>> ethPhyIntfStatus_;
   // Changes that came while the view was frozen.
   std::set<Wire::IntfId> skippedEthPhy_;
   std::set<Wire::IntfId> skippedLag_;
-  // The configuration entries that this run has made, and the ports whose speed it has set.
+  // The configuration entries that this run has made; of the ports whose speed it has set, whether it made
+  // the entry.
   std::set<Wire::IntfId> createdIp6Config_;
   std::set<Wire::IntfId> createdL3Config_;
-  std::set<Wire::IntfId> speedSet_;
+  std::map<Wire::IntfId, bool> speedSet_;
   Kel::Ptr<KelDhclientChildProcess> dhclientChildProcess_;
   Kel::Ptr<KelDhclient6ChildProcess> dhclient6ChildProcess_;
   Kel::Ptr<KelDhclient6StatelessChildProcess> dhclient6StatelessChildProcess_;

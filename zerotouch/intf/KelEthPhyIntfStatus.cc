@@ -1,8 +1,7 @@
-#include "zerotouch/intf/PortReactor.h"
+#include "zerotouch/intf/KelEthPhyIntfStatus.h"
 
 #include "platform/kel/ActivityManager.h"
 #include "zerotouch/sm/SmTrace.h"
-#include "zerotouch/sm/ZeroTouchSm.h"
 
 namespace ZeroTouch {
 
@@ -11,26 +10,27 @@ namespace {
 constexpr Kel::Seconds linkActiveHold = 120;
 }  // namespace
 
-PortReactor::PortReactor(Kel::Ptr<Interface::EthPhyIntfStatus const> const& port, ZeroTouchSm& sm)
+ZeroTouchSm::KelEthPhyIntfStatus::KelEthPhyIntfStatus(Kel::Ptr<Interface::EthPhyIntfStatus const> const& port,
+                                                      ZeroTouchSm& sm)
     : NotifieeConst(port), port_(port), sm_(sm) {
   handleInitialized(intfId());
 }
 
-void PortReactor::handleInitialized(Wire::IntfId const& intfId) {
+void ZeroTouchSm::KelEthPhyIntfStatus::handleInitialized(Wire::IntfId const& intfId) {
   intfLinkActiveClock_ =
       Kel::makePtr<KelIntfLinkActiveClock>(Kel::activityManager()->config()->clock(), *this);
   handleLinkAndActiveStatus(intfId);
 }
 
 // DHCP reports carry device names, so a record follows its device's name in any state.
-void PortReactor::onDeviceName() {
+void ZeroTouchSm::KelEthPhyIntfStatus::onDeviceName() {
   if (auto const record = sm_.phyIntfStatus(intfId()); record && record->ethIntfStatus() == port_) {
     record->kernelIntfNameIs(port_->deviceName());
   }
 }
 
 // Such a port may have come up at the wrong one of the two.
-bool PortReactor::canRunAt10GAnd40G(Wire::IntfId const& intfId) const {
+bool ZeroTouchSm::KelEthPhyIntfStatus::canRunAt10GAnd40G(Wire::IntfId const& intfId) const {
   if (auto const modes = sm_.linkModesOnIntf(intfId)) {
     return modes->mode().contains(Interface::EthLinkMode::linkMode10G) &&
            modes->mode().contains(Interface::EthLinkMode::linkMode40G);
@@ -40,11 +40,13 @@ bool PortReactor::canRunAt10GAnd40G(Wire::IntfId const& intfId) const {
   return capabilities.mode10G && capabilities.mode40G;
 }
 
-void PortReactor::handleLinkAndActiveStatus(Wire::IntfId const& intfId) {
+void ZeroTouchSm::KelEthPhyIntfStatus::handleLinkAndActiveStatus(Wire::IntfId const& intfId) {
   if (canRunAt10GAnd40G(intfId)) {
-    KEL_TRACE(
-        traceZeroTouchSm, 5,
-        "PortReactor::" << __func__ << " Ignoring link status for 10/40G capable " << intfId.stringValue());
+    KEL_TRACE(traceZeroTouchSm, 5,
+              "KelEthPhyIntfStatus::" << __func__ << " Ignoring link status for 10/40G capable "
+                                      << intfId.stringValue());
+    // It may have been put in before it told that it can run at both.
+    handleLinkActiveTimeout(intfId);
     return;
   }
   bool const up = port_->linkStatus() == Interface::LinkStatus::up;
@@ -57,13 +59,20 @@ void PortReactor::handleLinkAndActiveStatus(Wire::IntfId const& intfId) {
   }
 }
 
+// Disabling has emptied the pool; whatever spares the port still does so in the next run.
+void ZeroTouchSm::KelEthPhyIntfStatus::handleRunStart() {
+  bool const linkHolds = intfLinkActiveClock_->timeMin() != Kel::never;
+  bool const inactive = !port_->active() && port_->linkStatus() != Interface::LinkStatus::up;
+  if (linkHolds || (inactive && !canRunAt10GAnd40G(intfId()))) sm_.intfNoSpeedChangePoolIs(port_);
+}
+
 // Provisioning has not finished over this link in time; another speed may do better.
-void PortReactor::handleLinkActiveTimeout(Wire::IntfId const& intfId) {
+void ZeroTouchSm::KelEthPhyIntfStatus::handleLinkActiveTimeout(Wire::IntfId const& intfId) {
   sm_.intfNoSpeedChangePoolDel(intfId);
   intfLinkActiveClock_->timeMinIs(Kel::never);
 }
 
-void PortReactor::handleForwardingModel() {
+void ZeroTouchSm::KelEthPhyIntfStatus::handleForwardingModel() {
   if (!sm_.enabled()) return;
   if (sm_.shouldProcessIntfStatus()) {
     sm_.doRegisterEthPhyIntf(intfId().stringValue());
@@ -72,7 +81,7 @@ void PortReactor::handleForwardingModel() {
   }
 }
 
-void PortReactor::handleLinkModeCapabilities(Wire::IntfId const& intfId) {
+void ZeroTouchSm::KelEthPhyIntfStatus::handleLinkModeCapabilities(Wire::IntfId const& intfId) {
   if (sm_.enabled()) sm_.addKnownLinkMode(intfId);
 }
 

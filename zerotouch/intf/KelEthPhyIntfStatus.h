@@ -1,19 +1,16 @@
 // What happens on one physical port: its link, its forwarding model, the speeds it can run at.
 #pragma once
 
-#include "platform/kel/Clock.h"
-#include "platform/model/interface.h"
+#include "zerotouch/sm/ZeroTouchSm.h"
 
 namespace ZeroTouch {
-
-class ZeroTouchSm;
 
 // Exists for every port of the platform's directory, whatever the state of provisioning. Keeps the pool of
 // ports whose speed is left alone: those with a link, for 120 seconds after it came up, and those that are
 // not active.
-class PortReactor : public Interface::EthPhyIntfStatus::NotifieeConst {
+class ZeroTouchSm::KelEthPhyIntfStatus : public Interface::EthPhyIntfStatus::NotifieeConst {
  public:
-  PortReactor(Kel::Ptr<Interface::EthPhyIntfStatus const> const& port, ZeroTouchSm& sm);
+  KelEthPhyIntfStatus(Kel::Ptr<Interface::EthPhyIntfStatus const> const& port, ZeroTouchSm& sm);
 
   void onDeviceName() override;
   void onForwardingModel() override { handleForwardingModel(); }
@@ -25,6 +22,7 @@ class PortReactor : public Interface::EthPhyIntfStatus::NotifieeConst {
   void handleInitialized(Wire::IntfId const& intfId);
   void handleLinkAndActiveStatus(Wire::IntfId const& intfId);
   void handleLinkActiveTimeout(Wire::IntfId const& intfId);
+  void handleRunStart();
   void handleForwardingModel();
   void handleLinkModeCapabilities(Wire::IntfId const& intfId);
 
@@ -33,12 +31,12 @@ class PortReactor : public Interface::EthPhyIntfStatus::NotifieeConst {
  private:
   class KelIntfLinkActiveClock : public Kel::Clock::NotifieeConst {
    public:
-    KelIntfLinkActiveClock(Kel::Ptr<Kel::Clock const> const& clock, PortReactor& owner)
+    KelIntfLinkActiveClock(Kel::Ptr<Kel::Clock const> const& clock, KelEthPhyIntfStatus& owner)
         : NotifieeConst(clock), owner_(owner) {}
     void onTime() override { owner_.handleLinkActiveTimeout(owner_.intfId()); }
 
    private:
-    PortReactor& owner_;
+    KelEthPhyIntfStatus& owner_;
   };
 
   Wire::IntfId const& intfId() const { return port_->intfId(); }
