@@ -34,6 +34,7 @@ def plug_in(namespace, device):
 
 def main():
     near, far = plug_in(*sys.argv[1:3]), plug_in(*sys.argv[3:5])
+    print("ready", flush=True)
     other_end = {near: far, far: near}
     while True:
         for end in select.select([near, far], [], [])[0]:

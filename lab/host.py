@@ -50,23 +50,17 @@ class Host:
             path = self.folder / "initial.json"
             path.write_text(json.dumps(initial_values))
             arguments += ("--initial-values", str(path))
-        self.process = self.processes.start("host", self.command(*arguments), self.environment)
-        wait_for(lambda: self.process.poll() is not None or "ready on" in self.output(), "the host to be ready")
-        assert self.process.poll() is None, self.output()
+        self.process = self.processes.start("host", self.command(*arguments), self.environment, ready="ready on")
         return self
 
     def output(self):
-        """Of the run that goes on, or of the one that could not start."""
+        """Of the one that was started last."""
         return self.log.read_text() if self.log.exists() else ""
 
     def stop(self, how=signal.SIGTERM):
         """Its exit code, or None when this object did not start it or it does not run."""
-        pid = self.processes.running("host")
-        code = self.processes.stop("host", how)
         self.process = None
-        if self.log.exists():
-            self.log.rename(self.log.with_suffix(f".{pid or 'failed'}"))
-        return code
+        return self.processes.stop("host", how)
 
     def cli(self, *arguments, code=0):
         """Runs the command line; its standard output, or its standard error when it is to fail with `code`."""

@@ -7,6 +7,7 @@ import argparse
 import errno
 import socket
 import struct
+import sys
 import time
 
 NEAREST_BRIDGE = bytes.fromhex("0180c200000e")
@@ -35,7 +36,11 @@ def main():
     parser.add_argument("--vlan", type=int, help="send them tagged with this VLAN ID")
     options = parser.parse_args()
     with socket.socket(socket.AF_PACKET, socket.SOCK_RAW) as sender:
-        sender.bind((options.device, 0))
+        try:
+            sender.bind((options.device, 0))
+        except OSError as error:
+            sys.exit(f"{options.device}: {error.strerror}")
+        print("ready", flush=True)
         mac = sender.getsockname()[4]
         while True:
             try:

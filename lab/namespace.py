@@ -6,7 +6,6 @@ import signal
 import subprocess
 
 from lab import processes
-from lab.polling import wait_for
 
 
 def run(*argv):
@@ -76,12 +75,7 @@ class SwitchNamespace(Namespace):
         (etc / "hostname").write_text(hostname + "\n")
         holder = ('set -e; echo "$1" >/proc/sys/kernel/hostname; mount --bind "$2" /etc; echo ready; '
                   'exec sleep infinity')
-        argv = super().enter() + ["unshare", "--uts", "sh", "-c", holder, "sh", hostname, etc]
-        process = self.holders.start(self.HOLDER, argv)
-        log = self.holders.log(self.HOLDER)
-        wait_for(lambda: process.poll() is not None or "ready" in log.read_text(), "the switch's namespace")
-        if process.poll() is not None:
-            raise RuntimeError(f"the switch's namespace: {log.read_text().strip()}")
+        self.holders.start(self.HOLDER, super().enter() + ["unshare", "--uts", "sh", "-c", holder, "sh", hostname, etc])
 
     def enter(self):
         pid = self.holders.running(self.HOLDER)

@@ -8,6 +8,8 @@ import select
 import signal
 import subprocess
 
+from lab.polling import wait_for
+
 
 def start_time(pid):
     """Of a process that runs, in clock ticks since the boot; None when there is none, or only its remains."""
@@ -23,14 +25,19 @@ class Processes:
         self.folder = folder
         self.children = {}  # those that this process started, which it has to reap
 
-    def start(self, name, argv, environment=None):
-        """Starts a program; its output is appended to NAME.log. The name must not be in use."""
-        assert self.running(name) is None, f"{name} is running already"
-        with open(self.log(name), "ab") as log:
+    def start(self, name, argv, environment=None, ready="ready"):
+        """Starts a program, and returns when it has written `ready` to its output, which goes to NAME.log."""
+        if self.running(name) is not None:
+            raise RuntimeError(f"{name} is running already")
+        with open(self.log(name), "wb") as log:
             process = subprocess.Popen([str(word) for word in argv], env={**os.environ, **(environment or {})},
                                        stdin=subprocess.DEVNULL, stdout=log, stderr=log, start_new_session=True)
         self.children[name] = process
         self._pid_file(name).write_text(f"{process.pid} {start_time(process.pid)}\n")
+        wait_for(lambda: ready in self.log(name).read_text() or process.poll() is not None, f"{name} to be ready")
+        if process.poll() is not None:
+            self.stop(name)
+            raise RuntimeError(f"{name} ended: {self.log(name).read_text().strip()}")
         return process
 
     def log(self, name):

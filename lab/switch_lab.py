@@ -7,6 +7,7 @@ A port of the switch, et1, leads to the device p1 of the server side. It is one 
 
 What there is, is asked of the kernel every time, so that any number of commands and tests can work on one lab."""
 import pathlib
+import re
 import shutil
 
 from lab.host import Host
@@ -14,6 +15,7 @@ from lab.namespace import Namespace, SwitchNamespace, run
 from lab.processes import Processes
 
 HERE = pathlib.Path(__file__).resolve().parent
+NAME = re.compile("[A-Za-z0-9][A-Za-z0-9-]{0,62}")
 LABS = pathlib.Path("/run/zerotouch-lab")
 SCENARIOS = HERE / "scenarios"
 
@@ -33,6 +35,8 @@ def mac(end, number):
 
 class Lab:
     def __init__(self, name="ztlab"):
+        if not NAME.fullmatch(name):
+            raise ValueError(f"'{name}' cannot be the name of a lab; letters, digits and dashes can")
         self.name = name
         self.folder = LABS / name
         self.processes = Processes(self.folder)
@@ -49,6 +53,9 @@ class Lab:
         try:
             self.folder.mkdir(parents=True)
             self.server.create()
+            # A port that is unplugged keeps its address, and has the use of it as soon as it is plugged in again.
+            self.server.ip6_setting("all", "keep_addr_on_down", 1)
+            self.server.ip6_setting("default", "dad_transmits", 0)
             self.switch.create("switch", self.host.folder / "etc")
             self.host.prepare()
         except BaseException:
@@ -113,7 +120,10 @@ class Lab:
             self.server.ip("link", "set", f"p{number}", "down")
 
     def is_tap(self, number):
-        return self.server.links()[f"p{number}"]["linkinfo"]["info_kind"] == "tun"
+        link = self.server.links().get(f"p{number}")
+        if link is None:
+            raise RuntimeError(f"there is no port et{number}")
+        return link["linkinfo"]["info_kind"] == "tun"
 
     def _set_up_server_side(self, number):
         self.server.ip("address", "add", f"2001:db8:{number:x}::1/64", "dev", f"p{number}", "nodad")
@@ -126,7 +136,8 @@ class Lab:
         self.stop_serving()
         self.processes.start("dnsmasq", [
             *self.server.enter(), "dnsmasq", f"--conf-file={SCENARIOS / scenario}.conf", "--keep-in-foreground",
-            "--user=root", "--log-facility=-", "--pid-file=", f"--dhcp-leasefile={self.folder / 'leases'}"])
+            "--user=root", "--log-facility=-", "--pid-file=", f"--dhcp-leasefile={self.folder / 'leases'}"],
+            ready="started, version")
 
     def stop_serving(self):
         self.processes.stop("dnsmasq")

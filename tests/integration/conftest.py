@@ -32,5 +32,6 @@ def lab():
         result.host.environment |= SHORT_TIMERS
         yield result
     finally:
-        print(result.host.output())
+        for log in sorted(result.folder.rglob("*.log")):
+            print(f"== {log}\n{log.read_text()}")
         result.down()

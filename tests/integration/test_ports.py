@@ -55,7 +55,7 @@ def test_a_port_is_set_up_and_its_carrier_followed(lab):
     refuse_ip6(lab, "et1")
     lab.host.start()
     wait_port(lab, "Ethernet1", device="et1", link="up", operState="up", forwarding="routed", registered="yes")
-    assert ip6(lab, "et1") == SET_UP
+    wait_for(lambda: ip6(lab, "et1") == SET_UP, "et1 to be set up")
     assert lab.host.get("/interface/status/ethPhy/intfStatus/Ethernet1/macAddr") == "02:00:00:01:00:01"
     lab.unplug(1)
     wait_port(lab, "Ethernet1", link="down", operState="down", forwarding="routed", registered="yes")
@@ -74,13 +74,14 @@ def test_ports_come_go_and_are_renamed(lab):
     wait_for(lambda: ports(lab) == {}, "Ethernet1 to go")
     wait_for(lambda: lab.host.get("/zerotouch/sm/phyIntfStatus") == {}, "its record to go")
     lab.add_veth(1)
-    refuse_ip6(lab, "et1")  # may meet the host before or after it sets the port up, which then has to see to it
     wait_port(lab, "Ethernet1", link="up", registered="yes")
+    wait_for(lambda: ip6(lab, "et1") == SET_UP, "et1 to be set up again")
     lab.switch.ip("link", "set", "et1", "down")
     lab.switch.ip("link", "set", "et1", "name", "et7")
     wait_port(lab, "Ethernet7", device="et7", link="up", registered="yes")
     assert list(ports(lab)) == ["Ethernet7"]
     wait_for(lambda: list(lab.host.get("/zerotouch/sm/phyIntfStatus")) == ["Ethernet7"], "the old record to go")
+    wait_for(lambda: ip6(lab, "et7") == SET_UP, "et7 to be set up")
     assert not is_up(lab, "other1")
 
 
@@ -137,7 +138,7 @@ def test_router_advertisements_show_what_they_say_of_dhcp(lab):
     lab.serve("ra-managed")
     lab.host.start()
     wait_for(lambda: advertised() == {"Ethernet1": {"managed": True, "other": True}}, "the managed flag")
-    assert "default via fe80::" in lab.switch.ip("-6", "route", "show", "dev", "et1")
+    wait_for(lambda: "default via fe80::" in lab.switch.ip("-6", "route", "show", "dev", "et1"), "a default route")
     lab.unplug(1)
     wait_for(lambda: advertised() == {}, "the advertisement to end with the link")
     lab.serve("ra-stateless")

@@ -1,0 +1,60 @@
+"""The lab as a person uses it."""
+import os
+import subprocess
+
+import pytest
+
+from lab.host import ROOT
+from lab.namespace import run
+from lab.switch_lab import LABS
+
+pytestmark = pytest.mark.skipif(os.geteuid() != 0, reason="network namespaces need root")
+NAME = f"zttest-{os.getpid()}-cli"
+
+
+def lab(verb, *arguments, code=0):
+    result = subprocess.run([ROOT / "lab" / "lab", verb, "--name", NAME, *arguments], capture_output=True, text=True,
+                            timeout=60, stdin=subprocess.DEVNULL)
+    assert result.returncode == code, result.stdout + result.stderr
+    return result.stdout if code == 0 else result.stderr
+
+
+@pytest.fixture
+def cleaned():
+    yield
+    if (LABS / NAME).exists():
+        lab("down")
+
+
+def test_a_lab_comes_up_is_played_with_and_goes_away(cleaned):
+    before, etc = run("ip", "netns", "list"), os.stat("/etc")
+    lab("up", "--veth", "1", "--tap", "1")
+    assert "is up already" in lab("up", code=1)
+    lab("host", "--timers", "0.2", "start", "--trace", "ZeroTouchSm=5")
+    lab("plug", "et2")
+    lab("lldp", "et2")
+    lab("serve", "ra-managed")
+    assert "is running already" in lab("host", "start", code=1)
+    assert lab("status").splitlines()[-1] == "running: host, cable-2, dnsmasq, lldp-2"
+    assert "Ethernet1" in lab("shell", "switch", "zerotouch", "ports")
+    assert lab("shell", "switch", "sh", "-c", "hostname; hostname changed; echo changed >/etc/changed; hostname") == (
+        "switch\nchanged\n")
+    assert os.uname().nodename != "changed" and os.stat("/etc").st_mtime == etc.st_mtime
+    lab("host", "stop")
+    assert lab("status").splitlines()[-1] == "running: cable-2, dnsmasq, lldp-2"
+    lab("remove", "et2")
+    lab("unplug", "et1")
+    assert "  et1 down       veth  down       p1" in lab("status")
+    lab("down")
+    assert "there is no lab" in lab("down", code=1)
+    assert run("ip", "netns", "list") == before and not (LABS / NAME).exists()
+
+
+def test_what_a_person_gets_wrong_is_named(cleaned):
+    assert f"{NAME} is not up" in lab("status", code=1)
+    assert "'../etc' cannot be the name of a lab" in lab("down", "--name", "../etc", code=1)
+    assert "nowhere" in lab("serve", "nowhere", code=2)
+    assert "eth1" in lab("plug", "eth1", code=2)
+    lab("up", "--veth", "0", "--tap", "0")
+    assert "et9" in lab("plug", "et9", code=1)
+    assert "p9" in lab("lldp", "et9", code=1)
