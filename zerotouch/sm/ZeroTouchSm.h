@@ -223,6 +223,8 @@ class ZeroTouchSm : public ZeroTouchSmModel {
  private:
   // The reactors, one for each entity, clock and child that is watched; defined in sm/Reactors.h, that of a
   // port in intf/KelEthPhyIntfStatus.h.
+  template <typename Entity>
+  class Reactor;
   class KelConfig;
   class KelDhcpStatus;
   class KelEpisd;
