@@ -28,6 +28,18 @@ class ZeroTouchSm::KelDhcpStatus : public Reactor<DhcpStatus> {
   void onIntfDhcp6Status(Kel::Name const& name) override { sm_.handleIntfDhcp6Status(name); }
 };
 
+class ZeroTouchSm::KelIpStatus : public Reactor<Ip::Status> {
+ public:
+  using Reactor::Reactor;
+  void onIpIntfStatus(Wire::IntfId const& intfId) override { sm_.ipIntfStatusIs(intfId); }
+};
+
+class ZeroTouchSm::KelIp6Status : public Reactor<Ip6::Status> {
+ public:
+  using Reactor::Reactor;
+  void onIntf(Wire::IntfId const& intfId) override { sm_.ip6IntfStatusIs(intfId); }
+};
+
 class ZeroTouchSm::KelEpisd : public Reactor<Interface::AllEthPhyIntfStatusDir> {
  public:
   using Reactor::Reactor;
