@@ -5,7 +5,8 @@ import subprocess
 
 import pytest
 
-from conftest import BUILD, wait_for
+from lab.host import BUILD
+from lab.polling import wait_for
 
 READY = {"/entityMib/status": {"systemMacAddr": "02:00:00:00:00:01", "root": {"initStatus": "initialized"}}}
 

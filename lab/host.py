@@ -1,0 +1,85 @@
+"""One zerotouchd with its flash, its run directory and the command line that talks to it."""
+import json
+import os
+import pathlib
+import signal
+import subprocess
+
+from lab.polling import wait_for
+from lab.processes import Processes
+
+ROOT = pathlib.Path(__file__).resolve().parents[1]
+BUILD = pathlib.Path(os.environ.get("ZEROTOUCH_BUILD", ROOT / "build" / "debug"))
+
+
+def timers(seconds):
+    """The environment that shortens every time-out of a run, so that one takes seconds."""
+    return {f"ZEROTOUCH_{name}_TIMER_{which}": str(seconds)
+            for name in ("INETRFACESSETUP", "DHCLIENTQUERY", "RETRY") for which in ("INTERVAL", "TIMEOUT")}
+
+
+class Host:
+    def __init__(self, folder, name="sw1", adapter="none", sections="", enter=list):
+        """`adapter` and `sections` go into platform.toml; `enter` gives the words before a command that is to run
+        where the host does. What an earlier object for the same folder started goes on under this one."""
+        self.folder = folder
+        self.enter = enter
+        self.flash = folder / "root" / "flash"
+        self.run_directory = folder / "run"
+        self.socket = self.run_directory / "statebase.sock"
+        self.config = folder / "etc" / "zerotouch" / "platform.toml"
+        self.config_text = (f'[system]\nname = "{name}"\n[host]\nrun_directory = "{self.run_directory}"\n'
+                            f'library = "{BUILD}/lib/libZeroTouch.so"\nadapter = "{adapter}"\n{sections}')
+        self.environment = {"FILESYSTEM_ROOT": str(folder / "root"), "STATEBASESOCKNAME": str(self.socket)}
+        self.processes = Processes(folder)
+        self.log = self.processes.log("host")
+        self.process = None
+
+    def prepare(self):
+        """Makes its files, for a system that never ran."""
+        self.flash.mkdir(parents=True)
+        self.config.parent.mkdir(parents=True, exist_ok=True)
+        self.config.write_text(self.config_text)
+        return self
+
+    def command(self, *arguments):
+        return [*self.enter(), str(BUILD / "bin" / "zerotouchd"), "--config", str(self.config), *arguments]
+
+    def start(self, *arguments, initial_values=None):
+        if initial_values is not None:
+            path = self.folder / "initial.json"
+            path.write_text(json.dumps(initial_values))
+            arguments += ("--initial-values", str(path))
+        self.process = self.processes.start("host", self.command(*arguments), self.environment)
+        wait_for(lambda: self.process.poll() is not None or "ready on" in self.output(), "the host to be ready")
+        assert self.process.poll() is None, self.output()
+        return self
+
+    def output(self):
+        """Of the run that goes on, or of the one that could not start."""
+        return self.log.read_text() if self.log.exists() else ""
+
+    def stop(self, how=signal.SIGTERM):
+        """Its exit code, or None when this object did not start it or it does not run."""
+        pid = self.processes.running("host")
+        code = self.processes.stop("host", how)
+        self.process = None
+        if self.log.exists():
+            self.log.rename(self.log.with_suffix(f".{pid or 'failed'}"))
+        return code
+
+    def cli(self, *arguments, code=0):
+        """Runs the command line; its standard output, or its standard error when it is to fail with `code`."""
+        result = subprocess.run([str(BUILD / "bin" / "zerotouch"), "--socket", str(self.socket), *arguments],
+                                capture_output=True, text=True, timeout=20, stdin=subprocess.DEVNULL)
+        assert result.returncode == code, result.stdout + result.stderr
+        return result.stdout if code == 0 else result.stderr
+
+    def get(self, path):
+        return json.loads(self.cli("get", path, "--json"))
+
+    def events(self):
+        return [event["name"] for event in json.loads(self.cli("events", "--json"))]
+
+    def wait_state(self, state):
+        wait_for(lambda: self.get("/zerotouch/sm/currentState") == state, state)

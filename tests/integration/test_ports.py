@@ -1,0 +1,195 @@
+"""Ports of a virtual switch: what the host makes of them, and how it leaves them."""
+import json
+import re
+import signal
+
+import pytest
+
+from lab.polling import wait_for
+
+MULTI_SPEED = ["10g", "25g", "40g", "autoneg", "fibre"]
+
+
+def ports(lab):
+    """What the command line shows, by port."""
+    return {port["port"]: port for port in json.loads(lab.host.cli("ports", "--json"))}
+
+
+def wait_port(lab, name, **fields):
+    """Until the port is shown with all of these."""
+    wait_for(lambda: fields.items() <= ports(lab).get(name, {}).items(), f"{name} with {fields}")
+
+
+def ip6(lab, device):
+    return {item: lab.switch.ip6_setting(device, item) for item in ("disable_ipv6", "accept_ra", "accept_ra_defrtr")}
+
+
+def is_up(lab, device):
+    return "UP" in lab.switch.links()[device]["flags"]
+
+
+def speed(lab, device):
+    """As ethtool tells it: "1000Mb/s", or what is advertised when the port is to negotiate."""
+    text = lab.switch.run("ethtool", device)
+    if "Auto-negotiation: on" in text:
+        return re.search(r"Advertised link modes: +(.*)", text)[1].strip()
+    return re.search(r"Speed: (.*)", text)[1]
+
+
+def speed_events(lab):
+    return [event["message"].removeprefix("Setting interface speed to ")
+            for event in json.loads(lab.host.cli("events", "--json")) if event["name"] == "ZTP_INTERFACE_SPEED"]
+
+
+def refuse_ip6(lab, device):
+    for item, value in (("disable_ipv6", 1), ("accept_ra", 0), ("accept_ra_defrtr", 0)):
+        lab.switch.ip6_setting(device, item, value)
+
+
+SET_UP = {"disable_ipv6": "0", "accept_ra": "2", "accept_ra_defrtr": "1"}
+AS_FOUND = {"disable_ipv6": "1", "accept_ra": "0", "accept_ra_defrtr": "0"}
+
+
+def test_a_port_is_set_up_and_its_carrier_followed(lab):
+    lab.add_veth(1)
+    refuse_ip6(lab, "et1")
+    lab.host.start()
+    wait_port(lab, "Ethernet1", device="et1", link="up", operState="up", forwarding="routed", registered="yes")
+    assert ip6(lab, "et1") == SET_UP
+    assert lab.host.get("/interface/status/ethPhy/intfStatus/Ethernet1/macAddr") == "02:00:00:01:00:01"
+    lab.unplug(1)
+    wait_port(lab, "Ethernet1", link="down", operState="down", forwarding="routed", registered="yes")
+    lab.plug(1)
+    wait_port(lab, "Ethernet1", link="up", operState="up")
+    assert is_up(lab, "et1")
+
+
+def test_ports_come_go_and_are_renamed(lab):
+    lab.switch.ip("link", "add", "other1", "type", "veth", "peer", "name", "other2")
+    lab.host.start()
+    assert ports(lab) == {}
+    lab.add_veth(1)
+    wait_port(lab, "Ethernet1", link="up", registered="yes")
+    lab.remove(1)
+    wait_for(lambda: ports(lab) == {}, "Ethernet1 to go")
+    wait_for(lambda: lab.host.get("/zerotouch/sm/phyIntfStatus") == {}, "its record to go")
+    lab.add_veth(1)
+    refuse_ip6(lab, "et1")  # may meet the host before or after it sets the port up, which then has to see to it
+    wait_port(lab, "Ethernet1", link="up", registered="yes")
+    lab.switch.ip("link", "set", "et1", "down")
+    lab.switch.ip("link", "set", "et1", "name", "et7")
+    wait_port(lab, "Ethernet7", device="et7", link="up", registered="yes")
+    assert list(ports(lab)) == ["Ethernet7"]
+    wait_for(lambda: list(lab.host.get("/zerotouch/sm/phyIntfStatus")) == ["Ethernet7"], "the old record to go")
+    assert not is_up(lab, "other1")
+
+
+def test_a_bridged_port_is_left_out_until_it_leaves_the_bridge(lab):
+    lab.add_veth(1)
+    lab.switch.ip("link", "add", "br0", "type", "bridge")
+    lab.host.start()
+    wait_port(lab, "Ethernet1", registered="yes")
+    lab.switch.ip("link", "set", "et1", "master", "br0")
+    wait_port(lab, "Ethernet1", forwarding="bridged", registered="no, bridged")
+    assert lab.host.get("/zerotouch/sm/intfStatus") == []
+    lab.send_lldp(1, interval=0.1)  # it is listened to all the same
+    wait_for(lambda: ports(lab)["Ethernet1"]["lldpHeard"] != "never", "LLDP on the bridged port")
+    lab.switch.ip("link", "set", "et1", "nomaster")
+    wait_port(lab, "Ethernet1", forwarding="routed", registered="yes")
+
+
+def test_a_multi_speed_port_goes_through_its_speeds(lab):
+    lab.add_tap(1, ["10g", "25g", "autoneg", "fibre"])
+    lab.switch.run("ethtool", "-s", "et1", "speed", "1000", "duplex", "full", "autoneg", "off")
+    lab.host.start()
+    for expected in ("10000Mb/s", "25000Mb/s", "25000baseCR/Full", "1000Mb/s"):
+        wait_for(lambda: speed(lab, "et1") == expected, f"the speed to be {expected}")
+    assert speed_events(lab)[:5] == [f"{mode} for [Ethernet1]" for mode in (
+        "default speed", "forced 10g", "forced 25g", "auto 25g", "default speed")]
+
+
+def test_lldp_keeps_the_speed_of_a_port(lab):
+    for number in (1, 2):
+        lab.add_tap(number, MULTI_SPEED)
+        lab.plug(number)
+    lab.add_veth(3)
+    lab.send_lldp(1, interval=0.1)
+    lab.send_lldp(3, interval=0.1, vlan=42)
+    lab.host.start("--trace", "ZeroTouchSm=5")
+    wait_port(lab, "Ethernet1", link="up", keepsSpeed="hears LLDP")
+    wait_port(lab, "Ethernet3", link="up", keepsSpeed="hears LLDP")
+    kept, changes = speed(lab, "et1"), len(speed_events(lab))
+    wait_for(lambda: len(speed_events(lab)) >= changes + 3, "three more changes of speed")
+    assert {event.partition(" for ")[2] for event in speed_events(lab)[changes:]} == {"[Ethernet2]"}
+    assert speed(lab, "et1") == kept
+    assert ports(lab)["Ethernet2"]["lldpHeard"] == "never"
+    assert "Not toggling speed on [Ethernet1] because they are still receiving lldp packets" in lab.host.output()
+    assert "Received 802.1Q-tagged frame with VLAN ID 42" in lab.host.output()
+
+
+def test_router_advertisements_show_what_they_say_of_dhcp(lab):
+    def advertised():
+        return lab.host.get("/routerAdvt/status/raPacket")
+
+    lab.add_veth(1)
+    lab.add_veth(2)
+    lab.unplug(2)
+    lab.serve("ra-managed")
+    lab.host.start()
+    wait_for(lambda: advertised() == {"Ethernet1": {"managed": True, "other": True}}, "the managed flag")
+    assert "default via fe80::" in lab.switch.ip("-6", "route", "show", "dev", "et1")
+    lab.unplug(1)
+    wait_for(lambda: advertised() == {}, "the advertisement to end with the link")
+    lab.serve("ra-stateless")
+    lab.plug(1)
+    wait_for(lambda: advertised() == {"Ethernet1": {"managed": False, "other": True}}, "the managed flag to be clear")
+
+
+def state(lab):
+    """All that a run changes on the ports of the next tests."""
+    return {"up": is_up(lab, "et1"), "ip6": ip6(lab, "et1"), "speed": speed(lab, "et1")}
+
+
+CHANGED = {"up": True, "ip6": SET_UP, "speed": "10000Mb/s"}
+FOUND = {"up": False, "ip6": AS_FOUND, "speed": "1000Mb/s"}
+
+
+@pytest.fixture
+def changed_lab(lab):
+    """A port that a run has changed in every way."""
+    lab.add_tap(1, ["10g", "fibre"])
+    refuse_ip6(lab, "et1")
+    lab.switch.run("ethtool", "-s", "et1", "speed", "1000", "duplex", "full", "autoneg", "off")
+    assert state(lab) == FOUND
+    lab.host.start()
+    wait_for(lambda: state(lab) == CHANGED, "the port to be changed")
+    return lab
+
+
+def test_a_disabled_run_leaves_a_port_as_it_was_found(changed_lab):
+    changed_lab.host.cli("disable")
+    wait_for(lambda: state(changed_lab) == FOUND, "the port to be as it was")
+    wait_port(changed_lab, "Ethernet1", forwarding="unconfigured", registered="no, unconfigured")
+
+
+def test_a_host_that_ends_leaves_a_port_as_it_was_found(changed_lab):
+    assert changed_lab.host.stop() == 0
+    assert state(changed_lab) == FOUND
+
+
+def test_what_a_killed_host_left_is_taken_back_by_the_next(changed_lab):
+    host = changed_lab.host
+    host.stop(signal.SIGKILL)
+    left = state(changed_lab)
+    assert left["up"] and left["ip6"] == SET_UP
+    (host.flash / "startup-config").write_text("hostname done\n")  # so that the next one starts no run
+    host.start()
+    wait_for(lambda: state(changed_lab) == FOUND, "the port to be as it was")
+    assert host.get("/zerotouch/config/enabled") is False
+
+
+def test_a_port_stays_as_it_is_for_the_reload(changed_lab):
+    changed_lab.host.cli("cancel")
+    changed_lab.host.wait_state("stateShutdown")
+    assert changed_lab.host.stop() == 0
+    assert is_up(changed_lab, "et1") and ip6(changed_lab, "et1") == SET_UP
