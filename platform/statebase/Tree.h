@@ -70,6 +70,9 @@ class Tree {
   // `entity` is of the model, `path` of plain names without escapes; no mount lies below another.
   void mount(std::string const& path, Kel::Ptr<Kel::Entity> entity, Access access);
 
+  // Lets go of the entity at exactly this path. No server may serve the tree any more.
+  void unmount(std::string const& path) { mounts_.erase(path); }
+
   Location resolve(std::string_view path) const;
 
   // The value of an attribute or entry; a collection, an entity or a directory as an object (a set of keys as

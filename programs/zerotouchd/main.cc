@@ -83,7 +83,9 @@ int run(Options const& options) {
   if (std::getenv("JOURNAL_STREAM") == nullptr) Kel::logSinkIs(printEvent);
 
   // Children that the agent starts while it is made need the socket already.
-  Statebase::Server server(tree, {.path = config.socketPath, .group = config.socketGroup, .roleOf = {}});
+  std::optional<Statebase::Server> server;
+  server.emplace(
+      tree, Statebase::Server::Options{.path = config.socketPath, .group = config.socketGroup, .roleOf = {}});
   setenv("STATEBASESOCKNAME", config.socketPath.c_str(), 1);
 
   ProvisioningSwitch const provisioning = provisioningAtBoot(config.runDirectory);
@@ -93,11 +95,16 @@ int run(Options const& options) {
 
   auto const platform = config.linuxAdapter ? std::make_unique<LinuxPlatform>(entities, config) : nullptr;
   AgentLibrary const library(config.library);
-  Kel::Ptr<ZeroTouch::AgentCreatorModel> const agent = entities.createAgent(library.factory());
+  Kel::Ptr<ZeroTouch::AgentCreatorModel> agent = entities.createAgent(library.factory());
   tree.mount("/zerotouch/sm", agent->ztSm(), Statebase::Access::readOnly);
   sd_notify(0, "READY=1");
   say("ready on " + config.socketPath);
-  return loop.run();
+  int const code = loop.run();
+  // The agent goes first: its clients are to end before the ports are put back under them.
+  server.reset();
+  tree.unmount("/zerotouch/sm");
+  agent = nullptr;
+  return code;
 }
 
 }  // namespace

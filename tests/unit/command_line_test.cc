@@ -84,6 +84,43 @@ TEST_F(CommandLine, StatusShowsWhereProvisioningStands) {
   EXPECT_TRUE(run("--json status").starts_with("{\n  \"time\": 1700003605.0,\n  \"config\": {")) << text;
 }
 
+TEST_F(CommandLine, PortsTellWhetherTheyTakePartAndWhyNot) {
+  auto const lags = Kel::makePtr<Interface::EthLagIntfStatusDir>();
+  auto const configs = Kel::makePtr<Interface::AllEthPhyIntfConfigDir>();
+  tree.mount("/interface/status/ethLag", lags, Access::readOnly);
+  tree.mount("/interface/config/ethPhy", configs, Access::readOnly);
+  ports->intfStatusDelAll();
+  EXPECT_TRUE(run("ports").starts_with("There are no ports."));
+
+  auto const add = [&](std::string const& name, Interface::IntfForwardingModel model, bool up) {
+    auto const port = ports->intfStatusIs(Wire::IntfId(name));
+    port->deviceNameIs("et" + name);
+    port->forwardingModelIs(model);
+    port->linkStatusIs(up ? Interface::LinkStatus::up : Interface::LinkStatus::down);
+    port->operStatusIs(up ? Interface::OperStatus::up : Interface::OperStatus::down);
+    return port;
+  };
+  using Model = Interface::IntfForwardingModel;
+  Wire::IntfId const first("1/1");
+  auto const record = machine->phyIntfStatusIs(first, add("1/1", Model::routed, true));
+  machine->intfStatusIs(record);
+  machine->intfLldpPoolIs(ports->intfStatus(first));
+  record->intfPamSmIs("1/1", Kel::makePtr<Wire::Pam>(first))->heardTimeIs(Kel::now());
+  machine->intfNoSpeedChangePoolIs(add("1/2", Model::bridged, false));
+  add("1/3", Model::routed, false);
+  configs->intfConfigIs(first)->linkModeLocalIs(Interface::EthLinkMode::linkModeAutoneg);
+  configs->intfConfigIs(first)->advertisedModesLocalIs({.mode25G = true});
+  machine->nextLinkModeForIntfIs(first, Interface::EthLinkMode::linkMode40G);
+  time.advance(12);
+  EXPECT_EQ(run("ports"),
+            "Port  Device  Link  State  Forwarding  Registered        Speed     Next  LLDP      Keeps speed\n"
+            "1/1   et1/1   up    up     routed      yes               auto 25g  40g   12 s ago  hears LLDP\n"
+            "1/2   et1/2   down  down   bridged     no, bridged       -         -     never     inactive\n"
+            "1/3   et1/3   down  down   routed      no, not taken in  -         -     never     -\n"
+            "exit 0");
+  EXPECT_NE(run("ports --json").find("\"nextSpeed\": \"40g\""), std::string::npos);
+}
+
 TEST_F(CommandLine, EventsAreShownTheOldestFirst) {
   EXPECT_EQ(run("events --json"), "[]\nexit 0");
   events->eventIs(9, {Kel::now(), "ZTP_INIT", 6, "Started", "Why", "What"});

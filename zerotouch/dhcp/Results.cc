@@ -2,8 +2,9 @@
 #include <cstdlib>
 
 #include "platform/kel/Child.h"
+#include "zerotouch/dhcp/KelIntfDhcpStatus.h"
+#include "zerotouch/sm/EntryReactors.h"
 #include "zerotouch/sm/SmTrace.h"
-#include "zerotouch/sm/ZeroTouchSm.h"
 
 namespace ZeroTouch {
 
@@ -28,8 +29,26 @@ void ZeroTouchSm::doCleanupDhclientState() {
   runCleanup("CLEANUP6");
 }
 
-void ZeroTouchSm::handleIntfDhcpStatus(Kel::Name const&) { resumeAfterDhcpCleanup(); }
+void ZeroTouchSm::intfDhcpStatusIs(Kel::Name const& name) {
+  follow(intfDhcpStatus_, name, dhcpStatus()->intfDhcpStatus(name), *this);
+}
 
-void ZeroTouchSm::handleIntfDhcp6Status(Kel::Name const&) { resumeAfterDhcpCleanup(); }
+void ZeroTouchSm::intfDhcp6StatusIs(Kel::Name const& name) {
+  follow(intfDhcp6Status_, name, dhcpStatus()->intfDhcp6Status(name), *this);
+}
+
+void ZeroTouchSm::handleIntfDhcpStatus(Kel::Name const& name) {
+  intfDhcpStatusIs(name);
+  resumeAfterDhcpCleanup();
+}
+
+void ZeroTouchSm::handleIntfDhcpStatus() {
+  for (auto const& name : dhcpStatus()->intfDhcpStatus().keys()) handleIntfDhcpStatus(name);
+}
+
+void ZeroTouchSm::handleIntfDhcp6Status(Kel::Name const& name) {
+  intfDhcp6StatusIs(name);
+  resumeAfterDhcpCleanup();
+}
 
 }  // namespace ZeroTouch

@@ -2,6 +2,7 @@
 #include <cstdlib>
 
 #include "zerotouch/intf/KelEthPhyIntfStatus.h"
+#include "zerotouch/sm/EntryReactors.h"
 #include "zerotouch/sm/SmTrace.h"
 #include "zerotouch/sm/ZeroTouchSm.h"
 
@@ -43,14 +44,8 @@ bool ZeroTouchSm::shouldProcessIntfStatus() const { return mayActIn(stateSetupIn
 
 void ZeroTouchSm::ethPhyIntfStatusIs(Wire::IntfId const& intfId) {
   auto const port = episd()->intfStatus(intfId);
-  auto const found = ethPhyIntfStatus_.find(intfId);
-  if (found != ethPhyIntfStatus_.end() && found->second->port() == port) return;
-  ethPhyIntfStatus_.erase(intfId);
-  if (port) {
-    ethPhyIntfStatus_.emplace(intfId, Kel::makePtr<KelEthPhyIntfStatus>(port, *this));
-  } else {
-    intfNoSpeedChangePoolDel(intfId);
-  }
+  follow(ethPhyIntfStatus_, intfId, port, *this);
+  if (!port) intfNoSpeedChangePoolDel(intfId);
 }
 
 void ZeroTouchSm::handleEthPhyIntfStatus(Wire::IntfId intfId) {

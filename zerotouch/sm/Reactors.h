@@ -5,101 +5,91 @@
 
 namespace ZeroTouch {
 
-class ZeroTouchSm::KelConfig : public Config::NotifieeConst {
+template <typename Entity>
+class ZeroTouchSm::Reactor : public Entity::NotifieeConst {
  public:
-  KelConfig(Kel::Ptr<Config const> const& config, ZeroTouchSm& sm) : NotifieeConst(config), sm_(sm) {}
+  Reactor(Kel::Ptr<Entity const> const& entity, ZeroTouchSm& sm) : Entity::NotifieeConst(entity), sm_(sm) {}
+
+ protected:
+  ZeroTouchSm& sm_;  // the owner
+};
+
+class ZeroTouchSm::KelConfig : public Reactor<Config> {
+ public:
+  using Reactor::Reactor;
   void onEnabled() override { sm_.handleEnabled(); }
   void onCancelled() override { sm_.handleCancelled(); }
-
- private:
-  ZeroTouchSm& sm_;
 };
 
-class ZeroTouchSm::KelDhcpStatus : public DhcpStatus::NotifieeConst {
+class ZeroTouchSm::KelDhcpStatus : public Reactor<DhcpStatus> {
  public:
-  KelDhcpStatus(Kel::Ptr<DhcpStatus const> const& dhcpStatus, ZeroTouchSm& sm)
-      : NotifieeConst(dhcpStatus), sm_(sm) {}
+  using Reactor::Reactor;
   void onIntfDhcpStatus(Kel::Name const& name) override { sm_.handleIntfDhcpStatus(name); }
   void onIntfDhcp6Status(Kel::Name const& name) override { sm_.handleIntfDhcp6Status(name); }
-
- private:
-  ZeroTouchSm& sm_;
 };
 
-class ZeroTouchSm::KelEpisd : public Interface::AllEthPhyIntfStatusDir::NotifieeConst {
+class ZeroTouchSm::KelIpStatus : public Reactor<Ip::Status> {
  public:
-  KelEpisd(Kel::Ptr<Interface::AllEthPhyIntfStatusDir const> const& episd, ZeroTouchSm& sm)
-      : NotifieeConst(episd), sm_(sm) {}
+  using Reactor::Reactor;
+  void onIpIntfStatus(Wire::IntfId const& intfId) override { sm_.ipIntfStatusIs(intfId); }
+};
+
+class ZeroTouchSm::KelIp6Status : public Reactor<Ip6::Status> {
+ public:
+  using Reactor::Reactor;
+  void onIntf(Wire::IntfId const& intfId) override { sm_.ip6IntfStatusIs(intfId); }
+};
+
+class ZeroTouchSm::KelEpisd : public Reactor<Interface::AllEthPhyIntfStatusDir> {
+ public:
+  using Reactor::Reactor;
   void onIntfStatus(Wire::IntfId const& intfId) override {
     sm_.ethPhyIntfStatusIs(intfId);
     sm_.handleEthPhyIntfStatus(intfId);
   }
-
- private:
-  ZeroTouchSm& sm_;
 };
 
-class ZeroTouchSm::KelElisd : public Interface::EthLagIntfStatusDir::NotifieeConst {
+class ZeroTouchSm::KelElisd : public Reactor<Interface::EthLagIntfStatusDir> {
  public:
-  KelElisd(Kel::Ptr<Interface::EthLagIntfStatusDir const> const& elisd, ZeroTouchSm& sm)
-      : NotifieeConst(elisd), sm_(sm) {}
+  using Reactor::Reactor;
   void onIntfStatus(Wire::IntfId const& intfId) override { sm_.handleEthLagIntfStatus(intfId); }
-
- private:
-  ZeroTouchSm& sm_;
 };
 
-class ZeroTouchSm::KelEthDevPamCollection : public Interface::EthDevPamCollection::NotifieeConst {
+class ZeroTouchSm::KelEthDevPamCollection : public Reactor<Interface::EthDevPamCollection> {
  public:
-  KelEthDevPamCollection(Kel::Ptr<Interface::EthDevPamCollection const> const& pams, ZeroTouchSm& sm)
-      : NotifieeConst(pams), sm_(sm) {}
+  using Reactor::Reactor;
   void onIntfPam(Wire::IntfId const& intfId) override { sm_.handleEthDevPam(intfId); }
-
- private:
-  ZeroTouchSm& sm_;
 };
 
-class ZeroTouchSm::KelEntityMibStatus : public EntityMib::Status::NotifieeConst {
+class ZeroTouchSm::KelEntityMibStatus : public Reactor<EntityMib::Status> {
  public:
-  KelEntityMibStatus(Kel::Ptr<EntityMib::Status const> const& status, ZeroTouchSm& sm)
-      : NotifieeConst(status), sm_(sm) {}
+  using Reactor::Reactor;
   void onRoot() override { sm_.handleEntityMibRoot(); }
-
- private:
-  ZeroTouchSm& sm_;
 };
 
-class ZeroTouchSm::KelClock : public Kel::Clock::NotifieeConst {
+class ZeroTouchSm::KelClock : public Reactor<Kel::Clock> {
  public:
-  KelClock(Kel::Ptr<Kel::Clock const> const& clock, ZeroTouchSm& sm) : NotifieeConst(clock), sm_(sm) {}
+  using Reactor::Reactor;
   void onTime() override { sm_.handleTimer(); }
-
- private:
-  ZeroTouchSm& sm_;
 };
 
-class ZeroTouchSm::KelStateTransitionClock : public Kel::Clock::NotifieeConst {
+class ZeroTouchSm::KelStateTransitionClock : public Reactor<Kel::Clock> {
  public:
-  KelStateTransitionClock(Kel::Ptr<Kel::Clock const> const& clock, ZeroTouchSm& sm)
-      : NotifieeConst(clock), sm_(sm) {}
+  using Reactor::Reactor;
   void onTime() override { sm_.handleStateTransitionClock(); }
-
- private:
-  ZeroTouchSm& sm_;
 };
 
 // Holds a child's record and watches its end.
 template <void (ZeroTouchSm::*handler)()>
-class ZeroTouchSm::KelChildProcess : public Kel::ChildSiginfo::NotifieeConst {
+class ZeroTouchSm::KelChildProcess : public Reactor<Kel::ChildSiginfo> {
  public:
   KelChildProcess(Kel::Ptr<Kel::ChildSiginfo const> const& child, ZeroTouchSm& sm)
-      : NotifieeConst(child), child_(child), sm_(sm) {}
+      : Reactor(child, sm), child_(child) {}
   void onStatusCode() override { (sm_.*handler)(); }
   Kel::Ptr<Kel::ChildSiginfo const> const& child() const { return child_; }
 
  private:
   Kel::Ptr<Kel::ChildSiginfo const> child_;
-  ZeroTouchSm& sm_;
 };
 
 }  // namespace ZeroTouch

@@ -1,5 +1,7 @@
 #include "zerotouch/sm/ZeroTouchSm.h"
 
+#include "zerotouch/dhcp/KelIntfDhcpStatus.h"
+#include "zerotouch/identity/KelIpIntfStatus.h"
 #include "zerotouch/intf/KelEthPhyIntfStatus.h"
 #include "zerotouch/sm/Reactors.h"
 #include "zerotouch/sm/SmTrace.h"
@@ -33,13 +35,19 @@ ZeroTouchSm::ZeroTouchSm(
           std::move(raPacketStatus), std::move(ethDevPamCollection), std::move(pamDesiredIntfDir)),
       kelConfig_(Kel::makePtr<KelConfig>(this->config(), *this)),
       kelDhcpStatus_(Kel::makePtr<KelDhcpStatus>(this->dhcpStatus(), *this)),
+      kelIpStatus_(Kel::makePtr<KelIpStatus>(this->ipStatus(), *this)),
+      kelIp6Status_(Kel::makePtr<KelIp6Status>(this->ip6Status(), *this)),
       kelEpisd_(Kel::makePtr<KelEpisd>(this->episd(), *this)),
       kelElisd_(Kel::makePtr<KelElisd>(this->elisd(), *this)),
       kelEthDevPamCollection_(Kel::makePtr<KelEthDevPamCollection>(this->ethDevPamCollection(), *this)),
       kelEntityMibStatus_(Kel::makePtr<KelEntityMibStatus>(this->entityMibStatus(), *this)),
       clock_(Kel::makePtr<KelClock>(clock, *this)),
       stateTransitionClock_(Kel::makePtr<KelStateTransitionClock>(stateTransitionClock, *this)) {
+  for (auto const& name : this->dhcpStatus()->intfDhcpStatus().keys()) intfDhcpStatusIs(name);
+  for (auto const& name : this->dhcpStatus()->intfDhcp6Status().keys()) intfDhcp6StatusIs(name);
   for (auto const& intfId : this->episd()->intfStatus().keys()) ethPhyIntfStatusIs(intfId);
+  for (auto const& intfId : this->ipStatus()->ipIntfStatus().keys()) ipIntfStatusIs(intfId);
+  for (auto const& intfId : this->ip6Status()->intf().keys()) ip6IntfStatusIs(intfId);
   handleTimer();
   handleStateTransitionClock();
   handleInitialized();

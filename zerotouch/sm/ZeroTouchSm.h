@@ -213,7 +213,10 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   void handleDhclient6StatelessChildProcessStatus();
 
   void handleIntfDhcpStatus(Kel::Name const& name);
+  void handleIntfDhcpStatus();
   void handleIntfDhcp6Status(Kel::Name const& name);
+  // Whether the client said so for each registered interface; one that has not reported yet has not failed.
+  bool allInterfacesFailedDhcp() const;
   bool readyToFetchConfig() const;
   bool readyToFetchConfigV4() const;
   bool readyToFetchConfigV6() const;
@@ -223,8 +226,17 @@ class ZeroTouchSm : public ZeroTouchSmModel {
  private:
   // The reactors, one for each entity, clock and child that is watched; defined in sm/Reactors.h, that of a
   // port in intf/KelEthPhyIntfStatus.h.
+  template <typename Entity>
+  class Reactor;
   class KelConfig;
   class KelDhcpStatus;
+  class KelIntfDhcpResult;
+  class KelIntfDhcpStatus;
+  class KelIntfDhcp6Status;
+  class KelIpStatus;
+  class KelIpIntfStatus;
+  class KelIp6Status;
+  class KelIp6IntfStatus;
   class KelEpisd;
   class KelElisd;
   class KelEthPhyIntfStatus;
@@ -273,12 +285,21 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   void restoreSpeeds();
   void reportSpeedChanges();
 
+  // The reactors on the entries of the collections that are watched: each is made, replaced and dropped as
+  // its entry comes, is replaced and goes.
+  void intfDhcpStatusIs(Kel::Name const& name);
+  void intfDhcp6StatusIs(Kel::Name const& name);
+  void ipIntfStatusIs(Wire::IntfId const& intfId);
+  void ip6IntfStatusIs(Wire::IntfId const& intfId);
+
   // dhcp/Readiness.cc
   bool readyWith(bool bootFile, char const* addrLabel, bool addrConfigured) const;
 
   std::optional<bool> fixedSystem_;
   Kel::Ptr<KelConfig> kelConfig_;
   Kel::Ptr<KelDhcpStatus> kelDhcpStatus_;
+  Kel::Ptr<KelIpStatus> kelIpStatus_;
+  Kel::Ptr<KelIp6Status> kelIp6Status_;
   Kel::Ptr<KelEpisd> kelEpisd_;
   Kel::Ptr<KelElisd> kelElisd_;
   Kel::Ptr<KelEthDevPamCollection> kelEthDevPamCollection_;
@@ -287,6 +308,10 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   Kel::Ptr<KelStateTransitionClock> stateTransitionClock_;
   Kel::Ptr<EntityMibRootSm> entityMibRootSm_;
   std::map<Wire::IntfId, Kel::Ptr<KelEthPhyIntfStatus>> ethPhyIntfStatus_;
+  std::map<Kel::Name, Kel::Ptr<KelIntfDhcpStatus>> intfDhcpStatus_;
+  std::map<Kel::Name, Kel::Ptr<KelIntfDhcp6Status>> intfDhcp6Status_;
+  std::map<Wire::IntfId, Kel::Ptr<KelIpIntfStatus>> ipIntfStatus_;
+  std::map<Wire::IntfId, Kel::Ptr<KelIp6IntfStatus>> ip6IntfStatus_;
   // Changes that came while the view was frozen.
   std::set<Wire::IntfId> skippedEthPhy_;
   std::set<Wire::IntfId> skippedLag_;
