@@ -1,5 +1,6 @@
 """Ports of a virtual switch: what the host makes of them, and how it leaves them."""
 import json
+import pathlib
 import re
 import signal
 
@@ -83,6 +84,32 @@ def test_ports_come_go_and_are_renamed(lab):
     wait_for(lambda: list(lab.host.get("/zerotouch/sm/phyIntfStatus")) == ["Ethernet7"], "the old record to go")
     wait_for(lambda: ip6(lab, "et7") == SET_UP, "et7 to be set up")
     assert not is_up(lab, "other1")
+
+
+def test_ports_by_the_dozen_leave_nothing_behind(lab):
+    def descriptors():
+        return len(list(pathlib.Path(f"/proc/{lab.host.process.pid}/fd").iterdir()))
+
+    def names(path):
+        return [name for name in lab.host.get(path) if name.startswith(("Ethernet", "et"))]
+
+    def for_each(command):
+        lab.switch.run("sh", "-ec", f"for i in $(seq 2 49); do {command}; done")
+
+    add, remove = "ip link add et$i type veth peer name far$i", "ip link del et$i"
+    lab.add_veth(1)
+    lab.host.start()
+    wait_for(lambda: lab.host.get("/zerotouch/sm/phyIntfStatus").get("Ethernet1", {}).get("intfPamSm"), "Ethernet1")
+    before = descriptors()
+    for_each(add)
+    wait_for(lambda: descriptors() == before + 48, "a packet socket on each port")
+    for_each(remove)
+    for_each(f"{add}; {remove}")  # gone before anybody looked at them, or while they were set up
+    for directory in ("/zerotouch/sm/phyIntfStatus", "/zerotouch/sm/intfStatus", "/zerotouch/sm/linkModesOnIntf",
+                      "/interface/status/ethPhy/intfStatus", "/interface/config/ethPhy/intfConfig"):
+        wait_for(lambda: names(directory) == ["Ethernet1"], f"{directory} to hold Ethernet1 alone")
+    assert names("/kernelNetInfo/status/device") == ["et1"]
+    wait_for(lambda: descriptors() == before, "the sockets to be closed")
 
 
 def test_a_bridged_port_is_left_out_until_it_leaves_the_bridge(lab):
