@@ -13,7 +13,7 @@ namespace Kel {
 namespace {
 
 // "%" and the flags, width and precision that follow; `position` is left at the conversion character.
-std::string_view specification(std::string_view format, std::size_t& position) {
+std::string_view directive(std::string_view format, std::size_t& position) {
   std::size_t const start = position++;
   while (position < format.size() &&
          (std::string_view("-+ #0.").find(format[position]) != std::string_view::npos ||
@@ -24,11 +24,11 @@ std::string_view specification(std::string_view format, std::size_t& position) {
 }
 
 template <typename T>
-String print(String const& specification, T value) {
-  int const length = std::snprintf(nullptr, 0, specification.c_str(), value);
+String print(String const& directive, T value) {
+  int const length = std::snprintf(nullptr, 0, directive.c_str(), value);
   KEL_ASSERT(length >= 0, "format: a placeholder that printf refuses");
   String result(static_cast<std::size_t>(length) + 1, '\0');
-  std::snprintf(result.data(), result.size(), specification.c_str(), value);
+  std::snprintf(result.data(), result.size(), directive.c_str(), value);
   result.pop_back();  // the terminator
   return result;
 }
@@ -40,49 +40,49 @@ String shortest(double value) {
   return error == std::errc() ? String(buffer.data(), end) : print("%g", value);
 }
 
-String convert(String const& specification, char conversion, std::string_view text) {
+String convert(String const& directive, char conversion, std::string_view text) {
   KEL_ASSERT(std::string_view("sdiuxXfge").find(conversion) != std::string_view::npos,
              "format: an unknown placeholder");
-  return specification == "%" ? String(text) : print(specification + "s", String(text).c_str());
+  return directive == "%" ? String(text) : print(directive + "s", String(text).c_str());
 }
 
 // With `T` the widest type of its kind, and `natural` the conversion that shows it as it is.
 template <typename T>
-String convertNumber(String const& specification, char conversion, T value, char const* natural) {
+String convertNumber(String const& directive, char conversion, T value, char const* natural) {
   switch (conversion) {
     case 'f':
     case 'g':
     case 'e':
-      return print(specification + conversion, static_cast<double>(value));
+      return print(directive + conversion, static_cast<double>(value));
     case 'x':
     case 'X':
-      return print(specification + "ll" + conversion, static_cast<unsigned long long>(value));
+      return print(directive + "ll" + conversion, static_cast<unsigned long long>(value));
     case 's':
     case 'd':
     case 'i':
     case 'u':
-      return print(specification + natural, value);
+      return print(directive + natural, value);
     default:
       assertionFailed(__FILE__, __LINE__, "format: an unknown placeholder");
   }
 }
 
-String convert(String const& specification, char conversion, std::int64_t number) {
-  return convertNumber(specification, conversion, static_cast<long long>(number), "lld");
+String convert(String const& directive, char conversion, std::int64_t number) {
+  return convertNumber(directive, conversion, static_cast<long long>(number), "lld");
 }
 
-String convert(String const& specification, char conversion, std::uint64_t number) {
-  return convertNumber(specification, conversion, static_cast<unsigned long long>(number), "llu");
+String convert(String const& directive, char conversion, std::uint64_t number) {
+  return convertNumber(directive, conversion, static_cast<unsigned long long>(number), "llu");
 }
 
 // Whole numbers print as such, whatever their type.
-String convert(String const& specification, char conversion, double number) {
+String convert(String const& directive, char conversion, double number) {
   constexpr double exactlyWhole = 9007199254740992;  // 2^53
   if (std::trunc(number) == number && std::abs(number) <= exactlyWhole) {
-    return convert(specification, conversion, static_cast<std::int64_t>(number));
+    return convert(directive, conversion, static_cast<std::int64_t>(number));
   }
   bool const floating = conversion == 'f' || conversion == 'g' || conversion == 'e';
-  return floating ? print(specification + conversion, number) : convert(specification, 's', shortest(number));
+  return floating ? print(directive + conversion, number) : convert(directive, 's', shortest(number));
 }
 
 }  // namespace
@@ -95,7 +95,7 @@ String formatArguments(std::string_view format, std::initializer_list<FormatArgu
       result += format[i];
       continue;
     }
-    String const spec(specification(format, i));
+    String const spec(directive(format, i));
     if (i < format.size() && format[i] == '%') {
       result += '%';
       continue;
