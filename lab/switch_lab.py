@@ -64,11 +64,13 @@ class Lab:
 
     def down(self):
         """Takes everything away; nothing is wrong with a lab that is up in parts only."""
-        self.host.stop()
-        self.processes.stop_all()
-        self.switch.delete()
-        self.server.delete()
-        shutil.rmtree(self.folder, ignore_errors=True)
+        try:
+            self.host.stop()
+            self.processes.stop_all()
+        finally:
+            self.switch.delete()
+            self.server.delete()
+            shutil.rmtree(self.folder, ignore_errors=True)
 
     def is_up(self):
         return self.processes.running(SwitchNamespace.HOLDER) is not None
