@@ -76,11 +76,11 @@ void ZeroTouchSm::toggleIntfSpeed() {
   }
   for (auto const& [text, names] : changed) intfsSpeedChangedIs(text, names);
   if (!heldByLldp.empty()) {
-    SM_TRACE(5, "Not toggling speed on " << bracketed(heldByLldp)
-                                         << " because they are still receiving lldp packets ");
+    SM_TRACE(5, " Not toggling speed on " << bracketed(heldByLldp)
+                                          << " because they are still receiving lldp packets ");
   }
   if (!heldByLink.empty()) {
-    SM_TRACE(5, "Not toggling speed on " << bracketed(heldByLink) << " beacuse their link status is UP ");
+    SM_TRACE(5, " Not toggling speed on " << bracketed(heldByLink) << " beacuse their link status is UP ");
   }
   reportSpeedChanges();
 }
@@ -133,7 +133,7 @@ void ZeroTouchSm::restoreSpeeds() {
 void ZeroTouchSm::reportSpeedChanges() {
   for (auto const& [mode, names] : intfsSpeedChanged()) {
     ZTP_INTERFACE_SPEED.log(mode, bracketed(names));
-    SM_TRACE(5, "Setting interfaces " << bracketed(names) << " linkModeLocal to " << mode);
+    SM_TRACE(5, " Setting interfaces " << bracketed(names) << " linkModeLocal to " << mode);
   }
   intfsSpeedChangedDelAll();
 }

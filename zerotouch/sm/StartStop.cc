@@ -63,7 +63,7 @@ void ZeroTouchSm::doTryStartZeroTouch() {
   // done.
   if (currentState() != stateInit() || transitionState() != stateInvalid()) return;
   if (!preConditionsMet()) {
-    SM_TRACE(8, "PreConditions failed");
+    SM_TRACE(8, " PreConditions failed");
     return;
   }
   SM_TRACE(8, " - Starting ZeroTouch");
