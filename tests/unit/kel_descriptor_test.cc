@@ -97,7 +97,9 @@ TEST_F(Descriptors, closed_and_opened_again_under_their_number_are_watched_anew)
   time.settle();
   EXPECT_EQ(counter->readable, 1);
   close(next[1]);
-  watch->descriptorIs(-1);
+  counter->act = [&] { watch->notifyOnReadableIs(false); };
+  time.settle();
+  EXPECT_EQ(counter->readable, 2);
 }
 
 TEST_F(Descriptors, let_go_of_in_their_own_handler_end_quietly) {

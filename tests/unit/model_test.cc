@@ -4,12 +4,9 @@
 #include "platform/kel/Described.h"
 #include "platform/model/agent.h"
 #include "platform/model/entitymib.h"
-#include "platform/model/filereplication.h"
 #include "platform/model/interface.h"
 #include "platform/model/ip6.h"
-#include "platform/model/log.h"
 #include "platform/model/routing.h"
-#include "platform/model/system.h"
 #include "platform/model/zerotouch.h"
 
 namespace {
@@ -76,9 +73,6 @@ TEST(Model, notifiees_hear_the_levels_that_they_were_made_for) {
     using NotifieeConst::NotifieeConst;
     void onOperStatus() override { log.push_back("deep:operStatus"); }
     void onLinkStatus() override { log.push_back("deep:linkStatus"); }
-    void onLinkModeCapabilities() override {
-      log.push_back(notifier().linkModeCapabilities().mode10G ? "deep:10G" : "deep:none");
-    }
   };
   log.clear();
   auto const port = Kel::makePtr<Interface::EthPhyIntfStatus>(ethernet1);
@@ -87,11 +81,7 @@ TEST(Model, notifiees_hear_the_levels_that_they_were_made_for) {
   port->operStatusIs(Interface::OperStatus::up);
   port->operStatusIs(Interface::OperStatus::up);
   port->linkStatusIs(Interface::LinkStatus::up);
-  Interface::EthLinkModeSet modes;
-  modes.mode10G = true;
-  port->linkModeCapabilitiesIs(modes);
-  EXPECT_EQ(log, (Log{"base:operStatus", "deep:operStatus", "deep:linkStatus", "deep:10G"}));
-  EXPECT_EQ(port->intfId(), ethernet1);
+  EXPECT_EQ(log, (Log{"base:operStatus", "deep:operStatus", "deep:linkStatus"}));
 }
 
 TEST(Model, contained_entities_come_go_and_may_be_there_from_the_start) {
@@ -203,37 +193,6 @@ TEST(Description, creates_lists_and_removes_what_is_held) {
   EXPECT_EQ(root.child(*mib, ""), mib->root().get());
   EXPECT_EQ(root.del(mib.get(), ""), "");
   EXPECT_EQ(mib->root(), nullptr);
-}
-
-TEST(Description, tells_of_every_attribute_what_generic_code_may_do_with_it) {
-  auto const abilities = [](Kel::EntityType const& type, char const* name) {
-    Kel::AttributeType const* a = type.attribute(name);
-    std::string result =
-        std::to_string(static_cast<int>(a->kind)) + " " + a->keyType + " " + a->type + " " + a->unit + " ";
-    result += a->childType != nullptr ? std::string(a->childType->name) + " " : "";
-    for (auto const& [able, letter] : {std::pair{a->get != nullptr, 'g'},
-                                       {a->keys != nullptr, 'k'},
-                                       {a->child != nullptr, 'c'},
-                                       {a->set != nullptr, 's'},
-                                       {a->create != nullptr, 'n'},
-                                       {a->del != nullptr, 'd'}}) {
-      if (able) result += letter;
-    }
-    return result;
-  };
-  using ZeroTouch::ZeroTouchSmModel;
-  EXPECT_EQ(abilities(ZeroTouch::Config::type, "scriptExecTimeout"), "0  u32 seconds gs");
-  EXPECT_EQ(abilities(ZeroTouch::IntfDhcpStatus::type, "gateway"), "1 u8 Wire::IpGenAddr  gksd");
-  EXPECT_EQ(abilities(Ip6::IntfConfig::type, "addr"), "2 Wire::Ip6AddrWithMask Wire::Ip6AddrWithMask  gknd");
-  EXPECT_EQ(abilities(EntityMib::Status::type, "root"), "3  EntityMib::Fru  EntityMib::Fru cnd");
-  EXPECT_EQ(abilities(Routing::Config::type, "routeList"), "3  Routing::RouteList  Routing::RouteList cn");
-  EXPECT_EQ(abilities(ZeroTouch::DhcpStatus::type, "intfDhcp6Status"),
-            "4 name ZeroTouch::IntfDhcpStatus  ZeroTouch::IntfDhcpStatus kcnd");
-  EXPECT_EQ(abilities(Routing::RouteList::type, "route"),  // cannot be created by its key alone
-            "4 Wire::IpAddrWithMask Routing::Route  Routing::Route kcd");
-  EXPECT_EQ(abilities(Ip6::IntfConfig::type, "l3Config"), "5  L3::Intf::Config  L3::Intf::Config ");
-  EXPECT_EQ(abilities(ZeroTouchSmModel::type, "intfStatus"),
-            "2 Wire::IntfId ZeroTouch::IntfStatus  ZeroTouch::IntfStatus gk");
 }
 
 }  // namespace
