@@ -46,9 +46,8 @@ int openFor(std::string const& path, int flags) {
 
 TEST(Children, report_how_they_ended_and_are_reaped) {
   TemporaryFolder const folder;
-  std::string const noInterpreter = folder.path("/no-interpreter"), notExecutable = folder.path("/plain");
+  std::string const noInterpreter = folder.path("/no-interpreter");
   folder.write("/no-interpreter", "#!/no/such/interpreter\n");
-  folder.write("/plain", "text\n");
   std::filesystem::permissions(noInterpreter, std::filesystem::perms::owner_all);
 
   struct Case {
@@ -56,12 +55,10 @@ TEST(Children, report_how_they_ended_and_are_reaped) {
     char const* end;
   };
   for (Case c :
-       {Case{{"/bin/sh", "-c", "exit 0"}, "exited 0"}, Case{{"/bin/sh", "-c", "exit 255"}, "exited 255"},
-        Case{{"/bin/sh", "-c", "kill -TERM $$"}, "killed 15"},
-        Case{{"/bin/sh", "-c", "ulimit -c 0; kill -ABRT $$"}, "killed 6"},
-        Case{{"/no/such/program"}, "exited 127"},
+       {Case{{"/bin/sh", "-c", "exit 255"}, "exited 255"},
+        Case{{"/bin/sh", "-c", "kill -TERM $$"}, "killed 15"}, Case{{"/no/such/program"}, "exited 127"},
         Case{{"true"}, "exited 127"},  // a path, not a name to be searched for
-        Case{{noInterpreter.c_str()}, "exited 127"}, Case{{notExecutable.c_str()}, "exited 127"}}) {
+        Case{{noInterpreter.c_str()}, "exited 127"}}) {
     c.argv.push_back(nullptr);
     auto const child = Kel::run(c.argv.data(), -1, -1, -1, -1);
     EXPECT_EQ(child->statusCode(), 0U) << c.argv[0];  // never within the call
@@ -78,9 +75,6 @@ TEST(Children, report_how_they_ended_and_are_reaped) {
 TEST(Children, are_reaped_also_when_nobody_holds_their_record) {
   auto child = shell("exit 3");
   pid_t const pid = child->pid();
-  char const* const nothing[] = {"/no/such/program", nullptr};
-  auto const notStarted = Kel::run(nothing, -1, -1, -1, -1)->references();
-  EXPECT_EQ(notStarted, 2U);  // the caller's and the runner's
   child = nullptr;
   EXPECT_TRUE(RealLoop::runUntil([&] { return reaped(pid); }));
 }
@@ -96,13 +90,6 @@ TEST(Children, signalled_and_reaped_by_hand_still_report_their_end) {
   EXPECT_TRUE(RealLoop::runUntil([&] { return child->ended(); }));
   EXPECT_EQ(recorder->end, "killed 9");
   EXPECT_TRUE(reaped(child->pid()));
-
-  // A child that the loop knows nothing of is reaped at once.
-  pid_t const stranger = fork();
-  if (stranger == 0) _exit(0);
-  ASSERT_EQ(waitid(P_PID, static_cast<id_t>(stranger), &info, WEXITED | WNOWAIT), 0);
-  Kel::reap(stranger);
-  EXPECT_TRUE(reaped(stranger));
 }
 
 TEST(Children, ids_that_mean_many_processes_are_never_signalled_or_reaped) {

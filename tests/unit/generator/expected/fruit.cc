@@ -76,10 +76,15 @@ static Kel::AttributeType const attributesOfApple[] = {
      []([[maybe_unused]] Kel::Entity* e, [[maybe_unused]] std::string_view k, Kel::Value const& v) { return Kel::withValue<Kel::String>(v, [&](Kel::String const& x) -> std::string { if (x.size() > 8) return std::string("longer than 8 bytes"); if (e != nullptr) static_cast<Fruit::Apple*>(e)->tasteIs(x); return {}; }); },
      nullptr,
      nullptr},
+    {"plant", Kel::AttributeKind::reference, "", "Fruit::Plant", "", "Where it grew.", &Fruit::Plant::type,
+     nullptr,
+     nullptr,
+     nullptr,
+     nullptr,
+     nullptr,
+     nullptr},
 };
 constinit Kel::EntityType const Fruit::Apple::type = {"Fruit::Apple", "An apple.", nullptr, attributesOfApple};
-
-constinit Kel::EntityType const Fruit::Trunk::type = {"Fruit::Trunk", "Holds nothing.", nullptr, {}};
 
 static Kel::AttributeType const attributesOfTree[] = {
     {"apple", Kel::AttributeKind::entities, "u32", "Fruit::Apple", "", "By branch.", &Fruit::Apple::type,
@@ -89,13 +94,6 @@ static Kel::AttributeType const attributesOfTree[] = {
      nullptr,
      nullptr,
      []([[maybe_unused]] Kel::Entity* e, [[maybe_unused]] std::string_view k) { return Kel::withKey<std::uint32_t>(k, [&](std::uint32_t const& key) -> std::string { if (e != nullptr) static_cast<Fruit::Tree*>(e)->appleDel(key); return {}; }); }},
-    {"trunk", Kel::AttributeKind::entity, "", "Fruit::Trunk", "", "Its trunk.", &Fruit::Trunk::type,
-     nullptr,
-     nullptr,
-     [](Kel::Entity const& e, std::string_view) -> Kel::Entity* { return static_cast<Fruit::Tree const&>(e).trunk().get(); },
-     nullptr,
-     []([[maybe_unused]] Kel::Entity* e, [[maybe_unused]] std::string_view k) -> std::string { if (e != nullptr) static_cast<Fruit::Tree*>(e)->trunkIs(); return {}; },
-     nullptr},
 };
 constinit Kel::EntityType const Fruit::Tree::type = {"Fruit::Tree", "Stands before what it is made of.", &Fruit::Plant::type, attributesOfTree};
 

@@ -98,6 +98,7 @@ class Apple : public Kel::Entity {
         : Kel::NotifieeBase(notifier, deepest) {}
     Apple const& notifier() const { return static_cast<Apple const&>(*notifierEntity()); }
     virtual void onTaste() {}
+    virtual void onPlant() {}
   };
 
   explicit Apple(std::uint32_t branch, Fruit::Colour colour)
@@ -113,26 +114,15 @@ class Apple : public Kel::Entity {
   Kel::String const& taste() const { return taste_.get(); }
   void tasteIs(Kel::String value) { taste_.set(*this, level, "taste", std::move(value), &NotifieeConst::onTaste); }
 
+  // Where it grew.
+  Kel::Ptr<Fruit::Plant const> const& plant() const { return plant_.get(); }
+  void plantIs(Kel::Ptr<Fruit::Plant const> value) { plant_.set(*this, level, "plant", std::move(value), &NotifieeConst::onPlant); }
+
  private:
   std::uint32_t branch_;
   Kel::Attr<Fruit::Colour> colour_;
   Kel::Attr<Kel::String> taste_{"sweet"};
-};
-
-// Holds nothing.
-class Trunk : public Kel::Entity {
- public:
-  static constexpr unsigned level = 1;
-  static Kel::EntityType const type;
-
-  class NotifieeConst : public Kel::NotifieeBase {
-   public:
-    explicit NotifieeConst(Kel::Ptr<Trunk const> const& notifier, unsigned deepest = level)
-        : Kel::NotifieeBase(notifier, deepest) {}
-    Trunk const& notifier() const { return static_cast<Trunk const&>(*notifierEntity()); }
-  };
-
-  Kel::EntityType const* entityType() const override { return &type; }
+  Kel::Attr<Kel::Ptr<Fruit::Plant const>> plant_{};
 };
 
 // Stands before what it is made of.
@@ -147,7 +137,6 @@ class Tree : public Fruit::Plant {
         : Fruit::Plant::NotifieeConst(notifier, deepest) {}
     Tree const& notifier() const { return static_cast<Tree const&>(*notifierEntity()); }
     virtual void onApple(std::uint32_t const&) {}
-    virtual void onTrunk() {}
   };
 
   explicit Tree(Kel::Name name)
@@ -171,19 +160,8 @@ class Tree : public Fruit::Plant {
   void appleDelAll() { apple_.delAll(*this, level, "apple", &NotifieeConst::onApple); }
   void appleNotify(std::uint32_t const& key) { apple_.announce(*this, level, "apple", key, &NotifieeConst::onApple); }
 
-  // Its trunk.
-  Kel::Ptr<Fruit::Trunk> const& trunk() const { return trunk_.get(); }
-  void trunkIs(Kel::Ptr<Fruit::Trunk> value) { trunk_.set(*this, level, "trunk", std::move(value), &NotifieeConst::onTrunk); }
-  Kel::Ptr<Fruit::Trunk> trunkIs() {
-    if (Kel::Ptr<Fruit::Trunk> const found = trunk()) return found;
-    auto const created = Kel::makePtr<Fruit::Trunk>();
-    trunkIs(created);
-    return created;
-  }
-
  private:
   Kel::Collection<std::uint32_t, Kel::Ptr<Fruit::Apple>> apple_;
-  Kel::Attr<Kel::Ptr<Fruit::Trunk>> trunk_{Kel::makePtr<Fruit::Trunk>()};
 };
 
 }
