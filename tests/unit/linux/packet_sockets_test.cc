@@ -202,5 +202,37 @@ TEST_F(PacketSocketsTest, FollowsWishesDevicesAndOptions) {
   EXPECT_EQ(open(), "");
 }
 
+TEST_F(PacketSocketsTest, AFloodHoldsUpNobody) {
+  auto const read = reader();
+  ASSERT_TRUE(read);
+  // More than the socket can hold.
+  for (int i = 0; i < 5000; ++i) sender->send("far1", frame(nearest, {0x88cc}));
+  // Each pass of the loop hands over one frame at most, so that what else is due has its turn.
+  class Ticks : public Kel::Clock::NotifieeConst {
+   public:
+    Ticks(Wire::Pam const& pam)
+        : NotifieeConst(Kel::activityManager()->config()->clock()), pam_(pam), seen_(pam.readableCount()) {
+      timeMinIs(Kel::now());
+    }
+    void onTime() override {
+      most = std::max(most, pam_.readableCount() - seen_);
+      seen_ = pam_.readableCount();
+      if (++count < 20) timeMinIs(Kel::now());
+    }
+    std::uint64_t most = 0;
+    int count = 0;
+
+   private:
+    Wire::Pam const& pam_;
+    std::uint64_t seen_;
+  };
+  auto const pam = edpc->intfPam(port1);
+  auto const ticks = Kel::makePtr<Ticks>(*pam);
+  EXPECT_TRUE(Kel::Loop::instance().runUntil([&] { return ticks->count == 20; }, 10));
+  EXPECT_LE(ticks->most, 2U);
+  EXPECT_GT(pam->readableCount(), 0U);
+  EXPECT_LT(pam->readableCount(), 5000U);
+}
+
 }  // namespace
 }  // namespace Linux
