@@ -5,10 +5,10 @@
 
 namespace ZeroTouch {
 
-template <typename Entity>
-class ZeroTouchSm::Reactor : public Entity::NotifieeConst {
+template <typename Watched>
+class ZeroTouchSm::Reactor : public Watched::NotifieeConst {
  public:
-  Reactor(Kel::Ptr<Entity const> const& entity, ZeroTouchSm& sm) : Entity::NotifieeConst(entity), sm_(sm) {}
+  Reactor(Kel::Ptr<Watched const> const& entity, ZeroTouchSm& sm) : Watched::NotifieeConst(entity), sm_(sm) {}
 
  protected:
   ZeroTouchSm& sm_;  // the owner

@@ -226,7 +226,7 @@ class ZeroTouchSm : public ZeroTouchSmModel {
  private:
   // The reactors, one for each entity, clock and child that is watched; defined in sm/Reactors.h, that of a
   // port in intf/KelEthPhyIntfStatus.h.
-  template <typename Entity>
+  template <typename Watched>
   class Reactor;
   class KelConfig;
   class KelDhcpStatus;
