@@ -187,7 +187,7 @@ TEST_F(Lldp, a_platform_may_react_within_the_call_that_asks) {
     EXPECT_EQ(sm().phyIntfStatus(id("Ethernet2"))->ethIntfStatus(),
               platform.episd->intfStatus(id("Ethernet2")));
 
-    time.advance(40);  // into the first retry
+    time.advance(50);  // into the first retry
     EXPECT_EQ(sm().currentState(), State::stateRetry);
     platform.config->enabledIs(false);
     expectPorts("");

@@ -1,8 +1,10 @@
-// The DHCP clients as child processes: held, stopped, and what follows when one ends.
+// The DHCP clients as child processes: started, held, stopped, and what follows when one ends.
 #include <csignal>
 
+#include "zerotouch/agent/ChildLauncher.h"
 #include "zerotouch/sm/Reactors.h"
 #include "zerotouch/sm/SmTrace.h"
+#include "zerotouch/utils/ZeroTouchUtils.h"
 
 namespace ZeroTouch {
 
@@ -53,6 +55,13 @@ void ZeroTouchSm::dhclient6StatelessChildProcessIs(Kel::Ptr<Kel::ChildSiginfo> c
 void ZeroTouchSm::dhclientChildProcessDel() { dhclientChildProcess_ = nullptr; }
 void ZeroTouchSm::dhclient6ChildProcessDel() { dhclient6ChildProcess_ = nullptr; }
 void ZeroTouchSm::dhclient6StatelessChildProcessDel() { dhclient6StatelessChildProcess_ = nullptr; }
+
+Kel::Ptr<Kel::ChildSiginfo> ZeroTouchSm::execClient(char** cmdLine, char const* caller) {
+  KEL_TRACE(traceZeroTouchSm, 5, "ZeroTouchSm::" << caller << " - Execing: " << argvToString(cmdLine));
+  auto child = runCmd(cmdLine, nullptr, nullptr);
+  freeCommandline(cmdLine);
+  return child;
+}
 
 void ZeroTouchSm::doStopDhclient() {
   if (terminate(dhclientChildProcess(), "dhclient", __func__)) dhclientChildProcessDel();

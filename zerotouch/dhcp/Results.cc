@@ -2,6 +2,7 @@
 #include <cstdlib>
 
 #include "platform/kel/Child.h"
+#include "zerotouch/dhcp/DhclientFiles.h"
 #include "zerotouch/dhcp/KelIntfDhcpStatus.h"
 #include "zerotouch/sm/EntryReactors.h"
 #include "zerotouch/sm/SmTrace.h"
@@ -9,8 +10,6 @@
 namespace ZeroTouch {
 
 namespace {
-
-constexpr char const* dhclientScriptFilePath = "/usr/bin/zerotouch-dhclient-script";
 
 // The script finds its reason where dhclient would put it.
 void runCleanup(char const* reason) {

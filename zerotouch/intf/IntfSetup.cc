@@ -28,6 +28,7 @@ void ZeroTouchSm::configureLayer3(Wire::IntfId const& intfId) {
 }
 
 void ZeroTouchSm::withdrawLayer3() {
+  for (auto const& intfId : std::exchange(createdIpConfig_, {})) ipConfig()->ipIntfConfigDel(intfId);
   for (auto const& intfId : std::exchange(createdIp6Config_, {})) ip6Config()->intfDel(intfId);
   for (auto const& intfId : std::exchange(createdL3Config_, {})) l3ConfigDir()->intfConfigDel(intfId);
 }

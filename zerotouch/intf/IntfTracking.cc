@@ -12,10 +12,6 @@ namespace {
 
 constexpr std::string_view managementPrefix = "Management";
 
-bool ignored(std::string_view intfName) {
-  return intfName.starts_with(managementPrefix) && std::getenv("ZEROTOUCH_IGNORE_MANAGEMENT") != nullptr;
-}
-
 bool routed(Interface::EthIntfStatus const& port) {
   return port.forwardingModel() == Interface::IntfForwardingModel::routed;
 }
@@ -39,6 +35,10 @@ Kel::Ptr<IntfStatus> findRecord(ZeroTouchSmModel const& sm, Matches const& match
 }
 
 }  // namespace
+
+bool ignoredAsManagement(Kel::String const& intfName) {
+  return intfName.starts_with(managementPrefix) && std::getenv("ZEROTOUCH_IGNORE_MANAGEMENT") != nullptr;
+}
 
 bool ZeroTouchSm::shouldProcessIntfStatus() const { return mayActIn(stateSetupInterfaces() | stateRetry()); }
 
@@ -92,7 +92,7 @@ void ZeroTouchSm::lookAtSkippedIntfs() {
 }
 
 void ZeroTouchSm::doRegisterEthPhyIntf(Kel::String intfName) {
-  if (ignored(intfName)) return;
+  if (ignoredAsManagement(intfName)) return;
   Wire::IntfId const intfId(intfName);
   auto const port = episd()->intfStatus(intfId);
   if (!port) return;

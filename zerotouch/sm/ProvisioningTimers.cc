@@ -27,6 +27,7 @@ void DhclientQueryTimer::handleTimerStop() {
 void StatelessDhclientQueryTimer::handleTimerTick() {
   if (ztSm()->currentState() != ztSm()->stateStatelessDhcpQuery()) return;
   ztSm()->doStopDhclient6Stateless();
+  if (ztSm()->askNextStatelessIntf()) return;
   ZTP_STATELESS_DHCPv6_QUERY_FAIL.log();
   ztSm()->doStateTransition(ztSm()->stateStatelessDhcpQuery(), ztSm()->stateRetry());
 }
@@ -46,8 +47,12 @@ void SystemIdentitySetupTimer::handleTimerTick() {
 
 void SystemIdentitySetupTimer::handleTimerStop() {
   ztSm()->systemIdentitySetupTimerExpiredIs(true);
-  auto const next = ztSm()->readyToFetchConfig() ? ztSm()->stateFetchConfig() : ztSm()->stateRetry();
-  ztSm()->doStateTransition(ztSm()->stateSetupSystemIdentity(), next);
+  if (ztSm()->readyToFetchConfig()) {
+    ztSm()->doStateTransition(ztSm()->stateSetupSystemIdentity(), ztSm()->stateFetchConfig());
+  } else {
+    ztSm()->doUnconfigureSystemIdentity();
+    ztSm()->doStateTransition(ztSm()->stateSetupSystemIdentity(), ztSm()->stateRetry());
+  }
 }
 
 void ConfigFetchTimer::handleTimerTick() {}

@@ -19,6 +19,7 @@ void ZeroTouchSm::doCleanupCurrentState() {
 
 // Interfaces are not set up again on a retry.
 void ZeroTouchSm::doCleanupAndRetry() {
+  doUnconfigureSystemIdentity();
   choosenIntfIs(nullptr);
   bool const results = !dhcpStatus()->intfDhcpStatus().empty() || !dhcpStatus()->intfDhcp6Status().empty();
   if (!results || std::getenv("ZEROTOUCH_IGNORE_DHCLIENTCLEANUP") != nullptr) {

@@ -3,6 +3,7 @@
 
 #include "platform/kel/ActivityManager.h"
 #include "zerotouch/agent/Events.h"
+#include "zerotouch/dhcp/DhclientFiles.h"
 #include "zerotouch/sm/SmTrace.h"
 #include "zerotouch/sm/ZeroTouchSm.h"
 
@@ -71,8 +72,13 @@ void ZeroTouchSm::doTryStartZeroTouch() {
   status()->enabledIs(true);
   ZTP_INIT.log();
   setenv("SYSNAME", Kel::activityManager()->config()->systemName().c_str(), 1);
+  doKillRunningDhclient(dhclientPidFilePath);
+  doKillRunningDhclient(dhclient6PidFilePath);
+  doUnconfigureSystemIdentity();
   choosenIntfIs(nullptr);
   doCleanupDhclientState();
+  doCreateDhclientConfigFile();
+  doCreateDhclient6ConfigFile();
   doStateTransition(stateInvalid(), stateSetupInterfaces());
 }
 
@@ -94,6 +100,7 @@ void ZeroTouchSm::leaveAsFound() {
   doStopDhclient();
   doStopDhclient6();
   doStopDhclient6Stateless();
+  doUnconfigureSystemIdentity();
   choosenIntfIs(nullptr);
   for (auto const& intfId : phyIntfStatus().keys()) doUnregisterEthPhyIntf(intfId.stringValue());
   for (auto const& intfId : lagIntfStatus().keys()) doUnregisterLagIntf(intfId.stringValue());

@@ -84,12 +84,13 @@ void ZeroTouchSm::handleNextState() {
       KEL_ASSERT(currentState() == stateSetupInterfaces() || currentState() == stateRetry(),
                  "currentState() == stateSetupInterfaces() || currentState() == stateRetry()");
       enter(stateDhcpQuery());
-      retryWithout("the DHCP query");
+      doStartDhcpQuery();
+      doStartDhclientQueryTimer();
       break;
     case State::stateStatelessDhcpQuery:
       KEL_ASSERT(currentState() == stateDhcpQuery(), "currentState() == stateDhcpQuery()");
       enter(stateStatelessDhcpQuery());
-      retryWithout("the stateless DHCP query");
+      doStartStatelessDhcpQuery();
       break;
     case State::stateSetupSystemIdentity:
       KEL_ASSERT((currentState() == stateDhcpQuery()) || (currentState() == stateStatelessDhcpQuery()),
@@ -97,7 +98,8 @@ void ZeroTouchSm::handleNextState() {
       enter(stateSetupSystemIdentity());
       systemIdentitySetupTimerExpiredIs(false);
       configFetchTryCounterIs(0);
-      retryWithout("the system identity");
+      doConfigureSystemIdentity();
+      doStartSystemIdentitySetupTimer();
       break;
     case State::stateFetchConfig:
       KEL_ASSERT(currentState() == stateSetupSystemIdentity() || currentState() == stateRetryFetchConfig(),
@@ -144,6 +146,8 @@ void ZeroTouchSm::enterRetry() {
   // The only place where the overall time limit is enforced: a run under way is never cut short.
   if (status()->runTime() < config()->maxRunTime() && std::getenv("ZEROTOUCH_FORCE_SHUTDOWN") == nullptr) {
     ZTP_RETRY.log(retryCount());
+    doReleaseLease();
+    doReleaseLease6();
     lookAtSkippedIntfs();
     configureMultiSpeedInterfaces();
     doStartRetryWaitTimer();
@@ -153,6 +157,8 @@ void ZeroTouchSm::enterRetry() {
 }
 
 void ZeroTouchSm::enterShutdown() {
+  doReleaseLease();
+  doReleaseLease6();
   if (dhclientChildProcess() || dhclient6ChildProcess()) {
     doStartLeaseReleaseTimer();
   } else {

@@ -59,6 +59,7 @@
 namespace ZeroTouch {
 
 struct TimerSettings;
+using U32Ptr = std::uint32_t*;
 
 class ZeroTouchSm : public ZeroTouchSmModel {
  public:
@@ -212,6 +213,32 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   void handleDhclient6ChildProcessStatus();
   void handleDhclient6StatelessChildProcessStatus();
 
+  // Command lines (dhcp/CommandLines.cc): null when there is nobody to ask. The caller frees them. `idx` is
+  // the next free slot; of the stateless client, the one for the caller to fill with an interface.
+  void formBasicCommandLine(char** argv, U32Ptr idx) const;
+  char** allocDhclientAcquireCommandline() const;
+  char** allocDhclient6AcquireCommandline() const;
+  char** allocDhclient6StatelessAcquireCommandline(U32Ptr idx) const;
+  char** allocDhclientReleaseCommandline() const;
+  char** allocDhclient6ReleaseCommandline() const;
+  std::uint32_t findArgcForDhclientAcquireCommandline() const;
+  static std::uint32_t findArgcForDhclientReleaseCommandline();
+
+  // The clients' configuration (dhcp/ConfigFiles.cc). `version` is "v4" or "v6"; with any other only the
+  // client identifier is written.
+  void doCreateDhclientConfigFile() const;
+  void doCreateDhclient6ConfigFile() const;
+  void addIdentifierStatementsToDhclientConfig(char const* file, Kel::String version) const;
+
+  // Starting the clients (dhcp/Queries.cc, dhcp/LeaseRelease.cc).
+  void doStartDhcpQuery();
+  void doStartStatelessDhcpQuery();
+  // Starts a stateless client on the next interface to ask, and its timer. False when there is none.
+  bool askNextStatelessIntf();
+  // Hand back the lease of the chosen interface; nothing without one.
+  void doReleaseLease();
+  void doReleaseLease6();
+
   void handleIntfDhcpStatus(Kel::Name const& name);
   void handleIntfDhcpStatus();
   void handleIntfDhcp6Status(Kel::Name const& name);
@@ -222,6 +249,16 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   bool readyToFetchConfigV6() const;
   // Lets the clean-up script remove what clients left configured. Blocks while the script runs, twice.
   void doCleanupDhclientState();
+
+  // --- The identity that the answer brought (identity/) ---
+
+  void doConfigureSystemIdentity();
+  void doConfigureSystemIdentityV4();
+  void doConfigureSystemIdentityV6();
+  void doConfigureInterfaceIPv4(Kel::Ptr<IntfStatus> const& intf, Wire::IpAddrWithMask const& addr);
+  void doConfigureInterfaceIPv6(Kel::Ptr<IntfStatus> const& intf, Wire::Ip6AddrWithMask const& addr);
+  // Takes back all that the above may have written; all static routes go, not only those.
+  void doUnconfigureSystemIdentity();
 
  private:
   // The reactors, one for each entity, clock and child that is watched; defined in sm/Reactors.h, that of a
@@ -285,6 +322,10 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   void restoreSpeeds();
   void reportSpeedChanges();
 
+  // identity/
+  class IdentityWriter;
+  Kel::Ptr<Interface::IntfConfig> intfConfig(Wire::IntfId const& intfId) const;
+
   // The reactors on the entries of the collections that are watched: each is made, replaced and dropped as
   // its entry comes, is replaced and goes.
   void intfDhcpStatusIs(Kel::Name const& name);
@@ -292,7 +333,12 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   void ipIntfStatusIs(Wire::IntfId const& intfId);
   void ip6IntfStatusIs(Wire::IntfId const& intfId);
 
-  // dhcp/Readiness.cc
+  // dhcp/
+  std::vector<Kel::String> dhcpDevices() const;
+  char** allocReleaseCommandline(bool six, char const* caller) const;
+  void selectIntfs6();
+  // Starts a client and frees its command line.
+  static Kel::Ptr<Kel::ChildSiginfo> execClient(char** cmdLine, char const* caller);
   bool readyWith(bool bootFile, char const* addrLabel, bool addrConfigured) const;
 
   std::optional<bool> fixedSystem_;
@@ -317,13 +363,26 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   std::set<Wire::IntfId> skippedLag_;
   // The configuration entries that this run has made; of the ports whose speed it has set, whether it made
   // the entry.
+  std::set<Wire::IntfId> createdIpConfig_;
   std::set<Wire::IntfId> createdIp6Config_;
   std::set<Wire::IntfId> createdL3Config_;
   std::map<Wire::IntfId, bool> speedSet_;
+  // Where the identity was applied, and the IPv6 address: by the time it is undone the answer may be gone.
+  Wire::IntfId identityIntf_;
+  std::optional<Wire::Ip6AddrWithMask> identityAddr6_;
+  // Whether the client of that family hands a lease back, instead of asking for one.
+  bool releasing_ = false;
+  bool releasing6_ = false;
   Kel::Ptr<KelDhclientChildProcess> dhclientChildProcess_;
   Kel::Ptr<KelDhclient6ChildProcess> dhclient6ChildProcess_;
   Kel::Ptr<KelDhclient6StatelessChildProcess> dhclient6StatelessChildProcess_;
 };
+
+// Whether the interface is a management one, and those are to be left alone.
+bool ignoredAsManagement(Kel::String const& intfName);
+
+// Frees a command line of the clients: every string, then the array.
+void freeCommandline(void* cmdLine);
 
 // Whether the kernel has IPv6 switched on for a device; false when it cannot be told.
 bool isIpv6Enabled(Kel::String const& kernelIntfName);

@@ -1,0 +1,82 @@
+// The configuration files of the DHCP clients: a template, then statements that tell the server which switch
+// is asking. Written once per start attempt, before any client runs.
+#include <cstdlib>
+#include <fstream>
+#include <iostream>
+
+#include "platform/kel/Assert.h"
+#include "platform/kel/Format.h"
+#include "zerotouch/dhcp/DhclientFiles.h"
+#include "zerotouch/sm/ZeroTouchSm.h"
+
+namespace ZeroTouch {
+
+namespace {
+
+// The number that RFC 5612 reserves for documentation; a product puts its own registered one here.
+constexpr std::uint32_t enterpriseNumber = 32473;
+constexpr unsigned vendorIdSubOption = 1;
+
+Kel::String vendorId(EntityMib::Fru const& chassis) {
+  Kel::String result = "Ostrel";
+  for (Kel::String const& value : {chassis.modelName(), chassis.hardwareRev(), chassis.serialNum()}) {
+    if (!value.empty()) result += ";" + value;
+  }
+  return result;
+}
+
+// The payload of DHCPv6 option 17 (RFC 8415, 21.17) as dhclient reads it: octets joined by colons.
+Kel::String vendorOpts(Kel::String const& data) {
+  Kel::String const header = Kel::format("%08x%04x%04x", enterpriseNumber, vendorIdSubOption, data.size());
+  Kel::String result;
+  for (std::size_t i = 0; i < header.size(); i += 2) result += header.substr(i, 2) + ":";
+  for (std::size_t i = 0; i < data.size(); ++i) {
+    // Widened as a signed character: a byte above 0x7f shows as ffffff80 and so on. Identities are ASCII.
+    auto const widened = static_cast<std::uint32_t>(static_cast<signed char>(data[i]));
+    result += (i == 0 ? "" : ":") + Kel::format("%02x", widened);
+  }
+  return result;
+}
+
+void create(ZeroTouchSm const& sm, char const* base, char const* generated, char const* version) {
+  if (!appendTemplate(base, generated)) {
+    std::cerr << "Unable to open either " << base << " or " << generated << "\n";
+    KEL_ASSERT(!"dhclient configuration", "!\"dhclient configuration\"");
+  }
+  sm.addIdentifierStatementsToDhclientConfig(generated, version);
+}
+
+}  // namespace
+
+// Not truncated: a second start attempt in the same boot appends, and in these files the last statement wins.
+bool appendTemplate(char const* base, char const* generated) {
+  std::ifstream in(base, std::ios::binary);
+  std::ofstream out(generated, std::ios::binary | std::ios::app);
+  if (!out) return false;
+  if (in && in.peek() != std::ifstream::traits_type::eof()) out << in.rdbuf();
+  return true;
+}
+
+void ZeroTouchSm::doCreateDhclientConfigFile() const {
+  create(*this, dhclientBaseConfigPath, dhclientConfigPath, "v4");
+}
+
+void ZeroTouchSm::doCreateDhclient6ConfigFile() const {
+  create(*this, dhclient6BaseConfigPath, dhclient6ConfigPath, "v6");
+}
+
+void ZeroTouchSm::addIdentifierStatementsToDhclientConfig(char const* file, Kel::String version) const {
+  auto const entityMibRoot = entityMibStatus()->root();
+  KEL_ASSERT(entityMibRoot, "entityMibRoot");
+  Kel::String const identity = vendorId(*entityMibRoot);
+  std::ofstream out(file, std::ios::app);
+  if (!out) {
+    std::cerr << "Unable to open " << file << "\n";
+    KEL_ASSERT(!"dhclient configuration", "!\"dhclient configuration\"");
+  }
+  out << "send dhcp-client-identifier " << entityMibStatus()->systemMacAddr().stringValue() << ";\n";
+  if (version == "v4") out << "send vendor-class-identifier \"" << identity << "\";\n";
+  if (version == "v6") out << "send dhcp6.vendor-opts " << vendorOpts(identity) << ";\n";
+}
+
+}  // namespace ZeroTouch

@@ -1,0 +1,34 @@
+// Handing a lease back, so that the address is free for the next attempt or for the configuration that the
+// switch boots into.
+#include "zerotouch/sm/SmTrace.h"
+#include "zerotouch/sm/ZeroTouchSm.h"
+
+namespace ZeroTouch {
+
+// A release that still runs goes on. A client that acquires is stopped first: two clients must not share a
+// lease file.
+void ZeroTouchSm::doReleaseLease() {
+  if (!choosenIntf() || (dhclientChildProcess() && releasing_)) return;
+  char** const cmdLine = allocDhclientReleaseCommandline();
+  if (cmdLine == nullptr) {
+    SM_TRACE(1, " - Failed to alloc dhclient command line");
+    return;
+  }
+  doStopDhclient();
+  releasing_ = true;
+  dhclientChildProcessIs(execClient(cmdLine, __func__));
+}
+
+void ZeroTouchSm::doReleaseLease6() {
+  if (!choosenIntf() || (dhclient6ChildProcess() && releasing6_)) return;
+  char** const cmdLine = allocDhclient6ReleaseCommandline();
+  if (cmdLine == nullptr) {
+    SM_TRACE(1, " - Failed to alloc dhclient v6 command line");
+    return;
+  }
+  doStopDhclient6();
+  releasing6_ = true;
+  dhclient6ChildProcessIs(execClient(cmdLine, __func__));
+}
+
+}  // namespace ZeroTouch

@@ -1,0 +1,66 @@
+// Starting the DHCP clients.
+#include <cstring>
+
+#include "platform/kel/Assert.h"
+#include "zerotouch/sm/SmTrace.h"
+#include "zerotouch/sm/ZeroTouchSm.h"
+
+namespace ZeroTouch {
+
+void ZeroTouchSm::doStartDhcpQuery() {
+  if (char** const cmdLine = allocDhclientAcquireCommandline()) {
+    releasing_ = false;
+    dhclientChildProcessIs(execClient(cmdLine, __func__));
+  } else {
+    SM_TRACE(5, " - Failed to alloc dhclient command line");
+  }
+  selectIntfs6();
+  if (char** const cmdLine = allocDhclient6AcquireCommandline()) {
+    releasing6_ = false;
+    dhclient6ChildProcessIs(execClient(cmdLine, __func__));
+  } else {
+    SM_TRACE(5, " - Failed to alloc dhclient6 command line");
+  }
+}
+
+// Router advertisements tell how each network hands out its addresses.
+void ZeroTouchSm::selectIntfs6() {
+  intfStatus6DelAll();
+  intfStatus6StatelessDelAll();
+  for (auto const& [intfId, advertisement] : raPacketStatus()->raPacket()) {
+    auto const intf = intfStatus(intfId);
+    if (!intf || !isIpv6Enabled(intf->kernelIntfName())) continue;
+    if (advertisement->managed()) {
+      intfStatus6Is(intf);
+    } else {
+      intfStatus6StatelessIs(intf);
+    }
+  }
+}
+
+void ZeroTouchSm::doStartStatelessDhcpQuery() {
+  if (intfStatus6Stateless().empty()) {
+    SM_TRACE(5, "No interfaces need stateless dhclient");
+    doStateTransition(stateStatelessDhcpQuery(), stateRetry());
+  } else if (!askNextStatelessIntf()) {
+    doStateTransition(stateStatelessDhcpQuery(), stateRetry());
+  }
+}
+
+bool ZeroTouchSm::askNextStatelessIntf() {
+  std::uint32_t idx = 0;
+  char** const cmdLine6Stateless = allocDhclient6StatelessAcquireCommandline(&idx);
+  if (cmdLine6Stateless == nullptr) {
+    SM_TRACE(5, " - Failed to alloc dhclient6Statelss command line");
+    return false;
+  }
+  auto const intf = intfStatus6Stateless().begin()->second;
+  cmdLine6Stateless[idx] = strdup(intf->kernelIntfName().c_str());
+  KEL_ASSERT(cmdLine6Stateless[idx] != nullptr, "*( ( char** )cmdLine6Stateless + idx )");
+  dhclient6StatelessChildProcessIs(execClient(cmdLine6Stateless, __func__));
+  intfStatus6StatelessDel(intf->intfId());
+  doStartStatelessDhclientQueryTimer();
+  return true;
+}
+
+}  // namespace ZeroTouch

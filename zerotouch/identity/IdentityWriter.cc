@@ -1,0 +1,111 @@
+#include "zerotouch/identity/IdentityWriter.h"
+
+#include "platform/kel/Format.h"
+#include "zerotouch/sm/SmTrace.h"
+
+#define IDENTITY_TRACE(what, value) \
+  KEL_TRACE(traceZeroTouchSm, 5, "IdentityWriter::" << __func__ << " - Configuring " << what << value)
+
+namespace ZeroTouch {
+
+ZeroTouchSm::IdentityWriter::IdentityWriter(ZeroTouchSm& sm, Kel::Ptr<IntfDhcpStatus const> answer)
+    : sm_(sm),
+      answer_(std::move(answer)),
+      intf_(sm.choosenIntf()),
+      summary_(Kel::format("%s  [ ", intf_->intfName())) {}
+
+void ZeroTouchSm::IdentityWriter::mtu() {
+  if (answer_->mtu() == 0) return;
+  IDENTITY_TRACE("interface: ", intf_->intfName() << " mtu=" << answer_->mtu());
+  if (auto const config = sm_.intfConfig(intf_->intfId())) {
+    config->mtuIs(answer_->mtu());
+    sm_.identityIntf_ = intf_->intfId();
+  }
+  summary_ += Kel::format("Mtu: %d; ", answer_->mtu());
+}
+
+void ZeroTouchSm::IdentityWriter::address4() {
+  Wire::IpAddrWithMask const addr = answer_->addrWithMask().v4();
+  if (addr.address.isZero()) return;
+  IDENTITY_TRACE("interface: ", intf_->intfName() << " ip=" << addr.stringValue());
+  sm_.doConfigureInterfaceIPv4(intf_, addr);
+  summary_ += Kel::format("Ip Address: %s/%d; ", addr.address.stringValue(), addr.maskLength);
+}
+
+void ZeroTouchSm::IdentityWriter::address6() {
+  Wire::Ip6AddrWithMask const addr = answer_->addrWithMask().v6();
+  if (addr.address.isZero()) return;
+  IDENTITY_TRACE("interface: ", intf_->intfName() << " ip=" << addr.stringValue());
+  sm_.doConfigureInterfaceIPv6(intf_, addr);
+  summary_ += Kel::format("Ip Address: %s/%d; ", addr.address.stringValue(), addr.maskLength);
+}
+
+void ZeroTouchSm::IdentityWriter::hostname() {
+  if (answer_->hostname().empty()) return;
+  IDENTITY_TRACE("hostname: ", answer_->hostname());
+  sm_.netConfig()->hostnameIs(answer_->hostname());
+  summary_ += Kel::format("Hostname: %s; ", answer_->hostname());
+}
+
+void ZeroTouchSm::IdentityWriter::nameServers4() {
+  for (auto const& [index, server] : answer_->nameServer()) {
+    IDENTITY_TRACE("name server: ", server.stringValue());
+    sm_.netConfig()->nameServerIs(index, server.v4());
+    summary_ += Kel::format("Nameserver: %s; ", server.stringValue());
+  }
+}
+
+void ZeroTouchSm::IdentityWriter::nameServers6() {
+  for (auto const& [index, server] : answer_->nameServer()) {
+    IDENTITY_TRACE("name server: ", server.stringValue());
+    sm_.netConfig()->v6NameServerIs(index, server.v6());
+    summary_ += Kel::format("Nameserver: %s; ", server.stringValue());
+  }
+}
+
+void ZeroTouchSm::IdentityWriter::loggingHosts() {
+  for (auto const& [name, host] : answer_->loggingHost()) {
+    IDENTITY_TRACE("log server: ", name);
+    sm_.sysLoggingConfig()->vrfLoggingHostIs(L3::VrfName("default"))->loggingHostIs(name, host);
+    summary_ += Kel::format("Logserver: %s; ", name);
+  }
+}
+
+void ZeroTouchSm::IdentityWriter::domainName() {
+  if (answer_->domainName().empty()) return;
+  IDENTITY_TRACE("domain name: ", answer_->domainName());
+  sm_.netConfig()->domainNameIs(answer_->domainName());
+  summary_ += Kel::format("Domain: %s; ", answer_->domainName());
+}
+
+void ZeroTouchSm::IdentityWriter::staticRoutes() {
+  for (auto const& [index, route] : answer_->staticRoute()) {
+    Kel::String const prefix = route.prefix.stringValue();
+    Kel::String const hop = route.nextHop.stringValue();
+    IDENTITY_TRACE("static route: ", "key=" << prefix << ", via=" << hop);
+    addRoute(route.prefix, route.nextHop);
+    summary_ += Kel::format("Route: key=%s, hop=%s; ", prefix, hop);
+  }
+}
+
+// Several become several next hops of the one default route.
+void ZeroTouchSm::IdentityWriter::gateways() {
+  for (auto const& [index, gateway] : answer_->gateway()) {
+    IDENTITY_TRACE("gateway: ", gateway.stringValue());
+    addRoute({}, gateway.v4());
+    summary_ += Kel::format("Gateway: %s; ", gateway.stringValue());
+  }
+}
+
+void ZeroTouchSm::IdentityWriter::addRoute(Wire::IpAddrWithMask const& prefix, Wire::IpAddr const& hop) {
+  sm_.routingConfig()->routeList()->routeIs(prefix, Routing::RouteType::forward)->viaIs({hop, {}}, true);
+}
+
+void ZeroTouchSm::IdentityWriter::bootFile() {
+  Kel::String const& server = answer_->serverName();
+  Kel::String const location =
+      server.empty() ? answer_->bootFileName() : "tftp://" + server + "/" + answer_->bootFileName();
+  summary_ += Kel::format("Boot File: %s ]", location);
+}
+
+}  // namespace ZeroTouch

@@ -1,0 +1,38 @@
+// Writes one answer's values into the platform's configuration, and tells of each in a summary.
+#pragma once
+
+#include "zerotouch/sm/ZeroTouchSm.h"
+
+namespace ZeroTouch {
+
+// Each member applies one kind of value, if the answer has it, and adds what it applied to the summary.
+class ZeroTouchSm::IdentityWriter {
+ public:
+  // The answer is the one on the chosen interface.
+  IdentityWriter(ZeroTouchSm& sm, Kel::Ptr<IntfDhcpStatus const> answer);
+
+  void mtu();
+  void address4();
+  void address6();
+  void hostname();
+  void nameServers4();
+  void nameServers6();
+  void loggingHosts();
+  void domainName();
+  void staticRoutes();
+  void gateways();
+  // For the summary only: the download works it out again.
+  void bootFile();
+
+  Kel::String const& summary() const { return summary_; }
+
+ private:
+  void addRoute(Wire::IpAddrWithMask const& prefix, Wire::IpAddr const& hop);
+
+  ZeroTouchSm& sm_;
+  Kel::Ptr<IntfDhcpStatus const> answer_;
+  Kel::Ptr<IntfStatus> intf_;
+  Kel::String summary_;
+};
+
+}  // namespace ZeroTouch

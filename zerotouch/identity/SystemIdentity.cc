@@ -1,0 +1,108 @@
+// Applying the identity that the DHCP answer brought, and taking it back.
+#include "zerotouch/identity/IdentityWriter.h"
+
+#include "platform/kel/Assert.h"
+#include "zerotouch/agent/Events.h"
+#include "zerotouch/sm/SmTrace.h"
+
+namespace ZeroTouch {
+
+namespace {
+constexpr std::uint32_t defaultMtu = 1500;
+constexpr Wire::IpAddrWithMask noAddress{{}, 32};
+}  // namespace
+
+// DHCPv4 wins when both families have answered.
+void ZeroTouchSm::doConfigureSystemIdentity() {
+  auto const intfStatus = choosenIntf();
+  KEL_ASSERT(intfStatus, "intfStatus");
+  auto const v4 = dhcpStatus()->intfDhcpStatus(intfStatus->kernelIntfName());
+  auto const v6 = dhcpStatus()->intfDhcp6Status(intfStatus->kernelIntfName());
+  if (v4 && !v4->bootFileName().empty()) {
+    doConfigureSystemIdentityV4();
+  } else if (v6 && !v6->bootFileName().empty()) {
+    doConfigureSystemIdentityV6();
+  }
+}
+
+void ZeroTouchSm::doConfigureSystemIdentityV4() {
+  IdentityWriter writer(*this, dhcpStatus()->intfDhcpStatus(choosenIntf()->kernelIntfName()));
+  writer.mtu();
+  writer.address4();
+  writer.hostname();
+  writer.nameServers4();
+  writer.loggingHosts();
+  writer.domainName();
+  writer.staticRoutes();
+  writer.gateways();
+  writer.bootFile();
+  ZTP_DHCPv4_SUCCESS.log(writer.summary());
+}
+
+// Host name, log servers, routes and gateways are not taken from a DHCPv6 answer.
+void ZeroTouchSm::doConfigureSystemIdentityV6() {
+  auto const answer = dhcpStatus()->intfDhcp6Status(choosenIntf()->kernelIntfName());
+  IdentityWriter writer(*this, answer);
+  writer.mtu();
+  writer.address6();
+  writer.nameServers6();
+  writer.domainName();
+  writer.bootFile();
+  bool const stateless = answer->addrWithMask().v6().address.isZero();
+  (stateless ? ZTP_STATELESS_DHCPv6_SUCCESS : ZTP_DHCPv6_SUCCESS).log(writer.summary());
+}
+
+void ZeroTouchSm::doConfigureInterfaceIPv4(Kel::Ptr<IntfStatus> const& intf,
+                                           Wire::IpAddrWithMask const& addr) {
+  Wire::IntfId const& intfId = intf->intfId();
+  KEL_ASSERT(intfId, "intfId");
+  SM_TRACE(5,
+           " - Configuring interface " << intfId.stringValue() << " IP address as: " << addr.stringValue());
+  if (!ipConfig()->ipIntfConfig().contains(intfId)) createdIpConfig_.insert(intfId);
+  if (!l3ConfigDir()->intfConfig().contains(intfId)) createdL3Config_.insert(intfId);
+  auto const ip = ipConfig()->ipIntfConfigIs(intfId);
+  ip->l3ConfigIs(l3ConfigDir()->intfConfigIs(intfId));
+  ip->addrWithMaskIs(addr);
+  identityIntf_ = intfId;
+}
+
+void ZeroTouchSm::doConfigureInterfaceIPv6(Kel::Ptr<IntfStatus> const& intf,
+                                           Wire::Ip6AddrWithMask const& addr) {
+  Wire::IntfId const& intfId = intf->intfId();
+  KEL_ASSERT(intfId, "intfId");
+  SM_TRACE(5,
+           " - Configuring interface " << intfId.stringValue() << " IP address as: " << addr.stringValue());
+  if (!ip6Config()->intf().contains(intfId)) createdIp6Config_.insert(intfId);
+  if (!l3ConfigDir()->intfConfig().contains(intfId)) createdL3Config_.insert(intfId);
+  auto const ip6 = ip6Config()->intfIs(intfId);
+  ip6->l3ConfigIs(l3ConfigDir()->intfConfigIs(intfId));
+  ip6->addrIs(addr);
+  identityIntf_ = intfId;
+  identityAddr6_ = addr;
+}
+
+// A VLAN interface's record counts before that of a port of the same name.
+Kel::Ptr<Interface::IntfConfig> ZeroTouchSm::intfConfig(Wire::IntfId const& intfId) const {
+  if (auto const vlan = vicd()->intfConfig(intfId)) return vlan;
+  return epicd()->intfConfig(intfId);
+}
+
+void ZeroTouchSm::doUnconfigureSystemIdentity() {
+  netConfig()->hostnameIs("");
+  netConfig()->nameServerDelAll();
+  netConfig()->v6NameServerDelAll();
+  if (auto const vrf = sysLoggingConfig()->vrfLoggingHost(L3::VrfName("default"))) vrf->loggingHostDelAll();
+  sysLoggingConfig()->vrfLoggingHostDelAll();
+  netConfig()->domainNameIs("");
+  routingConfig()->routeList()->routeDelAll();
+
+  auto const addr6 = std::exchange(identityAddr6_, std::nullopt);
+  Wire::IntfId intfId = std::exchange(identityIntf_, {});
+  if (!intfId && choosenIntf()) intfId = choosenIntf()->intfId();
+  if (!intfId) return;
+  if (auto const config = intfConfig(intfId)) config->mtuIs(defaultMtu);
+  if (auto const ip = ipConfig()->ipIntfConfig(intfId)) ip->addrWithMaskIs(noAddress);
+  if (auto const ip6 = ip6Config()->intf(intfId); ip6 && addr6) ip6->addrDel(*addr6);
+}
+
+}  // namespace ZeroTouch
