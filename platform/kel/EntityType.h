@@ -21,7 +21,7 @@ enum class AttributeKind {
   keys,       // a set of keys
   entity,     // one entity, which may be absent
   entities,   // a collection of entities by key
-  reference,  // a handle to an entity that lives elsewhere; shown by type, never walked
+  reference,  // a handle to an entity that lives elsewhere; shown by its key, never walked
 };
 
 struct AttributeType {
@@ -35,7 +35,7 @@ struct AttributeType {
   EntityType const* childType;
 
   // The attribute's value, or that of the entry `key`; null when there is no such entry. For value, values
-  // and keys.
+  // and keys; of a reference the key of its entity, nullptr when the type has none.
   Value (*get)(Entity const& entity, std::string_view key);
   // The keys of a collection.
   std::vector<std::string> (*keys)(Entity const& entity);

@@ -159,6 +159,9 @@ def description(entity, a):
         if not a.constructor:
             set_ = (f"{sets}, Kel::Value const& v) {{ return Kel::withValue<{a.cpp}>(v, [&]({a.cpp} const& x) -> std::string "
                     f"{{ {limits(a)}if (e != nullptr) {mutable}->{n}Is(x); return {{}}; }}); }}")
+    if a.form == "reference" and a.target.key_name:
+        get = (f"[](Kel::Entity const& e, std::string_view) {{ auto const& held = {const}.{n}(); "
+               f"return held ? Kel::Codec<{a.target.key_type}>::toValue(held->{a.target.key_name}()) : Kel::Value(); }}")
     if a.form in ("values", "keys", "entities", "references"):
         keys = f"[](Kel::Entity const& e) {{ return Kel::keyTexts({const}.{n}()); }}"
         if a.form != "references":

@@ -27,7 +27,7 @@ Value attributeValue(AttributeType const& attribute, Entity const& owner) {
     case AttributeKind::entity:
       return entityValue(attribute.child(owner, {}));
     case AttributeKind::reference:
-      return nullptr;
+      return attribute.get != nullptr ? attribute.get(owner, {}) : nullptr;
     case AttributeKind::keys: {
       ValueList list;
       for (std::string& key : attribute.keys(owner)) list.emplace_back(std::move(key));

@@ -77,6 +77,16 @@ std::string text(Kel::Value const& value) {
   return string != nullptr ? *string : Statebase::dumpJson(value, 2);
 }
 
+std::string memberText(Kel::Value const& object, std::string const& name) {
+  Kel::Value const& value = at(object, {name});
+  return value == Kel::Value() ? "" : text(value);
+}
+
+bool contains(Kel::Value const& list, std::string const& name) {
+  auto const* const names = list.as<Kel::ValueList>();
+  return names != nullptr && std::ranges::find(*names, Kel::Value(name)) != names->end();
+}
+
 double number(Kel::Value const& value) {
   if (auto const* real = value.as<double>()) return *real;
   if (auto const* whole = value.as<std::uint64_t>()) return static_cast<double>(*whole);

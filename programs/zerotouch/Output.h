@@ -27,6 +27,10 @@ Kel::Value const& at(Kel::Value const& object, std::vector<std::string> const& n
 std::string text(Kel::Value const& value);
 // 0 for what is no number, Kel::never for "unlimited".
 double number(Kel::Value const& value);
+// The text of a member; empty when it is missing.
+std::string memberText(Kel::Value const& object, std::string const& name);
+// Whether a list of names has that one.
+bool contains(Kel::Value const& list, std::string const& name);
 bool isTrue(Kel::Value const& value);
 
 // To standard output.

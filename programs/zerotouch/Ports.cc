@@ -1,8 +1,8 @@
 // ports: what takes part in provisioning, and why the rest does not.
-#include <algorithm>
 #include <map>
 
 #include "programs/zerotouch/Output.h"
+#include "programs/zerotouch/PortDhcp.h"
 #include "programs/zerotouch/Verbs.h"
 
 namespace ZeroTouchCommand {
@@ -13,13 +13,9 @@ namespace {
 struct View {
   Kel::Seconds now = 0;
   Kel::Value ports, lags, configs;
+  DhcpView dhcp;
   Kel::Value phyRecords, registered, noSpeedChangePool, lldpPool, nextMode, nextAutoneg;
 };
-
-bool contains(Kel::Value const& list, std::string const& name) {
-  auto const* const names = list.as<Kel::ValueList>();
-  return names != nullptr && std::find(names->begin(), names->end(), Kel::Value(name)) != names->end();
-}
 
 View fetch(Context const& context) {
   Statebase::Client host(context.socketPath);
@@ -35,6 +31,7 @@ View fetch(Context const& context) {
   view.lldpPool = get("/zerotouch/sm/intfLldpPool");
   view.nextMode = get("/zerotouch/sm/nextLinkModeForIntf");
   view.nextAutoneg = get("/zerotouch/sm/nextAnegModeForIntf");
+  view.dhcp = fetchDhcp(host);
   return view;
 }
 
@@ -86,7 +83,7 @@ struct Row {
   std::vector<std::string> cells() const {
     return {port, device, link, oper, forwarding, registered, speed, next, lldp, keepsSpeed};
   }
-  Kel::Value json() const {
+  Kel::Value json(Kel::ValueList dhcp) const {
     return Kel::ValueMap{{"port", port},
                          {"device", device},
                          {"link", link},
@@ -96,7 +93,8 @@ struct Row {
                          {"speed", speed},
                          {"nextSpeed", next},
                          {"lldpHeard", lldp},
-                         {"keepsSpeed", keepsSpeed}};
+                         {"keepsSpeed", keepsSpeed},
+                         {"dhcp", std::move(dhcp)}};
   }
 };
 
@@ -116,17 +114,34 @@ Row row(View const& view, std::string const& name, Kel::Value const& port, bool 
           .keepsSpeed = spared(view, name, port)};
 }
 
+// Adds a port's DHCP to the table, and gives it for programs.
+Kel::ValueList dhcp(View const& view, Row const& port, std::vector<std::vector<std::string>>& table) {
+  Kel::ValueList list;
+  if (!contains(view.registered, port.port)) return list;
+  for (auto const& one : dhcpRows(view.dhcp, port.port, port.device, port.link == "up")) {
+    table.push_back({one.port, one.family, one.client, one.report, one.bootFile, one.chosen});
+    list.push_back(Kel::ValueMap{{"family", one.family},
+                                 {"client", one.client},
+                                 {"report", one.report},
+                                 {"bootFile", one.bootFile},
+                                 {"chosen", one.chosen}});
+  }
+  return list;
+}
+
 void showPorts(Context const& context) {
   View const view = fetch(context);
   std::vector<std::vector<std::string>> rows{{"Port", "Device", "Link", "State", "Forwarding", "Registered",
                                               "Speed", "Next", "LLDP", "Keeps speed"}};
+  std::vector<std::vector<std::string>> dhcpTable{
+      {"Port", "Family", "Client", "Report", "Boot file", "Chosen"}};
   Kel::ValueList list;
   for (auto const* const directory : {&view.ports, &view.lags}) {
     auto const* const members = directory->as<Kel::ValueMap>();
     for (auto const& [name, port] : members != nullptr ? *members : Kel::ValueMap()) {
       Row const one = row(view, name, port, directory == &view.lags);
       rows.push_back(one.cells());
-      list.push_back(one.json());
+      list.push_back(one.json(dhcp(view, one, dhcpTable)));
     }
   }
   if (context.json) {
@@ -137,6 +152,7 @@ void showPorts(Context const& context) {
         "hardware.\n");
   } else {
     print(table(rows));
+    if (dhcpTable.size() > 1) print("\n" + table(dhcpTable));
   }
 }
 

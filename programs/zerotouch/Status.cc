@@ -27,6 +27,21 @@ std::string waitsFor(Kel::Value const& tree, Kel::Value const& machine, Kel::Sec
   return isTrue(at(tree, {"config", "enabled"})) ? "the hardware inventory to be ready" : "being enabled";
 }
 
+// The chosen port and the download, once there are such.
+void addAnswer(Rows& rows, Kel::Value const& machine) {
+  std::string const chosen = memberText(machine, "choosenIntf");
+  if (!chosen.empty()) rows.push_back({"Chosen port:", chosen});
+  std::string const url = memberText(machine, "option67Uri");
+  if (url.empty()) return;
+  rows.push_back({"Download:", url});
+  std::string line = text(at(machine, {"bytesRead"})) + " bytes";
+  if (isTrue(at(machine, {"curlTransferDone"}))) {
+    std::string const error = memberText(machine, "curlErrorStr");
+    line += isTrue(at(machine, {"curlSuccess"})) ? ", complete" : ", failed: " + error;
+  }
+  rows.push_back({"Received:", line});
+}
+
 Rows rows(Kel::Value const& tree, Kel::Seconds now) {
   Rows result{{"Provisioning:", provisioning(tree)}};
   Kel::Value const& machine = at(tree, {"sm"});
@@ -35,6 +50,7 @@ Rows rows(Kel::Value const& tree, Kel::Seconds now) {
   } else {
     result.push_back({"State:", text(at(machine, {"currentState"})) + ", for " +
                                     duration(now - number(at(machine, {"stateTime"})))});
+    addAnswer(result, machine);
     result.push_back({"Retries:", text(at(machine, {"retryCount"}))});
     result.push_back({"Waits for:", waitsFor(tree, machine, now)});
     result.push_back({"Run time:", duration(now - number(at(machine, {"startTime"})))});
@@ -47,8 +63,10 @@ Rows rows(Kel::Value const& tree, Kel::Seconds now) {
 // Not the whole of the machine, which also holds every port. Null when no agent is loaded.
 Kel::Value machineOf(Statebase::Client& host) {
   Kel::ValueMap machine;
-  for (char const* const name : {"currentState", "transitionState", "stateTime", "startTime", "retryCount",
-                                 "timer", "timerActive", "awaitsDhcpCleanup", "reloadRequested"}) {
+  for (char const* const name :
+       {"currentState", "transitionState", "stateTime", "startTime", "retryCount", "timer", "timerActive",
+        "awaitsDhcpCleanup", "reloadRequested", "choosenIntf", "option67Uri", "bytesRead", "curlTransferDone",
+        "curlSuccess", "curlErrorStr"}) {
     try {
       machine.emplace_back(name, host.call("get", {{"path", std::string("/zerotouch/sm/") + name}}));
     } catch (Statebase::CallError const&) {

@@ -111,12 +111,27 @@ TEST_F(CommandLine, PortsTellWhetherTheyTakePartAndWhyNot) {
   configs->intfConfigIs(first)->linkModeLocalIs(Interface::EthLinkMode::linkModeAutoneg);
   configs->intfConfigIs(first)->advertisedModesLocalIs({.mode25G = true});
   machine->nextLinkModeForIntfIs(first, Interface::EthLinkMode::linkMode40G);
+  auto const second = ports->intfStatus(Wire::IntfId("1/3"));
+  machine->intfStatusIs(machine->phyIntfStatusIs(Wire::IntfId("1/3"), second));
+  dhcpStatus->intfDhcpStatusIs("et1/1")->reasonIs("FAIL");
+  dhcpStatus->intfDhcp6StatusIs("et1/1")->reasonIs("BOUND6");
+  dhcpStatus->intfDhcp6StatusIs("et1/1")->bootFileNameIs("http://h/\033c");
+  machine->intfStatus6StatelessIs(machine->intfStatus(Wire::IntfId("1/3")));
+  machine->dhclientIntfIs("et1/1");
+  machine->dhclientReleasesIs(true);
+  machine->choosenIntfIs(record);
   time.advance(12);
   EXPECT_EQ(run("ports"),
-            "Port  Device  Link  State  Forwarding  Registered        Speed     Next  LLDP      Keeps speed\n"
-            "1/1   et1/1   up    up     routed      yes               auto 25g  40g   12 s ago  hears LLDP\n"
-            "1/2   et1/2   down  down   bridged     no, bridged       -         -     never     inactive\n"
-            "1/3   et1/3   down  down   routed      no, not taken in  -         -     never     -\n"
+            "Port  Device  Link  State  Forwarding  Registered   Speed     Next  LLDP      Keeps speed\n"
+            "1/1   et1/1   up    up     routed      yes          auto 25g  40g   12 s ago  hears LLDP\n"
+            "1/2   et1/2   down  down   bridged     no, bridged  -         -     never     inactive\n"
+            "1/3   et1/3   down  down   routed      yes          -         -     never     -\n"
+            "\n"
+            "Port  Family            Client          Report  Boot file    Chosen\n"
+            "1/1   DHCPv4            releases        FAIL    -            no, nobody answered\n"
+            "1/1   DHCPv6            -               BOUND6  http://h/?c  yes\n"
+            "1/3   DHCPv4            -               -       -            not asked, no link\n"
+            "1/3   DHCPv6 stateless  waits its turn  -       -            not asked, no link\n"
             "exit 0");
   EXPECT_NE(run("ports --json").find("\"nextSpeed\": \"40g\""), std::string::npos);
 }

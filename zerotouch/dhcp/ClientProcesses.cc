@@ -43,18 +43,30 @@ Kel::Ptr<Kel::ChildSiginfo const> ZeroTouchSm::dhclient6StatelessChildProcess() 
 }
 
 void ZeroTouchSm::dhclientChildProcessIs(Kel::Ptr<Kel::ChildSiginfo> const& child) {
+  dhclientChildProcessDel();
   dhclientChildProcess_ = watch<KelDhclientChildProcess>(child, *this);
 }
 void ZeroTouchSm::dhclient6ChildProcessIs(Kel::Ptr<Kel::ChildSiginfo> const& child) {
+  dhclient6ChildProcessDel();
   dhclient6ChildProcess_ = watch<KelDhclient6ChildProcess>(child, *this);
 }
 void ZeroTouchSm::dhclient6StatelessChildProcessIs(Kel::Ptr<Kel::ChildSiginfo> const& child) {
+  dhclient6StatelessChildProcessDel();
   dhclient6StatelessChildProcess_ = watch<KelDhclient6StatelessChildProcess>(child, *this);
 }
 
-void ZeroTouchSm::dhclientChildProcessDel() { dhclientChildProcess_ = nullptr; }
-void ZeroTouchSm::dhclient6ChildProcessDel() { dhclient6ChildProcess_ = nullptr; }
-void ZeroTouchSm::dhclient6StatelessChildProcessDel() { dhclient6StatelessChildProcess_ = nullptr; }
+void ZeroTouchSm::dhclientChildProcessDel() {
+  dhclientChildProcess_ = nullptr;
+  dhclientIntfDelAll();
+}
+void ZeroTouchSm::dhclient6ChildProcessDel() {
+  dhclient6ChildProcess_ = nullptr;
+  dhclient6IntfDelAll();
+}
+void ZeroTouchSm::dhclient6StatelessChildProcessDel() {
+  dhclient6StatelessChildProcess_ = nullptr;
+  dhclient6StatelessIntfDelAll();
+}
 
 Kel::Ptr<Kel::ChildSiginfo> ZeroTouchSm::execClient(char** cmdLine, char const* caller) {
   KEL_TRACE(traceZeroTouchSm, 5, "ZeroTouchSm::" << caller << " - Execing: " << argvToString(cmdLine));

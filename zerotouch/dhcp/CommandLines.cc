@@ -8,6 +8,7 @@
 
 #include "platform/kel/ActivityManager.h"
 #include "platform/kel/Assert.h"
+#include "platform/kel/Format.h"
 #include "zerotouch/agent/Events.h"
 #include "zerotouch/agent/ZeroTouchAgent.h"
 #include "zerotouch/dhcp/DhclientFiles.h"
@@ -80,7 +81,7 @@ void ZeroTouchSm::formBasicCommandLine(char** argv, U32Ptr idx) const {
       continue;
     }
     append(argv, idx, "-e");
-    append(argv, idx, name + "=" + value);
+    append(argv, idx, Kel::format("%s=%s", name, value));
   }
 }
 

@@ -8,27 +8,29 @@ namespace ZeroTouch {
 // A release that still runs goes on. A client that acquires is stopped first: two clients must not share a
 // lease file.
 void ZeroTouchSm::doReleaseLease() {
-  if (!choosenIntf() || (dhclientChildProcess() && releasing_)) return;
+  if (!choosenIntf() || (dhclientChildProcess() && dhclientReleases())) return;
   char** const cmdLine = allocDhclientReleaseCommandline();
   if (cmdLine == nullptr) {
     SM_TRACE(1, " - Failed to alloc dhclient command line");
     return;
   }
   doStopDhclient();
-  releasing_ = true;
+  dhclientReleasesIs(true);
   dhclientChildProcessIs(execClient(cmdLine, __func__));
+  dhclientIntfIs(choosenIntf()->kernelIntfName());
 }
 
 void ZeroTouchSm::doReleaseLease6() {
-  if (!choosenIntf() || (dhclient6ChildProcess() && releasing6_)) return;
+  if (!choosenIntf() || (dhclient6ChildProcess() && dhclient6Releases())) return;
   char** const cmdLine = allocDhclient6ReleaseCommandline();
   if (cmdLine == nullptr) {
     SM_TRACE(1, " - Failed to alloc dhclient v6 command line");
     return;
   }
   doStopDhclient6();
-  releasing6_ = true;
+  dhclient6ReleasesIs(true);
   dhclient6ChildProcessIs(execClient(cmdLine, __func__));
+  dhclient6IntfIs(choosenIntf()->kernelIntfName());
 }
 
 }  // namespace ZeroTouch

@@ -9,15 +9,17 @@ namespace ZeroTouch {
 
 void ZeroTouchSm::doStartDhcpQuery() {
   if (char** const cmdLine = allocDhclientAcquireCommandline()) {
-    releasing_ = false;
+    dhclientReleasesIs(false);
     dhclientChildProcessIs(execClient(cmdLine, __func__));
+    for (auto const& device : dhcpDevices()) dhclientIntfIs(device);
   } else {
     SM_TRACE(5, " - Failed to alloc dhclient command line");
   }
   selectIntfs6();
   if (char** const cmdLine = allocDhclient6AcquireCommandline()) {
-    releasing6_ = false;
+    dhclient6ReleasesIs(false);
     dhclient6ChildProcessIs(execClient(cmdLine, __func__));
+    for (auto const& [intfId, intf] : intfStatus6()) dhclient6IntfIs(intf->kernelIntfName());
   } else {
     SM_TRACE(5, " - Failed to alloc dhclient6 command line");
   }
@@ -58,6 +60,7 @@ bool ZeroTouchSm::askNextStatelessIntf() {
   cmdLine6Stateless[idx] = strdup(intf->kernelIntfName().c_str());
   KEL_ASSERT(cmdLine6Stateless[idx] != nullptr, "*( ( char** )cmdLine6Stateless + idx )");
   dhclient6StatelessChildProcessIs(execClient(cmdLine6Stateless, __func__));
+  dhclient6StatelessIntfIs(intf->kernelIntfName());
   intfStatus6StatelessDel(intf->intfId());
   doStartStatelessDhclientQueryTimer();
   return true;

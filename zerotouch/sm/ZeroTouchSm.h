@@ -370,9 +370,6 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   // Where the identity was applied, and the IPv6 address: by the time it is undone the answer may be gone.
   Wire::IntfId identityIntf_;
   std::optional<Wire::Ip6AddrWithMask> identityAddr6_;
-  // Whether the client of that family hands a lease back, instead of asking for one.
-  bool releasing_ = false;
-  bool releasing6_ = false;
   Kel::Ptr<KelDhclientChildProcess> dhclientChildProcess_;
   Kel::Ptr<KelDhclient6ChildProcess> dhclient6ChildProcess_;
   Kel::Ptr<KelDhclient6StatelessChildProcess> dhclient6StatelessChildProcess_;

@@ -77,7 +77,7 @@ static Kel::AttributeType const attributesOfApple[] = {
      nullptr,
      nullptr},
     {"plant", Kel::AttributeKind::reference, "", "Fruit::Plant", "", "Where it grew.", &Fruit::Plant::type,
-     nullptr,
+     [](Kel::Entity const& e, std::string_view) { auto const& held = static_cast<Fruit::Apple const&>(e).plant(); return held ? Kel::Codec<Kel::Name>::toValue(held->name()) : Kel::Value(); },
      nullptr,
      nullptr,
      nullptr,
