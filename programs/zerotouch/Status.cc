@@ -1,4 +1,6 @@
 // status: where provisioning stands.
+#include "programs/zerotouch/Status.h"
+
 #include "programs/zerotouch/Output.h"
 #include "programs/zerotouch/Verbs.h"
 
@@ -34,7 +36,10 @@ void addAnswer(Rows& rows, Kel::Value const& machine) {
   std::string const url = memberText(machine, "option67Uri");
   if (url.empty()) return;
   rows.push_back({"Download:", url});
-  std::string line = text(at(machine, {"bytesRead"})) + " bytes";
+  double const size = number(at(machine, {"contentLength"}));
+  std::string line = text(at(machine, {"bytesRead"}));
+  if (size > 0) line += " of " + text(at(machine, {"contentLength"}));
+  line += " bytes";
   if (isTrue(at(machine, {"curlTransferDone"}))) {
     std::string const error = memberText(machine, "curlErrorStr");
     line += isTrue(at(machine, {"curlSuccess"})) ? ", complete" : ", failed: " + error;
@@ -42,7 +47,33 @@ void addAnswer(Rows& rows, Kel::Value const& machine) {
   rows.push_back({"Received:", line});
 }
 
-Rows rows(Kel::Value const& tree, Kel::Seconds now) {
+// Not the whole of the machine, which also holds every port. Null when no agent is loaded.
+Kel::Value machineOf(Statebase::Client& host) {
+  Kel::ValueMap machine;
+  for (char const* const name :
+       {"currentState", "transitionState", "stateTime", "startTime", "retryCount", "timer", "timerActive",
+        "awaitsDhcpCleanup", "reloadRequested", "choosenIntf", "option67Uri", "bytesRead", "contentLength",
+        "curlTransferDone", "curlSuccess", "curlErrorStr"}) {
+    try {
+      machine.emplace_back(name, host.call("get", {{"path", std::string("/zerotouch/sm/") + name}}));
+    } catch (Statebase::CallError const&) {
+      return {};
+    }
+  }
+  return machine;
+}
+
+}  // namespace
+
+Kel::Value fetchStatus(Statebase::Client& host) {
+  return Kel::ValueMap{{"time", host.call("time", {})},
+                       {"config", host.call("get", {{"path", "/zerotouch/config"}})},
+                       {"status", host.call("get", {{"path", "/zerotouch/status"}})},
+                       {"sm", machineOf(host)}};
+}
+
+Rows statusRows(Kel::Value const& tree) {
+  Kel::Seconds const now = number(at(tree, {"time"}));
   Rows result{{"Provisioning:", provisioning(tree)}};
   Kel::Value const& machine = at(tree, {"sm"});
   if (machine == Kel::Value()) {
@@ -60,40 +91,15 @@ Rows rows(Kel::Value const& tree, Kel::Seconds now) {
   return result;
 }
 
-// Not the whole of the machine, which also holds every port. Null when no agent is loaded.
-Kel::Value machineOf(Statebase::Client& host) {
-  Kel::ValueMap machine;
-  for (char const* const name :
-       {"currentState", "transitionState", "stateTime", "startTime", "retryCount", "timer", "timerActive",
-        "awaitsDhcpCleanup", "reloadRequested", "choosenIntf", "option67Uri", "bytesRead", "curlTransferDone",
-        "curlSuccess", "curlErrorStr"}) {
-    try {
-      machine.emplace_back(name, host.call("get", {{"path", std::string("/zerotouch/sm/") + name}}));
-    } catch (Statebase::CallError const&) {
-      return {};
-    }
-  }
-  return machine;
-}
-
-void showStatus(Context const& context) {
-  Statebase::Client host(context.socketPath);
-  Kel::Value const tree = Kel::ValueMap{{"time", host.call("time", {})},
-                                        {"config", host.call("get", {{"path", "/zerotouch/config"}})},
-                                        {"status", host.call("get", {{"path", "/zerotouch/status"}})},
-                                        {"sm", machineOf(host)}};
-  if (context.json) {
-    printJson(tree);
-  } else {
-    print(table(rows(tree, number(at(tree, {"time"})))));
-  }
-}
-
-}  // namespace
-
 void addStatus(CLI::App& program, Context const& context) {
   program.add_subcommand("status", "Show where provisioning stands")->callback([&context] {
-    showStatus(context);
+    Statebase::Client host(context.socketPath);
+    Kel::Value const tree = fetchStatus(host);
+    if (context.json) {
+      printJson(tree);
+    } else {
+      print(table(statusRows(tree)));
+    }
   });
 }
 

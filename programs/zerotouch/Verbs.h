@@ -27,6 +27,7 @@ struct Context {
 };
 
 void addStatus(CLI::App& program, Context const& context);
+void addWatch(CLI::App& program, Context const& context);
 void addPorts(CLI::App& program, Context const& context);
 void addEvents(CLI::App& program, Context const& context);
 // enable, disable, cancel

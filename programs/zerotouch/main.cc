@@ -50,6 +50,7 @@ int main(int argc, char** argv) {
   program.require_subcommand(1);
   program.fallthrough();
   addStatus(program, context);
+  addWatch(program, context);
   addPorts(program, context);
   addEvents(program, context);
   addControls(program, context);

@@ -23,7 +23,7 @@ class CommandLine : public ::testing::Test, protected TestTree {
   // What it prints, standard error included, then its exit code.
   std::string run(std::string const& arguments) {
     std::string const command =
-        "exec 2>&1; TZ=UTC STATEBASESOCKNAME=" + path + " " ZEROTOUCH_PROGRAM " " + arguments;
+        "exec 2>&1; export TZ=UTC STATEBASESOCKNAME=" + path + "; " ZEROTOUCH_PROGRAM " " + arguments;
     auto done = std::async(std::launch::async, [&] {
       std::string text;
       std::FILE* const output = popen(command.c_str(), "re");
@@ -82,6 +82,18 @@ TEST_F(CommandLine, StatusShowsWhereProvisioningStands) {
   machine->reloadRequestedIs(true);
   EXPECT_NE(run("status").find("Waits for:       the reload, which was requested\n"), std::string::npos);
   EXPECT_TRUE(run("--json status").starts_with("{\n  \"time\": 1700003605.0,\n  \"config\": {")) << text;
+}
+
+TEST_F(CommandLine, WatchShowsTheStateAndOnATerminalTheDownload) {
+  machine->currentStateIs(ZeroTouch::ProvisioningState::stateFetchConfig);
+  EXPECT_EQ(run("watch --until stateFetchConfig"), "2023-11-14 22:13:20  stateFetchConfig\nexit 0");
+  machine->option67UriIs("http://h/c");
+  machine->bytesReadIs(5);
+  machine->contentLengthIs(10);
+  std::string const drawn =
+      run("list / >/dev/null; script -qc '" ZEROTOUCH_PROGRAM " watch --until stateFetchConfig' /dev/null");
+  EXPECT_NE(drawn.find("Received:        5 of 10 bytes"), std::string::npos) << drawn;
+  EXPECT_NE(drawn.find("##..............................]  50 %"), std::string::npos) << drawn;
 }
 
 TEST_F(CommandLine, PortsTellWhetherTheyTakePartAndWhyNot) {

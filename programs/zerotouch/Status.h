@@ -1,0 +1,17 @@
+// Where provisioning stands, for the verbs that show it.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "platform/statebase/Client.h"
+
+namespace ZeroTouchCommand {
+
+// {time, config, status, sm}; sm is null when no agent is loaded, else the attributes that matter here.
+Kel::Value fetchStatus(Statebase::Client& host);
+
+// Two columns: what, and how it is.
+std::vector<std::vector<std::string>> statusRows(Kel::Value const& tree);
+
+}  // namespace ZeroTouchCommand
