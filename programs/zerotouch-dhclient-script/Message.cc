@@ -1,0 +1,78 @@
+#include "programs/zerotouch-dhclient-script/Message.h"
+
+#include <algorithm>
+#include <array>
+
+#include "platform/statebase/Path.h"
+#include "programs/zerotouch-dhclient-script/Answer.h"
+#include "programs/zerotouch-dhclient-script/Checks.h"
+
+namespace Hook {
+
+namespace {
+
+enum class Effect { answered, failed, ended, cleanUp };
+
+struct Reason {
+  std::string_view name;
+  Effect effect;
+  bool v6;
+};
+
+constexpr std::array reasons = {
+    Reason{"BOUND", Effect::answered, false},  Reason{"REBOOT", Effect::answered, false},
+    Reason{"RENEW", Effect::answered, false},  Reason{"REBIND", Effect::answered, false},
+    Reason{"FAIL", Effect::failed, false},     Reason{"TIMEOUT", Effect::failed, false},
+    Reason{"EXPIRE", Effect::ended, false},    Reason{"RELEASE", Effect::ended, false},
+    Reason{"STOP", Effect::ended, false},      Reason{"CLEANUP", Effect::cleanUp, false},
+    Reason{"BOUND6", Effect::answered, true},  Reason{"RENEW6", Effect::answered, true},
+    Reason{"REBIND6", Effect::answered, true}, Reason{"EXPIRE6", Effect::ended, true},
+    Reason{"RELEASE6", Effect::ended, true},   Reason{"STOP6", Effect::ended, true},
+    Reason{"CLEANUP6", Effect::cleanUp, true},
+};
+
+Reason const* find(std::string_view name) {
+  auto const found = std::ranges::find(reasons, name, &Reason::name);
+  return found != reasons.end() ? &*found : nullptr;
+}
+
+Message replaced(std::string const& path, Reason const& reason, Environment const& environment,
+                 Complaints& complaints) {
+  Kel::ValueMap attributes = {{"reason", reason.name}};
+  if (reason.effect == Effect::answered) {
+    for (auto& attribute : (reason.v6 ? answerV6 : answerV4)(environment, complaints))
+      attributes.push_back(std::move(attribute));
+  }
+  return {"set", {{"path", path}, {"attributes", std::move(attributes)}, {"replace", true}}};
+}
+
+}  // namespace
+
+std::optional<Message> messageFor(Environment const& environment, Complaints& complaints) {
+  std::string_view const name = variable(environment, "reason");
+  if (name.empty())
+    complaints.add("the variable 'reason' is not set: this program is run by the DHCP client");
+  Reason const* const reason = find(name);
+  if (reason == nullptr) return std::nullopt;
+
+  std::string const records =
+      std::string("/zerotouch/dhcpStatus/") + (reason->v6 ? "intfDhcp6Status" : "intfDhcpStatus");
+  if (reason->effect == Effect::cleanUp) return Message{"delete", {{"path", records}}};
+
+  std::string const device(variable(environment, "interface"));
+  if (auto const wrong = wrongWithDevice(device); !wrong.empty()) {
+    complaints.drop("interface", device, wrong);
+    return std::nullopt;
+  }
+  complaints.deviceIs(device);
+  std::string const path = Statebase::join(records, device);
+  if (reason->effect == Effect::ended) return Message{"delete", {{"path", path}}};
+  return replaced(path, *reason, environment, complaints);
+}
+
+bool hostWaits(Environment const& environment) {
+  Reason const* const reason = find(variable(environment, "reason"));
+  return reason != nullptr && reason->effect == Effect::cleanUp;
+}
+
+}  // namespace Hook

@@ -1,0 +1,76 @@
+// zerotouch-dhclient-script, the hook that the DHCP client runs: tells the state tree what happened on a
+// port. It configures nothing; that is for who follows the state tree.
+#include <syslog.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <iostream>
+
+#include "platform/statebase/Client.h"
+#include "programs/zerotouch-dhclient-script/Message.h"
+
+namespace {
+
+constexpr char const* name = "zerotouch-dhclient-script";
+constexpr char const* defaultSocket = "/run/zerotouch/statebase.sock";
+
+// Any exit code but 0 makes the client decline an answer. After TIMEOUT it offers an old lease, which nobody
+// has confirmed: it is to let go of that.
+int exitCode = 0;
+
+// Everything takes no longer than this, in seconds; less when the host stands still meanwhile.
+constexpr unsigned deadline = 5;
+constexpr unsigned deadlineOfHost = 1;
+// What connecting and sending may each take of it, while the host has too much to do to accept us.
+constexpr double patience = 2;
+constexpr double patienceOfHost = 0.1;
+
+void onDeadline(int) {
+  constexpr std::string_view text = "zerotouch-dhclient-script: gave up, it took too long\n";
+  [[maybe_unused]] ssize_t const written = write(STDERR_FILENO, text.data(), text.size());
+  _exit(exitCode);
+}
+
+// The client may have been started with the signal blocked.
+void endWithin(unsigned seconds) {
+  std::signal(SIGALRM, onDeadline);
+  sigset_t set;
+  sigemptyset(&set);
+  sigaddset(&set, SIGALRM);
+  sigprocmask(SIG_UNBLOCK, &set, nullptr);
+  alarm(seconds);
+}
+
+void warn(std::string const& text) {
+  std::cerr << name << ": " << text << std::endl;
+  syslog(LOG_DAEMON | LOG_WARNING, "%s", text.c_str());
+}
+
+void send(Hook::Message message, std::string_view socket, bool hostWaits) {
+  std::string const path(socket.empty() ? defaultSocket : socket);
+  try {
+    Statebase::Client client(path, hostWaits ? patienceOfHost : patience);
+    client.notify(message.method, std::move(message.params));
+  } catch (Statebase::ConnectionError const& error) {
+    warn(std::string("the state tree was not told: ") + error.what());
+  }
+}
+
+}  // namespace
+
+int main() {
+  Hook::Environment const environment = Hook::environmentOf(environ);
+  bool const hostWaits = Hook::hostWaits(environment);
+  exitCode = Hook::variable(environment, "reason") == "TIMEOUT" ? 1 : 0;
+  endWithin(hostWaits ? deadlineOfHost : deadline);
+  std::signal(SIGPIPE, SIG_IGN);
+  openlog(name, 0, LOG_DAEMON);
+
+  Hook::Complaints complaints;
+  auto message = Hook::messageFor(environment, complaints);
+  // The message first: telling people can take its time.
+  if (message) send(std::move(*message), Hook::variable(environment, "STATEBASESOCKNAME"), hostWaits);
+  for (auto const& line : complaints.lines()) warn(line);
+  return exitCode;
+}
