@@ -54,7 +54,7 @@ std::string wrongWithDevice(std::string_view name) {
   bool const isName = name != "." && name != ".." && std::ranges::all_of(name, [](char c) {
                         return isPrintable(c) && c != ' ' && c != '/';
                       });
-  return isName ? "" : "no name that a device can have";
+  return isName ? "" : "nothing that a device can be called";
 }
 
 std::string wrongWith(Wire::IpAddr const& address) {

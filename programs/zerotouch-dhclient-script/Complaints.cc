@@ -8,13 +8,16 @@ namespace {
 constexpr std::size_t longestShown = 64;
 }
 
-void Complaints::drop(std::string_view option, std::string_view value, std::string_view reason) {
-  std::string shown(value.substr(0, longestShown));
+std::string quoted(std::string_view text) {
+  std::string shown(text.substr(0, longestShown));
   for (char& c : shown) {
     if (!isPrintable(c)) c = '?';
   }
-  if (value.size() > longestShown) shown += "...";
-  add("dropped from option " + std::string(option) + ": \"" + shown + "\": " + std::string(reason));
+  return '"' + shown + (text.size() > longestShown ? "...\"" : "\"");
+}
+
+void Complaints::drop(std::string_view option, std::string_view value, std::string_view reason) {
+  add("dropped from option " + std::string(option) + ": " + quoted(value) + ": " + std::string(reason));
 }
 
 }  // namespace Hook

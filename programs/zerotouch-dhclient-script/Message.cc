@@ -61,7 +61,7 @@ std::optional<Message> messageFor(Environment const& environment, Complaints& co
 
   std::string const device(variable(environment, "interface"));
   if (auto const wrong = wrongWithDevice(device); !wrong.empty()) {
-    complaints.drop("interface", device, wrong);
+    complaints.add("the variable 'interface' names no device: " + quoted(device) + " is " + wrong);
     return std::nullopt;
   }
   complaints.deviceIs(device);

@@ -1,5 +1,6 @@
 // zerotouch-dhclient-script, the hook that the DHCP client runs: tells the state tree what happened on a
 // port. It configures nothing; that is for who follows the state tree.
+#include <poll.h>
 #include <syslog.h>
 #include <unistd.h>
 
@@ -23,12 +24,16 @@ int exitCode = 0;
 constexpr unsigned deadline = 5;
 constexpr unsigned deadlineOfHost = 1;
 // What connecting and sending may each take of it, while the host has too much to do to accept us.
-constexpr double patience = 2;
+constexpr double patience = 4;
 constexpr double patienceOfHost = 0.1;
 
+// What we were stuck in may have been the very output.
 void onDeadline(int) {
   constexpr std::string_view text = "zerotouch-dhclient-script: gave up, it took too long\n";
-  [[maybe_unused]] ssize_t const written = write(STDERR_FILENO, text.data(), text.size());
+  pollfd output{.fd = STDERR_FILENO, .events = POLLOUT, .revents = 0};
+  if (poll(&output, 1, 0) == 1) {
+    [[maybe_unused]] ssize_t const written = write(STDERR_FILENO, text.data(), text.size());
+  }
   _exit(exitCode);
 }
 
