@@ -107,7 +107,8 @@ def test_without_a_client_the_shim_names_what_it_tried(tmp_path):
     for client in (tmp_path / "none", tmp_path / "self"):
         result = subprocess.run([SHIM, "-4"], env={"ZEROTOUCH_REAL_DHCLIENT": str(client)}, capture_output=True,
                                 text=True, timeout=20)
-        assert (result.returncode, result.stderr) == (127, f"zerotouch-dhclient: no DHCP client found (tried {client})\n")
+        assert result.returncode == 127
+        assert result.stderr == f"zerotouch-dhclient: no DHCP client found (tried {client})\n"
 
 
 def client_command(lab, folder, family):
@@ -130,8 +131,8 @@ ANSWERS = {
         "hostname": "switch-a", "nameServer": {"0": "10.0.1.2", "1": "10.0.1.3"}, "domainName": "example.com",
         "serverName": "tftp.example.com", "loggingHost": {"10.0.1.4": {"host": "10.0.1.4", "port": 514}}},
     "intfDhcp6Status": {
-        "reason": "BOUND6", "bootFileName": "http://[2001:db8:1::1]/cfg?a=1&b='2'", "addrWithMask": "2001:db8:1::50/128",
-        "mtu": 0, "staticRoute": {}, "gateway": {}, "hostname": "", "nameServer": {"0": "2001:db8:1::2"},
+        "reason": "BOUND6", "bootFileName": "http://[2001:db8:1::1]/cfg?a=1&b='2'",
+        "addrWithMask": "2001:db8:1::50/128", "mtu": 0, "staticRoute": {}, "gateway": {}, "hostname": "", "nameServer": {"0": "2001:db8:1::2"},
         "domainName": "example.com", "serverName": "", "loggingHost": {}},
 }
 
@@ -145,7 +146,8 @@ def test_a_real_answer_is_recorded_and_released(lab, tmp_path):
     (lab.host.flash / "startup-config").write_text("")
     lab.host.start()
     for family, collection in (("4", "intfDhcpStatus"), ("6", "intfDhcp6Status")):
-        path, command, log = f"/zerotouch/dhcpStatus/{collection}", client_command(lab, tmp_path, family), tmp_path / "log"
+        path, log = f"/zerotouch/dhcpStatus/{collection}", tmp_path / "log"
+        command = client_command(lab, tmp_path, family)
         with open(log, "w") as output:
             client = subprocess.Popen([*command, "et1"], stderr=output)
         try:
