@@ -60,6 +60,14 @@ Setter text(Kel::String& target) {
   };
 }
 
+Setter program(Kel::String& target) {
+  return [&target](toml::node const& node) {
+    text(target)(node);
+    if (!target.starts_with('/') || access(target.c_str(), X_OK) != 0)
+      fail(node.source(), "'" + target + "' is no absolute path of a program");
+  };
+}
+
 Setter groupName(std::optional<gid_t>& target) {
   return [&target](toml::node const& node) {
     auto const name = node.value_exact<std::string>();
@@ -158,6 +166,7 @@ HostConfig readHostConfig(Kel::String const& path, bool mustExist) {
                   {"hardware_rev", text(config.inventory.hardwareRev)},
                   {"system_mac", macAddress(config.inventory.systemMacAddr)},
                   {"eeprom", text(config.inventory.eeprom)}}},
+                {"dhcp", {{"client", program(config.dhcpClient)}}},
                 {"socket", {{"path", text(config.socketPath)}, {"group", groupName(config.socketGroup)}}},
                 {"provisioning",
                  {{"script_exec_timeout", seconds(config.scriptExecTimeout, false)},

@@ -24,6 +24,8 @@ struct HostConfig {
       ports;  // devices = ["et*"]; names = [{ device = "et(.*)", shown = "Ethernet\\1" }]
   // [inventory]
   Linux::InventoryConfig inventory;  // model_name, serial_num, hardware_rev, system_mac, eeprom
+  // [dhcp]
+  Kel::String dhcpClient;  // client: the DHCP client's path; by default dhclient where it usually is
   // [socket]
   Kel::String socketPath;            // path: by default statebase.sock in the run directory
   std::optional<gid_t> socketGroup;  // group: whose members may connect, besides root

@@ -15,6 +15,7 @@
 #include "platform/statebase/Server.h"
 #include "programs/zerotouchd/AgentLibrary.h"
 #include "programs/zerotouchd/BadInput.h"
+#include "programs/zerotouchd/DhcpClient.h"
 #include "programs/zerotouchd/EventRing.h"
 #include "programs/zerotouchd/HostConfig.h"
 #include "programs/zerotouchd/LinuxPlatform.h"
@@ -87,6 +88,7 @@ int run(Options const& options) {
   server.emplace(
       tree, Statebase::Server::Options{.path = config.socketPath, .group = config.socketGroup, .roleOf = {}});
   setenv("STATEBASESOCKNAME", config.socketPath.c_str(), 1);
+  exportDhcpClient(config.dhcpClient);
 
   ProvisioningSwitch const provisioning = provisioningAtBoot(config.runDirectory);
   say(std::string("provisioning is ") + (provisioning.on ? "on" : "off") + ": " + provisioning.reason);

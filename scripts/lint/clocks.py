@@ -1,11 +1,13 @@
 #!/usr/bin/env python3
 """Checks that nothing outside platform/kel reads a system clock or sleeps: time is injected, so that tests can be
-simulated and nothing steps back when somebody sets the clock."""
+simulated and nothing steps back when somebody sets the clock. The two short programs around the DHCP client are on
+their own: they have no loop, and end themselves by an alarm."""
 import pathlib
 import re
 import sys
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
+ALLOWED = ("platform/kel/", "programs/zerotouch-dhclient/", "programs/zerotouch-dhclient-script/")
 FORBIDDEN = re.compile(r"\b(clock_gettime|gettimeofday|usleep|nanosleep|clock_nanosleep|sleep|sleep_for|sleep_until|"
                        r"system_clock|steady_clock|high_resolution_clock|timerfd_create|alarm|setitimer)\b\s*[(:]"
                        r"|[^\w.>:]time\s*\(\s*(nullptr|NULL|0|&\w+)\s*\)|std::time\s*\(")
@@ -16,7 +18,7 @@ def main():
     for folder in ("platform", "zerotouch", "programs", "tests"):
         for path in sorted((ROOT / folder).rglob("*")):
             name = path.relative_to(ROOT).as_posix()
-            if path.suffix not in (".h", ".cc") or name.startswith("platform/kel/"):
+            if path.suffix not in (".h", ".cc") or name.startswith(ALLOWED):
                 continue
             for number, line in enumerate(path.read_text().splitlines(), 1):
                 match = FORBIDDEN.search(line.split("//")[0])

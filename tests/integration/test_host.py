@@ -85,6 +85,7 @@ def test_bad_initial_values_stop_the_host_with_file_line_and_reason(host, docume
     ("[provisioning]\n\nmax_run_time = 'forever'\n", 3, 'expected seconds (a number from 0 on) or "unlimited"'),
     ("[provisioning]\nscript_exec_timeout = -1\n", 2, "expected seconds"),
     ("[socket]\ngroup = 'no such group'\n", 2, "there is no group 'no such group'"),
+    ("[dhcp]\nclient = 'dhclient'\n", 2, "'dhclient' is no absolute path of a program"),
     ("[system\n", 1, ""),
 ])
 def test_a_bad_platform_file_stops_the_host_with_file_line_and_reason(host, text, where, reason):
