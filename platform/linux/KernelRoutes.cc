@@ -121,8 +121,10 @@ int KernelRoutes::replace(Wire::IpAddrWithMask const& prefix, NextHops const& ho
 }
 
 int KernelRoutes::remove(Wire::IpAddrWithMask const& prefix) {
+  RoutePtr const route = newRoute(prefix, {});
+  rtnl_route_set_scope(route.get(), RT_SCOPE_NOWHERE);  // any
   nl_msg* message = nullptr;
-  int const error = rtnl_route_build_del_request(newRoute(prefix, {}).get(), 0, &message);
+  int const error = rtnl_route_build_del_request(route.get(), 0, &message);
   return error < 0 ? EINVAL : netlink_.change(message);
 }
 

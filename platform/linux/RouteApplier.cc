@@ -14,7 +14,7 @@ namespace {
 Kel::TraceFacility trace("RouteApplier");
 
 // An address comes a moment after the routes that need it, and a link flaps: neither is worth a warning.
-constexpr Kel::Seconds grace = 5;
+constexpr Kel::Seconds grace = 3;
 constexpr Kel::Seconds readAgainDelay = 1;
 
 bool isOfAHost(Wire::IpAddr const& address) {
