@@ -18,6 +18,8 @@ Kel::String hostFault(Kel::String const& host) {
   return address ? "" : hostNameFault(host, maxDomainName);
 }
 
+bool isOurs(Kel::String const& contents) { return contents.starts_with(firstLine); }
+
 }  // namespace
 
 class LogHostApplier::VrfReactor : public LogMgr::VrfLoggingHost::NotifieeConst {
@@ -70,7 +72,7 @@ void LogHostApplier::apply() {
 
 bool LogHostApplier::undo() {
   auto const current = readWhole(path_);
-  if (!current || !current->starts_with(firstLine) || !replace(std::nullopt)) return false;
+  if (!current || !isOurs(*current) || !replace(std::nullopt)) return false;
   reload();
   return true;
 }
@@ -105,7 +107,9 @@ Kel::String LogHostApplier::contents() {
 }
 
 bool LogHostApplier::replace(std::optional<Kel::String> const& contents) {
-  Kel::String const reason = replaceWhole(path_, contents);
+  auto const current = readWhole(path_);
+  bool const foreign = current && !isOurs(*current);
+  Kel::String const reason = foreign ? "somebody else wrote it" : replaceWhole(path_, contents);
   // Without rsyslog each change fails alike, and the operator knows after the first.
   if (reason != failure_ && !reason.empty()) systemFileFailed.log(path_, reason);
   failure_ = reason;

@@ -232,15 +232,19 @@ TEST_F(IdentityTest, LogServersAreWrittenAndRsyslogIsTold) {
   folder.write("/rsyslog.d/zt.conf", "mine");
   EXPECT_FALSE(applier()->undo());
   EXPECT_EQ(folder.read("/rsyslog.d/zt.conf"), "mine");
-  std::filesystem::remove_all(folder.path("/rsyslog.d"));
+  std::string const failure = "SYSTEM_FILE_FAILED: Cannot change " + folder.path("/rsyslog.d/zt.conf: ");
   std::size_t const warnedBefore = warned.text().size();
-  entities.logConfig->vrfLoggingHostIs("default")->loggingHostIs("a", {"10.0.0.9", 514});
-  time.settle();
-  entities.logConfig->vrfLoggingHostIs("default")->loggingHostIs("b", {"10.0.0.8", 514});
-  time.settle();
-  EXPECT_EQ(warned.text().substr(warnedBefore), "SYSTEM_FILE_FAILED: Cannot change " +
-                                                    folder.path("/rsyslog.d/zt.conf") +
-                                                    ": No such file or directory\n");
+  auto const hostIs = [&](std::string const& host) {
+    entities.logConfig->vrfLoggingHostIs("default")->loggingHostIs(host, {host, 514});
+    time.settle();
+  };
+  hostIs("10.0.0.9");
+  EXPECT_EQ(folder.read("/rsyslog.d/zt.conf"), "mine");
+  std::filesystem::remove_all(folder.path("/rsyslog.d"));
+  hostIs("10.0.0.8");
+  hostIs("10.0.0.7");
+  EXPECT_EQ(warned.text().substr(warnedBefore),
+            failure + "somebody else wrote it\n" + failure + "No such file or directory\n");
 }
 
 TEST_F(IdentityTest, ReloadIsTriedUntilItSucceeds) {
