@@ -28,8 +28,11 @@ class Host:
         self.run_directory = folder / "run"
         self.socket = self.run_directory / "statebase.sock"
         self.config = folder / "etc" / "zerotouch" / "platform.toml"
+        self.reloads = folder / "reloads"  # where a reload of the system is noted; it must not be this one
         self.config_text = (f'[system]\nname = "{name}"\n[host]\nrun_directory = "{self.run_directory}"\n'
-                            f'library = "{BUILD}/lib/libZeroTouch.so"\nadapter = "{adapter}"\n{sections}')
+                            f'library = "{BUILD}/lib/libZeroTouch.so"\nadapter = "{adapter}"\n'
+                            f'reload_command = ["sh", "-c", "echo $ZEROTOUCH_RELOAD_REASON >>{self.reloads}"]\n'
+                            f'[logging]\nreload_command = ["true"]\n{sections}')
         self.environment = {"FILESYSTEM_ROOT": str(folder / "root"), "STATEBASESOCKNAME": str(self.socket)}
         self.processes = Processes(folder)
         self.log = self.processes.log("host")

@@ -1,5 +1,6 @@
 #include "platform/linux/Adapter.h"
 
+#include "platform/kel/Loop.h"
 #include "platform/linux/KernelSettings.h"
 #include "platform/linux/LinkModeSetting.h"
 #include "platform/linux/Warnings.h"
@@ -19,7 +20,12 @@ Adapter::Adapter(Entities const& entities, AdapterConfig const& config)
       configFollower_(entities, queue_),
       addressWatcher_(entities, netlink_, ports_),
       routerAdvertisements_(ports_, entities.raPacketStatus),
-      localServices_(ports_) {
+      localServices_(ports_),
+      routeApplier_(entities, netlink_, ports_),
+      hostNameApplier_(entities, config.runDirectory),
+      resolvConfApplier_(entities, config.system.resolvConf, config.runDirectory),
+      logHostApplier_(entities, config.system.logDropIn, config.system.logReloadCommand),
+      reloadApplier_(entities, config.system.reloadCommand, [this] { keep_ = true; }) {
   kernelSettingsAre(settings_, netlink_);
   settings_.settingIs(linkModeItem, std::make_unique<LinkModeSetting>());
   undoLeftovers();
@@ -33,18 +39,37 @@ Adapter::Adapter(Entities const& entities, AdapterConfig const& config)
   inventory_.emplace(config.inventory, ports_, entities.entityMibStatus);
 }
 
+// Once the system is to reload, the switch keeps what it was provisioned with until it does; the reload
+// clears the slate.
 Adapter::~Adapter() {
   if (keep_) {
     settings_.keep();
+    hostNameApplier_.keep();
+    resolvConfApplier_.keep();
   } else {
-    settings_.undo();
+    undo();
   }
 }
 
+void Adapter::undo() {
+  // A service manager may end the command with this process.
+  constexpr Kel::Seconds longest = 10;
+  logHostApplier_.stop();
+  if (logHostApplier_.busy()) {
+    Kel::Loop::instance().runUntil([this] { return !logHostApplier_.busy(); }, longest);
+  }
+  // Nothing is handled from here on, so nothing that was undone comes back.
+  resolvConfApplier_.undo();
+  hostNameApplier_.undo();
+  routeApplier_.undo();
+  settings_.undo();
+}
+
 void Adapter::undoLeftovers() {
-  unsigned const undone = settings_.undo();
-  if (undone == 0) return;
-  leftoversUndone.log(undone);
+  unsigned const count = settings_.undo() + routeApplier_.undo() + (hostNameApplier_.undo() ? 1 : 0) +
+                         (resolvConfApplier_.undo() ? 1 : 0) + (logHostApplier_.undo() ? 1 : 0);
+  if (count == 0) return;
+  leftoversUndone.log(count);
   netlink_.resync();
 }
 

@@ -1,9 +1,10 @@
 // The Linux adapter: keeps status entities true to the kernel and brings configuration entities to it.
 //
 // Works on the network namespace of the thread that makes it, and on the process's loop. It changes nothing
-// but what configuration entities ask for, on the ports that its configuration selects. What it changes it
-// puts back when the entity is withdrawn or the adapter ends; what an adapter left whose process died, the
-// next one puts back at its start.
+// but what configuration entities ask for: on the ports that its configuration selects, and of the system the
+// static routes, the host name, resolv.conf and the log servers. What it changes it puts back when the entity
+// is withdrawn or the adapter ends; what an adapter left whose process died, the next one puts back at its
+// start. Once the system is to reload, nothing is put back any more at the end.
 #pragma once
 
 #include "platform/linux/AddressApplier.h"
@@ -12,24 +13,31 @@
 #include "platform/linux/ConfigFollower.h"
 #include "platform/linux/DeviceSettings.h"
 #include "platform/linux/Entities.h"
+#include "platform/linux/HostNameApplier.h"
 #include "platform/linux/Inventory.h"
 #include "platform/linux/Ip6Applier.h"
 #include "platform/linux/LinkModeApplier.h"
 #include "platform/linux/LinkUpApplier.h"
 #include "platform/linux/LinkWatcher.h"
 #include "platform/linux/LocalServices.h"
+#include "platform/linux/LogHostApplier.h"
 #include "platform/linux/MtuApplier.h"
 #include "platform/linux/Netlink.h"
 #include "platform/linux/Ports.h"
+#include "platform/linux/ReloadApplier.h"
+#include "platform/linux/ResolvConfApplier.h"
+#include "platform/linux/RouteApplier.h"
 #include "platform/linux/RouterAdvertisements.h"
+#include "platform/linux/SystemConfig.h"
 
 namespace Linux {
 
 struct AdapterConfig {
   PortSelectionConfig ports;
   InventoryConfig inventory;
-  Kel::String runDirectory = "/run/zerotouch";  // for the undo journal; made when missing
+  Kel::String runDirectory = "/run/zerotouch";  // for what is remembered of the system; made when missing
   int netlinkBuffer = 1 << 20;                  // of the notification socket, in bytes
+  SystemConfig system;
 };
 
 class Adapter {
@@ -37,12 +45,10 @@ class Adapter {
   // Returns with the status entities filled. Throws std::invalid_argument when the configuration cannot be
   // understood and std::runtime_error when the kernel refuses its sockets, both with a text for operators.
   Adapter(Entities const& entities, AdapterConfig const& config);
+  // May run the loop for some seconds, until the log service has forgotten its servers.
   ~Adapter();
   Adapter(Adapter const&) = delete;
   Adapter& operator=(Adapter const&) = delete;
-
-  // The system is about to reload: what was changed stays as it is.
-  void keepChanges() { keep_ = true; }
 
   Kel::Ptr<Ports> const& ports() const { return ports_; }
   Netlink const& netlink() const { return netlink_; }
@@ -51,6 +57,7 @@ class Adapter {
 
  private:
   void undoLeftovers();
+  void undo();
 
   Kel::Ptr<Ports> ports_ = Kel::makePtr<Ports>();
   PortSelection selection_;
@@ -68,7 +75,12 @@ class Adapter {
   LocalServices localServices_;
   std::optional<LinkWatcher> linkWatcher_;
   std::optional<Inventory> inventory_;
+  RouteApplier routeApplier_;
+  HostNameApplier hostNameApplier_;
+  ResolvConfApplier resolvConfApplier_;
+  LogHostApplier logHostApplier_;
   bool keep_ = false;
+  ReloadApplier reloadApplier_;
 };
 
 }  // namespace Linux

@@ -8,7 +8,11 @@
 #include "platform/model/ip6.h"
 #include "platform/model/kernelnetinfo.h"
 #include "platform/model/l3.h"
+#include "platform/model/logmgr.h"
+#include "platform/model/reload.h"
 #include "platform/model/routeradvt.h"
+#include "platform/model/routing.h"
+#include "platform/model/system.h"
 
 namespace Linux {
 
@@ -26,6 +30,7 @@ struct Entities {
   Kel::Ptr<Ip6::Status> ip6Status;
   Kel::Ptr<RouterAdvt::RaPacketStatus> raPacketStatus;
   Kel::Ptr<EntityMib::Status> entityMibStatus;
+  Kel::Ptr<System::NetStatus> netStatus;
 
   // Followed by the adapter. In these two it makes a record for each port and VLAN interface, and removes it
   // with the device.
@@ -34,6 +39,10 @@ struct Entities {
   Kel::Ptr<L3::Intf::ConfigDir> l3IntfConfigDir;
   Kel::Ptr<Ip::Config> ipConfig;
   Kel::Ptr<Ip6::Config> ip6Config;
+  Kel::Ptr<Routing::Config> routingConfig;
+  Kel::Ptr<System::NetConfig> netConfig;
+  Kel::Ptr<LogMgr::LogConfig> logConfig;
+  Kel::Ptr<System::Reload::Config> reloadConfig;
 };
 
 }  // namespace Linux

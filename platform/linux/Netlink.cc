@@ -8,6 +8,7 @@
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <stdexcept>
 #include <utility>
 
@@ -150,6 +151,7 @@ int Netlink::onMessage(nl_msg* message, void* self) {
 void Netlink::take(nl_msg* message) {
   if (nlmsg_get_src(message)->nl_pid != 0) return;  // not from the kernel
   nlmsghdr* const header = nlmsg_hdr(message);
+  if (reader_) return reader_(header);
   switch (header->nlmsg_type) {
     case RTM_NEWLINK:
     case RTM_DELLINK:
@@ -270,6 +272,33 @@ int Netlink::request(nl_msg* message) {
   int const error = nl_send_auto(requests_, message);
   nlmsg_free(message);
   return error < 0 ? error : nl_recvmsgs_default(requests_);
+}
+
+int Netlink::change(nl_msg* message) {
+  // libnl has no words for many of the kernel's errors.
+  int systemError = 0;
+  nl_cb* const usual = nl_socket_get_cb(requests_);
+  nl_cb* const callbacks = nl_cb_clone(usual);
+  nl_cb_put(usual);
+  if (callbacks == nullptr) throw std::bad_alloc();
+  auto const takeError = [](sockaddr_nl*, nlmsgerr* error, void* out) -> int {
+    *static_cast<int*>(out) = -error->error;
+    return NL_STOP;
+  };
+  nl_cb_err(callbacks, NL_CB_CUSTOM, takeError, &systemError);
+  int error = nl_send_auto(requests_, message);
+  nlmsg_free(message);
+  if (error >= 0) error = nl_recvmsgs(requests_, callbacks);
+  nl_cb_put(callbacks);
+  if (systemError != 0) return systemError;
+  return error < 0 ? EIO : 0;
+}
+
+bool Netlink::read(nl_msg* message, std::function<void(nlmsghdr*)> reader) {
+  reader_ = std::move(reader);
+  int const error = request(message);
+  reader_ = nullptr;
+  return error >= 0;
 }
 
 std::optional<Addresses> Netlink::readAddresses(int ifIndex) {

@@ -3,6 +3,7 @@
 // dump.
 #pragma once
 
+#include <functional>
 #include <map>
 #include <vector>
 
@@ -12,6 +13,7 @@
 
 struct nl_msg;
 struct nl_sock;
+struct nlmsghdr;
 
 namespace Linux {
 
@@ -51,6 +53,12 @@ class Netlink {
   // How often everything was read anew, the first time included.
   unsigned dumps() const { return dumps_; }
 
+  // Sends a request that changes something, and frees it. Returns 0 or the kernel's error number.
+  int change(nl_msg* message);
+  // Sends a request for a dump, frees it, and hands over each message of the answer; false when that may not
+  // be all there is.
+  bool read(nl_msg* message, std::function<void(nlmsghdr*)> reader);
+
   // For requests: waits for the kernel's answer, which rtnetlink gives before the request returns.
   nl_sock* requests() const { return requests_; }
 
@@ -85,6 +93,7 @@ class Netlink {
   std::map<int, Addresses> addresses_;
   std::vector<Changed> changed_;
   std::vector<Listener*> listeners_;
+  std::function<void(nlmsghdr*)> reader_;           // takes the answer instead, during read()
   std::map<int, Addresses>* answer_ = &addresses_;  // where addresses go: aside during readAddresses
   unsigned dumps_ = 0;
 };

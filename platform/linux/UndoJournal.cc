@@ -10,6 +10,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "platform/linux/Place.h"
 #include "platform/linux/Warnings.h"
 
 namespace Linux {
@@ -18,14 +19,6 @@ namespace {
 
 // A file with fewer superfluous lines than this is not worth compacting.
 constexpr std::size_t fewLines = 256;
-
-Kel::String thisPlace() {
-  Kel::String boot;
-  std::ifstream("/proc/sys/kernel/random/boot_id") >> boot;
-  std::error_code error;
-  return "boot " + boot + " namespace " + std::filesystem::read_symlink("/proc/self/ns/net", error).string() +
-         "\n";
-}
 
 Kel::String addedLine(int ifIndex, UndoJournal::Entry const& entry) {
   return "+ " + std::to_string(ifIndex) + " " + entry.item + " " + entry.original + "\n";
@@ -37,7 +30,7 @@ bool writeAll(int descriptor, Kel::String const& text) {
 
 }  // namespace
 
-UndoJournal::UndoJournal(Kel::String path) : path_(std::move(path)), place_(thisPlace()) {
+UndoJournal::UndoJournal(Kel::String path) : path_(std::move(path)), place_(thisPlace("net") + "\n") {
   std::error_code error;
   std::filesystem::create_directories(std::filesystem::path(path_).parent_path(), error);
   // What was read is written anew: a torn last line must not run into the next one.

@@ -15,12 +15,12 @@ Kel::LogHandle portSettingFailed("PORT_SETTING_FAILED", warning, "Cannot set %s 
 
 Kel::LogHandle undoJournalFailed(
     "UNDO_JOURNAL_FAILED", warning, "Undo journal %s: %s: %s",
-    "Changes to network devices cannot be recorded, or were not recorded properly. Should this process be "
+    "Changes to this system cannot be recorded, or were not recorded properly. Should this process be "
     "killed, they stay.",
     "Check that the directory is writable and not full.", interval, burst, 0);
 
-Kel::LogHandle leftoversUndone("LEFTOVERS_UNDONE", informational, "Put back %u settings of network devices",
-                               "An earlier process ended without undoing its changes to network devices.",
+Kel::LogHandle leftoversUndone("LEFTOVERS_UNDONE", informational, "Put back %u settings of the system",
+                               "An earlier process ended without undoing its changes to this system.",
                                Kel::NoActionRequired, interval, burst, 0);
 
 Kel::LogHandle portNameInUse("PORT_NAME_IN_USE", warning,
@@ -50,5 +50,36 @@ Kel::LogHandle routerAdvertisementsFailed("ROUTER_ADVERTISEMENTS_FAILED", warnin
 Kel::LogHandle eepromInvalid("EEPROM_INVALID", warning, "The system EEPROM %s is not used: %s",
                              "The model, serial number and MAC address are taken from elsewhere.",
                              "Check the EEPROM's contents.", interval, burst, 0);
+
+Kel::LogHandle valueDropped(
+    "VALUE_DROPPED", warning, "The %s '%s' is not used: %s",
+    "What is configured, or what a DHCP server sent, makes no sense to this system. The "
+    "rest of it counts.",
+    "Correct the DHCP server's configuration.", interval, burst, 0);
+
+Kel::LogHandle routeNotInUse("ROUTE_NOT_IN_USE", warning, "Route %s does not use %s",
+                             "The kernel takes no next hop that it cannot reach through a port that is up. "
+                             "It is tried again whenever a "
+                             "port or an address changes.",
+                             "Check the DHCP server's routes against the address and mask that it gives.",
+                             interval, burst, 0);
+
+Kel::LogHandle hostNameFailed("HOST_NAME_FAILED", warning, "Cannot set the host name to %s: %s",
+                              "The kernel refused the host name.", Kel::CallSupportIfPersists, interval,
+                              burst, 0);
+
+Kel::LogHandle systemFileFailed("SYSTEM_FILE_FAILED", warning, "Cannot change %s: %s",
+                                "Name servers or log servers are not as they are configured.",
+                                "Check that the directory exists and is writable.", interval, burst, 0);
+
+Kel::LogHandle logReloadFailed("LOG_RELOAD_FAILED", warning, "The log servers do not count yet: %s: %s",
+                               "The command that lets the log service read its configuration failed.",
+                               "Check the log service, and the command in the host's configuration.",
+                               interval, burst, 0);
+
+Kel::LogHandle reloadFailed("RELOAD_FAILED", warning, "Cannot reload the system: %s: %s; tried again in %d s",
+                            "The command that reloads the system failed.",
+                            "Check the command in the host's configuration, or reload the system by hand.",
+                            interval, burst, 0);
 
 }  // namespace Linux

@@ -14,5 +14,11 @@ extern Kel::LogHandle linkModeIgnored;             // device, value
 extern Kel::LogHandle packetSocketFailed;          // port, reason
 extern Kel::LogHandle routerAdvertisementsFailed;  // reason
 extern Kel::LogHandle eepromInvalid;               // path, reason
+extern Kel::LogHandle valueDropped;                // what, value, reason
+extern Kel::LogHandle routeNotInUse;               // prefix, next hops with reasons
+extern Kel::LogHandle hostNameFailed;              // name, reason
+extern Kel::LogHandle systemFileFailed;            // path, reason
+extern Kel::LogHandle logReloadFailed;             // command, reason
+extern Kel::LogHandle reloadFailed;                // command, reason, seconds until the next attempt
 
 }  // namespace Linux

@@ -102,6 +102,18 @@ Setter listOf(std::function<void(toml::node const&)> add) {
   };
 }
 
+// A program and its arguments, in place of the built-in ones.
+Setter commandLine(Linux::CommandLine& target) {
+  return [&target](toml::node const& node) {
+    target.clear();
+    listOf([&target](toml::node const& word) { text(target.emplace_back())(word); })(node);
+    if (target.empty()) fail(node.source(), "expected a program and its arguments, as [\"/sbin/reboot\"]");
+    if (target.front().find('=') != Kel::String::npos) {
+      fail(node.source(), "a program cannot have '=' in its name");
+    }
+  };
+}
+
 Setter deviceNames(std::vector<Kel::String>& target) {
   return listOf([&target](toml::node const& entry) { text(target.emplace_back())(entry); });
 }
@@ -157,7 +169,9 @@ HostConfig readHostConfig(Kel::String const& path, bool mustExist) {
                 {"host",
                  {{"run_directory", text(config.runDirectory)},
                   {"library", text(config.library)},
-                  {"adapter", adapter(config.linuxAdapter)}}},
+                  {"adapter", adapter(config.linuxAdapter)},
+                  {"reload_command", commandLine(config.system.reloadCommand)}}},
+                {"logging", {{"reload_command", commandLine(config.system.logReloadCommand)}}},
                 {"ports",
                  {{"devices", deviceNames(config.ports.devices)}, {"names", nameRules(config.ports.names)}}},
                 {"inventory",

@@ -9,6 +9,7 @@
 #include "platform/kel/Types.h"
 #include "platform/linux/Inventory.h"
 #include "platform/linux/PortSelection.h"
+#include "platform/linux/SystemConfig.h"
 
 struct HostConfig {
   // [system]
@@ -19,6 +20,7 @@ struct HostConfig {
   Kel::String library = "libZeroTouch.so";      // library: the agent; a name, or a path with a "/"
   bool linuxAdapter =
       true;  // adapter: "linux", or "none" when nothing is to follow and change this system's network
+  Linux::SystemConfig system;  // reload_command, and [logging] reload_command: programs with their arguments
   // [ports]
   Linux::PortSelectionConfig
       ports;  // devices = ["et*"]; names = [{ device = "et(.*)", shown = "Ethernet\\1" }]

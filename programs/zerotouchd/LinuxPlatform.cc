@@ -14,16 +14,22 @@ Linux::Entities adapted(ZeroTouch::MountedEntities const& entities) {
           .ip6Status = entities.ip6Status,
           .raPacketStatus = entities.raPacketStatus,
           .entityMibStatus = entities.entityMib,
+          .netStatus = entities.netStatus,
           .ethPhyIntfConfigDir = entities.epicd,
           .vlanIntfConfigDir = entities.vicd,
           .l3IntfConfigDir = entities.l3ConfigDir,
           .ipConfig = entities.ipConfig,
-          .ip6Config = entities.ip6Config};
+          .ip6Config = entities.ip6Config,
+          .routingConfig = entities.routingConfig,
+          .netConfig = entities.netConfig,
+          .logConfig = entities.logConfig,
+          .reloadConfig = entities.reloadConfig};
 }
 
 }  // namespace
 
 LinuxPlatform::LinuxPlatform(ZeroTouch::MountedEntities const& entities, HostConfig const& config)
-    : adapter_(adapted(entities),
-               {.ports = config.ports, .inventory = config.inventory, .runDirectory = config.runDirectory}),
-      reloadReactor_(Kel::makePtr<ReloadReactor>(entities.reloadConfig, adapter_)) {}
+    : adapter_(adapted(entities), {.ports = config.ports,
+                                   .inventory = config.inventory,
+                                   .runDirectory = config.runDirectory,
+                                   .system = config.system}) {}

@@ -42,7 +42,7 @@ class Client:
 def start_host(build, folder):
     config = pathlib.Path(folder, "platform.toml")
     config.write_text(f'[host]\nrun_directory = "{folder}/run"\nlibrary = "{build}/lib/libZeroTouch.so"\n'
-                      '[ports]\ndevices = ["et*"]\n[inventory]\nmodel_name = "BENCH"\n')
+                      'reload_command = ["true"]\n[ports]\ndevices = ["et*"]\n[inventory]\nmodel_name = "BENCH"\n')
     pathlib.Path(folder, "root", "flash").mkdir(parents=True, exist_ok=True)
     host = subprocess.Popen(["ip", "netns", "exec", SWITCH, build / "bin" / "zerotouchd", "--config", config], text=True,
                             stderr=subprocess.PIPE, env={**os.environ, "FILESYSTEM_ROOT": f"{folder}/root"})

@@ -83,6 +83,8 @@ def test_bad_initial_values_stop_the_host_with_file_line_and_reason(host, docume
     ("[system]\nnmae = 'x'\n", 2, "unknown key 'nmae' in [system] (known: cell_type, name)"),
     ("[sytem]\n", 1, "unknown section [sytem]"),
     ("[provisioning]\n\nmax_run_time = 'forever'\n", 3, 'expected seconds (a number from 0 on) or "unlimited"'),
+    ("[host]\nreload_command = []\n", 2, 'expected a program and its arguments, as ["/sbin/reboot"]'),
+    ("[logging]\nreload_command = ['A=b']\n", 2, "a program cannot have '=' in its name"),
     ("[provisioning]\nscript_exec_timeout = -1\n", 2, "expected seconds"),
     ("[socket]\ngroup = 'no such group'\n", 2, "there is no group 'no such group'"),
     ("[dhcp]\nclient = 'dhclient'\n", 2, "'dhclient' is no absolute path of a program"),

@@ -29,7 +29,8 @@ inline Entities newEntities() {
        entities.ethIntfStatusDir, entities.allIntfStatusDir, entities.allIntfStatusLocalDir,
        entities.kernelNetInfoStatus, entities.ipStatus, entities.ip6Status, entities.ethPhyIntfConfigDir,
        entities.vlanIntfConfigDir, entities.l3IntfConfigDir, entities.ipConfig, entities.ip6Config,
-       entities.raPacketStatus, entities.entityMibStatus);
+       entities.raPacketStatus, entities.entityMibStatus, entities.netStatus, entities.routingConfig,
+       entities.netConfig, entities.logConfig, entities.reloadConfig);
   return entities;
 }
 
@@ -39,6 +40,10 @@ inline AdapterConfig testConfig(std::string const& runDirectory) {
   config.ports.devices = {"eth*"};
   config.ports.names = {{"eth([0-9]+)", "Ethernet\\1"}};
   config.runDirectory = runDirectory;
+  config.system = {.resolvConf = runDirectory + "/etc/resolv.conf",
+                   .logDropIn = runDirectory + "/etc/rsyslog.conf",
+                   .logReloadCommand = {"true"},
+                   .reloadCommand = {"true"}};
   return config;
 }
 

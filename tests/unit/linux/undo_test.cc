@@ -131,7 +131,7 @@ TEST_F(SettingsTest, GoBackWhenTheAdapterEndsUnlessKept) {
     start();
     configureAll(entities, port1);
     expectSoon(eth1, asConfigured);
-    if (keep) adapter->keepChanges();
+    if (keep) entities.reloadConfig->reloadTimeIs(1);
     adapter.reset();
     EXPECT_EQ(kernel("eth1"), keep ? asConfigured : found);
     EXPECT_EQ(run.read("/run/undo-journal"), "(absent)");
@@ -146,7 +146,7 @@ TEST_F(SettingsTest, OfAKilledProcessGoBackAtTheNextStart) {
   Warned const warned;
   start();
   EXPECT_EQ(kernel("eth1"), found + " 10.0.0.9/24");
-  EXPECT_EQ(warned.text(), "LEFTOVERS_UNDONE: Put back 7 settings of network devices\n");
+  EXPECT_EQ(warned.text(), "LEFTOVERS_UNDONE: Put back 7 settings of the system\n");
   EXPECT_EQ(ports(), "Ethernet1 eth1 down unconfigured link down active\n") << "as it is after that";
 }
 

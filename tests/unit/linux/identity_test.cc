@@ -1,0 +1,327 @@
+// Host name, resolv.conf, log servers and the reload.
+#include <sched.h>
+#include <sys/mount.h>
+
+#include "platform/kel/testing/FakeChildRunner.h"
+#include "platform/kel/testing/SimulatedTime.h"
+#include "tests/unit/linux/NetworkTest.h"
+
+namespace Linux {
+namespace {
+
+using Strings = std::vector<std::string>;
+
+TEST(HostNames, AreThoseOfRfc1123) {
+  std::string const label(63, 'a');
+  std::string const longest = label + "." + label + "." + label + "." + std::string(61, 'a');
+  for (auto const& name : Strings{"a", "sw-1.example.com", "0", longest}) {
+    EXPECT_EQ(hostNameFault(name, maxDomainName), "") << name;
+  }
+  using namespace std::string_literals;
+  for (auto const& name : Strings{"", ".", "a.", ".a", "a..b", "-a", "a-", "a_b", "a b", "a\nb", "a\0"s,
+                                  "\xc3\xa4", "a\"b", "$(a)", label + "a", longest + "a"}) {
+    EXPECT_NE(hostNameFault(name, maxDomainName), "") << name;
+  }
+}
+
+// The appliers by themselves, under simulated time.
+class IdentityTest : public ::testing::Test {
+ protected:
+  IdentityTest() { std::filesystem::create_directory(folder.path("/run")); }
+
+  void serversAre(Strings const& v4, Strings const& v6, std::string const& domain) const {
+    entities.netConfig->nameServerDelAll();
+    entities.netConfig->v6NameServerDelAll();
+    std::uint8_t index = 0;
+    for (auto const& server : v4)
+      entities.netConfig->nameServerIs(++index, *Wire::IpAddr::fromString(server));
+    for (auto const& server : v6)
+      entities.netConfig->v6NameServerIs(++index, *Wire::Ip6Addr::fromString(server));
+    entities.netConfig->domainNameIs(domain);
+  }
+  std::unique_ptr<ResolvConfApplier> resolvConf() const {
+    return std::make_unique<ResolvConfApplier>(entities, folder.path("/resolv.conf"), folder.path("/run"));
+  }
+
+  TemporaryFolder folder;
+  Entities entities = newEntities();
+  Kel::testing::SimulatedTime time;
+  Kel::testing::FakeChildRunner children;
+  Warned warned;
+};
+
+std::string const firstLine =
+    "# Written by zerotouchd. What stood here before comes back when provisioning takes its settings back.\n";
+std::string const before = "domain old.example\noptions timeout:1 \n\n# no end of line";
+
+class HostNameTest : public IdentityTest {
+ protected:
+  void SetUp() override {
+    if (geteuid() != 0) GTEST_SKIP() << "needs root, to make a UTS namespace";
+    ASSERT_EQ(unshare(CLONE_NEWUTS), 0);
+    ASSERT_EQ(sethostname("before", 6), 0);
+  }
+  static std::string current() {
+    char name[65] = {};
+    gethostname(name, sizeof name - 1);
+    return name;
+  }
+};
+
+TEST_F(HostNameTest, IsSetAndPutBack) {
+  std::string const longest(64, 'a');
+  std::string shown;
+  {
+    HostNameApplier applier(entities, folder.path("/run"));
+    for (std::string const& name : {std::string("sw1.example.com"), longest + "a", std::string("a\nb"),
+                                    std::string(63, 'b'), std::string()}) {
+      entities.netConfig->hostnameIs(name);
+      time.settle();
+      EXPECT_EQ(entities.netStatus->hostname(), current());
+      shown += current().substr(0, 20) + " ";
+    }
+    EXPECT_EQ(shown, "sw1.example.com sw1.example.com sw1.example.com bbbbbbbbbbbbbbbbbbbb before ");
+    EXPECT_EQ(warned.text(),
+              "VALUE_DROPPED: The host name '" + longest +
+                  "a' is not used: longer than 64 bytes\nVALUE_DROPPED: The host name 'a?b' is not "
+                  "used: not a name\n");
+    entities.netConfig->hostnameIs("of-the-killed");
+    time.settle();
+  }
+  // As if that one had been killed.
+  HostNameApplier next(entities, folder.path("/run"));
+  EXPECT_TRUE(next.undo());
+  EXPECT_EQ(current(), "before");
+  EXPECT_EQ(entities.netStatus->hostname(), "before");
+  EXPECT_FALSE(next.undo());
+}
+
+TEST_F(IdentityTest, ResolvConfIsWrittenAndPutBack) {
+  folder.write("/elsewhere", before);
+  std::filesystem::create_symlink("elsewhere", folder.path("/resolv.conf"));
+  std::filesystem::permissions(folder.path("/elsewhere"), std::filesystem::perms(0640));
+  auto applier = resolvConf();
+  EXPECT_EQ(entities.netStatus->domainName(), "old.example");
+  for (auto const& [v4, v6, domain, text, status] :
+       std::vector<std::tuple<Strings, Strings, std::string, std::string, std::string>>{
+           {{"10.0.0.2"}, {}, "", firstLine + "nameserver 10.0.0.2\n", ""},
+           {{"10.0.0.2", "10.0.0.1"},
+            {"2001:db8::2", "2001:db8::1"},
+            "a.example. b.example",
+            firstLine + "search a.example b.example\nnameserver 10.0.0.2\nnameserver 10.0.0.1\nnameserver "
+                        "2001:db8::2\n# The C library's resolver asks no more than those above.\nnameserver "
+                        "2001:db8::1\n",
+            "a.example"},
+           {{"127.0.0.1", "224.0.0.1", "0.0.0.0"},
+            {"fe80::1", "::1"},
+            "x\nnameserver\t6.6.6.6",
+            before,
+            "old.example"},
+           {{}, {}, "new.example", firstLine + "search new.example\n", "new.example"},
+           {{}, {}, "", before, "old.example"}}) {
+    serversAre(v4, v6, domain);
+    time.settle();
+    EXPECT_EQ(folder.read("/elsewhere"), text);
+    EXPECT_EQ(entities.netStatus->domainName(), status);
+  }
+  std::string faults;
+  for (std::string const server : {"127.0.0.1", "224.0.0.1", "0.0.0.0", "fe80::1", "::1"}) {
+    faults +=
+        "VALUE_DROPPED: The name server '" + server + "' is not used: not the address of a name server\n";
+  }
+  EXPECT_EQ(warned.text(),
+            "VALUE_DROPPED: The domain name 'x?nameserver?6.6.6.6' is not used: not a name\n" + faults);
+
+  // A host that is killed leaves enough behind.
+  serversAre({"10.0.0.2"}, {}, "");
+  time.settle();
+  EXPECT_NE(folder.read("/elsewhere"), before);
+  applier = resolvConf();
+  EXPECT_TRUE(applier->undo());
+  EXPECT_EQ(folder.read("/elsewhere"), before);
+  EXPECT_TRUE(std::filesystem::is_symlink(folder.path("/resolv.conf")));
+  EXPECT_EQ(std::filesystem::status(folder.path("/elsewhere")).permissions(), std::filesystem::perms(0640));
+}
+
+TEST_F(IdentityTest, ResolvConfThatWasAbsentGoesAndWhatOthersWriteStays) {
+  auto const applier = resolvConf();
+  serversAre({"10.0.0.2"}, {}, "");
+  time.settle();
+  EXPECT_EQ(folder.read("/resolv.conf"), firstLine + "nameserver 10.0.0.2\n");
+  serversAre({}, {}, "");
+  time.settle();
+  EXPECT_EQ(folder.read("/resolv.conf"), "(absent)");
+  serversAre({"10.0.0.2"}, {}, "");
+  time.settle();
+  folder.write("/resolv.conf", "of somebody else");
+  serversAre({}, {}, "");
+  time.settle();
+  EXPECT_EQ(folder.read("/resolv.conf"), "of somebody else");
+  std::filesystem::remove_all(folder.path());
+  serversAre({"10.0.0.2"}, {}, "");
+  time.settle();
+  EXPECT_NE(
+      warned.text().find("SYSTEM_FILE_FAILED: Cannot change " + folder.path("/resolv.conf: No such file")),
+      std::string::npos)
+      << warned.text();
+}
+
+TEST_F(IdentityTest, ResolvConfThatIsAMountIsRewritten) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs root, to mount";
+  ASSERT_EQ(unshare(CLONE_NEWNS), 0);
+  ASSERT_EQ(mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr), 0);
+  folder.write("/outside", before);
+  folder.write("/resolv.conf", "");
+  ASSERT_EQ(
+      mount(folder.path("/outside").c_str(), folder.path("/resolv.conf").c_str(), nullptr, MS_BIND, nullptr),
+      0);
+  auto const applier = resolvConf();
+  serversAre({"10.0.0.2"}, {}, "");
+  time.settle();
+  EXPECT_EQ(folder.read("/outside"), firstLine + "nameserver 10.0.0.2\n");
+  applier->undo();
+  EXPECT_EQ(folder.read("/outside"), before);
+  EXPECT_EQ(umount(folder.path("/resolv.conf").c_str()), 0);
+  EXPECT_EQ(warned.text(), "");
+}
+
+TEST_F(IdentityTest, LogServersAreWrittenAndRsyslogIsTold) {
+  folder.write("/rsyslog.d/other.conf", "");
+  auto const applier = [&] {
+    return std::make_unique<LogHostApplier>(entities, folder.path("/rsyslog.d/zt.conf"),
+                                            CommandLine{"reread", "it"});
+  };
+  auto hosts = applier();
+  auto const vrf = entities.logConfig->vrfLoggingHostIs("default");
+  for (std::string const host : {"10.0.0.9", "2001:db8::9", "log.example", "x\")\n*.* /tmp/x", "a b"}) {
+    vrf->loggingHostIs(host, {host, static_cast<std::uint16_t>(host == "10.0.0.9" ? 1514 : 514)});
+  }
+  entities.logConfig->vrfLoggingHostIs("blue\nx")->loggingHostIs("10.0.0.8", {"10.0.0.8", 514});
+  time.settle();
+  auto const action = [](std::string const& host, std::string const& port) {
+    return "*.* action(type=\"omfwd\" target=\"" + host + "\" port=\"" + port + "\" protocol=\"udp\")\n";
+  };
+  std::string const first = "# Written by zerotouchd, which also removes this file.\n";
+  EXPECT_EQ(folder.read("/rsyslog.d/zt.conf"), first + "# Not sent to: the servers of VRF blue?x\n" +
+                                                   action("10.0.0.9", "1514") + action("2001:db8::9", "514") +
+                                                   action("log.example", "514"));
+  EXPECT_EQ(warned.text(),
+            "VALUE_DROPPED: The log server 'a b' is not used: not a name\nVALUE_DROPPED: The log "
+            "server 'x\")?*.* /tmp/x' is not used: not a name\n");
+  ASSERT_EQ(children.started.size(), 1U);
+  EXPECT_EQ(children.last().argv, (Strings{"/usr/bin/env", "--", "reread", "it"}));
+
+  // Changes while the command runs are met by one more run.
+  entities.logConfig->vrfLoggingHostDelAll();
+  time.settle();
+  EXPECT_EQ(folder.read("/rsyslog.d/zt.conf"), "(absent)");
+  EXPECT_EQ(children.started.size(), 1U);
+  children.last().child->exitedIs(3);
+  ASSERT_EQ(children.started.size(), 2U);
+  time.advance(30);
+  EXPECT_EQ(children.last().signals, std::vector{SIGKILL});
+  children.last().child->killedIs(SIGKILL);
+  EXPECT_FALSE(hosts->busy());
+  std::string const failed = "LOG_RELOAD_FAILED: The log servers do not count yet: reread it: ";
+  EXPECT_TRUE(warned.text().ends_with(failed + "exit status 3\n" + failed + "not done within 30 s\n"));
+
+  // What a killed host left is known by its first line; without rsyslog there is one warning.
+  folder.write("/rsyslog.d/zt.conf", first);
+  EXPECT_TRUE(applier()->undo());
+  EXPECT_EQ(folder.read("/rsyslog.d/zt.conf"), "(absent)");
+  folder.write("/rsyslog.d/zt.conf", "mine");
+  EXPECT_FALSE(applier()->undo());
+  EXPECT_EQ(folder.read("/rsyslog.d/zt.conf"), "mine");
+  std::string const failure = "SYSTEM_FILE_FAILED: Cannot change " + folder.path("/rsyslog.d/zt.conf: ");
+  std::size_t const warnedBefore = warned.text().size();
+  auto const hostIs = [&](std::string const& host) {
+    entities.logConfig->vrfLoggingHostIs("default")->loggingHostIs(host, {host, 514});
+    time.settle();
+  };
+  hostIs("10.0.0.9");
+  EXPECT_EQ(folder.read("/rsyslog.d/zt.conf"), "mine");
+  std::filesystem::remove_all(folder.path("/rsyslog.d"));
+  hostIs("10.0.0.8");
+  hostIs("10.0.0.7");
+  EXPECT_EQ(warned.text().substr(warnedBefore),
+            failure + "somebody else wrote it\n" + failure + "No such file or directory\n");
+}
+
+TEST_F(IdentityTest, ReloadIsTriedUntilItSucceeds) {
+  std::string requests;
+  ReloadApplier const applier(entities, {"reboot", "now"}, [&] { requests += "requested "; });
+  time.advance(100);
+  EXPECT_EQ(children.started.size(), 0U);
+  entities.reloadConfig->reasonIs("ZTP RELOAD");
+  entities.reloadConfig->reloadTimeIs(Kel::now());
+  time.settle();
+  ASSERT_EQ(children.started.size(), 1U);
+  EXPECT_EQ(children.last().argv,
+            (Strings{"/usr/bin/env", "--", "ZEROTOUCH_RELOAD_REASON=ZTP RELOAD", "reboot", "now"}));
+  children.last().child->exitedIs(127);
+  time.advance(59);
+  EXPECT_EQ(children.started.size(), 1U);
+  time.advance(1);
+  ASSERT_EQ(children.started.size(), 2U);
+  time.advance(60);  // and this one hangs
+  EXPECT_EQ(children.last().signals, std::vector{SIGKILL});
+  children.last().child->killedIs(SIGKILL);
+  time.advance(60);
+  ASSERT_EQ(children.started.size(), 3U);
+  children.last().child->exitedIs(0);
+  time.advance(1000);
+  EXPECT_EQ(children.started.size(), 3U);
+  EXPECT_EQ(requests, "requested ");
+  std::string const failed = "RELOAD_FAILED: Cannot reload the system: reboot now: ";
+  EXPECT_EQ(warned.text(), failed + "exit status 127; tried again in 60 s\n" + failed +
+                               "not done within 60 s; tried again in 60 s\n");
+}
+
+// All of it with the adapter around it.
+TEST_F(NetworkTest, IdentityGoesWithTheHostUnlessTheSystemReloads) {
+  ASSERT_EQ(unshare(CLONE_NEWUTS), 0);
+  ASSERT_EQ(sethostname("before", 6), 0);
+  cable("1");
+  plugIn("1");
+  ip("addr add 10.0.1.5/24 dev eth1");
+  run.write("/run/etc/resolv.conf", before);
+  AdapterConfig config = testConfig(run.path("/run"));
+  config.system.logReloadCommand = {"sh", "-c", "echo reread >>" + run.path("/commands")};
+  config.system.reloadCommand = {"sh", "-c", "echo $ZEROTOUCH_RELOAD_REASON >>" + run.path("/commands")};
+  std::function<std::string()> const found = [this] {
+    char name[65] = {};
+    gethostname(name, sizeof name - 1);
+    bool const routed = std::system("ip route show proto 142 | grep -q default") == 0;
+    bool const servers = run.read("/run/etc/resolv.conf") != before;
+    bool const log = run.read("/run/etc/rsyslog.conf") != "(absent)";
+    return std::string(name) + (routed ? " routed" : "") + (servers ? " servers" : "") + (log ? " log" : "") +
+           " " + run.read("/commands");
+  };
+  auto const configure = [this] {
+    entities.netConfig->hostnameIs("sw1");
+    entities.netConfig->nameServerIs(1, *Wire::IpAddr::fromString("10.0.0.2"));
+    entities.logConfig->vrfLoggingHostIs("default")->loggingHostIs("a", {"10.0.0.9", 514});
+    entities.routingConfig->routeList()
+        ->routeIs({}, Routing::RouteType::forward)
+        ->viaIs(*Routing::Via::fromString("10.0.1.1"), true);
+  };
+  adapter = std::make_unique<Adapter>(entities, config);
+  configure();
+  expectSoon(found, "sw1 routed servers log reread\n");
+  adapter.reset();
+  EXPECT_EQ(found(), "before reread\nreread\n");
+
+  // The entities were configured all along: the next one brings all of it back.
+  adapter = std::make_unique<Adapter>(entities, config);
+  expectSoon(found, "sw1 routed servers log reread\nreread\nreread\n");
+  entities.reloadConfig->reasonIs("ZTP RELOAD");
+  entities.reloadConfig->reloadTimeIs(1);
+  std::string const kept = "sw1 routed servers log reread\nreread\nreread\nZTP RELOAD\n";
+  expectSoon(found, kept);
+  adapter.reset();
+  EXPECT_EQ(found(), kept);
+  EXPECT_EQ(run.read("/run/hostname.original") + run.read("/run/resolv.conf.original"), "(absent)(absent)");
+}
+
+}  // namespace
+}  // namespace Linux

@@ -1,0 +1,118 @@
+// Static routes in the kernel.
+#include "tests/unit/linux/NetworkTest.h"
+
+namespace Linux {
+namespace {
+
+class RoutesTest : public NetworkTest {
+ protected:
+  void SetUp() override {
+    NetworkTest::SetUp();
+    if (IsSkipped()) return;
+    for (std::string const number : {"1", "2"}) {
+      cable(number);
+      ip("link set far" + number + " up");
+      ip("link set eth" + number + " up");
+      ip("addr add 10.0." + number + ".5/24 dev eth" + number);
+    }
+  }
+
+  void viaIs(std::string const& prefix, std::string const& via) const {
+    list()
+        ->routeIs(*Wire::IpAddrWithMask::fromString(prefix), Routing::RouteType::forward)
+        ->viaIs(*Routing::Via::fromString(via), true);
+  }
+  void viaDel(std::string const& prefix, std::string const& via) const {
+    list()->route(*Wire::IpAddrWithMask::fromString(prefix))->viaDel(*Routing::Via::fromString(via));
+  }
+  Kel::Ptr<Routing::RouteList> const& list() const { return entities.routingConfig->routeList(); }
+
+  // "prefix dev device", or "prefix gateway device gateway device", of all routes but the kernel's own.
+  static std::string kernelRoutes() {
+    std::string const script =
+        "ip -json route show | jq -j '.[] | select(.protocol != \"kernel\") | .dst, (.nexthops // [.] | "
+        "sort_by(.gateway) | .[] | \" \", .gateway // \"-\", \" \", .dev), (select(.protocol != \"142\") | "
+        "\" "
+        "(\" + .protocol + \")\"), \"\\n\"'";
+    std::string out;
+    FILE* const pipe = popen(script.c_str(), "r");
+    for (int c = 0; (c = fgetc(pipe)) != EOF;) out += static_cast<char>(c);
+    pclose(pipe);
+    return out;
+  }
+  std::function<std::string()> const routes = kernelRoutes;
+};
+
+TEST_F(RoutesTest, ComeChangeSurviveTheirLinkAndGo) {
+  start();
+  viaIs("0.0.0.0/0", "10.0.1.1");
+  viaIs("0.0.0.0/0", "10.0.2.1");
+  viaIs("10.9.1.1/16", "10.0.1.2");  // the bits behind the mask mean nothing
+  viaIs("10.8.0.0/16", "0.0.0.0@Ethernet2");
+  std::string const all =
+      "default 10.0.1.1 eth1 10.0.2.1 eth2\n10.8.0.0/16 - eth2\n10.9.0.0/16 10.0.1.2 eth1\n";
+  expectSoon(routes, all);
+  viaIs("10.9.1.1/16", "10.0.1.3");
+  viaDel("10.9.1.1/16", "10.0.1.2");
+  viaDel("0.0.0.0/0", "10.0.2.1");
+  expectSoon(routes, "default 10.0.1.1 eth1\n10.8.0.0/16 - eth2\n10.9.0.0/16 10.0.1.3 eth1\n");
+
+  ip("link set eth1 down");
+  expectSoon(routes, "10.8.0.0/16 - eth2\n");
+  ip("link set eth1 up");
+  expectSoon(routes, "default 10.0.1.1 eth1\n10.8.0.0/16 - eth2\n10.9.0.0/16 10.0.1.3 eth1\n");
+
+  list()->routeDel(*Wire::IpAddrWithMask::fromString("10.9.1.1/16"));
+  expectSoon(routes, "default 10.0.1.1 eth1\n10.8.0.0/16 - eth2\n");
+  adapter.reset();
+  EXPECT_EQ(kernelRoutes(), "");
+}
+
+TEST_F(RoutesTest, OfOthersAreLeftAlone) {
+  ip("route add default via 10.0.2.9 proto static");
+  ip("route add 10.9.0.0/16 via 10.0.2.9 proto 142 metric 7");
+  start();
+  viaIs("0.0.0.0/0", "10.0.1.1");
+  std::string const foreign = "default 10.0.2.9 eth2 (static)\n10.9.0.0/16 10.0.2.9 eth2\n";
+  expectSoon(routes, "default 10.0.2.9 eth2 (static)\ndefault 10.0.1.1 eth1\n10.9.0.0/16 10.0.2.9 eth2\n");
+  list()->routeDelAll();
+  expectSoon(routes, foreign);
+  adapter.reset();
+  EXPECT_EQ(kernelRoutes(), foreign);
+}
+
+TEST_F(RoutesTest, UseTheNextHopsThatAreReachableAndTheOthersOnceTheyAre) {
+  start();
+  Warned const warned;
+  viaIs("0.0.0.0/0", "10.0.1.1");
+  viaIs("0.0.0.0/0", "10.7.0.1");
+  viaIs("0.0.0.0/0", "10.6.0.1@Ethernet9");
+  viaIs("10.9.0.0/16", "10.7.0.2");
+  viaIs("10.8.0.0/16", "127.0.0.1");
+  viaIs("224.0.0.0/4", "10.0.1.1");
+  expectSoon(routes, "default 10.0.1.1 eth1\n");
+  std::string const dropped =
+      "VALUE_DROPPED: The next hop '10.8.0.0/16 via 127.0.0.1' is not used: not an address of a host\n"
+      "VALUE_DROPPED: The route '224.0.0.0/4' is not used: not a destination for routes\n";
+  std::string const refused =
+      "ROUTE_NOT_IN_USE: Route 0.0.0.0/0 does not use 10.6.0.1 (there is no port Ethernet9), 10.7.0.1 "
+      "(Network is unreachable)\n"
+      "ROUTE_NOT_IN_USE: Route 10.9.0.0/16 does not use 10.7.0.2 (Network is unreachable)\n";
+  // A change that helps nothing is no reason to say it again.
+  ip("addr add 10.5.0.5/24 dev eth2");
+  expectSoon([&] { return warned.text(); }, dropped + refused);
+  ip("addr add 10.7.0.5/24 dev eth2");
+  expectSoon(routes, "default 10.0.1.1 eth1 10.7.0.1 eth2\n10.9.0.0/16 10.7.0.2 eth2\n");
+  EXPECT_EQ(warned.text(), dropped + refused);
+}
+
+TEST_F(RoutesTest, OfAKilledHostGoAtTheNextStart) {
+  ip("route add 10.9.0.0/16 via 10.0.1.2 proto 142 metric 1");
+  Warned const warned;
+  start();
+  EXPECT_EQ(kernelRoutes(), "");
+  EXPECT_EQ(warned.text(), "LEFTOVERS_UNDONE: Put back 1 settings of the system\n");
+}
+
+}  // namespace
+}  // namespace Linux
