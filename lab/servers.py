@@ -21,6 +21,7 @@ def net6(number):
 
 def of_port(number, boot_file):
     """The places to fill in for a port. "{server}" in the name of a boot file is the server's address there."""
+    boot_file = boot_file.replace("\\", "\\\\").replace('"', '\\"').replace("\n", "\\n")
     return {"{device}": f"p{number}", "{net4}": net4(number), "{net6}": net6(number),
             "{boot_file4}": boot_file.replace("{server}", f"{net4(number)}.1"),
             "{boot_file6}": boot_file.replace("{server}", f"[{net6(number)}:1]")}

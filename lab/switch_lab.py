@@ -165,7 +165,7 @@ class Lab:
 
         It serves the ports with the given numbers, by default all that there are now. Each answer names `boot_file`,
         in which "{server}" stands for the server's address behind the port. `lines` may have the places of a scenario
-        in them. A value that holds what dnsmasq treats as its own goes into a line as bytes: 67,68:74:74:70"""
+        in them, and override what it says. Bytes that are no text are "\\udc80" to "\\udcff"; none is zero."""
         self.stop_serving(name)
         parts = [file.read_text() for file in (servers.TEMPLATES / "dhcp.conf", servers.SCENARIOS / f"{scenario}.conf")]
         self._start_dnsmasq(name, "\n".join([*parts, *lines]), ports, boot_file)
@@ -201,7 +201,8 @@ class Lab:
     def _start_dnsmasq(self, name, text, ports=None, boot_file=""):
         text = servers.fill_in(text, {"{folder}": self.folder, "{leases}": self.folder / f"{name}.leases"})
         config = self.folder / f"{name}.conf"
-        config.write_text(servers.expand(text, self.ports() if ports is None else ports, boot_file))
+        text = servers.expand(text, self.ports() if ports is None else ports, boot_file)
+        config.write_text(text, errors="surrogateescape")
         self.processes.start(name, [*self.server.enter(), "dnsmasq", f"--conf-file={config}", "--keep-in-foreground",
                                     "--log-facility=-", "--pid-file="], ready="started, version")
 
