@@ -57,7 +57,7 @@ class Processes:
         return int(pid) if since == str(start_time(int(pid))) else None
 
     def send(self, name, number):
-        """Sends a signal to a program and all that it started: SIGSTOP makes a server fall silent, SIGCONT answer again."""
+        """Sends a signal to a program and all that it started: SIGSTOP makes a server silent, SIGCONT answer again."""
         pid = self.running(name)
         if pid is None:
             raise RuntimeError(f"{name} does not run")
