@@ -2,6 +2,7 @@
 import json
 import os
 import pathlib
+import shutil
 import signal
 import subprocess
 
@@ -9,7 +10,7 @@ from lab.polling import wait_for
 from lab.processes import Processes
 
 ROOT = pathlib.Path(__file__).resolve().parents[1]
-BUILD = pathlib.Path(os.environ.get("ZEROTOUCH_BUILD", ROOT / "build" / "debug"))
+BUILD = pathlib.Path(os.environ.get("ZEROTOUCH_BUILD", ROOT / "build" / "debug")).resolve()
 
 
 def timers(seconds):
@@ -19,24 +20,30 @@ def timers(seconds):
 
 
 class Host:
-    def __init__(self, folder, name="sw1", adapter="none", sections="", enter=list):
+    def __init__(self, folder, name="sw1", adapter="none", sections="", enter=list, reboot=lambda: None):
         """`adapter` and `sections` go into platform.toml; `enter` gives the words before a command that is to run
-        where the host does. What an earlier object for the same folder started goes on under this one."""
+        where the host does; `reboot` does to the system around it what a reboot does. What an earlier object for the
+        same folder started goes on under this one."""
         self.folder = folder
         self.enter = enter
+        self.reboot = reboot
+        # A reload of the system or of its log is noted here, and nothing else happens: it must not be this machine's.
+        self.reload_records = {"host": folder / "reload", "logging": folder / "log-reload"}
         self.flash = folder / "root" / "flash"
         self.run_directory = folder / "run"
         self.socket = self.run_directory / "statebase.sock"
         self.config = folder / "etc" / "zerotouch" / "platform.toml"
-        self.reloads = folder / "reloads"  # where a reload of the system is noted; it must not be this one
         self.config_text = (f'[system]\nname = "{name}"\n[host]\nrun_directory = "{self.run_directory}"\n'
                             f'library = "{BUILD}/lib/libZeroTouch.so"\nadapter = "{adapter}"\n'
-                            f'reload_command = ["sh", "-c", "echo $ZEROTOUCH_RELOAD_REASON >>{self.reloads}"]\n'
-                            f'[logging]\nreload_command = ["true"]\n{sections}')
+                            f'{self._reload_command("host")}[logging]\n{self._reload_command("logging")}{sections}')
         self.environment = {"FILESYSTEM_ROOT": str(folder / "root"), "STATEBASESOCKNAME": str(self.socket)}
         self.processes = Processes(folder)
         self.log = self.processes.log("host")
         self.process = None
+
+    def _reload_command(self, which):
+        command = [str(ROOT / "lab" / "reload_recorder"), str(self.reload_records[which])]
+        return f"reload_command = {json.dumps(command)}\n"
 
     def prepare(self):
         """Makes its files, for a system that never ran."""
@@ -64,6 +71,21 @@ class Host:
         """Its exit code, or None when this object did not start it or it does not run."""
         self.process = None
         return self.processes.stop("host", how)
+
+    def reload_requested(self, which="host"):
+        """The requests since the boot, a line with time and reason each; `which` may be "logging"."""
+        record = self.reload_records[which]
+        return record.read_text().splitlines() if record.exists() else []
+
+    def boot_again(self, *arguments, initial_values=None):
+        """Reboots the system: what is on flash and in /etc stays."""
+        code = self.stop()
+        assert code in (0, None), self.output()
+        for record in self.reload_records.values():
+            record.unlink(missing_ok=True)
+        shutil.rmtree(self.run_directory, ignore_errors=True)
+        self.reboot()
+        return self.start(*arguments, initial_values=initial_values)
 
     def cli(self, *arguments, code=0):
         """Runs the command line; its standard output, or its standard error when it is to fail with `code`."""

@@ -28,12 +28,15 @@ class Namespace:
         self.ip("link", "set", "lo", "up")
 
     def delete(self):
-        """Ends what still runs in here, which can only have been started by its owner, and removes it."""
-        if not self.exists():
-            return
+        """Removes it and ends what still runs in here."""
+        if self.exists():
+            self.end_processes()
+            run("ip", "netns", "del", self.name)
+
+    def end_processes(self):
+        """They can only have been started by its owner."""
         for pid in run("ip", "netns", "pids", self.name).split():
             processes.end(int(pid), signal.SIGKILL)
-        run("ip", "netns", "del", self.name)
 
     def enter(self):
         """The words before a command that is to run in here."""
@@ -58,24 +61,50 @@ class Namespace:
 
 
 class SwitchNamespace(Namespace):
-    """One with a host name and an /etc of its own, which files can be replaced in as on a real system.
+    """One with what a system has of its own: a host name, an /etc, a /run and a /tmp, and installed files.
 
-    A process that does nothing holds these two; everything else that runs in here joins it."""
+    A process that does nothing holds them; everything else that runs in here joins it."""
 
     HOLDER = "namespace"
 
-    def __init__(self, name, holders):
+    def __init__(self, name, holders, folder, kept):
+        """`kept`: the folders of this system that stay where they are, also when they lie in /run or /tmp."""
         super().__init__(name)
         self.holders = holders  # the Processes among which the holder is
+        self.kept = kept
+        self.etc = folder / "etc"
+        self.installed = folder / "installed"
 
-    def create(self, hostname, etc):
-        """`etc` is the folder for a copy of this system's /etc."""
+    def create(self, hostname, installed):
+        """Makes its files and boots it. `installed` maps places below /usr to files that are to show there; those that
+        do not exist are left out."""
         super().create()
-        shutil.copytree("/etc", etc, symlinks=True)
-        (etc / "hostname").write_text(hostname + "\n")
-        holder = ('set -e; echo "$1" >/proc/sys/kernel/hostname; mount --bind "$2" /etc; echo ready; '
-                  'exec sleep infinity')
-        self.holders.start(self.HOLDER, super().enter() + ["unshare", "--uts", "sh", "-c", holder, "sh", hostname, etc])
+        self._make_etc(hostname)
+        for directory in ("bin", "share"):
+            (self.installed / directory).mkdir(parents=True)
+        for place, file in installed.items():
+            if file.exists():
+                (self.installed / place).parent.mkdir(exist_ok=True)
+                (self.installed / place).symlink_to(file)
+        self.boot()
+
+    def _make_etc(self, hostname):
+        shutil.copytree("/etc", self.etc, symlinks=True)
+        (self.etc / "resolv.conf").unlink(missing_ok=True)  # often a link to somewhere else
+        (self.etc / "rsyslog.d").mkdir(exist_ok=True)
+        for name, text in (("hostname", hostname), ("resolv.conf", "# no name server is known yet"),
+                           ("kvo-version", "KVO_VERSION=7.2.1"), ("arch", "x86_64")):
+            (self.etc / name).write_text(text + "\n")
+
+    def boot(self):
+        """After halt() it has its host name again, and nothing in /run and /tmp."""
+        holder = [pathlib.Path(__file__).parent / "hold_switch", self.etc, self.installed, *self.kept]
+        self.holders.start(self.HOLDER, [*super().enter(), "unshare", "--uts", *holder])
+
+    def halt(self):
+        """Ends all that runs in here."""
+        self.end_processes()
+        self.holders.stop(self.HOLDER)
 
     def enter(self):
         pid = self.holders.running(self.HOLDER)

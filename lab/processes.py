@@ -26,7 +26,8 @@ class Processes:
         self.children = {}  # those that this process started, which it has to reap
 
     def start(self, name, argv, environment=None, ready="ready"):
-        """Starts a program, and returns when it has written `ready` to its output, which goes to NAME.log."""
+        """Starts a program whose output goes to NAME.log, and returns when it is ready: when `ready`, if that is a
+        function, says so, else when it has written that text."""
         if self.running(name) is not None:
             raise RuntimeError(f"{name} is running already")
         with open(self.log(name), "wb") as log:
@@ -34,7 +35,8 @@ class Processes:
                                        stdin=subprocess.DEVNULL, stdout=log, stderr=log, start_new_session=True)
         self.children[name] = process
         self._pid_file(name).write_text(f"{process.pid} {start_time(process.pid)}\n")
-        wait_for(lambda: ready in self.log(name).read_text() or process.poll() is not None, f"{name} to be ready")
+        is_ready = ready if callable(ready) else lambda: ready in self.log(name).read_text(errors="replace")
+        wait_for(lambda: process.poll() is not None or is_ready(), f"{name} to be ready")
         if process.poll() is not None:
             self.stop(name)
             raise RuntimeError(f"{name} ended: {self.log(name).read_text().strip()}")
@@ -53,6 +55,13 @@ class Processes:
         except FileNotFoundError:
             return None
         return int(pid) if since == str(start_time(int(pid))) else None
+
+    def send(self, name, number):
+        """Sends a signal to a program and all that it started: SIGSTOP makes a server silent, SIGCONT answer again."""
+        pid = self.running(name)
+        if pid is None:
+            raise RuntimeError(f"{name} does not run")
+        os.killpg(pid, number)
 
     def stop(self, name, how=signal.SIGTERM, timeout=20):
         """Ends a program and waits for its end. Its exit code if this process started it, else None."""
@@ -79,6 +88,7 @@ def end(pid, how=signal.SIGTERM, timeout=20):
         return
     try:
         signal.pidfd_send_signal(process, how)
+        signal.pidfd_send_signal(process, signal.SIGCONT)  # one that was stopped would not notice
         if not select.select([process], [], [], timeout)[0]:
             signal.pidfd_send_signal(process, signal.SIGKILL)
             select.select([process], [], [], timeout)

@@ -10,14 +10,24 @@ import pathlib
 import re
 import shutil
 
-from lab.host import Host
+from lab import servers
+from lab.host import BUILD, ROOT, Host
 from lab.namespace import Namespace, SwitchNamespace, run
 from lab.processes import Processes
 
 HERE = pathlib.Path(__file__).resolve().parent
 NAME = re.compile("[A-Za-z0-9][A-Za-z0-9-]{0,62}")
 LABS = pathlib.Path("/run/zerotouch-lab")
-SCENARIOS = HERE / "scenarios"
+
+# Places below /usr of what a real system has installed.
+INSTALLED = {f"bin/{program}": BUILD / "bin" / program
+             for program in ("zerotouch", "zerotouch-dhclient-script", "zerotouch-dhclient")}
+INSTALLED |= {f"share/ZeroTouch/{template}": ROOT / "share" / template
+              for template in ("zerotouch-dhclient.conf", "zerotouch-dhclient6.conf")}
+DHCLIENT = "bin/zerotouch-dhclient"
+
+FILE_SERVERS = ("nginx", "vsftpd", "names-and-tftp", "bad-server")
+AT_BOOT = ("disable_ipv6", "accept_ra", "accept_ra_defrtr")  # settings of a port that begin as those of any device
 
 PLATFORM = """[ports]
 devices = ["et*"]
@@ -40,9 +50,13 @@ class Lab:
         self.name = name
         self.folder = LABS / name
         self.processes = Processes(self.folder)
-        self.switch = SwitchNamespace(f"{name}-switch", self.processes)
+        self.switch = SwitchNamespace(f"{name}-switch", self.processes, self.folder / "switch",
+                                      [self.folder, ROOT, BUILD])
+        self.www = self.folder / "www"  # the files that are served
         self.server = Namespace(f"{name}-server")
-        self.host = Host(self.folder / "switch", "switch", "linux", PLATFORM, self.switch.enter)
+        self.host = Host(self.folder / "switch", "switch", "linux", PLATFORM, self.switch.enter, self._reboot_switch)
+        if INSTALLED[DHCLIENT].exists():
+            self.host.environment["ZEROTOUCH_DHCLIENT"] = f"/usr/{DHCLIENT}"
 
     # The lab as a whole.
 
@@ -56,7 +70,10 @@ class Lab:
             # A port that is unplugged keeps its address, and has the use of it as soon as it is plugged in again.
             self.server.ip6_setting("all", "keep_addr_on_down", 1)
             self.server.ip6_setting("default", "dad_transmits", 0)
-            self.switch.create("switch", self.host.folder / "etc")
+            self.server.ip("link", "add", "stable", "up", "type", "veth", "peer", "name", "stable-peer")
+            self.server.ip("link", "set", "stable-peer", "up")
+            self.server.ip("address", "add", "2001:db8::1", "dev", "stable", "nodad")
+            self.switch.create("switch", INSTALLED)
             self.host.prepare()
         except BaseException:
             self.down()
@@ -77,6 +94,15 @@ class Lab:
 
     def is_down(self):
         return not (self.folder.exists() or self.switch.exists() or self.server.exists())
+
+    def _reboot_switch(self):
+        self.switch.halt()
+        self.switch.boot()
+        for device in (f"et{number}" for number in self.ports()):
+            self.switch.ip("link", "set", device, "down", "nomaster", "mtu", "1500")
+            self.switch.ip("address", "flush", "dev", device)
+            for item in AT_BOOT:
+                self.switch.ip6_setting(device, item, self.switch.ip6_setting("default", item))
 
     def running(self):
         """The names of what runs in the background, the host aside."""
@@ -128,21 +154,66 @@ class Lab:
         return link["linkinfo"]["info_kind"] == "tun"
 
     def _set_up_server_side(self, number):
-        self.server.ip("address", "add", f"2001:db8:{number:x}::1/64", "dev", f"p{number}", "nodad")
+        for address in (f"{servers.net4(number)}.1/24", f"{servers.net6(number)}:1/64"):
+            self.server.ip("address", "add", address, "dev", f"p{number}", *(["nodad"] if ":" in address else []))
         self.server.ip("link", "set", f"p{number}", "up")
 
-    # What the server side sends.
+    # What the server side answers and sends.
 
-    def serve(self, scenario):
-        """Runs dnsmasq on all ports with scenarios/SCENARIO.conf, in place of an earlier one."""
-        self.stop_serving()
-        self.processes.start("dnsmasq", [
-            *self.server.enter(), "dnsmasq", f"--conf-file={SCENARIOS / scenario}.conf", "--keep-in-foreground",
-            "--user=root", "--log-facility=-", "--pid-file=", f"--dhcp-leasefile={self.folder / 'leases'}"],
-            ready="started, version")
+    def serve(self, scenario, boot_file="http://{server}/config", ports=None, name="dnsmasq", lines=()):
+        """Runs dnsmasq with scenarios/SCENARIO.conf and `lines` after it, in place of an earlier one with that name.
 
-    def stop_serving(self):
-        self.processes.stop("dnsmasq")
+        It serves the ports with the given numbers, by default all that there are now. Each answer names `boot_file`,
+        in which "{server}" stands for the server's address behind the port. `lines` may have the places of a scenario
+        in them, and override what it says. Bytes that are no text are "\\udc80" to "\\udcff"; none is zero."""
+        self.stop_serving(name)
+        parts = [file.read_text() for file in (servers.TEMPLATES / "dhcp.conf", servers.SCENARIOS / f"{scenario}.conf")]
+        self._start_dnsmasq(name, "\n".join([*parts, *lines]), ports, boot_file)
+
+    def stop_serving(self, name="dnsmasq"):
+        self.processes.stop(name)
+
+    def serve_files(self):
+        """Serves the files in self.www over HTTP, HTTPS, FTP and TFTP, by address and by the name boot.example, on the
+        ports that there are now, and runs bad_server.py on port 8080; all this in place of what ran before."""
+        self.stop_serving_files()
+        self.www.mkdir(exist_ok=True)
+        if not (self.www / "config").exists():
+            (self.www / "config").write_text("hostname provisioned\n")
+        (self.folder / "empty").mkdir(exist_ok=True)
+        servers.make_certificates(self.folder)
+        self._start_dnsmasq("names-and-tftp", (servers.TEMPLATES / "dnsmasq.conf").read_text())
+        enter = self.server.enter()
+        self.processes.start("nginx", [*enter, "nginx", "-e", "stderr", "-c", self._configure("nginx")],
+                             ready=lambda: self._listens(80))
+        self.processes.start("vsftpd", [*enter, "vsftpd", self._configure("vsftpd")], ready=lambda: self._listens(21))
+        self.processes.start("bad-server", [*enter, HERE / "bad_server.py", 8080])
+
+    def stop_serving_files(self):
+        for name in FILE_SERVERS:
+            self.processes.stop(name)
+
+    def requests(self):
+        """Those that nginx has answered: a dictionary each, with server, client, uri, status, and the X-Ostrel- headers,
+        of which one that was not sent is empty."""
+        return servers.requests(self.folder / "requests.log")
+
+    def _start_dnsmasq(self, name, text, ports=None, boot_file=""):
+        text = servers.fill_in(text, {"{folder}": self.folder, "{leases}": self.folder / f"{name}.leases"})
+        config = self.folder / f"{name}.conf"
+        text = servers.expand(text, self.ports() if ports is None else ports, boot_file)
+        config.write_text(text, errors="surrogateescape")
+        self.processes.start(name, [*self.server.enter(), "dnsmasq", f"--conf-file={config}", "--keep-in-foreground",
+                                    "--log-facility=-", "--pid-file="], ready="started, version")
+
+    def _configure(self, name):
+        text = (servers.TEMPLATES / f"{name}.conf").read_text()
+        config = self.folder / f"{name}.conf"
+        config.write_text(servers.fill_in(text, {"{folder}": self.folder}))
+        return config
+
+    def _listens(self, port):
+        return self.server.run("ss", "-Hltn", f"sport = :{port}") != ""
 
     def send_lldp(self, number, interval=1.0, vlan=None):
         argv = [*self.server.enter(), HERE / "lldp_sender.py", f"p{number}", "--interval", interval]

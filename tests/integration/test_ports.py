@@ -219,7 +219,7 @@ def test_what_a_killed_host_left_is_taken_back_by_the_next(changed_lab):
 def test_a_port_stays_as_it_is_for_the_reload(changed_lab):
     changed_lab.host.cli("cancel")
     changed_lab.host.wait_state("stateShutdown")
-    reloads = changed_lab.host.reloads
-    wait_for(lambda: reloads.exists() and reloads.read_text() == "ZTP RELOAD\n", "the reload")
+    wait_for(changed_lab.host.reload_requested, "the reload")
+    assert [line.split(" ", 2)[2] for line in changed_lab.host.reload_requested()] == ["ZTP RELOAD"]
     assert changed_lab.host.stop() == 0
     assert is_up(changed_lab, "et1") and ip6(changed_lab, "et1") == SET_UP
