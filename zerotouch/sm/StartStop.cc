@@ -94,6 +94,8 @@ void ZeroTouchSm::leaveAsFound() {
   doStopDhclient();
   doStopDhclient6();
   doStopDhclient6Stateless();
+  doCurlShutdown();
+  doKillRunningScript();
   choosenIntfIs(nullptr);
   for (auto const& intfId : phyIntfStatus().keys()) doUnregisterEthPhyIntf(intfId.stringValue());
   for (auto const& intfId : lagIntfStatus().keys()) doUnregisterLagIntf(intfId.stringValue());
