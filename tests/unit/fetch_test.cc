@@ -1,0 +1,278 @@
+// The download: which URL, what the request says, how the body is kept, how a transfer ends.
+#include <sys/stat.h>
+
+#include "tests/unit/support/FetchTest.h"
+#include "zerotouch/fetch/BootFile.h"
+#include "zerotouch/fetch/RequestHeaders.h"
+
+namespace {
+
+using ZeroTouch::configDownloadPath;
+using ZeroTouch::CurlTransfer;
+
+std::string answer(std::string const& status, std::string const& body, std::string const& headers = "") {
+  return "HTTP/1.1 " + status + "\r\nContent-Length: " + std::to_string(body.size()) + "\r\n" + headers +
+         "\r\n" + body;
+}
+
+TEST(BootFile, the_server_or_the_scheme_makes_the_url) {
+  struct Case {
+    char const *server, *file, *url;
+    bool http, https;
+  };
+  for (Case const& c :
+       {Case{"", "http://h/c", "http://h/c", true, false}, Case{"", "https://h/c", "https://h/c", true, true},
+        Case{"", "ftp://h/c", "ftp://h/c", false, false}, Case{"", "tftp://h/c", "tftp://h/c", false, false},
+        Case{"10.0.0.1", "cfg", "tftp://10.0.0.1/cfg", false, false},
+        Case{"10.0.0.1", "http://h/c", "tftp://10.0.0.1/http://h/c", false, false}}) {
+    auto const file = ZeroTouch::bootFile(c.server, c.file);
+    ASSERT_TRUE(file) << c.file;
+    EXPECT_EQ(file->url, c.url);
+    EXPECT_EQ(file->http, c.http) << c.file;
+    EXPECT_EQ(file->https, c.https) << c.file;
+  }
+  for (char const* const none :
+       {"HTTP://h/c", "cfg", "", "file:///etc/shadow", ":x", " http://h/c", "httpx://h/c"})
+    EXPECT_FALSE(ZeroTouch::bootFile("", none)) << none;
+}
+
+TEST(RequestHeaders, say_who_asks) {
+  TemporaryFolder const etc;
+  EntityMib::Fru root;
+  root.modelNameIs("SW-48\r\nX-Evil: 1");
+  root.hardwareRevIs("02");
+  auto const headers = [&] {
+    return ZeroTouch::requestHeaders(*Wire::EthAddr::fromString("02:1A:B3:0A:0B:0C"), root,
+                                     etc.path("/version"), etc.path("/arch"));
+  };
+  Strings const always{"X-Ostrel-SystemMAC: 02:1a:b3:0a:0b:0c", "X-Ostrel-ModelName: SW-48X-Evil: 1",
+                       "X-Ostrel-Serial: ", "X-Ostrel-HardwareVersion: 02"};
+  EXPECT_EQ(headers(), always);
+  etc.write("/version", "OTHER=x\nKVO_VERSION\n KVO_VERSION=no\n");
+  etc.write("/arch", "i386 extra\nmore\n");
+  Strings with = always;
+  with.emplace_back("X-Ostrel-Architecture: i386");
+  EXPECT_EQ(headers(), with);
+  etc.write("/version", "KVO_VERSION=1\nKVO_VERSION=7.2.1=b\r\nOTHER=x");
+  with.insert(with.end() - 1, "X-Ostrel-SoftwareVersion: 7.2.1=b");
+  EXPECT_EQ(headers(), with);
+}
+
+class Callbacks : public FetchTest {
+ protected:
+  ~Callbacks() override { done(); }
+  std::size_t write(std::string body) {
+    return ZeroTouch::curlWriteCB(body.data(), 1, body.size(), &transfer);
+  }
+  void done() {
+    if (transfer.output != nullptr) std::fclose(transfer.output);
+    transfer = {};
+  }
+  CurlTransfer transfer;
+};
+
+TEST_F(Callbacks, keep_the_body_and_its_first_two_bytes_however_it_is_cut) {
+  struct Case {
+    std::vector<std::string> parts;
+    std::uint8_t first, second;
+  };
+  for (Case const& c :
+       {Case{{"#!/bin/sh"}, '#', '!'}, Case{{"#", "", "!", "x"}, '#', '!'}, Case{{"#"}, '#', 0},
+        Case{{std::string("\0", 1), std::string("\0!", 2)}, '*', '*'}, Case{{""}, 0, 0}}) {
+    std::string all;
+    for (auto const& part : c.parts) {
+      EXPECT_EQ(write(part), part.size());
+      all += part;
+    }
+    EXPECT_EQ(transfer.firstByte, c.first);
+    EXPECT_EQ(transfer.secondByte, c.second);
+    EXPECT_EQ(transfer.byteCount, all.size());
+    done();
+    EXPECT_EQ(file(configDownloadPath), all.empty() ? "(absent)" : all);
+    std::filesystem::remove(configDownloadPath);
+  }
+}
+
+TEST_F(Callbacks, write_to_nothing_that_is_not_the_agents_own_file) {
+  flash.write("/other", "precious");
+  auto const other = flash.path("/other");
+  struct Case {
+    std::function<void()> prepare;
+    char const* reason;
+  };
+  for (Case const& c :
+       {Case{[&] { std::filesystem::create_symlink(other, configDownloadPath); },
+             "Too many levels of symbolic links"},
+        Case{[&] { std::filesystem::create_hard_link(other, configDownloadPath); },
+             "the file has another name too"},
+        Case{[&] { mkfifo(configDownloadPath, 0600); }, "No such device or address"},
+        Case{[&] { std::filesystem::create_directory(configDownloadPath); }, "Is a directory"},
+        Case{[&] {
+               writeFile(configDownloadPath, "precious");
+               ASSERT_EQ(chown(configDownloadPath, 65534, 65534), 0);
+             },
+             "it belongs to another user"}}) {
+    c.prepare();
+    EXPECT_EQ(write("#!"), static_cast<std::size_t>(-1));
+    EXPECT_EQ(transfer.failure, std::string("cannot write /tmp/zt-download: ") + c.reason);
+    EXPECT_EQ(flash.read("/other"), "precious");
+    std::filesystem::remove(configDownloadPath);
+    done();
+  }
+}
+
+TEST_F(Callbacks, find_the_boot_image_url) {
+  struct Case {
+    std::string line, url;
+  };
+  for (Case const& c :
+       {Case{"X-Ostrel-BootImage-Url:   http://h/i more\r\n", "http://h/i"},
+        Case{"X-Ostrel-BootImage-Url:http://h/i\r\n", "http://h/i\r\n"},
+        Case{"X-Ostrel-BootImage-Url:", "(none)"}, Case{"X-Ostrel-BootImage-Url:  ", "(none)"},
+        Case{"x-ostrel-bootimage-url: http://h/i", "(none)"}, Case{"", "(none)"},
+        Case{"X-Ostrel-BootImage-Url: " + std::string(1023, 'u'), std::string(1023, 'u')},
+        Case{"X-Ostrel-BootImage-Url: " + std::string(1024, 'u'), "(none)"}}) {
+    // An exact copy on the heap: reading past it is an error.
+    std::vector<char> line(c.line.begin(), c.line.end());
+    EXPECT_EQ(ZeroTouch::curlHeaderCB(line.data(), 1, line.size(), &transfer), line.size());
+    EXPECT_EQ(transfer.bootImageUrlPresent ? transfer.bootImageUrl.data() : "(none)", c.url);
+    transfer = {};
+  }
+}
+
+// Transfers are real, and so is their time.
+class Transfers : public FetchTest {
+ protected:
+  Sm& start(std::string const& url) {
+    Kel::Loop::instance().simulate(0);
+    withAnswer(url);
+    Kel::Loop::instance().endSimulation();
+    platform.config->enabledIs(true);
+    enter(State::stateSetupSystemIdentity);
+    events.clear();
+    sm().nextStateIs(State::stateFetchConfig);
+    return sm();
+  }
+  // Fetches, until another state than stateFetchConfig is asked for; answers which.
+  State fetch(std::string const& url) {
+    start(url);
+    EXPECT_TRUE(
+        Kel::Loop::instance().runUntil([this] { return sm().transitionState() != State::stateInvalid; }, 10));
+    EXPECT_EQ(sm().curlCBData(), nullptr);
+    EXPECT_FALSE(sm().curlSockFd());
+    EXPECT_EQ(runningTimer(), "");
+    return sm().transitionState();
+  }
+};
+
+TEST_F(Transfers, end_as_the_server_has_it) {
+  struct Case {
+    std::string answer;
+    State next;
+    std::uint32_t bytes;
+    std::string error;
+  };
+  std::string const large(300'000, 'x');
+  for (Case const& c :
+       {Case{answer("200 OK", "hostname sw1\n"), State::stateCopyConfigOrExecScript, 13, ""},
+        Case{answer("200 OK", large), State::stateCopyConfigOrExecScript, 300'000, ""},
+        Case{answer("200 OK", ""), State::stateCopyConfigOrExecScript, 0, ""},
+        Case{answer("302 Found", "moved", "Location: http://127.0.0.1:1/\r\n"),
+             State::stateCopyConfigOrExecScript, 5, ""},
+        Case{answer("404 Not Found", "no"), State::stateRetryFetchConfig, 0, "HTTP response code said error"},
+        Case{"HTTP/1.1 200 OK\r\nContent-Length: 20\r\n\r\nshort", State::stateRetryFetchConfig, 5,
+             "Transferred a partial file"},
+        Case{"HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\n#!more", State::stateCopyConfigOrExecScript, 2, ""},
+        Case{answer("200 OK", std::string(900'001, 'x')), State::stateRetryFetchConfig, 0,
+             "the file is larger than the limit of 900000 bytes"}}) {
+    OneAnswerServer server(c.answer);
+    platform.config->maxDownloadSizeIs(900'000);
+    EXPECT_EQ(fetch(server.url()), c.next);
+    bool const success = c.error.empty();
+    Strings expected{"ZTP_CONFIG_DOWNLOAD: Attempting to download the startup-config from " + server.url()};
+    if (!success) {
+      expected.push_back("ZTP_CONFIG_DOWNLOAD_FAIL: Failed to download the startup-config from " +
+                         server.url() + ". Error: " + c.error);
+      // Of a body that is too large, how much was kept is chance.
+      if (c.bytes != 0) {
+        EXPECT_EQ(sm().bytesRead(), c.bytes);
+      }
+    } else {
+      EXPECT_EQ(sm().bytesRead(), c.bytes);
+      std::string const body = c.answer.substr(c.answer.find("\r\n\r\n") + 4, c.bytes);
+      EXPECT_EQ(file(configDownloadPath), body.empty() ? "(absent)" : body);
+      EXPECT_EQ(sm().fileIsHashPling(), body.starts_with("#!"));
+    }
+    EXPECT_EQ(takeEvents(), expected);
+    EXPECT_EQ(sm().curlSuccess(), success);
+    server.stop();
+    EXPECT_NE(server.request.find("X-Ostrel-SystemMAC: 00:00:00:00:00:00\r\n"), std::string::npos);
+    std::filesystem::remove(configDownloadPath);
+    startOver();
+  }
+}
+
+TEST_F(Transfers, fail_when_the_folder_is_full_or_nobody_listens) {
+  {
+    writeFile("/tmp/filler", std::string(2 << 20, 'x'));
+    OneAnswerServer const server(answer("200 OK", "x"));  // one byte waits in the buffer until the end
+    EXPECT_EQ(fetch(server.url()), State::stateRetryFetchConfig);
+    EXPECT_EQ(sm().curlErrorStr(), "cannot write /tmp/zt-download: No space left on device");
+    startOver();
+  }
+  OneAnswerServer gone("");
+  gone.stop();
+  EXPECT_NE(fetch(gone.url()), State::stateCopyConfigOrExecScript);
+  EXPECT_EQ(sm().curlErrorStr(), "Couldn't connect to server");
+  EXPECT_EQ(takeEvents().size(), 2U);
+}
+
+TEST_F(Transfers, by_host_name_do_not_wait_for_ticks) {
+  environment.set("ZEROTOUCH_CONFIGFETCH_TIMER_INTERVAL", "20");
+  OneAnswerServer const server(answer("200 OK", std::string(800'000, 'x')));
+  EXPECT_EQ(fetch(server.url("localhost")), State::stateCopyConfigOrExecScript);
+  EXPECT_EQ(sm().bytesRead(), 800'000U);
+}
+
+TEST_F(Transfers, that_hang_are_ended_by_the_timer_or_by_whoever_stops_the_run) {
+  OneAnswerServer const server("");
+  environment.set("ZEROTOUCH_CONFIGFETCH_TIMER_INTERVAL", "0.01");
+  environment.set("ZEROTOUCH_CONFIGFETCH_TIMER_TIMEOUT", "0.05");
+  EXPECT_EQ(fetch(server.url()), State::stateRetry);
+  EXPECT_EQ(takeEvents().back(),
+            "ZTP_CONFIG_DOWNLOAD_TIMEOUT: Timed out trying to download the startup-config or a config script "
+            "from " +
+                server.url() + " after 0.05 seconds");
+  startOver();
+
+  environment.unset("ZEROTOUCH_CONFIGFETCH_TIMER_TIMEOUT");
+  for (bool const cancelled : {false, true}) {
+    start(server.url());
+    EXPECT_EQ(runningTimer(), "ConfigFetchTimer");
+    ASSERT_NE(sm().curlCBData(), nullptr);
+    if (cancelled) {
+      platform.config->cancelledIs(true);
+    } else {
+      platform.config->enabledIs(false);
+    }
+    EXPECT_EQ(sm().curlCBData(), nullptr);
+    EXPECT_FALSE(sm().curlSockFd());
+    EXPECT_EQ(sm().transitionState(), cancelled ? State::stateShutdown : State::stateInit);
+    sm().handleCurlSockFd();
+    EXPECT_EQ(sm().transitionState(), cancelled ? State::stateShutdown : State::stateInit);
+    startOver();
+  }
+}
+
+TEST_F(Transfers, that_never_start_are_no_success_of_an_earlier_one) {
+  Sm& sm = withAnswer("HTTP://h/c");
+  sm.curlTransferDoneIs(true);
+  sm.curlSuccessIs(true);
+  sm.bytesReadIs(7);
+  sm.nextStateIs(State::stateFetchConfig);
+  EXPECT_EQ(sm.transitionState(), State::stateRetry);
+  EXPECT_EQ(sm.bytesRead(), 0U);
+  EXPECT_EQ(takeEvents(), Strings{});
+}
+
+}  // namespace
