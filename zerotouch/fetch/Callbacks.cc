@@ -18,6 +18,7 @@ namespace ZeroTouch {
 namespace {
 
 constexpr mode_t ownerOnly = 0600;
+constexpr std::size_t outputBufferBytes = 65'536;
 constexpr std::string_view bootImageUrlHeader = "X-Ostrel-BootImage-Url:";
 
 // What is wrong with the open file; "" when it may be written.
@@ -45,8 +46,14 @@ std::FILE* openDownload(char const* path, Kel::String& failure) {
   bool const known = fd >= 0 && fstat(fd, &file) == 0;
   Kel::String reason = known ? objection(file) : std::strerror(errno);
   if (reason.empty()) {
-    std::FILE* const output = ftruncate(fd, 0) == 0 ? fdopen(fd, "wb") : nullptr;
-    if (output != nullptr) return output;
+    // Only what is not empty: a file that was cut, be it at 0, is pushed to the disk when it is closed.
+    bool const empty = file.st_size == 0 || ftruncate(fd, 0) == 0;
+    std::FILE* const output = empty ? fdopen(fd, "wb") : nullptr;
+    if (output != nullptr) {
+      // libcurl hands over 16 KiB at a time; the default buffer would make two writes of that.
+      std::setvbuf(output, nullptr, _IOFBF, outputBufferBytes);
+      return output;
+    }
     reason = std::strerror(errno);
   }
   if (fd >= 0) close(fd);
