@@ -1,4 +1,5 @@
-// Downloads URLs as the agent does, into its fixed download file, and prints the seconds and the bytes of each.
+// Downloads URLs as the agent does, into its fixed download file, and prints the seconds and the bytes of
+// each.
 #include <cstdio>
 #include <filesystem>
 

@@ -84,6 +84,7 @@ def test_bad_initial_values_stop_the_host_with_file_line_and_reason(host, docume
     ("[sytem]\n", 1, "unknown section [sytem]"),
     ("[provisioning]\n\nmax_run_time = 'forever'\n", 3, 'expected seconds (a number from 0 on) or "unlimited"'),
     ("[provisioning]\nscript_exec_timeout = -1\n", 2, "expected seconds"),
+    ("[provisioning]\nmax_download_size = 0\n", 2, "expected bytes (a whole number from 1 to 4294967295)"),
     ("[socket]\ngroup = 'no such group'\n", 2, "there is no group 'no such group'"),
     ("[system\n", 1, ""),
 ])

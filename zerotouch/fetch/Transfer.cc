@@ -69,6 +69,8 @@ void ZeroTouchSm::doTryFetchUri() {
     curl_easy_setopt(easy, CURLOPT_SSL_VERIFYPEER, 0L);
     curl_easy_setopt(easy, CURLOPT_SSL_VERIFYHOST, 0L);
   }
+  // Says nothing about the transfer: to end one must not wait, on the loop, for a name server that is silent.
+  curl_easy_setopt(easy, CURLOPT_QUICK_EXIT, 1L);
   if (curl_multi_add_handle(multi, easy) != CURLM_OK) {
     doCurlShutdown();
     return;
