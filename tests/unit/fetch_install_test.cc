@@ -33,14 +33,15 @@ TEST_F(Install, replaces_the_startup_configuration_that_save_file_names) {
   struct Case {
     char const *saveFile, *destination, *objection;
   };
-  for (Case const& c : {Case{"", "/flash/startup-config", ""}, Case{"/my-config", "/flash/my-config", ""},
-                        Case{"/dir/a=b", "/flash/dir/a=b", ""},
-                        Case{"my-config", "/flash/startup-config", "it does not begin with /"},
-                        Case{"/../outside", "/flash/startup-config", "it holds .."},
-                        Case{"/dir", "/flash/startup-config", "it names a folder"},
-                        Case{"/dir/", "/flash/startup-config", "it names a folder"},
-                        Case{"/missing/x", "/flash/startup-config", "its folder does not exist"},
-                        Case{"/link/x", "/flash/startup-config", "it leads out of the flash"}}) {
+  char const* const usual = "/flash/startup-config";
+  std::string const tooLong = "/" + std::string(250, 'x');
+  for (Case const& c :
+       {Case{"", usual, ""}, Case{"/my-config", "/flash/my-config", ""},
+        Case{"/dir/a=b", "/flash/dir/a=b", ""}, Case{"my-config", usual, "it does not begin with /"},
+        Case{"/../outside", usual, "it holds .."}, Case{"/dir", usual, "it names a folder"},
+        Case{"/dir/", usual, "it names a folder"}, Case{"/missing/x", usual, "its folder does not exist"},
+        Case{"/link/x", usual, "it leads out of the flash"},
+        Case{tooLong.c_str(), usual, "its name is too long"}}) {
     flash.write("/flash/dir/other", "");
     flash.write(c.destination, "old, and longer than the new one");
     std::filesystem::remove(flash.path("/flash/link"));

@@ -19,6 +19,8 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr char const* flashPath = "/flash";
+// With room for what the temporary file's name has besides.
+constexpr std::size_t maxNameBytes = 240;
 
 // Whether `path`, once all links are followed, is `folder` or below it.
 bool isWithin(fs::path const& path, fs::path const& folder) {
@@ -38,6 +40,7 @@ Kel::String saveFileObjection(Kel::String const& value) {
   std::error_code error;
   if (value.ends_with('/') || value.ends_with("/.") || fs::is_directory(path, error))
     return "it names a folder";
+  if (path.filename().native().size() > maxNameBytes) return "its name is too long";
   if (!fs::is_directory(path.parent_path(), error)) return "its folder does not exist";
   if (!isWithin(path.parent_path(), filePathFromFSRoot(flashPath))) return "it leads out of the flash";
   return "";
