@@ -150,6 +150,16 @@ Setter seconds(T& target, bool unlimited) {
   };
 }
 
+Setter bytes(std::uint32_t& target) {
+  return [&target](toml::node const& node) {
+    constexpr std::int64_t most = std::numeric_limits<std::uint32_t>::max();
+    auto const value = node.value_exact<std::int64_t>();
+    if (!value || *value < 1 || *value > most)
+      fail(node.source(), "expected bytes (a whole number from 1 to " + std::to_string(most) + ")");
+    target = static_cast<std::uint32_t>(*value);
+  };
+}
+
 Kel::String ownHostName() {
   std::array<char, 256> name{};
   gethostname(name.data(), name.size() - 1);
@@ -184,7 +194,8 @@ HostConfig readHostConfig(Kel::String const& path, bool mustExist) {
                 {"socket", {{"path", text(config.socketPath)}, {"group", groupName(config.socketGroup)}}},
                 {"provisioning",
                  {{"script_exec_timeout", seconds(config.scriptExecTimeout, false)},
-                  {"max_run_time", seconds(config.maxRunTime, true)}}}});
+                  {"max_run_time", seconds(config.maxRunTime, true)},
+                  {"max_download_size", bytes(config.maxDownloadSize)}}}});
     } catch (toml::parse_error const& error) {
       throw BadInput(path + ":" + std::to_string(error.source().begin.line) + ": " +
                      std::string(error.description()));

@@ -32,8 +32,9 @@ struct HostConfig {
   Kel::String socketPath;            // path: by default statebase.sock in the run directory
   std::optional<gid_t> socketGroup;  // group: whose members may connect, besides root
   // [provisioning]
-  std::uint32_t scriptExecTimeout = 3600;  // script_exec_timeout: seconds a configuration script may run
-  Kel::Seconds maxRunTime = Kel::never;    // max_run_time: seconds, or "unlimited"
+  std::uint32_t scriptExecTimeout = 3600;       // script_exec_timeout: seconds a configuration script may run
+  Kel::Seconds maxRunTime = Kel::never;         // max_run_time: seconds, or "unlimited"
+  std::uint32_t maxDownloadSize = 256U << 20U;  // max_download_size: bytes that a boot file may have
 };
 
 // Reads the file. A file that is absent gives the built-in values, unless `mustExist`. Throws BadInput, as

@@ -52,6 +52,7 @@ void applyConfig(HostConfig const& config, ZeroTouch::Config& entity) {
   Kel::activityManager()->config()->cellTypeIs(config.cellType);
   entity.scriptExecTimeoutIs(config.scriptExecTimeout);
   entity.maxRunTimeIs(config.maxRunTime);
+  entity.maxDownloadSizeIs(config.maxDownloadSize);
 }
 
 // Everything that can be wrong with what we are given is found before anything is touched.

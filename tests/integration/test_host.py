@@ -86,6 +86,7 @@ def test_bad_initial_values_stop_the_host_with_file_line_and_reason(host, docume
     ("[host]\nreload_command = []\n", 2, 'expected a program and its arguments, as ["/sbin/reboot"]'),
     ("[logging]\nreload_command = ['A=b']\n", 2, "a program cannot have '=' in its name"),
     ("[provisioning]\nscript_exec_timeout = -1\n", 2, "expected seconds"),
+    ("[provisioning]\nmax_download_size = 0\n", 2, "expected bytes (a whole number from 1 to 4294967295)"),
     ("[socket]\ngroup = 'no such group'\n", 2, "there is no group 'no such group'"),
     ("[dhcp]\nclient = 'dhclient'\n", 2, "'dhclient' is no absolute path of a program"),
     ("[system\n", 1, ""),

@@ -55,9 +55,10 @@ void SystemIdentitySetupTimer::handleTimerStop() {
   }
 }
 
-void ConfigFetchTimer::handleTimerTick() {}
+void ConfigFetchTimer::handleTimerTick() { ztSm()->handleCurlSockFd(); }
 
 void ConfigFetchTimer::handleTimerStop() {
+  ztSm()->doCurlShutdown();
   ZTP_CONFIG_DOWNLOAD_TIMEOUT.log(ztSm()->option67Uri(), timeout());
   ztSm()->doStateTransition(ztSm()->stateFetchConfig(), ztSm()->stateRetry());
 }
@@ -72,6 +73,7 @@ void ConfigFetchRetryTimer::handleTimerStop() {
 }
 
 void ScriptExecTimer::handleTimerStop() {
+  ztSm()->doKillRunningScript();
   ZTP_EXEC_SCRIPT_TIMEOUT.log(timeout());
   ztSm()->doStateTransition(ztSm()->stateCopyConfigOrExecScript(), ztSm()->stateRetry());
 }

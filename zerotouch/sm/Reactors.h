@@ -19,6 +19,7 @@ class ZeroTouchSm::KelConfig : public Reactor<Config> {
   using Reactor::Reactor;
   void onEnabled() override { sm_.handleEnabled(); }
   void onCancelled() override { sm_.handleCancelled(); }
+  void onScriptExecTimeout() override { sm_.handleScriptExecTimeoutValue(); }
 };
 
 class ZeroTouchSm::KelDhcpStatus : public Reactor<DhcpStatus> {
@@ -77,6 +78,19 @@ class ZeroTouchSm::KelStateTransitionClock : public Reactor<Kel::Clock> {
  public:
   using Reactor::Reactor;
   void onTime() override { sm_.handleStateTransitionClock(); }
+};
+
+// Holds the watch of the transfer's socket.
+class ZeroTouchSm::KelCurlSockFd : public Reactor<Kel::FileDescriptor> {
+ public:
+  KelCurlSockFd(Kel::Ptr<Kel::FileDescriptor> const& descriptor, ZeroTouchSm& sm)
+      : Reactor(descriptor, sm), descriptor_(descriptor) {}
+  void onReadableCount() override { sm_.handleCurlSockFd(); }
+  void onWritableCount() override { sm_.handleCurlSockFd(); }
+  Kel::Ptr<Kel::FileDescriptor> const& descriptor() const { return descriptor_; }
+
+ private:
+  Kel::Ptr<Kel::FileDescriptor> descriptor_;
 };
 
 // Holds a child's record and watches its end.

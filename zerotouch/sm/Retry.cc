@@ -14,6 +14,10 @@ void ZeroTouchSm::doCleanupCurrentState() {
     doStopDhclient6();
   } else if (currentState() == stateStatelessDhcpQuery()) {
     doStopDhclient6Stateless();
+  } else if (currentState() == stateFetchConfig()) {
+    doCurlShutdown();
+  } else if (currentState() == stateCopyConfigOrExecScript()) {
+    doKillRunningScript();
   }
 }
 

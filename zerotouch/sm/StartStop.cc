@@ -100,6 +100,8 @@ void ZeroTouchSm::leaveAsFound() {
   doStopDhclient();
   doStopDhclient6();
   doStopDhclient6Stateless();
+  doCurlShutdown();
+  doKillRunningScript();
   doUnconfigureSystemIdentity();
   choosenIntfIs(nullptr);
   for (auto const& intfId : phyIntfStatus().keys()) doUnregisterEthPhyIntf(intfId.stringValue());

@@ -105,7 +105,7 @@ void ZeroTouchSm::handleNextState() {
       KEL_ASSERT(currentState() == stateSetupSystemIdentity() || currentState() == stateRetryFetchConfig(),
                  "currentState() == stateSetupSystemIdentity() || currentState() == stateRetryFetchConfig()");
       enter(stateFetchConfig());
-      retryWithout("the download");
+      enterFetchConfig();
       break;
     case State::stateRetryFetchConfig:
       KEL_ASSERT(currentState() == stateFetchConfig(), "currentState() == stateFetchConfig()");
@@ -115,7 +115,7 @@ void ZeroTouchSm::handleNextState() {
     case State::stateCopyConfigOrExecScript:
       KEL_ASSERT(currentState() == stateFetchConfig(), "currentState() == stateFetchConfig()");
       enter(stateCopyConfigOrExecScript());
-      retryWithout("installing the download");
+      enterCopyConfigOrExecScript();
       break;
     case State::stateRetry:
       retryCountIs(retryCount() + 1);
@@ -131,12 +131,41 @@ void ZeroTouchSm::handleNextState() {
   }
 }
 
+// What an earlier attempt left behind is gone before this one starts.
+void ZeroTouchSm::enterFetchConfig() {
+  endLeftoverScript();
+  forgetTransfer();
+  doTryFetchConfigFromServer();
+  if (!mayActIn(stateFetchConfig())) {
+    doCurlShutdown();
+  } else if (curlCBData() != nullptr) {
+    doStartConfigFetchTimer();
+  } else {
+    bool const fetched = curlTransferDone() && curlSuccess();
+    doStateTransition(currentState(), fetched ? stateCopyConfigOrExecScript() : stateRetry());
+  }
+}
+
 void ZeroTouchSm::enterRetryFetchConfig() {
   if (configFetchTryCounter() < maxConfigFetchTries) {
     configFetchTryCounterIs(static_cast<std::uint16_t>(configFetchTryCounter() + 1));
     doStartConfigFetchRetryTimer(configFetchTryCounter());
   } else {
     configFetchTryCounterIs(0);
+    doStateTransition(currentState(), stateRetry());
+  }
+}
+
+void ZeroTouchSm::enterCopyConfigOrExecScript() {
+  fileCopySuccessIs(false);
+  doCopyConfigOrExecScript();
+  if (!mayActIn(stateCopyConfigOrExecScript())) {
+    doKillRunningScript();
+  } else if (scriptChildProcess()) {
+    doStartScriptExecTimer();
+  } else if (fileCopySuccess()) {
+    doCreateGuardFileAndShutdown();
+  } else {
     doStateTransition(currentState(), stateRetry());
   }
 }

@@ -58,6 +58,8 @@ ZeroTouchSm::~ZeroTouchSm() {
   doStopDhclient();
   doStopDhclient6();
   doStopDhclient6Stateless();
+  doCurlShutdown();
+  doKillRunningScript();
 }
 
 }  // namespace ZeroTouch

@@ -52,12 +52,14 @@
 
 #include "platform/kel/Child.h"
 #include "platform/kel/Clock.h"
+#include "platform/kel/FileDescriptor.h"
 #include "platform/model/agent.h"
 #include "zerotouch/agent/EntityMibRootSm.h"
 #include "zerotouch/sm/TimerBase.h"
 
 namespace ZeroTouch {
 
+struct CurlTransfer;
 struct TimerSettings;
 using U32Ptr = std::uint32_t*;
 
@@ -260,6 +262,36 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   // Takes back all that the above may have written; all static routes go, not only those.
   void doUnconfigureSystemIdentity();
 
+  // --- Download and install (fetch/) ---
+
+  void doTryFetchConfigFromServer();
+  // Starts a transfer of option67Uri().
+  void doTryFetchUri();
+  // Null when no transfer runs.
+  CurlTransfer const* curlCBData() const { return curlCBData_; }
+  Kel::Ptr<Kel::FileDescriptor> curlSockFd() const;
+  void doBuildCurlHttpHeaders();
+  // Lets libcurl run, and watches its socket for what it waits for next.
+  void doCurlPerform();
+  void handleCurlSockFd();
+  void doCheckCurlErrors();
+  void doCurlClose();
+  void doCurlShutdown();
+
+  void doCopyConfigOrExecScript();
+  // Replaces the whole file `to`; false, and a warning that says why, when that fails.
+  bool copyFile(char const* from, char const* to) const;
+  void doExecScript();
+  Kel::Ptr<Kel::ChildSiginfo const> scriptChildProcess() const;
+  void scriptChildProcessIs(Kel::Ptr<Kel::ChildSiginfo> const& child);
+  void scriptChildProcessDel();
+  // What the script said, errors first, each line followed by ". "; of each stream the first few KiB.
+  Kel::String configScriptOutput() const;
+  void handleScriptChildProcessStatus();
+  // Asks the script to end. Its end, whenever it comes, decides nothing any more.
+  void doKillRunningScript();
+  void handleScriptExecTimeoutValue();
+
  private:
   // The reactors, one for each entity, clock and child that is watched; defined in sm/Reactors.h, that of a
   // port in intf/KelEthPhyIntfStatus.h.
@@ -287,10 +319,14 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   using KelDhclient6ChildProcess = KelChildProcess<&ZeroTouchSm::handleDhclient6ChildProcessStatus>;
   using KelDhclient6StatelessChildProcess =
       KelChildProcess<&ZeroTouchSm::handleDhclient6StatelessChildProcessStatus>;
+  class KelCurlSockFd;
+  using KelScriptChildProcess = KelChildProcess<&ZeroTouchSm::handleScriptChildProcessStatus>;
 
   // States.cc
   void enter(State state);
+  void enterFetchConfig();
   void enterRetryFetchConfig();
+  void enterCopyConfigOrExecScript();
   void enterRetry();
   void enterShutdown();
   // The entry action of a step that this build does not have: nothing would end the state, so it gives up at
@@ -341,6 +377,13 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   static Kel::Ptr<Kel::ChildSiginfo> execClient(char** cmdLine, char const* caller);
   bool readyWith(bool bootFile, char const* addrLabel, bool addrConfigured) const;
 
+  // fetch/
+  void forgetTransfer();
+  void watchCurlSocket();
+  void reportFailedDownload();
+  Kel::String startupConfigDestination() const;
+  void endLeftoverScript();
+
   std::optional<bool> fixedSystem_;
   Kel::Ptr<KelConfig> kelConfig_;
   Kel::Ptr<KelDhcpStatus> kelDhcpStatus_;
@@ -373,6 +416,10 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   Kel::Ptr<KelDhclientChildProcess> dhclientChildProcess_;
   Kel::Ptr<KelDhclient6ChildProcess> dhclient6ChildProcess_;
   Kel::Ptr<KelDhclient6StatelessChildProcess> dhclient6StatelessChildProcess_;
+  CurlTransfer* curlCBData_ = nullptr;  // owned
+  Kel::Ptr<KelCurlSockFd> curlSockFd_;
+  Kel::Ptr<KelScriptChildProcess> scriptChildProcess_;
+  bool scriptSignalled_ = false;  // it was asked to end
 };
 
 // Whether the interface is a management one, and those are to be left alone.

@@ -4,10 +4,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <functional>
+#include <string_view>
 
 namespace ZeroTouch {
 
@@ -23,6 +26,41 @@ bool writeAll(int fd, std::string_view rest) {
   return true;
 }
 
+// "cannot <step> <path>: " and the error's text.
+Kel::String failed(char const* step, Kel::String const& path) {
+  return Kel::String("cannot ") + step + " " + path + ": " + std::strerror(errno);
+}
+
+ssize_t readSome(int fd, char* buffer, std::size_t size) {
+  ssize_t got = 0;
+  do {
+    got = read(fd, buffer, size);
+  } while (got < 0 && errno == EINTR);
+  return got;
+}
+
+// A regular file for reading; -1 and errno otherwise. O_NONBLOCK: opening a named pipe must not wait.
+int openRegular(Kel::String const& path, int flags) {
+  int const fd = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | flags);
+  struct stat file {};
+  if (fd < 0 || (fstat(fd, &file) == 0 && S_ISREG(file.st_mode))) return fd;
+  close(fd);
+  errno = EINVAL;
+  return -1;
+}
+
+Kel::String copyAll(int from, Kel::String const& source, int to, Kel::String const& target) {
+  constexpr std::size_t pieceBytes = 262'144;
+  Kel::String piece(pieceBytes, '\0');
+  while (true) {
+    ssize_t const got = readSome(from, piece.data(), piece.size());
+    if (got < 0) return failed("read", source);
+    if (got == 0) return "";
+    if (!writeAll(to, std::string_view(piece).substr(0, static_cast<std::size_t>(got))))
+      return failed("write", target);
+  }
+}
+
 // Makes a rename in `folder` last.
 bool flushFolder(Kel::String const& folder) {
   int const fd = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
@@ -30,6 +68,25 @@ bool flushFolder(Kel::String const& folder) {
   bool const flushed = fsync(fd) == 0;
   close(fd);
   return flushed;
+}
+
+// As replaceFile; `fill` writes the content and returns "" or the reason of its failure.
+Kel::String replaceWith(Kel::String const& path, std::function<Kel::String(int fd)> const& fill) {
+  Kel::String temporary = path + ".XXXXXX";
+  int const fd = mkostemp(temporary.data(), O_CLOEXEC);
+  if (fd < 0) return failed("write beside", path);
+
+  constexpr mode_t readableByAll = 0644;
+  Kel::String error = fill(fd);
+  if (error.empty() && (fchmod(fd, readableByAll) != 0 || fsync(fd) != 0)) error = failed("write", path);
+  close(fd);
+  if (error.empty() && rename(temporary.c_str(), path.c_str()) != 0) error = failed("replace", path);
+  if (!error.empty()) {
+    unlink(temporary.c_str());
+    return error;
+  }
+  Kel::String const folder = std::filesystem::path(path).parent_path();
+  return flushFolder(folder.empty() ? "." : folder) ? "" : failed("flush the folder of", path);
 }
 
 }  // namespace
@@ -46,24 +103,31 @@ Kel::String argvToString(char const* const* argv) {
 }
 
 Kel::String replaceFile(Kel::String const& path, Kel::String const& content) {
-  auto const failed = [&path](char const* step) {
-    return Kel::String("cannot ") + step + " " + path + ": " + std::strerror(errno);
-  };
-  Kel::String temporary = path + ".XXXXXX";
-  int const fd = mkostemp(temporary.data(), O_CLOEXEC);
-  if (fd < 0) return failed("write beside");
+  return replaceWith(path, [&](int fd) { return writeAll(fd, content) ? "" : failed("write", path); });
+}
 
-  constexpr mode_t readableByAll = 0644;
-  bool const written = writeAll(fd, content) && fchmod(fd, readableByAll) == 0 && fsync(fd) == 0;
-  Kel::String const error = written ? "" : failed("write");
-  close(fd);
-  if (written && rename(temporary.c_str(), path.c_str()) == 0) {
-    Kel::String const folder = std::filesystem::path(path).parent_path();
-    return flushFolder(folder.empty() ? "." : folder) ? "" : failed("flush the folder of");
+Kel::String replaceFileByCopy(Kel::String const& path, Kel::String const& source) {
+  int const from = openRegular(source, O_NOFOLLOW);
+  if (from < 0) return failed("read", source);
+  Kel::String const error = replaceWith(path, [&](int fd) { return copyAll(from, source, fd, path); });
+  close(from);
+  return error;
+}
+
+std::optional<FileStart> readStart(Kel::String const& path, std::size_t limit) {
+  int const fd = openRegular(path, 0);
+  if (fd < 0) return std::nullopt;
+  FileStart result;
+  result.text.resize(limit + 1);
+  std::size_t length = 0;
+  for (ssize_t part = 1; part > 0 && length <= limit; length += static_cast<std::size_t>(part)) {
+    part = readSome(fd, result.text.data() + length, result.text.size() - length);
+    if (part < 0) break;
   }
-  Kel::String const reason = written ? failed("replace") : error;
-  unlink(temporary.c_str());
-  return reason;
+  close(fd);
+  result.cut = length > limit;
+  result.text.resize(std::min(length, limit));
+  return result;
 }
 
 }  // namespace ZeroTouch

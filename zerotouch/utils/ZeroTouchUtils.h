@@ -1,6 +1,8 @@
 // Small helpers that several rooms share: path rooting, argument vectors, whole-file replacement.
 #pragma once
 
+#include <optional>
+
 #include "platform/kel/Types.h"
 
 namespace ZeroTouch {
@@ -16,5 +18,19 @@ Kel::String argvToString(char const* const* argv);
 // it, and the folder is flushed. After a power cut there is either the old file or the new one. Returns "" or
 // the reason of the failure, which leaves the old file as it was.
 Kel::String replaceFile(Kel::String const& path, Kel::String const& content);
+
+// The same with the content of the regular file `source`, of any size.
+Kel::String replaceFileByCopy(Kel::String const& path, Kel::String const& source);
+
+// The first `limit` bytes of a regular file, and whether it holds more; nothing when there is no such file or
+// it cannot be opened. Never waits, as reading a named pipe would.
+struct FileStart {
+  Kel::String text;
+  bool cut = false;
+};
+std::optional<FileStart> readStart(Kel::String const& path, std::size_t limit);
+
+// Whether a byte is no text: below the blank, or DEL.
+inline bool isControl(char byte) { return static_cast<unsigned char>(byte) < 0x20 || byte == 0x7f; }
 
 }  // namespace ZeroTouch

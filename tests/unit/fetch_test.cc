@@ -1,0 +1,253 @@
+// The download: which URL, what the request says, how the body is kept, how a transfer ends.
+#include <sys/stat.h>
+
+#include "tests/unit/support/FetchTest.h"
+#include "zerotouch/fetch/BootFile.h"
+#include "zerotouch/fetch/RequestHeaders.h"
+
+namespace {
+
+using ZeroTouch::configDownloadPath;
+using ZeroTouch::CurlTransfer;
+
+std::string answer(std::string const& status, std::string const& body, std::string const& headers = "") {
+  return "HTTP/1.1 " + status + "\r\nContent-Length: " + std::to_string(body.size()) + "\r\n" + headers +
+         "\r\n" + body;
+}
+
+TEST(BootFile, the_server_or_the_scheme_makes_the_url) {
+  struct Case {
+    char const *server, *file, *expected;
+  };
+  for (Case const& c :
+       {Case{"", "http://h/c", "http://h/c http"}, Case{"", "https://h/c", "https://h/c http https"},
+        Case{"", "ftp://h/c", "ftp://h/c"}, Case{"", "tftp://h/c", "tftp://h/c"},
+        Case{"10.0.0.1", "cfg", "tftp://10.0.0.1/cfg"}, Case{"s", "http://h/c", "tftp://s/http://h/c"},
+        Case{"", "HTTP://h/c", "none"}, Case{"", "cfg", "none"}, Case{"", "file:///etc/shadow", "none"},
+        Case{"", ":x", "none"}, Case{"", "httpx://h/c", "none"}}) {
+    auto const file = ZeroTouch::bootFile(c.server, c.file);
+    EXPECT_EQ(file ? file->url + (file->http ? " http" : "") + (file->https ? " https" : "") : "none",
+              c.expected);
+  }
+}
+
+TEST(RequestHeaders, say_who_asks) {
+  TemporaryFolder const etc;
+  EntityMib::Fru root;
+  root.modelNameIs("SW-48\r\nX-Evil: 1");
+  root.hardwareRevIs("02");
+  auto const headers = [&] {
+    return ZeroTouch::requestHeaders(*Wire::EthAddr::fromString("02:1A:B3:0A:0B:0C"), root,
+                                     etc.path("/version"), etc.path("/arch"));
+  };
+  Strings const always{"X-Ostrel-SystemMAC: 02:1a:b3:0a:0b:0c", "X-Ostrel-ModelName: SW-48X-Evil: 1",
+                       "X-Ostrel-Serial: ", "X-Ostrel-HardwareVersion: 02"};
+  EXPECT_EQ(headers(), always);
+  etc.write("/version", "OTHER=x\nKVO_VERSION\n KVO_VERSION=no\n");
+  etc.write("/arch", "i386 extra\nmore\n");
+  Strings with = always;
+  with.emplace_back("X-Ostrel-Architecture: i386");
+  EXPECT_EQ(headers(), with);
+  etc.write("/version", "KVO_VERSION=1\nKVO_VERSION=7.2.1=b\r\nOTHER=x");
+  with.insert(with.end() - 1, "X-Ostrel-SoftwareVersion: 7.2.1=b");
+  EXPECT_EQ(headers(), with);
+}
+
+class Callbacks : public FetchTest {
+ protected:
+  std::size_t write(std::string body) {
+    return ZeroTouch::curlWriteCB(body.data(), 1, body.size(), &transfer);
+  }
+  void startOver() {
+    if (transfer.output != nullptr) std::fclose(transfer.output);
+    transfer = {};
+  }
+  CurlTransfer transfer;
+};
+
+TEST_F(Callbacks, keep_the_body_and_its_first_two_bytes_however_it_is_cut) {
+  using Parts = std::vector<std::string>;
+  for (auto const& [parts, first, second] :
+       std::initializer_list<std::tuple<Parts, char, char>>{{{"#!/bin/sh"}, '#', '!'},
+                                                            {{"#", "", "!", "x"}, '#', '!'},
+                                                            {{"#"}, '#', '\0'},
+                                                            {{{"\0", 1}, {"\0!", 2}}, '*', '*'},
+                                                            {{""}, '\0', '\0'}}) {
+    std::string all;
+    for (auto const& part : parts) {
+      EXPECT_EQ(write(part), part.size());
+      all += part;
+    }
+    EXPECT_EQ(transfer.firstByte, first);
+    EXPECT_EQ(transfer.secondByte, second);
+    EXPECT_EQ(transfer.byteCount, all.size());
+    startOver();
+    EXPECT_EQ(file(configDownloadPath), all.empty() ? "(absent)" : all);
+    std::filesystem::remove(configDownloadPath);
+  }
+}
+
+TEST_F(Callbacks, write_to_nothing_that_is_not_the_agents_own_file) {
+  flash.write("/other", "precious");
+  auto const other = flash.path("/other");
+  char const* const path = configDownloadPath;
+  for (auto const& [prepare, reason] : std::initializer_list<std::pair<std::function<void()>, std::string>>{
+           {[&] { std::filesystem::create_symlink(other, path); }, "Too many levels of symbolic links"},
+           {[&] { std::filesystem::create_hard_link(other, path); }, "the file has another name too"},
+           {[&] { mkfifo(path, 0600); }, "No such device or address"},
+           {[&] { writeFile(path, "x"), chown(path, 65534, 65534) == 0 || (std::abort(), 0); },
+            "it belongs to another user"}}) {
+    prepare();
+    EXPECT_EQ(write("#!"), static_cast<std::size_t>(-1));
+    EXPECT_EQ(transfer.failure, "cannot write /tmp/zt-download: " + reason);
+    EXPECT_EQ(flash.read("/other"), "precious");
+    std::filesystem::remove(path);
+    startOver();
+  }
+}
+
+TEST_F(Callbacks, find_the_boot_image_url) {
+  std::string const name = "X-Ostrel-BootImage-Url:";
+  std::string const longest = name + " " + std::string(1023, 'u');
+  for (auto const& [text, url] : std::initializer_list<std::pair<std::string, std::string>>{
+           {name + "   http://h/i more\r\n", "http://h/i"},
+           {name + "http://h/i\r\n", "http://h/i\r\n"},
+           {name, "none"},
+           {name + "  ", "none"},
+           {"x-ostrel-bootimage-url: http://h/i", "none"},
+           {"", "none"},
+           {longest, std::string(1023, 'u')},
+           {longest + "u", "none"}}) {
+    std::vector<char> line(text.begin(), text.end());  // of that length exactly: reading past it is an error
+    EXPECT_EQ(ZeroTouch::curlHeaderCB(line.data(), 1, line.size(), &transfer), line.size());
+    EXPECT_EQ(transfer.bootImageUrlPresent ? transfer.bootImageUrl.data() : "none", url);
+    transfer = {};
+  }
+}
+
+// Transfers are real, and so is their time.
+class Transfers : public FetchTest {
+ protected:
+  Sm& start(std::string const& url) {
+    Kel::Loop::instance().simulate(0);
+    withAnswer(url);
+    Kel::Loop::instance().endSimulation();
+    platform.config->enabledIs(true);
+    enter(State::stateSetupSystemIdentity);
+    events.clear();
+    sm().nextStateIs(State::stateFetchConfig);
+    return sm();
+  }
+  // Fetches, until another state than stateFetchConfig is asked for; answers which.
+  State fetch(std::string const& url) {
+    start(url);
+    EXPECT_TRUE(
+        Kel::Loop::instance().runUntil([this] { return sm().transitionState() != State::stateInvalid; }, 10));
+    EXPECT_EQ(sm().curlCBData(), nullptr);
+    EXPECT_FALSE(sm().curlSockFd());
+    EXPECT_EQ(runningTimer(), "");
+    return sm().transitionState();
+  }
+};
+
+TEST_F(Transfers, end_as_the_server_has_it) {
+  struct Case {
+    std::string answer, host;
+    std::uint32_t bytes;
+    std::string error;
+  };
+  // Ticks are too rare to help: the watch of the socket alone carries the transfer, also when the number of
+  // the resolver's socket becomes that of the connection.
+  environment.set("ZEROTOUCH_CONFIGFETCH_TIMER_INTERVAL", "20");
+  for (Case const& c :
+       {Case{answer("200 OK", "hostname sw1\n"), "127.0.0.1", 13, ""},
+        Case{answer("200 OK", std::string(800'000, 'x')), "localhost", 800'000, ""},
+        Case{answer("200 OK", ""), "localhost", 0, ""},
+        Case{answer("302 Found", "moved", "Location: http://127.0.0.1:1/\r\n"), "127.0.0.1", 5, ""},
+        Case{answer("404 Not Found", "no"), "127.0.0.1", 0, "HTTP response code said error"},
+        Case{"HTTP/1.1 200 OK\r\nContent-Length: 20\r\n\r\nshort", "127.0.0.1", 0,
+             "Transferred a partial file"},
+        Case{"HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\n#!more", "localhost", 2, ""},
+        Case{answer("200 OK", std::string(900'001, 'x')), "localhost", 0,
+             "the file is larger than the limit of 900000 bytes"}}) {
+    OneAnswerServer server(c.answer);
+    std::string const url = server.url(c.host);
+    platform.config->maxDownloadSizeIs(900'000);
+    bool const success = c.error.empty();
+    EXPECT_EQ(fetch(url), success ? State::stateCopyConfigOrExecScript : State::stateRetryFetchConfig);
+    Strings expected{"ZTP_CONFIG_DOWNLOAD: Attempting to download the startup-config from " + url};
+    if (!success) {
+      expected.push_back("ZTP_CONFIG_DOWNLOAD_FAIL: Failed to download the startup-config from ");
+      expected.back().append(url).append(". Error: ").append(c.error);
+    } else {
+      EXPECT_EQ(sm().bytesRead(), c.bytes);
+      std::string const body = c.answer.substr(c.answer.find("\r\n\r\n") + 4, c.bytes);
+      EXPECT_EQ(file(configDownloadPath), body.empty() ? "(absent)" : body);
+      EXPECT_EQ(sm().fileIsHashPling(), body.starts_with("#!"));
+    }
+    EXPECT_EQ(takeEvents(), expected);
+    EXPECT_EQ(sm().curlSuccess(), success);
+    server.stop();
+    EXPECT_NE(server.request.find("X-Ostrel-SystemMAC: 00:00:00:00:00:00\r\n"), std::string::npos);
+    std::filesystem::remove(configDownloadPath);
+    startOver();
+  }
+}
+
+TEST_F(Transfers, fail_when_the_folder_is_full_or_nobody_listens) {
+  {
+    writeFile("/tmp/filler", std::string(2 << 20, 'x'));
+    OneAnswerServer const server(answer("200 OK", "x"));  // one byte waits in the buffer until the end
+    EXPECT_EQ(fetch(server.url()), State::stateRetryFetchConfig);
+    EXPECT_EQ(sm().curlErrorStr(), "cannot write /tmp/zt-download: No space left on device");
+    startOver();
+  }
+  OneAnswerServer gone("");
+  gone.stop();
+  EXPECT_NE(fetch(gone.url()), State::stateCopyConfigOrExecScript);
+  EXPECT_EQ(sm().curlErrorStr(), "Couldn't connect to server");
+  EXPECT_EQ(takeEvents().size(), 2U);
+}
+
+TEST_F(Transfers, that_hang_are_ended_by_the_timer_or_by_whoever_stops_the_run) {
+  OneAnswerServer const server("");
+  environment.set("ZEROTOUCH_CONFIGFETCH_TIMER_INTERVAL", "0.01");
+  environment.set("ZEROTOUCH_CONFIGFETCH_TIMER_TIMEOUT", "0.05");
+  EXPECT_EQ(fetch(server.url()), State::stateRetry);
+  EXPECT_EQ(takeEvents().back(),
+            "ZTP_CONFIG_DOWNLOAD_TIMEOUT: Timed out trying to download the startup-config or a config script "
+            "from " +
+                server.url() + " after 0.05 seconds");
+  startOver();
+
+  environment.unset("ZEROTOUCH_CONFIGFETCH_TIMER_TIMEOUT");
+  for (bool const cancelled : {false, true}) {
+    start(server.url());
+    EXPECT_EQ(runningTimer(), "ConfigFetchTimer");
+    ASSERT_NE(sm().curlCBData(), nullptr);
+    if (cancelled) {
+      platform.config->cancelledIs(true);
+    } else {
+      platform.config->enabledIs(false);
+    }
+    EXPECT_EQ(sm().curlCBData(), nullptr);
+    EXPECT_FALSE(sm().curlSockFd());
+    EXPECT_EQ(sm().transitionState(), cancelled ? State::stateShutdown : State::stateInit);
+    sm().handleCurlSockFd();
+    EXPECT_EQ(sm().transitionState(), cancelled ? State::stateShutdown : State::stateInit);
+    startOver();
+  }
+}
+
+TEST_F(Transfers, that_never_start_are_no_success_of_an_earlier_one) {
+  Sm& sm = withAnswer("HTTP://h/c");
+  sm.curlTransferDoneIs(true);
+  sm.curlSuccessIs(true);
+  sm.bytesReadIs(7);
+  sm.nextStateIs(State::stateFetchConfig);
+  EXPECT_EQ(sm.transitionState(), State::stateRetry);
+  EXPECT_EQ(sm.bytesRead(), 0U);
+  EXPECT_EQ(takeEvents(), Strings{});
+}
+
+}  // namespace

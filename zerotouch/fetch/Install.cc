@@ -1,0 +1,84 @@
+// What becomes of the download: a startup configuration on flash, or a script that is run.
+#include <sys/stat.h>
+
+#include <filesystem>
+
+#include "platform/kel/Assert.h"
+#include "zerotouch/agent/Events.h"
+#include "zerotouch/fetch/CurlTransfer.h"
+#include "zerotouch/fetch/Warnings.h"
+#include "zerotouch/sm/SmTrace.h"
+#include "zerotouch/sm/ZeroTouchSm.h"
+#include "zerotouch/utils/SettingsFile.h"
+#include "zerotouch/utils/ZeroTouchUtils.h"
+
+namespace ZeroTouch {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr char const* flashPath = "/flash";
+// With room for what the temporary file's name has besides.
+constexpr std::size_t maxNameBytes = 240;
+
+// Whether `path`, once all links are followed, is `folder` or below it.
+bool isWithin(fs::path const& path, fs::path const& folder) {
+  std::error_code error;
+  auto const relative = fs::relative(path, folder, error);
+  return !error && !relative.empty() && *relative.begin() != "..";
+}
+
+// Why the value of SAVE_FILE names no file that can be written below the flash; "" when it does.
+Kel::String saveFileObjection(Kel::String const& value) {
+  if (value.front() != '/') return "it does not begin with /";
+  if (value.find('\0') != Kel::String::npos) return "it holds a zero byte";
+  for (auto const& part : fs::path(value)) {
+    if (part == "..") return "it holds ..";
+  }
+  fs::path const path = filePathFromFSRoot(flashPath + value);
+  std::error_code error;
+  if (value.ends_with('/') || value.ends_with("/.") || fs::is_directory(path, error))
+    return "it names a folder";
+  if (path.filename().native().size() > maxNameBytes) return "its name is too long";
+  if (!fs::is_directory(path.parent_path(), error)) return "its folder does not exist";
+  if (!isWithin(path.parent_path(), filePathFromFSRoot(flashPath))) return "it leads out of the flash";
+  return "";
+}
+
+}  // namespace
+
+Kel::String ZeroTouchSm::startupConfigDestination() const {
+  Kel::String const value = configEntry().contains("SAVE_FILE") ? configEntry("SAVE_FILE") : "";
+  if (value.empty()) return filePathFromFSRoot(defaultStartupConfigPath);
+  Kel::String const objection = saveFileObjection(value);
+  if (objection.empty()) return filePathFromFSRoot(flashPath + value);
+  saveFileIgnored.log(value, objection);
+  return filePathFromFSRoot(defaultStartupConfigPath);
+}
+
+void ZeroTouchSm::doCopyConfigOrExecScript() {
+  if (bytesRead() == 0) {
+    ZTP_CONFIG_DOWNLOAD_FAIL.log(option67Uri(), "Zero bytes read");
+  } else if (fileIsHashPling()) {
+    ZTP_CONFIG_DOWNLOAD_SUCCESS.log("config script", option67Uri());
+    doExecScript();
+  } else {
+    bool const success = copyFile(configDownloadPath, startupConfigDestination().c_str());
+    // There is nothing to go on with when the flash does not take the configuration.
+    KEL_ASSERT(success, "success");
+    fileCopySuccessIs(true);
+    ZTP_CONFIG_DOWNLOAD_SUCCESS.log("startup-config", option67Uri());
+  }
+}
+
+bool ZeroTouchSm::copyFile(char const* from, char const* to) const {
+  SM_TRACE(5, " - Copying " << from << " to " << to);
+  auto const error = replaceFileByCopy(to, from);
+  if (error.empty()) return true;
+  SM_TRACE(1, " - Failed to open file for copying: " << error);
+  downloadNotUsable.log(error);
+  return false;
+}
+
+}  // namespace ZeroTouch

@@ -1,0 +1,128 @@
+// The downloaded script as a child process: started, bounded, stopped, and what its end means.
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <sstream>
+
+#include "platform/kel/Assert.h"
+#include "platform/kel/Format.h"
+#include "zerotouch/agent/ChildLauncher.h"
+#include "zerotouch/agent/Events.h"
+#include "zerotouch/fetch/CurlTransfer.h"
+#include "zerotouch/fetch/Warnings.h"
+#include "zerotouch/sm/ProvisioningTimers.h"
+#include "zerotouch/sm/Reactors.h"
+#include "zerotouch/sm/SmTrace.h"
+#include "zerotouch/utils/ZeroTouchUtils.h"
+
+namespace ZeroTouch {
+
+namespace {
+
+constexpr char const* configScriptStdOutPath = "/var/run/ztp-config-script.stdout";
+constexpr char const* configScriptStdErrPath = "/var/run/ztp-config-script.stderr";
+constexpr mode_t ownerMayRun = 0700;
+// Of each stream, what an event says.
+constexpr std::size_t maxOutputBytes = 4'096;
+
+// A line for an event: what a terminal or a log would take for more than text is made harmless.
+Kel::String printable(Kel::String line) {
+  for (char& byte : line) {
+    if (isControl(byte)) byte = byte == '\t' ? ' ' : '?';
+  }
+  return line;
+}
+
+Kel::String outputOf(char const* path) {
+  auto const output = readStart(path, maxOutputBytes);
+  if (!output) return "";
+  Kel::String result;
+  std::istringstream lines(output->text);
+  for (Kel::String line; std::getline(lines, line);) result += printable(std::move(line)) + ". ";
+  return output->cut ? result + "[output cut] " : result;
+}
+
+}  // namespace
+
+Kel::Ptr<Kel::ChildSiginfo const> ZeroTouchSm::scriptChildProcess() const {
+  return scriptChildProcess_ ? scriptChildProcess_->child() : nullptr;
+}
+void ZeroTouchSm::scriptChildProcessIs(Kel::Ptr<Kel::ChildSiginfo> const& child) {
+  scriptChildProcess_ = child ? Kel::makePtr<KelScriptChildProcess>(child, *this) : nullptr;
+  scriptSignalled_ = false;
+}
+void ZeroTouchSm::scriptChildProcessDel() { scriptChildProcessIs(nullptr); }
+
+void ZeroTouchSm::doExecScript() {
+  int const ret = chmod(configDownloadPath, ownerMayRun);
+  if (ret != 0) {
+    downloadNotUsable.log(
+        Kel::format("cannot make %s executable: %s", configDownloadPath, std::strerror(errno)));
+  }
+  KEL_ASSERT(!ret, "!ret");
+  ZTP_EXEC_SCRIPT.log();
+  setenv("ZTP_EXEC_SCRIPT", "1", 1);
+  Kel::String path = configDownloadPath;
+  char* argv[] = {path.data(), nullptr};
+  SM_TRACE(5, " - Running " << argvToString(argv));
+  scriptChildProcessIs(runCmd(argv, configScriptStdOutPath, configScriptStdErrPath));
+}
+
+void ZeroTouchSm::handleScriptChildProcessStatus() {
+  auto const script = scriptChildProcess();
+  SM_TRACE(5, " - Config script statusCode=" << script->statusCode());
+  if (!script->ended()) return;
+  bool const decides = !scriptSignalled_ && mayActIn(stateCopyConfigOrExecScript());
+  scriptChildProcessDel();
+  // One that was stopped has been reported by whoever stopped it; the run has moved on.
+  if (!decides) return;
+  if (script->statusCode() == Kel::ChildSiginfo::killed) {
+    ZTP_EXEC_SCRIPT_SIGNALED.log(strsignal(script->signal()));
+    doStateTransition(stateCopyConfigOrExecScript(), stateRetry());
+  } else if (script->exitStatus() == 0) {
+    ZTP_EXEC_SCRIPT_SUCCESS.log();
+    doCreateGuardFileAndShutdown();
+  } else {
+    Kel::String error = Kel::format("%d. ", script->exitStatus());
+    Kel::String const output = configScriptOutput();
+    if (!output.empty()) error += "Output: " + output;
+    ZTP_EXEC_SCRIPT_FAIL.log(error);
+    doStateTransition(stateCopyConfigOrExecScript(), stateRetry());
+  }
+}
+
+Kel::String ZeroTouchSm::configScriptOutput() const {
+  Kel::String const output = outputOf(configScriptStdErrPath) + outputOf(configScriptStdOutPath);
+  SM_TRACE(5, " config script output: " << output);
+  return output;
+}
+
+void ZeroTouchSm::doKillRunningScript() {
+  auto const script = scriptChildProcess();
+  if (!script || script->ended() || scriptSignalled_) return;
+  SM_TRACE(5, " - Killing running script, pid=" << script->pid());
+  scriptSignalled_ = true;
+  Kel::kill(script->pid(), SIGTERM);
+}
+
+// One that was asked to end and did not: the next attempt is to have the file, and the record, to itself.
+void ZeroTouchSm::endLeftoverScript() {
+  auto const script = scriptChildProcess();
+  if (!script) return;
+  SM_TRACE(1, " - Script of an earlier attempt still runs, pid=" << script->pid());
+  Kel::kill(script->pid(), SIGKILL);
+  scriptChildProcessDel();
+}
+
+void ZeroTouchSm::handleScriptExecTimeoutValue() {
+  SM_TRACE(5, " scriptExecTimeout: " << config()->scriptExecTimeout());
+  bool const bounded = timerActive() && timer()->name() == ScriptExecTimer::settings.name;
+  if (!scriptChildProcess() || !bounded || !mayActIn(stateCopyConfigOrExecScript())) return;
+  doCancelTimer();
+  doStartScriptExecTimer();
+}
+
+}  // namespace ZeroTouch

@@ -1,0 +1,199 @@
+// The transfer on the loop: started, driven by its socket and by ConfigFetchTimer's ticks, ended.
+#include <sys/select.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+#include "platform/kel/Assert.h"
+#include "platform/kel/FileDescriptor.h"
+#include "zerotouch/agent/Events.h"
+#include "zerotouch/fetch/CurlTransfer.h"
+#include "zerotouch/sm/Reactors.h"
+#include "zerotouch/sm/SmTrace.h"
+
+namespace ZeroTouch {
+
+namespace {
+
+constexpr long connectTimeoutSeconds = 60;
+
+void setOptions(CurlTransfer& transfer, Kel::String const& url) {
+  CURL* const easy = transfer.easy;
+  curl_easy_setopt(easy, CURLOPT_NOPROGRESS, 1L);
+  curl_easy_setopt(easy, CURLOPT_IPRESOLVE, static_cast<long>(CURL_IPRESOLVE_WHATEVER));
+  curl_easy_setopt(easy, CURLOPT_URL, url.c_str());
+  curl_easy_setopt(easy, CURLOPT_FAILONERROR, 1L);
+  curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT, connectTimeoutSeconds);
+  curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, curlWriteCB);
+  curl_easy_setopt(easy, CURLOPT_WRITEDATA, &transfer);
+  curl_easy_setopt(easy, CURLOPT_HEADERFUNCTION, curlHeaderCB);
+  curl_easy_setopt(easy, CURLOPT_HEADERDATA, &transfer);
+  curl_easy_setopt(easy, CURLOPT_DNS_CACHE_TIMEOUT, 0L);
+}
+
+}  // namespace
+
+Kel::Ptr<Kel::FileDescriptor> ZeroTouchSm::curlSockFd() const {
+  return curlSockFd_ ? curlSockFd_->descriptor() : nullptr;
+}
+
+void ZeroTouchSm::doTryFetchUri() {
+  KEL_ASSERT(!option67Uri().empty(), "uri");
+  SM_TRACE(5, " - DHCP (option 67) bootfile-name is: " << option67Uri());
+  ZTP_CONFIG_DOWNLOAD.log(option67Uri());
+  forgetTransfer();
+  CURL* const easy = curl_easy_init();
+  CURLM* const multi = curl_multi_init();
+  if (easy == nullptr || multi == nullptr) {
+    SM_TRACE(1, " - Failed to init libCURL");
+    if (multi != nullptr) curl_multi_cleanup(multi);
+    if (easy != nullptr) curl_easy_cleanup(easy);
+    return;
+  }
+  KEL_ASSERT(!curlCBData_, "!curlCBData_");
+  curlCBData_ = new CurlTransfer{};
+  curlCBData_->easy = easy;
+  curlCBData_->multi = multi;
+  // What was read is counted in 32 bits.
+  curlCBData_->maxBytes =
+      static_cast<std::uint32_t>(std::min<std::uint64_t>(config()->maxDownloadSize(), UINT32_MAX));
+  setOptions(*curlCBData_, option67Uri());
+  if (option67UriIsHttp()) {
+    doBuildCurlHttpHeaders();
+    if (curlCBData_->headers != nullptr) curl_easy_setopt(easy, CURLOPT_HTTPHEADER, curlCBData_->headers);
+  }
+  if (option67UriIsHttps()) {
+    // A switch fresh from the factory knows no authority that could vouch for the server.
+    curl_easy_setopt(easy, CURLOPT_SSL_VERIFYPEER, 0L);
+    curl_easy_setopt(easy, CURLOPT_SSL_VERIFYHOST, 0L);
+  }
+  // Says nothing about the transfer: to end one must not wait, on the loop, for a name server that is silent.
+  curl_easy_setopt(easy, CURLOPT_QUICK_EXIT, 1L);
+  if (curl_multi_add_handle(multi, easy) != CURLM_OK) {
+    doCurlShutdown();
+    return;
+  }
+  doCurlPerform();
+}
+
+void ZeroTouchSm::forgetTransfer() {
+  curlTransferDoneIs(false);
+  curlSuccessIs(false);
+  curlErrorStrIs("");
+  fileIsHashPlingIs(false);
+  bytesReadIs(0);
+}
+
+void ZeroTouchSm::doCurlPerform() {
+  if (curlCBData_ == nullptr) return;
+  int running = 0;
+  CURLMcode result = CURLM_OK;
+  do {
+    result = curl_multi_perform(curlCBData_->multi, &running);
+  } while (result == CURLM_CALL_MULTI_PERFORM);
+  if (result == CURLM_OK && running > 0) {
+    watchCurlSocket();
+  } else {
+    doCurlClose();
+  }
+}
+
+// Only the socket that libcurl names first is watched; for all others the ticks must do. Whatever it no
+// longer asks for is switched off, so that a number which is not libcurl's any more cannot keep the loop
+// busy; and setting a direction registers the number with the kernel anew, since libcurl closes one socket
+// (that of its resolver) and gets its number again for the next.
+void ZeroTouchSm::watchCurlSocket() {
+  fd_set readable;
+  fd_set writable;
+  fd_set exceptional;
+  FD_ZERO(&readable);
+  FD_ZERO(&writable);
+  FD_ZERO(&exceptional);
+  int highest = -1;
+  if (curl_multi_fdset(curlCBData_->multi, &readable, &writable, &exceptional, &highest) != CURLM_OK) {
+    SM_TRACE(1, " - Failed to get fdset");
+    highest = -1;
+  }
+  std::int32_t& fd = curlCBData_->socketFd;
+  if (highest >= 0) {
+    SM_TRACE(9, " - CURL socket fd = " << highest);
+    if (fd == -1) {
+      fd = highest;
+      KEL_ASSERT(!curlSockFd(), "!curlSockFd()");
+      auto const watch = Kel::makePtr<Kel::FileDescriptor>();
+      watch->descriptorIs(fd);
+      watch->nonBlockingIs(true);
+      curlSockFd_ = Kel::makePtr<KelCurlSockFd>(watch, *this);
+    }
+  }
+  if (!curlSockFd()) return;
+  bool const read = highest >= 0 && FD_ISSET(fd, &readable);
+  bool const write = highest >= 0 && FD_ISSET(fd, &writable);
+  SM_TRACE(9, (read ? " - Setting fd=" : " - Revoking fd=") << fd << " as notify on readable");
+  curlSockFd()->notifyOnReadableIs(read);
+  SM_TRACE(9, (write ? " - Setting fd=" : " - Revoking fd=") << fd << " as notify on writeable");
+  curlSockFd()->notifyOnWritableIs(write);
+}
+
+void ZeroTouchSm::doCheckCurlErrors() {
+  auto const* const cd = curlCBData_;
+  KEL_ASSERT(cd, "cd");
+  CURLcode result = CURLE_FAILED_INIT;  // unless libcurl says how the transfer ended
+  int left = 0;
+  while (CURLMsg const* const message = curl_multi_info_read(cd->multi, &left)) {
+    if (message->msg != CURLMSG_DONE || message->easy_handle != cd->easy) continue;
+    result = message->data.result;
+    break;
+  }
+  curlSuccessIs(result == CURLE_OK);
+  curlErrorStrIs(result == CURLE_OK ? "" : curl_easy_strerror(result));
+  if (!curlSuccess()) SM_TRACE(1, " - CURL error: " << curlErrorStr());
+}
+
+void ZeroTouchSm::doCurlClose() {
+  doCheckCurlErrors();
+  auto& cd = *curlCBData_;
+  // The file's last bytes may still wait to be written, and may not fit.
+  if (cd.output != nullptr && cd.failure.empty() && std::fflush(cd.output) != 0) {
+    cd.failure = Kel::String("cannot write ") + cd.outFileName + ": " + std::strerror(errno);
+  }
+  if (!cd.failure.empty()) {
+    SM_TRACE(1, " - " << cd.failure);
+    curlSuccessIs(false);
+    curlErrorStrIs(cd.failure);
+  }
+  fileIsHashPlingIs(cd.firstByte == '#' && cd.secondByte == '!');
+  bytesReadIs(cd.byteCount);
+  SM_TRACE(5, " bytes read: " << bytesRead());
+  doCurlShutdown();
+  curlTransferDoneIs(true);
+}
+
+// Safe at any time. The watch goes before libcurl closes the socket: its number may be somebody else's next.
+void ZeroTouchSm::doCurlShutdown() {
+  if (curlSockFd()) {
+    curlSockFd()->descriptorIs(-1);
+    curlSockFd_ = nullptr;
+  }
+  CurlTransfer* const cd = std::exchange(curlCBData_, nullptr);
+  if (cd == nullptr) return;
+  if (cd->output != nullptr) std::fclose(cd->output);
+  curl_slist_free_all(cd->headers);
+  curl_multi_cleanup(cd->multi);
+  curl_easy_cleanup(cd->easy);
+  delete cd;
+}
+
+void ZeroTouchSm::handleCurlSockFd() {
+  if (!mayActIn(stateFetchConfig()) || transitionState() != stateInvalid()) return;
+  doCurlPerform();
+  if (!curlTransferDone()) return;
+  if (!curlSuccess()) reportFailedDownload();
+  if (!mayActIn(stateFetchConfig())) return;
+  doStateTransition(stateFetchConfig(),
+                    curlSuccess() ? stateCopyConfigOrExecScript() : stateRetryFetchConfig());
+}
+
+}  // namespace ZeroTouch

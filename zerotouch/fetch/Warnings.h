@@ -1,0 +1,11 @@
+// What goes wrong with the flash and its settings, told to operators besides the events of a run.
+#pragma once
+
+#include "platform/kel/Log.h"
+
+namespace ZeroTouch {
+
+extern Kel::LogHandle saveFileIgnored;    // value, reason
+extern Kel::LogHandle downloadNotUsable;  // what failed, with path and reason
+
+}  // namespace ZeroTouch
