@@ -121,7 +121,7 @@ def test_the_command_line_names_what_is_wrong(host):
     host.cli("set", "/zerotouch/config/maxRunTime", "unlimited")
     host.cli("set", "/zerotouch/config/scriptExecTimeout", "60")
     assert host.get("/zerotouch/config") == {"enabled": True, "cancelled": False, "scriptExecTimeout": 60,
-                                             "maxRunTime": "unlimited"}
+                                             "maxDownloadSize": 268435456, "maxRunTime": "unlimited"}
 
 
 def test_garbage_on_the_socket_harms_nobody(host):

@@ -1,13 +1,12 @@
 // The one transfer: what libcurl and its callbacks work on, from the start of a download to its end.
 #pragma once
 
-#include <curl/curl.h>
-
 #include <array>
 #include <cstdint>
 #include <cstdio>
 
 #include "platform/kel/Types.h"
+#include "zerotouch/fetch/Curl.h"
 
 namespace ZeroTouch {
 
@@ -15,6 +14,7 @@ inline constexpr char const* configDownloadPath = "/tmp/zt-download";
 
 // Made by doTryFetchUri, freed by doCurlShutdown; the user pointer of both callbacks.
 struct CurlTransfer {
+  Curl const* curl = nullptr;
   CURL* easy = nullptr;
   CURLM* multi = nullptr;
   curl_slist* headers = nullptr;

@@ -78,7 +78,7 @@ void ZeroTouchSm::doBuildCurlHttpHeaders() {
   auto const root = entityMibStatus() ? entityMibStatus()->root() : nullptr;
   KEL_ASSERT(root, "entityMibRoot");
   for (auto const& line : requestHeaders(entityMibStatus()->systemMacAddr(), *root)) {
-    curlCBData_->headers = curl_slist_append(curlCBData_->headers, line.c_str());
+    curlCBData_->headers = curlCBData_->curl->slistAppend(curlCBData_->headers, line.c_str());
   }
 }
 

@@ -20,17 +20,19 @@ namespace {
 constexpr long connectTimeoutSeconds = 60;
 
 void setOptions(CurlTransfer& transfer, Kel::String const& url) {
-  CURL* const easy = transfer.easy;
-  curl_easy_setopt(easy, CURLOPT_NOPROGRESS, 1L);
-  curl_easy_setopt(easy, CURLOPT_IPRESOLVE, static_cast<long>(CURL_IPRESOLVE_WHATEVER));
-  curl_easy_setopt(easy, CURLOPT_URL, url.c_str());
-  curl_easy_setopt(easy, CURLOPT_FAILONERROR, 1L);
-  curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT, connectTimeoutSeconds);
-  curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, curlWriteCB);
-  curl_easy_setopt(easy, CURLOPT_WRITEDATA, &transfer);
-  curl_easy_setopt(easy, CURLOPT_HEADERFUNCTION, curlHeaderCB);
-  curl_easy_setopt(easy, CURLOPT_HEADERDATA, &transfer);
-  curl_easy_setopt(easy, CURLOPT_DNS_CACHE_TIMEOUT, 0L);
+  auto const setopt = [&transfer](CURLoption option, auto value) {
+    transfer.curl->easySetopt(transfer.easy, option, value);
+  };
+  setopt(CURLOPT_NOPROGRESS, 1L);
+  setopt(CURLOPT_IPRESOLVE, static_cast<long>(CURL_IPRESOLVE_WHATEVER));
+  setopt(CURLOPT_URL, url.c_str());
+  setopt(CURLOPT_FAILONERROR, 1L);
+  setopt(CURLOPT_CONNECTTIMEOUT, connectTimeoutSeconds);
+  setopt(CURLOPT_WRITEFUNCTION, curlWriteCB);
+  setopt(CURLOPT_WRITEDATA, &transfer);
+  setopt(CURLOPT_HEADERFUNCTION, curlHeaderCB);
+  setopt(CURLOPT_HEADERDATA, &transfer);
+  setopt(CURLOPT_DNS_CACHE_TIMEOUT, 0L);
 }
 
 }  // namespace
@@ -44,16 +46,18 @@ void ZeroTouchSm::doTryFetchUri() {
   SM_TRACE(5, " - DHCP (option 67) bootfile-name is: " << option67Uri());
   ZTP_CONFIG_DOWNLOAD.log(option67Uri());
   forgetTransfer();
-  CURL* const easy = curl_easy_init();
-  CURLM* const multi = curl_multi_init();
+  Curl const* const curl = Curl::load();
+  CURL* const easy = curl != nullptr ? curl->easyInit() : nullptr;
+  CURLM* const multi = curl != nullptr ? curl->multiInit() : nullptr;
   if (easy == nullptr || multi == nullptr) {
     SM_TRACE(1, " - Failed to init libCURL");
-    if (multi != nullptr) curl_multi_cleanup(multi);
-    if (easy != nullptr) curl_easy_cleanup(easy);
+    if (multi != nullptr) curl->multiCleanup(multi);
+    if (easy != nullptr) curl->easyCleanup(easy);
     return;
   }
   KEL_ASSERT(!curlCBData_, "!curlCBData_");
   curlCBData_ = new CurlTransfer{};
+  curlCBData_->curl = curl;
   curlCBData_->easy = easy;
   curlCBData_->multi = multi;
   // What was read is counted in 32 bits.
@@ -62,16 +66,16 @@ void ZeroTouchSm::doTryFetchUri() {
   setOptions(*curlCBData_, option67Uri());
   if (option67UriIsHttp()) {
     doBuildCurlHttpHeaders();
-    if (curlCBData_->headers != nullptr) curl_easy_setopt(easy, CURLOPT_HTTPHEADER, curlCBData_->headers);
+    if (curlCBData_->headers != nullptr) curl->easySetopt(easy, CURLOPT_HTTPHEADER, curlCBData_->headers);
   }
   if (option67UriIsHttps()) {
     // A switch fresh from the factory knows no authority that could vouch for the server.
-    curl_easy_setopt(easy, CURLOPT_SSL_VERIFYPEER, 0L);
-    curl_easy_setopt(easy, CURLOPT_SSL_VERIFYHOST, 0L);
+    curl->easySetopt(easy, CURLOPT_SSL_VERIFYPEER, 0L);
+    curl->easySetopt(easy, CURLOPT_SSL_VERIFYHOST, 0L);
   }
   // Says nothing about the transfer: to end one must not wait, on the loop, for a name server that is silent.
-  curl_easy_setopt(easy, CURLOPT_QUICK_EXIT, 1L);
-  if (curl_multi_add_handle(multi, easy) != CURLM_OK) {
+  curl->easySetopt(easy, CURLOPT_QUICK_EXIT, 1L);
+  if (curl->multiAddHandle(multi, easy) != CURLM_OK) {
     doCurlShutdown();
     return;
   }
@@ -91,7 +95,7 @@ void ZeroTouchSm::doCurlPerform() {
   int running = 0;
   CURLMcode result = CURLM_OK;
   do {
-    result = curl_multi_perform(curlCBData_->multi, &running);
+    result = curlCBData_->curl->multiPerform(curlCBData_->multi, &running);
   } while (result == CURLM_CALL_MULTI_PERFORM);
   if (result == CURLM_OK && running > 0) {
     watchCurlSocket();
@@ -112,7 +116,8 @@ void ZeroTouchSm::watchCurlSocket() {
   FD_ZERO(&writable);
   FD_ZERO(&exceptional);
   int highest = -1;
-  if (curl_multi_fdset(curlCBData_->multi, &readable, &writable, &exceptional, &highest) != CURLM_OK) {
+  if (curlCBData_->curl->multiFdset(curlCBData_->multi, &readable, &writable, &exceptional, &highest) !=
+      CURLM_OK) {
     SM_TRACE(1, " - Failed to get fdset");
     highest = -1;
   }
@@ -142,13 +147,13 @@ void ZeroTouchSm::doCheckCurlErrors() {
   KEL_ASSERT(cd, "cd");
   CURLcode result = CURLE_FAILED_INIT;  // unless libcurl says how the transfer ended
   int left = 0;
-  while (CURLMsg const* const message = curl_multi_info_read(cd->multi, &left)) {
+  while (CURLMsg const* const message = cd->curl->multiInfoRead(cd->multi, &left)) {
     if (message->msg != CURLMSG_DONE || message->easy_handle != cd->easy) continue;
     result = message->data.result;
     break;
   }
   curlSuccessIs(result == CURLE_OK);
-  curlErrorStrIs(result == CURLE_OK ? "" : curl_easy_strerror(result));
+  curlErrorStrIs(result == CURLE_OK ? "" : cd->curl->easyStrerror(result));
   if (!curlSuccess()) SM_TRACE(1, " - CURL error: " << curlErrorStr());
 }
 
@@ -180,9 +185,9 @@ void ZeroTouchSm::doCurlShutdown() {
   CurlTransfer* const cd = std::exchange(curlCBData_, nullptr);
   if (cd == nullptr) return;
   if (cd->output != nullptr) std::fclose(cd->output);
-  curl_slist_free_all(cd->headers);
-  curl_multi_cleanup(cd->multi);
-  curl_easy_cleanup(cd->easy);
+  cd->curl->slistFreeAll(cd->headers);
+  cd->curl->multiCleanup(cd->multi);
+  cd->curl->easyCleanup(cd->easy);
   delete cd;
 }
 

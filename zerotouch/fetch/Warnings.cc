@@ -9,6 +9,10 @@ constexpr Kel::Seconds interval = 0;
 constexpr double burst = 1;
 }  // namespace
 
+Kel::LogHandle downloadImpossible("DOWNLOAD_IMPOSSIBLE", error, "Nothing can be downloaded: %s",
+                                  "The library that downloads files, libcurl, cannot be loaded.",
+                                  "Install libcurl.", interval, burst, 0);
+
 Kel::LogHandle saveFileIgnored("SAVE_FILE_IGNORED", warning, "Setting SAVE_FILE=%s is ignored: %s",
                                "The downloaded startup configuration is saved under its usual name, since "
                                "the setting names no file below "

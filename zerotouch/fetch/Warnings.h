@@ -5,7 +5,8 @@
 
 namespace ZeroTouch {
 
-extern Kel::LogHandle saveFileIgnored;    // value, reason
-extern Kel::LogHandle downloadNotUsable;  // what failed, with path and reason
+extern Kel::LogHandle downloadImpossible;  // reason
+extern Kel::LogHandle saveFileIgnored;     // value, reason
+extern Kel::LogHandle downloadNotUsable;   // what failed, with path and reason
 
 }  // namespace ZeroTouch
