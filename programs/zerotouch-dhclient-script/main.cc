@@ -9,6 +9,7 @@
 #include <iostream>
 
 #include "platform/statebase/Client.h"
+#include "programs/zerotouch-dhclient-script/LeaseRecord.h"
 #include "programs/zerotouch-dhclient-script/Message.h"
 
 namespace {
@@ -72,10 +73,13 @@ int main() {
   std::signal(SIGPIPE, SIG_IGN);
   openlog(name, 0, LOG_DAEMON);
 
+  // Before the message, which may have the client stopped.
+  std::string const leaseError = Hook::keepLease(environment);
   Hook::Complaints complaints;
   auto message = Hook::messageFor(environment, complaints);
   // The message first: telling people can take its time.
   if (message) send(std::move(*message), Hook::variable(environment, "STATEBASESOCKNAME"), hostWaits);
+  if (!leaseError.empty()) warn(leaseError);
   for (auto const& line : complaints.lines()) warn(line);
   return exitCode;
 }

@@ -49,13 +49,19 @@ int main(int argc, char** argv) {
 
   std::vector<char*> arguments = {client.data()};
   bool isRelease = false;
+  char option[] = "-e";
+  std::string leases = "ZEROTOUCH_LEASES=";
   for (int i = 1; i < argc; ++i) {
     std::string_view const argument = argv[i];
     if (argument == "--ignore-preinit") continue;
     isRelease = isRelease || argument == "-r";
-    if (argument == "-lf" && i + 1 < argc) makeLeaseFile(argv[i + 1]);
     arguments.push_back(argv[i]);
+    if (argument != "-lf" || i + 1 == argc) continue;
+    makeLeaseFile(argv[i + 1]);
+    leases += argv[i + 1];
   }
+  // For the hook, which writes the lease down before anybody can stop the client.
+  for (char* const argument : {option, leases.data()}) arguments.push_back(argument);
   arguments.push_back(nullptr);
 
   if (isRelease) return runRelease(arguments.data(), parent);

@@ -14,6 +14,7 @@ std::string whyNotChosen(DhcpView const& view, Kel::Value const& result, bool as
   if (reason == "FAIL" || reason == "TIMEOUT") return "no, nobody answered";
   if (result != Kel::Value()) return "no, the answer names no boot file";
   if (asks) return "no answer yet";
+  if (!view.chosen.empty()) return "no, " + view.chosen + " was first";
   return linkUp ? "not asked" : "not asked, no link";
 }
 

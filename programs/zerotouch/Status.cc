@@ -57,7 +57,8 @@ Kel::Value machineOf(Statebase::Client& host) {
     try {
       machine.emplace_back(name, host.call("get", {{"path", std::string("/zerotouch/sm/") + name}}));
     } catch (Statebase::CallError const&) {
-      return {};
+      if (machine.empty()) return {};
+      machine.emplace_back(name, nullptr);  // no timer was started yet
     }
   }
   return machine;

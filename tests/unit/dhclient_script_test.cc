@@ -4,6 +4,7 @@
 
 #include "platform/statebase/Connection.h"
 #include "platform/statebase/Rpc.h"
+#include "programs/zerotouch-dhclient-script/LeaseRecord.h"
 #include "programs/zerotouch-dhclient-script/Message.h"
 #include "tests/unit/StatebaseFixture.h"
 
@@ -143,6 +144,20 @@ TEST(DhclientScript, EachReasonHasItsEffect) {
       EXPECT_EQ(summary(*tree.dhcpStatus), expected) << reason;
     }
   }
+}
+
+TEST(DhclientScript, TheLeaseIsWrittenDownForTheRelease) {
+  Environment const environment = with(bound, {{"interface", "et1"},
+                                               {"new_ip_address", "10.0.1.5"},
+                                               {"new_dhcp_server_identifier", "10.0.1.1"},
+                                               {"new_expiry", "1795267291"}});
+  EXPECT_EQ(
+      Hook::leaseRecord(environment),
+      "lease {\n  interface \"et1\";\n  fixed-address 10.0.1.5;\n  option dhcp-server-identifier 10.0.1.1;\n"
+      "  renew epoch 1795267291;\n  rebind epoch 1795267291;\n  expire epoch 1795267291;\n}\n");
+  for (auto const& [name, value] :
+       Environment{{"reason", "BOUND6"}, {"new_expiry", "1; }"}, {"interface", "e\"1"}})
+    EXPECT_EQ(Hook::leaseRecord(with(environment, {{name, value}})), "") << name;
 }
 
 TEST(DhclientScript, WithoutUsableClasslessRoutesTheOthersCount) {

@@ -1,4 +1,5 @@
 // What becomes of a download: installed, or run as a script whose end decides.
+#include <algorithm>
 #include <csignal>
 
 #include "tests/unit/support/FetchTest.h"
@@ -146,14 +147,20 @@ TEST_F(Install, a_script_that_takes_too_long_is_stopped_and_decides_nothing_any_
   ASSERT_EQ(runningTimer(), "RetryWaitTimer");
   platform.config->scriptExecTimeoutIs(5);
   EXPECT_EQ(runningTimer(), "RetryWaitTimer");
-  EXPECT_EQ(children.last().signals, std::vector<int>{SIGTERM});
+  auto const signals = [this] {  // of the script; clients that release the lease came after it
+    return std::ranges::find(children.started, Strings{configDownloadPath},
+                             &decltype(children)::Started::argv)
+        ->signals;
+  };
+  EXPECT_EQ(signals(), std::vector<int>{SIGTERM});
 
   // It ignores that. The next attempt ends it for good, and its end concerns nobody.
-  auto const ignored = children.last().child;
+  auto const ignored = children.started[0].child;
+  ASSERT_EQ(ignored, sm.scriptChildProcess());
   enter(State::stateRetryFetchConfig);
   sm.choosenIntfIs(Kel::makePtr<ZeroTouch::IntfStatus>(Wire::IntfId("Ethernet1"), nullptr));
   sm.nextStateIs(State::stateFetchConfig);
-  EXPECT_EQ(children.last().signals, (std::vector<int>{SIGTERM, SIGKILL}));
+  EXPECT_EQ(signals(), (std::vector<int>{SIGTERM, SIGKILL}));
   EXPECT_FALSE(sm.scriptChildProcess());
   auto const requested = sm.transitionState();
   ignored->exitedIs(0);
