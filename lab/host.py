@@ -13,10 +13,17 @@ ROOT = pathlib.Path(__file__).resolve().parents[1]
 BUILD = pathlib.Path(os.environ.get("ZEROTOUCH_BUILD", ROOT / "build" / "debug")).resolve()
 
 
-def timers(seconds):
-    """The environment that shortens every time-out of a run, so that one takes seconds."""
-    return {f"ZEROTOUCH_{name}_TIMER_{which}": str(seconds)
-            for name in ("INETRFACESSETUP", "DHCLIENTQUERY", "RETRY") for which in ("INTERVAL", "TIMEOUT")}
+# The timers that fire once, and those that tick while a step goes on, whose ends stay as they are.
+ONE_SHOT = ("INETRFACESSETUP", "DHCLIENTQUERY", "CONFIGFETCHRETRY", "RETRY", "LEASERELEASE", "STARTUPFILESYNC_WAIT")
+TICKING = ("STATELESSDHCLIENTQUERY", "SYSIDENTITYSETUP")
+
+
+def timers(seconds, **others):
+    """The environment that shortens the waits of a run, so that one takes seconds. `others` have times of their own, as
+    in DHCLIENTQUERY=4."""
+    times = {name: seconds for name in ONE_SHOT + TICKING} | others
+    result = {f"ZEROTOUCH_{name}_TIMER_INTERVAL": str(time) for name, time in times.items()}
+    return result | {f"ZEROTOUCH_{name}_TIMER_TIMEOUT": str(time) for name, time in times.items() if name not in TICKING}
 
 
 class Host:
