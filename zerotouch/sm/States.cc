@@ -61,11 +61,6 @@ void ZeroTouchSm::enter(State state) {
   stateTimeIs(Kel::now());
 }
 
-void ZeroTouchSm::retryWithout(char const* step) {
-  SM_TRACE(1, " - " << step << " is not part of this build");
-  doStateTransition(currentState(), stateRetry());
-}
-
 void ZeroTouchSm::handleNextState() {
   SM_TRACE(9, " - Processing state transition, currentState=" << stringValue(currentState())
                                                               << ", nextState=" << stringValue(nextState()));

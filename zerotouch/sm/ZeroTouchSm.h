@@ -329,9 +329,6 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   void enterCopyConfigOrExecScript();
   void enterRetry();
   void enterShutdown();
-  // The entry action of a step that this build does not have: nothing would end the state, so it gives up at
-  // once.
-  void retryWithout(char const* step);
 
   // StartStop.cc
   bool shuttingDown() const;
