@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <charconv>
 #include <cstring>
 #include <string_view>
 
@@ -19,6 +20,7 @@ namespace {
 
 constexpr mode_t ownerOnly = 0600;
 constexpr std::size_t outputBufferBytes = 65'536;
+constexpr std::string_view contentLengthHeader = "Content-Length:";
 constexpr std::string_view bootImageUrlHeader = "X-Ostrel-BootImage-Url:";
 
 // What is wrong with the open file; "" when it may be written.
@@ -27,6 +29,19 @@ char const* objection(struct stat const& file) {
   if (file.st_uid != geteuid()) return "it belongs to another user";
   if (file.st_nlink != 1) return "the file has another name too";
   return "";
+}
+
+// HTTP only, and for people: libcurl itself compares it with what comes. Names of headers know no case (RFC
+// 9110, 5.1).
+void noteContentLength(CurlTransfer& transfer, std::string_view line) {
+  if (line.size() <= contentLengthHeader.size() ||
+      strncasecmp(line.data(), contentLengthHeader.data(), contentLengthHeader.size()) != 0)
+    return;
+  line.remove_prefix(contentLengthHeader.size());
+  line.remove_prefix(std::min(line.find_first_not_of(' '), line.size()));
+  std::uint64_t length = 0;
+  if (std::from_chars(line.data(), line.data() + line.size(), length).ec == std::errc())
+    transfer.contentLength = length;
 }
 
 void keepFirstBytes(CurlTransfer& transfer, std::string_view data) {
@@ -89,6 +104,7 @@ std::size_t curlHeaderCB(void* buf, std::size_t size, std::size_t n, void* data)
   auto* const cd = static_cast<CurlTransfer*>(data);
   KEL_ASSERT(cd, "cd");
   std::string_view line(static_cast<char const*>(buf), size * n);
+  noteContentLength(*cd, line);
   if (!line.starts_with(bootImageUrlHeader)) return size * n;
   line.remove_prefix(bootImageUrlHeader.size());
   line.remove_prefix(std::min(line.find_first_not_of(' '), line.size()));

@@ -22,6 +22,7 @@ struct CurlTransfer {
   std::FILE* output = nullptr;  // opened by the first bytes of the body
   std::int32_t socketFd = -1;   // the socket that libcurl named first
   std::uint32_t byteCount = 0;
+  std::uint64_t contentLength = 0;  // of the body, as announced; 0 when it was not
   // Of the body; a zero byte is kept as '*', 0 means that it has not come yet.
   std::uint8_t firstByte = 0;
   std::uint8_t secondByte = 0;
@@ -38,7 +39,7 @@ std::FILE* openDownload(char const* path, Kel::String& failure);
 
 // libcurl's callbacks. The first keeps the body and returns how much of it was kept: less than it was given,
 // or -1 when the file cannot be opened, ends the transfer. The second looks for the boot image's URL and
-// never ends it.
+// the body's length, and never ends it.
 std::size_t curlWriteCB(void* buf, std::size_t size, std::size_t n, void* cd);
 std::size_t curlHeaderCB(void* buf, std::size_t size, std::size_t n, void* cd);
 

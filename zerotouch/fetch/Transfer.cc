@@ -88,6 +88,7 @@ void ZeroTouchSm::forgetTransfer() {
   curlErrorStrIs("");
   fileIsHashPlingIs(false);
   bytesReadIs(0);
+  contentLengthIs(0);
 }
 
 void ZeroTouchSm::doCurlPerform() {
@@ -98,6 +99,8 @@ void ZeroTouchSm::doCurlPerform() {
     result = curlCBData_->curl->multiPerform(curlCBData_->multi, &running);
   } while (result == CURLM_CALL_MULTI_PERFORM);
   if (result == CURLM_OK && running > 0) {
+    bytesReadIs(curlCBData_->byteCount);
+    contentLengthIs(curlCBData_->contentLength);
     watchCurlSocket();
   } else {
     doCurlClose();
