@@ -1,8 +1,10 @@
 #include "platform/linux/PacketSocket.h"
 
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <linux/if_ether.h>
 #include <linux/if_packet.h>
+#include <sys/select.h>
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -41,11 +43,19 @@ void addMembership(int socket, int ifIndex, int type, Wire::EthAddr const& addre
   setOption(socket, SOL_PACKET, PACKET_ADD_MEMBERSHIP, request, call);
 }
 
+// One per port takes many numbers. The low ones are left to those who can use no others, as whatever works
+// with select(2); where the limit on descriptors is low there is no such room, and nothing to leave.
+Descriptor moveUp(Descriptor low) {
+  Descriptor high(fcntl(low.get(), F_DUPFD_CLOEXEC, FD_SETSIZE));
+  return high ? std::move(high) : std::move(low);
+}
+
 // Protocol 0 receives nothing until bind(2) says what and where.
 Descriptor openSocket(int ifIndex, PacketSocketOptions const& options) {
   Descriptor opened(socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  check(opened.get(), "socket");
+  opened = moveUp(std::move(opened));
   int const fd = opened.get();
-  check(fd, "socket");
   if (!options.filter.empty()) {
     auto filter = options.filter;
     sock_fprog const program{static_cast<unsigned short>(filter.size()), filter.data()};

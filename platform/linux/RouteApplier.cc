@@ -25,8 +25,9 @@ bool isOfAHost(Wire::IpAddr const& address) {
 // "" or why no route goes there.
 Kel::String prefixFault(Wire::IpAddrWithMask const& prefix) {
   if (prefix.maskLength > Wire::IpAddr::maxMaskLength) return "not a prefix";
-  bool const isDefault = prefix.address.isZero() && prefix.maskLength == 0;
-  return isDefault || isOfAHost(prefix.address) ? "" : "not a destination for routes";
+  // Short ones from 0 on cover more than what no host has: the default route, or its lower half.
+  bool const isShort = prefix.maskLength < 8 && prefix.address.value >> 24 == 0;
+  return isShort || isOfAHost(prefix.address) ? "" : "not a destination for routes";
 }
 
 // Servers send prefixes with bits set behind the mask; they mean nothing (RFC 3442).

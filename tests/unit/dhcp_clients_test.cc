@@ -167,13 +167,13 @@ TEST_F(DhcpClients, the_reload_waits_for_the_first_release_to_end) {
 TEST_F(DhcpClients, the_configuration_files_tell_who_asks) {
   platform.entityMib->systemMacAddrIs(*Wire::EthAddr::fromString("02:1a:b3:0a:0b:0c"));
   auto const chassis = platform.entityMib->rootIs();
-  chassis->modelNameIs("M");
+  chassis->modelNameIs("M\"\n");
   chassis->serialNumIs("\x80");
   std::string const id = "send dhcp-client-identifier 02:1a:b3:0a:0b:0c;\n";
-  std::string const four = id + "send vendor-class-identifier \"Ostrel;M;\x80\";\n";
+  std::string const four = id + "send vendor-class-identifier \"Ostrel;M\\\"\\012;\x80\";\n";
   std::string const six = id +
-                          "send dhcp6.vendor-opts 00:00:7e:d9:00:01:00:0a:"
-                          "4f:73:74:72:65:6c:3b:4d:3b:ffffff80;\n";
+                          "send dhcp6.vendor-opts 00:00:7e:d9:00:01:00:0c:"
+                          "4f:73:74:72:65:6c:3b:4d:22:0a:3b:ffffff80;\n";
   inSetup();
   EXPECT_EQ(read(ZeroTouch::dhclientConfigPath), four);
   EXPECT_EQ(read(ZeroTouch::dhclient6ConfigPath), six);

@@ -108,7 +108,7 @@ std::vector<Kel::String> ZeroTouchSm::dhcpDevices() const {
   for (auto const& [intfId, intf] : intfStatus()) {
     if (ignoredAsManagement(intf->intfName())) continue;
     auto const status = aisd()->intfStatus(intfId);
-    if (!status) continue;
+    if (!status || status->forwardingModel() == Interface::IntfForwardingModel::bridged) continue;
     bool const unusable = status->operStatus() == Interface::OperStatus::down &&
                           status->forwardingModel() != Interface::IntfForwardingModel::unconfigured;
     if (unusable && std::getenv("ZEROTOUCH_IGNORE_OPERSTATUS") == nullptr) continue;

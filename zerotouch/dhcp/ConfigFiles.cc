@@ -8,6 +8,7 @@
 #include "platform/kel/Format.h"
 #include "zerotouch/dhcp/DhclientFiles.h"
 #include "zerotouch/sm/ZeroTouchSm.h"
+#include "zerotouch/utils/ZeroTouchUtils.h"
 
 namespace ZeroTouch {
 
@@ -21,6 +22,24 @@ Kel::String vendorId(EntityMib::Fru const& chassis) {
   Kel::String result = "Ostrel";
   for (Kel::String const& value : {chassis.modelName(), chassis.hardwareRev(), chassis.serialNum()}) {
     if (!value.empty()) result += ";" + value;
+  }
+  return result;
+}
+
+// As dhclient reads the text back between quotes (dhclient.conf(5)); a plain identity stays as it is.
+Kel::String escaped(Kel::String const& text) {
+  Kel::String result;
+  for (char const c : text) {
+    if (c == '"' || c == '\\') {
+      result += '\\';
+      result += c;
+    } else if (isControl(c)) {
+      auto const byte = static_cast<unsigned char>(c);
+      result += '\\';
+      for (int const digit : {byte >> 6, byte >> 3 & 7, byte & 7}) result += static_cast<char>('0' + digit);
+    } else {
+      result += c;
+    }
   }
   return result;
 }
@@ -75,7 +94,7 @@ void ZeroTouchSm::addIdentifierStatementsToDhclientConfig(char const* file, Kel:
     KEL_ASSERT(!"dhclient configuration", "!\"dhclient configuration\"");
   }
   out << "send dhcp-client-identifier " << entityMibStatus()->systemMacAddr().stringValue() << ";\n";
-  if (version == "v4") out << "send vendor-class-identifier \"" << identity << "\";\n";
+  if (version == "v4") out << "send vendor-class-identifier \"" << escaped(identity) << "\";\n";
   if (version == "v6") out << "send dhcp6.vendor-opts " << vendorOpts(identity) << ";\n";
 }
 

@@ -29,7 +29,7 @@ void ZeroTouchSm::KelIntfDhcpResult::handleBootFileName() {
 
 void ZeroTouchSm::KelIntfDhcpStatus::handleIntfDhcpReason() {
   KEL_TRACE(traceZeroTouchSm, 5, "KelIntfDhcpStatus::" << __func__ << " reason: " << notifier().reason());
-  if (!sm_.mayActIn(stateDhcpQuery()) || !sm_.allInterfacesFailedDhcp()) return;
+  if (!sm_.mayMoveOnFrom(stateDhcpQuery()) || !sm_.allInterfacesFailedDhcp()) return;
   ZTP_DHCPv4_QUERY_FAIL.log();
   sm_.doStopDhclient();
 }

@@ -24,8 +24,18 @@ constexpr std::size_t maxValueBytes = 1'024;
 Kel::String header(char const* name, Kel::String value) {
   std::erase_if(value, isControl);
   if (value.size() > maxValueBytes) value.resize(maxValueBytes);
-  Kel::String line = Kel::String(name) + value;
-  HEADERS_TRACE(5, " - " << line);
+  return Kel::String(name) + value;
+}
+
+Kel::String traced(char const* before, Kel::String line) {
+  HEADERS_TRACE(5, before << line);
+  return line;
+}
+
+// libcurl takes a line without a value for the wish not to send that header; an empty one ends with a
+// semicolon (CURLOPT_HTTPHEADER(3)).
+Kel::String forCurl(Kel::String line) {
+  if (line.ends_with(": ")) line.replace(line.size() - 2, 2, ";");
   return line;
 }
 
@@ -63,14 +73,14 @@ std::vector<Kel::String> requestHeaders(Wire::EthAddr const& systemMacAddr, Enti
   std::vector<Kel::String> headers{
       header("X-Ostrel-SystemMAC: ",
              Kel::format("%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2], mac[3], mac[4], mac[5])),
-      header("X-Ostrel-ModelName: ", root.modelName()),
-      header("X-Ostrel-Serial: ", root.serialNum()),
-      header("X-Ostrel-HardwareVersion: ", root.hardwareRev()),
+      traced(" ", header("X-Ostrel-ModelName: ", root.modelName())),
+      traced(" ", header("X-Ostrel-Serial: ", root.serialNum())),
+      traced(" ", header("X-Ostrel-HardwareVersion: ", root.hardwareRev())),
   };
   if (auto const version = readVersion(versionPath))
-    headers.push_back(header("X-Ostrel-SoftwareVersion: ", *version));
+    headers.push_back(traced(" - ", header("X-Ostrel-SoftwareVersion: ", *version)));
   if (auto const architecture = readEtcArch(archPath))
-    headers.push_back(header("X-Ostrel-Architecture: ", *architecture));
+    headers.push_back(traced(" - ", header("X-Ostrel-Architecture: ", *architecture)));
   return headers;
 }
 
@@ -78,7 +88,7 @@ void ZeroTouchSm::doBuildCurlHttpHeaders() {
   auto const root = entityMibStatus() ? entityMibStatus()->root() : nullptr;
   KEL_ASSERT(root, "entityMibRoot");
   for (auto const& line : requestHeaders(entityMibStatus()->systemMacAddr(), *root)) {
-    curlCBData_->headers = curlCBData_->curl->slistAppend(curlCBData_->headers, line.c_str());
+    curlCBData_->headers = curlCBData_->curl->slistAppend(curlCBData_->headers, forCurl(line).c_str());
   }
 }
 

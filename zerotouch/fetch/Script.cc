@@ -30,8 +30,13 @@ constexpr std::size_t maxOutputBytes = 4'096;
 
 // A line for an event: what a terminal or a log would take for more than text is made harmless.
 Kel::String printable(Kel::String line) {
+  unsigned before = 0;
   for (char& byte : line) {
-    if (isControl(byte)) byte = byte == '\t' ? ' ' : '?';
+    auto const now = static_cast<unsigned char>(byte);
+    // The second set of control characters, bare or in UTF-8.
+    bool const isC1 = now >= 0x80 && now < 0xa0 && (before < 0x80 || before == 0xc2);
+    before = now;
+    if (isControl(byte) || isC1) byte = byte == '\t' ? ' ' : '?';
   }
   return line;
 }

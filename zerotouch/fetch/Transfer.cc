@@ -18,6 +18,7 @@ namespace ZeroTouch {
 namespace {
 
 constexpr long connectTimeoutSeconds = 60;
+constexpr long ftpResponseTimeoutSeconds = 10;
 
 void setOptions(CurlTransfer& transfer, Kel::String const& url) {
   auto const setopt = [&transfer](CURLoption option, auto value) {
@@ -75,6 +76,9 @@ void ZeroTouchSm::doTryFetchUri() {
   }
   // Says nothing about the transfer: to end one must not wait, on the loop, for a name server that is silent.
   curl->easySetopt(easy, CURLOPT_QUICK_EXIT, 1L);
+  // An FTP server that falls silent after the file, or does not answer the farewell, is waited for within a
+  // call.
+  curl->easySetopt(easy, CURLOPT_SERVER_RESPONSE_TIMEOUT, ftpResponseTimeoutSeconds);
   if (curl->multiAddHandle(multi, easy) != CURLM_OK) {
     doCurlShutdown();
     return;
@@ -195,7 +199,7 @@ void ZeroTouchSm::doCurlShutdown() {
 }
 
 void ZeroTouchSm::handleCurlSockFd() {
-  if (!mayActIn(stateFetchConfig()) || transitionState() != stateInvalid()) return;
+  if (!mayMoveOnFrom(stateFetchConfig())) return;
   doCurlPerform();
   if (!curlTransferDone()) return;
   if (!curlSuccess()) reportFailedDownload();

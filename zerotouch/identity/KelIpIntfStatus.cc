@@ -13,7 +13,7 @@ void ZeroTouchSm::ip6IntfStatusIs(Wire::IntfId const& intfId) {
 }
 
 void ZeroTouchSm::KelIpIntfStatus::handleActiveAddrWithMask() {
-  if (!sm_.mayActIn(stateSetupSystemIdentity())) return;
+  if (!sm_.mayMoveOnFrom(stateSetupSystemIdentity())) return;
   Kel::Ptr<IntfStatus> intf;
   sm_.findIntfStatusForInterface(notifier().intfId().stringValue(), intf);
   if (!intf || notifier().activeAddrWithMask() == Wire::IpAddrWithMask{} || !sm_.readyToFetchConfigV4())
@@ -22,7 +22,7 @@ void ZeroTouchSm::KelIpIntfStatus::handleActiveAddrWithMask() {
 }
 
 void ZeroTouchSm::KelIp6IntfStatus::handleAddr(Wire::Ip6AddrWithMask const& addr) {
-  if (!sm_.mayActIn(stateSetupSystemIdentity())) return;
+  if (!sm_.mayMoveOnFrom(stateSetupSystemIdentity())) return;
   Kel::Ptr<IntfStatus> intf;
   sm_.findIntfStatusForInterface(notifier().intfId().stringValue(), intf);
   bool const added = notifier().addr(addr) && !addr.address.isZero();

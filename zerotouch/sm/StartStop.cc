@@ -84,6 +84,7 @@ void ZeroTouchSm::doTryStartZeroTouch() {
 
 void ZeroTouchSm::doStopZeroTouch(bool cancelled) {
   ZTP_CANCEL.log();
+  bool const ran = currentState() != stateInit() || transitionState() != stateInvalid();
   doCleanupCurrentState();
   if (cancelled) {
     doCreateGuardFileAndShutdown();
@@ -92,7 +93,8 @@ void ZeroTouchSm::doStopZeroTouch(bool cancelled) {
   // Requested first: what the platform reports while things are taken back is no reason to take them up
   // again.
   doStateTransition(currentState(), stateInit());
-  leaveAsFound();
+  // Without a run nothing here is ours.
+  if (ran) leaveAsFound();
 }
 
 // Nobody comes after a disabled run to tidy up, so it takes back all that it did.

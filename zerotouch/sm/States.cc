@@ -41,6 +41,10 @@ bool ZeroTouchSm::mayActIn(State states) const {
          transitionState() != stateShutdown();
 }
 
+bool ZeroTouchSm::mayMoveOnFrom(State states) const {
+  return (states & currentState()) != stateInvalid() && transitionState() == stateInvalid();
+}
+
 void ZeroTouchSm::handleStateTransitionClock() {
   State const requested = transitionState();
   if (requested == stateInvalid()) return;

@@ -108,6 +108,9 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   // Whether a handler that runs late may still act: the current state is one of `states`, and it is not about
   // to be left for stateInit or stateShutdown.
   bool mayActIn(State states) const;
+  // Whether it may ask for a change of state too: one of `states` is current, and none is about to be
+  // entered.
+  bool mayMoveOnFrom(State states) const;
   // Hands over the state to enter; nothing happens when it is the one handed over last.
   void nextStateIs(State state);
   void handleNextState();

@@ -1,4 +1,4 @@
-// Small helpers that several rooms share: path rooting, argument vectors, whole-file replacement.
+// What several rooms share: path rooting, argument vectors, whole-file replacement.
 #pragma once
 
 #include <optional>
