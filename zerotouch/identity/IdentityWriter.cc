@@ -24,20 +24,20 @@ void ZeroTouchSm::IdentityWriter::mtu() {
   summary_ += Kel::format("Mtu: %d; ", answer_->mtu());
 }
 
-void ZeroTouchSm::IdentityWriter::address4() {
-  Wire::IpAddrWithMask const addr = answer_->addrWithMask().v4();
+template <typename AddrWithMask>
+void ZeroTouchSm::IdentityWriter::address(AddrWithMask const& addr, Configure<AddrWithMask> configure) {
   if (addr.address.isZero()) return;
   IDENTITY_TRACE("interface: ", intf_->intfName() << " ip=" << addr.stringValue());
-  sm_.doConfigureInterfaceIPv4(intf_, addr);
+  (sm_.*configure)(intf_, addr);
   summary_ += Kel::format("Ip Address: %s/%d; ", addr.address.stringValue(), addr.maskLength);
 }
 
+void ZeroTouchSm::IdentityWriter::address4() {
+  address(answer_->addrWithMask().v4(), &ZeroTouchSm::doConfigureInterfaceIPv4);
+}
+
 void ZeroTouchSm::IdentityWriter::address6() {
-  Wire::Ip6AddrWithMask const addr = answer_->addrWithMask().v6();
-  if (addr.address.isZero()) return;
-  IDENTITY_TRACE("interface: ", intf_->intfName() << " ip=" << addr.stringValue());
-  sm_.doConfigureInterfaceIPv6(intf_, addr);
-  summary_ += Kel::format("Ip Address: %s/%d; ", addr.address.stringValue(), addr.maskLength);
+  address(answer_->addrWithMask().v6(), &ZeroTouchSm::doConfigureInterfaceIPv6);
 }
 
 void ZeroTouchSm::IdentityWriter::hostname() {
@@ -47,18 +47,14 @@ void ZeroTouchSm::IdentityWriter::hostname() {
   summary_ += Kel::format("Hostname: %s; ", answer_->hostname());
 }
 
-void ZeroTouchSm::IdentityWriter::nameServers4() {
+void ZeroTouchSm::IdentityWriter::nameServers(Family family) {
   for (auto const& [index, server] : answer_->nameServer()) {
     IDENTITY_TRACE("name server: ", server.stringValue());
-    sm_.netConfig()->nameServerIs(index, server.v4());
-    summary_ += Kel::format("Nameserver: %s; ", server.stringValue());
-  }
-}
-
-void ZeroTouchSm::IdentityWriter::nameServers6() {
-  for (auto const& [index, server] : answer_->nameServer()) {
-    IDENTITY_TRACE("name server: ", server.stringValue());
-    sm_.netConfig()->v6NameServerIs(index, server.v6());
+    if (family == Family::v4) {
+      sm_.netConfig()->nameServerIs(index, server.v4());
+    } else {
+      sm_.netConfig()->v6NameServerIs(index, server.v6());
+    }
     summary_ += Kel::format("Nameserver: %s; ", server.stringValue());
   }
 }

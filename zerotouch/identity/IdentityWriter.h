@@ -8,6 +8,8 @@ namespace ZeroTouch {
 // Each member applies one kind of value, if the answer has it, and adds what it applied to the summary.
 class ZeroTouchSm::IdentityWriter {
  public:
+  enum class Family { v4, v6 };
+
   // The answer is the one on the chosen interface.
   IdentityWriter(ZeroTouchSm& sm, Kel::Ptr<IntfDhcpStatus const> answer);
 
@@ -15,8 +17,7 @@ class ZeroTouchSm::IdentityWriter {
   void address4();
   void address6();
   void hostname();
-  void nameServers4();
-  void nameServers6();
+  void nameServers(Family family);
   void loggingHosts();
   void domainName();
   void staticRoutes();
@@ -27,6 +28,11 @@ class ZeroTouchSm::IdentityWriter {
   Kel::String const& summary() const { return summary_; }
 
  private:
+  template <typename AddrWithMask>
+  using Configure = void (ZeroTouchSm::*)(Kel::Ptr<IntfStatus> const&, AddrWithMask const&);
+
+  template <typename AddrWithMask>
+  void address(AddrWithMask const& addr, Configure<AddrWithMask> configure);
   void addRoute(Wire::IpAddrWithMask const& prefix, Wire::IpAddr const& hop);
 
   ZeroTouchSm& sm_;

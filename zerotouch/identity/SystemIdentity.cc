@@ -30,7 +30,7 @@ void ZeroTouchSm::doConfigureSystemIdentityV4() {
   writer.mtu();
   writer.address4();
   writer.hostname();
-  writer.nameServers4();
+  writer.nameServers(IdentityWriter::Family::v4);
   writer.loggingHosts();
   writer.domainName();
   writer.staticRoutes();
@@ -45,7 +45,7 @@ void ZeroTouchSm::doConfigureSystemIdentityV6() {
   IdentityWriter writer(*this, answer);
   writer.mtu();
   writer.address6();
-  writer.nameServers6();
+  writer.nameServers(IdentityWriter::Family::v6);
   writer.domainName();
   writer.bootFile();
   bool const stateless = answer->addrWithMask().v6().address.isZero();
