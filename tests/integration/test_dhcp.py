@@ -129,8 +129,6 @@ NO_BOOT_FILE = "no, the answer names no boot file"
      "dhcpv4"),
     ("ra-managed", [], {(2, "DHCPv6"): ("asks", "BOUND6", "-", NO_BOOT_FILE)},
      {"ZTP_DHCPv4_QUERY_FAIL", "ZTP_DHCPv6_QUERY_FAIL"}, "dhcpv6"),
-    ("ra-managed", NO_ANSWER, {(2, "DHCPv6"): ("asks", "-", "-", "no answer yet")},
-     {"ZTP_DHCPv4_QUERY_FAIL", "ZTP_DHCPv6_QUERY_FAIL"}, "dhcpv6"),
     ("ra-stateless", [], {(2, "DHCPv6"): ("-", "RENEW6", "-", NO_BOOT_FILE)},
      {"ZTP_DHCPv4_QUERY_FAIL", "ZTP_STATELESS_DHCPv6_QUERY_FAIL"}, "dhcpv6-stateless"),
     ("ra-stateless", NO_ANSWER, {(2, "DHCPv6 stateless"): ("asks", "-", "-", "no answer yet")},
