@@ -18,11 +18,15 @@ LONGEST_FRAME = 65536 + 18
 
 
 def enter(namespace):
-    libc = ctypes.CDLL(None, use_errno=True)
     descriptor = os.open(f"/run/netns/{namespace}", os.O_RDONLY | os.O_CLOEXEC)
-    if libc.setns(descriptor, CLONE_NEWNET) != 0:
-        raise OSError(ctypes.get_errno(), namespace)
+    join(descriptor, namespace)
     os.close(descriptor)
+
+
+def join(descriptor, name):
+    libc = ctypes.CDLL(None, use_errno=True)
+    if libc.setns(descriptor, CLONE_NEWNET) != 0:
+        raise OSError(ctypes.get_errno(), name)
 
 
 def plug_in(namespace, device):

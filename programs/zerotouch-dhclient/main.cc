@@ -1,7 +1,6 @@
 // zerotouch-dhclient, a shim in front of the stock DHCP client: drops the one argument that it refuses, ties
 // its life to that of the host, and becomes it, so that the process id stays. Releases run as a child
 // (Release.h).
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -12,6 +11,7 @@
 #include <string_view>
 #include <vector>
 
+#include "programs/zerotouch-dhclient/LeaseFile.h"
 #include "programs/zerotouch-dhclient/Parent.h"
 #include "programs/zerotouch-dhclient/RealClient.h"
 #include "programs/zerotouch-dhclient/Release.h"
@@ -19,18 +19,6 @@
 namespace {
 
 constexpr int cannotExecute = 127;
-
-// The client does not start without the file of its leases. What is there already is left alone; a symbolic
-// link, which could lead anywhere, is not followed.
-void makeLeaseFile(char const* path) {
-  int const descriptor =
-      open(path, O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0644);
-  if (descriptor >= 0) {
-    close(descriptor);
-  } else {
-    std::fprintf(stderr, "zerotouch-dhclient: lease file %s: %s\n", path, std::strerror(errno));
-  }
-}
 
 int notFound(std::vector<std::string> const& candidates) {
   std::string tried;
@@ -49,16 +37,23 @@ int main(int argc, char** argv) {
 
   std::vector<char*> arguments = {client.data()};
   bool isRelease = false;
+  bool isV6 = false;
+  char const* leaseFile = nullptr;
   char option[] = "-e";
   std::string leases = "ZEROTOUCH_LEASES=";
   for (int i = 1; i < argc; ++i) {
     std::string_view const argument = argv[i];
     if (argument == "--ignore-preinit") continue;
     isRelease = isRelease || argument == "-r";
+    isV6 = isV6 || argument == "-6";
     arguments.push_back(argv[i]);
-    if (argument != "-lf" || i + 1 == argc) continue;
-    makeLeaseFile(argv[i + 1]);
-    leases += argv[i + 1];
+    if (argument == "-lf" && i + 1 < argc) leaseFile = argv[i + 1];
+  }
+  if (leaseFile != nullptr) {
+    leases += leaseFile;
+    // With a DHCPv6 lease from an earlier attempt, the client would have the server confirm the address and
+    // take all else from the lease: a boot file that the server names by now would never be heard of.
+    (isV6 && !isRelease ? forgetLeases : makeLeaseFile)(leaseFile);
   }
   // For the hook, which writes the lease down before anybody can stop the client.
   for (char* const argument : {option, leases.data()}) arguments.push_back(argument);

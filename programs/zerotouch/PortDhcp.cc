@@ -15,7 +15,7 @@ std::string whyNotChosen(DhcpView const& view, Kel::Value const& result, bool as
   if (result != Kel::Value()) return "no, the answer names no boot file";
   if (asks) return "no answer yet";
   if (!view.chosen.empty()) return "no, " + view.chosen + " was first";
-  return linkUp ? "not asked" : "not asked, no link";
+  return linkUp ? "not asked now" : "not asked, no link";
 }
 
 DhcpRow row(DhcpView const& view, std::string const& port, Kel::Value const& result, std::string family,
@@ -29,6 +29,19 @@ DhcpRow row(DhcpView const& view, std::string const& port, Kel::Value const& res
           .report = reason.empty() ? "-" : reason,
           .bootFile = bootFile.empty() ? "-" : bootFile,
           .chosen = whyNotChosen(view, result, asks, linkUp)};
+}
+
+// On the port that was chosen, only one family was.
+void settleChosen(std::vector<DhcpRow>& rows, Kel::Value const& four, Kel::Value const& six) {
+  if (hasBootFile(four)) {
+    rows[0].chosen = "yes";
+    if (rows.size() > 1) rows[1].chosen = "no, DHCPv4 goes first";
+  } else if (hasBootFile(six)) {
+    if (four == Kel::Value()) rows[0].chosen = "no, DHCPv6 was first";
+    rows[1].chosen = "yes";
+  } else {
+    for (auto& row : rows) row.chosen = row.report == "-" ? "yes, its lease was given back" : row.chosen;
+  }
 }
 
 }  // namespace
@@ -66,10 +79,7 @@ std::vector<DhcpRow> dhcpRows(DhcpView const& view, std::string const& port, std
   } else if (contains(view.members6, port) || contains(view.served6, device) || six != Kel::Value()) {
     rows.push_back(row(view, port, six, "DHCPv6", client(view.served6, view.releases6), linkUp));
   }
-  if (view.chosen == port) {
-    rows[0].chosen = hasBootFile(four) ? "yes" : rows[0].chosen;
-    if (rows.size() > 1) rows[1].chosen = hasBootFile(four) ? "no, DHCPv4 goes first" : "yes";
-  }
+  if (view.chosen == port) settleChosen(rows, four, six);
   return rows;
 }
 
