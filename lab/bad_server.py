@@ -15,7 +15,9 @@ The first word of the path says how:
     /empty         a good answer without a body
     /redirect      to /config of the server on port 80
     /404, /500     that status, or any other three digits
+    /turns/A/B/C   first A, to the next request B, then C, and C to all that follow
 """
+import collections
 import http.server
 import socket
 import struct
@@ -23,6 +25,7 @@ import sys
 import time
 
 BODY = b"hostname bad\n! from the server that cannot behave\n"
+requests = collections.Counter()  # by path
 
 
 class Handler(http.server.BaseHTTPRequestHandler):
@@ -30,7 +33,10 @@ class Handler(http.server.BaseHTTPRequestHandler):
 
     def do_GET(self):
         self.close_connection = True
-        mode = self.path.split("/")[1]
+        mode, *turns = self.path.split("/")[1:]
+        if mode == "turns" and turns:
+            mode = turns[min(requests[self.path], len(turns) - 1)]
+            requests[self.path] += 1
         method = getattr(self, "send_" + mode.replace("-", "_"), None)
         if method:
             method()

@@ -26,18 +26,34 @@ def host(tmp_path):
     ends_well(result)
 
 
-@pytest.fixture
-def lab():
-    """A switch without ports and its server side, in namespaces that go away with the test."""
+def brought_up(lab):
+    """The lab, which goes away again; for a fixture to yield from."""
     if os.geteuid() != 0:
         pytest.skip("network namespaces need root")
-    result = Lab(f"zttest-{os.getpid()}")
     try:
-        result.up()
-        result.host.environment |= SHORT_TIMERS
-        yield result
-        ends_well(result.host)
+        lab.up()
+        yield lab
     finally:
-        for log in sorted(result.folder.rglob("*.log")):
-            print(f"== {log}\n{log.read_text()}")
-        result.down()
+        lab.down()
+
+
+def ended_well(lab):
+    """The same for what a test does with a lab that is up: shows what its programs said, and ends its host."""
+    try:
+        yield lab
+    finally:
+        for log in sorted(lab.folder.rglob("*.log")):
+            print(f"== {log}\n{log.read_text()[-20000:]}")
+    ends_well(lab.host)
+
+
+@pytest.fixture
+def empty_lab():
+    yield from brought_up(Lab(f"zttest-{os.getpid()}"))
+
+
+@pytest.fixture
+def lab(empty_lab):
+    """A switch without ports and its server side, in namespaces that go away with the test."""
+    empty_lab.host.environment |= SHORT_TIMERS
+    yield from ended_well(empty_lab)
