@@ -71,7 +71,7 @@ TEST_F(Descriptors, count_readiness_in_the_directions_that_are_watched) {
   ends[1] = open("/dev/null", O_RDONLY | O_CLOEXEC);
 }
 
-TEST_F(Descriptors, changed_by_the_readable_handler_are_not_reported_writable) {
+TEST_F(Descriptors, let_go_of_by_the_readable_handler_are_not_reported_writable) {
   send();
   watch->descriptorIs(ends[0]);
   counter->act = [&] { watch->descriptorIs(-1); };
@@ -80,6 +80,11 @@ TEST_F(Descriptors, changed_by_the_readable_handler_are_not_reported_writable) {
   time.settle();
   EXPECT_EQ(counter->readable, 1);
   EXPECT_EQ(counter->writable, 0);
+  watch->descriptorIs(ends[0]);
+  counter->act = [&] { watch = nullptr, counter = nullptr; };
+  watch->notifyOnReadableIs(true);
+  time.settle();
+  EXPECT_EQ(watch, nullptr);
 }
 
 TEST_F(Descriptors, closed_and_opened_again_under_their_number_are_watched_anew) {
@@ -99,15 +104,6 @@ TEST_F(Descriptors, closed_and_opened_again_under_their_number_are_watched_anew)
   counter->act = [&] { watch->notifyOnReadableIs(false); };
   time.settle();
   EXPECT_EQ(counter->readable, 2);
-}
-
-TEST_F(Descriptors, let_go_of_in_their_own_handler_end_quietly) {
-  watch->descriptorIs(ends[0]);
-  counter->act = [&] { watch = nullptr, counter = nullptr; };
-  watch->notifyOnReadableIs(true);
-  send();
-  time.settle();
-  EXPECT_EQ(watch, nullptr);
 }
 
 TEST(RealLoopEvents, signals_arrive_on_the_loop) {

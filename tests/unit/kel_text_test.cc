@@ -78,18 +78,6 @@ TEST_F(LogEvents, repeat_within_their_limit_only) {
   }
 }
 
-TEST_F(LogEvents, do_not_reach_a_sink_that_another_sink_removed) {
-  int second = 0, secondSaw = 0;
-  int const first = Kel::logSinkIs([&](Kel::LogEvent const&) { Kel::logSinkDel(second); });
-  second = Kel::logSinkIs([&](Kel::LogEvent const&) { ++secondSaw; });
-  Kel::LogHandle handle("NAME", 6, "text", "", "", 0, 1, 0);
-  handle.log();
-  handle.log();
-  EXPECT_EQ(secondSaw, 0);
-  EXPECT_EQ(seen.size(), 2U);
-  Kel::logSinkDel(first);
-}
-
 TEST(Trace, writes_what_the_setting_asks_for_and_costs_nothing_else) {
   std::vector<std::string> lines;
   Kel::traceSinkIs([&](Kel::TraceFacility const& facility, int level, std::string const& text) {

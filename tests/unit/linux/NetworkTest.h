@@ -13,9 +13,9 @@
 #include <memory>
 #include <sstream>
 
+#include "platform/kel/Log.h"
 #include "platform/kel/Loop.h"
 #include "platform/linux/Adapter.h"
-#include "tests/unit/linux/Warned.h"
 #include "tests/unit/support/TemporaryFolder.h"
 
 namespace Linux {
@@ -64,6 +64,20 @@ inline void configureAll(Entities const& entities, Wire::IntfId const& intfId) {
   ip4->addrWithMaskIs(*Wire::IpAddrWithMask::fromString("10.0.0.5/24"));
   entities.ip6Config->intf(intfId)->addrIs(*Wire::Ip6AddrWithMask::fromString("2001:db8::5/64"));
 }
+
+// The warnings raised while it lives.
+class Warned {
+ public:
+  Warned() = default;
+  Warned(Warned const&) = delete;
+  ~Warned() { Kel::logSinkDel(sink_); }
+  std::string const& text() const { return text_; }
+
+ private:
+  std::string text_;
+  int sink_ = Kel::logSinkIs(
+      [this](Kel::LogEvent const& event) { text_ += event.name + ": " + event.message + "\n"; });
+};
 
 // What a shell command prints.
 inline std::string output(std::string const& command) {

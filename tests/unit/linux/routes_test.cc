@@ -27,10 +27,9 @@ class RoutesTest : public NetworkTest {
 
   // "prefix dev device", or "prefix gateway device gateway device", of all routes but the kernel's own.
   static std::string routes() {
-    return output(R"(ip -json route show | jq -j '.[] | select(.protocol != "kernel") | .dst,
+    return output(R"sh(ip -json route show | jq -j '.[] | select(.protocol != "kernel") | .dst,
         (.nexthops // [.] | sort_by(.gateway) | .[] | " ", .gateway // "-", " ", .dev),
-        (select(.protocol != "142") | " (" + .protocol + ")"),
-           "\n"')");
+        (select(.protocol != "142") | " (" + .protocol + ")"), "\n"')sh");
   }
 };
 
