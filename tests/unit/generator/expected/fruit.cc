@@ -21,7 +21,7 @@ std::string Kel::Codec<Fruit::Colour>::fromValue(Value const& value, Fruit::Colo
 }
 
 Kel::Value Kel::Codec<Fruit::Leaf>::toValue(Fruit::Leaf const& value) {
-  return ValueMap{{"length", Codec<std::uint16_t>::toValue(value.length)}, {"label", Codec<Kel::String>::toValue(value.label)}};
+  return ValueMap{{"label", Codec<Kel::String>::toValue(value.label)}};
 }
 
 std::string Kel::Codec<Fruit::Leaf>::fromValue(Value const& value, Fruit::Leaf& out) {
@@ -29,10 +29,6 @@ std::string Kel::Codec<Fruit::Leaf>::fromValue(Value const& value, Fruit::Leaf& 
   if (map == nullptr) return "expected an object";
   Fruit::Leaf parsed;
   for (auto const& [name, field] : *map) {
-    if (name == "length") {
-      if (auto error = Codec<std::uint16_t>::fromValue(field, parsed.length); !error.empty()) return "length: " + error;
-      continue;
-    }
     if (name == "label") {
       if (auto error = Codec<Kel::String>::fromValue(field, parsed.label); !error.empty()) return "label: " + error;
       continue;
@@ -44,6 +40,13 @@ std::string Kel::Codec<Fruit::Leaf>::fromValue(Value const& value, Fruit::Leaf& 
 }
 
 static Kel::AttributeType const attributesOfPlant[] = {
+    {"colour", Kel::AttributeKind::value, "", "Fruit::Colour", "", "Its colour.", nullptr,
+     [](Kel::Entity const& e, std::string_view) { return Kel::Codec<Fruit::Colour>::toValue(static_cast<Fruit::Plant const&>(e).colour()); },
+     nullptr,
+     nullptr,
+     nullptr,
+     nullptr,
+     nullptr},
     {"height", Kel::AttributeKind::value, "", "seconds", "seconds", "Height, in time to climb.", nullptr,
      [](Kel::Entity const& e, std::string_view) { return Kel::Codec<Kel::Seconds>::toValue(static_cast<Fruit::Plant const&>(e).height()); },
      nullptr,
@@ -61,39 +64,21 @@ static Kel::AttributeType const attributesOfPlant[] = {
 };
 constinit Kel::EntityType const Fruit::Plant::type = {"Fruit::Plant", "Grows.", nullptr, attributesOfPlant};
 
-static Kel::AttributeType const attributesOfApple[] = {
-    {"colour", Kel::AttributeKind::value, "", "Fruit::Colour", "", "Its colour.", nullptr,
-     [](Kel::Entity const& e, std::string_view) { return Kel::Codec<Fruit::Colour>::toValue(static_cast<Fruit::Apple const&>(e).colour()); },
-     nullptr,
-     nullptr,
-     nullptr,
-     nullptr,
-     nullptr},
-    {"taste", Kel::AttributeKind::value, "", "string", "", "Its taste.", nullptr,
-     [](Kel::Entity const& e, std::string_view) { return Kel::Codec<Kel::String>::toValue(static_cast<Fruit::Apple const&>(e).taste()); },
-     nullptr,
-     nullptr,
-     []([[maybe_unused]] Kel::Entity* e, [[maybe_unused]] std::string_view k, Kel::Value const& v) { return Kel::withValue<Kel::String>(v, [&](Kel::String const& x) -> std::string { if (x.size() > 8) return std::string("longer than 8 bytes"); if (e != nullptr) static_cast<Fruit::Apple*>(e)->tasteIs(x); return {}; }); },
-     nullptr,
-     nullptr},
-    {"plant", Kel::AttributeKind::reference, "", "Fruit::Plant", "", "Where it grew.", &Fruit::Plant::type,
-     [](Kel::Entity const& e, std::string_view) { auto const& held = static_cast<Fruit::Apple const&>(e).plant(); return held ? Kel::Codec<Kel::Name>::toValue(held->name()) : Kel::Value(); },
-     nullptr,
-     nullptr,
-     nullptr,
-     nullptr,
-     nullptr},
-};
-constinit Kel::EntityType const Fruit::Apple::type = {"Fruit::Apple", "An apple.", nullptr, attributesOfApple};
-
 static Kel::AttributeType const attributesOfTree[] = {
-    {"apple", Kel::AttributeKind::entities, "u32", "Fruit::Apple", "", "By branch.", &Fruit::Apple::type,
+    {"graft", Kel::AttributeKind::entities, "name", "Fruit::Plant", "", "By name.", &Fruit::Plant::type,
      nullptr,
-     [](Kel::Entity const& e) { return Kel::keyTexts(static_cast<Fruit::Tree const&>(e).apple()); },
-     [](Kel::Entity const& e, std::string_view k) { return Kel::entryChild(static_cast<Fruit::Tree const&>(e).apple(), k); },
+     [](Kel::Entity const& e) { return Kel::keyTexts(static_cast<Fruit::Tree const&>(e).graft()); },
+     [](Kel::Entity const& e, std::string_view k) { return Kel::entryChild(static_cast<Fruit::Tree const&>(e).graft(), k); },
      nullptr,
      nullptr,
-     []([[maybe_unused]] Kel::Entity* e, [[maybe_unused]] std::string_view k) { return Kel::withKey<std::uint32_t>(k, [&](std::uint32_t const& key) -> std::string { if (e != nullptr) static_cast<Fruit::Tree*>(e)->appleDel(key); return {}; }); }},
+     []([[maybe_unused]] Kel::Entity* e, [[maybe_unused]] std::string_view k) { return Kel::withKey<Kel::Name>(k, [&](Kel::Name const& key) -> std::string { if (e != nullptr) static_cast<Fruit::Tree*>(e)->graftDel(key); return {}; }); }},
+    {"seed", Kel::AttributeKind::reference, "", "Fruit::Plant", "", "What it grew from.", &Fruit::Plant::type,
+     [](Kel::Entity const& e, std::string_view) { auto const& held = static_cast<Fruit::Tree const&>(e).seed(); return held ? Kel::Codec<Kel::Name>::toValue(held->name()) : Kel::Value(); },
+     nullptr,
+     nullptr,
+     nullptr,
+     nullptr,
+     nullptr},
 };
 constinit Kel::EntityType const Fruit::Tree::type = {"Fruit::Tree", "Stands before what it is made of.", &Fruit::Plant::type, attributesOfTree};
 

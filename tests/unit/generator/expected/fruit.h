@@ -23,7 +23,6 @@ constexpr Colour operator&(Colour a, Colour b) {
 
 // A leaf.
 struct Leaf {
-  std::uint16_t length{5};  // in millimetres
   Kel::String label{"a \"leaf\""};  // its label
   auto operator<=>(Leaf const&) const = default;
 };
@@ -62,11 +61,14 @@ class Plant : public Kel::Entity {
     virtual void onLeaf(std::uint8_t const&) {}
   };
 
-  explicit Plant(Kel::Name name)
-      : name_(std::move(name)) {}
+  explicit Plant(Kel::Name name, Fruit::Colour colour)
+      : name_(std::move(name)), colour_(std::move(colour)) {}
   Kel::EntityType const* entityType() const override { return &type; }
 
   Kel::Name const& name() const { return name_; }
+
+  // Its colour.
+  Fruit::Colour const& colour() const { return colour_.get(); }
 
   // Height, in time to climb. (seconds)
   Kel::Seconds height() const { return height_.get(); }
@@ -82,47 +84,9 @@ class Plant : public Kel::Entity {
 
  private:
   Kel::Name name_;
+  Kel::Attr<Fruit::Colour> colour_;
   Kel::Attr<Kel::Seconds> height_{Kel::never};
   Kel::Collection<std::uint8_t, Fruit::Leaf> leaf_;
-};
-
-// An apple.
-class Apple : public Kel::Entity {
- public:
-  static constexpr unsigned level = 1;
-  static Kel::EntityType const type;
-
-  class NotifieeConst : public Kel::NotifieeBase {
-   public:
-    explicit NotifieeConst(Kel::Ptr<Apple const> const& notifier, unsigned deepest = level)
-        : Kel::NotifieeBase(notifier, deepest) {}
-    Apple const& notifier() const { return static_cast<Apple const&>(*notifierEntity()); }
-    virtual void onTaste() {}
-    virtual void onPlant() {}
-  };
-
-  explicit Apple(std::uint32_t branch, Fruit::Colour colour)
-      : branch_(std::move(branch)), colour_(std::move(colour)) {}
-  Kel::EntityType const* entityType() const override { return &type; }
-
-  std::uint32_t const& branch() const { return branch_; }
-
-  // Its colour.
-  Fruit::Colour const& colour() const { return colour_.get(); }
-
-  // Its taste.
-  Kel::String const& taste() const { return taste_.get(); }
-  void tasteIs(Kel::String value) { taste_.set(*this, level, "taste", std::move(value), &NotifieeConst::onTaste); }
-
-  // Where it grew.
-  Kel::Ptr<Fruit::Plant const> const& plant() const { return plant_.get(); }
-  void plantIs(Kel::Ptr<Fruit::Plant const> value) { plant_.set(*this, level, "plant", std::move(value), &NotifieeConst::onPlant); }
-
- private:
-  std::uint32_t branch_;
-  Kel::Attr<Fruit::Colour> colour_;
-  Kel::Attr<Kel::String> taste_{"sweet"};
-  Kel::Attr<Kel::Ptr<Fruit::Plant const>> plant_{};
 };
 
 // Stands before what it is made of.
@@ -136,32 +100,38 @@ class Tree : public Fruit::Plant {
     explicit NotifieeConst(Kel::Ptr<Tree const> const& notifier, unsigned deepest = level)
         : Fruit::Plant::NotifieeConst(notifier, deepest) {}
     Tree const& notifier() const { return static_cast<Tree const&>(*notifierEntity()); }
-    virtual void onApple(std::uint32_t const&) {}
+    virtual void onGraft(Kel::Name const&) {}
+    virtual void onSeed() {}
   };
 
-  explicit Tree(Kel::Name name)
-      : Fruit::Plant(std::move(name)) {}
+  explicit Tree(Kel::Name name, Fruit::Colour colour)
+      : Fruit::Plant(std::move(name), std::move(colour)) {}
   Kel::EntityType const* entityType() const override { return &type; }
 
-  // By branch.
-  Kel::Collection<std::uint32_t, Kel::Ptr<Fruit::Apple>> const& apple() const { return apple_; }
-  Kel::Ptr<Fruit::Apple> const& apple(std::uint32_t const& key) const { return apple_.get(key); }
-  void appleIs(Kel::Ptr<Fruit::Apple> const& entity) { apple_.set(*this, level, "apple", entity->branch(), entity, &NotifieeConst::onApple); }
-  Kel::Ptr<Fruit::Apple> appleIs(std::uint32_t const& key, Fruit::Colour const& colour) {
-    if (Kel::Ptr<Fruit::Apple> const found = apple(key)) {
+  // By name.
+  Kel::Collection<Kel::Name, Kel::Ptr<Fruit::Plant>> const& graft() const { return graft_; }
+  Kel::Ptr<Fruit::Plant> const& graft(Kel::Name const& key) const { return graft_.get(key); }
+  void graftIs(Kel::Ptr<Fruit::Plant> const& entity) { graft_.set(*this, level, "graft", entity->name(), entity, &NotifieeConst::onGraft); }
+  Kel::Ptr<Fruit::Plant> graftIs(Kel::Name const& key, Fruit::Colour const& colour) {
+    if (Kel::Ptr<Fruit::Plant> const found = graft(key)) {
       Kel::checkSame("colour", colour, found->colour());
       return found;
     }
-    auto const created = Kel::makePtr<Fruit::Apple>(key, colour);
-    appleIs(created);
+    auto const created = Kel::makePtr<Fruit::Plant>(key, colour);
+    graftIs(created);
     return created;
   }
-  void appleDel(std::uint32_t const& key) { apple_.del(*this, level, "apple", key, &NotifieeConst::onApple); }
-  void appleDelAll() { apple_.delAll(*this, level, "apple", &NotifieeConst::onApple); }
-  void appleNotify(std::uint32_t const& key) { apple_.announce(*this, level, "apple", key, &NotifieeConst::onApple); }
+  void graftDel(Kel::Name const& key) { graft_.del(*this, level, "graft", key, &NotifieeConst::onGraft); }
+  void graftDelAll() { graft_.delAll(*this, level, "graft", &NotifieeConst::onGraft); }
+  void graftNotify(Kel::Name const& key) { graft_.announce(*this, level, "graft", key, &NotifieeConst::onGraft); }
+
+  // What it grew from.
+  Kel::Ptr<Fruit::Plant const> const& seed() const { return seed_.get(); }
+  void seedIs(Kel::Ptr<Fruit::Plant const> value) { seed_.set(*this, level, "seed", std::move(value), &NotifieeConst::onSeed); }
 
  private:
-  Kel::Collection<std::uint32_t, Kel::Ptr<Fruit::Apple>> apple_;
+  Kel::Collection<Kel::Name, Kel::Ptr<Fruit::Plant>> graft_;
+  Kel::Attr<Kel::Ptr<Fruit::Plant const>> seed_{};
 };
 
 }
