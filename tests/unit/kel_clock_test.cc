@@ -73,34 +73,22 @@ TEST_F(Clocks, armed_by_a_handler_for_now_fire_behind_all_that_were_due) {
 }
 
 TEST_F(Clocks, may_be_parked_moved_or_ended_by_handlers) {
-  Kel::Ptr<Alarm> a, b, c, d, e;
+  Kel::Ptr<Alarm> a, b, f;
+  auto const c = named("c"), d = named("d"), e = named("e"), g = named("g");
   a = named("a", [&] {
     b = nullptr;
     c->timeMinIs(Kel::never);
     d->timeMinIs(start + 9);
     e->hasNotificationActiveIs(false);
-  });
-  b = named("b");
-  c = named("c");
-  d = named("d");
-  e = named("e");
-  for (auto const& one : {a, b, c, d, e}) one->timeMinIs(start + 1);
-  time.advance(60);
-  EXPECT_EQ(taken(), (Log{"a@1.00", "d@9.00"}));
-}
-
-TEST_F(Clocks, may_end_themselves_armed_and_take_the_next_in_line_with_them) {
-  Kel::Ptr<Alarm> a, b;
-  auto const c = named("c");
-  b = named("b");
-  a = named("a", [&] {
     a->timeMinIs(start + 1);
-    a->atEnd = [&] { b = nullptr; };
+    a->atEnd = [&] { f = nullptr; };
     a = nullptr;  // the last handle but that of the firing clock
   });
-  for (auto const& one : {a, b, c}) one->timeMinIs(start + 1);
+  b = named("b");
+  f = named("f");
+  for (auto const& one : {a, b, c, d, e, f, g}) one->timeMinIs(start + 1);
   time.advance(60);
-  EXPECT_EQ(taken(), (Log{"a@1.00", "c@1.00"}));
+  EXPECT_EQ(taken(), (Log{"a@1.00", "g@1.00", "d@9.00"}));
 }
 
 TEST(RealTime, fires_clocks_at_most_a_few_milliseconds_late) {

@@ -4,18 +4,14 @@
 namespace {
 
 // A socket whose frames a test hands in.
-class TestPam : public Wire::Pam {
- public:
+struct TestPam : Wire::Pam {
   using Pam::Pam;
-
-  void receive(std::vector<std::uint8_t> frame) {
-    frame_ = std::move(frame);
+  void receive(std::vector<std::uint8_t> received) {
+    frame = std::move(received);
     readableCountIs(readableCount() + 1);
   }
-  std::vector<std::uint8_t> rxPkt() override { return std::exchange(frame_, {}); }
-
- private:
-  std::vector<std::uint8_t> frame_;
+  std::vector<std::uint8_t> rxPkt() override { return std::exchange(frame, {}); }
+  std::vector<std::uint8_t> frame;
 };
 
 // A frame of `size` bytes whose two-byte fields from offset 12 on are `fields`.
@@ -30,36 +26,30 @@ std::vector<std::uint8_t> frame(std::size_t size, std::vector<std::uint16_t> con
 }
 
 // Opens and closes sockets within the call that asks for it.
-class PromptSockets : public Interface::PamDesiredIntfDir::NotifieeConst {
- public:
+struct PromptSockets : Interface::PamDesiredIntfDir::NotifieeConst {
   explicit PromptSockets(ZeroTouch::ZeroTouchPamMan const& manager)
-      : NotifieeConst(manager.pamDesiredIntfDir()), open_(manager.ethDevPamCollection()) {}
+      : NotifieeConst(manager.pamDesiredIntfDir()), open(manager.ethDevPamCollection()) {}
   void onIntfDesired(Wire::IntfId const& intfId) override {
     if (notifier().intfDesired(intfId)) {
-      open_->intfPamIs(Kel::makePtr<TestPam>(intfId));
+      open->intfPamIs(Kel::makePtr<TestPam>(intfId));
     } else {
-      open_->intfPamDel(intfId);
+      open->intfPamDel(intfId);
     }
   }
-
- private:
-  Kel::Ptr<Interface::EthDevPamCollection> open_;
+  Kel::Ptr<Interface::EthDevPamCollection> open;
 };
 
 // Makes a port routed, and no longer so, within the call that asks for it.
-class PromptForwarding : public L3::Intf::ConfigDir::NotifieeConst {
- public:
+struct PromptForwarding : L3::Intf::ConfigDir::NotifieeConst {
   explicit PromptForwarding(ZeroTouch::MountedEntities const& entities)
-      : NotifieeConst(entities.l3ConfigDir), ports_(entities.episd) {}
+      : NotifieeConst(entities.l3ConfigDir), ports(entities.episd) {}
   void onIntfConfig(Wire::IntfId const& intfId) override {
     using enum Interface::IntfForwardingModel;
-    if (auto const port = ports_->intfStatus(intfId)) {
+    if (auto const port = ports->intfStatus(intfId)) {
       port->forwardingModelIs(notifier().intfConfig(intfId) ? routed : unconfigured);
     }
   }
-
- private:
-  Kel::Ptr<Interface::AllEthPhyIntfStatusDir> ports_;
+  Kel::Ptr<Interface::AllEthPhyIntfStatusDir> ports;
 };
 
 }  // namespace
@@ -80,25 +70,23 @@ class Lldp : public PortTest {
 };
 
 TEST_F(Lldp, only_lldp_frames_on_a_linked_port_count) {
-  struct Case {
-    std::vector<std::uint8_t> frame;
-    Interface::LinkStatus link;
-    bool counts;
-  };
+  using enum Interface::LinkStatus;
   auto const pam = listeningPort("Ethernet1");
-  for (Case const& c : {Case{frame(60, {0x88cc}), Interface::LinkStatus::up, true},
-                        Case{frame(14, {0x88cc}), Interface::LinkStatus::up, true},
-                        Case{frame(60, {0x8100, 0x0fff, 0x88cc}), Interface::LinkStatus::up, true},
-                        Case{frame(60, {0x8100, 1, 0x8100, 2, 0x88cc}), Interface::LinkStatus::up, false},
-                        Case{frame(13, {0x88cc}), Interface::LinkStatus::up, false},
-                        Case{frame(14, {0x8100}), Interface::LinkStatus::up, false},
-                        Case{frame(17, {0x8100, 1, 0x88cc}), Interface::LinkStatus::up, false},
-                        Case{frame(60, {0x0800}), Interface::LinkStatus::up, false},
-                        Case{{}, Interface::LinkStatus::up, false},
-                        Case{frame(60, {0x88cc}), Interface::LinkStatus::down, false}}) {
-    platform.episd->intfStatus(id("Ethernet1"))->linkStatusIs(c.link);
-    pam->receive(c.frame);
-    EXPECT_EQ(hearing(), c.counts ? "Ethernet1" : "");
+  for (auto const& [received, link, counts] :
+       std::vector<std::tuple<std::vector<std::uint8_t>, Interface::LinkStatus, bool>>{
+           {frame(60, {0x88cc}), up, true},
+           {frame(14, {0x88cc}), up, true},
+           {frame(60, {0x8100, 0x0fff, 0x88cc}), up, true},
+           {frame(60, {0x8100, 1, 0x8100, 2, 0x88cc}), up, false},
+           {frame(13, {0x88cc}), up, false},
+           {frame(14, {0x8100}), up, false},
+           {frame(17, {0x8100, 1, 0x88cc}), up, false},
+           {frame(60, {0x0800}), up, false},
+           {{}, up, false},
+           {frame(60, {0x88cc}), down, false}}) {
+    platform.episd->intfStatus(id("Ethernet1"))->linkStatusIs(link);
+    pam->receive(received);
+    EXPECT_EQ(hearing(), counts ? "Ethernet1" : "");
     sm().intfLldpPoolDelAll();
   }
 }
@@ -162,10 +150,8 @@ TEST_F(Lldp, a_platform_may_react_within_the_call_that_asks) {
     auto const forwarding = Kel::makePtr<PromptForwarding>(platform);
     auto const expectPorts = [&](std::string const& expected) {
       time.settle();
-      EXPECT_EQ(known(), expected);
-      EXPECT_EQ(registered(), expected);
-      EXPECT_EQ(socketsWanted(), expected);
-      EXPECT_EQ(names(pams()->intfPam()), expected);
+      EXPECT_EQ((Strings{known(), registered(), socketsWanted(), names(pams()->intfPam())}),
+                Strings(4, expected));
       for (auto const& [intfId, port] : platform.episd->intfStatus()) {
         port->linkStatusIs(Interface::LinkStatus::up);
         if (auto const pam = pams()->intfPam(intfId)) {
@@ -197,17 +183,4 @@ TEST_F(Lldp, a_platform_may_react_within_the_call_that_asks) {
     EXPECT_EQ(runningTimer(), "InterfacesSetupTimer");
     startOver();
   }
-}
-
-TEST_F(Lldp, the_platform_is_asked_for_sockets_with_the_filter) {
-  atRest();
-  auto const manager = agent->ztPamMan()->ethDevPamManager();
-  EXPECT_EQ(Kel::activityManager()->localEntity("zerotouch/ethDevPamManager"), manager);
-  EXPECT_EQ(manager->ethProtocol(), 3);
-  EXPECT_EQ(manager->listenAddr().stringValue(), "01:80:c2:00:00:02");
-  EXPECT_EQ(manager->filterProgram().size(), 11);
-  EXPECT_TRUE(manager->enabled());
-  EXPECT_EQ(manager->pamDesiredIntfDir(), sm().pamDesiredIntfDir());
-  agent = nullptr;
-  EXPECT_FALSE(Kel::activityManager()->localEntity("zerotouch/ethDevPamManager"));
 }

@@ -13,9 +13,9 @@
 #include <memory>
 #include <sstream>
 
+#include "platform/kel/Log.h"
 #include "platform/kel/Loop.h"
 #include "platform/linux/Adapter.h"
-#include "tests/unit/linux/Warned.h"
 #include "tests/unit/support/TemporaryFolder.h"
 
 namespace Linux {
@@ -65,17 +65,45 @@ inline void configureAll(Entities const& entities, Wire::IntfId const& intfId) {
   entities.ip6Config->intf(intfId)->addrIs(*Wire::Ip6AddrWithMask::fromString("2001:db8::5/64"));
 }
 
+// The warnings raised while it lives.
+class Warned {
+ public:
+  Warned() = default;
+  Warned(Warned const&) = delete;
+  ~Warned() { Kel::logSinkDel(sink_); }
+  std::string const& text() const { return text_; }
+
+ private:
+  std::string text_;
+  int sink_ = Kel::logSinkIs(
+      [this](Kel::LogEvent const& event) { text_ += event.name + ": " + event.message + "\n"; });
+};
+
+// What a shell command prints.
+inline std::string output(std::string const& command) {
+  std::string out;
+  FILE* const pipe = popen(command.c_str(), "r");
+  for (int c = 0; (c = fgetc(pipe)) != EOF;) out += static_cast<char>(c);
+  pclose(pipe);
+  return out;
+}
+
 class NetworkTest : public ::testing::Test {
  protected:
-  void SetUp() override {
+  void SetUp() final {
     if (geteuid() != 0) GTEST_SKIP() << "needs root, to make a network namespace";
     ASSERT_EQ(unshare(CLONE_NEWNET), 0) << "cannot make a network namespace";
     ip("link set lo up");
+    prepare();
   }
+  virtual void prepare() {}
 
-  // ip(8), which has to succeed.
-  static void ip(std::string const& arguments) {
-    EXPECT_EQ(std::system(("ip " + arguments).c_str()), 0) << "ip " << arguments;
+  // ip(8) with each of the arguments, which has to succeed.
+  template <typename... Arguments>
+  static void ip(Arguments const&... each) {
+    for (std::string const& arguments : {std::string(each)...}) {
+      EXPECT_EQ(std::system(("ip " + arguments).c_str()), 0) << "ip " << arguments;
+    }
   }
 
   // A cable: ethN, a port, and farN, which is none. Both down.
@@ -92,8 +120,7 @@ class NetworkTest : public ::testing::Test {
         return entry.second.name == device && !netlink.addresses(entry.first).empty();
       });
     };
-    ip("link set eth" + number + " up");
-    ip("link set far" + number + " up");
+    ip("link set eth" + number + " up", "link set far" + number + " up");
     EXPECT_TRUE(Kel::Loop::instance().runUntil(
         [&] { return carries("eth" + number) && carries("far" + number); }, 10));
   }
@@ -141,20 +168,12 @@ class NetworkTest : public ::testing::Test {
 
   // What the kernel says of a device: flag, MTU, the three IPv6 switches, configured addresses.
   static std::string kernel(std::string const& device) {
-    std::string const conf = "/proc/sys/net/ipv6/conf/" + device + "/";
-    std::string const script = "d=" + device +
-                               "; ip -br link show $d | grep -q '[<,]UP[,>]' && echo -n 'up ' || echo -n "
-                               "'down '; ip link show $d | sed -n "
-                               "'s/.*\\(mtu [0-9]*\\).*/\\1/p' | tr '\\n' ' '; cd /proc/sys/net/ipv6/conf/$d "
-                               "2>/dev/null && echo -n disable_ipv6 "
-                               "$(cat disable_ipv6) accept_ra $(cat accept_ra) defrtr $(cat "
-                               "accept_ra_defrtr); ip -o addr show $d scope global | "
-                               "awk '{printf \" %s\", $4}'";
-    std::string out;
-    FILE* const pipe = popen(script.c_str(), "r");
-    for (int c = 0; (c = fgetc(pipe)) != EOF;) out += static_cast<char>(c);
-    pclose(pipe);
-    return out;
+    return output("d=" + device + R"(
+        ip -br link show $d | grep -q '[<,]UP[,>]' && echo -n 'up ' || echo -n 'down '
+        ip link show $d | sed -n 's/.*\(mtu [0-9]*\).*/\1/p' | tr '\n' ' '
+        cd /proc/sys/net/ipv6/conf/$d 2>/dev/null &&
+          echo -n disable_ipv6 $(cat disable_ipv6) accept_ra $(cat accept_ra) defrtr $(cat accept_ra_defrtr)
+        ip -o addr show $d scope global | awk '{printf " %s", $4}')");
   }
 
   TemporaryFolder run;

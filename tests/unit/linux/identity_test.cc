@@ -29,7 +29,7 @@ class IdentityTest : public ::testing::Test {
  protected:
   IdentityTest() { std::filesystem::create_directory(folder.path("/run")); }
 
-  void serversAre(Strings const& v4, Strings const& v6, std::string const& domain) const {
+  void serversAre(Strings const& v4, Strings const& v6 = {}, std::string const& domain = "") {
     entities.netConfig->nameServerDelAll();
     entities.netConfig->v6NameServerDelAll();
     std::uint8_t index = 0;
@@ -38,6 +38,7 @@ class IdentityTest : public ::testing::Test {
     for (auto const& server : v6)
       entities.netConfig->v6NameServerIs(++index, *Wire::Ip6Addr::fromString(server));
     entities.netConfig->domainNameIs(domain);
+    time.settle();
   }
   std::unique_ptr<ResolvConfApplier> resolvConf() const {
     return std::make_unique<ResolvConfApplier>(entities, folder.path("/resolv.conf"), folder.path("/run"));
@@ -54,44 +55,41 @@ std::string const firstLine =
     "# Written by zerotouchd. What stood here before comes back when provisioning takes its settings back.\n";
 std::string const before = "domain old.example\noptions timeout:1 \n\n# no end of line";
 
-class HostNameTest : public IdentityTest {
- protected:
-  void SetUp() override {
-    if (geteuid() != 0) GTEST_SKIP() << "needs root, to make a UTS namespace";
-    ASSERT_EQ(unshare(CLONE_NEWUTS), 0);
-    ASSERT_EQ(sethostname("before", 6), 0);
-  }
-  static std::string current() {
-    char name[65] = {};
-    gethostname(name, sizeof name - 1);
-    return name;
-  }
-};
+std::string hostName() {
+  char name[65] = {};
+  gethostname(name, sizeof name - 1);
+  return name;
+}
 
-TEST_F(HostNameTest, IsSetAndPutBack) {
+std::string dropped(std::string const& what, std::string const& why) {
+  return "VALUE_DROPPED: The " + what + " is not used: " + why + "\n";
+}
+
+TEST_F(IdentityTest, HostNameIsSetAndPutBack) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs root, to make a UTS namespace";
+  ASSERT_EQ(unshare(CLONE_NEWUTS), 0);
+  ASSERT_EQ(sethostname("before", 6), 0);
   std::string const longest(64, 'a');
-  std::string shown;
   {
     HostNameApplier applier(entities, folder.path("/run"));
-    for (std::string const& name : {std::string("sw1.example.com"), longest + "a", std::string("a\nb"),
-                                    std::string(63, 'b'), std::string()}) {
+    std::string shown;
+    for (std::string const& name :
+         Strings{"sw1.example.com", longest + "a", "a\nb", std::string(63, 'b'), ""}) {
       entities.netConfig->hostnameIs(name);
       time.settle();
-      EXPECT_EQ(entities.netStatus->hostname(), current());
-      shown += current().substr(0, 20) + " ";
+      EXPECT_EQ(entities.netStatus->hostname(), hostName());
+      shown += hostName().substr(0, 20) + " ";
     }
     EXPECT_EQ(shown, "sw1.example.com sw1.example.com sw1.example.com bbbbbbbbbbbbbbbbbbbb before ");
-    EXPECT_EQ(warned.text(),
-              "VALUE_DROPPED: The host name '" + longest +
-                  "a' is not used: longer than 64 bytes\nVALUE_DROPPED: The host name 'a?b' is not "
-                  "used: not a name\n");
+    EXPECT_EQ(warned.text(), dropped("host name '" + longest + "a'", "longer than 64 bytes") +
+                                 dropped("host name 'a?b'", "not a name"));
     entities.netConfig->hostnameIs("of-the-killed");
     time.settle();
   }
   // As if that one had been killed.
   HostNameApplier next(entities, folder.path("/run"));
   EXPECT_TRUE(next.undo());
-  EXPECT_EQ(current(), "before");
+  EXPECT_EQ(hostName(), "before");
   EXPECT_EQ(entities.netStatus->hostname(), "before");
   EXPECT_FALSE(next.undo());
 }
@@ -120,21 +118,17 @@ TEST_F(IdentityTest, ResolvConfIsWrittenAndPutBack) {
            {{}, {}, "new.example", firstLine + "search new.example\n", "new.example"},
            {{}, {}, "", before, "old.example"}}) {
     serversAre(v4, v6, domain);
-    time.settle();
     EXPECT_EQ(folder.read("/elsewhere"), text);
     EXPECT_EQ(entities.netStatus->domainName(), status);
   }
-  std::string faults;
+  std::string faults = dropped("domain name 'x?nameserver?6.6.6.6'", "not a name");
   for (std::string const server : {"127.0.0.1", "224.0.0.1", "0.0.0.0", "fe80::1", "::1"}) {
-    faults +=
-        "VALUE_DROPPED: The name server '" + server + "' is not used: not the address of a name server\n";
+    faults += dropped("name server '" + server + "'", "not the address of a name server");
   }
-  EXPECT_EQ(warned.text(),
-            "VALUE_DROPPED: The domain name 'x?nameserver?6.6.6.6' is not used: not a name\n" + faults);
+  EXPECT_EQ(warned.text(), faults);
 
   // A host that is killed leaves enough behind.
-  serversAre({"10.0.0.2"}, {}, "");
-  time.settle();
+  serversAre({"10.0.0.2"});
   EXPECT_NE(folder.read("/elsewhere"), before);
   applier = resolvConf();
   EXPECT_TRUE(applier->undo());
@@ -145,21 +139,16 @@ TEST_F(IdentityTest, ResolvConfIsWrittenAndPutBack) {
 
 TEST_F(IdentityTest, ResolvConfThatWasAbsentGoesAndWhatOthersWriteStays) {
   auto const applier = resolvConf();
-  serversAre({"10.0.0.2"}, {}, "");
-  time.settle();
+  serversAre({"10.0.0.2"});
   EXPECT_EQ(folder.read("/resolv.conf"), firstLine + "nameserver 10.0.0.2\n");
-  serversAre({}, {}, "");
-  time.settle();
+  serversAre({});
   EXPECT_EQ(folder.read("/resolv.conf"), "(absent)");
-  serversAre({"10.0.0.2"}, {}, "");
-  time.settle();
+  serversAre({"10.0.0.2"});
   folder.write("/resolv.conf", "of somebody else");
-  serversAre({}, {}, "");
-  time.settle();
+  serversAre({});
   EXPECT_EQ(folder.read("/resolv.conf"), "of somebody else");
   std::filesystem::remove_all(folder.path());
-  serversAre({"10.0.0.2"}, {}, "");
-  time.settle();
+  serversAre({"10.0.0.2"});
   EXPECT_NE(
       warned.text().find("SYSTEM_FILE_FAILED: Cannot change " + folder.path("/resolv.conf: No such file")),
       std::string::npos)
@@ -172,12 +161,10 @@ TEST_F(IdentityTest, ResolvConfThatIsAMountIsRewritten) {
   ASSERT_EQ(mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr), 0);
   folder.write("/outside", before);
   folder.write("/resolv.conf", "");
-  ASSERT_EQ(
-      mount(folder.path("/outside").c_str(), folder.path("/resolv.conf").c_str(), nullptr, MS_BIND, nullptr),
-      0);
+  ASSERT_EQ(std::system(("mount --bind " + folder.path("/outside ") + folder.path("/resolv.conf")).c_str()),
+            0);
   auto const applier = resolvConf();
-  serversAre({"10.0.0.2"}, {}, "");
-  time.settle();
+  serversAre({"10.0.0.2"});
   EXPECT_EQ(folder.read("/outside"), firstLine + "nameserver 10.0.0.2\n");
   applier->undo();
   EXPECT_EQ(folder.read("/outside"), before);
@@ -186,35 +173,35 @@ TEST_F(IdentityTest, ResolvConfThatIsAMountIsRewritten) {
 }
 
 TEST_F(IdentityTest, LogServersAreWrittenAndRsyslogIsTold) {
+  std::string const file = "/rsyslog.d/zt.conf", path = folder.path(file);
   folder.write("/rsyslog.d/other.conf", "");
   auto const applier = [&] {
-    return std::make_unique<LogHostApplier>(entities, folder.path("/rsyslog.d/zt.conf"),
-                                            CommandLine{"reread", "it"});
+    return std::make_unique<LogHostApplier>(entities, path, CommandLine{"reread", "it"});
+  };
+  auto const hostIs = [&](std::string const& host, std::uint16_t port = 514) {
+    entities.logConfig->vrfLoggingHostIs("default")->loggingHostIs(host, {host, port});
   };
   auto hosts = applier();
-  auto const vrf = entities.logConfig->vrfLoggingHostIs("default");
-  for (std::string const host : {"10.0.0.9", "2001:db8::9", "log.example", "x\")\n*.* /tmp/x", "a b"}) {
-    vrf->loggingHostIs(host, {host, static_cast<std::uint16_t>(host == "10.0.0.9" ? 1514 : 514)});
-  }
+  hostIs("10.0.0.9", 1514);
+  for (char const* host : {"2001:db8::9", "log.example", "x\")\n*.* /tmp/x", "a b"}) hostIs(host);
   entities.logConfig->vrfLoggingHostIs("blue\nx")->loggingHostIs("10.0.0.8", {"10.0.0.8", 514});
   time.settle();
   auto const action = [](std::string const& host, std::string const& port) {
     return "*.* action(type=\"omfwd\" target=\"" + host + "\" port=\"" + port + "\" protocol=\"udp\")\n";
   };
   std::string const first = "# Written by zerotouchd, which also removes this file.\n";
-  EXPECT_EQ(folder.read("/rsyslog.d/zt.conf"), first + "# Not sent to: the servers of VRF blue?x\n" +
-                                                   action("10.0.0.9", "1514") + action("2001:db8::9", "514") +
-                                                   action("log.example", "514"));
-  EXPECT_EQ(warned.text(),
-            "VALUE_DROPPED: The log server 'a b' is not used: not a name\nVALUE_DROPPED: The log "
-            "server 'x\")?*.* /tmp/x' is not used: not a name\n");
+  EXPECT_EQ(folder.read(file), first + "# Not sent to: the servers of VRF blue?x\n" +
+                                   action("10.0.0.9", "1514") + action("2001:db8::9", "514") +
+                                   action("log.example", "514"));
+  EXPECT_EQ(warned.text(), dropped("log server 'a b'", "not a name") +
+                               dropped("log server 'x\")?*.* /tmp/x'", "not a name"));
   ASSERT_EQ(children.started.size(), 1U);
   EXPECT_EQ(children.last().argv, (Strings{"/usr/bin/env", "--", "reread", "it"}));
 
   // Changes while the command runs are met by one more run.
   entities.logConfig->vrfLoggingHostDelAll();
   time.settle();
-  EXPECT_EQ(folder.read("/rsyslog.d/zt.conf"), "(absent)");
+  EXPECT_EQ(folder.read(file), "(absent)");
   EXPECT_EQ(children.started.size(), 1U);
   children.last().child->exitedIs(3);
   ASSERT_EQ(children.started.size(), 2U);
@@ -226,25 +213,22 @@ TEST_F(IdentityTest, LogServersAreWrittenAndRsyslogIsTold) {
   EXPECT_TRUE(warned.text().ends_with(failed + "exit status 3\n" + failed + "not done within 30 s\n"));
 
   // What a killed host left is known by its first line; without rsyslog there is one warning.
-  folder.write("/rsyslog.d/zt.conf", first);
-  EXPECT_TRUE(applier()->undo());
-  EXPECT_EQ(folder.read("/rsyslog.d/zt.conf"), "(absent)");
-  folder.write("/rsyslog.d/zt.conf", "mine");
-  EXPECT_FALSE(applier()->undo());
-  EXPECT_EQ(folder.read("/rsyslog.d/zt.conf"), "mine");
-  std::string const failure = "SYSTEM_FILE_FAILED: Cannot change " + folder.path("/rsyslog.d/zt.conf: ");
-  std::size_t const warnedBefore = warned.text().size();
-  auto const hostIs = [&](std::string const& host) {
-    entities.logConfig->vrfLoggingHostIs("default")->loggingHostIs(host, {host, 514});
-    time.settle();
-  };
+  for (std::string const& content : {first, std::string("mine")}) {
+    folder.write(file, content);
+    EXPECT_EQ(applier()->undo(), content == first);
+    EXPECT_EQ(folder.read(file), content == first ? "(absent)" : "mine");
+  }
+  std::string const failure = "SYSTEM_FILE_FAILED: Cannot change " + path + ": ", soFar = warned.text();
   hostIs("10.0.0.9");
-  EXPECT_EQ(folder.read("/rsyslog.d/zt.conf"), "mine");
+  time.settle();
+  EXPECT_EQ(folder.read(file), "mine");
   std::filesystem::remove_all(folder.path("/rsyslog.d"));
-  hostIs("10.0.0.8");
-  hostIs("10.0.0.7");
-  EXPECT_EQ(warned.text().substr(warnedBefore),
-            failure + "somebody else wrote it\n" + failure + "No such file or directory\n");
+  for (char const* host : {"10.0.0.8", "10.0.0.7"}) {
+    hostIs(host);
+    time.settle();
+  }
+  EXPECT_EQ(warned.text(),
+            soFar + failure + "somebody else wrote it\n" + failure + "No such file or directory\n");
 }
 
 TEST_F(IdentityTest, ReloadIsTriedUntilItSucceeds) {
@@ -289,24 +273,19 @@ TEST_F(NetworkTest, IdentityGoesWithTheHostUnlessTheSystemReloads) {
   config.system.logReloadCommand = {"sh", "-c", "echo reread >>" + run.path("/commands")};
   config.system.reloadCommand = {"sh", "-c", "echo $ZEROTOUCH_RELOAD_REASON >>" + run.path("/commands")};
   std::function<std::string()> const found = [this] {
-    char name[65] = {};
-    gethostname(name, sizeof name - 1);
-    bool const routed = std::system("ip route show proto 142 | grep -q default") == 0;
+    bool const routed = !output("ip route show proto 142 default").empty();
     bool const servers = run.read("/run/etc/resolv.conf") != before;
     bool const log = run.read("/run/etc/rsyslog.conf") != "(absent)";
-    return std::string(name) + (routed ? " routed" : "") + (servers ? " servers" : "") + (log ? " log" : "") +
-           " " + run.read("/commands");
-  };
-  auto const configure = [this] {
-    entities.netConfig->hostnameIs("sw1");
-    entities.netConfig->nameServerIs(1, *Wire::IpAddr::fromString("10.0.0.2"));
-    entities.logConfig->vrfLoggingHostIs("default")->loggingHostIs("a", {"10.0.0.9", 514});
-    entities.routingConfig->routeList()
-        ->routeIs({}, Routing::RouteType::forward)
-        ->viaIs(*Routing::Via::fromString("10.0.1.1"), true);
+    return hostName() + (routed ? " routed" : "") + (servers ? " servers" : "") + (log ? " log" : "") + " " +
+           run.read("/commands");
   };
   adapter = std::make_unique<Adapter>(entities, config);
-  configure();
+  entities.netConfig->hostnameIs("sw1");
+  entities.netConfig->nameServerIs(1, *Wire::IpAddr::fromString("10.0.0.2"));
+  entities.logConfig->vrfLoggingHostIs("default")->loggingHostIs("a", {"10.0.0.9", 514});
+  entities.routingConfig->routeList()
+      ->routeIs({}, Routing::RouteType::forward)
+      ->viaIs(*Routing::Via::fromString("10.0.1.1"), true);
   expectSoon(found, "sw1 routed servers log reread\n");
   adapter.reset();
   EXPECT_EQ(found(), "before reread\nreread\n");

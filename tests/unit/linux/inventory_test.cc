@@ -2,19 +2,15 @@
 #include "platform/linux/Inventory.h"
 
 #include "platform/linux/Eeprom.h"
-#include "tests/unit/linux/Warned.h"
-#include "tests/unit/support/TemporaryFolder.h"
+#include "tests/unit/linux/NetworkTest.h"
 
 namespace Linux {
 namespace {
 
 using namespace std::string_literals;
 
-std::string checksumOf(std::string const& data) {
-  std::uint32_t const sum = crc32({reinterpret_cast<std::uint8_t const*>(data.data()), data.size()});
-  std::string out;
-  for (int shift = 24; shift >= 0; shift -= 8) out += static_cast<char>(sum >> shift);
-  return out;
+std::span<std::uint8_t const> bytes(std::string const& data) {
+  return {reinterpret_cast<std::uint8_t const*>(data.data()), data.size()};
 }
 
 std::string entry(unsigned type, std::string const& value) {
@@ -27,8 +23,10 @@ std::string header(std::size_t length) {
 
 // An EEPROM with these entries and the checksum that belongs to them.
 std::string eeprom(std::string const& entries) {
-  std::string const covered = header(entries.size() + 6) + entries + "\xfe\x04";
-  return covered + checksumOf(covered);
+  std::string result = header(entries.size() + 6) + entries + "\xfe\x04";
+  std::uint32_t const sum = crc32(bytes(result));
+  for (int shift = 24; shift >= 0; shift -= 8) result += static_cast<char>(sum >> shift);
+  return result;
 }
 
 std::string const whole = entry(0x21, "AS-48X") + entry(0x23, "SN0042 \0"s) +
@@ -37,8 +35,7 @@ std::string const whole = entry(0x21, "AS-48X") + entry(0x23, "SN0042 \0"s) +
 
 std::string shown(std::string const& data) {
   EepromContents out;
-  std::string const reason =
-      parseEeprom({reinterpret_cast<std::uint8_t const*>(data.data()), data.size()}, out);
+  std::string const reason = parseEeprom(bytes(data), out);
   if (!reason.empty()) return reason;
   return out.productName + "," + out.serialNumber + "," + out.labelRevision + "," +
          (out.deviceVersion ? std::to_string(*out.deviceVersion) : "") + "," +
@@ -46,13 +43,10 @@ std::string shown(std::string const& data) {
 }
 
 TEST(Eeprom, IsReadOrRefused) {
-  std::string const check = "123456789";
-  EXPECT_EQ(crc32({reinterpret_cast<std::uint8_t const*>(check.data()), check.size()}), 0xcbf43926U);
-
+  EXPECT_EQ(crc32(bytes("123456789")), 0xcbf43926U);
   std::string const good = eeprom(whole);
-  std::string badChecksum = good;
+  std::string badChecksum = good, otherVersion = good;
   badChecksum[15] ^= 1;
-  std::string otherVersion = good;
   otherVersion[8] = 2;
   std::string const noChecksum = header(whole.size()) + whole;
   std::string const checksumFirst = header(6 + whole.size()) + entry(0xfe, "\0\0\0\0"s) + whole;

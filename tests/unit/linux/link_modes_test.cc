@@ -1,7 +1,9 @@
 // Speeds: what a device can do, and setting it. A TAP device takes and reports whatever it is given, so it
 // stands for a port once it has been told what it supports; a veth refuses all of it.
 #include <fcntl.h>
+#include <linux/ethtool.h>
 #include <linux/if_tun.h>
+#include <linux/sockios.h>
 #include <net/if.h>
 #include <sys/ioctl.h>
 
@@ -9,7 +11,6 @@
 
 #include "platform/linux/LinkModeSetting.h"
 #include "platform/linux/LinkModeTable.h"
-#include "tests/unit/linux/EthtoolDevice.h"
 #include "tests/unit/linux/NetworkTest.h"
 
 namespace Linux {
@@ -105,12 +106,31 @@ TEST(LinkModes, AreAskedForWithoutTouchingTheRest) {
   }
 }
 
+// Tells a TAP device which link modes to say that it supports: it takes over all that it is handed.
+void supportedIs(char const* device, std::vector<int> const& linkModes) {
+  constexpr std::size_t base = sizeof(ethtool_link_settings) / sizeof(std::uint32_t);
+  alignas(ethtool_link_settings) std::uint32_t words[base + 3 * 127] = {};
+  auto& settings = *reinterpret_cast<ethtool_link_settings*>(words);
+  Descriptor const socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  auto const call = [&](std::uint32_t command) {
+    ifreq request{};
+    std::strcpy(request.ifr_name, device);
+    request.ifr_data = reinterpret_cast<char*>(words);
+    settings.cmd = command;
+    ASSERT_EQ(ioctl(socket.get(), SIOCETHTOOL, &request), 0) << std::strerror(errno);
+  };
+  call(ETHTOOL_GLINKSETTINGS);  // how many words a mask has
+  settings.link_mode_masks_nwords = static_cast<__s8>(-settings.link_mode_masks_nwords);
+  call(ETHTOOL_GLINKSETTINGS);
+  std::fill_n(words + base, settings.link_mode_masks_nwords, 0U);
+  for (int const mode : linkModes) words[base + static_cast<std::size_t>(mode / 32)] |= 1U << mode % 32;
+  call(ETHTOOL_SLINKSETTINGS);
+}
+
 class LinkModesTest : public NetworkTest {
  protected:
   // A port that supports 10, 25 and 40 gigabit and negotiates, and was found forced to 10 gigabit.
-  void SetUp() override {
-    NetworkTest::SetUp();
-    if (IsSkipped()) return;
+  void prepare() override {
     tap = Descriptor(open("/dev/net/tun", O_RDWR | O_CLOEXEC));
     ifreq request{};
     std::strcpy(request.ifr_name, "eth1");
@@ -174,20 +194,21 @@ TEST_F(LinkModesTest, AreSetReadAgainAndPutBack) {
 TEST(LinkModes, AreTakenWhenTheDriverSaysSoOrCannotTell) {
   LinkModeMask const some = bits({ETHTOOL_LINK_MODE_25000baseCR_Full_BIT});
   LinkModeMask const others = bits({ETHTOOL_LINK_MODE_10000baseSR_Full_BIT});
-  auto const state = [](bool autoneg, int speed, LinkModeMask const& advertising) {
-    return LinkSettings{.autoneg = autoneg,
-                        .speed = static_cast<std::uint32_t>(speed),
-                        .supported = {},
-                        .advertising = advertising};
+  auto const taken = [](LinkSettings const& wanted, bool autoneg, int speed,
+                        LinkModeMask const& advertising) {
+    return linkModeTaken(wanted, {.autoneg = autoneg,
+                                  .speed = static_cast<std::uint32_t>(speed),
+                                  .supported = {},
+                                  .advertising = advertising});
   };
-  LinkSettings const forced = state(false, 25000, {});
-  LinkSettings const negotiated = state(true, 0, some);
-  EXPECT_TRUE(linkModeTaken(forced, state(false, 25000, others)));
-  EXPECT_TRUE(linkModeTaken(forced, state(false, SPEED_UNKNOWN, {})));
-  EXPECT_FALSE(linkModeTaken(forced, state(false, 10000, {})));
-  EXPECT_FALSE(linkModeTaken(forced, state(true, 25000, {})));
-  EXPECT_TRUE(linkModeTaken(negotiated, state(true, 10000, some)));
-  EXPECT_FALSE(linkModeTaken(negotiated, state(true, 0, others)));
+  LinkSettings const forced{.autoneg = false, .speed = 25000, .supported = {}, .advertising = {}};
+  LinkSettings const negotiated{.autoneg = true, .speed = 0, .supported = {}, .advertising = some};
+  EXPECT_TRUE(taken(forced, false, 25000, others));
+  EXPECT_TRUE(taken(forced, false, SPEED_UNKNOWN, {}));
+  EXPECT_FALSE(taken(forced, false, 10000, {}));
+  EXPECT_FALSE(taken(forced, true, 25000, {}));
+  EXPECT_TRUE(taken(negotiated, true, 10000, some));
+  EXPECT_FALSE(taken(negotiated, true, 0, others));
 }
 
 }  // namespace

@@ -7,9 +7,9 @@
 
 #include <cerrno>
 #include <cstring>
-#include <iomanip>
 
 #include "platform/kel/ActivityManager.h"
+#include "platform/kel/Format.h"
 #include "platform/linux/Descriptor.h"
 #include "tests/unit/linux/NetworkTest.h"
 
@@ -26,12 +26,10 @@ constexpr Interface::FilterInstruction lldpFilter[] = {
     {0x15, 0, 1, 0x88cc}, {0x06, 0, 0, 65535},      {0x06, 0, 0, 0}};
 
 Bytes const nearest{0x01, 0x80, 0xc2, 0x00, 0x00, 0x0e};
-Bytes const senderAddress{0x02, 0, 0, 0, 0, 0x77};
 
 // Addresses, then the words given, then `padding` bytes.
-Bytes frame(Bytes const& destination, std::vector<std::uint16_t> const& words, std::size_t padding = 46) {
-  Bytes result = destination;
-  result.insert(result.end(), senderAddress.begin(), senderAddress.end());
+Bytes frame(Bytes result, std::vector<std::uint16_t> const& words, std::size_t padding = 46) {
+  for (std::uint8_t const byte : {0x02, 0, 0, 0, 0, 0x77}) result.push_back(byte);
   for (std::uint16_t const word : words) {
     result.push_back(static_cast<std::uint8_t>(word >> 8));
     result.push_back(static_cast<std::uint8_t>(word));
@@ -42,13 +40,11 @@ Bytes frame(Bytes const& destination, std::vector<std::uint16_t> const& words, s
 
 // What stands behind the addresses, up to the padding.
 std::string shown(Bytes const& frame) {
-  std::ostringstream out;
-  out << std::hex << std::setfill('0');
+  std::string out;
   for (std::size_t i = 12; i + 1 < frame.size() && frame[i] != 0xa5; i += 2) {
-    out << std::setw(2) << unsigned{frame[i]} << std::setw(2) << unsigned{frame[i + 1]} << " ";
+    out += Kel::format("%02x%02x ", frame[i], frame[i + 1]);
   }
-  out << std::dec << frame.size() << "\n";
-  return out.str();
+  return out + std::to_string(frame.size()) + "\n";
 }
 
 // Sends as if from another system, when the device is the far end of a cable.
@@ -71,34 +67,21 @@ class Sender {
 class PacketSocketsTest : public NetworkTest {
  protected:
   // Takes frames from one socket as they are announced.
-  class Reader : public Wire::Pam::NotifieeConst {
-   public:
-    explicit Reader(Kel::Ptr<Wire::Pam> const& pam) : NotifieeConst(pam), pam_(pam.get()) {}
+  struct Reader : Wire::Pam::NotifieeConst {
+    explicit Reader(Kel::Ptr<Wire::Pam> const& p) : NotifieeConst(p), pam(*p) {}
     void onReadableCount() override {
-      frames += shown(pam_->rxPkt());
-      EXPECT_TRUE(pam_->rxPkt().empty()) << "one frame per notification";
+      frames += shown(pam.rxPkt());
+      EXPECT_TRUE(pam.rxPkt().empty()) << "one frame per notification";
     }
+    Wire::Pam& pam;
     std::string frames;
-
-   private:
-    Wire::Pam* pam_;
   };
 
-  void SetUp() override {
-    NetworkTest::SetUp();
-    if (IsSkipped()) return;
+  void prepare() override {
     cable("1");
     plugIn("1");
     start();
     sender.emplace();
-    ask();
-  }
-  void TearDown() override {
-    Kel::activityManager()->localEntityDel("test/pam");
-    Kel::activityManager()->localEntityDel("test/devices");
-  }
-
-  void ask() {
     auto const root = Kel::makePtr<Interface::NetNsIntfStatusManagerRoot>(
         entities.allIntfStatusDir, entities.allIntfStatusLocalDir, KernelNetInfo::NamespaceName());
     root->deviceIntfStatusDirIs(disd);
@@ -109,6 +92,9 @@ class PacketSocketsTest : public NetworkTest {
     Kel::activityManager()->localEntityIs("test/pam", manager);
     manager->enabledIs(true);
     pdid->intfDesiredIs(port1, true);
+  }
+  void TearDown() override {
+    for (char const* const name : {"test/pam", "test/devices"}) Kel::activityManager()->localEntityDel(name);
   }
 
   Kel::Ptr<Reader> reader() {
@@ -177,8 +163,7 @@ TEST_F(PacketSocketsTest, FollowsWishesDevicesAndOptions) {
 
   // Down and up again, the socket goes on.
   read = reader();
-  for (char const* state : {"eth1 up", "eth1 down", "eth1 up", "far1 up"})
-    ip("link set " + std::string(state));
+  ip("link set eth1 up", "link set eth1 down", "link set eth1 up", "link set far1 up");
   Kel::Loop::instance().runUntil([&] { return adapter->ports()->port(port1).linkUp; }, 10);
   sender->send("far1", frame(nearest, {0x88cc}));
   expectSoon([&] { return read->frames; }, "88cc 60\n");
@@ -208,23 +193,19 @@ TEST_F(PacketSocketsTest, AFloodHoldsUpNobody) {
   // More than the socket can hold.
   for (int i = 0; i < 5000; ++i) sender->send("far1", frame(nearest, {0x88cc}));
   // Each pass of the loop hands over one frame at most, so that what else is due has its turn.
-  class Ticks : public Kel::Clock::NotifieeConst {
-   public:
-    Ticks(Wire::Pam const& pam)
-        : NotifieeConst(Kel::activityManager()->config()->clock()), pam_(pam), seen_(pam.readableCount()) {
+  struct Ticks : Kel::Clock::NotifieeConst {
+    Ticks(Wire::Pam const& p)
+        : NotifieeConst(Kel::activityManager()->config()->clock()), pam(p), seen(p.readableCount()) {
       timeMinIs(Kel::now());
     }
     void onTime() override {
-      most = std::max(most, pam_.readableCount() - seen_);
-      seen_ = pam_.readableCount();
+      most = std::max(most, pam.readableCount() - seen);
+      seen = pam.readableCount();
       if (++count < 20) timeMinIs(Kel::now());
     }
-    std::uint64_t most = 0;
+    Wire::Pam const& pam;
+    std::uint64_t seen, most = 0;
     int count = 0;
-
-   private:
-    Wire::Pam const& pam_;
-    std::uint64_t seen_;
   };
   auto const pam = edpc->intfPam(port1);
   auto const ticks = Kel::makePtr<Ticks>(*pam);

@@ -41,17 +41,16 @@ TEST_F(PortsTest, FollowsAPortThroughItsLife) {
   cable("1");
   ip("link set eth1 address 02:00:00:00:00:01");
   start();
-  EXPECT_EQ(ports(), "Ethernet1 eth1 down unconfigured link down active\n");
-  ip("link set eth1 up");
-  ip("link set far1 up");
-  expectSoon(portsNow, "Ethernet1 eth1 up unconfigured link up active\n");
+  std::string const down = "Ethernet1 eth1 down unconfigured link down active\n";
+  std::string const up = "Ethernet1 eth1 up unconfigured link up active\n";
+  EXPECT_EQ(ports(), down);
+  ip("link set eth1 up", "link set far1 up");
+  expectSoon(portsNow, up);
   expectSoon([&] { return adapter->ports()->port(port1).linkLocal.stringValue(); }, "fe80::ff:fe00:1");
   ip("link set far1 down");
-  expectSoon(portsNow, "Ethernet1 eth1 down unconfigured link down active\n");
-
-  ip("link set eth1 address 02:00:00:00:00:07");
-  ip("link set far1 up");
-  expectSoon(portsNow, "Ethernet1 eth1 up unconfigured link up active\n");
+  expectSoon(portsNow, down);
+  ip("link set eth1 address 02:00:00:00:00:07", "link set far1 up");
+  expectSoon(portsNow, up);
   EXPECT_EQ(entities.ethPhyIntfStatusDir->intfStatus(port1)->macAddr().stringValue(), "02:00:00:00:00:07");
 }
 
@@ -73,11 +72,8 @@ TEST_F(PortsTest, IsRoutedWithALayer3ConfigurationUnlessInABridge) {
 }
 
 TEST_F(PortsTest, TakesNothingButEthernetDevicesWhateverTheirNames) {
-  ip("link add eth1 type bridge");
-  ip("tuntap add eth2 mode tun");
-  ip("tuntap add eth3 mode tap");
-  ip("link set lo down");
-  ip("link set lo name eth4");
+  ip("link add eth1 type bridge", "tuntap add eth2 mode tun", "tuntap add eth3 mode tap", "link set lo down",
+     "link set lo name eth4");
   start();
   EXPECT_EQ(ports(), "Ethernet3 eth3 down unconfigured link down active\n");
 }
@@ -92,8 +88,7 @@ TEST_F(PortsTest, GivesANameThatTwoDevicesClaimToOneAtATime) {
   EXPECT_EQ(ports(), "Ethernet1 eth1 down unconfigured link down active\n");
   ip("link set eth01 mtu 1400");
   cable("2");
-  ip("link del eth2");
-  ip("link del eth1");
+  ip("link del eth2", "link del eth1");
   expectSoon(portsNow, "Ethernet1 eth01 down unconfigured link down active\n");
   EXPECT_EQ(warned.text(),
             "PORT_NAME_IN_USE: Device eth01 is ignored: its name Ethernet1 belongs to device eth1\n");
@@ -104,22 +99,20 @@ TEST_F(PortsTest, ReadsEverythingAnewAfterAnOverrun) {
   cable("2");
   start(1);
   unsigned const dumpsBefore = adapter->netlink().dumps();
-  int const index1 = adapter->ports()->port(port1).ifIndex;
-  int const index2 = adapter->ports()->port(port2).ifIndex;
+  auto const index = [&](auto const& port) { return adapter->ports()->port(port).ifIndex; };
+  int const index1 = index(port1), index2 = index(port2);
   // Far more than the socket holds, and all of it unread; two ports have changed names at the end.
   for (int i = 0; i < 10; ++i) {
     cable("9");
     ip("link del eth9");
   }
-  ip("link set eth1 name swap");
-  ip("link set eth2 name eth1");
-  ip("link set swap name eth2");
-  ip("addr add 10.0.0.1/24 dev eth2");
+  ip("link set eth1 name swap", "link set eth2 name eth1", "link set swap name eth2",
+     "addr add 10.0.0.1/24 dev eth2");
   expectSoon([&] { return adapter->netlink().dumps() > dumpsBefore ? ports() : "not yet read anew"; },
              "Ethernet1 eth1 down unconfigured link down active\nEthernet2 eth2 down unconfigured link down "
              "active\n");
-  EXPECT_EQ(adapter->ports()->port(port1).ifIndex, index2);
-  EXPECT_EQ(adapter->ports()->port(port2).ifIndex, index1);
+  EXPECT_EQ(index(port1), index2);
+  EXPECT_EQ(index(port2), index1);
   expectSoon([&] { return addresses(); }, "Ethernet2 10.0.0.1/24\n");
 }
 

@@ -23,19 +23,15 @@ Bytes operator+(Bytes a, Bytes const& b) {
 }
 
 Bytes advertisement(std::uint8_t flags, std::uint16_t lifetime) {
-  Bytes const head{134, 0, 0, 0, 64, flags};
-  return head + Bytes{static_cast<std::uint8_t>(lifetime >> 8), static_cast<std::uint8_t>(lifetime)} +
-         Bytes(8);
+  return Bytes{134, 0, 0, 0, 64, flags, std::uint8_t(lifetime >> 8), std::uint8_t(lifetime)} + Bytes(8);
 }
 
 TEST(RouterAdvertisement, IsReadOrRefused) {
   Bytes const good = advertisement(0x80, 1800);
-  Bytes const address{1, 1, 2, 0, 0, 0, 0, 1};
-  Bytes const mtu{5, 1, 0, 0, 0, 0, 5, 220};
+  Bytes const address{1, 1, 2, 0, 0, 0, 0, 1}, mtu{5, 1, 0, 0, 0, 0, 5, 220};
   Bytes const prefix = Bytes{3, 4, 64, 0xc0} + Bytes(28, 7);
-  Bytes otherType = good;
+  Bytes otherType = good, otherCode = good;
   otherType[0] = 133;
-  Bytes otherCode = good;
   otherCode[1] = 1;
   using Case = std::tuple<Bytes, int, char const*, char const*>;
   for (auto const& [message, hopLimit, source, expected] : std::vector<Case>{
@@ -125,9 +121,7 @@ class Router {
 class RouterAdvertisementsTest : public NetworkTest {
  protected:
   // Devices whose link-local addresses are usable at once, and on which the kernel does not solicit.
-  void SetUp() override {
-    NetworkTest::SetUp();
-    if (IsSkipped()) return;
+  void prepare() override {
     cable("1");
     for (std::string const device : {"eth1", "far1"}) {
       std::ofstream("/proc/sys/net/ipv6/conf/" + device + "/accept_dad") << 0;

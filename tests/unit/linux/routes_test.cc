@@ -6,41 +6,31 @@ namespace {
 
 class RoutesTest : public NetworkTest {
  protected:
-  void SetUp() override {
-    NetworkTest::SetUp();
-    if (IsSkipped()) return;
+  void prepare() override {
     for (std::string const number : {"1", "2"}) {
       cable(number);
-      ip("link set far" + number + " up");
-      ip("link set eth" + number + " up");
-      ip("addr add 10.0." + number + ".5/24 dev eth" + number);
+      ip("link set far" + number + " up", "link set eth" + number + " up",
+         "addr add 10.0." + number + ".5/24 dev eth" + number);
     }
   }
 
-  void viaIs(std::string const& prefix, std::string const& via) const {
-    list()
-        ->routeIs(*Wire::IpAddrWithMask::fromString(prefix), Routing::RouteType::forward)
-        ->viaIs(*Routing::Via::fromString(via), true);
+  static Wire::IpAddrWithMask prefix(std::string const& text) {
+    return *Wire::IpAddrWithMask::fromString(text);
   }
-  void viaDel(std::string const& prefix, std::string const& via) const {
-    list()->route(*Wire::IpAddrWithMask::fromString(prefix))->viaDel(*Routing::Via::fromString(via));
+  void viaIs(std::string const& to, std::string const& via) const {
+    list()->routeIs(prefix(to), Routing::RouteType::forward)->viaIs(*Routing::Via::fromString(via), true);
+  }
+  void viaDel(std::string const& to, std::string const& via) const {
+    list()->route(prefix(to))->viaDel(*Routing::Via::fromString(via));
   }
   Kel::Ptr<Routing::RouteList> const& list() const { return entities.routingConfig->routeList(); }
 
   // "prefix dev device", or "prefix gateway device gateway device", of all routes but the kernel's own.
-  static std::string kernelRoutes() {
-    std::string const script =
-        "ip -json route show | jq -j '.[] | select(.protocol != \"kernel\") | .dst, (.nexthops // [.] | "
-        "sort_by(.gateway) | .[] | \" \", .gateway // \"-\", \" \", .dev), (select(.protocol != \"142\") | "
-        "\" "
-        "(\" + .protocol + \")\"), \"\\n\"'";
-    std::string out;
-    FILE* const pipe = popen(script.c_str(), "r");
-    for (int c = 0; (c = fgetc(pipe)) != EOF;) out += static_cast<char>(c);
-    pclose(pipe);
-    return out;
+  static std::string routes() {
+    return output(R"sh(ip -json route show | jq -j '.[] | select(.protocol != "kernel") | .dst,
+        (.nexthops // [.] | sort_by(.gateway) | .[] | " ", .gateway // "-", " ", .dev),
+        (select(.protocol != "142") | " (" + .protocol + ")"), "\n"')sh");
   }
-  std::function<std::string()> const routes = kernelRoutes;
 };
 
 TEST_F(RoutesTest, ComeChangeSurviveTheirLinkAndGo) {
@@ -62,31 +52,32 @@ TEST_F(RoutesTest, ComeChangeSurviveTheirLinkAndGo) {
   ip("link set eth1 up");
   expectSoon(routes, "default 10.0.1.1 eth1\n10.8.0.0/16 - eth2\n10.9.0.0/16 10.0.1.3 eth1\n");
 
-  list()->routeDel(*Wire::IpAddrWithMask::fromString("10.9.1.1/16"));
+  list()->routeDel(prefix("10.9.1.1/16"));
   expectSoon(routes, "default 10.0.1.1 eth1\n10.8.0.0/16 - eth2\n");
   adapter.reset();
-  EXPECT_EQ(kernelRoutes(), "");
+  EXPECT_EQ(routes(), "");
 }
 
-TEST_F(RoutesTest, OfOthersAreLeftAlone) {
-  ip("route add default via 10.0.2.9 proto static");
-  ip("route add 10.9.0.0/16 via 10.0.2.9 proto 142 metric 7");
+TEST_F(RoutesTest, OfOthersAreLeftAloneAndThoseOfAKilledHostGo) {
+  ip("route add default via 10.0.2.9 proto static", "route add 10.9.0.0/16 via 10.0.2.9 proto 142 metric 7",
+     "route add 10.8.0.0/16 via 10.0.1.2 proto 142 metric 1");
+  Warned const warned;
   start();
-  viaIs("0.0.0.0/0", "10.0.1.1");
   std::string const foreign = "default 10.0.2.9 eth2 (static)\n10.9.0.0/16 10.0.2.9 eth2\n";
+  EXPECT_EQ(routes(), foreign);
+  EXPECT_EQ(warned.text(), "LEFTOVERS_UNDONE: Put back 1 settings of the system\n");
+  viaIs("0.0.0.0/0", "10.0.1.1");
   expectSoon(routes, "default 10.0.2.9 eth2 (static)\ndefault 10.0.1.1 eth1\n10.9.0.0/16 10.0.2.9 eth2\n");
   list()->routeDelAll();
   expectSoon(routes, foreign);
   adapter.reset();
-  EXPECT_EQ(kernelRoutes(), foreign);
+  EXPECT_EQ(routes(), foreign);
 }
 
 TEST_F(RoutesTest, UseTheNextHopsThatAreReachableAndTheOthersOnceTheyAre) {
   start();
   Warned const warned;
-  viaIs("0.0.0.0/0", "10.0.1.1");
-  viaIs("0.0.0.0/0", "10.7.0.1");
-  viaIs("0.0.0.0/0", "10.6.0.1@Ethernet9");
+  for (char const* via : {"10.0.1.1", "10.7.0.1", "10.6.0.1@Ethernet9"}) viaIs("0.0.0.0/0", via);
   viaIs("10.9.0.0/16", "10.7.0.2");
   viaIs("10.8.0.0/16", "127.0.0.1");
   viaIs("224.0.0.0/4", "10.0.1.1");
@@ -104,14 +95,6 @@ TEST_F(RoutesTest, UseTheNextHopsThatAreReachableAndTheOthersOnceTheyAre) {
   ip("addr add 10.7.0.5/24 dev eth2");
   expectSoon(routes, "default 10.0.1.1 eth1 10.7.0.1 eth2\n10.9.0.0/16 10.7.0.2 eth2\n");
   EXPECT_EQ(warned.text(), dropped + refused);
-}
-
-TEST_F(RoutesTest, OfAKilledHostGoAtTheNextStart) {
-  ip("route add 10.9.0.0/16 via 10.0.1.2 proto 142 metric 1");
-  Warned const warned;
-  start();
-  EXPECT_EQ(kernelRoutes(), "");
-  EXPECT_EQ(warned.text(), "LEFTOVERS_UNDONE: Put back 1 settings of the system\n");
 }
 
 }  // namespace
