@@ -104,14 +104,14 @@ TEST(DhclientScript, EachReasonHasItsEffect) {
   // "+" for a record that holds more than its reason.
   auto const summary = [](ZeroTouch::DhcpStatus const& status) {
     std::string text;
-    auto const add = [&text](auto const& name, ZeroTouch::IntfDhcpStatus const& record) {
-      bool const empty = record.bootFileName().empty() &&
-                         record.addrWithMask() == Wire::IpGenAddrWithMask() && record.gateway().empty() &&
-                         record.nameServer().empty() && record.mtu() == 0;
-      text += name + "=" + record.reason() + (empty ? " " : "+ ");
-    };
-    for (auto const& [name, record] : status.intfDhcpStatus()) add(name, *record);
-    for (auto const& [name, record] : status.intfDhcp6Status()) add(name, *record);
+    for (auto const* const records : {&status.intfDhcpStatus(), &status.intfDhcp6Status()}) {
+      for (auto const& [name, record] : *records) {
+        bool const empty = record->bootFileName().empty() && record->gateway().empty() &&
+                           record->addrWithMask() == Wire::IpGenAddrWithMask() &&
+                           record->nameServer().empty() && record->mtu() == 0;
+        text += name + "=" + record->reason() + (empty ? " " : "+ ");
+      }
+    }
     return text;
   };
   std::string const e0 = "e0=BOUND+ ", e1 = "e1=FAIL ", e06 = "e0=BOUND6+ ";

@@ -3,47 +3,21 @@
 
 #include <functional>
 
-#include "platform/kel/Attr.h"
-#include "platform/kel/Collection.h"
+#include "platform/model/zerotouch.h"
 
 namespace {
 
 using Log = std::vector<std::string>;
 
-// An entity with one attribute and one collection, written by hand as the generator would.
-class Port : public Kel::Entity {
- public:
-  class NotifieeConst : public Kel::NotifieeBase {
-   public:
-    explicit NotifieeConst(Kel::Ptr<Port const> const& port) : NotifieeBase(port, 1) {}
-    virtual void onMtu() {}
-    virtual void onAddress(std::string const&) {}
-  };
-
-  explicit Port(bool* ended = nullptr) : ended_(ended) {}
-  ~Port() override {
-    if (ended_ != nullptr) *ended_ = true;
-  }
-
-  int mtu() const { return mtu_.get(); }
-  void mtuIs(int mtu) { mtu_.set(*this, 1, "mtu", mtu, &NotifieeConst::onMtu); }
-  Kel::Collection<std::string, int> const& address() const { return address_; }
-  void addressIs(std::string const& key, int value) {
-    address_.set(*this, 1, "address", key, value, &NotifieeConst::onAddress);
-  }
-  void addressDel(std::string const& key) {
-    address_.del(*this, 1, "address", key, &NotifieeConst::onAddress);
-  }
-  void addressDelAll() { address_.delAll(*this, 1, "address", &NotifieeConst::onAddress); }
-
- private:
-  Kel::Attr<int> mtu_{1500};
-  Kel::Collection<std::string, int> address_;
-  bool* ended_;
+// An entity with an attribute, the MTU, and a collection, the log servers.
+struct Port : ZeroTouch::IntfDhcpStatus {
+  explicit Port(bool& e) : IntfDhcpStatus("e0"), ended(e) {}
+  ~Port() override { ended = true; }
+  bool& ended;
 };
 
 // Notes each notification under its name and then runs `act`.
-struct Reactor : Port::NotifieeConst {
+struct Reactor : ZeroTouch::IntfDhcpStatus::NotifieeConst {
   Reactor(Kel::Ptr<Port> const& p, std::string n, Log& l, std::function<void()> action)
       : NotifieeConst(p), act(std::move(action)), port(p.get()), name(std::move(n)), log(l) {}
   ~Reactor() override {
@@ -54,9 +28,9 @@ struct Reactor : Port::NotifieeConst {
     if (act) act();
   }
   void onMtu() override { note("mtu=" + std::to_string(port->mtu())); }
-  void onAddress(std::string const& key) override {
-    auto const& all = port->address();
-    note(key + (all.contains(key) ? "=" + std::to_string(all.get(key)) : " gone"));
+  void onLoggingHost(std::string const& key) override {
+    auto const& all = port->loggingHost();
+    note(key + (all.contains(key) ? "=" + std::to_string(all.get(key).port) : " gone"));
   }
 
   std::function<void()> act, atEnd;
@@ -82,7 +56,7 @@ class Notifications : public testing::Test {
 
   Log log;
   bool ended = false;
-  Kel::Ptr<Port> port = Kel::makePtr<Port>(&ended);
+  Kel::Ptr<Port> port = Kel::makePtr<Port>(ended);
 };
 
 TEST_F(Notifications, tell_changes_only_in_the_order_of_registration_and_watchers_last) {
@@ -93,20 +67,20 @@ TEST_F(Notifications, tell_changes_only_in_the_order_of_registration_and_watcher
   auto const second = reactor("second");
   silent->hasNotificationActiveIs(false);
 
-  port->mtuIs(1500);
-  port->addressDel("a");
-  port->addressDelAll();
+  port->mtuIs(0);
+  port->loggingHostDel("a");
+  port->loggingHostDelAll();
   EXPECT_EQ(taken(), Log{});
   port->mtuIs(9000);
   EXPECT_EQ(taken(), (Log{"first:mtu=9000", "second:mtu=9000", "watcher:mtu[]"}));
-  port->addressIs("a", 1);
-  port->addressIs("a", 1);
-  port->addressIs("a", 2);
-  EXPECT_EQ(taken(), (Log{"first:a=1", "second:a=1", "watcher:address[a]", "first:a=2", "second:a=2",
-                          "watcher:address[a]"}));
+  port->loggingHostIs("a", {"", 1});
+  port->loggingHostIs("a", {"", 1});
+  port->loggingHostIs("a", {"", 2});
+  EXPECT_EQ(taken(), (Log{"first:a=1", "second:a=1", "watcher:loggingHost[a]", "first:a=2", "second:a=2",
+                          "watcher:loggingHost[a]"}));
   silent->hasNotificationActiveIs(true);
   port->watcherDel(&notebook);
-  port->addressDel("a");
+  port->loggingHostDel("a");
   EXPECT_EQ(taken(), (Log{"first:a gone", "silent:a gone", "second:a gone"}));
 }
 
@@ -137,14 +111,14 @@ TEST_F(Notifications, nest_when_a_handler_changes_the_same_attribute) {
 }
 
 TEST_F(Notifications, go_on_when_a_handler_lets_go_of_the_entity) {
-  for (char const* key : {"x", "y"}) port->addressIs(key, 1);
+  for (char const* key : {"x", "y"}) port->loggingHostIs(key, {"", 1});
   Kel::Ptr<Reactor> a, b;
   a = reactor("a", [&] {
     port = nullptr;
     a = nullptr;
   });
   b = reactor("b", [&] { b = nullptr; });
-  port->addressDelAll();  // drops the entity and every reactor while its first entry is announced
+  port->loggingHostDelAll();  // drops the entity and every reactor while its first entry is announced
   EXPECT_EQ(taken(), (Log{"a:x gone", "b:x gone"}));
   EXPECT_TRUE(ended);
 }
@@ -155,8 +129,8 @@ TEST_F(Notifications, keep_the_key_alive_that_a_handler_deletes) {
   auto key = std::make_unique<std::string>("an address too long to be kept inside the string object itself");
   std::string const text = *key;
   auto const a = reactor("a", [&] { key = nullptr; });
-  port->addressIs(*key, 1);
-  EXPECT_EQ(taken(), (Log{"a:" + text + "=1", "watcher:address[" + text + "]"}));
+  port->loggingHostIs(*key, {"", 1});
+  EXPECT_EQ(taken(), (Log{"a:" + text + "=1", "watcher:loggingHost[" + text + "]"}));
   port->watcherDel(&notebook);
 }
 
@@ -164,7 +138,7 @@ TEST(Pointers, count_alike_in_both_modes_and_survive_their_own_release) {
   for (bool const threadSafe : {false, true}) {
     Kel::threadSafePointersIs(threadSafe);
     bool ended = false;
-    auto port = Kel::makePtr<Port>(&ended);
+    auto port = Kel::makePtr<Port>(ended);
     Kel::Ptr<Kel::Entity const> base = port;
     auto moved = std::move(port);
     EXPECT_EQ(moved->references(), 2U);

@@ -46,21 +46,16 @@ class Peer {
   std::string read() {
     std::string text;
     char piece[65536];
-    for (;;) {
-      ssize_t const count = recv(descriptor_, piece, sizeof piece, 0);
-      if (count <= 0) {
-        atEnd_ = count == 0 || errno != EAGAIN;
-        return text;
-      }
-      text.append(piece, static_cast<std::size_t>(count));
-    }
+    ssize_t count = 0;
+    while ((count = recv(descriptor_, piece, sizeof piece, 0)) > 0) text.append(piece, piece + count);
+    atEnd_ = count == 0 || errno != EAGAIN;
+    return text;
   }
   bool atEnd() const { return atEnd_; }
 
  private:
   int descriptor_;
-  bool connected_ = false;
-  bool atEnd_ = false;
+  bool connected_ = false, atEnd_ = false;
 };
 
 std::string call(char const* method, std::string const& params, int id = 1) {
@@ -317,13 +312,11 @@ TEST_F(StateSocket, OneHostServesASocket) {
 TEST_F(StateSocket, TheKernelSaysWhoAClientIs) {
   if (geteuid() != 0) GTEST_SKIP() << "only root can be somebody else";
   constexpr gid_t group = 54321;
-  std::filesystem::permissions(directory.path(),
-                               std::filesystem::perms(0711));  // others may reach what is in it
+  std::filesystem::permissions(directory.path(), std::filesystem::perms(0711));  // others may reach its files
+  using Case = std::tuple<uid_t, gid_t, gid_t, Role>;
   for (auto const& [uid, gid, supplementary, expected] :
-       std::initializer_list<std::tuple<uid_t, gid_t, gid_t, Role>>{{0, 0, 0, Role::root},
-                                                                    {65534, group, 65534, Role::group},
-                                                                    {65534, 65534, group, Role::group},
-                                                                    {65534, 65534, 65534, Role::none}}) {
+       {Case{0, 0, 0, Role::root}, Case{65534, group, 65534, Role::group},
+        Case{65534, 65534, group, Role::group}, Case{65534, 65534, 65534, Role::none}}) {
     Role seen = Role::host;
     std::string const other = directory / "roles.sock";
     Server const roles(tree, {.path = other, .group = group, .roleOf = [&](int descriptor) {
@@ -358,10 +351,10 @@ TEST_F(StateSocket, TheBlockingClient) {
   ASSERT_TRUE(notification);
   EXPECT_EQ(notification->params, Value(Kel::ValueMap{{"path", enabledPath}, {"value", true}}));
   EXPECT_FALSE(client.readNotification(0.01));
-  auto const failure = [&](std::string const& to, std::size_t size) {
+  auto const failure = [&](std::size_t size) {
     return run([&]() -> std::string {
       try {
-        return dumpJson(client.call("get", {{"path", to + std::string(size, 'x')}}));
+        return dumpJson(client.call("get", {{"path", "/" + std::string(size, 'x')}}));
       } catch (CallError const& error) {
         return std::to_string(error.code()) + " " + error.what();
       } catch (ConnectionError const& error) {
@@ -369,9 +362,9 @@ TEST_F(StateSocket, TheBlockingClient) {
       }
     });
   };
-  EXPECT_EQ(failure("/", 1), "-32001 /x: nothing is at /x");
-  EXPECT_EQ(failure("/", 3'000'000), "-32600 line longer than 65536 bytes");
-  EXPECT_EQ(failure("/", 1), path + ": the host has closed the connection (are you root, or in its group?)");
+  EXPECT_EQ(failure(1), "-32001 /x: nothing is at /x");
+  EXPECT_EQ(failure(3'000'000), "-32600 line longer than 65536 bytes");
+  EXPECT_EQ(failure(1), path + ": the host has closed the connection (are you root, or in its group?)");
   server = nullptr;
   EXPECT_THROW(Client(path, 1), ConnectionError);
 }

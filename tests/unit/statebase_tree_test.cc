@@ -46,19 +46,14 @@ class StateTree : public ::testing::Test, protected TestTree, private RpcSession
 };
 
 // Notes the changes of an entity in their order.
-class Recorder : public Kel::Watcher {
- public:
-  explicit Recorder(Kel::Ptr<Kel::Entity const> entity) : entity_(std::move(entity)) {
-    entity_->watcherIs(this);
-  }
-  ~Recorder() override { entity_->watcherDel(this); }
+struct Recorder : Kel::Watcher {
+  explicit Recorder(Kel::Ptr<Kel::Entity const> e) : entity(std::move(e)) { entity->watcherIs(this); }
+  ~Recorder() override { entity->watcherDel(this); }
   void onChange(Kel::Entity const&, std::string_view attribute, std::string_view key) override {
     changes.push_back(std::string(attribute) + (key.empty() ? "" : "=" + std::string(key)));
   }
+  Kel::Ptr<Kel::Entity const> entity;
   std::vector<std::string> changes;
-
- private:
-  Kel::Ptr<Kel::Entity const> entity_;
 };
 
 }  // namespace

@@ -74,20 +74,16 @@ class Router {
     set(IPPROTO_ICMPV6, ICMP6_FILTER, filter);
     set(IPPROTO_IPV6, IPV6_MULTICAST_LOOP, 0);
     set(IPPROTO_IPV6, IPV6_MULTICAST_IF, ifIndex_);
-    ipv6_mreq const allRouters{{{{0xff, 0x02, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 2}}}, ifIndex_};
-    set(IPPROTO_IPV6, IPV6_ADD_MEMBERSHIP, allRouters);
-    EXPECT_EQ(setsockopt(socket_.get(), SOL_SOCKET, SO_BINDTODEVICE, device.data(), device.size()), 0);
+    set(IPPROTO_IPV6, IPV6_ADD_MEMBERSHIP, ipv6_mreq{group(2), ifIndex_});
+    set(SOL_SOCKET, SO_BINDTOIFINDEX, ifIndex_);
   }
 
   void advertise(std::uint8_t flags, std::uint16_t lifetime, int hopLimit = 255) const {
     set(IPPROTO_IPV6, IPV6_MULTICAST_HOPS, hopLimit);
-    sockaddr_in6 allNodes{};
-    allNodes.sin6_family = AF_INET6;
-    allNodes.sin6_addr = {{{0xff, 0x02, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1}}};
-    allNodes.sin6_scope_id = ifIndex_;
+    sockaddr_in6 const allNodes{AF_INET6, 0, 0, group(1), ifIndex_};
     Bytes const message = advertisement(flags, lifetime);
-    EXPECT_EQ(sendto(socket_.get(), message.data(), message.size(), 0, reinterpret_cast<sockaddr*>(&allNodes),
-                     sizeof allNodes),
+    EXPECT_EQ(sendto(socket_.get(), message.data(), message.size(), 0,
+                     reinterpret_cast<sockaddr const*>(&allNodes), sizeof allNodes),
               static_cast<ssize_t>(message.size()))
         << std::strerror(errno);
   }
@@ -98,17 +94,19 @@ class Router {
     pollfd ready{socket_.get(), POLLIN, 0};
     for (int i = 0; i < count && poll(&ready, 1, 5000) == 1; ++i) {
       Wire::EthAddr sender;
-      Bytes message(100);
-      ssize_t const length = recv(socket_.get(), message.data(), message.size(), 0);
-      message.resize(static_cast<std::size_t>(std::max<ssize_t>(length, 0)));
+      std::uint8_t message[100];
+      ssize_t const length = recv(socket_.get(), message, sizeof message, 0);
       bool const asExpected = length == 16 && message[1] == 0 && message[8] == 1 && message[9] == 1;
-      if (asExpected) std::copy(message.begin() + 10, message.end(), sender.bytes.begin());
+      if (asExpected) std::copy_n(message + 10, 6, sender.bytes.begin());
       out += asExpected ? sender.stringValue() + "\n" : "malformed\n";
     }
     return out;
   }
 
  private:
+  static in6_addr group(std::uint8_t end) {
+    return {{{0xff, 0x02, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, end}}};
+  }
   template <typename T>
   void set(int level, int option, T const& value) const {
     EXPECT_EQ(setsockopt(socket_.get(), level, option, &value, sizeof value), 0) << std::strerror(errno);
@@ -124,8 +122,8 @@ class RouterAdvertisementsTest : public NetworkTest {
   void prepare() override {
     cable("1");
     for (std::string const device : {"eth1", "far1"}) {
-      std::ofstream("/proc/sys/net/ipv6/conf/" + device + "/accept_dad") << 0;
-      std::ofstream("/proc/sys/net/ipv6/conf/" + device + "/router_solicitations") << 0;
+      for (std::string const setting : {"/accept_dad", "/router_solicitations"})
+        std::ofstream("/proc/sys/net/ipv6/conf/" + device + setting) << 0;
     }
     plugIn("1");
   }
@@ -142,8 +140,7 @@ class RouterAdvertisementsTest : public NetworkTest {
 
 TEST_F(RouterAdvertisementsTest, AreInForceWhileLinkAddressAndLifetimeLast) {
   // Whoever learns of a record finds its flags set.
-  class Announced : public RouterAdvt::RaPacketStatus::NotifieeConst {
-   public:
+  struct Announced : RouterAdvt::RaPacketStatus::NotifieeConst {
     using NotifieeConst::NotifieeConst;
     void onRaPacket(Wire::IntfId const& intfId) override {
       auto const packet = notifier().raPacket(intfId);
