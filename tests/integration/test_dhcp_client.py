@@ -77,7 +77,8 @@ def start_shim(folder, *arguments, wrapper=()):
 def test_the_shim_becomes_the_client_and_goes_with_its_parent(fake):
     arguments = ["-d", "--ignore-preinit", "-4", "-lf", str(fake / "leases"), "--ignore-preinit", "et1"]
     process, pid, passed = start_shim(fake, *arguments)
-    assert (pid, passed) == (process.pid, ["-d", "-4", "-lf", str(fake / "leases"), "et1"])
+    assert (pid, passed) == (process.pid, ["-d", "-4", "-lf", str(fake / "leases"), "et1", "-e",
+                                           f"ZEROTOUCH_LEASES={fake / 'leases'}"])
     assert (fake / "leases").read_bytes() == b""
     (fake / "end").touch()
     assert process.wait(20) == 7
@@ -94,7 +95,7 @@ def test_the_shim_becomes_the_client_and_goes_with_its_parent(fake):
     (True, signal.SIGTERM, 7), (False, signal.SIGTERM, 128 + signal.SIGKILL), (False, signal.SIGKILL, -signal.SIGKILL)])
 def test_a_release_outlasts_a_request_to_stop_but_not_for_ever(fake, finishes, how, code):
     process, pid, passed = start_shim(fake, "-4", "-r", "et1")
-    assert pid != process.pid and passed == ["-4", "-r", "et1"]
+    assert pid != process.pid and passed == ["-4", "-r", "et1", "-e", "ZEROTOUCH_LEASES="]
     process.send_signal(how)
     if finishes:
         (fake / "end").touch()
@@ -139,7 +140,6 @@ ANSWERS = {
 
 def test_a_real_answer_is_recorded_and_released(lab, tmp_path):
     lab.add_veth(1)
-    lab.server.ip("address", "add", "10.0.1.1/24", "dev", "p1")
     lab.switch.ip6_setting("et1", "accept_dad", 0)
     lab.switch.ip("link", "set", "et1", "up")
     lab.serve("answers")
