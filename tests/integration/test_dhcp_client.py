@@ -77,8 +77,8 @@ def start_shim(folder, *arguments, wrapper=()):
 def test_the_shim_becomes_the_client_and_goes_with_its_parent(fake):
     arguments = ["-d", "--ignore-preinit", "-4", "-lf", str(fake / "leases"), "--ignore-preinit", "et1"]
     process, pid, passed = start_shim(fake, *arguments)
-    assert (pid, passed) == (process.pid, ["-d", "-4", "-lf", str(fake / "leases"), "et1",
-                                            "-e", f"ZEROTOUCH_LEASES={fake / 'leases'}"])
+    assert (pid, passed) == (process.pid, ["-d", "-4", "-lf", str(fake / "leases"), "et1", "-e",
+                                           f"ZEROTOUCH_LEASES={fake / 'leases'}"])
     assert (fake / "leases").read_bytes() == b""
     (fake / "end").touch()
     assert process.wait(20) == 7
@@ -95,7 +95,7 @@ def test_the_shim_becomes_the_client_and_goes_with_its_parent(fake):
     (True, signal.SIGTERM, 7), (False, signal.SIGTERM, 128 + signal.SIGKILL), (False, signal.SIGKILL, -signal.SIGKILL)])
 def test_a_release_outlasts_a_request_to_stop_but_not_for_ever(fake, finishes, how, code):
     process, pid, passed = start_shim(fake, "-4", "-r", "et1")
-    assert pid != process.pid and passed[:3] == ["-4", "-r", "et1"]
+    assert pid != process.pid and passed == ["-4", "-r", "et1", "-e", "ZEROTOUCH_LEASES="]
     process.send_signal(how)
     if finishes:
         (fake / "end").touch()
@@ -117,7 +117,7 @@ def client_command(lab, folder, family):
     suffix, identity = {"4": ("", 'vendor-class-identifier "Ostrel;MDL;SN1"'),
                         "6": ("6", "dhcp6.vendor-opts 00:00:fd:e8:00:01:00:06:4f:73:74:72:65:6c")}[family]
     template = (ROOT / "share" / f"zerotouch-dhclient{suffix}.conf").read_text()
-    files = {name: str(folder / f"client{suffix}.{name}") for name in ("conf", "leases", "pid")}
+    files = {name: str(folder / f"client{suffix}-{name}") for name in ("conf", "leases", "pid")}
     pathlib.Path(files["conf"]).write_text(
         (template + f"send dhcp-client-identifier 02:00:00:00:00:01;\nsend {identity};\n") * 2)
     return [*lab.switch.enter(), str(SHIM), "-d", "--ignore-preinit", "-sf", str(HOOK), "-e", "SYSNAME=sy", "-e",
@@ -139,8 +139,6 @@ ANSWERS = {
 
 
 def test_a_real_answer_is_recorded_and_released(lab):
-    folder = lab.folder / "client"  # which the switch sees too
-    folder.mkdir()
     lab.add_veth(1)
     lab.switch.ip6_setting("et1", "accept_dad", 0)
     lab.switch.ip("link", "set", "et1", "up")
@@ -148,8 +146,8 @@ def test_a_real_answer_is_recorded_and_released(lab):
     (lab.host.flash / "startup-config").write_text("")
     lab.host.start()
     for family, collection in (("4", "intfDhcpStatus"), ("6", "intfDhcp6Status")):
-        path, log = f"/zerotouch/dhcpStatus/{collection}", folder / "log"
-        command = client_command(lab, folder, family)
+        path, log = f"/zerotouch/dhcpStatus/{collection}", lab.folder / "client.log"
+        command = client_command(lab, lab.folder, family)
         with open(log, "w") as output:
             client = subprocess.Popen([*command, "et1"], stderr=output)
         try:
@@ -165,7 +163,7 @@ def test_a_real_answer_is_recorded_and_released(lab):
         wait_for(lambda: lab.host.get(path) == {}, "the record to go")
     assert lab.processes.log("dnsmasq").read_text().count("DHCPRELEASE(p1)") == 2
 
-    stateless = subprocess.run([*client_command(lab, folder, "6"), "-S", "et1"], timeout=20)
+    stateless = subprocess.run([*client_command(lab, lab.folder, "6"), "-S", "et1"], timeout=20)
     assert stateless.returncode == 0
     wait_for(lambda: lab.host.get("/zerotouch/dhcpStatus/intfDhcp6Status")
              == {"et1": {**ANSWERS["intfDhcp6Status"], "reason": "RENEW6", "addrWithMask": "0.0.0.0/0"}}, "the answer")

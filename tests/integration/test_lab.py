@@ -31,7 +31,7 @@ def cleaned():
 def test_a_lab_comes_up_is_played_with_and_goes_away(cleaned):
     lab("up", "--veth", "1", "--tap", "1")
     assert "is up already" in lab("up", code=1)
-    lab("host", "--timers", "0.2", "start", "--trace", "ZeroTouchSm=5")
+    lab("host", "--timers", "0.2", "start", "--arguments=--trace ZeroTouchSm=5")
     lab("plug", "et2")
     lab("lldp", "et2")
     lab("files")
