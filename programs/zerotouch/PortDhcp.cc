@@ -14,8 +14,8 @@ std::string whyNotChosen(DhcpView const& view, Kel::Value const& result, bool as
   if (reason == "FAIL" || reason == "TIMEOUT") return "no, nobody answered";
   if (result != Kel::Value()) return "no, the answer names no boot file";
   if (asks) return "no answer yet";
-  if (!view.chosen.empty()) return "no, " + view.chosen + " was first";
-  return linkUp ? "not asked now" : "not asked, no link";
+  if (!linkUp) return "not asked, no link";
+  return view.chosen.empty() ? "not asked now" : "no, " + view.chosen + " was first";
 }
 
 DhcpRow row(DhcpView const& view, std::string const& port, Kel::Value const& result, std::string family,
