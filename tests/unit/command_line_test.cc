@@ -142,8 +142,8 @@ TEST_F(CommandLine, PortsTellWhetherTheyTakePartAndWhyNot) {
             "Port  Family            Client          Report  Boot file    Chosen\n"
             "1/1   DHCPv4            releases        FAIL    -            no, nobody answered\n"
             "1/1   DHCPv6            -               BOUND6  http://h/?c  yes\n"
-            "1/3   DHCPv4            -               -       -            no, 1/1 was first\n"
-            "1/3   DHCPv6 stateless  waits its turn  -       -            no, 1/1 was first\n"
+            "1/3   DHCPv4            -               -       -            not asked, no link\n"
+            "1/3   DHCPv6 stateless  waits its turn  -       -            not asked, no link\n"
             "exit 0");
   EXPECT_NE(run("ports --json").find("\"nextSpeed\": \"40g\""), std::string::npos);
 }

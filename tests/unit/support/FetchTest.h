@@ -1,11 +1,8 @@
-// An agent that has chosen an interface, with /tmp and /var/run of its own: the download has a fixed path.
-// Needs root; skipped without.
+// An agent that has chosen an interface, and finds nothing of an earlier download.
 #pragma once
 
 #include <arpa/inet.h>
 #include <poll.h>
-#include <sched.h>
-#include <sys/mount.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -14,32 +11,12 @@
 #include "tests/unit/support/AgentTest.h"
 #include "zerotouch/fetch/CurlTransfer.h"
 
-// Empty folders over those of the system, seen by this process only.
-class PrivateFolders {
- public:
-  PrivateFolders() {
-    mounted_ = unshare(CLONE_NEWNS) == 0 && mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
-    for (char const* const folder : folders) {
-      mounted_ = mounted_ && mount("none", folder, "tmpfs", 0, "size=1m") == 0;
-    }
-  }
-  PrivateFolders(PrivateFolders const&) = delete;
-  PrivateFolders& operator=(PrivateFolders const&) = delete;
-  ~PrivateFolders() {
-    if (!mounted_) return;
-    for (char const* const folder : folders) umount2(folder, MNT_DETACH);
-  }
-  bool mounted() const { return mounted_; }
-
- private:
-  static constexpr char const* folders[] = {"/tmp", "/run"};
-  bool mounted_ = false;
-};
-
-class FetchTest : protected PrivateFolders, public AgentTest {
+class FetchTest : public AgentTest {
  protected:
-  void SetUp() override {
-    if (!mounted()) GTEST_SKIP() << "needs root, to have a /tmp of its own";
+  FetchTest() {
+    for (char const* const left :
+         {"/tmp/zt-download", "/run/ztp-config-script.stdout", "/run/ztp-config-script.stderr"})
+      std::filesystem::remove_all(left);
   }
 
   // Stops in stateSetupSystemIdentity, the answer naming `bootFileName`.
