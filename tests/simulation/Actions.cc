@@ -14,8 +14,14 @@ void timePasses(World& world, Choice& choice) {
   world.time.advance(seconds);
 }
 
+void standsStill(World& world, Choice& choice) {
+  auto const seconds = choice.among({1.0, 5.0, 15.0, 16.0, 31.0, 95.0});
+  world.note(Kel::format("the loop is held up for %s s", std::to_string(seconds).substr(0, 4)));
+  world.standStill(seconds);
+}
+
 void answer(World& world, Choice& choice) {
-  unsigned const index = choice.of(World::portCount);
+  unsigned const index = choice.of(World::portCount + 1);
   bool const six = choice.chance(3);
   world.note(Kel::format("%s answers on %s", six ? "DHCPv6" : "DHCPv4", World::portName(index)));
   world.answer(index, six, choice);
@@ -43,7 +49,7 @@ void leaseEnds(World& world, Choice& choice) {
 }
 
 void advertisement(World& world, Choice& choice) {
-  unsigned const index = choice.of(World::portCount);
+  unsigned const index = choice.of(World::portCount + 1);
   bool const managed = choice.chance(2);
   bool const gone = choice.chance(4);
   world.note(Kel::format("router on %s: %s", World::portName(index),
@@ -214,6 +220,7 @@ void limits(World& world, Choice& choice) {
 
 void cleanUp(World& world, Choice& choice) {
   world.cleanUp = choice.among({World::CleanUp::prompt, World::CleanUp::later, World::CleanUp::never});
+  world.cleanUpTakes = choice.among({0.0, 0.0, 1.0, 10.0});
   world.note(world.cleanUp == World::CleanUp::prompt  ? "the clean-up script works at once"
              : world.cleanUp == World::CleanUp::later ? "the clean-up script's work arrives later"
                                                       : "the clean-up script fails");
@@ -239,6 +246,7 @@ void progress(World& world, Choice& choice) {
       return world.time.advance(30);
     case stateDhcpQuery:
     case stateStatelessDhcpQuery:
+      if (choice.chance(4)) return world.time.advance(15);
       for (unsigned i = 0; i < World::portCount; ++i) {
         if (!sm.phyIntfStatus(World::port(i))) continue;
         world.note("an answer on " + World::portName(i));
@@ -273,6 +281,7 @@ struct Action {
 constexpr std::array actions = {
     Action{"progress", 30, progress},
     Action{"time", 20, timePasses},
+    Action{"standstill", 4, standsStill},
     Action{"answer", 8, answer},
     Action{"no answer", 4, noAnswer},
     Action{"end of a lease", 4, leaseEnds},
@@ -284,7 +293,7 @@ constexpr std::array actions = {
     Action{"addresses", 5, addresses},
     Action{"child's end", 10, childEnds},
     Action{"server", 8, server},
-    Action{"socket", 3, socketReady},
+    Action{"socket", 4, socketReady},
     Action{"inventory", 2, inventory},
     Action{"enable", 5, enable},
     Action{"disable", 4, disable},

@@ -58,9 +58,7 @@ void World::checkNotStuck() {
     require(timer && timer->initTime() + timer->timeout() >= Kel::now(), "the timer should have ended");
     require(Kel::now() <= deadline + 0.001, "the state lasts too long");
   }
-  require(platform.status->enabled() ==
-              (state() != stateInit && (platform.config->enabled() || state() == stateShutdown)) ||
-              state() == stateShutdown,
+  require(state() == stateShutdown || platform.status->enabled() == (state() != stateInit),
           "Status.enabled is wrong");
 }
 
@@ -94,7 +92,8 @@ void World::checkOwners() {
   require((sm().curlCBData() != nullptr) == (curl.alive() > 0), "a transfer's handles outlive it");
   require(sm().curlCBData() == nullptr || state() == stateFetchConfig, "a transfer runs in the wrong state");
   require(!sm().curlSockFd() || sm().curlCBData() != nullptr, "a socket's watch outlives the transfer");
-  require(sm().choosenIntf() ? state() > stateDhcpQuery : (state() <= stateStatelessDhcpQuery || state() >= stateRetry),
+  bool const chosen = sm().choosenIntf() != nullptr;
+  require(chosen ? state() >= stateSetupSystemIdentity : state() < stateSetupSystemIdentity || state() >= stateRetry,
           "an interface is chosen in the wrong state, or none is");
   for (auto const& [intfId, port] : sm().intfNoSpeedChangePool())
     require(platform.episd->intfStatus(intfId) == port, "a port that is gone is in the pool");

@@ -88,6 +88,7 @@ World::World(std::uint64_t bits, bool recorded) : recorded_(recorded) {
   cleanUp = choice.among({CleanUp::prompt, CleanUp::prompt, CleanUp::later, CleanUp::never});
   children.onRunAndWait = [this](char const*) {
     bool const six = std::string(std::getenv("reason")) == "CLEANUP6";
+    standStill(cleanUpTakes);
     if (cleanUp == CleanUp::prompt) removeResults(six);
     if (cleanUp == CleanUp::later) (six ? cleansUp6_ : cleansUp_) = true;
     return cleanUp == CleanUp::never ? 1 : 0;
@@ -127,9 +128,9 @@ void World::drop() {
   agent = nullptr;
 }
 
-// Devices that /proc/sys/net/ipv6/conf knows, but for the last.
+// Devices that /proc/sys/net/ipv6/conf knows, but for the last two.
 Kel::Name World::device(unsigned index) {
-  return std::array{"lo", "all", "default", "et4"}[index];
+  return std::array{"lo", "all", "default", "et4", "po1"}[index];
 }
 
 void World::addPort(unsigned index, Choice& choice) {
@@ -221,6 +222,11 @@ std::vector<Kel::Ptr<Kel::ChildSiginfo>> World::running() const {
 void World::finishCleanUp() {
   if (std::exchange(cleansUp_, false)) removeResults(false);
   if (std::exchange(cleansUp6_, false)) removeResults(true);
+}
+
+void World::standStill(Kel::Seconds seconds) {
+  Kel::Loop::instance().simulate(Kel::now() + seconds);
+  deadline += seconds;
 }
 
 void World::note(std::string const& text) const {

@@ -46,7 +46,10 @@ class World {
 
   // --- What stands around the agent ---
 
-  static std::string portName(unsigned index) { return "Ethernet" + std::to_string(index + 1); }
+  // The last is the port-channel.
+  static std::string portName(unsigned index) {
+    return index < portCount ? "Ethernet" + std::to_string(index + 1) : "Port-Channel1";
+  }
   static Wire::IntfId port(unsigned index) { return Wire::IntfId(portName(index)); }
   static Kel::Name device(unsigned index);
   void addPort(unsigned index, Choice& choice);
@@ -81,7 +84,10 @@ class World {
   // When the clean-up script's deletions arrive: while it runs, once the loop runs again, or never.
   enum class CleanUp { prompt, later, never };
   CleanUp cleanUp = CleanUp::prompt;
+  Kel::Seconds cleanUpTakes = 0;
   void finishCleanUp();
+  // Time passes, but the loop does not run: it is held up by something.
+  void standStill(Kel::Seconds seconds);
   bool expectDisable = false;          // the guard entry has been earned
   Kel::Seconds deadline = Kel::never;  // by which the state must have been left
   std::function<void(State from, State to)> onTransition = [](State, State) {};

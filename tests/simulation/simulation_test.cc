@@ -1,5 +1,5 @@
 // The agent in a simulated world where anything can happen at any time: it is never stuck, leaves nothing behind,
-// and does nothing that it must not. SEED=N plays one run and prints it; SECONDS=N plays new runs for that long.
+// and does nothing that it must not. SEED=N plays one run and prints it; SECONDS_TO_PLAY=N plays new runs for that long.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -57,7 +57,7 @@ TEST_F(Simulation, known_runs_hold_and_reach_everything) {
 
 TEST_F(Simulation, new_runs_hold) {
   if (std::getenv("SEED") != nullptr) GTEST_SKIP() << "plays one run only";
-  char const* const seconds = std::getenv("SECONDS");
+  char const* const seconds = std::getenv("SECONDS_TO_PLAY");
   Kel::Seconds const end = Kel::now() + (seconds != nullptr ? std::strtod(seconds, nullptr) : 5);
   std::uint64_t seed = std::random_device()();
   seed = seed << 20 | 1 << 19;
