@@ -53,7 +53,9 @@ void advertisement(World& world, Choice& choice) {
   bool const managed = choice.chance(2);
   bool const gone = choice.chance(4);
   world.note(Kel::format("router on %s: %s", World::portName(index),
-                         gone ? "gone" : managed ? "managed" : "stateless"));
+                         gone      ? "gone"
+                         : managed ? "managed"
+                                   : "stateless"));
   if (gone) {
     world.platform.raPacketStatus->raPacketDel(World::port(index));
   } else {
@@ -137,10 +139,12 @@ void addresses(World& world, Choice& choice) {
 void childEnds(World& world, Choice& choice) {
   auto const running = world.running();
   if (running.empty()) return;
-  auto const child = choice.chance(2) ? running.back() : running[choice.of(static_cast<unsigned>(running.size()))];
+  auto const child =
+      choice.chance(2) ? running.back() : running[choice.of(static_cast<unsigned>(running.size()))];
   auto const status = choice.among<std::uint8_t>({0, 0, 1, 127});
   bool const killed = choice.chance(4);
-  world.note(Kel::format("child %d ends: %s %d", child->pid(), killed ? "signal" : "exit", killed ? 9 : status));
+  world.note(
+      Kel::format("child %d ends: %s %d", child->pid(), killed ? "signal" : "exit", killed ? 9 : status));
   if (killed) {
     child->killedIs(9);
   } else {
@@ -151,16 +155,18 @@ void childEnds(World& world, Choice& choice) {
 void server(World& world, Choice& choice) {
   using Failure = FakeCurl::Failure;
   auto& curl = world.curl;
-  curl.failure = choice.chance(3) ? choice.among({Failure::init, Failure::multiInit, Failure::addHandle, Failure::perform})
-                                  : Failure::none;
+  curl.failure = choice.chance(3)
+                     ? choice.among({Failure::init, Failure::multiInit, Failure::addHandle, Failure::perform})
+                     : Failure::none;
   curl.hangs = choice.chance(4);
   curl.passes = static_cast<int>(choice.of(4));
-  curl.result = choice.chance(3) ? CURLE_COULDNT_CONNECT : CURLE_OK;
+  curl.result = choice.chance(2) ? CURLE_COULDNT_CONNECT : CURLE_OK;
   curl.body = choice.among({"hostname sw1\n", "#!/bin/sh\n", "#!/bin/sh\n", "", "#"});
   curl.hasSocket = choice.chance(2);
   world.note(Kel::format("server: %s%s, %d passes, result %d, body of %d bytes",
                          curl.failure != Failure::none ? "libcurl fails" : "libcurl works",
-                         curl.hangs ? ", hangs" : "", curl.passes, static_cast<int>(curl.result), curl.body.size()));
+                         curl.hangs ? ", hangs" : "", curl.passes, static_cast<int>(curl.result),
+                         curl.body.size()));
 }
 
 void socketReady(World& world, Choice&) {
@@ -205,7 +211,8 @@ void limits(World& world, Choice& choice) {
   if (what == 0) {
     auto const timeout = choice.among<std::uint32_t>({0, 1, 20, 60, 3600});
     world.note(Kel::format("scriptExecTimeout=%d", timeout));
-    bool const changes = timeout != config->scriptExecTimeout() && world.state() == stateCopyConfigOrExecScript;
+    bool const changes =
+        timeout != config->scriptExecTimeout() && world.state() == stateCopyConfigOrExecScript;
     if (changes && world.sm().fileIsHashPling()) world.deadline = Kel::now() + timeout;
     config->scriptExecTimeoutIs(timeout);
   } else if (what == 1) {
@@ -265,8 +272,8 @@ void progress(World& world, Choice& choice) {
         world.curl.hangs = false;
         world.curl.failure = FakeCurl::Failure::none;
       }
-      world.note("16 s pass");
-      return world.time.advance(16);
+      world.note("4 s pass");
+      return world.time.advance(4);
     default:
       return childEnds(world, none);
   }
@@ -297,7 +304,7 @@ constexpr std::array actions = {
     Action{"inventory", 2, inventory},
     Action{"enable", 5, enable},
     Action{"disable", 4, disable},
-    Action{"cancel", 1, cancel},
+    Action{"cancel", 2, cancel},
     Action{"limits", 3, limits},
     Action{"clean-up", 2, cleanUp},
     Action{"standby", 2, standby},
@@ -312,8 +319,7 @@ std::vector<Step> stepsFrom(std::mt19937_64& random, unsigned count) {
     return result;
   }();
   std::vector<Step> steps(count);
-  for (auto& step : steps)
-    step = {byWeight[random() % byWeight.size()], random(), random() % 5 != 0};
+  for (auto& step : steps) step = {byWeight[random() % byWeight.size()], random(), random() % 3 != 0};
   return steps;
 }
 

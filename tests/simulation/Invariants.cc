@@ -1,4 +1,5 @@
 // What must be true whenever the loop has come to rest.
+#include <csignal>
 #include <fstream>
 #include <sstream>
 
@@ -55,7 +56,8 @@ void World::checkNotStuck() {
   } else {
     require(sm().timerActive(), "stuck: no timer runs");
     auto const timer = sm().timer();
-    require(timer && timer->initTime() + timer->timeout() >= Kel::now(), "the timer should have ended");
+    require(timer && timer->initTime() + timer->timeout() + timer->interval() >= Kel::now(),
+            "the timer is late");
     require(Kel::now() <= deadline + 0.001, "the state lasts too long");
   }
   require(state() == stateShutdown || platform.status->enabled() == (state() != stateInit),
@@ -78,22 +80,26 @@ void World::checkOwners() {
   hold(sm().scriptChildProcess(), static_cast<decltype(&sm().dhclientIntf())>(nullptr), "script");
   std::erase_if(children.started, [](auto const& start) { return start.child->ended(); });
   for (auto const& start : children.started) {
+    bool const script = start.argv.size() == 1;
+    // A script may ignore being asked to end; it is not forgotten before it is killed.
+    bool const ends = !start.signals.empty() && (!script || start.signals.back() == SIGKILL);
+    require(ends || held.contains(start.child->pid()), "a running child without a record");
     if (!start.signals.empty()) continue;
     auto const has = [&](char const* argument) {
       return std::find(start.argv.begin(), start.argv.end(), argument) != start.argv.end();
     };
-    require(held.contains(start.child->pid()), "a running child without a record");
-    auto const where = start.argv.size() == 1 ? stateCopyConfigOrExecScript
-                       : has("-r")            ? stateRetry | stateShutdown
-                       : has("-S")            ? stateStatelessDhcpQuery
-                                              : stateDhcpQuery;
+    auto const where = script      ? stateCopyConfigOrExecScript
+                       : has("-r") ? stateRetry | stateShutdown
+                       : has("-S") ? stateStatelessDhcpQuery
+                                   : stateDhcpQuery;
     require((where & state()) != stateInvalid, "a child runs in the wrong state");
   }
   require((sm().curlCBData() != nullptr) == (curl.alive() > 0), "a transfer's handles outlive it");
   require(sm().curlCBData() == nullptr || state() == stateFetchConfig, "a transfer runs in the wrong state");
   require(!sm().curlSockFd() || sm().curlCBData() != nullptr, "a socket's watch outlives the transfer");
   bool const chosen = sm().choosenIntf() != nullptr;
-  require(chosen ? state() >= stateSetupSystemIdentity : state() < stateSetupSystemIdentity || state() >= stateRetry,
+  require(chosen ? state() >= stateSetupSystemIdentity
+                 : state() < stateSetupSystemIdentity || state() >= stateRetry,
           "an interface is chosen in the wrong state, or none is");
   for (auto const& [intfId, port] : sm().intfNoSpeedChangePool())
     require(platform.episd->intfStatus(intfId) == port, "a port that is gone is in the pool");
@@ -119,9 +125,14 @@ void World::checkAtRest() {
 
 void World::checkEnding() {
   std::string const settings = contentOf("/tmp/root/flash/zerotouch-config");
-  require(settings == (expectDisable ? "DISABLE=NextReload\n" : "(absent)"), "the settings file holds " + settings);
+  require(settings == (expectDisable ? "DISABLE=NextReload\n" : "(absent)"),
+          "the settings file holds " + settings);
   require(reloads_ <= 1, "the reload was requested twice");
-  require(reloads_ == 0 || !agent || state() == stateShutdown, "the reload was requested before the shutdown");
+  auto const& reload = *platform.reloadConfig;
+  require((reloads_ == 1) == (reload.reloadTime() > 0 && reload.reason() == "ZTP RELOAD"),
+          "no reload is requested");
+  require(reloads_ == 0 || !agent || state() == stateShutdown,
+          "the reload was requested before the shutdown");
 }
 
 // All that the identity consists of, as one text; "" for none.
@@ -136,7 +147,8 @@ std::string World::identity() const {
       add("ip@" + intfId.stringValue() + "=", config->addrWithMask().stringValue());
   }
   for (auto const& [intfId, config] : platform.ip6Config->intf()) {
-    for (auto const& [addr, on] : config->addr()) add("ip6@" + intfId.stringValue() + "=", addr.stringValue());
+    for (auto const& [addr, on] : config->addr())
+      add("ip6@" + intfId.stringValue() + "=", addr.stringValue());
   }
   auto const& net = platform.netConfig;
   if (!net->hostname().empty()) add("host=", net->hostname());
@@ -162,7 +174,8 @@ std::string World::identityOfAnswer() const {
   std::string result;
   auto const add = [&](std::string const& what, std::string const& value) { result += what + value + " "; };
   std::string const at = "@" + intf->intfName() + "=";
-  if (answer->mtu() != 0 && platform.epicd->intfConfig(intf->intfId())) add("mtu" + at, std::to_string(answer->mtu()));
+  if (answer->mtu() != 0 && platform.epicd->intfConfig(intf->intfId()))
+    add("mtu" + at, std::to_string(answer->mtu()));
   auto const& addr = answer->addrWithMask();
   if (!six && !addr.v4().address.isZero()) add("ip" + at, addr.stringValue());
   if (six && !addr.v6().address.isZero()) add("ip6" + at, addr.stringValue());

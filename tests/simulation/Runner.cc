@@ -5,7 +5,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <bit>
 #include <cstdio>
 #include <functional>
 
@@ -74,8 +73,6 @@ bool play(Run const& run, Tally& tally, bool recorded) {
 
 }  // namespace
 
-unsigned number(State state) { return static_cast<unsigned>(std::countr_zero(static_cast<std::uint32_t>(state))); }
-
 Run runFrom(std::uint64_t seed) {
   std::mt19937_64 random(seed);
   Run run;
@@ -85,7 +82,8 @@ Run runFrom(std::uint64_t seed) {
 }
 
 Runner::Runner()
-    : tally_(new (mmap(nullptr, sizeof(Tally), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0)) Tally) {}
+    : tally_(new (mmap(nullptr, sizeof(Tally), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0))
+                 Tally) {}
 Runner::~Runner() { munmap(tally_, sizeof *tally_); }
 
 std::optional<std::uint64_t> Runner::play(std::uint64_t seed, unsigned count) {
@@ -109,7 +107,9 @@ std::optional<std::string> Runner::failure(Run const& run, bool recorded) {
 
 Run Runner::shortened(Run run) {
   constexpr std::size_t telling = 20;  // what follows are values
-  auto const kind = [](std::optional<std::string> const& text) { return text ? text->substr(0, telling) : "holds"; };
+  auto const kind = [](std::optional<std::string> const& text) {
+    return text ? text->substr(0, telling) : "holds";
+  };
   auto const wanted = kind(failure(run, false));
   unsigned tries = 0;
   for (std::size_t size = run.steps.size() / 2; size > 0 && tries < maxShortenings; size /= 2) {

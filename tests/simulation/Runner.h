@@ -20,10 +20,9 @@ struct Tally {
   std::uint64_t steps = 0;
   std::array<std::array<std::uint64_t, states>, states> transitions{};  // from, to
   std::array<std::array<std::uint64_t, 32>, states> driven{};           // state, action
-  std::uint64_t seed = 0;             // being played
-  std::array<char, 512> violation{};  // how it failed; "" for a crash
+  std::uint64_t seed = 0;                                               // being played
+  std::array<char, 512> violation{};                                    // how it failed; "" for a crash
 };
-unsigned number(State state);
 
 class Runner {
  public:

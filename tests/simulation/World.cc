@@ -7,7 +7,6 @@
 #include <filesystem>
 
 #include "platform/kel/Format.h"
-#include "tests/simulation/Limits.h"
 
 namespace {
 
@@ -29,15 +28,6 @@ class World::StateWatch : public ZeroTouch::ZeroTouchSmModel::NotifieeConst {
  public:
   explicit StateWatch(World& world) : NotifieeConst(world.agent->ztSm()), world_(world) {}
   void onCurrentState() override { world_.handleState(); }
-
- private:
-  World& world_;
-};
-
-class World::ReloadWatch : public System::Reload::Config::NotifieeConst {
- public:
-  explicit ReloadWatch(World& world) : NotifieeConst(world.platform.reloadConfig), world_(world) {}
-  void onReloadTime() override { ++world_.reloads_; }
 
  private:
   World& world_;
@@ -93,6 +83,8 @@ World::World(std::uint64_t bits, bool recorded) : recorded_(recorded) {
     if (cleanUp == CleanUp::later) (six ? cleansUp6_ : cleansUp_) = true;
     return cleanUp == CleanUp::never ? 1 : 0;
   };
+  curl.passes = static_cast<int>(choice.of(8));
+  if (choice.chance(2)) curl.body = "#!/bin/sh\n";
   for (unsigned i = 0; i < portCount; ++i) {
     if (!choice.chance(3)) addPort(i, choice);
   }
@@ -108,12 +100,12 @@ World::World(std::uint64_t bits, bool recorded) : recorded_(recorded) {
     if (event.name == "ZTP_EXEC_SCRIPT_SUCCESS" ||
         (event.name == "ZTP_CONFIG_DOWNLOAD_SUCCESS" && event.message.find("startup-config") < 30))
       expectDisable = true;
+    if (event.name == "ZTP_RELOAD") ++reloads_;
     note("  " + event.name + ": " + event.message);
   });
   forwarding_ = Kel::makePtr<Forwarding>(*this);
   agent = platform.createAgent(ZeroTouch::agentCreatorFactory);
   stateWatch_ = Kel::makePtr<StateWatch>(*this);
-  reloadWatch_ = Kel::makePtr<ReloadWatch>(*this);
   sockets_ = Kel::makePtr<Sockets>(*this);
 }
 
@@ -129,9 +121,7 @@ void World::drop() {
 }
 
 // Devices that /proc/sys/net/ipv6/conf knows, but for the last two.
-Kel::Name World::device(unsigned index) {
-  return std::array{"lo", "all", "default", "et4", "po1"}[index];
-}
+Kel::Name World::device(unsigned index) { return std::array{"lo", "all", "default", "et4", "po1"}[index]; }
 
 void World::addPort(unsigned index, Choice& choice) {
   using enum Interface::IntfForwardingModel;
@@ -177,8 +167,8 @@ void World::answer(unsigned index, bool six, Choice& choice) {
     return *Wire::IpGenAddr::fromString(Kel::format(six ? v6 : v4, n));
   };
   if (!choice.chance(8)) {
-    result->addrWithMaskIs(*Wire::IpGenAddrWithMask::fromString(
-        Kel::format(six ? "2001:db8::%d/64" : "10.0.%d.5/24", n)));
+    result->addrWithMaskIs(
+        *Wire::IpGenAddrWithMask::fromString(Kel::format(six ? "2001:db8::%d/64" : "10.0.%d.5/24", n)));
   }
   if (choice.chance(2)) result->mtuIs(1500 + n);
   if (choice.chance(2)) result->hostnameIs(Kel::format("sw%d", n));
@@ -192,8 +182,8 @@ void World::answer(unsigned index, bool six, Choice& choice) {
     result->gatewayIs(0, ip("10.4.%d.1", "2001:db8:4::%d"));
   }
   if (choice.chance(6)) result->serverNameIs(Kel::format("10.5.%d.1", n));
-  result->bootFileNameIs(choice.among({"http://h/c", "https://h/c", "ftp://h/c", "tftp://h/c", "http://h/c",
-                                       "gopher://h/c", "cfg", ""}));
+  result->bootFileNameIs(choice.among(
+      {"http://h/c", "https://h/c", "ftp://h/c", "tftp://h/c", "http://h/c", "gopher://h/c", "cfg", ""}));
   note(Kel::format("  (answer %d: %s, boot file '%s')", n, result->addrWithMask().stringValue(),
                    result->bootFileName()));
 }
@@ -226,7 +216,7 @@ void World::finishCleanUp() {
 
 void World::standStill(Kel::Seconds seconds) {
   Kel::Loop::instance().simulate(Kel::now() + seconds);
-  deadline += seconds;
+  deadline += seconds + 5;  // ticks are counted from the late one, so the end may be late by another
 }
 
 void World::note(std::string const& text) const {
@@ -239,11 +229,12 @@ void World::note(std::string const& text) const {
 void World::handleState() {
   State const now = state();
   onTransition(last_, now);
-  require((allowedBefore(now) & last_) != State::stateInvalid,
-          std::string(stringValue(now)) + " was entered from " + stringValue(last_));
+  require(mayFollow(last_, now), std::string(stringValue(now)) + " was entered from " + stringValue(last_));
   require(Kel::now() <= deadline + 0.001, std::string(stringValue(last_)) + " was left too late");
   deadline = Kel::now() + longestTimeIn(sm());
-  last_ = now;
+  require(now != State::stateRetry || last_ != State::stateSetupSystemIdentity || identity().empty(),
+          "an identity that did not work is left");
   if (now == State::stateSetupSystemIdentity) identity_ = identityOfAnswer();
+  last_ = now;
   note("-> " + std::string(stringValue(now)));
 }

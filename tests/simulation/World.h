@@ -11,9 +11,8 @@
 #include "platform/kel/testing/FakeChildRunner.h"
 #include "platform/kel/testing/SimulatedTime.h"
 #include "tests/simulation/FakeCurl.h"
+#include "tests/simulation/Limits.h"
 #include "zerotouch/agent/MountedEntities.h"
-
-using State = ZeroTouch::ProvisioningState;
 
 // Bits from which choices are drawn, so that the same bits always choose the same.
 class Choice {
@@ -100,7 +99,6 @@ class World {
 
  private:
   class StateWatch;
-  class ReloadWatch;
   class Forwarding;
   class Sockets;
 
@@ -119,10 +117,9 @@ class World {
   bool cleansUp_ = false;
   bool cleansUp6_ = false;
   State last_ = State::stateInit;
-  std::string identity_;  // of the answer that was chosen last
+  std::string identity_;               // of the answer that was chosen last
   std::set<Wire::IntfId> configured_;  // interfaces whose configuration is not the agent's
   Kel::Ptr<StateWatch> stateWatch_;
-  Kel::Ptr<ReloadWatch> reloadWatch_;
   Kel::Ptr<Forwarding> forwarding_;
   Kel::Ptr<Sockets> sockets_;
 };
