@@ -7,6 +7,9 @@
 #include <cstdarg>
 #include <utility>
 
+// CURLoption is an enumeration, as libcurl's own signature wants it.
+#pragma GCC diagnostic ignored "-Wvarargs"
+
 namespace {
 
 // Handles are never looked into, so any address will do.

@@ -11,7 +11,7 @@
 namespace {
 
 constexpr char const* root = "/tmp/root";
-constexpr Kel::Seconds start = 1'700'000'000;
+constexpr Kel::Seconds beginning = 1'700'000'000;
 
 // A socket on which an LLDP frame waits.
 class Pam : public Wire::Pam {
@@ -222,7 +222,7 @@ void World::standStill(Kel::Seconds seconds) {
 void World::note(std::string const& text) const {
   if (!recorded_) return;
   std::string const where = agent && agent->ztSm() ? stringValue(state()) : "";
-  std::printf("%10.3f s  %-28s %s\n", Kel::now() - start, where.c_str(), text.c_str());
+  std::printf("%10.3f s  %-28s %s\n", Kel::now() - beginning, where.c_str(), text.c_str());
   std::fflush(stdout);  // what comes next may end the process
 }
 
