@@ -6,7 +6,14 @@
 
 namespace ZeroTouch {
 
+namespace {
+Curl const* replaced = nullptr;
+}
+
+void Curl::replacementIs(Curl const* replacement) { replaced = replacement; }
+
 Curl const* Curl::load() {
+  if (replaced != nullptr) return replaced;
   static Curl curl;
   if (curl.easyCleanup != nullptr) return &curl;
   void* const library = dlopen("libcurl.so.4", RTLD_LAZY | RTLD_LOCAL);

@@ -23,6 +23,8 @@ struct Curl {
 
   // Null, after a warning, when the library cannot be loaded; tried again the next time.
   static Curl const* load();
+  // For tests: these calls instead of the library's, until null is given. The caller keeps them alive.
+  static void replacementIs(Curl const* replacement);
 };
 
 }  // namespace ZeroTouch

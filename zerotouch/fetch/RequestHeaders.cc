@@ -3,7 +3,6 @@
 #include <optional>
 #include <sstream>
 
-#include "platform/kel/Assert.h"
 #include "platform/kel/Format.h"
 #include "zerotouch/fetch/CurlTransfer.h"
 #include "zerotouch/sm/SmTrace.h"
@@ -84,9 +83,13 @@ std::vector<Kel::String> requestHeaders(Wire::EthAddr const& systemMacAddr, Enti
   return headers;
 }
 
+// An inventory that has gone since the run began is no reason to stop: its values are sent empty.
 void ZeroTouchSm::doBuildCurlHttpHeaders() {
-  auto const root = entityMibStatus() ? entityMibStatus()->root() : nullptr;
-  KEL_ASSERT(root, "entityMibRoot");
+  auto root = entityMibStatus()->root();
+  if (!root) {
+    HEADERS_TRACE(1, " - No entityMibRoot");
+    root = Kel::makePtr<EntityMib::Fru>();
+  }
   for (auto const& line : requestHeaders(entityMibStatus()->systemMacAddr(), *root)) {
     curlCBData_->headers = curlCBData_->curl->slistAppend(curlCBData_->headers, forCurl(line).c_str());
   }

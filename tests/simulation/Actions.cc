@@ -1,0 +1,335 @@
+#include "tests/simulation/Actions.h"
+
+#include <array>
+
+#include "platform/kel/Format.h"
+
+namespace {
+
+using enum ZeroTouch::ProvisioningState;
+
+void timePasses(World& world, Choice& choice) {
+  auto const seconds = choice.among({0.0, 0.4, 1.0, 2.0, 5.0, 5.0, 15.0, 15.0, 30.0, 45.0, 90.0, 300.0});
+  world.note(Kel::format("%s s pass", std::to_string(seconds).substr(0, 5)));
+  world.time.advance(seconds);
+}
+
+void standsStill(World& world, Choice& choice) {
+  auto const seconds = choice.among({1.0, 5.0, 15.0, 16.0, 31.0, 95.0});
+  world.note(Kel::format("the loop is held up for %s s", std::to_string(seconds).substr(0, 4)));
+  world.standStill(seconds);
+}
+
+void answer(World& world, Choice& choice) {
+  unsigned const index = choice.of(World::portCount + 1);
+  bool const six = choice.chance(3);
+  world.note(Kel::format("%s answers on %s", six ? "DHCPv6" : "DHCPv4", World::portName(index)));
+  world.answer(index, six, choice);
+}
+
+void noAnswer(World& world, Choice& choice) {
+  char const* const reason = choice.chance(2) ? "FAIL" : "TIMEOUT";
+  unsigned const first = choice.of(World::portCount);
+  unsigned const last = choice.chance(2) ? World::portCount - 1 : first;
+  world.note(Kel::format("%s from %s to %s", reason, World::portName(first), World::portName(last)));
+  for (unsigned i = first; i <= last; ++i) world.report(i, false, reason);
+}
+
+void leaseEnds(World& world, Choice& choice) {
+  unsigned const index = choice.of(World::portCount);
+  bool const all = choice.chance(2);
+  world.note(all ? "all DHCP results go" : "the DHCP results go of " + World::portName(index));
+  if (all) {
+    world.removeResults(false);
+    world.removeResults(true);
+  } else {
+    world.platform.dhcpStatus->intfDhcpStatusDel(World::device(index));
+    world.platform.dhcpStatus->intfDhcp6StatusDel(World::device(index));
+  }
+}
+
+void advertisement(World& world, Choice& choice) {
+  unsigned const index = choice.of(World::portCount + 1);
+  bool const managed = choice.chance(2);
+  bool const gone = choice.chance(4);
+  world.note(Kel::format("router on %s: %s", World::portName(index),
+                         gone      ? "gone"
+                         : managed ? "managed"
+                                   : "stateless"));
+  if (gone) {
+    world.platform.raPacketStatus->raPacketDel(World::port(index));
+  } else {
+    world.platform.raPacketStatus->raPacketIs(World::port(index))->managedIs(managed);
+  }
+}
+
+void portComesOrGoes(World& world, Choice& choice) {
+  unsigned const index = choice.of(World::portCount);
+  bool const there = world.platform.episd->intfStatus(World::port(index)) != nullptr;
+  bool const replaced = there && choice.chance(3);
+  world.note(World::portName(index) + (replaced ? " is replaced" : there ? " goes" : " comes"));
+  if (there) world.removePort(index);
+  if (!there || replaced) world.addPort(index, choice);
+}
+
+void portChanges(World& world, Choice& choice) {
+  using namespace Interface;
+  unsigned const index = choice.of(World::portCount);
+  auto const port = world.platform.episd->intfStatus(World::port(index));
+  if (!port) return;
+  unsigned const what = choice.of(6);
+  bool const on = choice.chance(2);
+  world.note(World::portName(index) + (what == 0   ? (on ? ": link up" : ": link down")
+                                       : what == 1 ? (on ? ": operational" : ": not operational")
+                                       : what == 2 ? (on ? ": active" : ": inactive")
+                                       : what == 3 ? (on ? " becomes routed" : " becomes switched")
+                                       : what == 4 ? (on ? " has its device" : " has another device")
+                                                   : (on ? " can run at 100g" : " cannot run at 100g")));
+  if (what == 0) port->linkStatusIs(on ? LinkStatus::up : LinkStatus::down);
+  if (what == 1) port->operStatusIs(on ? OperStatus::up : OperStatus::down);
+  if (what == 2) port->activeIs(on);
+  if (what == 3) port->forwardingModelIs(on ? IntfForwardingModel::routed : IntfForwardingModel::bridged);
+  if (what == 4) port->deviceNameIs(on ? World::device(index) : "renamed");
+  if (what == 5) {
+    auto capabilities = port->linkModeCapabilities();
+    capabilities.mode100G = on;
+    port->linkModeCapabilitiesIs(capabilities);
+  }
+}
+
+void lagChanges(World& world, Choice& choice) {
+  Wire::IntfId const name("Port-Channel1");
+  auto const& lags = world.platform.elisd;
+  if (choice.chance(3)) {
+    world.note("the port-channel goes");
+    lags->intfStatusDel(name);
+    return;
+  }
+  bool const replaced = !lags->intfStatus(name) || choice.chance(3);
+  auto const lag = replaced ? Kel::makePtr<Interface::EthIntfStatus>(name) : lags->intfStatus(name);
+  world.note(replaced ? "a port-channel comes" : "the port-channel changes");
+  lag->deviceNameIs("po1");
+  lag->forwardingModelIs(choice.chance(2) ? Interface::IntfForwardingModel::routed
+                                          : Interface::IntfForwardingModel::bridged);
+  if (replaced) lags->intfStatusIs(lag);
+}
+
+void lldp(World& world, Choice& choice) {
+  unsigned const index = choice.of(World::portCount);
+  world.note("LLDP on " + World::portName(index));
+  world.hearLldp(index);
+}
+
+// The configured addresses become active on all ports, or all are lost.
+void addresses(World& world, Choice& choice) {
+  bool const active = !choice.chance(4);
+  world.note(active ? "addresses become active" : "addresses vanish");
+  auto const& platform = world.platform;
+  for (auto const& [intfId, config] : platform.ipConfig->ipIntfConfig())
+    platform.ipStatus->ipIntfStatusIs(intfId)->activeAddrWithMaskIs(
+        active && !config->addrWithMask().address.isZero() ? config->addrWithMask() : Wire::IpAddrWithMask{});
+  for (auto const& [intfId, config] : platform.ip6Config->intf()) {
+    auto const status = platform.ip6Status->intfIs(intfId);
+    status->addrDelAll();
+    if (!active) continue;
+    for (auto const& [addr, on] : config->addr()) status->addrIs(addr);
+  }
+}
+
+void childEnds(World& world, Choice& choice) {
+  auto const running = world.running();
+  if (running.empty()) return;
+  auto const child =
+      choice.chance(2) ? running.back() : running[choice.of(static_cast<unsigned>(running.size()))];
+  auto const status = choice.among<std::uint8_t>({0, 0, 1, 127});
+  bool const killed = choice.chance(4);
+  world.note(
+      Kel::format("child %d ends: %s %d", child->pid(), killed ? "signal" : "exit", killed ? 9 : status));
+  if (killed) {
+    child->killedIs(9);
+  } else {
+    child->exitedIs(status);
+  }
+}
+
+void server(World& world, Choice& choice) {
+  using Failure = FakeCurl::Failure;
+  auto& curl = world.curl;
+  curl.failure = choice.chance(3)
+                     ? choice.among({Failure::init, Failure::multiInit, Failure::addHandle, Failure::perform})
+                     : Failure::none;
+  curl.hangs = choice.chance(4);
+  curl.passes = static_cast<int>(choice.of(4));
+  curl.result = choice.chance(2) ? CURLE_COULDNT_CONNECT : CURLE_OK;
+  curl.body = choice.among({"hostname sw1\n", "#!/bin/sh\n", "#!/bin/sh\n", "", "#"});
+  curl.hasSocket = choice.chance(2);
+  world.note(Kel::format("server: %s%s, %d passes, result %d, body of %d bytes",
+                         curl.failure != Failure::none ? "libcurl fails" : "libcurl works",
+                         curl.hangs ? ", hangs" : "", curl.passes, static_cast<int>(curl.result),
+                         curl.body.size()));
+}
+
+void socketReady(World& world, Choice&) {
+  world.note("the transfer's socket is ready");
+  world.curl.socketReady();
+}
+
+void inventory(World& world, Choice& choice) {
+  bool const there = !choice.chance(3);
+  auto const status = choice.chance(4) ? EntityMib::InitStatus::failed : EntityMib::InitStatus::initialized;
+  world.note(!there ? "the inventory goes" : "inventory: " + std::string(stringValue(status)));
+  if (there) {
+    world.platform.entityMib->rootIs()->initStatusIs(status);
+  } else {
+    world.platform.entityMib->rootDel();
+  }
+}
+
+void enable(World& world, Choice&) {
+  world.note("the operator enables");
+  world.platform.config->enabledIs(true);
+}
+
+void disable(World& world, Choice&) {
+  world.note("the operator disables");
+  bool const stops = world.platform.config->enabled() && !world.shuttingDown();
+  world.platform.config->enabledIs(false);
+  if (stops) world.require(world.sm().intfNoSpeedChangePool().empty(), "the pool is not empty");
+}
+
+void cancel(World& world, Choice& choice) {
+  auto const& config = world.platform.config;
+  bool const on = !choice.chance(3);
+  world.note(on ? "the operator cancels" : "cancelled is reset");
+  if (on && !config->cancelled() && config->enabled() && !world.shuttingDown()) world.expectDisable = true;
+  config->cancelledIs(on);
+}
+
+void limits(World& world, Choice& choice) {
+  auto const& config = world.platform.config;
+  unsigned const what = choice.of(3);
+  if (what == 0) {
+    auto const timeout = choice.among<std::uint32_t>({0, 1, 20, 60, 3600});
+    world.note(Kel::format("scriptExecTimeout=%d", timeout));
+    bool const changes =
+        timeout != config->scriptExecTimeout() && world.state() == stateCopyConfigOrExecScript;
+    if (changes && world.sm().fileIsHashPling()) world.deadline = Kel::now() + timeout;
+    config->scriptExecTimeoutIs(timeout);
+  } else if (what == 1) {
+    auto const time = choice.among({0.0, 100.0, 1000.0, Kel::never, Kel::never});
+    world.note("maxRunTime=" + std::to_string(time));
+    config->maxRunTimeIs(time);
+  } else {
+    config->maxDownloadSizeIs(choice.chance(4) ? 4 : 1'000'000);
+    world.note(Kel::format("maxDownloadSize=%d", config->maxDownloadSize()));
+  }
+}
+
+void cleanUp(World& world, Choice& choice) {
+  world.cleanUp = choice.among({World::CleanUp::prompt, World::CleanUp::later, World::CleanUp::never});
+  world.cleanUpTakes = choice.among({0.0, 0.0, 1.0, 10.0});
+  world.note(world.cleanUp == World::CleanUp::prompt  ? "the clean-up script works at once"
+             : world.cleanUp == World::CleanUp::later ? "the clean-up script's work arrives later"
+                                                      : "the clean-up script fails");
+}
+
+void standby(World& world, Choice& choice) {
+  bool const synchronised = choice.chance(2);
+  world.note(synchronised ? "the standby is synchronised" : "the standby is not synchronised");
+  world.platform.fileReplication->entryIs("RedSup")->synchronizedIs(synchronised);
+}
+
+// Whatever brings a run further.
+void progress(World& world, Choice& choice) {
+  auto const& sm = world.sm();
+  Choice details(choice.of(1u << 30));
+  Choice none(0);
+  switch (world.state()) {
+    case stateInit:
+      world.platform.entityMib->rootIs()->initStatusIs(EntityMib::InitStatus::initialized);
+      return enable(world, choice);
+    case stateSetupInterfaces:
+      world.note("30 s pass");
+      return world.time.advance(30);
+    case stateDhcpQuery:
+    case stateStatelessDhcpQuery:
+      if (choice.chance(4)) return world.time.advance(15);
+      for (unsigned i = 0; i < World::portCount; ++i) {
+        if (!sm.phyIntfStatus(World::port(i))) continue;
+        world.note("an answer on " + World::portName(i));
+        return world.answer(i, choice.chance(3), details);
+      }
+      return world.addPort(0, choice);
+    case stateSetupSystemIdentity: {
+      Choice active(1);
+      addresses(world, active);
+      world.note("5 s pass");
+      return world.time.advance(5);
+    }
+    case stateFetchConfig:
+    case stateRetryFetchConfig:
+      if (choice.chance(2)) {
+        world.curl.hangs = false;
+        world.curl.failure = FakeCurl::Failure::none;
+      }
+      world.note("4 s pass");
+      return world.time.advance(4);
+    default:
+      return childEnds(world, none);
+  }
+}
+
+struct Action {
+  char const* name;
+  unsigned weight;
+  void (*act)(World&, Choice&);
+};
+
+constexpr std::array actions = {
+    Action{"progress", 30, progress},
+    Action{"time", 20, timePasses},
+    Action{"standstill", 4, standsStill},
+    Action{"answer", 8, answer},
+    Action{"no answer", 4, noAnswer},
+    Action{"end of a lease", 4, leaseEnds},
+    Action{"router advertisement", 6, advertisement},
+    Action{"port", 4, portComesOrGoes},
+    Action{"port change", 6, portChanges},
+    Action{"port-channel", 2, lagChanges},
+    Action{"LLDP", 3, lldp},
+    Action{"addresses", 5, addresses},
+    Action{"child's end", 10, childEnds},
+    Action{"server", 8, server},
+    Action{"socket", 4, socketReady},
+    Action{"inventory", 2, inventory},
+    Action{"enable", 5, enable},
+    Action{"disable", 4, disable},
+    Action{"cancel", 2, cancel},
+    Action{"limits", 3, limits},
+    Action{"clean-up", 2, cleanUp},
+    Action{"standby", 2, standby},
+};
+
+}  // namespace
+
+std::vector<Step> stepsFrom(std::mt19937_64& random, unsigned count) {
+  static std::vector<unsigned> const byWeight = [] {
+    std::vector<unsigned> result;
+    for (unsigned i = 0; i < actions.size(); ++i) result.insert(result.end(), actions[i].weight, i);
+    return result;
+  }();
+  std::vector<Step> steps(count);
+  for (auto& step : steps) step = {byWeight[random() % byWeight.size()], random(), random() % 3 != 0};
+  return steps;
+}
+
+unsigned actionCount() { return actions.size(); }
+char const* actionName(unsigned action) { return actions[action].name; }
+
+void apply(World& world, Step const& step) {
+  Choice choice(step.bits);
+  actions[step.action].act(world, choice);
+  if (!step.settle) return;
+  world.finishCleanUp();
+  world.time.settle();
+}

@@ -1,0 +1,104 @@
+#include "tests/simulation/FakeCurl.h"
+
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdarg>
+#include <utility>
+
+// CURLoption is an enumeration, as libcurl's own signature wants it.
+#pragma GCC diagnostic ignored "-Wvarargs"
+
+namespace {
+
+// Handles are never looked into, so any address will do.
+CURL* const easyHandle = reinterpret_cast<CURL*>(0x1000);
+CURLM* const multiHandle = reinterpret_cast<CURLM*>(0x2000);
+
+}  // namespace
+
+FakeCurl* FakeCurl::current = nullptr;
+
+FakeCurl::FakeCurl() : socket_(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {
+  current = this;
+  table_.easyInit = []() -> CURL* {
+    if (current->failure == Failure::init) return nullptr;
+    ++current->alive_;
+    return easyHandle;
+  };
+  table_.multiInit = []() -> CURLM* {
+    if (current->failure == Failure::multiInit) return nullptr;
+    ++current->alive_;
+    return multiHandle;
+  };
+  table_.easySetopt = setopt;
+  table_.multiAddHandle = [](CURLM*, CURL*) {
+    current->passesLeft_ = current->passes;
+    current->written_ = 0;
+    current->reported_ = true;
+    return current->failure == Failure::addHandle ? CURLM_INTERNAL_ERROR : CURLM_OK;
+  };
+  table_.multiPerform = [](CURLM*, int* running) { return current->perform(running); };
+  table_.multiFdset = [](CURLM*, fd_set* readable, fd_set*, fd_set*, int* highest) {
+    *highest = current->hasSocket ? current->socket_ : -1;
+    if (current->hasSocket) FD_SET(current->socket_, readable);
+    return CURLM_OK;
+  };
+  table_.multiInfoRead = [](CURLM*, int* left) -> CURLMsg* {
+    *left = 0;
+    return std::exchange(current->reported_, true) ? nullptr : &current->message_;
+  };
+  table_.easyStrerror = [](CURLcode) { return "simulated failure"; };
+  table_.slistAppend = [](curl_slist* list, char const*) {
+    if (list == nullptr) ++current->alive_;
+    return list != nullptr ? list : reinterpret_cast<curl_slist*>(0x3000);
+  };
+  table_.slistFreeAll = [](curl_slist* list) { current->alive_ -= list != nullptr ? 1 : 0; };
+  table_.multiCleanup = [](CURLM*) {
+    --current->alive_;
+    return CURLM_OK;
+  };
+  table_.easyCleanup = [](CURL*) { --current->alive_; };
+  ZeroTouch::Curl::replacementIs(&table_);
+}
+
+FakeCurl::~FakeCurl() {
+  ZeroTouch::Curl::replacementIs(nullptr);
+  close(socket_);
+}
+
+CURLcode FakeCurl::setopt(CURL*, CURLoption option, ...) {
+  va_list arguments;
+  va_start(arguments, option);
+  if (option == CURLOPT_WRITEFUNCTION) current->writeFunction_ = va_arg(arguments, curl_write_callback);
+  if (option == CURLOPT_WRITEDATA) current->writeData_ = va_arg(arguments, void*);
+  va_end(arguments);
+  return CURLE_OK;
+}
+
+void FakeCurl::socketReady() const { eventfd_write(socket_, 1); }
+
+bool FakeCurl::write(std::size_t upTo) {
+  std::size_t const size = std::max(upTo, written_) - written_;
+  if (size == 0) return true;
+  std::size_t const from = std::exchange(written_, written_ + size);
+  return writeFunction_(body.data() + from, 1, size, writeData_) == size;
+}
+
+CURLMcode FakeCurl::perform(int* running) {
+  eventfd_t ignored = 0;
+  eventfd_read(socket_, &ignored);
+  *running = 1;
+  if (hangs) return CURLM_OK;
+  if (failure == Failure::perform) return CURLM_INTERNAL_ERROR;
+  bool const last = passesLeft_-- <= 0;
+  bool const kept = result == CURLE_OK || !last ? write(last ? body.size() : body.size() / 2) : true;
+  if (!last && kept) return CURLM_OK;
+  *running = 0;
+  message_.msg = CURLMSG_DONE;
+  message_.easy_handle = easyHandle;
+  message_.data.result = kept ? result : CURLE_WRITE_ERROR;
+  reported_ = false;
+  return CURLM_OK;
+}

@@ -1,0 +1,45 @@
+// A libcurl that transfers nothing: one server, which behaves as it is told, for one transfer at a time.
+#pragma once
+
+#include <string>
+
+#include "zerotouch/fetch/Curl.h"
+
+class FakeCurl {
+ public:
+  FakeCurl();
+  ~FakeCurl();
+  FakeCurl(FakeCurl const&) = delete;
+  FakeCurl& operator=(FakeCurl const&) = delete;
+
+  // What becomes of transfers, also of the one that runs.
+  enum class Failure { none, init, multiInit, addHandle, perform };
+  Failure failure = Failure::none;
+  bool hangs = false;
+  int passes = 1;  // calls of perform before the one that ends a new transfer; 0 ends it at once
+  CURLcode result = CURLE_OK;
+  std::string body = "hostname sw1\n";
+  bool hasSocket = false;  // otherwise the agent's timer alone drives it
+
+  // Makes the socket ready, until libcurl looks at it.
+  void socketReady() const;
+  // Handles and lists that were made and not freed.
+  int alive() const { return alive_; }
+
+ private:
+  static FakeCurl* current;
+
+  static CURLcode setopt(CURL*, CURLoption option, ...);
+  CURLMcode perform(int* running);
+  bool write(std::size_t upTo);
+
+  ZeroTouch::Curl table_;
+  int alive_ = 0;
+  int socket_ = -1;
+  int passesLeft_ = 0;
+  std::size_t written_ = 0;
+  curl_write_callback writeFunction_ = nullptr;
+  void* writeData_ = nullptr;
+  bool reported_ = false;
+  CURLMsg message_{};
+};

@@ -1,0 +1,130 @@
+#include "tests/simulation/Runner.h"
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <functional>
+
+#if defined(__SANITIZE_ADDRESS__)
+#include <sanitizer/lsan_interface.h>
+#endif
+
+namespace {
+
+constexpr unsigned maxSteps = 90;
+constexpr unsigned maxShortenings = 600;
+
+void endOfProcess(bool failed) {
+#if defined(__SANITIZE_ADDRESS__)
+  if (!failed) failed = __lsan_do_recoverable_leak_check() != 0;
+#endif
+  std::fflush(stdout);
+  _exit(failed ? 1 : 0);
+}
+
+// True when the child has ended well.
+bool inChild(std::function<bool()> const& body, bool quiet) {
+  std::fflush(stdout);
+  pid_t const pid = fork();
+  if (pid == 0) {
+    if (quiet) dup2(open("/dev/null", O_WRONLY | O_CLOEXEC), STDERR_FILENO);
+    endOfProcess(!body());
+  }
+  int status = 0;
+  waitpid(pid, &status, 0);
+  return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+// Plays one run; false, and why in the tally, when something was not as it must be.
+bool play(Run const& run, Tally& tally, bool recorded) {
+  World world(run.world, recorded);
+  world.onTransition = [&](State from, State to) { ++tally.transitions[number(from)][number(to)]; };
+  auto const holds = [&] {
+    if (world.violation.empty()) return true;
+    world.note("!! " + world.violation);
+    std::snprintf(tally.violation.data(), tally.violation.size(), "%s", world.violation.c_str());
+    return false;
+  };
+  auto const rest = [&] {
+    world.finishCleanUp();
+    world.time.settle();
+    world.check();
+    return holds();
+  };
+  for (auto const& step : run.steps) {
+    ++tally.driven[number(world.state())][step.action];
+    ++tally.steps;
+    apply(world, step);
+    if (step.settle) world.check();
+    if (!holds()) return false;
+  }
+  if (!rest()) return false;
+  world.note("nothing happens for a while");
+  world.time.advance(200);
+  if (!rest()) return false;
+  world.note("the agent ends");
+  world.drop();
+  ++tally.runs;
+  return rest();
+}
+
+}  // namespace
+
+Run runFrom(std::uint64_t seed) {
+  std::mt19937_64 random(seed);
+  Run run;
+  run.world = random();
+  run.steps = stepsFrom(random, 20 + static_cast<unsigned>(random() % (maxSteps - 20)));
+  return run;
+}
+
+Runner::Runner()
+    : tally_(new (mmap(nullptr, sizeof(Tally), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0))
+                 Tally) {}
+Runner::~Runner() { munmap(tally_, sizeof *tally_); }
+
+std::optional<std::uint64_t> Runner::play(std::uint64_t seed, unsigned count) {
+  bool const held = inChild(
+      [&] {
+        for (tally_->seed = seed; tally_->seed < seed + count; ++tally_->seed) {
+          if (!::play(runFrom(tally_->seed), *tally_, false)) return false;
+        }
+        return true;
+      },
+      false);
+  return held ? std::nullopt : std::optional(tally_->seed);
+}
+
+// How the run fails; "" for a crash.
+std::optional<std::string> Runner::failure(Run const& run, bool recorded) {
+  tally_->violation = {};
+  if (inChild([&] { return ::play(run, *tally_, recorded); }, !recorded)) return std::nullopt;
+  return std::string(tally_->violation.data());
+}
+
+Run Runner::shortened(Run run) {
+  constexpr std::size_t telling = 20;  // what follows are values
+  auto const kind = [](std::optional<std::string> const& text) {
+    return text ? text->substr(0, telling) : "holds";
+  };
+  auto const wanted = kind(failure(run, false));
+  unsigned tries = 0;
+  for (std::size_t size = run.steps.size() / 2; size > 0 && tries < maxShortenings; size /= 2) {
+    for (std::size_t at = 0; at < run.steps.size() && tries < maxShortenings; ++tries) {
+      Run shorter = run;
+      auto const first = shorter.steps.begin() + static_cast<std::ptrdiff_t>(at);
+      shorter.steps.erase(first, first + static_cast<std::ptrdiff_t>(std::min(size, run.steps.size() - at)));
+      if (kind(failure(shorter, false)) == wanted) {
+        run = std::move(shorter);
+      } else {
+        at += size;
+      }
+    }
+  }
+  return run;
+}
+
+void Runner::print(Run const& run) { failure(run, true); }

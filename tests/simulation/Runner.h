@@ -1,0 +1,46 @@
+// Plays runs in child processes, so that one that crashes is a failed one like any other.
+#pragma once
+
+#include <array>
+#include <optional>
+
+#include "tests/simulation/Actions.h"
+
+// A whole run, as it follows from its seed.
+struct Run {
+  std::uint64_t world = 0;
+  std::vector<Step> steps;
+};
+Run runFrom(std::uint64_t seed);
+
+// What has been seen over many runs. Kept in memory that is shared with the child processes.
+struct Tally {
+  static constexpr unsigned states = 10;  // by the number of the state's bit
+  std::uint64_t runs = 0;
+  std::uint64_t steps = 0;
+  std::array<std::array<std::uint64_t, states>, states> transitions{};  // from, to
+  std::array<std::array<std::uint64_t, 32>, states> driven{};           // state, action
+  std::uint64_t seed = 0;                                               // being played
+  std::array<char, 512> violation{};                                    // how it failed; "" for a crash
+};
+
+class Runner {
+ public:
+  Runner();
+  ~Runner();
+  Runner(Runner const&) = delete;
+  Runner& operator=(Runner const&) = delete;
+
+  // Plays the runs of `count` seeds; the first that fails.
+  std::optional<std::uint64_t> play(std::uint64_t seed, unsigned count);
+  // Leaves steps out for as long as the run still fails as it does now.
+  Run shortened(Run run);
+  // Plays it again and prints what happens.
+  void print(Run const& run);
+  Tally const& tally() const { return *tally_; }
+
+ private:
+  std::optional<std::string> failure(Run const& run, bool recorded);
+
+  Tally* tally_;
+};

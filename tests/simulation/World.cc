@@ -1,0 +1,240 @@
+#include "tests/simulation/World.h"
+
+#include <unistd.h>
+
+#include <array>
+#include <cstdio>
+#include <filesystem>
+
+#include "platform/kel/Format.h"
+
+namespace {
+
+constexpr char const* root = "/tmp/root";
+constexpr Kel::Seconds beginning = 1'700'000'000;
+
+// A socket on which an LLDP frame waits.
+class Pam : public Wire::Pam {
+ public:
+  using Wire::Pam::Pam;
+  std::vector<std::uint8_t> rxPkt() override {
+    return {0x01, 0x80, 0xc2, 0, 0, 0x0e, 2, 0, 0, 0, 0, 1, 0x88, 0xcc};
+  }
+};
+
+}  // namespace
+
+class World::StateWatch : public ZeroTouch::ZeroTouchSmModel::NotifieeConst {
+ public:
+  explicit StateWatch(World& world) : NotifieeConst(world.agent->ztSm()), world_(world) {}
+  void onCurrentState() override { world_.handleState(); }
+
+ private:
+  World& world_;
+};
+
+// Makes a port routed once a layer-3 interface is wanted.
+class World::Forwarding : public L3::Intf::ConfigDir::NotifieeConst {
+ public:
+  explicit Forwarding(World& world) : NotifieeConst(world.platform.l3ConfigDir), world_(world) {}
+  void onIntfConfig(Wire::IntfId const& intfId) override {
+    using enum Interface::IntfForwardingModel;
+    if (auto const port = world_.platform.episd->intfStatus(intfId))
+      port->forwardingModelIs(notifier().intfConfig(intfId) ? routed : bridged);
+  }
+
+ private:
+  World& world_;
+};
+
+// Opens packet sockets where they are wanted.
+class World::Sockets : public Interface::PamDesiredIntfDir::NotifieeConst {
+ public:
+  explicit Sockets(World& world)
+      : NotifieeConst(world.agent->ztPamMan()->pamDesiredIntfDir()),
+        open_(world.agent->ztPamMan()->ethDevPamCollection()) {}
+  void onIntfDesired(Wire::IntfId const& intfId) override {
+    if (notifier().intfDesired(intfId)) {
+      open_->intfPamIs(Kel::makePtr<Pam>(intfId));
+    } else {
+      open_->intfPamDel(intfId);
+    }
+  }
+
+ private:
+  Kel::Ptr<Interface::EthDevPamCollection> open_;
+};
+
+World::World(std::uint64_t bits, bool recorded) : recorded_(recorded) {
+  Choice choice(bits);
+  namespace fs = std::filesystem;
+  setenv("FILESYSTEM_ROOT", root, 1);
+  fs::create_directories(fs::path(root) / "flash");
+  for (char const* const file : {"/tmp/root/flash/zerotouch-config", "/tmp/root/flash/startup-config",
+                                 "/run/zerotouch-dhclient.conf", "/run/zerotouch-dhclient6.conf"})
+    unlink(file);
+  Kel::activityManager()->config()->cellTypeIs(choice.chance(4) ? "modular" : "fixed");
+  if (choice.chance(2)) platform.fileReplication->entryIs("RedSup")->synchronizedIs(choice.chance(2));
+  cleanUp = choice.among({CleanUp::prompt, CleanUp::prompt, CleanUp::later, CleanUp::never});
+  children.onRunAndWait = [this](char const*) {
+    bool const six = std::string(std::getenv("reason")) == "CLEANUP6";
+    standStill(cleanUpTakes);
+    if (cleanUp == CleanUp::prompt) removeResults(six);
+    if (cleanUp == CleanUp::later) (six ? cleansUp6_ : cleansUp_) = true;
+    return cleanUp == CleanUp::never ? 1 : 0;
+  };
+  curl.passes = static_cast<int>(choice.of(8));
+  if (choice.chance(2)) curl.body = "#!/bin/sh\n";
+  for (unsigned i = 0; i < portCount; ++i) {
+    if (!choice.chance(3)) addPort(i, choice);
+  }
+  if (choice.chance(2)) {
+    auto const own = port(choice.of(portCount));
+    configured_.insert(own);
+    platform.epicd->intfConfigIs(own);
+    platform.ipConfig->ipIntfConfigIs(own);
+    platform.ip6Config->intfIs(own);
+    platform.l3ConfigDir->intfConfigIs(own);
+  }
+  logSink_ = Kel::logSinkIs([this](Kel::LogEvent const& event) {
+    if (event.name == "ZTP_EXEC_SCRIPT_SUCCESS" ||
+        (event.name == "ZTP_CONFIG_DOWNLOAD_SUCCESS" && event.message.find("startup-config") < 30))
+      expectDisable = true;
+    if (event.name == "ZTP_RELOAD") ++reloads_;
+    note("  " + event.name + ": " + event.message);
+  });
+  forwarding_ = Kel::makePtr<Forwarding>(*this);
+  agent = platform.createAgent(ZeroTouch::agentCreatorFactory);
+  stateWatch_ = Kel::makePtr<StateWatch>(*this);
+  sockets_ = Kel::makePtr<Sockets>(*this);
+}
+
+World::~World() {
+  drop();
+  Kel::logSinkDel(logSink_);
+}
+
+void World::drop() {
+  stateWatch_ = nullptr;
+  sockets_ = nullptr;
+  agent = nullptr;
+}
+
+// Devices that /proc/sys/net/ipv6/conf knows, but for the last two.
+Kel::Name World::device(unsigned index) { return std::array{"lo", "all", "default", "et4", "po1"}[index]; }
+
+void World::addPort(unsigned index, Choice& choice) {
+  using enum Interface::IntfForwardingModel;
+  auto const status = Kel::makePtr<Interface::EthPhyIntfStatus>(port(index));
+  status->deviceNameIs(device(index));
+  status->forwardingModelIs(platform.l3ConfigDir->intfConfig(port(index)) ? routed : bridged);
+  status->activeIs(!choice.chance(8));
+  status->operStatusIs(choice.chance(4) ? Interface::OperStatus::down : Interface::OperStatus::up);
+  status->linkStatusIs(choice.chance(4) ? Interface::LinkStatus::down : Interface::LinkStatus::up);
+  Interface::EthLinkModeSet capabilities;
+  capabilities.mode10G = choice.chance(2);
+  capabilities.mode25G = choice.chance(2);
+  capabilities.mode40G = choice.chance(2);
+  status->linkModeCapabilitiesIs(capabilities);
+  status->autonegCapabilityIs(choice.chance(2) ? Interface::AutonegCapability::capable
+                                               : Interface::AutonegCapability::none);
+  platform.aisd->intfStatusIs(status);
+  platform.episd->intfStatusIs(status);
+}
+
+void World::removePort(unsigned index) {
+  platform.episd->intfStatusDel(port(index));
+  platform.aisd->intfStatusDel(port(index));
+}
+
+void World::report(unsigned index, bool six, Kel::String const& reason) {
+  auto const& results = platform.dhcpStatus;
+  if (six) {
+    results->intfDhcp6StatusDel(device(index));
+    results->intfDhcp6StatusIs(device(index))->reasonIs(reason);
+  } else {
+    results->intfDhcpStatusDel(device(index));
+    results->intfDhcpStatusIs(device(index))->reasonIs(reason);
+  }
+}
+
+void World::answer(unsigned index, bool six, Choice& choice) {
+  report(index, six, six ? "BOUND6" : "BOUND");
+  auto const result = six ? platform.dhcpStatus->intfDhcp6Status(device(index))
+                          : platform.dhcpStatus->intfDhcpStatus(device(index));
+  unsigned const n = answers_++ % 200 + 1;  // in every value, so that no two answers look the same
+  auto const ip = [&](char const* v4, char const* v6) {
+    return *Wire::IpGenAddr::fromString(Kel::format(six ? v6 : v4, n));
+  };
+  if (!choice.chance(8)) {
+    result->addrWithMaskIs(
+        *Wire::IpGenAddrWithMask::fromString(Kel::format(six ? "2001:db8::%d/64" : "10.0.%d.5/24", n)));
+  }
+  if (choice.chance(2)) result->mtuIs(1500 + n);
+  if (choice.chance(2)) result->hostnameIs(Kel::format("sw%d", n));
+  if (choice.chance(2)) result->domainNameIs(Kel::format("d%d.net", n));
+  if (choice.chance(2)) result->nameServerIs(0, ip("10.1.%d.2", "2001:db8:1::%d"));
+  if (choice.chance(2)) {
+    auto const host = Kel::format("10.2.%d.4", n);
+    result->loggingHostIs(host, {host, 514});
+    result->staticRouteIs(0, {*Wire::IpAddrWithMask::fromString(Kel::format("10.3.%d.0/24", n)),
+                              *Wire::IpAddr::fromString("10.0.0.9")});
+    result->gatewayIs(0, ip("10.4.%d.1", "2001:db8:4::%d"));
+  }
+  if (choice.chance(6)) result->serverNameIs(Kel::format("10.5.%d.1", n));
+  result->bootFileNameIs(choice.among(
+      {"http://h/c", "https://h/c", "ftp://h/c", "tftp://h/c", "http://h/c", "gopher://h/c", "cfg", ""}));
+  note(Kel::format("  (answer %d: %s, boot file '%s')", n, result->addrWithMask().stringValue(),
+                   result->bootFileName()));
+}
+
+void World::removeResults(bool six) {
+  if (six) {
+    platform.dhcpStatus->intfDhcp6StatusDelAll();
+  } else {
+    platform.dhcpStatus->intfDhcpStatusDelAll();
+  }
+}
+
+void World::hearLldp(unsigned index) {
+  if (auto const pam = sm().ethDevPamCollection()->intfPam(port(index)))
+    Kel::Ptr<Wire::Pam>(const_cast<Wire::Pam*>(pam.get()))->readableCountIs(pam->readableCount() + 1);
+}
+
+std::vector<Kel::Ptr<Kel::ChildSiginfo>> World::running() const {
+  std::vector<Kel::Ptr<Kel::ChildSiginfo>> result;
+  for (auto const& start : children.started) {
+    if (!start.child->ended()) result.push_back(start.child);
+  }
+  return result;
+}
+
+void World::finishCleanUp() {
+  if (std::exchange(cleansUp_, false)) removeResults(false);
+  if (std::exchange(cleansUp6_, false)) removeResults(true);
+}
+
+void World::standStill(Kel::Seconds seconds) {
+  Kel::Loop::instance().simulate(Kel::now() + seconds);
+  deadline += seconds + 5;  // ticks are counted from the late one, so the end may be late by another
+}
+
+void World::note(std::string const& text) const {
+  if (!recorded_) return;
+  std::string const where = agent && agent->ztSm() ? stringValue(state()) : "";
+  std::printf("%10.3f s  %-28s %s\n", Kel::now() - beginning, where.c_str(), text.c_str());
+  std::fflush(stdout);  // what comes next may end the process
+}
+
+void World::handleState() {
+  State const now = state();
+  onTransition(last_, now);
+  require(mayFollow(last_, now), std::string(stringValue(now)) + " was entered from " + stringValue(last_));
+  require(Kel::now() <= deadline + 0.001, std::string(stringValue(last_)) + " was left too late");
+  deadline = Kel::now() + longestTimeIn(sm());
+  require(now != State::stateRetry || last_ != State::stateSetupSystemIdentity || identity().empty(),
+          "an identity that did not work is left");
+  if (now == State::stateSetupSystemIdentity) identity_ = identityOfAnswer();
+  last_ = now;
+  note("-> " + std::string(stringValue(now)));
+}

@@ -1,0 +1,125 @@
+// A switch and its surroundings for the agent to live in: everything around it, and what must be true of it.
+#pragma once
+
+#include <functional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "platform/kel/ActivityManager.h"
+#include "platform/kel/Log.h"
+#include "platform/kel/testing/FakeChildRunner.h"
+#include "platform/kel/testing/SimulatedTime.h"
+#include "tests/simulation/FakeCurl.h"
+#include "tests/simulation/Limits.h"
+#include "zerotouch/agent/MountedEntities.h"
+
+// Bits from which choices are drawn, so that the same bits always choose the same.
+class Choice {
+ public:
+  explicit Choice(std::uint64_t bits) : bits_(bits) {}
+  unsigned of(unsigned count) {
+    auto const chosen = static_cast<unsigned>(bits_ % count);
+    bits_ /= count;
+    return chosen;
+  }
+  bool chance(unsigned oneIn) { return of(oneIn) == 0; }
+  template <typename T>
+  T among(std::initializer_list<T> values) {
+    return values.begin()[of(static_cast<unsigned>(values.size()))];
+  }
+
+ private:
+  std::uint64_t bits_;
+};
+
+class World {
+ public:
+  static constexpr unsigned portCount = 4;
+
+  // `recorded`: the history is printed as it happens.
+  World(std::uint64_t bits, bool recorded);
+  ~World();
+  World(World const&) = delete;
+  World& operator=(World const&) = delete;
+
+  // --- What stands around the agent ---
+
+  // The last is the port-channel.
+  static std::string portName(unsigned index) {
+    return index < portCount ? "Ethernet" + std::to_string(index + 1) : "Port-Channel1";
+  }
+  static Wire::IntfId port(unsigned index) { return Wire::IntfId(portName(index)); }
+  static Kel::Name device(unsigned index);
+  void addPort(unsigned index, Choice& choice);
+  void removePort(unsigned index);
+  // An answer as the hook reports it: the record is replaced, the boot file comes last.
+  void answer(unsigned index, bool six, Choice& choice);
+  void report(unsigned index, bool six, Kel::String const& reason);
+  void removeResults(bool six);
+  void hearLldp(unsigned index);
+  // The children that run, in the order of their start.
+  std::vector<Kel::Ptr<Kel::ChildSiginfo>> running() const;
+
+  // --- The agent ---
+
+  ZeroTouch::ZeroTouchSm& sm() const { return *agent->ztSm(); }
+  State state() const { return sm().currentState(); }
+  bool shuttingDown() const { return (state() | sm().transitionState()) >= State::stateShutdown; }
+  void drop();  // the agent ends
+
+  // --- What must be true ---
+
+  // Looks at everything, once the loop has come to rest.
+  void check();
+  void require(bool condition, std::string const& what) {
+    if (!condition && violation.empty()) violation = what;
+  }
+  std::string violation;  // the first; "" while there is none
+
+  // A line of the history, if there is one.
+  void note(std::string const& text) const;
+
+  // When the clean-up script's deletions arrive: while it runs, once the loop runs again, or never.
+  enum class CleanUp { prompt, later, never };
+  CleanUp cleanUp = CleanUp::prompt;
+  Kel::Seconds cleanUpTakes = 0;
+  void finishCleanUp();
+  // Time passes, but the loop does not run: it is held up by something.
+  void standStill(Kel::Seconds seconds);
+  bool expectDisable = false;          // the guard entry has been earned
+  Kel::Seconds deadline = Kel::never;  // by which the state must have been left
+  std::function<void(State from, State to)> onTransition = [](State, State) {};
+
+  Kel::testing::SimulatedTime time;
+  Kel::testing::FakeChildRunner children;
+  FakeCurl curl;
+  ZeroTouch::MountedEntities platform;
+  Kel::Ptr<ZeroTouch::AgentCreator> agent;
+
+ private:
+  class StateWatch;
+  class Forwarding;
+  class Sockets;
+
+  void handleState();
+  void checkNotStuck();
+  void checkOwners();
+  void checkAtRest();
+  void checkEnding();
+  std::string identity() const;
+  std::string identityOfAnswer() const;
+
+  bool recorded_;
+  int logSink_ = 0;
+  unsigned answers_ = 0;
+  unsigned reloads_ = 0;
+  bool cleansUp_ = false;
+  bool cleansUp6_ = false;
+  State last_ = State::stateInit;
+  std::string identity_;               // of the answer that was chosen last
+  std::set<Wire::IntfId> configured_;  // interfaces whose configuration is not the agent's
+  Kel::Ptr<StateWatch> stateWatch_;
+  Kel::Ptr<Forwarding> forwarding_;
+  Kel::Ptr<Sockets> sockets_;
+};
