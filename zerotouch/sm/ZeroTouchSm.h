@@ -3,40 +3,30 @@
 //
 // The states, how each is entered, what ends it, and the timer that guards it:
 //
-//   stateInit                     At rest: provisioning is disabled, or the hardware inventory is not ready
-//   yet. A run
-//                                 starts (doTryStartZeroTouch) once both hold. No timer.
-//   stateSetupInterfaces          From stateInit. Every port is made routed and IPv6-capable.
-//   InterfacesSetupTimer's
-//                                 end leads to stateDhcpQuery.
-//   stateDhcpQuery                From stateSetupInterfaces or stateRetry. DHCPv4 and stateful DHCPv6 clients
-//   run. The
-//                                 first boot-file name leads to stateSetupSystemIdentity; the end of
-//                                 DhclientQueryTimer to stateStatelessDhcpQuery.
-//   stateStatelessDhcpQuery       From stateDhcpQuery. Interfaces are asked one by one;
-//   StatelessDhclientQueryTimer's
-//                                 tick moves on, and when none is left, or at its end, stateRetry follows.
-//   stateSetupSystemIdentity      From either query. The answer has been applied; once the address is active,
-//                                 stateFetchConfig follows. SystemIdentitySetupTimer's end undoes it:
-//                                 stateRetry.
-//   stateFetchConfig              From stateSetupSystemIdentity or stateRetryFetchConfig. The transfer runs.
-//   Its end
-//                                 leads to stateCopyConfigOrExecScript or stateRetryFetchConfig, the end of
-//                                 ConfigFetchTimer to stateRetry.
-//   stateRetryFetchConfig         From stateFetchConfig. The back-off: ConfigFetchRetryTimer's end leads
-//   back, after
-//                                 the third try stateRetry follows.
-//   stateCopyConfigOrExecScript   From stateFetchConfig. The file is installed, or run under ScriptExecTimer.
-//   Success
-//                                 leads to stateShutdown, failure to stateRetry.
-//   stateRetry                    From any state. Leases are released, and after RetryWaitTimer all that the
-//   attempt
-//                                 applied is undone and stateDhcpQuery follows; past maxRunTime
-//                                 stateShutdown.
-//   stateShutdown                 From any state; nothing leaves it. Leases are released under
-//   LeaseReleaseTimer, then
-//                                 the reload is requested, after waits (StartupFileSyncWaitTimer) for a
-//                                 standby.
+// - stateInit: at rest, since provisioning is disabled or the hardware inventory is not ready yet. A
+//   run starts (doTryStartZeroTouch) once both hold. No timer.
+// - stateSetupInterfaces, from stateInit: every port is made routed and IPv6-capable. The end of
+//   InterfacesSetupTimer leads to stateDhcpQuery.
+// - stateDhcpQuery, from stateSetupInterfaces or stateRetry: DHCPv4 and stateful DHCPv6 clients run.
+//   The first boot-file name leads to stateSetupSystemIdentity, the end of DhclientQueryTimer to
+//   stateStatelessDhcpQuery.
+// - stateStatelessDhcpQuery, from stateDhcpQuery: interfaces are asked one by one, on each tick of
+//   StatelessDhclientQueryTimer the next. A boot-file name leads to stateSetupSystemIdentity; when
+//   none is left, or at the timer's end, stateRetry follows.
+// - stateSetupSystemIdentity, from either query: the answer has been applied. Once the address is
+//   active, stateFetchConfig follows; the end of SystemIdentitySetupTimer undoes the answer and leads
+//   to stateRetry.
+// - stateFetchConfig, from stateSetupSystemIdentity or stateRetryFetchConfig: the transfer runs. Its
+//   end leads to stateCopyConfigOrExecScript or stateRetryFetchConfig, the end of ConfigFetchTimer to
+//   stateRetry.
+// - stateRetryFetchConfig, from stateFetchConfig: the back-off. The end of ConfigFetchRetryTimer leads
+//   back; after the third try stateRetry follows.
+// - stateCopyConfigOrExecScript, from stateFetchConfig: the file is installed, or run under
+//   ScriptExecTimer. Success leads to stateShutdown, failure to stateRetry.
+// - stateRetry, from any state: leases are released, and after RetryWaitTimer all that the attempt
+//   applied is undone and stateDhcpQuery follows; past maxRunTime stateShutdown.
+// - stateShutdown, from any state; nothing leaves it: leases are released under LeaseReleaseTimer,
+//   then the reload is requested, after waits (StartupFileSyncWaitTimer) for a standby.
 //
 // Every change of state is requested with doStateTransition and carried out on the next pass of the loop, so
 // that the handler that asked for it finishes first. At most one timer runs, and every request cancels it: a
