@@ -54,22 +54,11 @@ def main():
     build = pathlib.Path(sys.argv[1]).resolve()
     hook = str(build / "bin" / "zerotouch-dhclient-script")
     with tempfile.TemporaryDirectory() as folder:
-        flash = pathlib.Path(folder, "root", "flash")
-        flash.mkdir(parents=True)
-        (flash / "startup-config").write_text("")
-        config = pathlib.Path(folder, "platform.toml")
-        config.write_text(f'[host]\nrun_directory = "{folder}/run"\nadapter = "none"\n'
-                          f'library = "{build}/lib/libZeroTouch.so"\n')
-        host = subprocess.Popen([build / "bin" / "zerotouchd", "--config", config], text=True, stderr=subprocess.PIPE,
-                                env={**os.environ, "FILESYSTEM_ROOT": f"{folder}/root"})
+        host = disabled_host(build, folder)
         try:
-            for line in host.stderr:
-                if "ready on" in line:
-                    break
-            times = run_times(hook, f"{folder}/run/statebase.sock")
+            times = run_times(hook, str(host.socket))
         finally:
-            host.terminate()
-            host.wait()
+            host.stop()
         figures = {"runs": RUNS, "start_to_end_ms": {"median": round(statistics.median(times), 2),
                                                      "worst": round(max(times), 2)},
                    "peak_kib": peak_kib(hook, f"{folder}/full.sock")}

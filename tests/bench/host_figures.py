@@ -40,25 +40,14 @@ def main():
     build = pathlib.Path(sys.argv[1]).resolve()
     seconds = float(sys.argv[2]) if len(sys.argv) > 2 else 10
     with tempfile.TemporaryDirectory() as folder:
-        flash = pathlib.Path(folder, "root", "flash")
-        flash.mkdir(parents=True)
-        (flash / "startup-config").write_text("")
-        config = pathlib.Path(folder, "platform.toml")
-        config.write_text(f'[host]\nrun_directory = "{folder}/run"\nadapter = "none"\n'
-                          f'library = "{build}/lib/libZeroTouch.so"\n')
-        host = subprocess.Popen([build / "bin" / "zerotouchd", "--config", config], text=True, stderr=subprocess.PIPE,
-                                env={**os.environ, "FILESYSTEM_ROOT": f"{folder}/root"})
+        host = disabled_host(build, folder)
         try:
-            for line in host.stderr:
-                if "ready on" in line:
-                    break
             time.sleep(0.5)
-            figures = {"start_to_idle_ms": round(processor_ms(host.pid), 2), **memory_kib(host.pid)}
-            woken = wakeups(host.pid, seconds)
+            figures = {"start_to_idle_ms": round(processor_ms(host.process.pid), 2), **memory_kib(host.process.pid)}
+            woken = wakeups(host.process.pid, seconds)
             figures |= {"idle_seconds": seconds, "system_calls_while_idle": len(woken)}
         finally:
-            host.terminate()
-            host.wait()
+            host.stop()
     print(f"{'Disabled host':32} {'Measured':>12}   Goal")
     print(f"{'processor time, start to idle':32} {figures['start_to_idle_ms']:9} ms   at most 50 ms")
     print(f"{'resident memory':32} {figures['resident']:8} KiB   at most 12288 KiB")
