@@ -13,6 +13,8 @@ import sys
 import tempfile
 import time
 
+from disabled_host import disabled_host
+
 RUNS = 300
 ANSWER = {
     "reason": "BOUND", "interface": "et1", "new_ip_address": "10.0.1.50", "new_subnet_mask": "255.255.255.0",

@@ -4,13 +4,14 @@
     host_figures.py BUILD_DIR [SECONDS]    prints a table, and writes BUILD_DIR/host_figures.json
 """
 import json
-import os
 import pathlib
 import signal
 import subprocess
 import sys
 import tempfile
 import time
+
+from disabled_host import disabled_host
 
 
 def processor_ms(pid):
