@@ -192,7 +192,9 @@ void enable(World& world, Choice&) {
 
 void disable(World& world, Choice&) {
   world.note("the operator disables");
-  bool const stops = world.platform.config->enabled() && !world.shuttingDown();
+  auto const& sm = world.sm();
+  bool const runs = sm.currentState() != sm.stateInit() || sm.transitionState() != sm.stateInvalid();
+  bool const stops = runs && world.platform.config->enabled() && !world.shuttingDown();
   world.platform.config->enabledIs(false);
   if (stops) world.require(world.sm().intfNoSpeedChangePool().empty(), "the pool is not empty");
 }
