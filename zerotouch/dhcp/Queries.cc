@@ -43,10 +43,10 @@ void ZeroTouchSm::selectIntfs6() {
 void ZeroTouchSm::doStartStatelessDhcpQuery() {
   if (intfStatus6Stateless().empty()) {
     SM_TRACE(5, "No interfaces need stateless dhclient");
-    doStateTransition(stateStatelessDhcpQuery(), stateRetry());
-  } else if (!askNextStatelessIntf()) {
-    doStateTransition(stateStatelessDhcpQuery(), stateRetry());
+  } else if (askNextStatelessIntf()) {
+    return;
   }
+  doStateTransition(stateStatelessDhcpQuery(), stateRetry());
 }
 
 bool ZeroTouchSm::askNextStatelessIntf() {
