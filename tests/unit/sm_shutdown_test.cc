@@ -59,30 +59,6 @@ TEST_F(Shutdown, the_wait_for_the_results_is_bounded_or_left_out) {
   }
 }
 
-TEST_F(Shutdown, results_that_go_at_another_time_leave_the_running_timer_alone) {
-  Sm& sm = inRetry();
-  platform.dhcpStatus->intfDhcpStatusIs("et1");
-  platform.dhcpStatus->intfDhcpStatusDel("et1");  // in stateRetry, but before the clean-up
-  EXPECT_EQ(runningTimer(), "RetryWaitTimer");
-  platform.dhcpStatus->intfDhcp6StatusIs("et1");
-  time.advance(15);
-  platform.config->cancelledIs(true);  // the shutdown is pending while the results go
-  platform.dhcpStatus->intfDhcp6StatusDel("et1");
-  EXPECT_EQ(sm.transitionState(), State::stateShutdown);
-  time.settle();
-  EXPECT_EQ(sm.currentState(), State::stateShutdown);
-}
-
-TEST_F(Shutdown, a_client_that_ends_late_leaves_the_running_timer_alone) {
-  Sm& sm = inRetry();
-  auto const ends = child();
-  sm.dhclientChildProcessIs(ends);
-  ends->exitedIs(0);
-  EXPECT_FALSE(sm.dhclientChildProcess());
-  EXPECT_EQ(runningTimer(), "RetryWaitTimer");
-  EXPECT_EQ(sm.transitionState(), State::stateInvalid);
-}
-
 TEST_F(Shutdown, stopping_a_client_that_has_ended_keeps_its_record) {
   Sm& sm = inRetry();
   auto const ended = child();

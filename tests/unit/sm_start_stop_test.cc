@@ -80,17 +80,6 @@ TEST_F(StartStop, the_start_lets_the_clean_up_script_run_for_both_families) {
   EXPECT_EQ(std::getenv("reason"), nullptr);
 }
 
-TEST_F(StartStop, an_inventory_that_changes_during_a_run_changes_nothing) {
-  inRetry();
-  inventoryIs(EntityMib::InitStatus::uninitialized);
-  inventoryIs(EntityMib::InitStatus::initialized);
-  platform.entityMib->rootDel();
-  time.settle();
-  EXPECT_EQ(sm().currentState(), State::stateRetry);
-  EXPECT_EQ(runningTimer(), "RetryWaitTimer");
-  EXPECT_EQ(takeEvents(), Strings{});
-}
-
 constexpr ZeroTouch::ProvisioningState everyRunningState[] = {
     ZeroTouch::ProvisioningState::stateSetupInterfaces,
     ZeroTouch::ProvisioningState::stateDhcpQuery,
@@ -100,35 +89,6 @@ constexpr ZeroTouch::ProvisioningState everyRunningState[] = {
     ZeroTouch::ProvisioningState::stateRetryFetchConfig,
     ZeroTouch::ProvisioningState::stateCopyConfigOrExecScript,
     ZeroTouch::ProvisioningState::stateRetry};
-
-TEST_F(StartStop, disabling_in_any_state_returns_to_rest_and_enabling_starts_afresh) {
-  for (State const state : everyRunningState) {
-    Sm& sm = inState(state);
-    char const* argv[] = {"client", nullptr};
-    sm.dhclientChildProcessIs(Kel::run(argv, -1, -1, -1, -1));
-    sm.dhclient6ChildProcessIs(Kel::run(argv, -1, -1, -1, -1));
-    sm.dhclient6StatelessChildProcessIs(Kel::run(argv, -1, -1, -1, -1));
-    sm.choosenIntfIs(Kel::makePtr<ZeroTouch::IntfStatus>(Wire::IntfId("Ethernet1"), nullptr));
-
-    platform.config->enabledIs(false);
-    time.settle();
-    EXPECT_EQ(sm.currentState(), State::stateInit);
-    EXPECT_EQ(runningTimer(), "");
-    EXPECT_EQ(takeEvents(), Strings{stopped});
-    EXPECT_FALSE(platform.status->enabled());
-    EXPECT_FALSE(sm.dhclientChildProcess() || sm.dhclient6ChildProcess() ||
-                 sm.dhclient6StatelessChildProcess());
-    for (auto const& child : children.started) EXPECT_EQ(child.signals, std::vector<int>{SIGTERM});
-    EXPECT_FALSE(sm.choosenIntf());
-    EXPECT_EQ(settingsFile(), "(absent)");
-    EXPECT_EQ(platform.reloadConfig->reloadTime(), 0);
-
-    platform.config->enabledIs(true);
-    time.settle();
-    EXPECT_EQ(sm.currentState(), State::stateSetupInterfaces);
-    startOver();
-  }
-}
 
 TEST_F(StartStop, cancelling_in_any_state_writes_the_guard_entry_and_reloads_once) {
   for (State const state : everyRunningState) {
@@ -140,26 +100,6 @@ TEST_F(StartStop, cancelling_in_any_state_writes_the_guard_entry_and_reloads_onc
     EXPECT_EQ(takeEvents(), (Strings{stopped, reloading}));
     EXPECT_EQ(settingsFile(), "DISABLE=NextReload\nKEEP=me\n");
     EXPECT_EQ(platform.reloadConfig->reason(), "ZTP RELOAD");
-    startOver();
-  }
-}
-
-TEST_F(StartStop, an_operator_changes_nothing_once_the_shutdown_has_begun) {
-  for (bool const pending : {true, false}) {
-    Sm& sm = inState(State::stateRetry);
-    char const* argv[] = {"release", nullptr};
-    sm.dhclientChildProcessIs(Kel::run(argv, -1, -1, -1, -1));
-    sm.doStateTransition(State::stateRetry, State::stateShutdown);
-    if (!pending) time.settle();
-    platform.config->enabledIs(false);
-    platform.config->enabledIs(true);
-    platform.config->cancelledIs(true);
-    time.settle();
-    EXPECT_EQ(sm.currentState(), State::stateShutdown);
-    EXPECT_EQ(runningTimer(), "LeaseReleaseTimer");
-    EXPECT_EQ(settingsFile(), "(absent)");
-    time.advance(30);
-    EXPECT_EQ(takeEvents(), Strings{reloading});
     startOver();
   }
 }

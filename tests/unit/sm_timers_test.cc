@@ -83,47 +83,6 @@ TEST_F(Timers, built_in_times_and_their_overrides) {
   }
 }
 
-TEST_F(Timers, a_timer_without_ticks_requests_its_change_once_its_time_is_over) {
-  struct Case {
-    State state;
-    void (Sm::*start)();
-    State next;
-    Kel::Seconds after;
-    Strings events;
-  };
-  for (Case const& c :
-       {Case{State::stateSetupInterfaces, &Sm::doStartInterfacesSetupTimer, State::stateDhcpQuery, 30, {}},
-        Case{State::stateDhcpQuery, &Sm::doStartDhclientQueryTimer, State::stateStatelessDhcpQuery, 15, {}},
-        Case{State::stateStatelessDhcpQuery,
-             &Sm::doStartStatelessDhclientQueryTimer,
-             State::stateRetry,
-             5,
-             {"ZTP_STATELESS_DHCPv6_QUERY_FAIL: Failed to get a valid stateless configuration parameters "
-              "over DHCPv6 "
-              "response"}},
-        Case{State::stateFetchConfig,
-             &Sm::doStartConfigFetchTimer,
-             State::stateRetry,
-             90,
-             {"ZTP_CONFIG_DOWNLOAD_TIMEOUT: Timed out trying to download the startup-config or a config "
-              "script from "
-              "ftp://h/c after 90 seconds"}},
-        Case{
-            State::stateCopyConfigOrExecScript,
-            &Sm::doStartScriptExecTimer,
-            State::stateRetry,
-            3600,
-            {"ZTP_EXEC_SCRIPT_TIMEOUT: Timed out executing the downloaded config script after 3600 seconds"}},
-        Case{State::stateRetry, &Sm::doStartRetryWaitTimer, State::stateDhcpQuery, 15, {}}}) {
-    inState(c.state).option67UriIs("ftp://h/c");
-    (sm().*c.start)();
-    EXPECT_EQ(untilRequested(c.next), c.after);
-    EXPECT_EQ(takeEvents(), c.events);
-    EXPECT_EQ(runningTimer(), "");
-    agent = nullptr;
-  }
-}
-
 TEST_F(Timers, a_fractional_one_shot_timer_stops_at_its_first_firing) {
   // Times like these do not add up exactly in binary; missing the timeout would double the wait.
   for (char const* const seconds : {"0.1", "0.3", "0.7", "1.1", "2.3"}) {
@@ -154,31 +113,6 @@ TEST_F(Timers, the_query_timer_reports_and_stops_the_clients_that_still_run) {
   for (auto const& started : children.started) EXPECT_EQ(started.signals, std::vector<int>{SIGTERM});
 }
 
-TEST_F(Timers, the_identity_timer_waits_for_the_address) {
-  struct Case {
-    Kel::Seconds addressAfter;
-    State next;
-    Kel::Seconds expected;
-  };
-  for (Case const& c : {Case{0, State::stateFetchConfig, 5}, Case{12, State::stateFetchConfig, 15},
-                        Case{59, State::stateFetchConfig, 60}, Case{1000, State::stateRetry, 60}}) {
-    Sm& sm = inState(State::stateSetupSystemIdentity);
-    chooseInterface();
-    addressIs("0.0.0.0/0");
-    sm.doStartSystemIdentitySetupTimer();
-    Kel::Seconds const start = Kel::now();
-    bool const late =
-        !time.advanceUntil([&] { return sm.transitionState() != State::stateInvalid; }, c.addressAfter);
-    if (late) addressIs("10.0.0.5/24");
-    time.advanceUntil([&] { return sm.transitionState() != State::stateInvalid; }, 1000);
-    EXPECT_EQ(sm.transitionState(), c.next);
-    EXPECT_EQ(Kel::now() - start, c.expected);
-    EXPECT_TRUE(sm.systemIdentitySetupTimerExpired());
-    EXPECT_EQ(runningTimer(), "");  // the tick that asked for the change does not arm its timer again
-    agent = nullptr;
-  }
-}
-
 TEST_F(Timers, readiness_follows_the_family_that_brought_the_boot_file) {
   inState(State::stateSetupSystemIdentity);
   chooseInterface();
@@ -197,16 +131,4 @@ TEST_F(Timers, readiness_follows_the_family_that_brought_the_boot_file) {
   EXPECT_TRUE(sm().readyToFetchConfig());
   sm().choosenIntfIs(nullptr);
   EXPECT_FALSE(sm().readyToFetchConfig());
-}
-
-TEST_F(Timers, the_fetch_back_off_goes_on_only_while_the_address_is_there) {
-  for (bool const addressStays : {true, false}) {
-    Sm& sm = inState(State::stateRetryFetchConfig);
-    chooseInterface();
-    sm.systemIdentitySetupTimerExpiredIs(true);
-    addressIs(addressStays ? "10.0.0.5/24" : "0.0.0.0/0");
-    sm.doStartConfigFetchRetryTimer(3);
-    EXPECT_EQ(untilRequested(addressStays ? State::stateFetchConfig : State::stateRetry), 45);
-    agent = nullptr;
-  }
 }

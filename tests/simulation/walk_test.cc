@@ -1,0 +1,327 @@
+// Every event in every situation of a run, one at a time: where it leads, and that it leaves the running
+// timer alone where it leads nowhere.
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <map>
+#include <sstream>
+
+#include "platform/kel/Loop.h"
+#include "tests/simulation/World.h"
+
+namespace {
+
+using enum ZeroTouch::ProvisioningState;
+using Curl = FakeCurl;
+
+constexpr Kel::Seconds longEnough = 100'000;
+constexpr char const* script = "/tmp/zt-download";
+// Bits for World, addPort and answer: a fixed system without ports, a port that works, an answer that has
+// everything, one without a boot file.
+constexpr std::uint64_t emptySwitch = 5, workingPort = 41, fullAnswer = 1, noBootFile = 1 + 7 * 1536;
+
+// --- The situations: what a run is doing, and how it gets there from the one before ---
+
+struct Situation {
+  char letter;  // in the table below
+  char const* name;
+  State state;
+  char const* timer;
+};
+
+constexpr Situation situations[] = {
+    {'I', "at rest", stateInit, ""},
+    {'S', "ports are set up", stateSetupInterfaces, "InterfacesSetupTimer"},
+    {'Q', "DHCP is asked", stateDhcpQuery, "DhclientQueryTimer"},
+    {'6', "stateless DHCPv6 is asked", stateStatelessDhcpQuery, "StatelessDhclientQueryTimer"},
+    {'A', "the identity is applied", stateSetupSystemIdentity, "SystemIdentitySetupTimer"},
+    {'F', "the file is downloaded", stateFetchConfig, "ConfigFetchTimer"},
+    {'B', "the back-off", stateRetryFetchConfig, "ConfigFetchRetryTimer"},
+    {'X', "the script runs", stateCopyConfigOrExecScript, "ScriptExecTimer"},
+    {'R', "the retry waits", stateRetry, "RetryWaitTimer"},
+    {'C', "the retry waits for the clean-up", stateRetry, "RetryWaitTimer"},
+    {'L', "leases are released", stateShutdown, "LeaseReleaseTimer"},
+    {'W', "the standby is waited for", stateShutdown, "StartupFileSyncWaitTimer"},
+    {'D', "the reload is requested", stateShutdown, ""},
+};
+
+class Walk {
+ public:
+  Walk() : world(emptySwitch, false) {
+    for (unsigned i : {0U, 1U, 2U}) {
+      Choice choice(workingPort);
+      world.addPort(i, choice);
+    }
+    world.platform.raPacketStatus->raPacketIs(World::port(1))->managedIs(true);
+    world.platform.raPacketStatus->raPacketIs(World::port(2))->managedIs(false);
+    world.platform.entityMib->rootIs()->initStatusIs(EntityMib::InitStatus::initialized);
+    world.curl.result = CURLE_COULDNT_CONNECT;
+    world.curl.hangs = true;
+    world.time.settle();
+  }
+
+  // From rest up to a situation.
+  void to(char letter) {
+    if (letter == 'I') return;
+    world.platform.config->enabledIs(true);
+    world.time.settle();
+    if (letter == 'S') return;
+    world.time.advance(30);
+    if (letter == 'Q') return;
+    if (letter == '6') return world.time.advance(15);
+    answer(0, false, fullAnswer);
+    world.time.settle();
+    if (letter == 'A') return;
+    addresses(true);
+    world.time.advance(5);
+    if (letter == 'F') return;
+    if (letter == 'B') {
+      world.curl.hangs = false;
+      world.time.advance(1);
+      world.curl.hangs = true;
+      return;
+    }
+    if (letter == 'L' || letter == 'W' || letter == 'D') return shutDown(letter);
+    transfer("#!/bin/sh\n");
+    if (letter == 'X') return;
+    endOf(script, 1, 0);
+    world.time.settle();
+    world.cleanUp = World::CleanUp::never;
+    if (letter == 'C') world.time.advance(15);
+  }
+
+  void shutDown(char letter) {
+    if (letter == 'W') {
+      Kel::activityManager()->config()->cellTypeIs("modular");
+      world.platform.fileReplication->entryIs("RedSup")->synchronizedIs(false);
+    }
+    cancel();
+    world.time.settle();
+    if (letter == 'L') return;
+    endOf("-r", 0, 0);
+    world.time.settle();
+  }
+
+  // The letter of where the run is now; '?' for nowhere in the list.
+  char situation() const {
+    for (auto const& s : situations) {
+      if (world.state() != s.state || timerName() != s.timer) continue;
+      bool const cleansUp = s.letter == 'C';
+      if (s.state != stateRetry || world.sm().awaitsDhcpCleanup() == cleansUp) return s.letter;
+    }
+    return '?';
+  }
+  std::string timerName() const { return world.sm().timerActive() ? world.sm().timer()->name() : ""; }
+
+  // --- What may happen; false when it cannot happen here ---
+
+  bool timerTicks() {
+    auto const timer = world.sm().timer();
+    if (!world.sm().timerActive() || timer->interval() >= timer->timeout()) return false;
+    world.time.advance(timer->interval());
+    return true;
+  }
+  bool timerEnds() {
+    auto const timer = world.sm().timer();
+    if (!world.sm().timerActive()) return false;
+    auto const before = world.state();
+    return world.time.advanceUntil([&] { return world.state() != before || world.sm().timer() != timer; },
+                                   longEnough);
+  }
+  // Of the last child whose command line holds `argument`; also of one that was told to end and has been
+  // forgotten.
+  bool endOf(std::string const& argument, std::uint8_t status, int signal) {
+    Kel::Ptr<Kel::ChildSiginfo> child;
+    for (auto const& start : world.children.started) {
+      for (auto const& word : start.argv) {
+        if (word == argument && !start.child->ended()) child = start.child;
+      }
+    }
+    if (!child) return false;
+    if (signal != 0) {
+      child->killedIs(signal);
+    } else {
+      child->exitedIs(status);
+    }
+    return true;
+  }
+  bool answer(unsigned port, bool six, std::uint64_t bits) {
+    Choice choice(bits);
+    world.answer(port, six, choice);
+    return true;
+  }
+  bool allFail() {
+    for (unsigned i = 0; i < 3; ++i) world.report(i, false, "FAIL");
+    return true;
+  }
+  bool resultsGo() {
+    bool const any = !world.platform.dhcpStatus->intfDhcpStatus().empty();
+    world.removeResults(false);
+    world.removeResults(true);
+    return any;
+  }
+  bool addresses(bool active) {
+    auto const& config = world.platform.ipConfig->ipIntfConfig(World::port(0));
+    bool const applied = config && !config->addrWithMask().address.isZero();
+    auto const status = world.platform.ipStatus->ipIntfStatusIs(World::port(0));
+    status->activeAddrWithMaskIs({});  // so that it is news in every situation
+    if (active && applied) status->activeAddrWithMaskIs(config->addrWithMask());
+    return applied;
+  }
+  bool transfer(char const* body) {
+    world.curl.hangs = false;
+    world.curl.result = body != nullptr ? CURLE_OK : CURLE_COULDNT_CONNECT;
+    if (body != nullptr) world.curl.body = body;
+    bool const runs = world.sm().curlCBData() != nullptr;
+    if (runs) world.time.advance(1);
+    return runs;
+  }
+  bool disable() {
+    world.platform.config->enabledIs(false);
+    return true;
+  }
+  bool cancel() {
+    if (world.platform.config->cancelled()) return false;
+    world.expectDisable = world.expectDisable || (world.platform.config->enabled() && !world.shuttingDown());
+    world.platform.config->cancelledIs(true);
+    return true;
+  }
+  auto port(unsigned index) { return world.platform.episd->intfStatus(World::port(index)); }
+  bool lldp() {
+    bool const hears = world.sm().ethDevPamCollection()->intfPam(World::port(0)) != nullptr;
+    world.hearLldp(0);
+    return hears;
+  }
+
+  World world;
+};
+
+// --- The table: each event, and where it leads from each situation ---
+//
+// The letters are those of the situations; '.' stays there, with the same timer; '-' cannot happen there.
+
+struct Event {
+  char const* name;
+  char const* leadsTo;
+  bool (*happens)(Walk&);
+};
+
+constexpr char columns[] = "ISQ6AFBXRCLWD";
+Event const events[] = {
+    {"the timer ticks", "---R..-------", [](Walk& w) { return w.timerTicks(); }},
+    {"the timer ends", "-Q6RRRFRCQ-W-", [](Walk& w) { return w.timerEnds(); }},
+    {"it ends without the address", "-Q6RRRRRCQ-W-",
+     [](Walk& w) { return w.addresses(false), w.timerEnds(); }},
+    {"the DHCPv4 client ends", "--........D..", [](Walk& w) { return w.endOf("-4", 0, 0); }},
+    {"the DHCPv6 client is killed", "--........D..", [](Walk& w) { return w.endOf("-6", 0, SIGKILL); }},
+    {"the stateless client ends", "---.---------", [](Walk& w) { return w.endOf("-S", 1, 0); }},
+    {"the release ends", "--------..D..", [](Walk& w) { return w.endOf("-r", 0, 0); }},
+    {"the script succeeds", "-------L-----",
+     [](Walk& w) {
+       bool const ends = w.endOf(script, 0, 0);
+       w.world.expectDisable |= ends && w.situation() == 'X';
+       return ends;
+     }},
+    {"the script fails", "-------R-----", [](Walk& w) { return w.endOf(script, 3, 0); }},
+    {"the script is killed", "-------R-----", [](Walk& w) { return w.endOf(script, 0, SIGSEGV); }},
+    {"DHCPv4 answers", "..AA.........", [](Walk& w) { return w.answer(1, false, fullAnswer); }},
+    {"DHCPv6 answers", "..AA.........", [](Walk& w) { return w.answer(2, true, fullAnswer); }},
+    {"an answer names no boot file", ".............", [](Walk& w) { return w.answer(1, false, noBootFile); }},
+    {"DHCPv4 fails on all ports", ".........Q...", [](Walk& w) { return w.allFail(); }},
+    {"the results go", "----.....Q...", [](Walk& w) { return w.resultsGo(); }},
+    {"the address becomes active", "----.....-...", [](Walk& w) { return w.addresses(true); }},
+    {"it does so after a tick", "----F....-...",
+     [](Walk& w) {
+       if (w.world.state() == stateSetupSystemIdentity) w.world.time.advance(5);
+       return w.addresses(true);
+     }},
+    {"the address vanishes", "----.....-...", [](Walk& w) { return w.addresses(false); }},
+    {"the transfer succeeds", "-----L-------", [](Walk& w) { return w.transfer("hostname sw1\n"); }},
+    {"a script arrives", "-----X-------", [](Walk& w) { return w.transfer("#!/bin/sh\n"); }},
+    {"the transfer fails", "-----B-------", [](Walk& w) { return w.transfer(nullptr); }},
+    {"the asked port goes", ".............", [](Walk& w) { return w.world.removePort(0), true; }},
+    {"another port goes", ".............", [](Walk& w) { return w.world.removePort(1), true; }},
+    {"a port comes", ".............",
+     [](Walk& w) {
+       Choice choice(workingPort);
+       return w.world.addPort(3, choice), true;
+     }},
+    {"the asked port becomes switched", ".............",
+     [](Walk& w) {
+       bool const routed = w.port(0)->forwardingModel() == Interface::IntfForwardingModel::routed;
+       return w.port(0)->forwardingModelIs(Interface::IntfForwardingModel::bridged), routed;
+     }},
+    {"the asked port's link goes", ".............",
+     [](Walk& w) { return w.port(0)->operStatusIs(Interface::OperStatus::down), true; }},
+    {"LLDP is heard", "-............", [](Walk& w) { return w.lldp(); }},
+    {"a router goes", ".............",
+     [](Walk& w) { return w.world.platform.raPacketStatus->raPacketDel(World::port(1)), true; }},
+    {"the inventory goes", ".............",
+     [](Walk& w) { return w.world.platform.entityMib->rootDel(), true; }},
+    {"the standby is synchronised", ".............",
+     [](Walk& w) { return w.world.platform.fileReplication->entryIs("RedSup")->synchronizedIs(true), true; }},
+    {"the script's limit changes", ".......X.....",
+     [](Walk& w) { return w.world.platform.config->scriptExecTimeoutIs(7), true; }},
+    {"the run's time is up", ".............",
+     [](Walk& w) { return w.world.platform.config->maxRunTimeIs(0), true; }},
+    {"the operator enables", "S............",
+     [](Walk& w) { return w.world.platform.config->enabledIs(true), true; }},
+    {"the operator disables", ".IIIIIIIII...", [](Walk& w) { return w.disable(); }},
+    {"the operator cancels", ".DDDLLLLLD---", [](Walk& w) { return w.cancel(); }},
+};
+
+// What an event leads to from a situation, as a letter of the table.
+char outcome(Event const& event, char from, std::string& violation) {
+  Walk walk;
+  walk.to(from);
+  EXPECT_EQ(walk.situation(), from);
+  auto const timer = walk.world.sm().timer();
+  bool const happens = event.happens(walk);
+  walk.world.time.settle();
+  walk.world.check();
+  violation = walk.world.violation;
+  bool const same = walk.situation() == from && walk.world.sm().timer() == timer;
+  return !happens ? '-' : same ? '.' : walk.situation();
+}
+
+// Where a run goes when an event follows in the same pass of the loop on `change`, which has asked to stop
+// it.
+char outcomeOf(bool (Walk::*change)(), Event const& event, char from, std::string& violation) {
+  Walk walk;
+  walk.to(from);
+  (walk.*change)();
+  event.happens(walk);
+  walk.world.time.settle();
+  walk.world.check();
+  violation = walk.world.violation;
+  return walk.situation();
+}
+
+}  // namespace
+
+TEST(Walk, every_event_leads_from_every_situation_where_the_table_says) {
+  for (auto const& event : events) {
+    std::string seen, violation;
+    for (char const from : std::string(columns)) {
+      seen += outcome(event, from, violation);
+      EXPECT_EQ(violation, "") << event.name << " in " << from;
+    }
+    EXPECT_EQ(seen, event.leadsTo) << event.name;
+  }
+}
+
+TEST(Walk, nothing_that_follows_a_stop_in_the_same_pass_holds_it_up) {
+  std::string const enables = "the operator enables", ends = "the timer ends";
+  for (auto const& event : events) {
+    for (char const from : std::string("SQ6AFBXRC")) {
+      std::string violation;
+      bool const again = event.name == enables;
+      EXPECT_EQ(outcomeOf(&Walk::disable, event, from, violation), again ? 'S' : 'I') << event.name << from;
+      EXPECT_EQ(violation, "") << event.name << " after a disable in " << from;
+      char const reached = outcomeOf(&Walk::cancel, event, from, violation);
+      EXPECT_TRUE(reached == 'L' || reached == 'D')
+          << event.name << " in " << from << " leads to " << reached;
+      EXPECT_EQ(violation, "") << event.name << " after a cancel in " << from;
+    }
+  }
+}
