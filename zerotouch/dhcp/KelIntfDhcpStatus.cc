@@ -24,7 +24,7 @@ void ZeroTouchSm::KelIntfDhcpResult::handleBootFileName() {
   sm_.doStopDhclient6();
   sm_.doStopDhclient6Stateless();
   sm_.choosenIntfIs(intf);
-  sm_.doStateTransition(sm_.currentState(), stateSetupSystemIdentity());
+  sm_.doStateTransition(stateDhcpQuery() | stateStatelessDhcpQuery(), stateSetupSystemIdentity());
 }
 
 void ZeroTouchSm::KelIntfDhcpStatus::handleIntfDhcpReason() {

@@ -79,7 +79,7 @@ void ZeroTouchSm::doTryStartZeroTouch() {
   doCleanupDhclientState();
   doCreateDhclientConfigFile();
   doCreateDhclient6ConfigFile();
-  doStateTransition(stateInvalid(), stateSetupInterfaces());
+  doStateTransition(stateInit(), stateSetupInterfaces());
 }
 
 void ZeroTouchSm::doStopZeroTouch(bool cancelled) {
@@ -92,7 +92,7 @@ void ZeroTouchSm::doStopZeroTouch(bool cancelled) {
   }
   // Requested first: what the platform reports while things are taken back is no reason to take them up
   // again.
-  doStateTransition(currentState(), stateInit());
+  doStateTransition(stateInvalid(), stateInit());
   // Without a run nothing here is ours.
   if (ran) leaveAsFound();
 }

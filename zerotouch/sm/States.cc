@@ -141,7 +141,7 @@ void ZeroTouchSm::enterFetchConfig() {
     doStartConfigFetchTimer();
   } else {
     bool const fetched = curlTransferDone() && curlSuccess();
-    doStateTransition(currentState(), fetched ? stateCopyConfigOrExecScript() : stateRetry());
+    doStateTransition(stateFetchConfig(), fetched ? stateCopyConfigOrExecScript() : stateRetry());
   }
 }
 
@@ -151,7 +151,7 @@ void ZeroTouchSm::enterRetryFetchConfig() {
     doStartConfigFetchRetryTimer(configFetchTryCounter());
   } else {
     configFetchTryCounterIs(0);
-    doStateTransition(currentState(), stateRetry());
+    doStateTransition(stateRetryFetchConfig(), stateRetry());
   }
 }
 
@@ -165,7 +165,7 @@ void ZeroTouchSm::enterCopyConfigOrExecScript() {
   } else if (fileCopySuccess()) {
     doCreateGuardFileAndShutdown();
   } else {
-    doStateTransition(currentState(), stateRetry());
+    doStateTransition(stateCopyConfigOrExecScript(), stateRetry());
   }
 }
 
@@ -180,7 +180,7 @@ void ZeroTouchSm::enterRetry() {
     configureMultiSpeedInterfaces();
     doStartRetryWaitTimer();
   } else {
-    doStateTransition(currentState(), stateShutdown());
+    doStateTransition(stateRetry(), stateShutdown());
   }
 }
 
