@@ -201,6 +201,7 @@ TEST_F(Transfers, fail_when_the_folder_is_full_or_nobody_listens) {
     EXPECT_EQ(fetch(server.url()), State::stateRetryFetchConfig);
     EXPECT_EQ(sm().curlErrorStr(), "cannot write /tmp/zt-download: No space left on device");
     startOver();
+    std::filesystem::remove("/tmp/filler");
   }
   OneAnswerServer gone("");
   gone.stop();
