@@ -7,6 +7,8 @@
 #include <cstdarg>
 #include <utility>
 
+#include "tests/unit/support/Faults.h"
+
 // CURLoption is an enumeration, as libcurl's own signature wants it.
 #pragma GCC diagnostic ignored "-Wvarargs"
 
@@ -23,12 +25,12 @@ FakeCurl* FakeCurl::current = nullptr;
 FakeCurl::FakeCurl() : socket_(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {
   current = this;
   table_.easyInit = []() -> CURL* {
-    if (current->failure == Failure::init) return nullptr;
+    if (current->failure == Failure::init || Faults::fails("easyInit")) return nullptr;
     ++current->alive_;
     return easyHandle;
   };
   table_.multiInit = []() -> CURLM* {
-    if (current->failure == Failure::multiInit) return nullptr;
+    if (current->failure == Failure::multiInit || Faults::fails("multiInit")) return nullptr;
     ++current->alive_;
     return multiHandle;
   };
@@ -37,7 +39,8 @@ FakeCurl::FakeCurl() : socket_(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {
     current->passesLeft_ = current->passes;
     current->written_ = 0;
     current->reported_ = true;
-    return current->failure == Failure::addHandle ? CURLM_INTERNAL_ERROR : CURLM_OK;
+    bool const fails = current->failure == Failure::addHandle || Faults::fails("addHandle");
+    return fails ? CURLM_INTERNAL_ERROR : CURLM_OK;
   };
   table_.multiPerform = [](CURLM*, int* running) { return current->perform(running); };
   table_.multiFdset = [](CURLM*, fd_set* readable, fd_set*, fd_set*, int* highest) {
@@ -50,7 +53,8 @@ FakeCurl::FakeCurl() : socket_(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {
     return std::exchange(current->reported_, true) ? nullptr : &current->message_;
   };
   table_.easyStrerror = [](CURLcode) { return "simulated failure"; };
-  table_.slistAppend = [](curl_slist* list, char const*) {
+  table_.slistAppend = [](curl_slist* list, char const*) -> curl_slist* {
+    if (Faults::fails("append")) return nullptr;
     if (list == nullptr) ++current->alive_;
     return list != nullptr ? list : reinterpret_cast<curl_slist*>(0x3000);
   };
@@ -91,7 +95,7 @@ CURLMcode FakeCurl::perform(int* running) {
   eventfd_read(socket_, &ignored);
   *running = 1;
   if (hangs) return CURLM_OK;
-  if (failure == Failure::perform) return CURLM_INTERNAL_ERROR;
+  if (failure == Failure::perform || Faults::fails("perform")) return CURLM_INTERNAL_ERROR;
   bool const last = passesLeft_-- <= 0;
   bool const kept = result == CURLE_OK || !last ? write(last ? body.size() : body.size() / 2) : true;
   if (!last && kept) return CURLM_OK;

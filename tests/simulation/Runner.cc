@@ -18,9 +18,7 @@ constexpr unsigned maxSteps = 90;
 constexpr unsigned maxShortenings = 600;
 
 void endOfProcess(bool failed) {
-#if defined(__SANITIZE_ADDRESS__)
-  if (!failed) failed = __lsan_do_recoverable_leak_check() != 0;
-#endif
+  failed = failed || leaks();
   std::fflush(stdout);
   _exit(failed ? 1 : 0);
 }
@@ -72,6 +70,14 @@ bool play(Run const& run, Tally& tally, bool recorded) {
 }
 
 }  // namespace
+
+bool leaks() {
+#if defined(__SANITIZE_ADDRESS__)
+  return __lsan_do_recoverable_leak_check() != 0;
+#else
+  return false;
+#endif
+}
 
 Run runFrom(std::uint64_t seed) {
   std::mt19937_64 random(seed);

@@ -6,6 +6,9 @@
 
 #include "tests/simulation/Actions.h"
 
+// Whether this process has lost memory; looked for under the address sanitizer only.
+bool leaks();
+
 // A whole run, as it follows from its seed.
 struct Run {
   std::uint64_t world = 0;

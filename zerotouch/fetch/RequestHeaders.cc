@@ -91,7 +91,8 @@ void ZeroTouchSm::doBuildCurlHttpHeaders() {
     root = Kel::makePtr<EntityMib::Fru>();
   }
   for (auto const& line : requestHeaders(entityMibStatus()->systemMacAddr(), *root)) {
-    curlCBData_->headers = curlCBData_->curl->slistAppend(curlCBData_->headers, forCurl(line).c_str());
+    auto* const longer = curlCBData_->curl->slistAppend(curlCBData_->headers, forCurl(line).c_str());
+    if (longer != nullptr) curlCBData_->headers = longer;
   }
 }
 

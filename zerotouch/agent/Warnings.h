@@ -8,5 +8,6 @@ namespace ZeroTouch {
 extern Kel::LogHandle downloadImpossible;  // reason
 extern Kel::LogHandle saveFileIgnored;     // value, reason
 extern Kel::LogHandle downloadNotUsable;   // what failed, with path and reason
+extern Kel::LogHandle settingsNotWritten;  // what failed, with path and reason
 
 }  // namespace ZeroTouch

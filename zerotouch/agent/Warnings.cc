@@ -1,4 +1,4 @@
-#include "zerotouch/fetch/Warnings.h"
+#include "zerotouch/agent/Warnings.h"
 
 namespace ZeroTouch {
 
@@ -22,5 +22,12 @@ Kel::LogHandle saveFileIgnored("SAVE_FILE_IGNORED", warning, "Setting SAVE_FILE=
 Kel::LogHandle downloadNotUsable("DOWNLOAD_NOT_USABLE", error, "The download cannot be used: %s",
                                  "The downloaded file can neither be installed nor run; the agent stops.",
                                  "Check that the flash is there, writable and not full.", interval, burst, 0);
+
+Kel::LogHandle settingsNotWritten(
+    "SETTINGS_NOT_WRITTEN", error, "The settings file was not written: %s",
+    "The settings on flash stay as they were. What this run was to leave there is "
+    "missing: unless there is a startup configuration, provisioning starts again "
+    "after the reload.",
+    "Check that the flash is there, writable and not full.", interval, burst, 0);
 
 }  // namespace ZeroTouch

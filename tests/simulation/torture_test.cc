@@ -1,0 +1,159 @@
+// A whole run, over and over: each time another one of the calls that can fail does. The run ends well in
+// spite of it, or says why it cannot.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <memory>
+
+#include "tests/simulation/Runner.h"
+#include "tests/unit/support/Faults.h"
+
+namespace {
+
+using enum ZeroTouch::ProvisioningState;
+
+constexpr int cannotStart = 127;
+constexpr char const* errors = "/tmp/torture.err";
+
+// A run that does everything: a stateless query without an answer, a download that fails, a script that
+// fails, and then a startup configuration.
+class WholeRun {
+ public:
+  WholeRun() : world_(5, false) {
+    for (unsigned i : {0U, 1U, 2U}) {
+      Choice works(41);
+      world_.addPort(i, works);
+      world_.platform.raPacketStatus->raPacketIs(World::port(i))->managedIs(i == 1);
+    }
+    world_.platform.entityMib->rootIs()->initStatusIs(EntityMib::InitStatus::initialized);
+    world_.curl.hasSocket = true;
+    world_.curl.passes = 2;
+    world_.children.onRunAndWait = [works = world_.children.onRunAndWait](char const* path) {
+      return Faults::fails("runAndWait") ? cannotStart : works(path);
+    };
+    world_.onTransition = [this](State, State to) {
+      if (to != stateFetchConfig) return;
+      ++fetches_;
+      world_.curl.result = fetches_ == 1 ? CURLE_COULDNT_CONNECT : CURLE_OK;
+      world_.curl.body = fetches_ == 2 ? "#!/bin/sh\n" : "hostname sw1\n";
+    };
+    sink_ = Kel::logSinkIs([this](Kel::LogEvent const& event) {
+      bool const written = event.message.find("flush the folder") != std::string::npos;
+      if (event.name == "SETTINGS_NOT_WRITTEN" && !written) world_.expectDisable = false;
+    });
+  }
+  ~WholeRun() { Kel::logSinkDel(sink_); }
+
+  // What is not as it must be; "" when the reload is requested.
+  std::string play() {
+    constexpr int manySteps = 100;
+    world_.platform.config->enabledIs(true);
+    for (int i = 0; i < manySteps && !world_.sm().reloadRequested(); ++i) {
+      Faults::onIs(true);
+      step();
+      for (; started_ < world_.children.started.size(); ++started_) {
+        if (Faults::fails("spawn")) world_.children.started[started_].child->exitedIs(cannotStart);
+      }
+      world_.time.settle();
+      Faults::onIs(false);
+      world_.check();
+      started_ = world_.children.started.size();
+      if (!world_.violation.empty()) return world_.violation;
+    }
+    if (!world_.sm().reloadRequested()) return std::string("no end, in ") + stringValue(world_.state());
+    world_.drop();
+    world_.check();
+    return world_.violation;
+  }
+
+ private:
+  void step() {
+    Choice whole(1 + 256);  // an answer that has everything but a server's name
+    switch (world_.state()) {
+      case stateDhcpQuery:
+        if (queries_++ > 0) return world_.answer(0, false, whole);
+        return world_.time.advance(15);
+      case stateSetupSystemIdentity: {
+        auto const wanted = world_.platform.ipConfig->ipIntfConfig(World::port(0))->addrWithMask();
+        world_.platform.ipStatus->ipIntfStatusIs(World::port(0))->activeAddrWithMaskIs(wanted);
+        return world_.time.advance(5);
+      }
+      case stateFetchConfig:
+        return world_.time.advance(2);
+      case stateCopyConfigOrExecScript:
+        return world_.running().back()->exitedIs(1);
+      case stateShutdown:
+        for (auto const& child : world_.running()) child->exitedIs(0);
+        return;
+      default:
+        return world_.time.advance(15);
+    }
+  }
+
+  World world_;
+  int sink_ = 0;
+  std::size_t started_ = 0;
+  unsigned queries_ = 0;
+  unsigned fetches_ = 0;
+};
+
+struct Outcome {
+  unsigned calls = 0;
+  bool saysWhy = false;  // before it ends by an assertion
+  char problem[512] = "";
+};
+
+// In a process of its own, which an assertion may end.
+Outcome playWith(std::string const& kind, unsigned nth) {
+  auto* const shared = static_cast<Outcome*>(
+      mmap(nullptr, sizeof(Outcome), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+  new (shared) Outcome;
+  pid_t const pid = fork();
+  if (pid == 0) {
+    dup2(open(errors, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600), STDERR_FILENO);
+    auto run = std::make_unique<WholeRun>();
+    Kel::logSinkIs([shared](Kel::LogEvent const& event) {
+      if (event.name == "DOWNLOAD_NOT_USABLE") shared->saysWhy = true;
+    });
+    Faults const faults(kind, nth);
+    std::snprintf(shared->problem, sizeof shared->problem, "%s", run->play().c_str());
+    shared->calls = Faults::calls();
+    run = nullptr;
+    _exit(leaks() ? 1 : 0);
+  }
+  int status = 0;
+  waitpid(pid, &status, 0);
+  Outcome result = *shared;
+  munmap(shared, sizeof *shared);
+  bool const asserted = WIFSIGNALED(status) && WTERMSIG(status) == SIGABRT;
+  std::string said;
+  std::getline(std::ifstream(errors), said);
+  if (asserted && !result.saysWhy && !said.starts_with("Unable to open "))
+    std::snprintf(result.problem, sizeof result.problem, "an assertion");
+  if (!asserted && status != 0) std::snprintf(result.problem, sizeof result.problem, "ended with %d", status);
+  return result;
+}
+
+}  // namespace
+
+TEST(Torture, whatever_fails_once_the_run_ends_well_or_says_why_not) {
+  auto kinds = Faults::libcCalls();
+  for (char const* const kind :
+       {"spawn", "runAndWait", "easyInit", "multiInit", "addHandle", "perform", "append"})
+    kinds.emplace_back(kind);
+  unsigned faults = 0;
+  for (auto const& kind : kinds) {
+    SCOPED_TRACE(kind);
+    auto const whole = playWith(kind, 0);
+    EXPECT_STREQ(whole.problem, "") << "without a fault";
+    faults += whole.calls;
+    for (unsigned nth = 1; nth <= whole.calls; ++nth)
+      EXPECT_STREQ(playWith(kind, nth).problem, "") << kind << " " << nth << " of " << whole.calls;
+  }
+  std::printf("%u faults\n", faults);
+  EXPECT_GT(faults, 0U);
+}

@@ -1,0 +1,22 @@
+// Makes the n-th call of one kind fail, wherever in this process it is made.
+#pragma once
+
+#include <string>
+#include <vector>
+
+class Faults {
+ public:
+  // Calls are counted, and the `nth` (from 1; 0 for none) of `kind` fails, while one of these lives and `on`.
+  Faults(std::string kind, unsigned nth);
+  ~Faults();
+  Faults(Faults const&) = delete;
+  Faults& operator=(Faults const&) = delete;
+
+  static void onIs(bool on);
+  // How often the kind was called.
+  static unsigned calls();
+
+  // The functions of libc that can fail; a fake may ask for failures of kinds of its own.
+  static std::vector<std::string> const& libcCalls();
+  static bool fails(std::string const& kind);
+};
