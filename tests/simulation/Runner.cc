@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <functional>
 
 #if defined(__SANITIZE_ADDRESS__)
@@ -17,19 +18,13 @@ namespace {
 constexpr unsigned maxSteps = 90;
 constexpr unsigned maxShortenings = 600;
 
-void endOfProcess(bool failed) {
-  failed = failed || leaks();
-  std::fflush(stdout);
-  _exit(failed ? 1 : 0);
-}
-
 // True when the child has ended well.
 bool inChild(std::function<bool()> const& body, bool quiet) {
   std::fflush(stdout);
   pid_t const pid = fork();
   if (pid == 0) {
     if (quiet) dup2(open("/dev/null", O_WRONLY | O_CLOEXEC), STDERR_FILENO);
-    endOfProcess(!body());
+    endProcess(!body());
   }
   int status = 0;
   waitpid(pid, &status, 0);
@@ -71,11 +66,15 @@ bool play(Run const& run, Tally& tally, bool recorded) {
 
 }  // namespace
 
-bool leaks() {
+void endProcess(bool failed) {
 #if defined(__SANITIZE_ADDRESS__)
-  return __lsan_do_recoverable_leak_check() != 0;
+  failed = failed || __lsan_do_recoverable_leak_check() != 0;
+#endif
+  std::fflush(stdout);
+#if defined(COVERAGE)
+  std::exit(failed ? 1 : 0);  // which writes the counters
 #else
-  return false;
+  _exit(failed ? 1 : 0);
 #endif
 }
 

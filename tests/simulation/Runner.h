@@ -6,8 +6,8 @@
 
 #include "tests/simulation/Actions.h"
 
-// Whether this process has lost memory; looked for under the address sanitizer only.
-bool leaks();
+// Ends a child process: well, unless it has failed or lost memory (looked for under the address sanitizer only).
+[[noreturn]] void endProcess(bool failed);
 
 // A whole run, as it follows from its seed.
 struct Run {

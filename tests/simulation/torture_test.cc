@@ -123,7 +123,7 @@ Outcome playWith(std::string const& kind, unsigned nth) {
     std::snprintf(shared->problem, sizeof shared->problem, "%s", run->play().c_str());
     shared->calls = Faults::calls();
     run = nullptr;
-    _exit(leaks() ? 1 : 0);
+    endProcess(false);
   }
   int status = 0;
   waitpid(pid, &status, 0);
