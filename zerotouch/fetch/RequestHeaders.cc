@@ -3,6 +3,7 @@
 #include <optional>
 #include <sstream>
 
+#include "platform/kel/Assert.h"
 #include "platform/kel/Format.h"
 #include "zerotouch/fetch/CurlTransfer.h"
 #include "zerotouch/sm/SmTrace.h"
@@ -83,13 +84,10 @@ std::vector<Kel::String> requestHeaders(Wire::EthAddr const& systemMacAddr, Enti
   return headers;
 }
 
-// An inventory that has gone since the run began is no reason to stop: its values are sent empty.
 void ZeroTouchSm::doBuildCurlHttpHeaders() {
-  auto root = entityMibStatus()->root();
-  if (!root) {
-    HEADERS_TRACE(1, " - No entityMibRoot");
-    root = Kel::makePtr<EntityMib::Fru>();
-  }
+  auto const now = entityMibStatus()->root();
+  auto const root = now ? now : chassis_;
+  KEL_ASSERT(root, "entityMibRoot");
   for (auto const& line : requestHeaders(entityMibStatus()->systemMacAddr(), *root)) {
     auto* const longer = curlCBData_->curl->slistAppend(curlCBData_->headers, forCurl(line).c_str());
     if (longer != nullptr) curlCBData_->headers = longer;

@@ -71,6 +71,7 @@ void ZeroTouchSm::doTryStartZeroTouch() {
   enabledIs(true);
   status()->enabledIs(true);
   ZTP_INIT.log();
+  chassis_ = entityMibStatus()->root();
   setenv("SYSNAME", Kel::activityManager()->config()->systemName().c_str(), 1);
   doKillRunningDhclient(dhclientPidFilePath);
   doKillRunningDhclient(dhclient6PidFilePath);

@@ -386,6 +386,8 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   Kel::Ptr<KelClock> clock_;
   Kel::Ptr<KelStateTransitionClock> stateTransitionClock_;
   Kel::Ptr<EntityMibRootSm> entityMibRootSm_;
+  Kel::Ptr<EntityMib::Fru const>
+      chassis_;  // as the run found it; it may leave the inventory while the run goes on
   std::map<Wire::IntfId, Kel::Ptr<KelEthPhyIntfStatus>> ethPhyIntfStatus_;
   std::map<Kel::Name, Kel::Ptr<KelIntfDhcpStatus>> intfDhcpStatus_;
   std::map<Kel::Name, Kel::Ptr<KelIntfDhcp6Status>> intfDhcp6Status_;
