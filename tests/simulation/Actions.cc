@@ -77,19 +77,21 @@ void portChanges(World& world, Choice& choice) {
   unsigned const index = choice.of(World::portCount);
   auto const port = world.platform.episd->intfStatus(World::port(index));
   if (!port) return;
-  unsigned const what = choice.of(6);
+  unsigned const what = choice.of(7);
   bool const on = choice.chance(2);
   world.note(World::portName(index) + (what == 0   ? (on ? ": link up" : ": link down")
                                        : what == 1 ? (on ? ": operational" : ": not operational")
                                        : what == 2 ? (on ? ": active" : ": inactive")
                                        : what == 3 ? (on ? " becomes routed" : " becomes switched")
                                        : what == 4 ? (on ? " has its device" : " has another device")
+                                       : what == 6 ? (on ? " can negotiate" : " cannot negotiate")
                                                    : (on ? " can run at 100g" : " cannot run at 100g")));
   if (what == 0) port->linkStatusIs(on ? LinkStatus::up : LinkStatus::down);
   if (what == 1) port->operStatusIs(on ? OperStatus::up : OperStatus::down);
   if (what == 2) port->activeIs(on);
   if (what == 3) port->forwardingModelIs(on ? IntfForwardingModel::routed : IntfForwardingModel::bridged);
   if (what == 4) port->deviceNameIs(on ? World::device(index) : "renamed");
+  if (what == 6) port->autonegCapabilityIs(on ? AutonegCapability::capable : AutonegCapability::none);
   if (what == 5) {
     auto capabilities = port->linkModeCapabilities();
     capabilities.mode100G = on;

@@ -112,6 +112,7 @@ Outcome playWith(std::string const& kind, unsigned nth) {
   auto* const shared = static_cast<Outcome*>(
       mmap(nullptr, sizeof(Outcome), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
   new (shared) Outcome;
+  std::fflush(stdout);
   pid_t const pid = fork();
   if (pid == 0) {
     dup2(open(errors, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600), STDERR_FILENO);

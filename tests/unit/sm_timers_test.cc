@@ -113,6 +113,20 @@ TEST_F(Timers, the_query_timer_reports_and_stops_the_clients_that_still_run) {
   for (auto const& started : children.started) EXPECT_EQ(started.signals, std::vector<int>{SIGTERM});
 }
 
+TEST_F(Timers, the_stateless_query_ends_when_its_time_is_over_also_between_interfaces) {
+  environment.set("ZEROTOUCH_STATELESSDHCLIENTQUERY_TIMER_TIMEOUT", "5");
+  Sm& sm = inState(State::stateStatelessDhcpQuery);
+  sm.dhclient6StatelessChildProcessIs(child());
+  sm.doStartStatelessDhclientQueryTimer();
+  EXPECT_EQ(untilRequested(State::stateRetry), 5);
+  EXPECT_EQ(
+      takeEvents(),
+      Strings{
+          "ZTP_STATELESS_DHCPv6_QUERY_FAIL: Failed to get a valid stateless configuration parameters over "
+          "DHCPv6 response"});
+  EXPECT_EQ(children.last().signals, std::vector<int>{SIGTERM});
+}
+
 TEST_F(Timers, readiness_follows_the_family_that_brought_the_boot_file) {
   inState(State::stateSetupSystemIdentity);
   chooseInterface();
