@@ -16,6 +16,12 @@ class Refused : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+// Words that make no sense at all.
+class WrongUsage : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
 // What every verb has.
 struct Context {
   std::string socketPath = "/run/zerotouch/statebase.sock";
@@ -26,10 +32,15 @@ struct Context {
   }
 };
 
+// `examples`: lines for the end of its help, without the indentation.
+CLI::App* addVerb(CLI::App& program, std::string const& name, std::string const& does,
+                  std::vector<std::string> const& examples);
+
 void addStatus(CLI::App& program, Context const& context);
 void addWatch(CLI::App& program, Context const& context);
 void addPorts(CLI::App& program, Context const& context);
 void addEvents(CLI::App& program, Context const& context);
+void addExplain(CLI::App& program, Context const& context);
 // enable, disable, cancel
 void addControls(CLI::App& program, Context const& context);
 // get, set, list
