@@ -36,6 +36,10 @@ std::string duration(Kel::Seconds seconds) {
   return Kel::format("%d d %d h", hours / 24, hours % 24);
 }
 
+std::string preciseDuration(Kel::Seconds seconds) {
+  return seconds < 10 ? Kel::format("%.2f s", std::max(seconds, 0.0)) : duration(seconds);
+}
+
 std::string dateAndTime(Kel::Seconds since1970) {
   auto const whole = static_cast<std::time_t>(std::clamp(since1970, 0.0, 1e11));
   std::tm local{};
@@ -83,7 +87,9 @@ void print(std::string const& text) {
   if (!written && outputError == 0) outputError = errno;
 }
 
-void printJson(Kel::Value const& value) { print(Statebase::dumpJson(value, 2) + "\n"); }
+std::string jsonText(Kel::Value const& value) { return Statebase::dumpJson(value, 2) + "\n"; }
+
+void printJson(Kel::Value const& value) { print(jsonText(value)); }
 
 void printJsonLine(Kel::Value const& value) { print(Statebase::dumpJson(value) + "\n"); }
 

@@ -15,6 +15,8 @@ std::string printable(std::string text);
 
 // "45 s", "2 min 5 s", "1 h 0 min", "3 d 4 h"; "unlimited".
 std::string duration(Kel::Seconds seconds);
+// "0.35 s" below ten seconds, then as duration() has it.
+std::string preciseDuration(Kel::Seconds seconds);
 // Local date and time.
 std::string dateAndTime(Kel::Seconds since1970);
 
@@ -33,6 +35,8 @@ bool isTrue(Kel::Value const& value);
 // To standard output.
 void print(std::string const& text);
 void printJson(Kel::Value const& value);
+// What that prints.
+std::string jsonText(Kel::Value const& value);
 // On one line, for values that follow each other.
 void printJsonLine(Kel::Value const& value);
 // Hands over what was printed so far; why that, or a print before, has failed, else 0.

@@ -41,6 +41,7 @@ void addWatch(CLI::App& program, Context const& context);
 void addPorts(CLI::App& program, Context const& context);
 void addEvents(CLI::App& program, Context const& context);
 void addExplain(CLI::App& program, Context const& context);
+void addReport(CLI::App& program, Context const& context);
 // enable, disable, cancel
 void addControls(CLI::App& program, Context const& context);
 // get, set, list

@@ -53,6 +53,7 @@ void addEverything(CLI::App& program, Context& context) {
   addPorts(program, context);
   addEvents(program, context);
   addExplain(program, context);
+  addReport(program, context);
   addControls(program, context);
   addTreeVerbs(program, context);
 }

@@ -100,7 +100,7 @@ void ChangeRecorder::childChanged(Place const& place, Kel::AttributeType const& 
   }
   if (child == nullptr) return;
   children_[place] = child;
-  follow(*child, place.key);
+  follow(*child, place.attribute == "vrfLoggingHost" ? "VRF " + place.key : place.key);
 }
 
 void ChangeRecorder::forget(Kel::Entity const& entity) {
