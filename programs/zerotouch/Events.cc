@@ -51,9 +51,12 @@ void follow(Context const& context) {
   Kel::Value const events = host.call("watch", {{"path", eventsPath}});
   auto const* members = events.as<Kel::ValueMap>();
   for (auto const& [number, event] : members != nullptr ? *members : Kel::ValueMap()) show(context, event);
-  while (flushOutput() == 0) {
-    if (auto const changed = host.readNotification(Kel::never)) show(context, at(changed->params, {"value"}));
-  }
+  context.whileHostRuns([&] {
+    while (flushOutput() == 0) {
+      if (auto const changed = host.readNotification(Kel::never))
+        show(context, at(changed->params, {"value"}));
+    }
+  });
 }
 
 }  // namespace

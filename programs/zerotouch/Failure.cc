@@ -78,8 +78,9 @@ std::string wrongWords(CLI::App const& program, CLI::ParseError const& error) {
 std::string notReached(Context const& context, Statebase::ConnectionError const& error) {
   std::string const& path = context.socketPath;
   struct stat info {};
-  if (stat(path.c_str(), &info) != 0 && errno == ENOENT) return "no host is running: there is no " + path;
-  if (access(path.c_str(), R_OK | W_OK) == 0 || errno != EACCES) {
+  bool const found = stat(path.c_str(), &info) == 0;
+  if (!found && errno == ENOENT) return "no host is running: there is no " + path;
+  if (!found || access(path.c_str(), R_OK | W_OK) == 0 || errno != EACCES) {
     return std::string("cannot reach the host: ") + error.what();
   }
   auto const* const group = getgrgid(info.st_gid);
@@ -139,6 +140,8 @@ ExitCode reportFailure(CLI::App const& program, Context const& context) {
     return fail(context, wrongUsage, error.what());
   } catch (Statebase::ConnectionError const& error) {
     return fail(context, notRunning, notReached(context, error));
+  } catch (HostGone const& error) {
+    return fail(context, notRunning, error.what());
   } catch (Statebase::CallError const& error) {
     return refused(context, error);
   } catch (Refused const& error) {

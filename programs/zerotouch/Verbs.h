@@ -22,6 +22,12 @@ class WrongUsage : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+// The host that was followed has closed the connection.
+class HostGone : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
 // What every verb has.
 struct Context {
   std::string socketPath = "/run/zerotouch/statebase.sock";
@@ -29,6 +35,15 @@ struct Context {
 
   Kel::Value call(std::string const& method, Kel::ValueMap params) const {
     return Statebase::Client(socketPath).call(method, std::move(params));
+  }
+  // Calls `loop`, in which a host that was reached may go away.
+  template <typename Loop>
+  void whileHostRuns(Loop const& loop) const {
+    try {
+      loop();
+    } catch (Statebase::ConnectionError const&) {
+      throw HostGone("the host has gone away: " + socketPath);
+    }
   }
 };
 

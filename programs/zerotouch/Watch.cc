@@ -86,14 +86,16 @@ void watch(Context const& context, std::string const& until) {
   bool const terminal = onTerminal() && !context.json;
   Screen screen;
   Lines lines;
-  while (true) {
-    Kel::Value const tree = fetchStatus(host);
-    terminal ? screen.draw(tree) : lines.draw(tree, context.json);
-    // Somebody who stopped reading has seen enough.
-    if (flushOutput() != 0) return;
-    if (memberText(at(tree, {"sm"}), "currentState") == until) return;
-    host.readNotification(refresh);
-  }
+  context.whileHostRuns([&] {
+    while (true) {
+      Kel::Value const tree = fetchStatus(host);
+      terminal ? screen.draw(tree) : lines.draw(tree, context.json);
+      // Somebody who stopped reading has seen enough.
+      if (flushOutput() != 0) return;
+      if (memberText(at(tree, {"sm"}), "currentState") == until) return;
+      host.readNotification(refresh);
+    }
+  });
 }
 
 }  // namespace
