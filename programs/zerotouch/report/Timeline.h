@@ -9,6 +9,7 @@ namespace ZeroTouchCommand {
 
 // An SVG element with its legend, as HTML.
 std::string timeline(Run const& run);
+std::string timelineLegend();
 
 // The class of the style sheet for a state: calm, work, wait or done.
 std::string toneOf(std::string const& state);
