@@ -184,7 +184,8 @@ class Picture {
     double lastX = -100;
     double step = 0;
     for (auto const& event : run_.events) {
-      if (!scale_.shows(event.time, event.time)) continue;
+      // The first event is raised just before the run leaves its first state.
+      if (!scale_.shows(event.time, event.time + 1)) continue;
       double const x = scale_.x(event.time);
       step = x - lastX < 9 ? (step + 1) : 0;
       if (step > 3) step = 0;

@@ -66,16 +66,16 @@ ChangeRecorder::~ChangeRecorder() {
   for (auto const& [address, followed] : followed_) followed.entity->watcherDel(this);
 }
 
-void ChangeRecorder::follow(Kel::Entity const& entity, Kel::String const& where) {
+void ChangeRecorder::follow(Kel::Entity const& entity, std::string_view key) {
   auto const [entry, isNew] =
-      followed_.try_emplace(&entity, Followed{Kel::Ptr<Kel::Entity const>(&entity), where});
+      followed_.try_emplace(&entity, Followed{Kel::Ptr<Kel::Entity const>(&entity), key});
   if (!isNew) return;
   entity.watcherIs(this);
   for (auto const* attribute : entity.entityType()->attributes()) {
     if (!holdsEntities(*attribute)) continue;
     bool const collection = attribute->kind == Kel::AttributeKind::entities;
-    for (auto const& key : collection ? attribute->keys(entity) : std::vector<std::string>{""})
-      childChanged({&entity, attribute->name, key}, *attribute);
+    for (auto const& child : collection ? attribute->keys(entity) : std::vector<std::string>{""})
+      childChanged({&entity, attribute->name, child}, *attribute);
   }
 }
 
@@ -83,7 +83,7 @@ void ChangeRecorder::onChange(Kel::Entity const& entity, std::string_view name, 
   // One that was forgotten may still be held by somebody.
   if (!followed_.contains(&entity)) return;
   auto const& attribute = *entity.entityType()->attribute(name);
-  Place const place{&entity, Kel::String(name), Kel::String(key)};
+  Place const place{&entity, attribute.name, Kel::String(key)};
   if (holdsEntities(attribute)) {
     childChanged(place, attribute);
   } else if (ruleFor(name) != nullptr) {
@@ -99,10 +99,11 @@ void ChangeRecorder::childChanged(Place const& place, Kel::AttributeType const& 
     children_.erase(before);
   }
   if (child == nullptr) return;
-  children_[place] = child;
-  follow(*child, place.attribute == "vrfLoggingHost" ? "VRF " + place.key : place.key);
+  auto const entry = children_.insert_or_assign(place, child).first;
+  follow(*child, entry->first.key);
 }
 
+// Those that come and go hold no others.
 void ChangeRecorder::forget(Kel::Entity const& entity) {
   Place const first{&entity, "", ""};
   while (!known_.empty()) {
@@ -127,9 +128,11 @@ void ChangeRecorder::valueChanged(Place const& place, Kel::AttributeType const& 
 void ChangeRecorder::write(Place const& place, Kel::String const& value) {
   auto const known = known_.find(place);
   bool const undone = value.empty();
-  if (undone && known == known_.end()) return;
-  ring_.add({Kel::now(), ruleFor(place.attribute)->what, followed_.at(place.entity).where,
-             shortened(undone ? known->second : value), undone});
+  if (known == known_.end() ? undone : known->second == value) return;
+  Kel::String where(followed_.at(place.entity).key);
+  if (place.attribute == "loggingHost") where = "VRF " + where;
+  ring_.add(
+      {Kel::now(), ruleFor(place.attribute)->what, where, shortened(undone ? known->second : value), undone});
   if (undone) {
     known_.erase(known);
   } else {

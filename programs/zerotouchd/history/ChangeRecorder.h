@@ -6,7 +6,8 @@
 #include "programs/zerotouchd/history/Ring.h"
 #include "zerotouch/agent/MountedEntities.h"
 
-// Goes before the entities do, and after all who change them.
+// Goes before the entities do, and after all who change them. Of the entities, only the history is changed,
+// whose own watchers take note only.
 class ChangeRecorder : private Kel::Watcher {
  public:
   ChangeRecorder(ZeroTouch::MountedEntities const& entities, Ring<History::Change>& ring);
@@ -15,21 +16,21 @@ class ChangeRecorder : private Kel::Watcher {
   ChangeRecorder& operator=(ChangeRecorder const&) = delete;
 
  private:
-  // An entity, with the port or prefix that it is about.
+  // An entity, with its key: the port or prefix that it is about. The key stands in children_.
   struct Followed {
     Kel::Ptr<Kel::Entity const> entity;
-    Kel::String where;
+    std::string_view key;
   };
   // An attribute's, or a collection's entry's.
   struct Place {
     Kel::Entity const* entity;
-    Kel::String attribute;
+    std::string_view attribute;  // as its type names it
     Kel::String key;
     auto operator<=>(Place const&) const = default;
   };
 
   void onChange(Kel::Entity const& entity, std::string_view attribute, std::string_view key) override;
-  void follow(Kel::Entity const& entity, Kel::String const& where);
+  void follow(Kel::Entity const& entity, std::string_view key);
   void childChanged(Place const& place, Kel::AttributeType const& attribute);
   void forget(Kel::Entity const& entity);
   void valueChanged(Place const& place, Kel::AttributeType const& attribute);
