@@ -6,7 +6,7 @@ using State = ZeroTouch::ProvisioningState;
 using Machine = ZeroTouch::ZeroTouchSmModel;
 
 Kel::String chosenPort(Machine const& machine) {
-  auto const chosen = machine.choosenIntf();
+  auto const& chosen = machine.choosenIntf();
   return chosen ? chosen->intfName() : "no port";
 }
 
