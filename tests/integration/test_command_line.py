@@ -142,6 +142,26 @@ class Page(html.parser.HTMLParser):
         self.text += data
 
 
+def test_the_host_remembers_what_happened_and_why(host):
+    report = json.loads(host.cli("report", "--json"))
+    states = [(state["state"], state["reason"]) for state in report["states"]]
+    assert states[:5] == [
+        ("stateInit", "the host has started"), ("stateSetupInterfaces", "provisioning is enabled"),
+        ("stateDhcpQuery", "the ports are set up"), ("stateSetupSystemIdentity", "DHCP has named a boot file on Ethernet1"),
+        ("stateFetchConfig", "what DHCP brought is active")]
+    assert ("stateRetryFetchConfig", "the download has failed: Couldn't connect to server") in states
+    assert states[-2:] == [("stateRetry", "the download has failed too often"),
+                           ("stateDhcpQuery", "what the attempt applied is undone")]
+    ended = {timer["name"]: timer["ranOut"] for timer in report["timers"] if timer["ended"] >= timer["started"]}
+    assert ended == {"InterfacesSetupTimer": True, "DhclientQueryTimer": False, "SystemIdentitySetupTimer": False,
+                     "ConfigFetchTimer": False, "ConfigFetchRetryTimer": True, "RetryWaitTimer": True}
+    assert [timer["name"] for timer in report["timers"] if timer["ended"] == 0] == ["DhclientQueryTimer"]
+    assert [tuple(list(port.values())[1:]) for port in report["ports"]] == [
+        ("Ethernet1", "link", "up", ""), ("Ethernet1", "DHCPv6", "BOUND6", "boot file http://127.0.0.1:9/" + HOSTILE)]
+    assert [tuple(list(change.values())[1:]) for change in report["changes"]] == [
+        ("provisioning enabled", "", "yes", False), ("domain", "", HOSTILE, False), ("domain", "", HOSTILE, True)]
+
+
 def test_a_report_tells_the_run_and_takes_hostile_values_as_text(host):
     file = host.folder / "run.html"
     assert host.cli("report", "--output", str(file)) == ""
@@ -152,7 +172,7 @@ def test_a_report_tells_the_run_and_takes_hostile_values_as_text(host):
     assert "default-src 'none'; style-src 'unsafe-inline'" in [value for name, value in page.attributes if name == "content"][0]
     assert "url(" not in text and "@import" not in text
     for said in (HOSTILE, "the download has failed too often", "what the attempt applied is undone", "ZTP_RETRY",
-                 "RetryWaitTimer", "ran out", "BOUND6", "undone", "Ethernet1"):
+                 "RetryWaitTimer", "BOUND6", "undone", "Ethernet1"):
         assert said in page.text, said
     assert "web page" in on_terminal(host, "report")[0]
     for path, reason in (("/dev/full", "No space left on device"), ("/nowhere/x", "No such file or directory")):
