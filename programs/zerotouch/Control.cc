@@ -37,10 +37,12 @@ void cancel(Context const& context) {
 }  // namespace
 
 void addControls(CLI::App& program, Context const& context) {
-  program.add_subcommand("enable", "Let provisioning run")->callback([&context] { enable(context); });
-  program.add_subcommand("disable", "Stop provisioning for now, leaving the system as it was found")
+  addVerb(program, "enable", "Let provisioning run", {"zerotouch enable"})->callback([&context] {
+    enable(context);
+  });
+  addVerb(program, "disable", "Stop it, and leave the system as it was found", {"zerotouch disable"})
       ->callback([&context] { disable(context); });
-  program.add_subcommand("cancel", "End provisioning for good: the system reloads with it disabled")
+  addVerb(program, "cancel", "End it for good: reload with it disabled", {"zerotouch cancel"})
       ->callback([&context] { cancel(context); });
 }
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
 #include <cmath>
 #include <cstdio>
 #include <ctime>
@@ -13,10 +14,8 @@ namespace ZeroTouchCommand {
 
 namespace {
 
-// As wide as people see it: UTF-8 continuation bytes take no room.
-std::size_t width(std::string const& text) {
-  return static_cast<std::size_t>(std::ranges::count_if(text, [](char c) { return (c & 0xc0) != 0x80; }));
-}
+// The first failure counts: a later one may be of another kind.
+int outputError = 0;
 
 }  // namespace
 
@@ -24,23 +23,6 @@ std::string printable(std::string text) {
   std::ranges::replace_if(
       text, [](unsigned char c) { return std::iscntrl(c) != 0; }, '?');
   return text;
-}
-
-std::string table(std::vector<std::vector<std::string>> const& rows) {
-  std::vector<std::size_t> widths;
-  for (auto const& row : rows) {
-    widths.resize(std::max(widths.size(), row.size()));
-    for (std::size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], width(row[i]));
-  }
-  std::string result;
-  for (auto const& row : rows) {
-    for (std::size_t i = 0; i < row.size(); ++i) {
-      result += printable(row[i]);
-      if (i + 1 < row.size()) result.append(widths[i] - width(row[i]) + 2, ' ');
-    }
-    result += '\n';
-  }
-  return result;
 }
 
 std::string duration(Kel::Seconds seconds) {
@@ -52,6 +34,10 @@ std::string duration(Kel::Seconds seconds) {
   if (hours == 0) return Kel::format("%d min %d s", minutes, whole % 60);
   if (hours < 24) return Kel::format("%d h %d min", hours, minutes % 60);
   return Kel::format("%d d %d h", hours / 24, hours % 24);
+}
+
+std::string preciseDuration(Kel::Seconds seconds) {
+  return seconds < 10 ? Kel::format("%.2f s", std::max(seconds, 0.0)) : duration(seconds);
 }
 
 std::string dateAndTime(Kel::Seconds since1970) {
@@ -95,8 +81,22 @@ double number(Kel::Value const& value) {
 
 bool isTrue(Kel::Value const& value) { return value == Kel::Value(true); }
 
-void print(std::string const& text) { std::fwrite(text.data(), 1, text.size(), stdout); }
+void print(std::string const& text) {
+  errno = 0;
+  bool const written = std::fwrite(text.data(), 1, text.size(), stdout) == text.size();
+  if (!written && outputError == 0) outputError = errno;
+}
 
-void printJson(Kel::Value const& value) { print(Statebase::dumpJson(value, 2) + "\n"); }
+std::string jsonText(Kel::Value const& value) { return Statebase::dumpJson(value, 2) + "\n"; }
+
+void printJson(Kel::Value const& value) { print(jsonText(value)); }
+
+void printJsonLine(Kel::Value const& value) { print(Statebase::dumpJson(value) + "\n"); }
+
+int flushOutput() {
+  bool const flushed = std::fflush(stdout) == 0;
+  if (!flushed && outputError == 0) outputError = errno;
+  return outputError;
+}
 
 }  // namespace ZeroTouchCommand

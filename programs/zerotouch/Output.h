@@ -13,11 +13,10 @@ namespace ZeroTouchCommand {
 // Control characters become "?": texts from the network must not steer a terminal.
 std::string printable(std::string text);
 
-// Columns as wide as their widest cell, two blanks apart; the last is as long as it is. Printable.
-std::string table(std::vector<std::vector<std::string>> const& rows);
-
 // "45 s", "2 min 5 s", "1 h 0 min", "3 d 4 h"; "unlimited".
 std::string duration(Kel::Seconds seconds);
+// "0.35 s" below ten seconds, then as duration() has it.
+std::string preciseDuration(Kel::Seconds seconds);
 // Local date and time.
 std::string dateAndTime(Kel::Seconds since1970);
 
@@ -36,5 +35,11 @@ bool isTrue(Kel::Value const& value);
 // To standard output.
 void print(std::string const& text);
 void printJson(Kel::Value const& value);
+// What that prints.
+std::string jsonText(Kel::Value const& value);
+// On one line, for values that follow each other.
+void printJsonLine(Kel::Value const& value);
+// Hands over what was printed so far; why that, or a print before, has failed, else 0.
+int flushOutput();
 
 }  // namespace ZeroTouchCommand

@@ -3,6 +3,7 @@
 
 #include "programs/zerotouch/Output.h"
 #include "programs/zerotouch/PortDhcp.h"
+#include "programs/zerotouch/Table.h"
 #include "programs/zerotouch/Verbs.h"
 
 namespace ZeroTouchCommand {
@@ -80,8 +81,10 @@ std::string spared(View const& view, std::string const& name, Kel::Value const& 
 struct Row {
   std::string port, device, link, oper, forwarding, registered, speed, next, lldp, keepsSpeed;
 
+  // For people: who takes part is routed, and who does not is told why; the state differs seldom.
   std::vector<std::string> cells() const {
-    return {port, device, link, oper, forwarding, registered, speed, next, lldp, keepsSpeed};
+    std::string const state = link == oper ? link : link + ", is " + oper;
+    return {port, device, state, registered, speed, next, lldp, keepsSpeed};
   }
   Kel::Value json(Kel::ValueList dhcp) const {
     return Kel::ValueMap{{"port", port},
@@ -115,7 +118,7 @@ Row row(View const& view, std::string const& name, Kel::Value const& port, bool 
 }
 
 // Adds a port's DHCP to the table, and gives it for programs.
-Kel::ValueList dhcp(View const& view, Row const& port, std::vector<std::vector<std::string>>& table) {
+Kel::ValueList dhcp(View const& view, Row const& port, Rows& table) {
   Kel::ValueList list;
   if (!contains(view.registered, port.port)) return list;
   for (auto const& one : dhcpRows(view.dhcp, port.port, port.device, port.link == "up")) {
@@ -131,10 +134,8 @@ Kel::ValueList dhcp(View const& view, Row const& port, std::vector<std::vector<s
 
 void showPorts(Context const& context) {
   View const view = fetch(context);
-  std::vector<std::vector<std::string>> rows{{"Port", "Device", "Link", "State", "Forwarding", "Registered",
-                                              "Speed", "Next", "LLDP", "Keeps speed"}};
-  std::vector<std::vector<std::string>> dhcpTable{
-      {"Port", "Family", "Client", "Report", "Boot file", "Chosen"}};
+  Rows rows{{"Port", "Device", "Link", "Takes part", "Speed", "Next", "LLDP", "Keeps speed"}};
+  Rows dhcpTable{{"Port", "Family", "Client", "Report", "Boot file", "Chosen"}};
   Kel::ValueList list;
   for (auto const* const directory : {&view.ports, &view.lags}) {
     auto const* const members = directory->as<Kel::ValueMap>();
@@ -159,9 +160,9 @@ void showPorts(Context const& context) {
 }  // namespace
 
 void addPorts(CLI::App& program, Context const& context) {
-  program.add_subcommand("ports", "Show the ports, and which of them take part")->callback([&context] {
-    showPorts(context);
-  });
+  auto* const verb = addVerb(program, "ports", "Show the ports, and which of them take part",
+                             {"zerotouch ports", "zerotouch ports --json | jq '.[].port'"});
+  verb->callback([&context] { showPorts(context); });
 }
 
 }  // namespace ZeroTouchCommand

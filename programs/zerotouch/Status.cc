@@ -8,8 +8,6 @@ namespace ZeroTouchCommand {
 
 namespace {
 
-using Rows = std::vector<std::vector<std::string>>;
-
 std::string provisioning(Kel::Value const& tree) {
   std::string const enabled = isTrue(at(tree, {"config", "enabled"})) ? "enabled" : "disabled";
   return isTrue(at(tree, {"config", "cancelled"})) ? enabled + ", cancelled" : enabled;
@@ -93,13 +91,15 @@ Rows statusRows(Kel::Value const& tree) {
 }
 
 void addStatus(CLI::App& program, Context const& context) {
-  program.add_subcommand("status", "Show where provisioning stands")->callback([&context] {
+  auto* const verb = addVerb(program, "status", "Show where provisioning stands",
+                             {"zerotouch status", "zerotouch status --json | jq -r .sm.currentState"});
+  verb->callback([&context] {
     Statebase::Client host(context.socketPath);
     Kel::Value const tree = fetchStatus(host);
     if (context.json) {
       printJson(tree);
     } else {
-      print(table(statusRows(tree)));
+      print(facts(statusRows(tree)));
     }
   });
 }

@@ -1,10 +1,8 @@
 // Where provisioning stands, for the verbs that show it.
 #pragma once
 
-#include <string>
-#include <vector>
-
 #include "platform/statebase/Client.h"
+#include "programs/zerotouch/Table.h"
 
 namespace ZeroTouchCommand {
 
@@ -12,6 +10,6 @@ namespace ZeroTouchCommand {
 Kel::Value fetchStatus(Statebase::Client& host);
 
 // Two columns: what, and how it is.
-std::vector<std::vector<std::string>> statusRows(Kel::Value const& tree);
+Rows statusRows(Kel::Value const& tree);
 
 }  // namespace ZeroTouchCommand

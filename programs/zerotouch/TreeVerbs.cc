@@ -3,6 +3,7 @@
 
 #include "platform/statebase/Json.h"
 #include "programs/zerotouch/Output.h"
+#include "programs/zerotouch/Table.h"
 #include "programs/zerotouch/Verbs.h"
 
 namespace ZeroTouchCommand {
@@ -39,7 +40,7 @@ void list(Context const& context, std::string const& path) {
     printJson(entries);
     return;
   }
-  std::vector<std::vector<std::string>> rows{{"Name", "Kind", "Type", "Unit", "Meaning"}};
+  Rows rows{{"Name", "Kind", "Type", "Unit", "Meaning"}};
   auto const* items = entries.as<Kel::ValueList>();
   for (Kel::Value const& entry : items != nullptr ? *items : Kel::ValueList()) {
     std::vector<std::string> row;
@@ -57,15 +58,20 @@ void list(Context const& context, std::string const& path) {
 void addTreeVerbs(CLI::App& program, Context const& context) {
   auto const path = std::make_shared<std::string>();
   auto const value = std::make_shared<std::string>();
-  auto const add = [&](char const* name, char const* help) {
-    CLI::App* const verb = program.add_subcommand(name, help);
-    verb->add_option("path", *path, "As in /zerotouch/config/enabled")->required();
+  auto const add = [&](char const* name, char const* does, std::vector<std::string> const& examples) {
+    CLI::App* const verb = addVerb(program, name, does, examples);
+    verb->add_option("path", *path, "As in /zerotouch/config/enabled")->required()->type_name("");
     return verb;
   };
-  add("get", "Show a part of the state tree")->callback([&context, path] { get(context, *path); });
-  add("list", "Show what lies below a path")->callback([&context, path] { list(context, *path); });
-  CLI::App* const setter = add("set", "Write a part of the state tree");
-  setter->add_option("value", *value, "JSON, or a string")->required();
+  add("get", "Show a part of the state tree",
+      {"zerotouch get /zerotouch/config", "zerotouch get /zerotouch/sm/currentState"})
+      ->callback([&context, path] { get(context, *path); });
+  add("list", "Show what lies below a path", {"zerotouch list /", "zerotouch list /zerotouch/sm"})
+      ->callback([&context, path] { list(context, *path); });
+  CLI::App* const setter = add("set", "Write a part of the state tree",
+                               {"zerotouch set /zerotouch/config/maxRunTime 3600",
+                                "zerotouch set /zerotouch/config/maxRunTime unlimited"});
+  setter->add_option("value", *value, "JSON, or a string")->required()->type_name("");
   setter->callback([&context, path, value] { set(context, *path, *value); });
 }
 

@@ -16,6 +16,18 @@ class Refused : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+// Words that make no sense at all.
+class WrongUsage : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// The host that was followed has closed the connection.
+class HostGone : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
 // What every verb has.
 struct Context {
   std::string socketPath = "/run/zerotouch/statebase.sock";
@@ -24,12 +36,27 @@ struct Context {
   Kel::Value call(std::string const& method, Kel::ValueMap params) const {
     return Statebase::Client(socketPath).call(method, std::move(params));
   }
+  // Calls `loop`, in which a host that was reached may go away.
+  template <typename Loop>
+  void whileHostRuns(Loop const& loop) const {
+    try {
+      loop();
+    } catch (Statebase::ConnectionError const&) {
+      throw HostGone("the host has gone away: " + socketPath);
+    }
+  }
 };
+
+// `examples`: lines for the end of its help, without the indentation.
+CLI::App* addVerb(CLI::App& program, std::string const& name, std::string const& does,
+                  std::vector<std::string> const& examples);
 
 void addStatus(CLI::App& program, Context const& context);
 void addWatch(CLI::App& program, Context const& context);
 void addPorts(CLI::App& program, Context const& context);
 void addEvents(CLI::App& program, Context const& context);
+void addExplain(CLI::App& program, Context const& context);
+void addReport(CLI::App& program, Context const& context);
 // enable, disable, cancel
 void addControls(CLI::App& program, Context const& context);
 // get, set, list

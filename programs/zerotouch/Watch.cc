@@ -1,12 +1,12 @@
 // watch: the status, live. On a terminal it is drawn anew in place; elsewhere each change of state is a line.
-#include <sys/ioctl.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cstdio>
+#include <memory>
 
+#include "platform/model/agent.h"
+#include "programs/zerotouch/Nearest.h"
 #include "programs/zerotouch/Output.h"
 #include "programs/zerotouch/Status.h"
+#include "programs/zerotouch/Terminal.h"
 #include "programs/zerotouch/Verbs.h"
 
 namespace ZeroTouchCommand {
@@ -14,12 +14,6 @@ namespace ZeroTouchCommand {
 namespace {
 
 constexpr Kel::Seconds refresh = 0.5;
-
-std::size_t terminalWidth() {
-  winsize size{};
-  bool const known = ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
-  return known ? size.ws_col : 80;
-}
 
 // "[#####.....]  50 %" while a download of a known size runs, else empty.
 std::string progressBar(Kel::Value const& machine, std::size_t width) {
@@ -47,8 +41,8 @@ std::string cut(std::string const& lines, std::size_t width) {
 class Screen {
  public:
   void draw(Kel::Value const& tree) {
-    std::size_t const width = terminalWidth();
-    std::string const text = table(statusRows(tree)) + progressBar(at(tree, {"sm"}), width);
+    std::size_t const width = outputColumns();
+    std::string const text = facts(statusRows(tree)) + progressBar(at(tree, {"sm"}), width);
     if (lines_ > 0) print("\x1b[" + std::to_string(lines_) + "A");
     print(cut(text, width) + "\x1b[J");
     lines_ = std::ranges::count(text, '\n');
@@ -65,7 +59,7 @@ class Lines {
     if (state == last_) return;
     last_ = state;
     if (json) {
-      printJson(tree);
+      printJsonLine(tree);
     } else {
       print(dateAndTime(number(at(tree, {"time"}))) + "  " + printable(state) + "\n");
     }
@@ -75,28 +69,42 @@ class Lines {
   std::string last_;
 };
 
+// Those that there are, and the mistake when it is none of them.
+void checkState(std::string const& name) {
+  ZeroTouch::ProvisioningState state{};
+  if (name.empty() || Kel::Codec<ZeroTouch::ProvisioningState>::fromText(name, state).empty()) return;
+  std::vector<std::string> names;
+  for (unsigned bit = 1; bit <= static_cast<unsigned>(ZeroTouch::ProvisioningState::stateShutdown); bit *= 2)
+    names.push_back(stringValue(static_cast<ZeroTouch::ProvisioningState>(bit)));
+  throw WrongUsage("--until: there is no state '" + name + "'" + didYouMean(name, names));
+}
+
 void watch(Context const& context, std::string const& until) {
+  checkState(until);
   Statebase::Client host(context.socketPath);
   host.call("watch", {{"path", "/zerotouch/sm/currentState"}});
-  bool const terminal = isatty(STDOUT_FILENO) == 1 && !context.json;
+  bool const terminal = onTerminal() && !context.json;
   Screen screen;
   Lines lines;
-  while (true) {
-    Kel::Value const tree = fetchStatus(host);
-    terminal ? screen.draw(tree) : lines.draw(tree, context.json);
-    // Somebody who stopped reading has seen enough.
-    if (std::fflush(stdout) != 0) return;
-    if (memberText(at(tree, {"sm"}), "currentState") == until) return;
-    host.readNotification(refresh);
-  }
+  context.whileHostRuns([&] {
+    while (true) {
+      Kel::Value const tree = fetchStatus(host);
+      terminal ? screen.draw(tree) : lines.draw(tree, context.json);
+      // Somebody who stopped reading has seen enough.
+      if (flushOutput() != 0) return;
+      if (memberText(at(tree, {"sm"}), "currentState") == until) return;
+      host.readNotification(refresh);
+    }
+  });
 }
 
 }  // namespace
 
 void addWatch(CLI::App& program, Context const& context) {
-  auto* const verb = program.add_subcommand("watch", "Show where provisioning stands, live");
+  auto* const verb = addVerb(program, "watch", "Show where provisioning stands, live",
+                             {"zerotouch watch", "zerotouch watch --until stateShutdown"});
   auto const until = std::make_shared<std::string>();
-  verb->add_option("--until", *until, "End when this state is reached, as in stateShutdown");
+  verb->add_option("--until", *until, "End when this state is reached")->type_name("STATE");
   verb->callback([&context, until] { watch(context, *until); });
 }
 

@@ -1,51 +1,50 @@
 // The command line of provisioning: shows and steers what the host does, over the state tree's socket.
-#include <cerrno>
-#include <csignal>
-#include <cstdio>
-#include <cstring>
+#include <fcntl.h>
+#include <unistd.h>
 
-#include "platform/statebase/Json.h"
-#include "programs/zerotouch/Output.h"
-#include "programs/zerotouch/Verbs.h"
+#include <algorithm>
+#include <csignal>
+#include <string_view>
+
+#include "programs/zerotouch/Failure.h"
+
+namespace ZeroTouchCommand {
+
+CLI::App* addVerb(CLI::App& program, std::string const& name, std::string const& does,
+                  std::vector<std::string> const& examples) {
+  CLI::App* const verb = program.add_subcommand(name, does);
+  std::string text = "Examples:\n";
+  for (auto const& example : examples) text += "  " + example + "\n";
+  verb->group("Verbs");
+  verb->footer(text + "\nTakes --json and --socket too.");
+  return verb;
+}
+
+}  // namespace ZeroTouchCommand
 
 namespace {
 
 using namespace ZeroTouchCommand;
 
-enum ExitCode { ok = 0, failed = 1, wrongUsage = 2, notRunning = 3 };
+constexpr char const* more =
+    "Exit codes: 0, 1 for what is refused or fails, 2 for wrong usage, 3 when no\n"
+    "host answers.\n"
+    "\n"
+    "Examples:\n"
+    "  zerotouch status\n"
+    "  zerotouch events --follow\n"
+    "  zerotouch explain ZTP_RETRY\n"
+    "  zerotouch VERB --help";
 
-ExitCode fail(Context const& context, ExitCode code, std::string const& message, Kel::Value const& error) {
-  std::string const text =
-      context.json ? Statebase::dumpJson(Kel::ValueMap{{"error", error}}) : "zerotouch: " + message;
-  std::fprintf(stderr, "%s\n", text.c_str());
-  return code;
-}
-
-ExitCode fail(Context const& context, ExitCode code, std::string const& message) {
-  return fail(context, code, message, Kel::ValueMap{{"message", message}});
-}
-
-// Whoever reads our output may stop reading it: no reason for a message.
-ExitCode finish(Context const& context) {
-  bool const written = std::fflush(stdout) == 0 && std::ferror(stdout) == 0;
-  if (written || errno == EPIPE) return ok;
-  return fail(context, failed, std::string("standard output: ") + std::strerror(errno));
-}
-
-int usage(CLI::App const& program, CLI::ParseError const& error) {
-  return program.exit(error) == 0 ? ok : wrongUsage;
-}
-
-}  // namespace
-
-int main(int argc, char** argv) {
-  std::signal(SIGPIPE, SIG_IGN);
-  Context context;
-  CLI::App program("Shows and steers zero-touch provisioning.");
+void addEverything(CLI::App& program, Context& context) {
   program.name("zerotouch");
+  program.get_formatter()->column_width(26);
+  program.get_formatter()->label("SUBCOMMAND", "VERB");
+  program.footer(more);
+  program.set_version_flag("--version", "zerotouch " ZEROTOUCH_VERSION, "Print the version and exit");
   program.add_option("--socket", context.socketPath, "The host's socket")
-      ->envname("STATEBASESOCKNAME")
-      ->capture_default_str();
+      ->type_name("PATH")
+      ->envname("STATEBASESOCKNAME");
   program.add_flag("--json", context.json, "Output for programs");
   program.require_subcommand(1);
   program.fallthrough();
@@ -53,23 +52,34 @@ int main(int argc, char** argv) {
   addWatch(program, context);
   addPorts(program, context);
   addEvents(program, context);
+  addExplain(program, context);
+  addReport(program, context);
   addControls(program, context);
   addTreeVerbs(program, context);
+}
+
+// Else the socket would become standard output, and the host be sent what is meant for people.
+void openStandardStreams() {
+  for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream) {
+    if (fcntl(stream, F_GETFD) < 0)
+      open("/dev/null", stream == STDIN_FILENO ? O_WRONLY | O_CLOEXEC : O_RDONLY | O_CLOEXEC);
+  }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  openStandardStreams();
+  std::signal(SIGPIPE, SIG_IGN);
+  Context context;
+  // Known before the words are parsed: they may be wrong.
+  context.json = std::any_of(argv, argv + argc, [](std::string_view word) { return word == "--json"; });
+  CLI::App program("Shows and steers zero-touch provisioning.");
+  addEverything(program, context);
   try {
     program.parse(argc, argv);
-    return finish(context);
-  } catch (CLI::RequiredError const& error) {
-    auto const extras = program.remaining();
-    if (extras.empty()) return usage(program, error);
-    return fail(context, wrongUsage,
-                "there is no verb '" + extras.front() + "'; zerotouch --help lists them");
-  } catch (CLI::ParseError const& error) {
-    return usage(program, error);
-  } catch (Statebase::ConnectionError const& error) {
-    return fail(context, notRunning, std::string("cannot reach the host: ") + error.what());
-  } catch (Statebase::CallError const& error) {
-    return fail(context, failed, error.what(), error.error());
-  } catch (Refused const& refused) {
-    return fail(context, failed, refused.what());
+    return finishOutput(context);
+  } catch (...) {
+    return reportFailure(program, context);
   }
 }

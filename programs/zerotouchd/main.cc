@@ -21,6 +21,7 @@
 #include "programs/zerotouchd/LinuxPlatform.h"
 #include "programs/zerotouchd/Mounts.h"
 #include "programs/zerotouchd/ProvisioningSwitch.h"
+#include "programs/zerotouchd/history/Recorder.h"
 
 namespace {
 
@@ -62,9 +63,11 @@ int run(Options const& options) {
 
   ZeroTouch::MountedEntities entities;
   EventRing events;
+  Recorder history(entities);
   Statebase::Tree tree;
   mount(tree, entities, options.openTree);
   tree.mount("/log/events", events.entity(), Statebase::Access::readOnly);
+  tree.mount("/log/history", history.entity(), Statebase::Access::readOnly);
   applyConfig(config, *entities.config);
   auto const applyInitialValues = [&] {
     if (!options.initialValues.empty()) Statebase::applyInitialValues(tree, options.initialValues);
@@ -100,12 +103,14 @@ int run(Options const& options) {
   AgentLibrary const library(config.library);
   Kel::Ptr<ZeroTouch::AgentCreatorModel> agent = entities.createAgent(library.factory());
   tree.mount("/zerotouch/sm", agent->ztSm(), Statebase::Access::readOnly);
+  history.machineIs(agent->ztSm());
   sd_notify(0, "READY=1");
   say("ready on " + config.socketPath);
   int const code = loop.run();
   // The agent goes first: its clients are to end before the ports are put back under them.
   server.reset();
   tree.unmount("/zerotouch/sm");
+  history.machineIs(nullptr);
   agent = nullptr;
   return code;
 }

@@ -119,6 +119,7 @@ TEST_F(CommandLine, PortsTellWhetherTheyTakePartAndWhyNot) {
   machine->intfLldpPoolIs(ports->intfStatus(first));
   record->intfPamSmIs("1/1", Kel::makePtr<Wire::Pam>(first))->heardTimeIs(Kel::now());
   machine->intfNoSpeedChangePoolIs(add("1/2", Model::bridged, false));
+  ports->intfStatus(Wire::IntfId("1/2"))->linkStatusIs(Interface::LinkStatus::up);
   add("1/3", Model::routed, false);
   configs->intfConfigIs(first)->linkModeLocalIs(Interface::EthLinkMode::linkModeAutoneg);
   configs->intfConfigIs(first)->advertisedModesLocalIs({.mode25G = true});
@@ -134,10 +135,10 @@ TEST_F(CommandLine, PortsTellWhetherTheyTakePartAndWhyNot) {
   machine->choosenIntfIs(record);
   time.advance(12);
   EXPECT_EQ(run("ports"),
-            "Port  Device  Link  State  Forwarding  Registered   Speed     Next  LLDP      Keeps speed\n"
-            "1/1   et1/1   up    up     routed      yes          auto 25g  40g   12 s ago  hears LLDP\n"
-            "1/2   et1/2   down  down   bridged     no, bridged  -         -     never     inactive\n"
-            "1/3   et1/3   down  down   routed      yes          -         -     never     -\n"
+            "Port  Device  Link         Takes part   Speed     Next  LLDP      Keeps speed\n"
+            "1/1   et1/1   up           yes          auto 25g  40g   12 s ago  hears LLDP\n"
+            "1/2   et1/2   up, is down  no, bridged  -         -     never     inactive\n"
+            "1/3   et1/3   down         yes          -         -     never     -\n"
             "\n"
             "Port  Family            Client          Report  Boot file    Chosen\n"
             "1/1   DHCPv4            releases        FAIL    -            no, nobody answered\n"
@@ -153,9 +154,8 @@ TEST_F(CommandLine, EventsAreShownTheOldestFirst) {
   events->eventIs(9, {Kel::now(), "ZTP_INIT", 6, "Started", "Why", "What"});
   events->eventIs(10, {Kel::now() + 1, "ZTP_BAD_NAME", 4, "Name '\033[2J\n'", "", ""});
   EXPECT_EQ(run("events"),
-            "Time                 Event         Severity       Message\n"
-            "2023-11-14 22:13:20  ZTP_INIT      informational  Started\n"
-            "2023-11-14 22:13:21  ZTP_BAD_NAME  warning        Name '?[2J?'\n"
+            "2023-11-14 22:13:20  info     ZTP_INIT: Started\n"
+            "2023-11-14 22:13:21  warning  ZTP_BAD_NAME: Name '?[2J?'\n"
             "exit 0");
 }
 
@@ -208,11 +208,28 @@ TEST_F(CommandLine, ValuesAndExitCodes) {
        "\nexit 1"},
       {"set /zerotouch/sm/retryCount 1", "zerotouch: /zerotouch/sm/retryCount: it is read-only\nexit 1"},
       {"--socket " + (directory / "none") + " status",
-       "zerotouch: cannot reach the host: " + (directory / "none") + ": No such file or directory\nexit 3"},
-      {"get", "path is required\nRun with --help for more information.\nexit 2"},
-      {"", "A subcommand is required\nRun with --help for more information.\nexit 2"},
+       "zerotouch: no host is running: there is no " + (directory / "none") + "\nexit 3"},
+      {"get", "zerotouch: get: path is required; zerotouch get --help\nexit 2"},
+      {"get /zerotouch/conf/enabled",
+       "zerotouch: /zerotouch/conf/enabled: nothing is at /zerotouch/conf (did you mean "
+       "/zerotouch/config?)\nexit 1"},
+      {"", "zerotouch: say what to do; zerotouch --help lists the verbs\nexit 2"},
+      {"staus",
+       "zerotouch: there is no verb 'staus' (did you mean status?); zerotouch --help lists them\nexit 2"},
+      {"status --jsn", "zerotouch: there is no option '--jsn' of status (did you mean --json?)\nexit 2"},
+      {"status --jsn --json",
+       R"json({"error":{"message":"there is no option '--jsn' of status (did you mean --json?)"}})json"
+       "\nexit 2"},
+      {"status now", "zerotouch: status takes no 'now'\nexit 2"},
+      {"watch --until shutdown",
+       "zerotouch: --until: there is no state 'shutdown' (did you mean stateShutdown?)\nexit 2"},
+      {"explain ztp_retyr",
+       "zerotouch: there is no event 'ztp_retyr' (did you mean ZTP_RETRY?); zerotouch explain lists "
+       "them\nexit "
+       "2"},
       {"list / >/dev/full", "zerotouch: standard output: No space left on device\nexit 1"},
       {"list / >&" + std::to_string(closedPipe[1]), "exit 0"},
+      {"list / >&-", "zerotouch: standard output: Bad file descriptor\nexit 1"},
   };
   for (auto const& c : cases) EXPECT_EQ(run(c.arguments), c.output) << c.arguments;
   close(closedPipe[1]);

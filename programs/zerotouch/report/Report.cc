@@ -1,0 +1,107 @@
+// report: one web page that tells a run, to send to somebody.
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+
+#include "programs/zerotouch/Output.h"
+#include "programs/zerotouch/Severity.h"
+#include "programs/zerotouch/Status.h"
+#include "programs/zerotouch/Terminal.h"
+#include "programs/zerotouch/Verbs.h"
+#include "programs/zerotouch/report/Details.h"
+#include "programs/zerotouch/report/Html.h"
+#include "programs/zerotouch/report/Timeline.h"
+
+namespace ZeroTouchCommand {
+
+namespace {
+
+struct Verdict {
+  std::string tone, words;
+};
+
+// Only the installation, or the script, leads to the shutdown by itself.
+Verdict verdict(Run const& run) {
+  std::size_t const count = run.states.size();
+  std::string const state = count > 0 ? run.states.back().name : "stateInit";
+  if (state == "stateInit") return {"calm", "Provisioning does not run"};
+  if (state != "stateShutdown") return {"work", "Provisioning runs"};
+  std::string const why = ": " + run.states.back().reason;
+  if (isTrue(at(run.status, {"config", "cancelled"})))
+    return {"calm", "The switch was not provisioned" + why};
+  bool const finished = count > 1 && run.states[count - 2].name == "stateCopyConfigOrExecScript";
+  return finished ? Verdict{"done", "The switch is provisioned" + why}
+                  : Verdict{"bad", "The switch was not provisioned" + why};
+}
+
+std::string counted(std::size_t count, char const* one, char const* many) {
+  return std::to_string(count) + " " + (count == 1 ? one : many);
+}
+
+std::string summary(Run const& run) {
+  auto const [tone, words] = verdict(run);
+  std::string facts;
+  for (auto const& row : statusRows(run.status)) {
+    std::string const label = row[0].substr(0, row[0].find(':'));
+    facts += "<div><dt>" + Html::escaped(label) + "</dt><dd>" + Html::escaped(row[1]) + "</dd></div>\n";
+  }
+  auto const warnings = static_cast<std::size_t>(
+      std::ranges::count_if(run.events, [](auto const& event) { return event.severity <= severityWarning; }));
+  std::string const line =
+      duration(run.now - run.start) + " since its start, " +
+      counted(static_cast<std::size_t>(number(at(run.status, {"sm", "retryCount"}))), "retry", "retries") +
+      ", " + counted(warnings, "warning", "warnings");
+  return "<div class=\"verdict " + tone + "\"><strong>" + Html::escaped(words) +
+         "</strong><span class=\"muted\">" + Html::escaped(line) + "</span></div>\n" +
+         Html::section("now", "How it stands", "<dl>\n" + facts + "</dl>\n");
+}
+
+std::string header(Run const& run) {
+  std::string about;
+  auto const add = [&about](char const* what, std::string const& value) {
+    if (!value.empty()) about += std::string(what) + value + " \xc2\xb7 ";
+  };
+  add("", run.model);
+  add("serial number ", run.serial);
+  add("", run.systemMac);
+  return "<header><h1>Provisioning report</h1>\n<p class=\"muted\">" +
+         Html::escaped(about + "as of " + dateAndTime(run.now)) + "</p></header>\n";
+}
+
+std::string pageOf(Run const& run) {
+  return Html::page("Provisioning report, " + dateAndTime(run.now),
+                    "<main>\n" + header(run) + summary(run) +
+                        Html::section("timeline", "Timeline", timeline(run)) + details(run) + "</main>\n");
+}
+
+void writeFile(std::string const& path, std::string const& content) {
+  std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "we"), std::fclose);
+  bool const written = file && std::fwrite(content.data(), 1, content.size(), file.get()) == content.size() &&
+                       std::fflush(file.get()) == 0;
+  if (!written) throw Refused(path + ": " + std::strerror(errno));
+}
+
+void report(Context const& context, std::string const& path) {
+  if (path.empty() && !context.json && onTerminal()) {
+    throw WrongUsage("the report is a web page: give it a file with --output FILE");
+  }
+  Statebase::Client host(context.socketPath);
+  Kel::Value const fetched = fetchRun(host);
+  std::string const content = context.json ? jsonText(fetched) : pageOf(runOf(fetched));
+  path.empty() ? print(content) : writeFile(path, content);
+}
+
+}  // namespace
+
+void addReport(CLI::App& program, Context const& context) {
+  auto* const verb =
+      addVerb(program, "report", "Write a web page about the run",
+              {"zerotouch report --output run.html", "zerotouch report --json | jq '.states[].reason'"});
+  auto const path = std::make_shared<std::string>();
+  verb->add_option("-o,--output", *path, "The file to write, else standard output")->type_name("FILE");
+  verb->callback([&context, path] { report(context, *path); });
+}
+
+}  // namespace ZeroTouchCommand

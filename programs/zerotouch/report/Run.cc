@@ -1,0 +1,108 @@
+#include "programs/zerotouch/report/Run.h"
+
+#include <algorithm>
+
+#include "programs/zerotouch/Output.h"
+#include "programs/zerotouch/Status.h"
+
+namespace ZeroTouchCommand {
+
+namespace {
+
+using Kel::Value;
+
+// The values of a collection that is kept by number, in that order.
+Value values(Value const& collection) {
+  Kel::ValueList list;
+  if (auto const* const members = collection.as<Kel::ValueMap>()) {
+    for (auto const& [number, value] : *members) list.push_back(value);
+  }
+  return list;
+}
+
+template <typename T, typename Read>
+std::vector<T> each(Value const& fetched, char const* name, Read read) {
+  std::vector<T> result;
+  if (auto const* const list = at(fetched, {name}).as<Kel::ValueList>()) {
+    for (Value const& entry : *list) result.push_back(read(entry));
+  }
+  return result;
+}
+
+Kel::Seconds time(Value const& entry, char const* name = "time") { return number(at(entry, {name})); }
+
+bool isOver(Run const& run) {
+  if (run.states.empty()) return false;
+  return run.states.back().name == "stateInit" || isTrue(at(run.status, {"sm", "reloadRequested"}));
+}
+
+// What the picture is to show: not the hours before the run, nor those after it.
+void setBounds(Run& run) {
+  run.start = run.states.empty() ? run.now : run.states.front().time;
+  auto const first = std::ranges::find_if(run.states, [](auto const& s) { return s.name != "stateInit"; });
+  if (first != run.states.end()) run.start = first->time;
+  run.end = run.now;
+  if (!isOver(run) || first == run.states.end()) return;
+  Kel::Seconds const last = std::max(run.states.back().time, run.start);
+  run.end = std::min(run.now, last + std::max(1.0, (last - run.start) / 20));
+}
+
+}  // namespace
+
+Value fetchRun(Statebase::Client& host) {
+  auto const get = [&host](char const* path) { return host.call("get", {{"path", path}}); };
+  Value const history = get("/log/history");
+  Value const inventory = get("/entityMib/status");
+  auto const member = [&](char const* name) { return values(at(history, {name})); };
+  auto const root = [&](char const* name) { return memberText(at(inventory, {"root"}), name); };
+  return Kel::ValueMap{
+      {"time", host.call("time", {})},
+      {"status", fetchStatus(host)},
+      {"inventory", Kel::ValueMap{{"modelName", root("modelName")},
+                                  {"serialNum", root("serialNum")},
+                                  {"systemMacAddr", memberText(inventory, "systemMacAddr")}}},
+      {"states", member("state")},
+      {"timers", member("timer")},
+      {"ports", member("port")},
+      {"changes", member("change")},
+      {"events", values(get("/log/events/event"))}};
+}
+
+Run runOf(Value const& fetched) {
+  Run run;
+  run.now = time(fetched);
+  run.status = at(fetched, {"status"});
+  Value const& inventory = at(fetched, {"inventory"});
+  run.model = memberText(inventory, "modelName");
+  run.serial = memberText(inventory, "serialNum");
+  run.systemMac = memberText(inventory, "systemMacAddr");
+  run.states = each<Run::State>(fetched, "states", [&](Value const& s) {
+    return Run::State{time(s), run.now, memberText(s, "state"), memberText(s, "reason")};
+  });
+  for (std::size_t i = 1; i < run.states.size(); ++i) run.states[i - 1].end = run.states[i].time;
+  run.timers = each<Run::Timer>(fetched, "timers", [&](Value const& t) {
+    Kel::Seconds const ended = time(t, "ended");
+    return Run::Timer{memberText(t, "name"),       time(t, "started"), time(t, "timeout"),
+                      ended > 0 ? ended : run.now, ended <= 0,         isTrue(at(t, {"ranOut"}))};
+  });
+  run.ports = each<Run::PortReport>(fetched, "ports", [](Value const& p) {
+    return Run::PortReport{time(p), memberText(p, "port"), memberText(p, "source"), memberText(p, "report"),
+                           memberText(p, "detail")};
+  });
+  run.changes = each<Run::Change>(fetched, "changes", [](Value const& c) {
+    return Run::Change{time(c), memberText(c, "what"), memberText(c, "where"), memberText(c, "value"),
+                       isTrue(at(c, {"undone"}))};
+  });
+  run.events = each<Run::Event>(fetched, "events", [](Value const& e) {
+    return Run::Event{time(e), static_cast<std::uint64_t>(number(at(e, {"severity"}))), memberText(e, "name"),
+                      memberText(e, "message")};
+  });
+  setBounds(run);
+  return run;
+}
+
+bool isApplied(Run::Change const& change) {
+  return !change.what.starts_with("provisioning ") && change.what != "reload";
+}
+
+}  // namespace ZeroTouchCommand

@@ -1,0 +1,225 @@
+#include "programs/zerotouch/report/Timeline.h"
+
+#include <map>
+#include <optional>
+
+#include "programs/zerotouch/Output.h"
+#include "programs/zerotouch/Severity.h"
+#include "programs/zerotouch/report/Html.h"
+#include "programs/zerotouch/report/Scale.h"
+
+namespace ZeroTouchCommand {
+
+namespace {
+
+constexpr double top = 30;
+constexpr double rowHeight = 30;
+constexpr double barHeight = 13;
+constexpr double leastBar = 3;
+constexpr double eventsHeight = 48;
+constexpr std::size_t mostPorts = 6;
+
+constexpr char const* stateOrder[] = {"stateInit",
+                                      "stateSetupInterfaces",
+                                      "stateDhcpQuery",
+                                      "stateStatelessDhcpQuery",
+                                      "stateSetupSystemIdentity",
+                                      "stateFetchConfig",
+                                      "stateRetryFetchConfig",
+                                      "stateCopyConfigOrExecScript",
+                                      "stateRetry",
+                                      "stateShutdown"};
+
+std::string number(double value) { return Kel::format("%.1f", value); }
+
+std::string title(std::string const& text) { return "<title>" + Html::escaped(text) + "</title>"; }
+
+class Picture {
+ public:
+  explicit Picture(Run const& run) : run_(run), scale_(run) {}
+
+  std::string draw() {
+    for (char const* const state : stateOrder) drawState(state);
+    drawApplied();
+    drawPorts();
+    drawEvents();
+    double const bottom = y_ + 10;
+    return "<svg class=\"chart\" viewBox=\"0 0 1100 " + number(bottom + 4) +
+           "\" role=\"img\" aria-labelledby=\"chart-title chart-about\">\n<title id=\"chart-title\">Timeline "
+           "of the "
+           "run</title>\n<desc id=\"chart-about\">States, timers, applied settings, ports and events over " +
+           Html::escaped(duration(run_.end - run_.start)) + ". The tables below hold the same.</desc>\n" +
+           background(bottom) + marks_ + "</svg>\n";
+  }
+
+ private:
+  std::string background(double bottom) const {
+    std::string result;
+    for (auto const& tick : scale_.ticks()) {
+      result += Kel::format("<line class=\"grid\" x1=\"%.1f\" x2=\"%.1f\" y1=\"%.1f\" y2=\"%.1f\"/>", tick.x,
+                            tick.x, top - 8, bottom) +
+                Kel::format("<text class=\"soft\" x=\"%.1f\" y=\"14\" text-anchor=\"middle\">%s</text>\n",
+                            tick.x, tick.label);
+    }
+    return result + attempts(bottom);
+  }
+
+  // Where an attempt after the first begins, with its number where there is room.
+  std::string attempts(double bottom) const {
+    std::string result;
+    unsigned attempt = 1;
+    double lastLabel = 0;
+    for (auto const& state : run_.states) {
+      if (state.name != "stateRetry" || state.end >= run_.end) continue;
+      ++attempt;
+      if (!scale_.shows(state.end, state.end)) continue;
+      double const x = scale_.x(state.end);
+      std::string const name = "attempt " + std::to_string(attempt);
+      result += Kel::format("<line class=\"attempt\" x1=\"%.1f\" x2=\"%.1f\" y1=\"%.1f\" y2=\"%.1f\">", x, x,
+                            top - 8, bottom) +
+                title(name) + "</line>\n";
+      if (x - lastLabel < 66) continue;
+      lastLabel = x;
+      result +=
+          Kel::format("<text class=\"soft\" x=\"%.1f\" y=\"%.1f\">%s</text>\n", x + 4, bottom - 3, name);
+    }
+    return result;
+  }
+
+  // A line of the picture with its name; `y_` is its top.
+  void row(std::string const& label, std::string const& content, double height = rowHeight) {
+    marks_ += Kel::format("<text class=\"label\" x=\"0\" y=\"%.1f\">", y_ + barHeight - 2.5) +
+              Html::escaped(label) + "</text>\n" + content +
+              Kel::format("<line class=\"grid\" x1=\"0\" x2=\"1100\" y1=\"%.1f\" y2=\"%.1f\"/>\n",
+                          y_ + height - 6, y_ + height - 6);
+    y_ += height;
+  }
+
+  std::string bar(char const* tone, Kel::Seconds from, Kel::Seconds to, double below, double height,
+                  std::string const& about) const {
+    if (!scale_.shows(from, to)) return "";
+    double const x = scale_.x(from);
+    double const width = std::max(scale_.x(to) - x, leastBar);
+    return Kel::format("<rect class=\"%s\" x=\"%.1f\" y=\"%.1f\" width=\"%.1f\" height=\"%.1f\" rx=\"1.5\">",
+                       tone, x, y_ + below, width, height) +
+           title(about) + "</rect>\n";
+  }
+
+  // The timers of a state stand below it: it guards nothing else.
+  void drawState(std::string const& name) {
+    std::string bars;
+    for (auto const& state : run_.states) {
+      if (state.name != name) continue;
+      std::string const about = name + ", " + preciseDuration(state.end - state.time);
+      bars += bar(toneOf(name).c_str(), state.time, state.end, 0, barHeight, about + ": " + state.reason);
+      for (auto const& timer : run_.timers) {
+        if (timer.started < state.time || timer.started >= state.end) continue;
+        bars += bar(timer.ranOut ? "wait" : "stopped", timer.started, timer.ended, barHeight + 2.5, 4,
+                    timer.name + " of " + preciseDuration(timer.timeout) +
+                        (timer.runs     ? ", runs"
+                         : timer.ranOut ? ", ran out"
+                                        : ", was stopped"));
+      }
+    }
+    if (!bars.empty()) row(name, bars);
+  }
+
+  // From the first thing that is applied until the last one is undone.
+  void drawApplied() {
+    std::string bars;
+    int applied = 0;
+    Kel::Seconds since = 0;
+    for (auto const& change : run_.changes) {
+      if (!isApplied(change)) continue;
+      if (applied == 0) since = change.time;
+      applied = std::max(0, applied + (change.undone ? -1 : 1));
+      if (applied == 0) bars += bar("held", since, change.time, 0, barHeight, "applied, then undone");
+    }
+    if (applied > 0) bars += bar("held", since, run_.end, 0, barHeight, "applied");
+    if (!bars.empty()) row("applied to the system", bars);
+  }
+
+  // Those that DHCP has told most of; the tables hold them all.
+  void drawPorts() {
+    std::map<std::string, std::size_t> reports;
+    for (auto const& report : run_.ports) reports[report.port] += report.source == "link" ? 1 : 1000;
+    std::vector<std::pair<std::size_t, std::string>> ports;
+    for (auto const& [port, count] : reports) ports.emplace_back(count, port);
+    std::ranges::stable_sort(ports, std::greater(), &decltype(ports)::value_type::first);
+    if (ports.size() > mostPorts) ports.resize(mostPorts);
+    std::ranges::sort(ports, {}, &decltype(ports)::value_type::second);
+    for (auto const& [count, port] : ports) drawPort(port);
+  }
+
+  void drawPort(std::string const& port) {
+    std::string bars;
+    std::string answers;
+    std::optional<Kel::Seconds> up;
+    for (auto const& report : run_.ports) {
+      if (report.port != port) continue;
+      if (report.source == "link") {
+        if (up && report.report != "up") bars += bar("done", *up, report.time, 3, barHeight - 6, "link up");
+        up = report.report == "up" ? std::optional(up.value_or(report.time)) : std::nullopt;
+      } else if (report.report != "gone") {
+        answers += answer(report);
+      }
+    }
+    if (up) bars += bar("done", *up, run_.end, 3, barHeight - 6, "link up");
+    row(port, bars + answers);
+  }
+
+  std::string answer(Run::PortReport const& report) const {
+    if (!scale_.shows(report.time, report.time)) return "";
+    bool const failed = report.report == "FAIL" || report.report == "TIMEOUT";
+    std::string const shape = failed ? "<circle class=\"hollow\"" : "<circle class=\"marker work\"";
+    return shape +
+           Kel::format(" cx=\"%.1f\" cy=\"%.1f\" r=\"5\">", scale_.x(report.time), y_ + barHeight / 2) +
+           title(report.source + " " + report.report + (report.detail.empty() ? "" : ": " + report.detail)) +
+           "</circle>\n";
+  }
+
+  // Those that happened at almost the same time stand in steps.
+  void drawEvents() {
+    std::string marks;
+    double lastX = -100;
+    double step = 0;
+    for (auto const& event : run_.events) {
+      // The first event is raised just before the run leaves its first state.
+      if (!scale_.shows(event.time, event.time + 1)) continue;
+      double const x = scale_.x(event.time);
+      step = x - lastX < 9 ? (step + 1) : 0;
+      if (step > 3) step = 0;
+      lastX = x;
+      double const y = y_ + 6 + step * 9;
+      std::string const about = title(event.name + ": " + event.message);
+      if (event.severity > severityWarning) {
+        marks += Kel::format("<circle class=\"marker calm\" cx=\"%.1f\" cy=\"%.1f\" r=\"4\">", x, y) + about +
+                 "</circle>\n";
+      } else {
+        marks += Kel::format("<path class=\"marker bad\" d=\"M%.1f %.1fl6 10h-12z\">", x, y - 6) + about +
+                 "</path>\n";
+      }
+    }
+    if (!marks.empty()) row("events", marks, eventsHeight);
+  }
+
+  Run const& run_;
+  Scale scale_;
+  double y_ = top;
+  std::string marks_;
+};
+
+}  // namespace
+
+std::string toneOf(std::string const& state) {
+  if (state == "stateInit") return "calm";
+  if (state == "stateRetry" || state == "stateRetryFetchConfig") return "wait";
+  return state == "stateShutdown" ? "done" : "work";
+}
+
+std::string timeline(Run const& run) {
+  return "<div class=\"scroll\" role=\"region\" tabindex=\"0\" aria-label=\"Timeline\">\n" +
+         Picture(run).draw() + "</div>\n" + timelineLegend();
+}
+
+}  // namespace ZeroTouchCommand

@@ -1,0 +1,33 @@
+// Keeps a bounded history of what happens, for reports.
+#pragma once
+
+#include <optional>
+
+#include "programs/zerotouchd/history/ChangeRecorder.h"
+#include "programs/zerotouchd/history/MachineRecorder.h"
+#include "programs/zerotouchd/history/PortRecorder.h"
+
+class Recorder {
+ public:
+  explicit Recorder(ZeroTouch::MountedEntities const& entities)
+      : ports_(entities, port_), changes_(entities, change_) {}
+
+  // From now on; it is held until the null handle comes instead.
+  void machineIs(Kel::Ptr<ZeroTouch::ZeroTouchSmModel const> const& machine) {
+    machine_ = machine ? Kel::makePtr<MachineRecorder>(machine, state_, timer_) : nullptr;
+  }
+
+  Kel::Ptr<History::Log> const& entity() const { return log_; }
+
+ private:
+  using Log = History::Log;
+
+  Kel::Ptr<Log> log_ = Kel::makePtr<Log>();
+  Ring<History::State> state_{*log_, &Log::stateIs, &Log::stateDel, 500};
+  Ring<History::Timer> timer_{*log_, &Log::timerIs, &Log::timerDel, 500};
+  Ring<History::Port> port_{*log_, &Log::portIs, &Log::portDel, 1000};
+  Ring<History::Change> change_{*log_, &Log::changeIs, &Log::changeDel, 1000};
+  PortRecorder ports_;
+  ChangeRecorder changes_;
+  Kel::Ptr<MachineRecorder> machine_;
+};

@@ -1,0 +1,34 @@
+// A collection of the history, whose oldest entries make room for new ones.
+#pragma once
+
+#include <algorithm>
+
+#include "platform/model/history.h"
+
+template <typename T>
+class Ring {
+ public:
+  using Set = void (History::Log::*)(std::uint64_t const&, T);
+  using Del = void (History::Log::*)(std::uint64_t const&);
+
+  Ring(History::Log& log, Set set, Del del, std::size_t capacity)
+      : log_(log), set_(set), del_(del), capacity_(capacity) {}
+
+  // The number of the new entry.
+  std::uint64_t add(T entry) {
+    (log_.*set_)(++last_, std::move(entry));
+    if (last_ > capacity_) (log_.*del_)(last_ - capacity_);
+    return last_;
+  }
+  // Nothing when the entry is forgotten.
+  void replace(std::uint64_t number, T entry) {
+    if (number + capacity_ > last_) (log_.*set_)(number, std::move(entry));
+  }
+
+ private:
+  History::Log& log_;
+  Set set_;
+  Del del_;
+  std::size_t capacity_;
+  std::uint64_t last_ = 0;
+};
