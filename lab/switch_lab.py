@@ -54,7 +54,7 @@ class Lab:
                                       [self.folder, ROOT, BUILD])
         self.www = self.folder / "www"  # the files that are served
         self.server = Namespace(f"{name}-server")
-        self.host = Host(self.folder / "switch", "switch", "linux", PLATFORM, self.switch.enter, self._reboot_switch)
+        self.host = Host(self.folder / "switch", None, "linux", PLATFORM, self.switch.enter, self._reboot_switch)
         if INSTALLED[DHCLIENT].exists():
             self.host.environment["ZEROTOUCH_DHCLIENT"] = f"/usr/{DHCLIENT}"
 
