@@ -53,8 +53,11 @@ class Switch(Lab):
         self.begin(**STATES[state] | options)
         self.host.wait_state(state)
 
+    def events(self, *names):
+        return [event for event in json.loads(self.host.cli("events", "--json")) if event["name"] in names]
+
     def messages(self, *names):
-        return [event["message"] for event in json.loads(self.host.cli("events", "--json")) if event["name"] in names]
+        return [event["message"] for event in self.events(*names)]
 
     def wait_reload(self):
         """The request, and nothing that a run may leave behind: neither a process nor a connection."""

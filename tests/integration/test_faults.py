@@ -49,4 +49,78 @@ def test_after_a_host_that_was_killed_in_shutdown_the_next_one_sees_to_the_reloa
         assert lab.host.get("/zerotouch/config/enabled") is False
         assert (lab.found(), lab.flash()) == (applied, DONE)
     lab.host.boot_again()
-    assert (lab.flash(), lab.host.reload_requested()) == ({"startup-config": CONFIG}, [])
+    assert (lab.flash(), lab.host.reload_requested()) == ({"startup-config": CONFIG, "zerotouch-config": ""}, [])
+
+
+DOWNLOAD = "ZTP_CONFIG_DOWNLOAD", "ZTP_CONFIG_DOWNLOAD_TIMEOUT"
+
+
+@pytest.mark.parametrize("server, boot_file, begin, end", [
+    ("dnsmasq", "http://{server}/config", "ZTP_DHCPv4_QUERY", "ZTP_DHCPv4_QUERY_FAIL"),
+    ("nginx", "http://{server}/config", *DOWNLOAD),
+    ("vsftpd", "ftp://{server}/config", *DOWNLOAD),
+    ("names-and-tftp", "tftp://{server}/config", *DOWNLOAD),
+    ("names-and-tftp", "http://boot.example/config", *DOWNLOAD),
+])
+def test_a_server_that_falls_silent_is_given_up_in_time_and_asked_again(lab, server, boot_file, begin, end):
+    lab.begin(None, DHCLIENTQUERY=1, CONFIGFETCH=1)
+    lab.serve("dhcpv4", boot_file)
+    lab.processes.send(server, signal.SIGSTOP)
+    try:
+        seen = len(lab.events(end))
+        ended = wait_for(lambda: lab.events(end)[seen:], end)[0]["time"]
+    finally:
+        lab.processes.send(server, signal.SIGCONT)
+    assert 1 <= ended - max(event["time"] for event in lab.events(begin) if event["time"] < ended) < 2
+    lab.wait_reload()
+    assert lab.flash() == DONE
+
+
+@pytest.mark.parametrize("state", STATES)
+def test_a_run_survives_that_its_port_goes_and_comes_back(lab, state):
+    def known():
+        return list(lab.host.get("/interface/status/ethPhy/intfStatus"))
+
+    short = {name: 1 for name, value in STATES[state].items() if value == 60}
+    lab.begin_in(state, CONFIGFETCH=1, **short)
+    lab.remove(1)
+    wait_for(lambda: known() == [], "the host to see that the port is gone")
+    lab.add_veth(1)
+    lab.serve("dhcpv4")
+    wait_for(lambda: known() == ["Ethernet1"], "the host to see the port again")
+    lab.switch.run("touch", "/tmp/go")
+    lab.wait_reload()
+    assert lab.flash() == DONE
+
+
+NO_ROOM = {  # where, and what is said of it
+    "/tmp": "ZTP_CONFIG_DOWNLOAD_FAIL: Failed to download the startup-config from http://10.0.1.1/config. Error: cannot "
+            "write /tmp/zt-download: No space left on device",
+    "/run": "DHCP_CONFIG_NOT_WRITTEN: No room for the DHCP client's configuration /var/run/zerotouch-dhclient.conf",
+    "{flash}": "DOWNLOAD_NOT_USABLE: The download cannot be used: cannot write {flash}/kept: No space left on device",
+}
+
+
+@pytest.mark.parametrize("place", NO_ROOM)
+def test_a_full_disk_is_complained_of_and_costs_nothing_but_time(lab, place):
+    flash, aborts = lab.host.flash, "flash" in place
+    lab.begin(None, flash={"startup-config": "keeps it off\n", "zerotouch-config": "SAVE_FILE=/kept\n"}, DHCLIENTQUERY=1)
+    complaint, place = NO_ROOM[place].format(flash=flash), place.format(flash=flash)
+    lab.switch.run("sh", "-c", f"mount -t tmpfs tmpfs {flash} && echo SAVE_FILE=/kept >{flash}/zerotouch-config; "
+                   f"echo old >{flash}/kept; mount -o remount,size=1m {place}; cat /dev/zero >{place}/filler || true")
+    if place != "/run":  # else the answer would come to a query that asks for little
+        lab.serve("dhcpv4")
+    lab.host.cli("enable")
+    wait_for(lambda: complaint in lab.host.output(), complaint)
+    if aborts:
+        wait_for(lambda: lab.host.process.poll() is not None, "the host to end")
+        assert lab.host.stop() == -signal.SIGABRT
+    assert lab.switch.run("cat", f"{flash}/kept") == "old\n"
+    lab.switch.run("rm", f"{place}/filler")
+    if aborts:  # as whoever watches over the host does
+        lab.host.start()
+    lab.serve("dhcpv4")
+    lab.wait_reload()
+    assert lab.switch.run("cat", f"{flash}/kept", f"{flash}/zerotouch-config") == (
+        CONFIG + DONE["zerotouch-config"] + "SAVE_FILE=/kept\n")
+    assert lab.found()["mtu"] == 1400  # all was asked for

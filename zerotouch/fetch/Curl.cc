@@ -2,7 +2,7 @@
 
 #include <dlfcn.h>
 
-#include "zerotouch/fetch/Warnings.h"
+#include "zerotouch/agent/Warnings.h"
 
 namespace ZeroTouch {
 

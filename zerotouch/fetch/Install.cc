@@ -6,7 +6,7 @@
 #include "platform/kel/Assert.h"
 #include "zerotouch/agent/Events.h"
 #include "zerotouch/fetch/CurlTransfer.h"
-#include "zerotouch/fetch/Warnings.h"
+#include "zerotouch/agent/Warnings.h"
 #include "zerotouch/sm/SmTrace.h"
 #include "zerotouch/sm/ZeroTouchSm.h"
 #include "zerotouch/utils/SettingsFile.h"

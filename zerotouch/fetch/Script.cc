@@ -12,7 +12,7 @@
 #include "zerotouch/agent/ChildLauncher.h"
 #include "zerotouch/agent/Events.h"
 #include "zerotouch/fetch/CurlTransfer.h"
-#include "zerotouch/fetch/Warnings.h"
+#include "zerotouch/agent/Warnings.h"
 #include "zerotouch/sm/ProvisioningTimers.h"
 #include "zerotouch/sm/Reactors.h"
 #include "zerotouch/sm/SmTrace.h"

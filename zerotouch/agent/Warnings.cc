@@ -1,4 +1,4 @@
-#include "zerotouch/fetch/Warnings.h"
+#include "zerotouch/agent/Warnings.h"
 
 namespace ZeroTouch {
 
@@ -22,5 +22,11 @@ Kel::LogHandle saveFileIgnored("SAVE_FILE_IGNORED", warning, "Setting SAVE_FILE=
 Kel::LogHandle downloadNotUsable("DOWNLOAD_NOT_USABLE", error, "The download cannot be used: %s",
                                  "The downloaded file can neither be installed nor run; the agent stops.",
                                  "Check that the flash is there, writable and not full.", interval, burst, 0);
+
+Kel::LogHandle dhclientConfigCut(
+    "DHCP_CONFIG_NOT_WRITTEN", error, "No room for the DHCP client's configuration %s",
+    "The next query asks without what the file says, so that no answer is likely to "
+    "name a boot file. The file is written again before each further query.",
+    "Make room on its disk.", interval, burst, 0);
 
 }  // namespace ZeroTouch
