@@ -28,8 +28,8 @@ def timers(seconds, **others):
 
 class Host:
     def __init__(self, folder, name="sw1", adapter="none", sections="", enter=list, reboot=lambda: None):
-        """`name` (None: the host name), `adapter` and `sections` go into platform.toml; `enter` gives the words before a
-        command that is to run where the host does; `reboot` does to the system around it what a reboot does. What an
+        """`name` (None: the host name), `adapter` and `sections` go into platform.toml; `enter` gives the words before
+        a command that is to run where the host does; `reboot` does to the system around it what a reboot does. What an
         earlier object for the same folder started goes on under this one."""
         self.folder = folder
         self.enter = enter

@@ -1,10 +1,10 @@
 """Runs to which something happens: the host is killed, servers fall silent, ports go and come back, disks are full."""
-import pathlib
 import signal
 
 import pytest
 
 from conftest import ended_well
+from lab.endurance import flood, grown, ports, retries
 from lab.host import timers
 from lab.polling import wait_for
 from lab.runs import FOUND, STATES
@@ -94,8 +94,8 @@ def test_a_run_survives_that_its_port_goes_and_comes_back(lab, state):
 
 
 NO_ROOM = {  # where, and what is said of it
-    "/tmp": "ZTP_CONFIG_DOWNLOAD_FAIL: Failed to download the startup-config from http://10.0.1.1/config. Error: cannot "
-            "write /tmp/zt-download: No space left on device",
+    "/tmp": "ZTP_CONFIG_DOWNLOAD_FAIL: Failed to download the startup-config from http://10.0.1.1/config. Error: "
+            "cannot write /tmp/zt-download: No space left on device",
     "/run": "DHCP_CONFIG_NOT_WRITTEN: No room for the DHCP client's configuration /var/run/zerotouch-dhclient.conf",
     "{flash}": "DOWNLOAD_NOT_USABLE: The download cannot be used: cannot write {flash}/kept: No space left on device",
 }
@@ -104,7 +104,7 @@ NO_ROOM = {  # where, and what is said of it
 @pytest.mark.parametrize("place", NO_ROOM)
 def test_a_full_disk_is_complained_of_and_costs_nothing_but_time(lab, place):
     flash, aborts = lab.host.flash, "flash" in place
-    lab.begin(None, flash={"startup-config": "keeps it off\n", "zerotouch-config": "SAVE_FILE=/kept\n"}, DHCLIENTQUERY=1)
+    lab.begin(None, flash={"startup-config": "off\n", "zerotouch-config": "SAVE_FILE=/kept\n"}, DHCLIENTQUERY=1)
     complaint, place = NO_ROOM[place].format(flash=flash), place.format(flash=flash)
     lab.switch.run("sh", "-c", f"mount -t tmpfs tmpfs {flash} && echo SAVE_FILE=/kept >{flash}/zerotouch-config; "
                    f"echo old >{flash}/kept; mount -o remount,size=1m {place}; cat /dev/zero >{place}/filler || true")
@@ -124,3 +124,36 @@ def test_a_full_disk_is_complained_of_and_costs_nothing_but_time(lab, place):
     assert lab.switch.run("cat", f"{flash}/kept", f"{flash}/zerotouch-config") == (
         CONFIG + DONE["zerotouch-config"] + "SAVE_FILE=/kept\n")
     assert lab.found()["mtu"] == 1400  # all was asked for
+
+
+def test_a_flooded_socket_holds_up_neither_the_run_nor_an_operator(lab):
+    took, rows = flood(lab)
+    assert max(took) < 5
+    assert max(row["resident"] for row in rows) < rows[0]["resident"] + 250_000
+    assert lab.flash() == DONE
+
+
+DAY = 86400
+
+
+def test_a_clock_that_is_set_forth_and_back_changes_no_wait(lab, monkeypatch):
+    monkeypatch.setattr(lab.host, "environment", lab.host.environment | lab.clock_environment())
+    (lab.www / "script").write_text('#!/bin/sh\ndate +%s >"$FILESYSTEM_ROOT/flash/date"\n')
+    lab.begin(None, INETRFACESSETUP=1, DHCLIENTQUERY=1, RETRY=1)
+    for state, days in (("stateSetupInterfaces", 1), ("stateDhcpQuery", -1), ("stateRetry", 1), ("stateDhcpQuery", -1)):
+        lab.host.wait_state(state)
+        lab.shift_clock(days * DAY)
+    lab.serve("dhcpv4", "http://{server}/script")
+    lab.wait_reload()
+    times = [event["time"] for event in lab.events("ZTP_INIT", "ZTP_DHCPv4_QUERY", "ZTP_RETRY")]
+    waits = [after - before for before, after in zip(times, times[1:])]
+    assert [wait for wait in waits if not 1 <= wait < 2.5] == []
+    assert -1.5 * DAY < int(lab.flash()["date"]) - times[0] < -0.5 * DAY  # it was set
+
+
+def test_retries_and_ports_that_come_and_go_leave_nothing_behind(lab):
+    silent, useless, count = retries(lab, 8, 2, wait=0.2)
+    assert count >= 8
+    there, gone = ports(lab, 1, 32)
+    for rows in silent + useless, there, gone[1:]:  # a port's configuration stays, for when it comes back
+        assert grown(rows, resident=50_000) == {}
