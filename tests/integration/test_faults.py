@@ -30,7 +30,7 @@ def test_after_a_host_that_was_killed_in_any_state_the_next_one_completes_the_ru
     running = lab.children()
     lab.serve("dhcpv4", "http://{server}/whose-name")
     (lab.www / "whose-name").write_text('#!/bin/sh\necho "$SYSNAME" >"$FILESYSTEM_ROOT/flash/name"\n')
-    lab.host.environment |= timers(0.2, INETRFACESSETUP=1.5, DHCLIENTQUERY=5, LEASERELEASE=5)
+    lab.host.environment |= timers(0.2, INETRFACESSETUP=1, DHCLIENTQUERY=5, LEASERELEASE=5)
     kill_and_start(lab)
     wait_for(lambda: lab.found() == SET_UP, "what the killed host applied to be gone")
     assert lab.host.get("/zerotouch/sm/currentState") == "stateSetupInterfaces"
@@ -71,7 +71,7 @@ def test_a_server_that_falls_silent_is_given_up_in_time_and_asked_again(lab, ser
         ended = wait_for(lambda: lab.events(end)[seen:], end)[0]["time"]
     finally:
         lab.processes.send(server, signal.SIGCONT)
-    assert 1 <= ended - max(event["time"] for event in lab.events(begin) if event["time"] < ended) < 2
+    assert 1 <= ended - max(event["time"] for event in lab.events(begin) if event["time"] < ended) < 2.5
     lab.wait_reload()
     assert lab.flash() == DONE
 
@@ -152,8 +152,8 @@ def test_a_clock_that_is_set_forth_and_back_changes_no_wait(lab, monkeypatch):
 
 
 def test_retries_and_ports_that_come_and_go_leave_nothing_behind(lab):
-    silent, useless, count = retries(lab, 8, 2, wait=0.2)
-    assert count >= 8
-    there, gone = ports(lab, 1, 32)
+    silent, useless, count = retries(lab, 6, 2, wait=0.2)
+    assert count >= 6
+    there, gone = ports(lab, 1, 24)
     for rows in silent + useless, there, gone[1:]:  # a port's configuration stays, for when it comes back
         assert grown(rows, resident=50_000) == {}
