@@ -5,8 +5,8 @@
 
 #include "platform/kel/Assert.h"
 #include "zerotouch/agent/Events.h"
-#include "zerotouch/fetch/CurlTransfer.h"
 #include "zerotouch/agent/Warnings.h"
+#include "zerotouch/fetch/CurlTransfer.h"
 #include "zerotouch/sm/SmTrace.h"
 #include "zerotouch/sm/ZeroTouchSm.h"
 #include "zerotouch/utils/SettingsFile.h"
