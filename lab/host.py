@@ -28,9 +28,9 @@ def timers(seconds, **others):
 
 class Host:
     def __init__(self, folder, name="sw1", adapter="none", sections="", enter=list, reboot=lambda: None):
-        """`adapter` and `sections` go into platform.toml; `enter` gives the words before a command that is to run
-        where the host does; `reboot` does to the system around it what a reboot does. What an earlier object for the
-        same folder started goes on under this one."""
+        """`name` (None: the host name), `adapter` and `sections` go into platform.toml; `enter` gives the words before
+        a command that is to run where the host does; `reboot` does to the system around it what a reboot does. What an
+        earlier object for the same folder started goes on under this one."""
         self.folder = folder
         self.enter = enter
         self.reboot = reboot
@@ -40,7 +40,8 @@ class Host:
         self.run_directory = folder / "run"
         self.socket = self.run_directory / "statebase.sock"
         self.config = folder / "etc" / "zerotouch" / "platform.toml"
-        self.config_text = (f'[system]\nname = "{name}"\n[host]\nrun_directory = "{self.run_directory}"\n'
+        system = f'[system]\nname = "{name}"\n' if name else ""
+        self.config_text = (f'{system}[host]\nrun_directory = "{self.run_directory}"\n'
                             f'library = "{BUILD}/lib/libZeroTouch.so"\nadapter = "{adapter}"\n'
                             f'{self._reload_command("host")}[logging]\n{self._reload_command("logging")}{sections}')
         self.environment = {"FILESYSTEM_ROOT": str(folder / "root"), "STATEBASESOCKNAME": str(self.socket)}

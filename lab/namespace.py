@@ -35,8 +35,12 @@ class Namespace:
 
     def end_processes(self):
         """They can only have been started by its owner."""
-        for pid in run("ip", "netns", "pids", self.name).split():
-            processes.end(int(pid), signal.SIGKILL)
+        for pid in self.pids():
+            processes.end(pid, signal.SIGKILL)
+
+    def pids(self):
+        """Of all that runs in here."""
+        return {int(pid) for pid in run("ip", "netns", "pids", self.name).split()}
 
     def enter(self):
         """The words before a command that is to run in here."""

@@ -54,7 +54,7 @@ class Lab:
                                       [self.folder, ROOT, BUILD])
         self.www = self.folder / "www"  # the files that are served
         self.server = Namespace(f"{name}-server")
-        self.host = Host(self.folder / "switch", "switch", "linux", PLATFORM, self.switch.enter, self._reboot_switch)
+        self.host = Host(self.folder / "switch", None, "linux", PLATFORM, self.switch.enter, self._reboot_switch)
         if INSTALLED[DHCLIENT].exists():
             self.host.environment["ZEROTOUCH_DHCLIENT"] = f"/usr/{DHCLIENT}"
 
@@ -221,3 +221,21 @@ class Lab:
 
     def stop_lldp(self, number):
         self.processes.stop(f"lldp-{number}")
+
+    def clock_environment(self):
+        """That of a host whose wall clock, and that of its children, shift_clock() sets."""
+        library, shift = self.folder / "clock_shift.so", self.folder / "clock-shift"
+        run("cc", "-shared", "-fPIC", "-o", library, HERE / "clock_shift.c")
+        shift.write_text("0")
+        sanitizer = re.search(r"(\S*libasan\S*) \(", run("ldd", BUILD / "bin" / "zerotouchd"))  # has to come first
+        preloaded = [sanitizer[1]] if sanitizer else []
+        return {"LD_PRELOAD": ":".join([*preloaded, str(library)]), "CLOCK_SHIFT": str(shift),
+                "ASAN_OPTIONS": "detect_leaks=0"}
+
+    def shift_clock(self, seconds):
+        """Sets it so far ahead of this machine's."""
+        (self.folder / "clock-shift").write_text(str(seconds))
+
+    def flood(self, clients):
+        """That many clients bother the host, until the process "flood" is stopped."""
+        self.processes.start("flood", [HERE / "flood.py", self.host.socket, clients])

@@ -41,6 +41,7 @@ void FileDescriptor::watch() {
   unwatch();
   if (descriptor_ < 0 || events == 0) return;
   if (sd_event_add_io(Loop::instance().event(), &source_, descriptor_, events, onReady, this) < 0) return;
+  if (late_) sd_event_source_set_priority(source_, SD_EVENT_PRIORITY_IDLE);
   Loop::instance().sourceAdded();
 }
 

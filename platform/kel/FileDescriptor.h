@@ -37,6 +37,10 @@ class FileDescriptor : public Entity {
   bool notifyOnWritable() const { return notifyOnWritable_; }
   void notifyOnWritableIs(bool on);
 
+  bool late() const { return late_; }
+  // Its turn comes only when nothing else on the loop is ready. Counts from the next change of the above.
+  void lateIs(bool on) { late_ = on; }
+
   std::uint64_t readableCount() const { return readableCount_.get(); }
   std::uint64_t writableCount() const { return writableCount_.get(); }
 
@@ -50,6 +54,7 @@ class FileDescriptor : public Entity {
   bool nonBlocking_ = false;
   bool notifyOnReadable_ = false;
   bool notifyOnWritable_ = false;
+  bool late_ = false;
   Attr<std::uint64_t> readableCount_;
   Attr<std::uint64_t> writableCount_;
 };

@@ -28,7 +28,8 @@ Adapter::Adapter(Entities const& entities, AdapterConfig const& config)
       reloadApplier_(entities, config.system.reloadCommand, [this] { keep_ = true; }) {
   kernelSettingsAre(settings_, netlink_);
   settings_.settingIs(linkModeItem, std::make_unique<LinkModeSetting>());
-  undoLeftovers();
+  keep_ = config.takeOver;
+  if (!keep_) undoLeftovers();
   // An MTU that is too small for IPv6 takes all that IPv6 has away; and routers are asked for as soon as the
   // link is up, so what may be learnt from them is settled by then. Addresses need IPv6 to be on.
   for (PortApplier* applier : std::initializer_list<PortApplier*>{

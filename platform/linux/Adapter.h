@@ -38,6 +38,7 @@ struct AdapterConfig {
   Kel::String runDirectory = "/run/zerotouch";  // for what is remembered of the system; made when missing
   int netlinkBuffer = 1 << 20;                  // of the notification socket, in bytes
   SystemConfig system;
+  bool takeOver = false;  // what an earlier one left stays: the system is about to reload
 };
 
 class Adapter {

@@ -96,7 +96,7 @@ bool Connection::receive() {
 
 void Connection::answerLines() {
   std::size_t done = 0;
-  while (hasRoom()) {
+  while (mayGoOn()) {
     std::size_t const end = input_.find('\n', done);
     if (std::min(end, input_.size()) - done > maxLine) {
       cutOff("line longer than " + std::to_string(maxLine) + " bytes");
@@ -104,7 +104,7 @@ void Connection::answerLines() {
     }
     if (end == std::string::npos) break;
     std::string_view const line = std::string_view(input_).substr(done, end - done);
-    if (line.find_first_not_of(" \t\r") != std::string_view::npos) output_ += rpcAnswer(tree_, *this, line);
+    if (line.find_first_not_of(" \t\r") != std::string_view::npos) add(rpcAnswer(tree_, *this, line));
     done = end + 1;
   }
   input_.erase(0, done);
@@ -122,9 +122,9 @@ bool Connection::hasChanges() const {
 
 void Connection::sendChanges() {
   for (auto const& watch : watches_) {
-    while (watch->hasPending() && hasRoom()) {
+    while (watch->hasPending() && mayGoOn()) {
       std::string const path = watch->takePending();
-      output_ += rpcChangedLine(path, tree_.getOrNull(path));
+      add(rpcChangedLine(path, tree_.getOrNull(path)));
     }
   }
 }
@@ -140,8 +140,14 @@ void Connection::sendOutput() {
   }
 }
 
+void Connection::add(std::string const& output) {
+  output_ += output;
+  added_ += std::max(output.size(), leastPerLine);
+}
+
 void Connection::goOn() {
   if (descriptor_ < 0) return;
+  added_ = 0;
   bool const hasWork = hasLine() || hasChanges();
   if (output_.size() > maxOutput || (inputEnded_ && output_.empty() && !hasWork)) {
     close();
@@ -152,7 +158,9 @@ void Connection::goOn() {
   } else if (stall_->timeMin() == Kel::never) {
     stall_->timeMinIs(Kel::now() + stallLimit);
   }
-  // Work that had no room goes on once the client can take more, on another pass of the loop.
+  // Work that had no room goes on once the client can take more, on another pass of the loop, and after all
+  // who ask for one thing at a time.
+  watched_->lateIs(!output_.empty() || hasWork);
   watched_->notifyOnWritableIs(!output_.empty() || hasWork);
   watched_->notifyOnReadableIs(!inputEnded_ && hasRoom() && !hasLine());
 }

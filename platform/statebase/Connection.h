@@ -14,14 +14,19 @@
 
 namespace Statebase {
 
-// Reads lines, answers them in their order, and reports what the client watches. Of its input it takes one
-// piece per pass of the loop. While much output waits for the client, nothing more is read and done for it,
-// changes that it watches keep coalescing, and it is cut off when it takes nothing for `stallLimit` seconds.
-// A client that has closed its sending half gets its answers, and is then closed.
+// Reads lines, answers them in their order, and reports what the client watches. In one pass of the loop it
+// takes one piece of its input, and answers little more than outputPerPass of it. While much output waits for
+// the client, nothing more is read and done for it, changes that it watches keep coalescing, and it is cut
+// off when it takes nothing for `stallLimit` seconds. A client that has closed its sending half gets its
+// answers, and is then closed.
 class Connection : public Kel::RefCounted, private RpcSession {
  public:
   static constexpr std::size_t maxLine = 64 * 1024;  // bytes, without the newline
   static constexpr std::size_t muchOutput = 256 * 1024;
+  // What one pass of the loop may add; the answer that goes beyond it is the last. Each line counts as this
+  // much at least: many that say nothing are work too.
+  static constexpr std::size_t outputPerPass = 4 * 1024;
+  static constexpr std::size_t leastPerLine = 512;
   // A single answer can pass muchOutput, but not this.
   static constexpr std::size_t maxOutput = 16 * 1024 * 1024;
   static constexpr std::size_t maxWatches = 64;
@@ -55,6 +60,8 @@ class Connection : public Kel::RefCounted, private RpcSession {
   void goOn();
 
   bool hasRoom() const { return output_.size() < muchOutput; }
+  bool mayGoOn() const { return hasRoom() && added_ < outputPerPass; }
+  void add(std::string const& output);
   bool hasLine() const { return input_.find('\n') != std::string::npos; }
   bool hasChanges() const;
 
@@ -69,6 +76,7 @@ class Connection : public Kel::RefCounted, private RpcSession {
   std::vector<std::unique_ptr<Watch>> watches_;
   std::string input_;
   std::string output_;
+  std::size_t added_ = 0;    // to the output, in this pass; see outputPerPass
   bool inputEnded_ = false;  // by the client, or because of what it sent
 };
 

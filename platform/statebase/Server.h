@@ -1,8 +1,9 @@
 // The state tree's socket: a Unix stream socket on which clients speak JSON-RPC (Rpc.h), a line for each
 // message.
 //
-// Nobody waits for a client: each gets a bounded piece of work per pass of the loop, is not read from while
-// it does not read its answers, and is cut off when it stops reading altogether (Connection.h).
+// Nobody waits for a client: each gets a bounded piece of work per pass of the loop, and for more it waits
+// until nothing else is to do; it is not read from while it does not read its answers, and is cut off when it
+// stops reading altogether (Connection.h).
 #pragma once
 
 #include <sys/types.h>

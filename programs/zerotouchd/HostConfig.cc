@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <toml++/toml.h>
-#include <array>
 #include <filesystem>
 #include <functional>
 #include <limits>
@@ -160,17 +159,10 @@ Setter bytes(std::uint32_t& target) {
   };
 }
 
-Kel::String ownHostName() {
-  std::array<char, 256> name{};
-  gethostname(name.data(), name.size() - 1);
-  return name.data();
-}
-
 }  // namespace
 
 HostConfig readHostConfig(Kel::String const& path, bool mustExist) {
   HostConfig config;
-  config.systemName = ownHostName();
   if (mustExist && !std::filesystem::exists(path)) throw BadInput(path + ": no such file");
   if (std::filesystem::exists(path)) {
     try {

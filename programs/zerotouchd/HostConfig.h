@@ -13,7 +13,7 @@
 
 struct HostConfig {
   // [system]
-  Kel::String systemName;          // name: handed to children as SYSNAME; by default the host name
+  Kel::String systemName;          // name: handed to children as SYSNAME; "": the host name
   Kel::String cellType = "fixed";  // cell_type: "fixed", or anything else when a standby supervisor may exist
   // [host]
   Kel::String runDirectory = "/run/zerotouch";  // run_directory: socket and marks that vanish at a reboot

@@ -28,8 +28,10 @@ Linux::Entities adapted(ZeroTouch::MountedEntities const& entities) {
 
 }  // namespace
 
-LinuxPlatform::LinuxPlatform(ZeroTouch::MountedEntities const& entities, HostConfig const& config)
+LinuxPlatform::LinuxPlatform(ZeroTouch::MountedEntities const& entities, HostConfig const& config,
+                             bool takeOver)
     : adapter_(adapted(entities), {.ports = config.ports,
                                    .inventory = config.inventory,
                                    .runDirectory = config.runDirectory,
-                                   .system = config.system}) {}
+                                   .system = config.system,
+                                   .takeOver = takeOver}) {}

@@ -7,7 +7,7 @@
 
 class LinuxPlatform {
  public:
-  LinuxPlatform(ZeroTouch::MountedEntities const& entities, HostConfig const& config);
+  LinuxPlatform(ZeroTouch::MountedEntities const& entities, HostConfig const& config, bool takeOver);
 
  private:
   Linux::Adapter adapter_;

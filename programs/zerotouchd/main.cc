@@ -1,7 +1,9 @@
 // zerotouchd, the agent host: builds the state tree, serves its socket, loads the agent and runs the loop.
 #include <systemd/sd-daemon.h>
+#include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <array>
 #include <csignal>
 #include <cstring>
 #include <ctime>
@@ -15,6 +17,7 @@
 #include "platform/statebase/Server.h"
 #include "programs/zerotouchd/AgentLibrary.h"
 #include "programs/zerotouchd/BadInput.h"
+#include "programs/zerotouchd/Children.h"
 #include "programs/zerotouchd/DhcpClient.h"
 #include "programs/zerotouchd/EventRing.h"
 #include "programs/zerotouchd/HostConfig.h"
@@ -22,6 +25,7 @@
 #include "programs/zerotouchd/Mounts.h"
 #include "programs/zerotouchd/ProvisioningSwitch.h"
 #include "programs/zerotouchd/history/Recorder.h"
+#include "programs/zerotouchd/ReloadMark.h"
 
 namespace {
 
@@ -49,11 +53,23 @@ void printEvent(Kel::LogEvent const& event) {
 }
 
 void applyConfig(HostConfig const& config, ZeroTouch::Config& entity) {
-  Kel::activityManager()->config()->systemNameIs(config.systemName);
   Kel::activityManager()->config()->cellTypeIs(config.cellType);
   entity.scriptExecTimeoutIs(config.scriptExecTimeout);
   entity.maxRunTimeIs(config.maxRunTime);
   entity.maxDownloadSizeIs(config.maxDownloadSize);
+}
+
+// The host name may be that of an answer until the platform has undone what a killed host left.
+Kel::String systemName(HostConfig const& config) {
+  if (!config.systemName.empty()) return config.systemName;
+  std::array<char, 256> name{};
+  gethostname(name.data(), name.size() - 1);
+  return name.data();
+}
+
+ProvisioningSwitch provisioningOf(HostConfig const& config, bool reloadIsDue) {
+  if (reloadIsDue) return {false, "a run of this boot has ended, the reload that follows it is due"};
+  return provisioningAtBoot(config.runDirectory);
 }
 
 // Everything that can be wrong with what we are given is found before anything is touched.
@@ -94,16 +110,25 @@ int run(Options const& options) {
   setenv("STATEBASESOCKNAME", config.socketPath.c_str(), 1);
   exportDhcpClient(config.dhcpClient);
 
-  ProvisioningSwitch const provisioning = provisioningAtBoot(config.runDirectory);
+  Children children(config.runDirectory + "/children");
+  ReloadMark reloadMark(config.runDirectory);
+  ProvisioningSwitch const provisioning = provisioningOf(config, reloadMark.left());
   say(std::string("provisioning is ") + (provisioning.on ? "on" : "off") + ": " + provisioning.reason);
   entities.config->enabledIs(provisioning.on);
   applyInitialValues();  // once more, in case the file knows better
 
-  auto const platform = config.linuxAdapter ? std::make_unique<LinuxPlatform>(entities, config) : nullptr;
+  auto const platform =
+      config.linuxAdapter ? std::make_unique<LinuxPlatform>(entities, config, reloadMark.left()) : nullptr;
+  Kel::activityManager()->config()->systemNameIs(systemName(config));
   AgentLibrary const library(config.library);
   Kel::Ptr<ZeroTouch::AgentCreatorModel> agent = entities.createAgent(library.factory());
   tree.mount("/zerotouch/sm", agent->ztSm(), Statebase::Access::readOnly);
   history.machineIs(agent->ztSm());
+  reloadMark.follow(agent->ztSm());
+  if (reloadMark.left()) {
+    entities.reloadConfig->reasonIs("ZTP RELOAD");
+    entities.reloadConfig->reloadTimeIs(Kel::now());
+  }
   sd_notify(0, "READY=1");
   say("ready on " + config.socketPath);
   int const code = loop.run();
@@ -111,6 +136,7 @@ int run(Options const& options) {
   server.reset();
   tree.unmount("/zerotouch/sm");
   history.machineIs(nullptr);
+  reloadMark.follow(nullptr);
   agent = nullptr;
   return code;
 }

@@ -8,6 +8,7 @@ import pytest
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2]))
 
 from lab.host import Host, timers  # noqa: E402
+from lab.runs import Switch  # noqa: E402
 from lab.switch_lab import Lab  # noqa: E402
 
 SHORT_TIMERS = timers(0.2)
@@ -57,3 +58,12 @@ def lab(empty_lab):
     """A switch without ports and its server side, in namespaces that go away with the test."""
     empty_lab.host.environment |= SHORT_TIMERS
     yield from ended_well(empty_lab)
+
+
+@pytest.fixture(scope="module")
+def switch_lab():
+    """A switch with one port and all servers for files behind it, for the runs of a whole module."""
+    for lab in brought_up(Switch(f"zttest-{os.getpid()}-run")):
+        lab.add_veth(1)
+        lab.serve_files()
+        yield lab

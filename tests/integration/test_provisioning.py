@@ -1,31 +1,22 @@
 """Whole runs of the switch in the lab, with real DHCP and file servers."""
 import json
-import os
 import pathlib
 import re
 import signal
 
 import pytest
 
-from conftest import brought_up, ended_well
+from conftest import ended_well
 from lab.bad_server import BODY
-from lab.host import timers
-from lab.namespace import run
 from lab.polling import wait_for
-from lab.switch_lab import Lab
+from lab.runs import BAD, FOUND, STATES, UNTIL_ADVERTISED
 
 CONFIG = "hostname provisioned\n"
 GUARD = "DISABLE=NextReload\n"
-BAD = "http://{server}:8080/"
-WAITS = {"INETRFACESSETUP": 0.2, "DHCLIENTQUERY": 5, "STATELESSDHCLIENTQUERY": 5, "CONFIGFETCHRETRY": 0.1,
-         "LEASERELEASE": 5}
-UNTIL_ADVERTISED = {"INETRFACESSETUP": 2.5, "DHCLIENTQUERY": 1}
 TWO_ROUTERS = ("dhcp-option=tag:{device},option:classless-static-route,192.168.77.0/24,{net4}.1,"
                "0.0.0.0/0,{net4}.1,0.0.0.0/0,{net4}.2")
 
-# What Switch.found() tells of the switch at its boot, and of one that took an answer with two routers.
-FOUND = {"addresses": [], "up": False, "mtu": 1500, "routes": [], "host name": "switch", "ip6": ["0", "1"],
-         "resolver": "# no name server is known yet\n", "log": []}
+# What Switch.found() tells of one that took an answer with two routers.
 APPLIED = {
     "addresses": ["10.0.1.168/24"], "up": True, "mtu": 1400, "host name": "leaf-1", "ip6": ["0", "2"],
     "routes": ["default proto 142 metric 1", "nexthop via 10.0.1.1 dev et1 weight 1",
@@ -34,63 +25,6 @@ APPLIED = {
                 "back.\nsearch lab.example\nnameserver 10.0.1.1\n",
     "log": ['# Written by zerotouchd, which also removes this file.\n'
             '*.* action(type="omfwd" target="10.0.1.1" port="514" protocol="udp")\n']}
-
-
-class Switch(Lab):
-    """One for all tests here; each boots it with an empty flash, or with the `flash` that it names."""
-
-    def begin(self, scenario, boot_file="http://{server}/config", flash={}, lines=(), values=None, **waits):
-        self.host.stop()
-        (self.switch.etc / "resolv.conf").write_text(FOUND["resolver"])
-        for file in self.host.flash.iterdir():
-            file.unlink()
-        for name, text in flash.items():
-            (self.host.flash / name).write_text(text)
-        kept = {name: value for name, value in self.host.environment.items() if "_TIMER_" not in name}
-        self.host.environment = kept | timers(0.2, **WAITS | waits) | {"ZEROTOUCH_CONFIGFETCH_TIMER_INTERVAL": "0.1"}
-        self.serve(scenario, boot_file, lines=lines) if scenario else self.stop_serving()
-        self.host.boot_again(initial_values=values)
-
-    def messages(self, *names):
-        return [event["message"] for event in json.loads(self.host.cli("events", "--json")) if event["name"] in names]
-
-    def wait_reload(self):
-        """The request, and nothing that a run may leave behind: neither a process nor a connection."""
-        wait_for(self.host.reload_requested, "the reload")
-        self.host.wait_state("stateShutdown")
-        self.wait_quiet()
-        assert [line.split(" ", 2)[2] for line in self.host.reload_requested()] == ["ZTP RELOAD"]
-        assert self.host.events()[-1] == "ZTP_RELOAD"
-
-    def wait_quiet(self):
-        own = {self.host.process.pid, self.processes.running(self.switch.HOLDER)}
-        wait_for(lambda: {int(pid) for pid in run("ip", "netns", "pids", self.switch.name).split()} == own,
-                 "the children of the run to be gone")
-        assert "users" not in self.switch.run("ss", "-Hntup")
-
-    def flash(self):
-        return {file.name: file.read_text() for file in self.host.flash.iterdir()}
-
-    def found(self):
-        """All that a run may change on the switch, the flash aside."""
-        def routes(family):  # those to neighbours follow from the addresses
-            return [line.strip() for line in self.switch.ip(family, "route").splitlines() if "kernel" not in line]
-        link = self.switch.links()["et1"]
-        addresses = self.switch.ip("-o", "address", "show", "dev", "et1", "scope", "global").splitlines()
-        return {"addresses": [line.split()[3] for line in addresses],
-                "up": "UP" in link["flags"], "mtu": link["mtu"], "routes": routes("-4") + routes("-6"),
-                "host name": self.switch.run("hostname").strip(),
-                "resolver": (self.switch.etc / "resolv.conf").read_text(),
-                "log": [file.read_text() for file in sorted((self.switch.etc / "rsyslog.d").glob("*zerotouch*"))],
-                "ip6": [self.switch.ip6_setting("et1", item) for item in ("disable_ipv6", "accept_ra")]}
-
-
-@pytest.fixture(scope="module")
-def switch_lab():
-    for lab in brought_up(Switch(f"zttest-{os.getpid()}-run")):
-        lab.add_veth(1)
-        lab.serve_files()
-        yield lab
 
 
 @pytest.fixture
@@ -254,24 +188,9 @@ def test_boot_files_that_lead_nowhere_are_tried_again(lab):
     lab.wait_reload()
 
 
-STATES = {  # that last, and how
-    "stateSetupInterfaces": (None, "", {"INETRFACESSETUP": 60}),
-    "stateDhcpQuery": (None, "", {"DHCLIENTQUERY": 60}),
-    "stateStatelessDhcpQuery": ("ra-stateless", "", UNTIL_ADVERTISED | {"STATELESSDHCLIENTQUERY": 60}),
-    "stateSetupSystemIdentity": ("dhcpv4", "config", {"SYSIDENTITYSETUP": 60}),
-    "stateFetchConfig": ("dhcpv4", BAD + "slow", {}),
-    "stateRetryFetchConfig": ("dhcpv4", BAD + "404", {"CONFIGFETCHRETRY": 60}),
-    "stateCopyConfigOrExecScript": ("dhcpv4", "http://{server}/script", {}),
-    "stateRetry": (None, "", {"DHCLIENTQUERY": 0.2, "RETRY": 60}),
-}
-
-
-@pytest.mark.parametrize("state", STATES)
+@pytest.mark.parametrize("state", [state for state in STATES if state != "stateShutdown"])
 def test_a_run_is_disabled_and_cancelled_in_every_state(lab, state):
-    scenario, boot_file, waits = STATES[state]
-    (lab.www / "script").write_text("#!/bin/sh\nexec sleep 1000\n")
-    lab.begin(scenario, boot_file, **waits)
-    lab.host.wait_state(state)
+    lab.begin_in(state)
     lab.host.cli("disable")
     lab.host.wait_state("stateInit")
     wait_for(lambda: lab.found() == FOUND, "all to be as it was found")
@@ -282,7 +201,7 @@ def test_a_run_is_disabled_and_cancelled_in_every_state(lab, state):
     lab.host.cli("cancel")
     lab.wait_reload()
     assert lab.flash() == {"zerotouch-config": GUARD}
-    assert scenario != "dhcpv4" or "DHCPRELEASE(p1)" in lab.processes.log("dnsmasq").read_text()
+    assert "scenario" in STATES[state] or "DHCPRELEASE(p1)" in lab.processes.log("dnsmasq").read_text()
 
 
 def test_the_longest_run_time_ends_in_a_reload_after_which_all_starts_again(lab):

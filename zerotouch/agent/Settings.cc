@@ -1,5 +1,4 @@
 // The settings file, as the state machine reads and writes it.
-#include "zerotouch/agent/Warnings.h"
 #include "zerotouch/sm/SmTrace.h"
 #include "zerotouch/sm/ZeroTouchSm.h"
 #include "zerotouch/utils/SettingsFile.h"
@@ -27,9 +26,7 @@ void ZeroTouchSm::doWriteConfigFile() {
     settings[key] = value;
   }
   auto const error = writeSettings(filePathFromFSRoot(defaultConfigFilePath), settings);
-  if (error.empty()) return;
-  SM_TRACE(1, " " << error);
-  settingsNotWritten.log(error);
+  if (!error.empty()) SM_TRACE(1, " " << error);
 }
 
 void ZeroTouchSm::doAddConfigEntry(Kel::String key, Kel::String value) {

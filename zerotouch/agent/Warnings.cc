@@ -23,11 +23,10 @@ Kel::LogHandle downloadNotUsable("DOWNLOAD_NOT_USABLE", error, "The download can
                                  "The downloaded file can neither be installed nor run; the agent stops.",
                                  "Check that the flash is there, writable and not full.", interval, burst, 0);
 
-Kel::LogHandle settingsNotWritten(
-    "SETTINGS_NOT_WRITTEN", error, "The settings file was not written: %s",
-    "The settings on flash stay as they were. What this run was to leave there is "
-    "missing: unless there is a startup configuration, provisioning starts again "
-    "after the reload.",
-    "Check that the flash is there, writable and not full.", interval, burst, 0);
+Kel::LogHandle dhclientConfigCut(
+    "DHCP_CONFIG_NOT_WRITTEN", error, "No room for the DHCP client's configuration %s",
+    "The next query asks without what the file says, so that no answer is likely to "
+    "name a boot file. The file is written again before each further query.",
+    "Make room on its disk.", interval, burst, 0);
 
 }  // namespace ZeroTouch

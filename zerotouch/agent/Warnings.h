@@ -1,4 +1,4 @@
-// What goes wrong with the flash and its settings, told to operators besides the events of a run.
+// What goes wrong with the disk and its files, told to operators besides the events of a run.
 #pragma once
 
 #include "platform/kel/Log.h"
@@ -8,6 +8,6 @@ namespace ZeroTouch {
 extern Kel::LogHandle downloadImpossible;  // reason
 extern Kel::LogHandle saveFileIgnored;     // value, reason
 extern Kel::LogHandle downloadNotUsable;   // what failed, with path and reason
-extern Kel::LogHandle settingsNotWritten;  // what failed, with path and reason
+extern Kel::LogHandle dhclientConfigCut;   // path
 
 }  // namespace ZeroTouch

@@ -1,11 +1,13 @@
 // The configuration files of the DHCP clients: a template, then statements that tell the server which switch
 // is asking. Written once per start attempt, before any client runs.
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 
 #include "platform/kel/Assert.h"
 #include "platform/kel/Format.h"
+#include "zerotouch/agent/Warnings.h"
 #include "zerotouch/dhcp/DhclientFiles.h"
 #include "zerotouch/sm/ZeroTouchSm.h"
 #include "zerotouch/utils/ZeroTouchUtils.h"
@@ -57,12 +59,34 @@ Kel::String vendorOpts(Kel::String const& data) {
   return result;
 }
 
-void create(ZeroTouchSm const& sm, char const* base, char const* generated, char const* version) {
+Kel::String identifierStatements(EntityMib::Status const& status, Kel::String const& version) {
+  Kel::String const identity = vendorId(*status.root());
+  Kel::String result = "send dhcp-client-identifier " + status.systemMacAddr().stringValue() + ";\n";
+  if (version == "v4") result += "send vendor-class-identifier \"" + escaped(identity) + "\";\n";
+  if (version == "v6") result += "send dhcp6.vendor-opts " + vendorOpts(identity) + ";\n";
+  return result;
+}
+
+std::uintmax_t sizeOf(char const* path) {
+  std::error_code error;
+  auto const size = std::filesystem::file_size(path, error);
+  return error ? 0 : size;
+}
+
+// False when the disk has no room for all of it; then the file is as it was before.
+bool create(ZeroTouchSm const& sm, char const* base, char const* generated, char const* version) {
+  auto const before = sizeOf(generated);
   if (!appendTemplate(base, generated)) {
     std::cerr << "Unable to open either " << base << " or " << generated << "\n";
     KEL_ASSERT(!"dhclient configuration", "!\"dhclient configuration\"");
   }
   sm.addIdentifierStatementsToDhclientConfig(generated, version);
+  auto const added = sizeOf(base) + identifierStatements(*sm.entityMibStatus(), version).size();
+  if (sizeOf(generated) == before + added) return true;
+  std::error_code ignored;
+  std::filesystem::resize_file(generated, before, ignored);
+  dhclientConfigCut.log(generated);
+  return false;
 }
 
 }  // namespace
@@ -76,26 +100,29 @@ bool appendTemplate(char const* base, char const* generated) {
   return true;
 }
 
-void ZeroTouchSm::doCreateDhclientConfigFile() const {
-  create(*this, dhclientBaseConfigPath, dhclientConfigPath, "v4");
+void ZeroTouchSm::doCreateDhclientConfigFile() {
+  dhclientConfigCut_ = !create(*this, dhclientBaseConfigPath, dhclientConfigPath, "v4");
 }
 
-void ZeroTouchSm::doCreateDhclient6ConfigFile() const {
-  create(*this, dhclient6BaseConfigPath, dhclient6ConfigPath, "v6");
+void ZeroTouchSm::doCreateDhclient6ConfigFile() {
+  dhclient6ConfigCut_ = !create(*this, dhclient6BaseConfigPath, dhclient6ConfigPath, "v6");
+}
+
+// Without it a client would not even ask for a boot file.
+void ZeroTouchSm::doCompleteDhclientConfigFiles() {
+  if (dhclientConfigCut_) doCreateDhclientConfigFile();
+  if (dhclient6ConfigCut_) doCreateDhclient6ConfigFile();
 }
 
 void ZeroTouchSm::addIdentifierStatementsToDhclientConfig(char const* file, Kel::String version) const {
   auto const entityMibRoot = entityMibStatus()->root();
   KEL_ASSERT(entityMibRoot, "entityMibRoot");
-  Kel::String const identity = vendorId(*entityMibRoot);
   std::ofstream out(file, std::ios::app);
   if (!out) {
     std::cerr << "Unable to open " << file << "\n";
     KEL_ASSERT(!"dhclient configuration", "!\"dhclient configuration\"");
   }
-  out << "send dhcp-client-identifier " << entityMibStatus()->systemMacAddr().stringValue() << ";\n";
-  if (version == "v4") out << "send vendor-class-identifier \"" << escaped(identity) << "\";\n";
-  if (version == "v6") out << "send dhcp6.vendor-opts " << vendorOpts(identity) << ";\n";
+  out << identifierStatements(*entityMibStatus(), version);
 }
 
 }  // namespace ZeroTouch

@@ -8,6 +8,7 @@
 namespace ZeroTouch {
 
 void ZeroTouchSm::doStartDhcpQuery() {
+  doCompleteDhclientConfigFiles();
   if (char** const cmdLine = allocDhclientAcquireCommandline()) {
     dhclientReleasesIs(false);
     dhclientChildProcessIs(execClient(cmdLine, __func__));

@@ -221,8 +221,10 @@ class ZeroTouchSm : public ZeroTouchSmModel {
 
   // The clients' configuration (dhcp/ConfigFiles.cc). `version` is "v4" or "v6"; with any other only the
   // client identifier is written.
-  void doCreateDhclientConfigFile() const;
-  void doCreateDhclient6ConfigFile() const;
+  void doCreateDhclientConfigFile();
+  void doCreateDhclient6ConfigFile();
+  // Writes those again that a full disk has cut short.
+  void doCompleteDhclientConfigFiles();
   void addIdentifierStatementsToDhclientConfig(char const* file, Kel::String version) const;
 
   // Starting the clients (dhcp/Queries.cc, dhcp/LeaseRelease.cc).
@@ -411,6 +413,8 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   CurlTransfer* curlCBData_ = nullptr;  // owned
   Kel::Ptr<KelCurlSockFd> curlSockFd_;
   Kel::Ptr<KelScriptChildProcess> scriptChildProcess_;
+  bool dhclientConfigCut_ = false;
+  bool dhclient6ConfigCut_ = false;
   bool scriptSignalled_ = false;  // it was asked to end
 };
 

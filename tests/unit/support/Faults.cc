@@ -44,6 +44,7 @@ Faults::Faults(std::string kind, unsigned nth) {
 Faults::~Faults() { state = {}; }
 void Faults::onIs(bool on) { state.on = on; }
 unsigned Faults::calls() { return state.calls; }
+bool Faults::happened() { return state.nth > 0 && state.calls >= state.nth; }
 bool Faults::fails(std::string const& kind) { return failsNow(kind.c_str()); }
 
 // Under another name, so that the declarations of the system's headers need not be matched.

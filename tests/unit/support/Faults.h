@@ -15,6 +15,7 @@ class Faults {
   static void onIs(bool on);
   // How often the kind was called.
   static unsigned calls();
+  static bool happened();
 
   // The functions of libc that can fail; a fake may ask for failures of kinds of its own.
   static std::vector<std::string> const& libcCalls();

@@ -1,0 +1,76 @@
+#include "programs/zerotouchd/Children.h"
+
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <sstream>
+
+#include "platform/linux/Place.h"
+#include "platform/linux/WholeFile.h"
+
+namespace {
+
+// In ticks since the boot; 0 when there is no such process, or only its remains.
+std::uint64_t startTime(pid_t pid) {
+  Kel::String line;
+  std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
+  if (!std::getline(file, line)) return 0;
+  // After the name, which may hold anything: the state, then eighteen numbers of other kinds.
+  std::istringstream fields(line.substr(line.rfind(')') + 1));
+  char state = 0;
+  fields >> state;
+  Kel::String skipped;
+  for (int i = 0; i < 18; ++i) fields >> skipped;
+  std::uint64_t start = 0;
+  fields >> start;
+  return state == 'Z' || state == 'X' ? 0 : start;
+}
+
+}  // namespace
+
+Children::Children(Kel::String path) : path_(std::move(path)), place_(Linux::thisPlace("pid") + "\n") {
+  std::error_code error;
+  std::filesystem::create_directories(std::filesystem::path(path_).parent_path(), error);
+  endLeftovers();
+  Kel::childRunnerIs(this);
+}
+
+Children::~Children() { Kel::childRunnerIs(nullptr); }
+
+Kel::Ptr<Kel::ChildSiginfo> Children::run(char const* const* argv, int stdinFd, int stdoutFd, int stderrFd) {
+  auto child = runner_.run(argv, stdinFd, stdoutFd, stderrFd);
+  std::erase_if(running_, [](auto const& other) { return startTime(other.first) != other.second; });
+  if (auto const start = startTime(child->pid()); start != 0) running_[child->pid()] = start;
+  write();
+  return child;
+}
+
+int Children::runAndWait(char const* path, int stdinFd, int stdoutFd, int stderrFd, int timeout) {
+  return runner_.runAndWait(path, stdinFd, stdoutFd, stderrFd, timeout);
+}
+
+int Children::kill(pid_t pid, int signal) { return runner_.kill(pid, signal); }
+
+void Children::reap(pid_t pid) { runner_.reap(pid); }
+
+void Children::endLeftovers() const {
+  std::istringstream file(Linux::readWhole(path_).value_or(""));
+  Kel::String place;
+  if (!std::getline(file, place) || place + "\n" != place_) return;
+  pid_t pid = 0;
+  std::uint64_t start = 0;
+  while (file >> pid >> start) {
+    if (pid <= 1 || start == 0 || startTime(pid) != start) continue;
+    std::cerr << "zerotouchd: ending process " << pid << ", which an earlier host has left behind"
+              << std::endl;
+    ::kill(pid, SIGKILL);
+  }
+}
+
+// Without the file nothing is ended by the next host; there is no more to it.
+void Children::write() const {
+  Kel::String text = place_;
+  for (auto const& [pid, start] : running_) text += std::to_string(pid) + " " + std::to_string(start) + "\n";
+  Linux::replaceWhole(path_, text, 0600);
+}
