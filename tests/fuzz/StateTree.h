@@ -28,9 +28,8 @@ inline std::optional<Kel::Value> parsed(std::string_view text) try {
   return std::nullopt;
 }
 
-// The id in the answer to a line, as JSON; nothing when there is to be no answer.
-inline std::optional<std::string> answeredId(std::string_view line) {
-  auto const request = parsed(line);
+// The id in the answer to a request, as JSON; nothing when there is to be no answer.
+inline std::optional<std::string> answeredId(std::optional<Kel::Value> const& request) {
   if (!request || request->as<Kel::ValueMap>() == nullptr) return "null";
   Kel::Value const* const id = Statebase::member(*request, "id");
   if (id == nullptr) return std::nullopt;

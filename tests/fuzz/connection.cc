@@ -12,64 +12,54 @@
 
 namespace {
 
-class Client {
- public:
+struct Client {
   explicit Client(Statebase::Tree& tree) {
     int ends[2];
     socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends);
-    end_ = ends[0];
-    connection_ = Kel::makePtr<Statebase::Connection>(tree, ends[1], Statebase::Role::root,
-                                                      [this](auto*) { connection_ = nullptr; });
+    end = ends[0];
+    connection = Kel::makePtr<Statebase::Connection>(tree, ends[1], Statebase::Role::root,
+                                                     [this](auto*) { connection = nullptr; });
   }
-  ~Client() {
-    hangUp();
-    if (connection_) connection_->close();
-  }
+  ~Client() { close(end); }
   Client(Client const&) = delete;
   Client& operator=(Client const&) = delete;
 
-  bool served() const { return connection_ != nullptr; }
   void send(std::string_view text) {
-    ssize_t const count = ::send(end_, text.data(), text.size(), MSG_NOSIGNAL);
-    if (count > 0) sent_ += text.substr(0, static_cast<std::size_t>(count));
-  }
-  void endWriting() const { shutdown(end_, SHUT_WR); }
-  void hangUp() {
-    if (end_ >= 0) close(std::exchange(end_, -1));
+    ssize_t const count = ::send(end, text.data(), text.size(), MSG_NOSIGNAL);
+    if (count > 0) sent += text.substr(0, static_cast<std::size_t>(count));
   }
   void read() {
     std::array<char, 65536> piece;
-    for (ssize_t count = 0; (count = recv(end_, piece.data(), piece.size(), 0)) > 0;)
-      received_.append(piece.data(), static_cast<std::size_t>(count));
+    for (ssize_t count = 0; (count = recv(end, piece.data(), piece.size(), 0)) > 0;)
+      received.append(piece.data(), static_cast<std::size_t>(count));
   }
   // Each line has had its answer, in order, until the first that was too long.
   void check() const {
-    if (end_ < 0) return;
+    if (end < 0) return;
     std::deque<std::string> expected;
-    for (std::string_view rest = sent_; !rest.empty();) {
+    for (std::string_view rest = sent; !rest.empty();) {
       std::string_view const line = take(rest);
       bool const tooLong = line.size() > Statebase::Connection::maxLine;
       bool const blank = line.find_first_not_of(" \t\r") == line.npos;
-      auto const id = tooLong ? "null" : blank ? std::nullopt : answeredId(line);
+      auto const id = tooLong ? "null" : blank ? std::nullopt : answeredId(parsed(line));
       if (id) expected.push_back(*id);
       if (tooLong) break;
     }
-    for (std::string_view rest = received_; !rest.empty();) {
+    for (std::string_view rest = received; !rest.empty();) {
       auto const message = parsed(take(rest));
       KEL_ASSERT(message, "JSON");
       if (Statebase::member(*message, "method") != nullptr) continue;  // something has changed
-      KEL_ASSERT(
-          !expected.empty() && Statebase::dumpJson(*Statebase::member(*message, "id")) == expected.front(),
-          "its answer");
+      std::string const id = Statebase::dumpJson(*Statebase::member(*message, "id"));
+      KEL_ASSERT(!expected.empty() && id == expected.front(), "its answer");
       expected.pop_front();
     }
     KEL_ASSERT(expected.empty(), "all answers");
   }
+  bool served() const { return connection != nullptr; }
 
- private:
-  int end_ = -1;
-  Kel::Ptr<Statebase::Connection> connection_;
-  std::string sent_, received_;
+  int end = -1;
+  Kel::Ptr<Statebase::Connection> connection;  // until it has ended
+  std::string sent, received;
 };
 
 }  // namespace
@@ -84,15 +74,16 @@ void fuzz(std::string_view input) {
   for (int stars = 0; !input.empty();) {
     std::string_view const line = take(input);
     std::string_view const verb = line.substr(0, 1);
-    if (line == "*" && ++stars < 16) {
-      last += last;
+    if (line == "*" && ++stars < 32) {
+      // Many requests take their time.
+      if (last.size() < (last.ends_with('\n') ? 4'096 : 65'536)) last += last;
       sender->send(last);
     } else if (verb == "r" && line.size() == 2) {
       client(line[1]).read();
     } else if (verb == "e" && line.size() == 2) {
-      client(line[1]).endWriting();
+      shutdown(client(line[1]).end, SHUT_WR);
     } else if (verb == "h" && line.size() == 2) {
-      client(line[1]).hangUp();
+      close(std::exchange(client(line[1]).end, -1));
     } else if (!line.empty()) {
       sender = &client(line[0]);
       last = line.ends_with('\\') ? line.substr(1, line.size() - 2) : std::string(line.substr(1)) + "\n";
@@ -100,7 +91,7 @@ void fuzz(std::string_view input) {
     }
     time.settle();
   }
-  for (auto& each : clients) each.endWriting();
+  for (auto const& each : clients) shutdown(each.end, SHUT_WR);
   for (int pass = 0; std::ranges::any_of(clients, &Client::served); ++pass) {
     KEL_ASSERT(pass < 10'000, "every client comes to its end");
     time.settle();
