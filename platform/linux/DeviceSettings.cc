@@ -6,6 +6,7 @@
 
 #include "platform/kel/Assert.h"
 #include "platform/kel/Trace.h"
+#include "platform/linux/Names.h"
 #include "platform/linux/Warnings.h"
 
 namespace Linux {
@@ -124,7 +125,8 @@ bool DeviceSettings::putBack(int ifIndex, UndoJournal::Entry const& entry) {
     reason = found->second->write(ifIndex, argumentOf(entry.item), entry.original);
   Kel::String const name = deviceName(ifIndex);
   KEL_TRACE(trace, 5, name << " " << entry.item << ": back to " << entry.original << " " << reason);
-  if (!reason.empty() && !name.empty()) portSettingFailed.log(entry.item, name, entry.original, reason);
+  if (!reason.empty() && !name.empty())
+    portSettingFailed.log(printable(entry.item), name, printable(entry.original), reason);
   journal_.entryDel(ifIndex, entry.item);
   return reason.empty();
 }

@@ -77,16 +77,6 @@ Descriptor openSocket(int ifIndex, PacketSocketOptions const& options) {
   return opened;
 }
 
-void putTagBack(std::vector<std::uint8_t>& frame, tpacket_auxdata const& aux) {
-  if ((aux.tp_status & TP_STATUS_VLAN_VALID) == 0 || frame.size() < addressesLength) return;
-  std::uint16_t const tpid =
-      (aux.tp_status & TP_STATUS_VLAN_TPID_VALID) != 0 ? aux.tp_vlan_tpid : ETH_P_8021Q;
-  std::array<std::uint8_t, 4> const tag{static_cast<std::uint8_t>(tpid >> 8), static_cast<std::uint8_t>(tpid),
-                                        static_cast<std::uint8_t>(aux.tp_vlan_tci >> 8),
-                                        static_cast<std::uint8_t>(aux.tp_vlan_tci)};
-  frame.insert(frame.begin() + addressesLength, tag.begin(), tag.end());
-}
-
 // Empty when there is no frame, or none from outside.
 std::vector<std::uint8_t> receive(int socket, Wire::IntfId const& intfId) {
   std::array<std::uint8_t, maxFrame> buffer;
@@ -120,6 +110,16 @@ std::vector<std::uint8_t> receive(int socket, Wire::IntfId const& intfId) {
 }
 
 }  // namespace
+
+void putTagBack(std::vector<std::uint8_t>& frame, tpacket_auxdata const& aux) {
+  if ((aux.tp_status & TP_STATUS_VLAN_VALID) == 0 || frame.size() < addressesLength) return;
+  std::uint16_t const tpid =
+      (aux.tp_status & TP_STATUS_VLAN_TPID_VALID) != 0 ? aux.tp_vlan_tpid : ETH_P_8021Q;
+  std::array<std::uint8_t, 4> const tag{static_cast<std::uint8_t>(tpid >> 8), static_cast<std::uint8_t>(tpid),
+                                        static_cast<std::uint8_t>(aux.tp_vlan_tci >> 8),
+                                        static_cast<std::uint8_t>(aux.tp_vlan_tci)};
+  frame.insert(frame.begin() + addressesLength, tag.begin(), tag.end());
+}
 
 class PacketSocket::Reader : public Kel::FileDescriptor::NotifieeConst {
  public:

@@ -7,6 +7,8 @@
 #include "platform/linux/Descriptor.h"
 #include "platform/model/wire.h"
 
+struct tpacket_auxdata;
+
 namespace Linux {
 
 struct PacketSocketOptions {
@@ -41,5 +43,8 @@ class PacketSocket : public Wire::Pam {
   Kel::Ptr<Reader> reader_;
   std::vector<std::uint8_t> frame_;
 };
+
+// Puts the outer VLAN tag, if there was one, back where the kernel took it from; `aux` came with the frame.
+void putTagBack(std::vector<std::uint8_t>& frame, tpacket_auxdata const& aux);
 
 }  // namespace Linux

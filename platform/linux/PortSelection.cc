@@ -8,8 +8,18 @@
 
 namespace Linux {
 
+namespace {
+
+// The library compiles a pattern recursively: a very long one would not fit on the stack.
+constexpr std::size_t maxPattern = 256;
+
+}  // namespace
+
 PortSelection::PortSelection(PortSelectionConfig config) : config_(std::move(config)) {
   for (auto const& rule : config_.names) {
+    if (rule.device.size() > maxPattern) {
+      throw std::invalid_argument("port name pattern of more than " + std::to_string(maxPattern) + " bytes");
+    }
     try {
       rules_.emplace_back(rule.device);
     } catch (std::regex_error const& error) {

@@ -10,6 +10,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "platform/linux/Names.h"
 #include "platform/linux/Place.h"
 #include "platform/linux/Warnings.h"
 
@@ -108,16 +109,19 @@ void UndoJournal::read(Kel::String const& line) {
   words.ignore(1);
   std::getline(words, entry.original);
   if (ifIndex <= 0 || entry.item.empty() || (sign != '+' && sign != '-')) {
-    undoJournalFailed.log(path_, "line not understood", line);
+    undoJournalFailed.log(path_, "line not understood", printable(line));
     return;
   }
   auto& ofDevice = entries_[ifIndex];
-  if (sign == '+') {
+  auto const found = std::ranges::find(ofDevice, entry.item, &Entry::item);
+  bool const isThere = found != ofDevice.end();
+  if (sign == '+' && !isThere) {
     ofDevice.push_back(entry);
     ++count_;
-    return;
+  } else if (sign == '-' && isThere) {
+    ofDevice.erase(found);
+    --count_;
   }
-  count_ -= std::erase_if(ofDevice, [&](Entry const& other) { return other.item == entry.item; });
   if (ofDevice.empty()) entries_.erase(ifIndex);
 }
 

@@ -3,7 +3,7 @@
 #include <grp.h>
 #include <unistd.h>
 
-#include <toml++/toml.h>
+#include <array>
 #include <filesystem>
 #include <functional>
 #include <limits>
@@ -11,6 +11,7 @@
 #include <sstream>
 
 #include "programs/zerotouchd/BadInput.h"
+#include "programs/zerotouchd/Toml.h"
 
 namespace {
 

@@ -7,6 +7,7 @@
 #include "zerotouch/agent/Events.h"
 #include "zerotouch/agent/Warnings.h"
 #include "zerotouch/fetch/CurlTransfer.h"
+#include "zerotouch/fetch/SaveFile.h"
 #include "zerotouch/sm/SmTrace.h"
 #include "zerotouch/sm/ZeroTouchSm.h"
 #include "zerotouch/utils/SettingsFile.h"
@@ -29,7 +30,8 @@ bool isWithin(fs::path const& path, fs::path const& folder) {
   return !error && !relative.empty() && *relative.begin() != "..";
 }
 
-// Why the value of SAVE_FILE names no file that can be written below the flash; "" when it does.
+}  // namespace
+
 Kel::String saveFileObjection(Kel::String const& value) {
   if (value.front() != '/') return "it does not begin with /";
   if (value.find('\0') != Kel::String::npos) return "it holds a zero byte";
@@ -45,8 +47,6 @@ Kel::String saveFileObjection(Kel::String const& value) {
   if (!isWithin(path.parent_path(), filePathFromFSRoot(flashPath))) return "it leads out of the flash";
   return "";
 }
-
-}  // namespace
 
 Kel::String ZeroTouchSm::startupConfigDestination() const {
   Kel::String const value = configEntry().contains("SAVE_FILE") ? configEntry("SAVE_FILE") : "";

@@ -5,7 +5,6 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
-#include <sstream>
 
 #include "platform/kel/Assert.h"
 #include "platform/kel/Format.h"
@@ -13,6 +12,7 @@
 #include "zerotouch/agent/Events.h"
 #include "zerotouch/agent/Warnings.h"
 #include "zerotouch/fetch/CurlTransfer.h"
+#include "zerotouch/fetch/ScriptOutput.h"
 #include "zerotouch/sm/ProvisioningTimers.h"
 #include "zerotouch/sm/Reactors.h"
 #include "zerotouch/sm/SmTrace.h"
@@ -25,30 +25,6 @@ namespace {
 constexpr char const* configScriptStdOutPath = "/var/run/ztp-config-script.stdout";
 constexpr char const* configScriptStdErrPath = "/var/run/ztp-config-script.stderr";
 constexpr mode_t ownerMayRun = 0700;
-// Of each stream, what an event says.
-constexpr std::size_t maxOutputBytes = 4'096;
-
-// A line for an event: what a terminal or a log would take for more than text is made harmless.
-Kel::String printable(Kel::String line) {
-  unsigned before = 0;
-  for (char& byte : line) {
-    auto const now = static_cast<unsigned char>(byte);
-    // The second set of control characters, bare or in UTF-8.
-    bool const isC1 = now >= 0x80 && now < 0xa0 && (before < 0x80 || before == 0xc2);
-    before = now;
-    if (isControl(byte) || isC1) byte = byte == '\t' ? ' ' : '?';
-  }
-  return line;
-}
-
-Kel::String outputOf(char const* path) {
-  auto const output = readStart(path, maxOutputBytes);
-  if (!output) return "";
-  Kel::String result;
-  std::istringstream lines(output->text);
-  for (Kel::String line; std::getline(lines, line);) result += printable(std::move(line)) + ". ";
-  return output->cut ? result + "[output cut] " : result;
-}
 
 }  // namespace
 
@@ -100,7 +76,7 @@ void ZeroTouchSm::handleScriptChildProcessStatus() {
 }
 
 Kel::String ZeroTouchSm::configScriptOutput() const {
-  Kel::String const output = outputOf(configScriptStdErrPath) + outputOf(configScriptStdOutPath);
+  Kel::String const output = scriptOutput(configScriptStdErrPath) + scriptOutput(configScriptStdOutPath);
   SM_TRACE(5, " config script output: " << output);
   return output;
 }

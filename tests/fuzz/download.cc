@@ -1,0 +1,58 @@
+// A server's answer to a download: a byte for the size of the pieces in which it comes, one for the largest
+// file that is taken, in units of 16 bytes; lines of a header, an empty line, the body.
+#include "tests/fuzz/Fuzz.h"
+#include "zerotouch/fetch/CurlTransfer.h"
+
+using namespace ZeroTouch;
+
+namespace {
+
+// In a buffer of its own, so that reading past it shows.
+std::size_t handOver(decltype(curlWriteCB) callback, std::string_view data, CurlTransfer& transfer) {
+  std::vector<char> piece(data.begin(), data.end());
+  return callback(piece.data(), 1, piece.size(), &transfer);
+}
+
+std::uint8_t kept(std::string_view body, std::size_t at) {
+  return at >= body.size() ? 0 : body[at] == 0 ? '*' : static_cast<std::uint8_t>(body[at]);
+}
+
+}  // namespace
+
+void fuzz(std::string_view input) {
+  if (input.size() < 2) return;
+  static ScratchFile const file;
+  std::size_t const pieceSize = static_cast<unsigned char>(input[0]) + 1U;
+  CurlTransfer transfer;
+  transfer.outFileName = file.path().c_str();
+  transfer.maxBytes = static_cast<unsigned char>(input[1]) * 16U;
+  input.remove_prefix(2);
+
+  while (!input.empty() && !input.starts_with("\n")) {
+    std::string_view const line = input.substr(0, std::min(input.find('\n'), input.size() - 1) + 1);
+    KEL_ASSERT(handOver(curlHeaderCB, line, transfer) == line.size(), "no line ends the transfer");
+    std::string_view const url = transfer.bootImageUrl.data();
+    KEL_ASSERT(url.size() < transfer.bootImageUrl.size() && url.find(' ') == url.npos, "the end of the URL");
+    KEL_ASSERT(url.empty() || transfer.bootImageUrlPresent, "a URL that is there");
+    input.remove_prefix(line.size());
+  }
+  take(input);
+
+  std::string taken;
+  while (!input.empty()) {
+    std::string_view const piece = input.substr(0, pieceSize);
+    bool const fits = taken.size() + piece.size() <= transfer.maxBytes;
+    KEL_ASSERT((handOver(curlWriteCB, piece, transfer) == piece.size()) == fits, "all that fits");
+    KEL_ASSERT(transfer.failure.empty() == fits, "or a reason");
+    if (!fits) break;
+    taken += piece;
+    input.remove_prefix(piece.size());
+  }
+  if (transfer.output != nullptr) std::fclose(transfer.output);
+  KEL_ASSERT(transfer.byteCount == taken.size(), "what was counted");
+  if (transfer.output != nullptr) KEL_ASSERT(file.read() == taken, "what was kept");
+  if (taken.empty()) return;
+  KEL_ASSERT(transfer.firstByte == kept(taken, 0), "the first byte");
+  // A piece that was too large had a first byte too.
+  KEL_ASSERT(transfer.secondByte == kept(taken, 1) || !transfer.failure.empty(), "the second byte");
+}
