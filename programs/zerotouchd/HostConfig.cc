@@ -171,6 +171,7 @@ Kel::String ownHostName() {
 HostConfig readHostConfig(Kel::String const& path, bool mustExist) {
   HostConfig config;
   config.systemName = ownHostName();
+  config.library = INSTALLED_LIBRARY;
   if (mustExist && !std::filesystem::exists(path)) throw BadInput(path + ": no such file");
   if (std::filesystem::exists(path)) {
     try {

@@ -33,6 +33,8 @@ struct Options {
   std::string initialValues;
   std::string trace;
   bool openTree = false;
+  bool check = false;
+  bool settle = false;
 };
 
 void say(std::string const& text) { std::cerr << "zerotouchd: " << text << std::endl; }
@@ -55,10 +57,30 @@ void applyConfig(HostConfig const& config, ZeroTouch::Config& entity) {
   entity.maxDownloadSizeIs(config.maxDownloadSize);
 }
 
+HostConfig configOf(Options const& options) {
+  return readHostConfig(options.config, options.config != defaultConfigPath);
+}
+
+int check(Options const& options) try {
+  HostConfig const config = configOf(options);
+  AgentLibrary const library(config.library);
+  std::cout << options.config << ": ok" << std::endl;
+  return 0;
+} catch (std::runtime_error const& error) {
+  say(error.what());
+  return exitFailed;
+}
+
+int settle(Options const& options) {
+  auto const [on, reason] = provisioningAtBoot(configOf(options).runDirectory);
+  say(std::string("provisioning is ") + (on ? "on" : "off") + ": " + reason);
+  return 0;
+}
+
 // Everything that can be wrong with what we are given is found before anything is touched.
 int run(Options const& options) {
   if (auto const error = Kel::traceIs(options.trace); !error.empty()) throw BadInput("--trace: " + error);
-  HostConfig const config = readHostConfig(options.config, options.config != defaultConfigPath);
+  HostConfig const config = configOf(options);
 
   ZeroTouch::MountedEntities entities;
   EventRing events;
@@ -125,12 +147,18 @@ int main(int argc, char** argv) {
   app.add_flag(
       "--open-tree", options.openTree,
       "Let root write every entity from outside, for tests and for trying things out; never on a switch");
+  app.add_flag("--check", options.check,
+               "Only say whether the configuration is right: exit code 0, or else 1");
+  app.add_flag("--settle", options.settle,
+               "Only take DISABLE=NextReload out of the settings file, as every boot does");
   try {
     app.parse(argc, argv);
   } catch (CLI::ParseError const& error) {
     return app.exit(error) == 0 ? 0 : exitBadInput;
   }
+  if (options.check) return check(options);
   try {
+    if (options.settle) return settle(options);
     return run(options);
   } catch (BadInput const& error) {
     say(error.what());
