@@ -11,6 +11,7 @@
 #include "platform/kel/ActivityManager.h"
 #include "platform/kel/Loop.h"
 #include "platform/kel/Trace.h"
+#include "platform/linux/LogHostApplier.h"
 #include "platform/statebase/InitialValues.h"
 #include "platform/statebase/Server.h"
 #include "programs/zerotouchd/AgentLibrary.h"
@@ -71,9 +72,15 @@ int check(Options const& options) try {
   return exitFailed;
 }
 
+void say(ProvisioningSwitch const& provisioning) {
+  say(std::string("provisioning is ") + (provisioning.on ? "on" : "off") + ": " + provisioning.reason);
+}
+
 int settle(Options const& options) {
-  auto const [on, reason] = provisioningAtBoot(configOf(options).runDirectory);
-  say(std::string("provisioning is ") + (on ? "on" : "off") + ": " + reason);
+  HostConfig const config = configOf(options);
+  Kel::logSinkIs(Kel::logToSystem);
+  say(provisioningAtBoot(config.runDirectory));
+  if (config.linuxAdapter) Linux::LogHostApplier::removeLeftBehind(config.system.logDropIn);
   return 0;
 }
 
@@ -114,7 +121,7 @@ int run(Options const& options) {
   exportDhcpClient(config.dhcpClient);
 
   ProvisioningSwitch const provisioning = provisioningAtBoot(config.runDirectory);
-  say(std::string("provisioning is ") + (provisioning.on ? "on" : "off") + ": " + provisioning.reason);
+  say(provisioning);
   entities.config->enabledIs(provisioning.on);
   applyInitialValues();  // once more, in case the file knows better
 
@@ -150,7 +157,7 @@ int main(int argc, char** argv) {
   app.add_flag("--check", options.check,
                "Only say whether the configuration is right: exit code 0, or else 1");
   app.add_flag("--settle", options.settle,
-               "Only take DISABLE=NextReload out of the settings file, as every boot does");
+               "Only take back what the last boot has left behind: DISABLE=NextReload, and the log servers");
   try {
     app.parse(argc, argv);
   } catch (CLI::ParseError const& error) {
