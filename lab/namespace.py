@@ -84,11 +84,10 @@ class SwitchNamespace(Namespace):
         do not exist are left out."""
         super().create()
         self._make_etc(hostname)
-        for directory in ("bin", "share"):
-            (self.installed / directory).mkdir(parents=True)
+        self.installed.mkdir()
         for place, file in installed.items():
             if file.exists():
-                (self.installed / place).parent.mkdir(exist_ok=True)
+                (self.installed / place).parent.mkdir(parents=True, exist_ok=True)
                 (self.installed / place).symlink_to(file)
         self.boot()
 

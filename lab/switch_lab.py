@@ -44,10 +44,13 @@ def mac(end, number):
 
 
 class Lab:
-    def __init__(self, name="ztlab"):
+    def __init__(self, name="ztlab", installed=INSTALLED):
+        """`installed`: what the switch has installed below /usr. Without it a package can be installed there, which
+        lasts until the reboot."""
         if not NAME.fullmatch(name):
             raise ValueError(f"'{name}' cannot be the name of a lab; letters, digits and dashes can")
         self.name = name
+        self.installed = installed
         self.folder = LABS / name
         self.processes = Processes(self.folder)
         self.switch = SwitchNamespace(f"{name}-switch", self.processes, self.folder / "switch",
@@ -55,7 +58,7 @@ class Lab:
         self.www = self.folder / "www"  # the files that are served
         self.server = Namespace(f"{name}-server")
         self.host = Host(self.folder / "switch", None, "linux", PLATFORM, self.switch.enter, self._reboot_switch)
-        if INSTALLED[DHCLIENT].exists():
+        if DHCLIENT in installed and installed[DHCLIENT].exists():
             self.host.environment["ZEROTOUCH_DHCLIENT"] = f"/usr/{DHCLIENT}"
 
     # The lab as a whole.
@@ -73,7 +76,7 @@ class Lab:
             self.server.ip("link", "add", "stable", "up", "type", "veth", "peer", "name", "stable-peer")
             self.server.ip("link", "set", "stable-peer", "up")
             self.server.ip("address", "add", "2001:db8::1", "dev", "stable", "nodad")
-            self.switch.create("switch", INSTALLED)
+            self.switch.create("switch", self.installed)
             self.host.prepare()
         except BaseException:
             self.down()

@@ -21,6 +21,8 @@ struct InventoryConfig {
   // warning. ONIE's EEPROM is most often the one at address 0x56 of an I2C bus.
   Kel::String eeprom = "/sys/bus/i2c/devices/*-0056/eeprom";
   Kel::String dmi = "/sys/class/dmi/id";
+
+  bool operator==(InventoryConfig const&) const = default;
 };
 
 class Inventory {

@@ -52,6 +52,13 @@ LogHostApplier::LogHostApplier(Entities const& entities, Kel::String path, Comma
 
 LogHostApplier::~LogHostApplier() = default;
 
+void LogHostApplier::removeLeftBehind(Kel::String const& path) {
+  auto const current = readWhole(path);
+  if (!current || !isOurs(*current)) return;
+  if (Kel::String const reason = replaceWhole(path, std::nullopt); !reason.empty())
+    systemFileFailed.log(path, reason);
+}
+
 void LogHostApplier::handleVrf(L3::VrfName const& vrf) {
   if (auto const hosts = config_->vrfLoggingHost(vrf)) {
     vrfReactors_[vrf] = Kel::makePtr<VrfReactor>(hosts, *this);

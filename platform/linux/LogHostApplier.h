@@ -20,6 +20,9 @@ class LogHostApplier {
   LogHostApplier(LogHostApplier const&) = delete;
   LogHostApplier& operator=(LogHostApplier const&) = delete;
 
+  // Removes a drop-in that an earlier boot has left behind, for a rsyslog that does not run yet.
+  static void removeLeftBehind(Kel::String const& path);
+
   // Removes the drop-in and starts the command; false when there was none of ours.
   bool undo();
   // The same, and what is configured counts no more.

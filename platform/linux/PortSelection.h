@@ -13,12 +13,16 @@ struct PortSelectionConfig {
   struct NameRule {
     Kel::String device;  // regular expression (ECMAScript) for a whole device name, as "eth(.*)"
     Kel::String shown;   // what it is called, with \1 to \9 for the groups, as "Ethernet\1"
+
+    bool operator==(NameRule const&) const = default;
   };
 
   std::vector<Kel::String>
       devices;                  // glob(7) patterns; empty: the devices that have /sys/class/net/NAME/device
   std::vector<NameRule> names;  // the first that fits counts; none fits: the device's own name
   Kel::String sysClassNet = "/sys/class/net";
+
+  bool operator==(PortSelectionConfig const&) const = default;
 };
 
 class PortSelection {

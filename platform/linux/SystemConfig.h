@@ -10,6 +10,8 @@ struct SystemConfig {
   Kel::String logDropIn = "/etc/rsyslog.d/50-zerotouch.conf";
   CommandLine logReloadCommand = {"systemctl", "try-restart", "rsyslog.service"};
   CommandLine reloadCommand = {"systemctl", "reboot"};
+
+  bool operator==(SystemConfig const&) const = default;
 };
 
 }  // namespace Linux

@@ -164,6 +164,7 @@ Setter bytes(std::uint32_t& target) {
 
 HostConfig readHostConfig(Kel::String const& path, bool mustExist) {
   HostConfig config;
+  config.library = INSTALLED_LIBRARY;
   if (mustExist && !std::filesystem::exists(path)) throw BadInput(path + ": no such file");
   if (std::filesystem::exists(path)) {
     try {

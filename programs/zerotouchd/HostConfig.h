@@ -17,7 +17,7 @@ struct HostConfig {
   Kel::String cellType = "fixed";  // cell_type: "fixed", or anything else when a standby supervisor may exist
   // [host]
   Kel::String runDirectory = "/run/zerotouch";  // run_directory: socket and marks that vanish at a reboot
-  Kel::String library = "libZeroTouch.so";      // library: the agent; a name, or a path with a "/"
+  Kel::String library;                          // library: the agent; by default the installed one
   bool linuxAdapter =
       true;  // adapter: "linux", or "none" when nothing is to follow and change this system's network
   Linux::SystemConfig system;  // reload_command, and [logging] reload_command: programs with their arguments
@@ -35,6 +35,8 @@ struct HostConfig {
   std::uint32_t scriptExecTimeout = 3600;       // script_exec_timeout: seconds a configuration script may run
   Kel::Seconds maxRunTime = Kel::never;         // max_run_time: seconds, or "unlimited"
   std::uint32_t maxDownloadSize = 256U << 20U;  // max_download_size: bytes that a boot file may have
+
+  bool operator==(HostConfig const&) const = default;
 };
 
 // Reads the file. A file that is absent gives the built-in values, unless `mustExist`. Throws BadInput, as

@@ -13,6 +13,7 @@
 #include "platform/kel/ActivityManager.h"
 #include "platform/kel/Loop.h"
 #include "platform/kel/Trace.h"
+#include "platform/linux/LogHostApplier.h"
 #include "platform/statebase/InitialValues.h"
 #include "platform/statebase/Server.h"
 #include "programs/zerotouchd/AgentLibrary.h"
@@ -24,8 +25,8 @@
 #include "programs/zerotouchd/LinuxPlatform.h"
 #include "programs/zerotouchd/Mounts.h"
 #include "programs/zerotouchd/ProvisioningSwitch.h"
-#include "programs/zerotouchd/history/Recorder.h"
 #include "programs/zerotouchd/ReloadMark.h"
+#include "programs/zerotouchd/history/Recorder.h"
 
 namespace {
 
@@ -38,6 +39,8 @@ struct Options {
   std::string initialValues;
   std::string trace;
   bool openTree = false;
+  bool check = false;
+  bool settle = false;
 };
 
 void say(std::string const& text) { std::cerr << "zerotouchd: " << text << std::endl; }
@@ -72,10 +75,36 @@ ProvisioningSwitch provisioningOf(HostConfig const& config, bool reloadIsDue) {
   return provisioningAtBoot(config.runDirectory);
 }
 
+HostConfig configOf(Options const& options) {
+  return readHostConfig(options.config, options.config != defaultConfigPath);
+}
+
+int check(Options const& options) try {
+  HostConfig const config = configOf(options);
+  AgentLibrary const library(config.library);
+  std::cout << options.config << ": ok" << std::endl;
+  return 0;
+} catch (std::runtime_error const& error) {
+  say(error.what());
+  return exitFailed;
+}
+
+void say(ProvisioningSwitch const& provisioning) {
+  say(std::string("provisioning is ") + (provisioning.on ? "on" : "off") + ": " + provisioning.reason);
+}
+
+int settle(Options const& options) {
+  HostConfig const config = configOf(options);
+  Kel::logSinkIs(Kel::logToSystem);
+  say(provisioningAtBoot(config.runDirectory));
+  if (config.linuxAdapter) Linux::LogHostApplier::removeLeftBehind(config.system.logDropIn);
+  return 0;
+}
+
 // Everything that can be wrong with what we are given is found before anything is touched.
 int run(Options const& options) {
   if (auto const error = Kel::traceIs(options.trace); !error.empty()) throw BadInput("--trace: " + error);
-  HostConfig const config = readHostConfig(options.config, options.config != defaultConfigPath);
+  HostConfig const config = configOf(options);
 
   ZeroTouch::MountedEntities entities;
   EventRing events;
@@ -113,7 +142,7 @@ int run(Options const& options) {
   Children children(config.runDirectory + "/children");
   ReloadMark reloadMark(config.runDirectory);
   ProvisioningSwitch const provisioning = provisioningOf(config, reloadMark.left());
-  say(std::string("provisioning is ") + (provisioning.on ? "on" : "off") + ": " + provisioning.reason);
+  say(provisioning);
   entities.config->enabledIs(provisioning.on);
   applyInitialValues();  // once more, in case the file knows better
 
@@ -156,12 +185,18 @@ int main(int argc, char** argv) {
   app.add_flag(
       "--open-tree", options.openTree,
       "Let root write every entity from outside, for tests and for trying things out; never on a switch");
+  app.add_flag("--check", options.check,
+               "Only say whether the configuration is right: exit code 0, or else 1");
+  app.add_flag("--settle", options.settle,
+               "Only take back what the last boot has left behind: DISABLE=NextReload, and the log servers");
   try {
     app.parse(argc, argv);
   } catch (CLI::ParseError const& error) {
     return app.exit(error) == 0 ? 0 : exitBadInput;
   }
+  if (options.check) return check(options);
   try {
+    if (options.settle) return settle(options);
     return run(options);
   } catch (BadInput const& error) {
     say(error.what());

@@ -7,7 +7,7 @@ import pytest
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2]))
 
-from lab.host import Host, timers  # noqa: E402
+from lab.host import ROOT, Host, timers  # noqa: E402
 from lab.runs import Switch  # noqa: E402
 from lab.switch_lab import Lab  # noqa: E402
 
@@ -46,6 +46,14 @@ def ended_well(lab):
         for log in sorted(lab.folder.rglob("*.log")):
             print(f"== {log}\n{log.read_text()[-20000:]}")
     ends_well(lab.host)
+
+
+@pytest.fixture(scope="session")
+def package():
+    found = sorted((ROOT / "build" / "release").glob("zerotouch_*.deb"))
+    if not found:
+        pytest.skip("there is no package; scripts/package makes it")
+    return found[-1]
 
 
 @pytest.fixture

@@ -1,0 +1,17 @@
+# Man pages and the change log, compressed as Debian wants them. Runs at installation, when the pages have been made.
+function(install_compressed file directory)
+  cmake_path(GET file FILENAME name)
+  file(MAKE_DIRECTORY ${datadir}/${directory})
+  set(target ${datadir}/${directory}/${name}.gz)
+  message(STATUS "Installing: ${target}")
+  execute_process(COMMAND gzip -9nc ${file} OUTPUT_FILE ${target} COMMAND_ERROR_IS_FATAL ANY)
+endfunction()
+
+install_compressed(${change_log} doc/zerotouch)
+foreach(folder IN LISTS documents)
+  file(GLOB pages ${folder}/*.[1-8])
+  foreach(page IN LISTS pages)
+    string(REGEX MATCH "[1-8]$" section ${page})
+    install_compressed(${page} man/man${section})
+  endforeach()
+endforeach()
