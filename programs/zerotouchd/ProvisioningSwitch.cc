@@ -26,6 +26,10 @@ bool consumeDisableEntry(Kel::String const& mark) {
 
 }  // namespace
 
+Kel::String stringValue(ProvisioningSwitch const& provisioning) {
+  return Kel::String("provisioning is ") + (provisioning.on ? "on" : "off") + ": " + provisioning.reason;
+}
+
 ProvisioningSwitch provisioningAtBoot(Kel::String const& runDirectory) {
   Kel::String const mark = runDirectory + "/disabled-for-this-boot";
   Kel::String const startupConfig = ZeroTouch::filePathFromFSRoot(ZeroTouch::defaultStartupConfigPath);
