@@ -134,6 +134,7 @@ PacketSocket::PacketSocket(Wire::IntfId intfId, int ifIndex, PacketSocketOptions
     : Pam(std::move(intfId)), socket_(openSocket(ifIndex, options)) {
   reader_ = Kel::makePtr<Reader>(*this);
   descriptor_->descriptorIs(socket_.get());
+  descriptor_->lateIs(true);  // a flood of frames holds nobody up
   descriptor_->notifyOnReadableIs(true);
 }
 

@@ -1,5 +1,6 @@
 // enable, disable, cancel: what the operator wants of provisioning.
 #include "programs/zerotouch/Output.h"
+#include "programs/zerotouch/Status.h"
 #include "programs/zerotouch/Verbs.h"
 
 namespace ZeroTouchCommand {
@@ -9,8 +10,11 @@ namespace {
 char const* const configPath = "/zerotouch/config";
 
 void setConfig(Context const& context, Kel::ValueMap attributes, char const* done) {
-  Kel::Value const result =
-      context.call("set", {{"path", configPath}, {"attributes", std::move(attributes)}});
+  Statebase::Client host(context.socketPath);
+  Kel::Value const status = fetchStatus(host);
+  if (text(at(status, {"sm", "currentState"})) == "stateShutdown")
+    throw Refused("the run has ended and the system is about to reload; nothing changes that");
+  Kel::Value const result = host.call("set", {{"path", configPath}, {"attributes", std::move(attributes)}});
   if (context.json) {
     printJson(result);
   } else {

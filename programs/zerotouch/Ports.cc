@@ -80,6 +80,7 @@ std::string spared(View const& view, std::string const& name, Kel::Value const& 
 
 struct Row {
   std::string port, device, link, oper, forwarding, registered, speed, next, lldp, keepsSpeed;
+  Kel::Seconds heard;  // LLDP; 0 for never
 
   // For people: who takes part is routed, and who does not is told why; the state differs seldom.
   std::vector<std::string> cells() const {
@@ -95,7 +96,7 @@ struct Row {
                          {"registered", registered},
                          {"speed", speed},
                          {"nextSpeed", next},
-                         {"lldpHeard", lldp},
+                         {"lldpHeard", heard},
                          {"keepsSpeed", keepsSpeed},
                          {"dhcp", std::move(dhcp)}};
   }
@@ -114,7 +115,8 @@ Row row(View const& view, std::string const& name, Kel::Value const& port, bool 
           .speed = speedNow(at(view.configs, {name})),
           .next = speed(text(at(view.nextMode, {name})), isTrue(at(view.nextAutoneg, {name}))),
           .lldp = heard > 0 ? duration(view.now - heard) + " ago" : "never",
-          .keepsSpeed = spared(view, name, port)};
+          .keepsSpeed = spared(view, name, port),
+          .heard = heard};
 }
 
 // Adds a port's DHCP to the table, and gives it for programs.

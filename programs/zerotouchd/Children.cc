@@ -3,11 +3,11 @@
 #include <csignal>
 #include <filesystem>
 #include <fstream>
-#include <iostream>
 #include <sstream>
 
 #include "platform/linux/Place.h"
 #include "platform/linux/WholeFile.h"
+#include "programs/zerotouchd/Console.h"
 
 namespace {
 
@@ -62,8 +62,7 @@ void Children::endLeftovers() const {
   std::uint64_t start = 0;
   while (file >> pid >> start) {
     if (pid <= 1 || start == 0 || startTime(pid) != start) continue;
-    std::cerr << "zerotouchd: ending process " << pid << ", which an earlier host has left behind"
-              << std::endl;
+    say("ending process " + std::to_string(pid) + ", which an earlier host has left behind");
     ::kill(pid, SIGKILL);
   }
 }

@@ -91,7 +91,9 @@ void Host::serve() {
 void Host::decideProvisioning() {
   ProvisioningSwitch const provisioning =
       reloadMark_->left()
-          ? ProvisioningSwitch{false, "a run of this boot has ended, the reload that follows it is due"}
+          ? ProvisioningSwitch{false,
+                               "a run of this boot has ended and the reload that follows it is due, says " +
+                                   reloadMark_->path()}
           : provisioningAtBoot(config_.runDirectory);
   say(stringValue(provisioning));
   entities_.config->enabledIs(provisioning.on);

@@ -2,10 +2,14 @@
 
 #include <filesystem>
 
+#include "platform/linux/Place.h"
+#include "platform/linux/WholeFile.h"
 #include "zerotouch/utils/SettingsFile.h"
 #include "zerotouch/utils/ZeroTouchUtils.h"
 
 namespace {
+
+Kel::String thisBoot() { return Linux::thisPlace("uts") + "\n"; }
 
 // The mark comes first: if the power goes between the two, provisioning is off once too often rather than
 // once too seldom. A flash that cannot be written keeps the entry, to the same effect.
@@ -18,7 +22,7 @@ bool consumeDisableEntry(Kel::String const& mark) {
   std::error_code error;
   std::filesystem::create_directories(std::filesystem::path(mark).parent_path(), error);
   // Without the mark a host restarted within this boot would not know; then the entry has to stay.
-  if (!ZeroTouch::replaceFile(mark, "").empty()) return true;
+  if (!ZeroTouch::replaceFile(mark, thisBoot()).empty()) return true;
   settings->erase(entry);
   ZeroTouch::writeSettings(path, *settings);
   return true;
@@ -33,7 +37,7 @@ Kel::String stringValue(ProvisioningSwitch const& provisioning) {
 ProvisioningSwitch provisioningAtBoot(Kel::String const& runDirectory) {
   Kel::String const mark = runDirectory + "/disabled-for-this-boot";
   Kel::String const startupConfig = ZeroTouch::filePathFromFSRoot(ZeroTouch::defaultStartupConfigPath);
-  bool const disabledOnce = consumeDisableEntry(mark) || std::filesystem::exists(mark);
+  bool const disabledOnce = consumeDisableEntry(mark) || Linux::readWhole(mark) == thisBoot();
   if (std::filesystem::exists(startupConfig))
     return {false, "there is a startup configuration, " + startupConfig};
   if (disabledOnce) return {false, "it was switched off for this boot"};

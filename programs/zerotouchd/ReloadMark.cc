@@ -1,27 +1,32 @@
 #include "programs/zerotouchd/ReloadMark.h"
 
 #include <filesystem>
-#include <iostream>
+#include <utility>
 
 #include "platform/linux/Place.h"
 #include "platform/linux/WholeFile.h"
+#include "programs/zerotouchd/Console.h"
 
 class ReloadMark::Reactor : public ZeroTouch::ZeroTouchSmModel::NotifieeConst {
  public:
   Reactor(Kel::Ptr<ZeroTouch::ZeroTouchSmModel const> const& sm, ReloadMark const& mark)
       : NotifieeConst(sm), mark_(mark) {}
 
-  void onCurrentState() override {
-    if (notifier().currentState() != ZeroTouch::ProvisioningState::stateShutdown) return;
+  // Nothing comes between a shutdown that is asked for and its state, so the mark is left at once.
+  void onTransitionState() override { handleState(notifier().transitionState()); }
+  void onCurrentState() override { handleState(notifier().currentState()); }
+
+ private:
+  void handleState(ZeroTouch::ProvisioningState state) {
+    if (state != ZeroTouch::ProvisioningState::stateShutdown || std::exchange(written_, true)) return;
     std::error_code error;
     std::filesystem::create_directories(std::filesystem::path(mark_.path_).parent_path(), error);
     Kel::String const reason = Linux::replaceWhole(mark_.path_, mark_.place_, 0600);
-    if (!reason.empty())
-      std::cerr << "zerotouchd: cannot write " << mark_.path_ << ": " << reason << std::endl;
+    if (!reason.empty()) say("cannot write " + mark_.path_ + ": " + reason);
   }
 
- private:
   ReloadMark const& mark_;
+  bool written_ = false;
 };
 
 ReloadMark::ReloadMark(Kel::String const& runDirectory)

@@ -13,6 +13,7 @@ class ReloadMark {
 
   // Whether an earlier host of this boot has left it.
   bool left() const { return left_; }
+  Kel::String const& path() const { return path_; }
   // Null: nobody any more.
   void follow(Kel::Ptr<ZeroTouch::ZeroTouchSmModel const> const& sm);
 

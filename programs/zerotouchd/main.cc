@@ -34,6 +34,9 @@ int check(Options const& options) try {
   AgentLibrary const library(config.library);
   std::cout << options.config << ": ok" << std::endl;
   return 0;
+} catch (BadInput const& error) {
+  say(error.what());
+  return exitBadInput;
 } catch (std::runtime_error const& error) {
   say(error.what());
   return exitFailed;

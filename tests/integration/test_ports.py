@@ -121,7 +121,7 @@ def test_a_bridged_port_is_left_out_until_it_leaves_the_bridge(lab):
     wait_port(lab, "Ethernet1", forwarding="bridged", registered="no, bridged")
     assert lab.host.get("/zerotouch/sm/intfStatus") == []
     lab.send_lldp(1, interval=0.1)  # it is listened to all the same
-    wait_for(lambda: ports(lab)["Ethernet1"]["lldpHeard"] != "never", "LLDP on the bridged port")
+    wait_for(lambda: ports(lab)["Ethernet1"]["lldpHeard"] != 0, "LLDP on the bridged port")
     lab.switch.ip("link", "set", "et1", "nomaster")
     wait_port(lab, "Ethernet1", forwarding="routed", registered="yes")
 
@@ -150,7 +150,7 @@ def test_lldp_keeps_the_speed_of_a_port(lab):
     wait_for(lambda: len(speed_events(lab)) >= changes + 3, "three more changes of speed")
     assert {event.partition(" for ")[2] for event in speed_events(lab)[changes:]} == {"[Ethernet2]"}
     assert speed(lab, "et1") == kept
-    assert ports(lab)["Ethernet2"]["lldpHeard"] == "never"
+    assert ports(lab)["Ethernet2"]["lldpHeard"] == 0
     assert "Not toggling speed on [Ethernet1] because they are still receiving lldp packets" in lab.host.output()
     assert "Received 802.1Q-tagged frame with VLAN ID 42" in lab.host.output()
 

@@ -28,6 +28,11 @@ void ZeroTouchSm::handleEntityMibRoot() {
   }
 }
 
+Kel::Ptr<EntityMib::Fru const> ZeroTouchSm::chassis() const {
+  auto const root = entityMibStatus() ? entityMibStatus()->root() : nullptr;
+  return root ? Kel::Ptr<EntityMib::Fru const>(root) : chassis_;
+}
+
 Kel::Ptr<EntityMibRootSm> ZeroTouchSm::entityMibRootSmIs(ZeroTouchSm* ztSm,
                                                          Kel::Ptr<EntityMib::Fru const> const& root) {
   if (!entityMibRootSm_ || entityMibRootSm_->entityMibRoot() != root) {

@@ -59,9 +59,10 @@ Kel::String vendorOpts(Kel::String const& data) {
   return result;
 }
 
-Kel::String identifierStatements(EntityMib::Status const& status, Kel::String const& version) {
-  Kel::String const identity = vendorId(*status.root());
-  Kel::String result = "send dhcp-client-identifier " + status.systemMacAddr().stringValue() + ";\n";
+Kel::String identifierStatements(ZeroTouchSm const& sm, Kel::String const& version) {
+  Kel::String const identity = vendorId(*sm.chassis());
+  Kel::String result =
+      "send dhcp-client-identifier " + sm.entityMibStatus()->systemMacAddr().stringValue() + ";\n";
   if (version == "v4") result += "send vendor-class-identifier \"" + escaped(identity) + "\";\n";
   if (version == "v6") result += "send dhcp6.vendor-opts " + vendorOpts(identity) + ";\n";
   return result;
@@ -81,7 +82,7 @@ bool create(ZeroTouchSm const& sm, char const* base, char const* generated, char
     KEL_ASSERT(!"dhclient configuration", "!\"dhclient configuration\"");
   }
   sm.addIdentifierStatementsToDhclientConfig(generated, version);
-  auto const added = sizeOf(base) + identifierStatements(*sm.entityMibStatus(), version).size();
+  auto const added = sizeOf(base) + identifierStatements(sm, version).size();
   if (sizeOf(generated) == before + added) return true;
   std::error_code ignored;
   std::filesystem::resize_file(generated, before, ignored);
@@ -115,14 +116,13 @@ void ZeroTouchSm::doCompleteDhclientConfigFiles() {
 }
 
 void ZeroTouchSm::addIdentifierStatementsToDhclientConfig(char const* file, Kel::String version) const {
-  auto const entityMibRoot = entityMibStatus()->root();
-  KEL_ASSERT(entityMibRoot, "entityMibRoot");
+  KEL_ASSERT(chassis(), "entityMibRoot");
   std::ofstream out(file, std::ios::app);
   if (!out) {
     std::cerr << "Unable to open " << file << "\n";
     KEL_ASSERT(!"dhclient configuration", "!\"dhclient configuration\"");
   }
-  out << identifierStatements(*entityMibStatus(), version);
+  out << identifierStatements(*this, version);
 }
 
 }  // namespace ZeroTouch

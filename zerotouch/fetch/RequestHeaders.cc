@@ -85,12 +85,12 @@ std::vector<Kel::String> requestHeaders(Wire::EthAddr const& systemMacAddr, Enti
 }
 
 void ZeroTouchSm::doBuildCurlHttpHeaders() {
-  auto const now = entityMibStatus()->root();
-  auto const root = now ? now : chassis_;
-  KEL_ASSERT(root, "entityMibRoot");
-  for (auto const& line : requestHeaders(entityMibStatus()->systemMacAddr(), *root)) {
+  KEL_ASSERT(chassis(), "entityMibRoot");
+  for (auto const& line : requestHeaders(entityMibStatus()->systemMacAddr(), *chassis())) {
     auto* const longer = curlCBData_->curl->slistAppend(curlCBData_->headers, forCurl(line).c_str());
-    if (longer != nullptr) curlCBData_->headers = longer;
+    if (longer == nullptr) curlCBData_->curl->slistFreeAll(curlCBData_->headers);
+    curlCBData_->headers = longer;
+    if (longer == nullptr) return;  // without memory, the request goes out without any
   }
 }
 

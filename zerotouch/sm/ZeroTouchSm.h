@@ -151,6 +151,8 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   // --- Hardware inventory (agent/EntityMibRootSm.cc) ---
 
   void handleEntityMibRoot();
+  // The one in the inventory; when that has gone, the one that the run began with. Null before the first run.
+  Kel::Ptr<EntityMib::Fru const> chassis() const;
   Kel::Ptr<EntityMibRootSm> const& entityMibRootSm() const { return entityMibRootSm_; }
   Kel::Ptr<EntityMibRootSm> entityMibRootSmIs(ZeroTouchSm* ztSm, Kel::Ptr<EntityMib::Fru const> const& root);
   void entityMibRootSmDel() { entityMibRootSm_ = nullptr; }
@@ -388,8 +390,7 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   Kel::Ptr<KelClock> clock_;
   Kel::Ptr<KelStateTransitionClock> stateTransitionClock_;
   Kel::Ptr<EntityMibRootSm> entityMibRootSm_;
-  Kel::Ptr<EntityMib::Fru const>
-      chassis_;  // as the run found it; it may leave the inventory while the run goes on
+  Kel::Ptr<EntityMib::Fru const> chassis_;  // as the run found it
   std::map<Wire::IntfId, Kel::Ptr<KelEthPhyIntfStatus>> ethPhyIntfStatus_;
   std::map<Kel::Name, Kel::Ptr<KelIntfDhcpStatus>> intfDhcpStatus_;
   std::map<Kel::Name, Kel::Ptr<KelIntfDhcp6Status>> intfDhcp6Status_;

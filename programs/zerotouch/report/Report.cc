@@ -29,9 +29,9 @@ Verdict verdict(Run const& run) {
   if (state == "stateInit") return {"calm", "Provisioning does not run"};
   if (state != "stateShutdown") return {"work", "Provisioning runs"};
   std::string const why = ": " + run.states.back().reason;
-  if (isTrue(at(run.status, {"config", "cancelled"})))
-    return {"calm", "The switch was not provisioned" + why};
   bool const finished = count > 1 && run.states[count - 2].name == "stateCopyConfigOrExecScript";
+  if (!finished && isTrue(at(run.status, {"config", "cancelled"})))
+    return {"calm", "The switch was not provisioned" + why};
   return finished ? Verdict{"done", "The switch is provisioned" + why}
                   : Verdict{"bad", "The switch was not provisioned" + why};
 }
@@ -49,8 +49,10 @@ std::string summary(Run const& run) {
   }
   auto const warnings = static_cast<std::size_t>(
       std::ranges::count_if(run.events, [](auto const& event) { return event.severity <= severityWarning; }));
+  // The first states of a long run are forgotten.
+  double const startTime = number(at(run.status, {"sm", "startTime"}));
   std::string const line =
-      duration(run.now - run.start) + " since its start, " +
+      duration(run.now - std::min(run.start, startTime)) + " since its start, " +
       counted(static_cast<std::size_t>(number(at(run.status, {"sm", "retryCount"}))), "retry", "retries") +
       ", " + counted(warnings, "warning", "warnings");
   return "<div class=\"verdict " + tone + "\"><strong>" + Html::escaped(words) +

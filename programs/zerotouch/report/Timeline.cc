@@ -1,5 +1,6 @@
 #include "programs/zerotouch/report/Timeline.h"
 
+#include <algorithm>
 #include <map>
 #include <optional>
 
@@ -67,7 +68,11 @@ class Picture {
   // Where an attempt after the first begins, with its number where there is room.
   std::string attempts(double bottom) const {
     std::string result;
-    unsigned attempt = 1;
+    // The first ones of a long run are forgotten.
+    auto const retries =
+        static_cast<std::int64_t>(ZeroTouchCommand::number(at(run_.status, {"sm", "retryCount"})));
+    auto attempt = 1 + std::max<std::int64_t>(
+                           0, retries - std::ranges::count(run_.states, "stateRetry", &Run::State::name));
     double lastLabel = 0;
     for (auto const& state : run_.states) {
       if (state.name != "stateRetry" || state.end >= run_.end) continue;

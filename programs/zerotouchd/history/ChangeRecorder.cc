@@ -131,11 +131,15 @@ void ChangeRecorder::write(Place const& place, Kel::String const& value) {
   if (known == known_.end() ? undone : known->second == value) return;
   Kel::String where(followed_.at(place.entity).key);
   if (place.attribute == "loggingHost") where = "VRF " + where;
-  ring_.add(
-      {Kel::now(), ruleFor(place.attribute)->what, where, shortened(undone ? known->second : value), undone});
+  auto const add = [&](Kel::String const& text, bool takenBack) {
+    ring_.add({Kel::now(), ruleFor(place.attribute)->what, where, shortened(text), takenBack});
+  };
+  // What replaces another value takes that back, so that each that was applied is taken back once.
+  if (known != known_.end()) add(known->second, true);
   if (undone) {
     known_.erase(known);
   } else {
+    add(value, false);
     known_.insert_or_assign(place, value);
   }
 }
