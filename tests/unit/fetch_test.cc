@@ -53,39 +53,7 @@ TEST(RequestHeaders, say_who_asks) {
   EXPECT_EQ(headers(), with);
 }
 
-class Callbacks : public FetchTest {
- protected:
-  std::size_t write(std::string body) {
-    return ZeroTouch::curlWriteCB(body.data(), 1, body.size(), &transfer);
-  }
-  void startOver() {
-    if (transfer.output != nullptr) std::fclose(transfer.output);
-    transfer = {};
-  }
-  CurlTransfer transfer;
-};
-
-TEST_F(Callbacks, keep_the_body_and_its_first_two_bytes_however_it_is_cut) {
-  using Parts = std::vector<std::string>;
-  for (auto const& [parts, first, second] :
-       std::initializer_list<std::tuple<Parts, char, char>>{{{"#!/bin/sh"}, '#', '!'},
-                                                            {{"#", "", "!", "x"}, '#', '!'},
-                                                            {{"#"}, '#', '\0'},
-                                                            {{{"\0", 1}, {"\0!", 2}}, '*', '*'},
-                                                            {{""}, '\0', '\0'}}) {
-    std::string all;
-    for (auto const& part : parts) {
-      EXPECT_EQ(write(part), part.size());
-      all += part;
-    }
-    EXPECT_EQ(transfer.firstByte, first);
-    EXPECT_EQ(transfer.secondByte, second);
-    EXPECT_EQ(transfer.byteCount, all.size());
-    startOver();
-    EXPECT_EQ(file(configDownloadPath), all.empty() ? "(absent)" : all);
-    std::filesystem::remove(configDownloadPath);
-  }
-}
+using Callbacks = FetchTest;
 
 TEST_F(Callbacks, write_to_nothing_that_is_not_the_agents_own_file) {
   flash.write("/other", "precious");
@@ -98,11 +66,12 @@ TEST_F(Callbacks, write_to_nothing_that_is_not_the_agents_own_file) {
            {[&] { writeFile(path, "x"), chown(path, 65534, 65534) == 0 || (std::abort(), 0); },
             "it belongs to another user"}}) {
     prepare();
-    EXPECT_EQ(write("#!"), static_cast<std::size_t>(-1));
+    CurlTransfer transfer;
+    char body[] = "#!";
+    EXPECT_EQ(ZeroTouch::curlWriteCB(body, 1, 2, &transfer), static_cast<std::size_t>(-1));
     EXPECT_EQ(transfer.failure, "cannot write /tmp/zt-download: " + reason);
     EXPECT_EQ(flash.read("/other"), "precious");
     std::filesystem::remove(path);
-    startOver();
   }
 }
 
@@ -118,17 +87,18 @@ TEST_F(Callbacks, find_the_boot_image_url) {
            {"", "none"},
            {longest, std::string(1023, 'u')},
            {longest + "u", "none"}}) {
+    CurlTransfer transfer;
     std::vector<char> line(text.begin(), text.end());  // of that length exactly: reading past it is an error
     EXPECT_EQ(ZeroTouch::curlHeaderCB(line.data(), 1, line.size(), &transfer), line.size());
     EXPECT_EQ(transfer.bootImageUrlPresent ? transfer.bootImageUrl.data() : "none", url);
-    transfer = {};
   }
 }
 
 // Transfers are real, and so is their time.
 class Transfers : public FetchTest {
  protected:
-  Sm& start(std::string const& url) {
+  // Fetches, until another state than stateFetchConfig is asked for; answers which.
+  State fetch(std::string const& url) {
     Kel::Loop::instance().simulate(0);
     withAnswer(url);
     Kel::Loop::instance().endSimulation();
@@ -136,11 +106,6 @@ class Transfers : public FetchTest {
     enter(State::stateSetupSystemIdentity);
     events.clear();
     sm().nextStateIs(State::stateFetchConfig);
-    return sm();
-  }
-  // Fetches, until another state than stateFetchConfig is asked for; answers which.
-  State fetch(std::string const& url) {
-    start(url);
     EXPECT_TRUE(
         Kel::Loop::instance().runUntil([this] { return sm().transitionState() != State::stateInvalid; }, 10));
     EXPECT_EQ(sm().curlCBData(), nullptr);
@@ -208,36 +173,6 @@ TEST_F(Transfers, fail_when_the_folder_is_full_or_nobody_listens) {
   EXPECT_NE(fetch(gone.url()), State::stateCopyConfigOrExecScript);
   EXPECT_EQ(sm().curlErrorStr(), "Couldn't connect to server");
   EXPECT_EQ(takeEvents().size(), 2U);
-}
-
-TEST_F(Transfers, that_hang_are_ended_by_the_timer_or_by_whoever_stops_the_run) {
-  OneAnswerServer const server("");
-  environment.set("ZEROTOUCH_CONFIGFETCH_TIMER_INTERVAL", "0.01");
-  environment.set("ZEROTOUCH_CONFIGFETCH_TIMER_TIMEOUT", "0.05");
-  EXPECT_EQ(fetch(server.url()), State::stateRetry);
-  EXPECT_EQ(takeEvents().back(),
-            "ZTP_CONFIG_DOWNLOAD_TIMEOUT: Timed out trying to download the startup-config or a config script "
-            "from " +
-                server.url() + " after 0.05 seconds");
-  startOver();
-
-  environment.unset("ZEROTOUCH_CONFIGFETCH_TIMER_TIMEOUT");
-  for (bool const cancelled : {false, true}) {
-    start(server.url());
-    EXPECT_EQ(runningTimer(), "ConfigFetchTimer");
-    ASSERT_NE(sm().curlCBData(), nullptr);
-    if (cancelled) {
-      platform.config->cancelledIs(true);
-    } else {
-      platform.config->enabledIs(false);
-    }
-    EXPECT_EQ(sm().curlCBData(), nullptr);
-    EXPECT_FALSE(sm().curlSockFd());
-    EXPECT_EQ(sm().transitionState(), cancelled ? State::stateShutdown : State::stateInit);
-    sm().handleCurlSockFd();
-    EXPECT_EQ(sm().transitionState(), cancelled ? State::stateShutdown : State::stateInit);
-    startOver();
-  }
 }
 
 TEST_F(Transfers, that_never_start_are_no_success_of_an_earlier_one) {

@@ -36,12 +36,7 @@ class FetchTest : public AgentTest {
     sm().currentStateIs(state);
     sm().ZeroTouchSmModel::nextStateIs(state);
   }
-  static std::string file(std::string const& path) {
-    std::ifstream stream(path, std::ios::binary);
-    std::ostringstream content;
-    content << stream.rdbuf();
-    return stream ? content.str() : "(absent)";
-  }
+  static std::string file(std::string const& path) { return TemporaryFolder::contentOf(path); }
   static void writeFile(std::string const& path, std::string const& content) {
     std::ofstream(path, std::ios::binary) << content;
   }
