@@ -6,7 +6,8 @@
 
 #include "tests/simulation/Actions.h"
 
-// Ends a child process: well, unless it has failed or lost memory (looked for under the address sanitizer only).
+// Ends a child process: well, unless it has failed or lost memory (looked for under the address sanitizer
+// only).
 [[noreturn]] void endProcess(bool failed);
 
 // A whole run, as it follows from its seed.

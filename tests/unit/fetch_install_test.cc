@@ -1,4 +1,4 @@
-// What becomes of a download: installed, or run as a script whose end decides.
+// What becomes of a download: where it is installed, and how a script ends that takes too long.
 #include <algorithm>
 #include <csignal>
 
@@ -7,9 +7,6 @@
 namespace {
 
 using ZeroTouch::configDownloadPath;
-
-constexpr char const* script = "#!/bin/sh\n";
-constexpr char const* executing = "ZTP_EXEC_SCRIPT: Executing the downloaded config script";
 
 class Install : public FetchTest {
  protected:
@@ -62,77 +59,8 @@ TEST_F(Install, replaces_the_startup_configuration_that_save_file_names) {
   }
 }
 
-TEST_F(Install, of_nothing_retries_and_a_failed_one_says_why_and_stops) {
-  Sm& sm = install("");
-  EXPECT_EQ(
-      takeEvents(),
-      Strings{"ZTP_CONFIG_DOWNLOAD_FAIL: Failed to download the startup-config from http://h/c. Error: Zero "
-              "bytes read"});
-  EXPECT_EQ(sm.transitionState(), State::stateRetry);
-  EXPECT_EQ(flash.read("/flash/startup-config"), "(absent)");
-  startOver();
-
-  flash.write("/flash/startup-config", "old");
-  std::size_t const larger = 2U << 20U;  // than the file system, which holds the download only by its holes
-  EXPECT_DEATH(
-      {
-        Kel::logSinkIs(
-            [](Kel::LogEvent const& event) { std::fprintf(stderr, "%s\n", event.message.c_str()); });
-        writeFile(configDownloadPath, "x");
-        std::filesystem::resize_file(configDownloadPath, larger);
-        withAnswer("http://h/c").bytesReadIs(larger);
-        enter(State::stateFetchConfig);
-        this->sm().nextStateIs(State::stateCopyConfigOrExecScript);
-      },
-      "cannot write /tmp/zerotouch-test.*/flash/startup-config: No space left on device[^$]*"
-      "Assertion failed: success");
-  EXPECT_EQ(flash.read("/flash/startup-config"), "old");
-  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(flash.path("/flash")), {}), 1);
-}
-
-TEST_F(Install, runs_a_script_whose_end_decides) {
-  struct Case {
-    std::function<void(Kel::ChildSiginfo&)> end;
-    std::string out, err;
-    State next;
-    std::string event;
-  };
-  std::string const failed = "ZTP_EXEC_SCRIPT_FAIL: Config script exited with an error. Error code: ";
-  auto const exits = [](std::uint8_t status) {
-    return [status](Kel::ChildSiginfo& child) { child.exitedIs(status); };
-  };
-  for (Case const& c :
-       {Case{exits(0), "", "", State::stateShutdown,
-             "ZTP_EXEC_SCRIPT_SUCCESS: Successfully executed the downloaded config script"},
-        Case{exits(3), "x\n", "bad\n", State::stateRetry, failed + "3. Output: bad. x. "},
-        Case{exits(1), "", "", State::stateRetry, failed + "1. "},
-        Case{exits(2), std::string(100'000, 'o'), "\x1b[2J\tend", State::stateRetry,
-             failed + "2. Output: ?[2J end. " + std::string(4096, 'o') + ". [output cut] "},
-        Case{[](Kel::ChildSiginfo& child) { child.killedIs(SIGSEGV); }, "", "", State::stateRetry,
-             "ZTP_EXEC_SCRIPT_SIGNALED: Config script exited with an uncaught signal. Signal code: "
-             "Segmentation "
-             "fault"}}) {
-    environment.unset("ZTP_EXEC_SCRIPT");
-    Sm& sm = install(script);
-    EXPECT_EQ(takeEvents(),
-              (Strings{"ZTP_CONFIG_DOWNLOAD_SUCCESS: Successfully downloaded config script from http://h/c",
-                       executing}));
-    EXPECT_STREQ(std::getenv("ZTP_EXEC_SCRIPT"), "1");
-    EXPECT_EQ(children.last().argv, Strings{configDownloadPath});
-    EXPECT_EQ(std::filesystem::status(configDownloadPath).permissions(), std::filesystem::perms::owner_all);
-    EXPECT_EQ(runningTimer(), "ScriptExecTimer");
-    writeFile("/var/run/ztp-config-script.stdout", c.out);
-    writeFile("/var/run/ztp-config-script.stderr", c.err);
-    c.end(*children.last().child);
-    EXPECT_EQ(sm.transitionState(), c.next);
-    EXPECT_EQ(takeEvents(), Strings{c.event});
-    EXPECT_FALSE(sm.scriptChildProcess());
-    startOver();
-  }
-}
-
 TEST_F(Install, a_script_that_takes_too_long_is_stopped_and_decides_nothing_any_more) {
-  Sm& sm = install(script);
+  Sm& sm = install("#!/bin/sh\n");
   auto const child = children.last().child;
   auto const signals = [this] {  // of the script; clients that release the lease came after it
     return std::ranges::find(children.started, Strings{configDownloadPath},

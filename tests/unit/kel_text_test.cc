@@ -28,23 +28,6 @@ TEST(Format, follows_printf_and_the_type_of_the_argument) {
   EXPECT_EQ(Kel::format("plain"), "plain");
 }
 
-TEST(FormatDeathTest, aborts_on_a_text_that_does_not_fit_its_arguments) {
-  struct Case {
-    char const* format;
-    std::initializer_list<Kel::FormatArgument> arguments;
-    char const* reason;
-  };
-  for (Case const& c :
-       {Case{"%s %s", {"a"}, "a placeholder without an argument"},
-        Case{"text %", {"a"}, "a placeholder without an argument"},
-        Case{"text", {"a"}, "an argument without a placeholder"}, Case{"%q", {"a"}, "an unknown placeholder"},
-        Case{"%lu", {5}, "an unknown placeholder"}}) {
-    EXPECT_DEATH(Kel::formatArguments(c.format, c.arguments),
-                 std::string("Format.cc:[0-9]+: Assertion failed: format: ") + c.reason)
-        << c.format;
-  }
-}
-
 class LogEvents : public testing::Test {
  protected:
   LogEvents() {
