@@ -24,13 +24,6 @@ class DhcpClients : public PortTest {
   void hearRouter(std::string const& port, bool managed) {
     platform.raPacketStatus->raPacketIs(id(port))->managedIs(managed);
   }
-  Sm& inQuery() {
-    inSetup();
-    time.advance(30);
-    EXPECT_EQ(sm().currentState(), State::stateDhcpQuery);
-    return sm();
-  }
-  void choose(std::string const& port) { sm().choosenIntfIs(sm().phyIntfStatus(id(port))); }
   std::vector<std::string> commands() {
     std::vector<std::string> result;
     for (auto const& child : children.started) {

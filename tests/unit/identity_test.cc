@@ -4,14 +4,11 @@
 
 class Identity : public PortTest {
  protected:
-  // In the middle of a query on Ethernet1, until a boot-file name moves it on.
-  Sm& inQuery() {
+  Identity() {
     addPort("Ethernet1", routed);
     platform.epicd->intfConfigIs(id("Ethernet1"));
-    inSetup();
-    time.advance(30);
+    inQuery();
     events.clear();
-    return sm();
   }
   Kel::Ptr<ZeroTouch::IntfDhcpStatus> answer4() {
     return platform.dhcpStatus->intfDhcpStatusIs("dev-Ethernet1");
@@ -26,7 +23,6 @@ class Identity : public PortTest {
 };
 
 TEST_F(Identity, of_dhcpv4_is_told_and_goes_before_that_of_dhcpv6) {
-  inQuery();
   auto const answer = answer4();
   answer->mtuIs(9000);
   answer->addrWithMaskIs(Wire::IpGenAddrWithMask(prefix("10.0.0.5/24")));
@@ -59,7 +55,6 @@ TEST_F(Identity, of_dhcpv4_is_told_and_goes_before_that_of_dhcpv6) {
 }
 
 TEST_F(Identity, of_dhcpv6_is_less_and_undone_also_when_its_record_is_gone) {
-  inQuery();
   auto const answer = answer6();
   answer->addrWithMaskIs(*Wire::IpGenAddrWithMask::fromString("2001:db8::5/128"));
   answer->nameServerIs(0, ip("2001:db8::1"));
@@ -80,7 +75,6 @@ TEST_F(Identity, of_dhcpv6_is_less_and_undone_also_when_its_record_is_gone) {
 }
 
 TEST_F(Identity, without_an_address_is_stateless_and_a_vlan_interface_takes_the_mtu) {
-  inQuery();
   auto const vlan = platform.vicd->intfConfigIs(id("Ethernet1"));
   answer6()->mtuIs(1400);
   answer6()->bootFileNameIs("c");

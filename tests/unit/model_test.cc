@@ -57,27 +57,6 @@ TEST(Model, collections_of_entities_create_once_announce_and_refuse_another_cons
   EXPECT_EQ(reactor->log, (Log{"Ethernet1 created with ''", "Ethernet1 registered", "Ethernet1 removed"}));
 }
 
-TEST(Model, notifiees_hear_the_levels_that_they_were_made_for) {
-  static Log log;
-  log.clear();
-  struct Base : Interface::IntfStatus::NotifieeConst {
-    using NotifieeConst::NotifieeConst;
-    void onOperStatus() override { log.push_back("base:operStatus"); }
-  };
-  struct Deep : Interface::EthPhyIntfStatus::NotifieeConst {
-    using NotifieeConst::NotifieeConst;
-    void onOperStatus() override { log.push_back("deep:operStatus"); }
-    void onLinkStatus() override { log.push_back("deep:linkStatus"); }
-  };
-  auto const port = Kel::makePtr<Interface::EthPhyIntfStatus>(ethernet1);
-  auto const base = Kel::makePtr<Base>(port);
-  auto const deep = Kel::makePtr<Deep>(port);
-  port->operStatusIs(Interface::OperStatus::up);
-  port->operStatusIs(Interface::OperStatus::up);
-  port->linkStatusIs(Interface::LinkStatus::up);
-  EXPECT_EQ(log, (Log{"base:operStatus", "deep:operStatus", "deep:linkStatus"}));
-}
-
 TEST(Model, contained_entities_come_go_and_may_be_there_from_the_start) {
   struct Reactor : EntityMib::Status::NotifieeConst {
     explicit Reactor(Kel::Ptr<EntityMib::Status> const& status) : NotifieeConst(status), mib(status.get()) {}

@@ -107,17 +107,6 @@ std::string const enabledPath = "/zerotouch/config/enabled";
 
 }  // namespace
 
-TEST_F(StateSocket, ALineOver64KiBIsAnsweredWithAnErrorAndTheClientCutOff) {
-  std::string const request = get(enabledPath);
-  std::string const fitting = std::string(65'536 - (request.size() - 1), ' ') + request;
-  Peer fits(path), peer(path);
-  EXPECT_EQ(exchange(fits, fitting), result("false"));
-  std::string const answer = exchange(peer, request + " " + fitting);
-  EXPECT_NE(answer.find(R"("message":"line longer than 65536 bytes")"), std::string::npos) << answer;
-  EXPECT_TRUE(peer.atEnd());
-  EXPECT_EQ(exchange(fits, request), result("false"));
-}
-
 TEST_F(StateSocket, AClientThatDoesNotReadIsHeldUpAndThenCutOffWhileOthersAreServed) {
   Peer deaf(path);
   Peer slow(path);

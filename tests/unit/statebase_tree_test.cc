@@ -259,9 +259,6 @@ TEST_F(StateTree, InitialValuesAreAppliedWholeOrNotAtAll) {
            {"[\n]", ":1: expected an object with paths as its members"},
            {start + "  \"/entityMib/status\": {}\n  \"x\": 1}",
             ":4: syntax error while parsing object - unexpected string literal; expected '}'"},
-           {start + "\n  \"/nowhere\": {}}", ":4: /nowhere: nothing is at /nowhere"},
-           {start + "  \"/entityMib/status\": {\n    \"root\": {\n      \"initStatus\":\n \"begun\"}}}",
-            ":5: /entityMib/status/root/initStatus: expected one of uninitialized, initialized, failed"},
            {start + "  \"/interface/status/ethPhy\": {\n    \"intfStatus\": {\n      \"Ethernet1/1\": {\n"
                     "        \"speed\": 1}}}}",
             ":6: /interface/status/ethPhy/intfStatus/Ethernet1~11/speed: "
