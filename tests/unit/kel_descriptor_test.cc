@@ -11,7 +11,6 @@
 #include <functional>
 
 #include "platform/kel/testing/SimulatedTime.h"
-#include "tests/unit/support/RealLoop.h"
 
 namespace {
 
@@ -92,7 +91,7 @@ TEST(RealLoopEvents, signals_arrive_on_the_loop) {
   Kel::Loop::instance().onSignal(SIGUSR2, [&] { ++signals; });
   ASSERT_EQ(kill(getpid(), SIGUSR2), 0);
   EXPECT_EQ(signals, 0);
-  EXPECT_TRUE(RealLoop::runUntil([&] { return signals == 1; }));
+  EXPECT_TRUE(Kel::Loop::instance().runUntil([&] { return signals == 1; }, 10));
 }
 
 }  // namespace

@@ -22,25 +22,13 @@ TEST(Format, follows_printf_and_the_type_of_the_argument) {
   EXPECT_EQ(Kel::format("%02x|%d|%u|%d|%d|%s|%f|%.1f|100%% of %s%%", std::uint8_t{10}, true, 90.0, 0.5,
                         1700000000.0, Kel::never, 1.5, 2, "it"),
             "0a|1|90|0.5|1700000000|inf|1.500000|2.0|100% of it%");
-  for (std::string const& text : {std::string(2000, 'x'), std::string("a\0b", 3), std::string()}) {
-    EXPECT_EQ(Kel::format("%s", text), text);
-  }
-  EXPECT_EQ(Kel::format("plain"), "plain");
+  EXPECT_EQ(Kel::format("%s", std::string("a\0b", 3)), std::string("a\0b", 3));
 }
 
-class LogEvents : public testing::Test {
- protected:
-  LogEvents() {
-    sink = Kel::logSinkIs([this](Kel::LogEvent const& event) { seen.push_back(event); });
-  }
-  ~LogEvents() override { Kel::logSinkDel(sink); }
-
+TEST(LogEvents, repeat_within_their_limit_only) {
   Kel::testing::SimulatedTime time{1000};
   std::vector<Kel::LogEvent> seen;
-  int sink = 0;
-};
-
-TEST_F(LogEvents, repeat_within_their_limit_only) {
+  int const sink = Kel::logSinkIs([&seen](Kel::LogEvent const& event) { seen.push_back(event); });
   struct Case {
     Kel::Seconds interval;
     double burst;
@@ -59,6 +47,7 @@ TEST_F(LogEvents, repeat_within_their_limit_only) {
     EXPECT_EQ(seen.size(), c.events) << c.interval << " " << c.burst;
     for (auto const& event : seen) EXPECT_EQ(event.message, "Ethernet1 has 3");
   }
+  Kel::logSinkDel(sink);
 }
 
 TEST(Trace, writes_what_the_setting_asks_for_and_costs_nothing_else) {

@@ -34,47 +34,6 @@ class StateMachine : public AgentTest {
   }
 };
 
-TEST_F(StateMachine, a_run_starts_once_provisioning_is_enabled_and_the_inventory_is_ready) {
-  using Steps = std::vector<std::function<void()>>;
-  auto const enable = [this] { platform.config->enabledIs(true); };
-  auto const create = [this] { agent = createAgent(); };
-  auto const root = [this] { platform.entityMib->rootIs(); };
-  auto const ready = [this] { inventoryIs(EntityMib::InitStatus::initialized); };
-  auto const failed = [this] { inventoryIs(EntityMib::InitStatus::failed); };
-  auto const secondRoot = [this] {
-    platform.entityMib->rootDel();
-    auto const other = Kel::makePtr<EntityMib::Fru>();
-    other->initStatusIs(EntityMib::InitStatus::initialized);
-    platform.entityMib->rootIs(other);
-  };
-  for (Steps const& steps :
-       {Steps{enable, ready, create}, Steps{enable, create, ready}, Steps{create, enable, ready},
-        Steps{create, ready, enable}, Steps{create, root, enable, failed, ready},
-        Steps{enable, create, failed, secondRoot}}) {
-    for (std::size_t i = 0; i < steps.size(); ++i) {
-      EXPECT_FALSE(agent && sm().currentState() != State::stateInit) << "before step " << i;
-      steps[i]();
-    }
-    time.settle();
-    EXPECT_EQ(sm().currentState(), State::stateSetupInterfaces);
-    EXPECT_EQ(std::count(events.begin(), events.end(), started), 1);
-    startOver();
-  }
-}
-
-TEST_F(StateMachine, switching_to_and_fro_within_one_pass_never_rests_while_enabled) {
-  Sm& sm = atRest();
-  inventoryIs(EntityMib::InitStatus::initialized);
-  for (int i = 0; i < 3; ++i) {  // the pending stop leads to the state that is already held
-    platform.config->enabledIs(true);
-    platform.config->enabledIs(false);
-  }
-  platform.config->enabledIs(true);
-  time.settle();
-  EXPECT_EQ(sm.currentState(), State::stateSetupInterfaces);
-  EXPECT_EQ(runningTimer(), "InterfacesSetupTimer");
-}
-
 // The whole of a run as far as it goes without interfaces: two attempts, then the time limit, without the
 // guard entry, so that provisioning starts again after the reload.
 TEST_F(StateMachine, a_run_without_interfaces_retries_until_the_time_limit) {
@@ -120,6 +79,16 @@ TEST_F(StateMachine, a_refused_request_changes_nothing_but_cancels_the_timer) {
   EXPECT_EQ(sm.currentState(), State::stateRetry);
   EXPECT_EQ(runningTimer(), "");
   EXPECT_EQ(takeEvents(), Strings{});
+}
+
+TEST_F(StateMachine, nothing_leaves_a_shutdown_that_is_pending_or_done) {
+  Sm& sm = inRetry();
+  for (State const request : {State::stateShutdown, State::stateInit}) {
+    sm.doStateTransition(State::stateInvalid, request);
+    sm.doStateTransition(State::stateInvalid, State::stateDhcpQuery);
+    time.settle();
+    EXPECT_EQ(sm.currentState(), State::stateShutdown);
+  }
 }
 
 TEST_F(StateMachine, fetch_retries_back_off_three_times_then_the_run_retries) {

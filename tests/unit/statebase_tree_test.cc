@@ -77,13 +77,6 @@ TEST_F(StateTree, EveryKindOfPathIsReadable) {
            "\"\"}}}"}}) {
     EXPECT_EQ(get(path), value) << path;
   }
-  EXPECT_EQ(request("list", R"({"path": "/interface/status"})"),
-            R"([{"name":"all","kind":"entity","type":"Interface::AllIntfStatusDir","documentation":)"
-            R"("Status of every interface of any kind; shares the records of the other directories."},)"
-            R"({"name":"ethPhy","kind":"entity","type":"Interface::AllEthPhyIntfStatusDir","documentation":)"
-            R"("Status of every physical port."}])");
-  EXPECT_EQ(request("list", R"({"path": "/interface/status/ethPhy/intfStatus"})"),
-            R"([{"name":"Ethernet1/1","kind":"entity","type":"Interface::EthPhyIntfStatus"}])");
   EXPECT_EQ(request("time", "{}"), "1700000000.0");
 }
 
