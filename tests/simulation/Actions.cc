@@ -122,20 +122,10 @@ void lldp(World& world, Choice& choice) {
   world.hearLldp(index);
 }
 
-// The configured addresses become active on all ports, or all are lost.
 void addresses(World& world, Choice& choice) {
   bool const active = !choice.chance(4);
   world.note(active ? "addresses become active" : "addresses vanish");
-  auto const& platform = world.platform;
-  for (auto const& [intfId, config] : platform.ipConfig->ipIntfConfig())
-    platform.ipStatus->ipIntfStatusIs(intfId)->activeAddrWithMaskIs(
-        active && !config->addrWithMask().address.isZero() ? config->addrWithMask() : Wire::IpAddrWithMask{});
-  for (auto const& [intfId, config] : platform.ip6Config->intf()) {
-    auto const status = platform.ip6Status->intfIs(intfId);
-    status->addrDelAll();
-    if (!active) continue;
-    for (auto const& [addr, on] : config->addr()) status->addrIs(addr);
-  }
+  world.addressesAre(active);
 }
 
 void childEnds(World& world, Choice& choice) {
@@ -155,18 +145,14 @@ void childEnds(World& world, Choice& choice) {
 }
 
 void server(World& world, Choice& choice) {
-  using Failure = FakeCurl::Failure;
   auto& curl = world.curl;
-  curl.failure = choice.chance(3)
-                     ? choice.among({Failure::init, Failure::multiInit, Failure::addHandle, Failure::perform})
-                     : Failure::none;
+  curl.failing = choice.chance(3) ? choice.among({"easyInit", "multiInit", "addHandle", "perform"}) : "";
   curl.hangs = choice.chance(4);
   curl.passes = static_cast<int>(choice.of(4));
   curl.result = choice.chance(2) ? CURLE_COULDNT_CONNECT : CURLE_OK;
   curl.body = choice.among({"hostname sw1\n", "#!/bin/sh\n", "#!/bin/sh\n", "", "#"});
   curl.hasSocket = choice.chance(2);
-  world.note(Kel::format("server: %s%s, %d passes, result %d, body of %d bytes",
-                         curl.failure != Failure::none ? "libcurl fails" : "libcurl works",
+  world.note(Kel::format("server: '%s' fails%s, %d passes, result %d, body of %d bytes", curl.failing,
                          curl.hangs ? ", hangs" : "", curl.passes, static_cast<int>(curl.result),
                          curl.body.size()));
 }
@@ -243,7 +229,8 @@ void standby(World& world, Choice& choice) {
   world.platform.fileReplication->entryIs("RedSup")->synchronizedIs(synchronised);
 }
 
-// Whatever brings a run further.
+}  // namespace
+
 void progress(World& world, Choice& choice) {
   auto const& sm = world.sm();
   Choice details(choice.of(1u << 30));
@@ -264,17 +251,15 @@ void progress(World& world, Choice& choice) {
         return world.answer(i, choice.chance(3), details);
       }
       return world.addPort(0, choice);
-    case stateSetupSystemIdentity: {
-      Choice active(1);
-      addresses(world, active);
-      world.note("5 s pass");
+    case stateSetupSystemIdentity:
+      world.note("addresses become active, and 5 s pass");
+      world.addressesAre(true);
       return world.time.advance(5);
-    }
     case stateFetchConfig:
     case stateRetryFetchConfig:
       if (choice.chance(2)) {
         world.curl.hangs = false;
-        world.curl.failure = FakeCurl::Failure::none;
+        world.curl.failing = "";
       }
       world.note("4 s pass");
       return world.time.advance(4);
@@ -282,6 +267,8 @@ void progress(World& world, Choice& choice) {
       return childEnds(world, none);
   }
 }
+
+namespace {
 
 struct Action {
   char const* name;

@@ -16,3 +16,5 @@ unsigned actionCount();
 char const* actionName(unsigned action);
 std::vector<Step> stepsFrom(std::mt19937_64& random, unsigned count);
 void apply(World& world, Step const& step);
+// Whatever brings a run further: time, answers, addresses, the end of a child.
+void progress(World& world, Choice& choice);

@@ -25,12 +25,12 @@ FakeCurl* FakeCurl::current = nullptr;
 FakeCurl::FakeCurl() : socket_(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {
   current = this;
   table_.easyInit = []() -> CURL* {
-    if (current->failure == Failure::init || Faults::fails("easyInit")) return nullptr;
+    if (fails("easyInit")) return nullptr;
     ++current->alive_;
     return easyHandle;
   };
   table_.multiInit = []() -> CURLM* {
-    if (current->failure == Failure::multiInit || Faults::fails("multiInit")) return nullptr;
+    if (fails("multiInit")) return nullptr;
     ++current->alive_;
     return multiHandle;
   };
@@ -39,8 +39,7 @@ FakeCurl::FakeCurl() : socket_(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {
     current->passesLeft_ = current->passes;
     current->written_ = 0;
     current->reported_ = true;
-    bool const fails = current->failure == Failure::addHandle || Faults::fails("addHandle");
-    return fails ? CURLM_INTERNAL_ERROR : CURLM_OK;
+    return fails("addHandle") ? CURLM_INTERNAL_ERROR : CURLM_OK;
   };
   table_.multiPerform = [](CURLM*, int* running) { return current->perform(running); };
   table_.multiFdset = [](CURLM*, fd_set* readable, fd_set*, fd_set*, int* highest) {
@@ -72,6 +71,8 @@ FakeCurl::~FakeCurl() {
   close(socket_);
 }
 
+bool FakeCurl::fails(char const* call) { return current->failing == call || Faults::fails(call); }
+
 CURLcode FakeCurl::setopt(CURL*, CURLoption option, ...) {
   va_list arguments;
   va_start(arguments, option);
@@ -95,7 +96,7 @@ CURLMcode FakeCurl::perform(int* running) {
   eventfd_read(socket_, &ignored);
   *running = 1;
   if (hangs) return CURLM_OK;
-  if (failure == Failure::perform || Faults::fails("perform")) return CURLM_INTERNAL_ERROR;
+  if (fails("perform")) return CURLM_INTERNAL_ERROR;
   bool const last = passesLeft_-- <= 0;
   bool const kept = result == CURLE_OK || !last ? write(last ? body.size() : body.size() / 2) : true;
   if (!last && kept) return CURLM_OK;

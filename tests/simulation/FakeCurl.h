@@ -13,8 +13,7 @@ class FakeCurl {
   FakeCurl& operator=(FakeCurl const&) = delete;
 
   // What becomes of transfers, also of the one that runs.
-  enum class Failure { none, init, multiInit, addHandle, perform };
-  Failure failure = Failure::none;
+  std::string failing;  // this call fails: "easyInit", "multiInit", "addHandle" or "perform"
   bool hangs = false;
   int passes = 1;  // calls of perform before the one that ends a new transfer; 0 ends it at once
   CURLcode result = CURLE_OK;
@@ -29,6 +28,7 @@ class FakeCurl {
  private:
   static FakeCurl* current;
 
+  static bool fails(char const* call);
   static CURLcode setopt(CURL*, CURLoption option, ...);
   CURLMcode perform(int* running);
   bool write(std::size_t upTo);

@@ -1,9 +1,8 @@
 // What must be true whenever the loop has come to rest.
 #include <csignal>
-#include <fstream>
-#include <sstream>
 
 #include "tests/simulation/World.h"
+#include "tests/unit/support/TemporaryFolder.h"
 
 namespace {
 
@@ -13,13 +12,6 @@ template <typename Collection>
 std::set<Wire::IntfId> keys(Collection const& collection) {
   auto const all = collection.keys();
   return {all.begin(), all.end()};
-}
-
-std::string contentOf(char const* path) {
-  std::ifstream file(path);
-  std::ostringstream content;
-  content << file.rdbuf();
-  return file ? content.str() : "(absent)";
 }
 
 }  // namespace
@@ -124,7 +116,7 @@ void World::checkAtRest() {
 }
 
 void World::checkEnding() {
-  std::string const settings = contentOf("/tmp/root/flash/zerotouch-config");
+  std::string const settings = TemporaryFolder::contentOf("/tmp/root/flash/zerotouch-config");
   require(settings == (expectDisable ? "DISABLE=NextReload\n" : "(absent)"),
           "the settings file holds " + settings);
   require(reloads_ <= 1, "the reload was requested twice");

@@ -109,6 +109,15 @@ World::World(std::uint64_t bits, bool recorded) : recorded_(recorded) {
   sockets_ = Kel::makePtr<Sockets>(*this);
 }
 
+World::World() : World(5, false) {
+  for (unsigned i : {0U, 1U, 2U}) {
+    Choice choice(workingPort);
+    addPort(i, choice);
+    if (i > 0) platform.raPacketStatus->raPacketIs(port(i))->managedIs(i == 1);
+  }
+  platform.entityMib->rootIs()->initStatusIs(EntityMib::InitStatus::initialized);
+}
+
 World::~World() {
   drop();
   Kel::logSinkDel(logSink_);
@@ -193,6 +202,18 @@ void World::removeResults(bool six) {
     platform.dhcpStatus->intfDhcp6StatusDelAll();
   } else {
     platform.dhcpStatus->intfDhcpStatusDelAll();
+  }
+}
+
+void World::addressesAre(bool active) {
+  for (auto const& [intfId, config] : platform.ipConfig->ipIntfConfig())
+    platform.ipStatus->ipIntfStatusIs(intfId)->activeAddrWithMaskIs(
+        active && !config->addrWithMask().address.isZero() ? config->addrWithMask() : Wire::IpAddrWithMask{});
+  for (auto const& [intfId, config] : platform.ip6Config->intf()) {
+    auto const status = platform.ip6Status->intfIs(intfId);
+    status->addrDelAll();
+    if (!active) continue;
+    for (auto const& [addr, on] : config->addr()) status->addrIs(addr);
   }
 }
 

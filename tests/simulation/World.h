@@ -36,9 +36,14 @@ class Choice {
 class World {
  public:
   static constexpr unsigned portCount = 4;
+  // Bits for addPort and answer: a port that works, an answer that has everything.
+  static constexpr std::uint64_t workingPort = 41, fullAnswer = 1 + 256;
 
   // `recorded`: the history is printed as it happens.
   World(std::uint64_t bits, bool recorded);
+  // One that is as simple as can be: a fixed system of which all is known, three ports that work, and routers
+  // that want DHCPv6 on the second.
+  World();
   ~World();
   World(World const&) = delete;
   World& operator=(World const&) = delete;
@@ -57,6 +62,8 @@ class World {
   void answer(unsigned index, bool six, Choice& choice);
   void report(unsigned index, bool six, Kel::String const& reason);
   void removeResults(bool six);
+  // The configured addresses become active on all ports, or all are lost.
+  void addressesAre(bool active);
   void hearLldp(unsigned index);
   // The children that run, in the order of their start.
   std::vector<Kel::Ptr<Kel::ChildSiginfo>> running() const;

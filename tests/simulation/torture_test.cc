@@ -24,13 +24,7 @@ constexpr char const* errors = "/tmp/torture.err";
 // fails, and then a startup configuration.
 class WholeRun {
  public:
-  WholeRun() : world_(5, false) {
-    for (unsigned i : {0U, 1U, 2U}) {
-      Choice works(41);
-      world_.addPort(i, works);
-      world_.platform.raPacketStatus->raPacketIs(World::port(i))->managedIs(i == 1);
-    }
-    world_.platform.entityMib->rootIs()->initStatusIs(EntityMib::InitStatus::initialized);
+  WholeRun() {
     world_.curl.hasSocket = true;
     world_.curl.passes = 2;
     world_.children.onRunAndWait = [works = world_.children.onRunAndWait](char const* path) {
@@ -72,26 +66,13 @@ class WholeRun {
 
  private:
   void step() {
-    Choice whole(1 + 256);  // an answer that has everything but a server's name
-    switch (world_.state()) {
-      case stateDhcpQuery:
-        if (queries_++ > 0) return world_.answer(0, false, whole);
-        return world_.time.advance(15);
-      case stateSetupSystemIdentity: {
-        auto const wanted = world_.platform.ipConfig->ipIntfConfig(World::port(0))->addrWithMask();
-        world_.platform.ipStatus->ipIntfStatusIs(World::port(0))->activeAddrWithMaskIs(wanted);
-        return world_.time.advance(5);
-      }
-      case stateFetchConfig:
-        return world_.time.advance(2);
-      case stateCopyConfigOrExecScript:
-        return world_.running().back()->exitedIs(1);
-      case stateShutdown:
-        for (auto const& child : world_.running()) child->exitedIs(0);
-        return;
-      default:
-        return world_.time.advance(15);
-    }
+    auto const driven =
+        stateSetupSystemIdentity | stateFetchConfig | stateCopyConfigOrExecScript | stateShutdown;
+    bool const answers = world_.state() == stateDhcpQuery && queries_++ > 0;
+    if (!answers && (world_.state() & driven) == stateInvalid) return world_.time.advance(15);
+    constexpr std::uint64_t overDhcpv4 = 5;
+    Choice choice(World::fullAnswer | overDhcpv4 << 30);
+    progress(world_, choice);
   }
 
   World world_;

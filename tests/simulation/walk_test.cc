@@ -16,9 +16,8 @@ using Curl = FakeCurl;
 
 constexpr Kel::Seconds longEnough = 100'000;
 constexpr char const* script = "/tmp/zt-download";
-// Bits for World, addPort and answer: a fixed system without ports, a port that works, an answer that has
-// everything, one without a boot file.
-constexpr std::uint64_t emptySwitch = 5, workingPort = 41, fullAnswer = 1, noBootFile = 1 + 7 * 1536;
+// Bits for an answer that has everything but a boot file.
+constexpr std::uint64_t noBootFile = 1 + 7 * 1536;
 
 // --- The situations: what a run is doing, and how it gets there from the one before ---
 
@@ -47,14 +46,7 @@ constexpr Situation situations[] = {
 
 class Walk {
  public:
-  Walk() : world(emptySwitch, false) {
-    for (unsigned i : {0U, 1U, 2U}) {
-      Choice choice(workingPort);
-      world.addPort(i, choice);
-    }
-    world.platform.raPacketStatus->raPacketIs(World::port(1))->managedIs(true);
-    world.platform.raPacketStatus->raPacketIs(World::port(2))->managedIs(false);
-    world.platform.entityMib->rootIs()->initStatusIs(EntityMib::InitStatus::initialized);
+  Walk() {
     world.curl.result = CURLE_COULDNT_CONNECT;
     world.curl.hangs = true;
     world.time.settle();
@@ -69,7 +61,7 @@ class Walk {
     world.time.advance(30);
     if (letter == 'Q') return;
     if (letter == '6') return world.time.advance(15);
-    answer(0, false, fullAnswer);
+    answer(0, false, World::fullAnswer);
     world.time.settle();
     if (letter == 'A') return;
     addresses(true);
@@ -163,9 +155,8 @@ class Walk {
   bool addresses(bool active) {
     auto const& config = world.platform.ipConfig->ipIntfConfig(World::port(0));
     bool const applied = config && !config->addrWithMask().address.isZero();
-    auto const status = world.platform.ipStatus->ipIntfStatusIs(World::port(0));
-    status->activeAddrWithMaskIs({});  // so that it is news in every situation
-    if (active && applied) status->activeAddrWithMaskIs(config->addrWithMask());
+    world.addressesAre(false);  // so that it is news in every situation
+    if (active) world.addressesAre(true);
     return applied;
   }
   bool transfer(char const* body) {
@@ -224,8 +215,8 @@ Event const events[] = {
      }},
     {"the script fails", "-------R-----", [](Walk& w) { return w.endOf(script, 3, 0); }},
     {"the script is killed", "-------R-----", [](Walk& w) { return w.endOf(script, 0, SIGSEGV); }},
-    {"DHCPv4 answers", "..AA.........", [](Walk& w) { return w.answer(1, false, fullAnswer); }},
-    {"DHCPv6 answers", "..AA.........", [](Walk& w) { return w.answer(2, true, fullAnswer); }},
+    {"DHCPv4 answers", "..AA.........", [](Walk& w) { return w.answer(1, false, World::fullAnswer); }},
+    {"DHCPv6 answers", "..AA.........", [](Walk& w) { return w.answer(2, true, World::fullAnswer); }},
     {"an answer names no boot file", ".............", [](Walk& w) { return w.answer(1, false, noBootFile); }},
     {"DHCPv4 fails on all ports", ".........Q...", [](Walk& w) { return w.allFail(); }},
     {"the results go", "----.....Q...", [](Walk& w) { return w.resultsGo(); }},
@@ -243,7 +234,7 @@ Event const events[] = {
     {"another port goes", ".............", [](Walk& w) { return w.world.removePort(1), true; }},
     {"a port comes", ".............",
      [](Walk& w) {
-       Choice choice(workingPort);
+       Choice choice(World::workingPort);
        return w.world.addPort(3, choice), true;
      }},
     {"the asked port becomes switched", ".............",
@@ -270,31 +261,21 @@ Event const events[] = {
     {"the operator cancels", ".DDDLLLLLD---", [](Walk& w) { return w.cancel(); }},
 };
 
-// What an event leads to from a situation, as a letter of the table.
-char outcome(Event const& event, char from, std::string& violation) {
+// What an event leads to from a situation, as a letter of the table. With `stop`, one that has asked to stop
+// the run goes before it in the same pass of the loop.
+char outcome(Event const& event, char from, std::string& violation, bool (Walk::*stop)() = nullptr) {
   Walk walk;
   walk.to(from);
   EXPECT_EQ(walk.situation(), from);
   auto const timer = walk.world.sm().timer();
+  if (stop != nullptr) (walk.*stop)();
   bool const happens = event.happens(walk);
   walk.world.time.settle();
   walk.world.check();
   violation = walk.world.violation;
+  if (stop != nullptr) return walk.situation();
   bool const same = walk.situation() == from && walk.world.sm().timer() == timer;
   return !happens ? '-' : same ? '.' : walk.situation();
-}
-
-// Where a run goes when an event follows in the same pass of the loop on `change`, which has asked to stop
-// it.
-char outcomeOf(bool (Walk::*change)(), Event const& event, char from, std::string& violation) {
-  Walk walk;
-  walk.to(from);
-  (walk.*change)();
-  event.happens(walk);
-  walk.world.time.settle();
-  walk.world.check();
-  violation = walk.world.violation;
-  return walk.situation();
 }
 
 }  // namespace
@@ -311,17 +292,31 @@ TEST(Walk, every_event_leads_from_every_situation_where_the_table_says) {
 }
 
 TEST(Walk, nothing_that_follows_a_stop_in_the_same_pass_holds_it_up) {
-  std::string const enables = "the operator enables", ends = "the timer ends";
+  std::string const enables = "the operator enables";
   for (auto const& event : events) {
     for (char const from : std::string("SQ6AFBXRC")) {
       std::string violation;
       bool const again = event.name == enables;
-      EXPECT_EQ(outcomeOf(&Walk::disable, event, from, violation), again ? 'S' : 'I') << event.name << from;
+      EXPECT_EQ(outcome(event, from, violation, &Walk::disable), again ? 'S' : 'I') << event.name << from;
       EXPECT_EQ(violation, "") << event.name << " after a disable in " << from;
-      char const reached = outcomeOf(&Walk::cancel, event, from, violation);
+      char const reached = outcome(event, from, violation, &Walk::cancel);
       EXPECT_TRUE(reached == 'L' || reached == 'D')
           << event.name << " in " << from << " leads to " << reached;
       EXPECT_EQ(violation, "") << event.name << " after a cancel in " << from;
     }
   }
+}
+
+TEST(Walk, states_that_are_entered_within_the_call_that_asks_for_them_are_the_same) {
+  setenv("ZEROTOUCH_FORCE_IMMEDIATE_STATE_TRANSITIONS", "", 1);
+  for (char const situation : std::string(columns)) {
+    Walk walk;
+    walk.world.platform.config->enabledIs(situation != 'I');
+    EXPECT_EQ(walk.world.state(), situation == 'I' ? stateInit : stateSetupInterfaces);
+    walk.to(situation);
+    EXPECT_EQ(walk.situation(), situation);
+    walk.world.check();
+    EXPECT_EQ(walk.world.violation, "") << situation;
+  }
+  unsetenv("ZEROTOUCH_FORCE_IMMEDIATE_STATE_TRANSITIONS");
 }

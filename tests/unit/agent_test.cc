@@ -1,10 +1,5 @@
-// The agent's shell: settings file, path rooting, child launcher, root entity, event catalogue.
-#include <gmock/gmock.h>
-#include <sys/stat.h>
-
-#include "platform/kel/Loop.h"
+// The agent's shell: settings file, path rooting, root entity, event catalogue.
 #include "tests/unit/support/AgentTest.h"
-#include "zerotouch/agent/ChildLauncher.h"
 #include "zerotouch/agent/Events.h"
 #include "zerotouch/agent/Root.h"
 #include "zerotouch/utils/SettingsFile.h"
@@ -43,56 +38,18 @@ TEST_F(Agent, settings_are_read_as_they_stand) {
     sm.doRemoveConfigEntry("absent");
     sm.doAddConfigEntry("ADDED", "1");
     sm.doRemoveConfigEntry("ADDED");
+    environment.set("FILESYSTEM_ROOT", flash.path("/nowhere"));
+    sm.doWriteConfigFile();
+    EXPECT_EQ(settingsFile(), c.content);  // what cannot be written is left as it was
+    environment.set("FILESYSTEM_ROOT", flash.path());
     sm.doWriteConfigFile();
     EXPECT_EQ(ZeroTouch::readSettings(flash.path("/flash/zerotouch-config")), c.expected);
     agent = nullptr;
   }
 }
 
-TEST_F(Agent, a_settings_file_that_cannot_be_written_is_left_as_it_was) {
-  flash.write("/flash/zerotouch-config", "KEEP=me\n");
-  Sm& sm = atRest();
-  environment.set("FILESYSTEM_ROOT", flash.path("/nowhere"));
-  sm.doAddConfigEntry("DISABLE", "NextReload");
-  sm.doWriteConfigFile();
-  EXPECT_EQ(settingsFile(), "KEEP=me\n");
-
-  std::filesystem::create_directory(flash.path("/flash/folder"));
-  EXPECT_THAT(ZeroTouch::replaceFile(flash.path("/flash/folder"), "x"), testing::HasSubstr("cannot replace"));
-  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(flash.path("/flash")), {}), 2)
-      << "left-over files";
-}
-
-TEST_F(Agent, children_get_their_output_files_and_the_rest_from_the_agent) {
-  Kel::childRunnerIs(nullptr);  // real children, and real time
-  Kel::Loop::instance().endSimulation();
-  struct Case {
-    std::string out, err;  // below the folder; "" for none
-    std::string expectedOut, expectedErr;
-  };
-  for (Case const& c : {Case{"/out", "/err", "o\n", "e\n"}, Case{"/out", "", "o\n", "(absent)"},
-                        Case{"/absent/out", "/err", "(absent)", "e\n"}}) {
-    std::string shell = "/bin/sh", option = "-c", script = "echo o; echo e >&2; exit 7";
-    char* argv[] = {shell.data(), option.data(), script.data(), nullptr};
-    EXPECT_EQ(ZeroTouch::argvToString(argv), "/bin/sh -c " + script + " ");
-    flash.write("/out", "something longer that is truncated");
-    std::string const out = flash.path(c.out), err = flash.path(c.err);
-    auto const child =
-        ZeroTouch::runCmd(argv, c.out.empty() ? nullptr : out.c_str(), c.err.empty() ? nullptr : err.c_str());
-    while (!child->ended()) sd_event_run(Kel::Loop::instance().event(), UINT64_MAX);
-    EXPECT_EQ(child->exitStatus(), 7);
-    EXPECT_EQ(flash.read(c.out), c.expectedOut);
-    EXPECT_EQ(flash.read("/err"), c.expectedErr);
-    std::filesystem::remove(flash.path("/err"));
-  }
-  Kel::Loop::instance().simulate(1'700'000'000);
-  char* none[] = {nullptr};
-  EXPECT_EQ(ZeroTouch::argvToString(none), "");
-}
-
 TEST_F(Agent, the_root_holds_one_agent) {
   ZeroTouch::Root tree("zerotouch");
-  EXPECT_FALSE(tree.hasBackupSupport());
   auto const create = [&]() -> Kel::Ptr<ZeroTouch::AgentCreator> const& {
     ZeroTouch::MountedEntities const& p = platform;
     return tree.agentIs(p.config, p.status, p.dhcpStatus, p.epicd, p.episd, p.vicd, p.visd, p.aisd, p.aisld,

@@ -1,6 +1,5 @@
-// The DHCP clients: which interfaces are asked, with what command lines and files, and the release of leases.
-#include <fstream>
-
+// The DHCP clients: which interfaces are asked, with what command lines and files, what is said when nobody
+// answers, and the release of leases.
 #include "tests/unit/support/Ports.h"
 #include "zerotouch/dhcp/DhclientFiles.h"
 
@@ -25,13 +24,6 @@ class DhcpClients : public PortTest {
   void hearRouter(std::string const& port, bool managed) {
     platform.raPacketStatus->raPacketIs(id(port))->managedIs(managed);
   }
-  Sm& inQuery() {
-    inSetup();
-    time.advance(30);
-    EXPECT_EQ(sm().currentState(), State::stateDhcpQuery);
-    return sm();
-  }
-  void choose(std::string const& port) { sm().choosenIntfIs(sm().phyIntfStatus(id(port))); }
   std::vector<std::string> commands() {
     std::vector<std::string> result;
     for (auto const& child : children.started) {
@@ -41,12 +33,6 @@ class DhcpClients : public PortTest {
     }
     return result;
   }
-  static std::string read(std::string const& path) {
-    std::stringstream text;
-    text << std::ifstream(path).rdbuf();
-    return text.str();
-  }
-
   std::string const head =
       "/sbin/dhclient -d -q --ignore-preinit -sf /usr/bin/zerotouch-dhclient-script -e SYSNAME=sy "
       "-e STATEBASESOCKNAME=/run/s ";
@@ -66,11 +52,13 @@ TEST_F(DhcpClients, each_family_asks_on_the_interfaces_that_can_answer) {
   addUpPort("Ethernet2", "d2");
   addPort("Ethernet3", routed)->operStatusIs(Interface::OperStatus::down);
   addPort("Ethernet4", bridged)->operStatusIs(Interface::OperStatus::up);
+  addUpPort("Ethernet5", "all")->operStatusIs(Interface::OperStatus::down);
   hearRouter("Ethernet1", true);
+  hearRouter("Ethernet5", true);  // which DHCPv6 needs no link for
   hearRouter("Ethernet2", true);  // a device that does not exist has no IPv6
   hearRouter("Ethernet4", true);
   inQuery();
-  EXPECT_EQ(commands(), (Strings{head + v4 + "lo d2", head + v6 + "lo"}));
+  EXPECT_EQ(commands(), (Strings{head + v4 + "lo d2", head + v6 + "lo all"}));
   takeEvents();
   for (auto const* const set : {"ZEROTOUCH_IGNORE_OPERSTATUS", "ZEROTOUCH_DHCLIENT", "STATEBASEPORT"})
     environment.set(set, "/x");
@@ -81,37 +69,45 @@ TEST_F(DhcpClients, each_family_asks_on_the_interfaces_that_can_answer) {
   sm().doStartDhcpQuery();
   EXPECT_EQ(commands(), Strings{"/x -d -q --ignore-preinit -sf /usr/bin/zerotouch-dhclient-script "
                                 "-e SYSNAME=sw1 -e STATEBASEPORT=/x " +
-                                v4 + "lo d2 dev-Ethernet3"});
-  EXPECT_EQ(takeEvents(), Strings{"ZTP_DHCPv4_QUERY: Sending DHCPv4 request on [ lo, d2, dev-Ethernet3 ]"});
+                                v4 + "lo d2 dev-Ethernet3 all"});
+  EXPECT_EQ(takeEvents(),
+            Strings{"ZTP_DHCPv4_QUERY: Sending DHCPv4 request on [ lo, d2, dev-Ethernet3, all ]"});
 }
 
-TEST_F(DhcpClients, without_a_usable_interface_only_ipv6_is_asked) {
-  addUpPort("Ethernet1", "lo")->operStatusIs(Interface::OperStatus::down);
-  hearRouter("Ethernet1", true);
+TEST_F(DhcpClients, a_query_that_failed_on_every_interface_is_reported_and_its_client_stopped) {
+  addUpPort("Ethernet1", "d1");
+  addUpPort("Ethernet2", "d2");
   inQuery();
-  EXPECT_EQ(commands(), Strings{head + v6 + "lo"});
+  takeEvents();
+  for (auto const& [device, reason] : std::initializer_list<std::pair<char const*, char const*>>{
+           {"d1", "FAIL"}, {"d2", "BOUND"}, {"d2", "TIMEOUT"}}) {
+    EXPECT_EQ(takeEvents(), Strings{});
+    platform.dhcpStatus->intfDhcpStatusIs(device)->reasonIs(reason);
+  }
+  EXPECT_EQ(takeEvents(), Strings{"ZTP_DHCPv4_QUERY_FAIL: Failed to get a valid DHCPv4 response"});
+  EXPECT_EQ(children.last().signals, std::vector{SIGTERM});
+  EXPECT_EQ(runningTimer(), "DhclientQueryTimer");
+  sm().currentStateIs(State::stateRetry);  // where a client that releases its lease shares the record
+  platform.dhcpStatus->intfDhcpStatusIs("d2")->reasonIs("FAIL");
+  EXPECT_EQ(takeEvents(), Strings{});
 }
 
-TEST_F(DhcpClients, stateless_interfaces_are_asked_one_after_the_other) {
-  // All three are lo: only a real device has a switch for IPv6.
-  for (auto const* const port : {"Ethernet1", "Ethernet2", "Ethernet3"}) {
+TEST_F(DhcpClients, stateless_interfaces_are_asked_one_after_the_other_once_the_others_are_silent) {
+  // All are lo: only a real device has a switch for IPv6.
+  for (auto const* const port : {"Ethernet1", "Ethernet2", "Ethernet3", "Ethernet4"}) {
     addUpPort(port, "lo");
-    hearRouter(port, false);
+    hearRouter(port, port == std::string("Ethernet4"));
   }
   inQuery();
   takeEvents();
   children.started.clear();
   time.advance(15);
-  EXPECT_EQ(sm().currentState(), State::stateStatelessDhcpQuery);
   std::string const query = "ZTP_STATELESS_DHCPv6_QUERY: Sending stateless DHCPv6 request on [ lo ]";
-  EXPECT_EQ(takeEvents(), (Strings{"ZTP_DHCPv4_QUERY_FAIL: Failed to get a valid DHCPv4 response", query}));
-  time.advance(10);
+  EXPECT_EQ(takeEvents(), (Strings{"ZTP_DHCPv4_QUERY_FAIL: Failed to get a valid DHCPv4 response",
+                                   "ZTP_DHCPv6_QUERY_FAIL: Failed to get a valid DHCPv6 response", query}));
+  time.advance(15);
   EXPECT_EQ(commands(), (Strings(3, head + stateless + "lo")));
-  EXPECT_EQ(names(sm().intfStatus6Stateless()), "");
-  for (int i : {0, 1}) EXPECT_EQ(children.started[i].signals, std::vector{SIGTERM});
-  time.advance(5);
-  EXPECT_EQ(children.last().signals, std::vector{SIGTERM});
-  EXPECT_EQ(sm().currentState(), State::stateRetry);
+  for (auto const& start : children.started) EXPECT_EQ(start.signals, std::vector{SIGTERM});
   EXPECT_EQ(takeEvents(),
             (Strings{query, query,
                      "ZTP_STATELESS_DHCPv6_QUERY_FAIL: Failed to get a valid stateless "
@@ -119,49 +115,25 @@ TEST_F(DhcpClients, stateless_interfaces_are_asked_one_after_the_other) {
                      "ZTP_RETRY: Retrying Zero Touch Provisioning from the beginning (attempt 1)"}));
 }
 
-TEST_F(DhcpClients, a_retry_releases_the_leases_and_leaves_a_running_release_alone) {
+TEST_F(DhcpClients, a_release_that_runs_is_left_alone_until_the_next_query) {
   addUpPort("Ethernet1", "lo");
   inQuery();
   sm().doReleaseLease();  // none is chosen
   EXPECT_EQ(children.started.size(), 1);
-  choose("Ethernet1");
-  children.started[0].signals.clear();
-  sm().doReleaseLease();
-  sm().doReleaseLease6();
-  EXPECT_EQ(children.started[0].signals, std::vector{SIGTERM});
-  Strings const releases = {head + v4 + "lo", head + v4 + "-r lo", head + v6 + "-r lo"};
-  EXPECT_EQ(commands(), releases);
-  sm().doReleaseLease();
-  sm().doReleaseLease6();
-  EXPECT_EQ(commands(), releases);
-  EXPECT_TRUE(children.started[1].signals.empty() && children.started[2].signals.empty());
-
+  sm().choosenIntfIs(sm().phyIntfStatus(id("Ethernet1")));
+  for (int i : {0, 1}) {
+    SCOPED_TRACE(i);
+    sm().doReleaseLease();
+    sm().doReleaseLease6();
+    EXPECT_EQ(commands(), (Strings{head + v4 + "lo", head + v4 + "-r lo", head + v6 + "-r lo"}));
+  }
   sm().nextStateIs(State::stateRetry);
-  EXPECT_EQ(commands(), releases);
+  EXPECT_EQ(children.started.size(), 3);
+  EXPECT_TRUE(children.started[1].signals.empty() && children.started[2].signals.empty());
   children.started[1].child->exitedIs(0);
-  EXPECT_FALSE(sm().dhclientChildProcess());
-  EXPECT_EQ(runningTimer(), "RetryWaitTimer");
-  time.advance(15.1);  // what has not ended by now is stopped, and the next query starts
+  time.advance(15.1);
   EXPECT_EQ(children.started[2].signals, std::vector{SIGTERM});
-  EXPECT_EQ(sm().currentState(), State::stateDhcpQuery);
-  EXPECT_FALSE(sm().choosenIntf());
   EXPECT_EQ(commands().back(), head + v4 + "lo");
-}
-
-TEST_F(DhcpClients, the_reload_waits_for_the_first_release_to_end) {
-  addUpPort("Ethernet1", "lo");
-  inQuery();
-  choose("Ethernet1");
-  platform.config->cancelledIs(true);
-  time.settle();
-  EXPECT_EQ(runningTimer(), "LeaseReleaseTimer");
-  ASSERT_EQ(children.started.size(), 3);
-  EXPECT_EQ(platform.reloadConfig->reloadTime(), 0);
-  children.started[1].child->exitedIs(0);
-  EXPECT_EQ(children.started[2].signals, std::vector{SIGTERM});
-  EXPECT_NE(platform.reloadConfig->reloadTime(), 0);
-  children.started[2].child->killedIs(SIGTERM);
-  EXPECT_EQ(runningTimer(), "");
 }
 
 TEST_F(DhcpClients, the_configuration_files_tell_who_asks) {
@@ -175,15 +147,15 @@ TEST_F(DhcpClients, the_configuration_files_tell_who_asks) {
                           "send dhcp6.vendor-opts 00:00:7e:d9:00:01:00:0c:"
                           "4f:73:74:72:65:6c:3b:4d:22:0a:3b:ffffff80;\n";
   inSetup();
-  EXPECT_EQ(read(ZeroTouch::dhclientConfigPath), four);
-  EXPECT_EQ(read(ZeroTouch::dhclient6ConfigPath), six);
+  EXPECT_EQ(TemporaryFolder::contentOf(ZeroTouch::dhclientConfigPath), four);
+  EXPECT_EQ(TemporaryFolder::contentOf(ZeroTouch::dhclient6ConfigPath), six);
   platform.config->enabledIs(false);
   time.settle();
   platform.config->enabledIs(true);  // a second start in the same boot appends
-  EXPECT_EQ(read(ZeroTouch::dhclientConfigPath), four + four);
+  EXPECT_EQ(TemporaryFolder::contentOf(ZeroTouch::dhclientConfigPath), four + four);
 
-  std::ofstream(flash.path("/template")) << "timeout 9;\n\n# end";
-  std::ofstream(flash.path("/empty"));
+  flash.write("/template", "timeout 9;\n\n# end");
+  flash.write("/empty", "");
   for (auto const* const base : {"/template", "/empty", "/none", "/template"})
     EXPECT_TRUE(ZeroTouch::appendTemplate(flash.path(base).c_str(), flash.path("/made").c_str()));
   EXPECT_EQ(flash.read("/made"), "timeout 9;\n\n# endtimeout 9;\n\n# end");

@@ -1,5 +1,4 @@
 // Which interfaces take part, what is configured on them, and when the view of them is frozen.
-#include "tests/unit/support/AgentTest.h"
 #include "tests/unit/support/Ports.h"
 
 class Intf : public PortTest {};
@@ -22,13 +21,6 @@ TEST_F(Intf, the_set_up_pass_configures_every_port_and_registers_the_routed_ones
   EXPECT_EQ(known(), "Ethernet1 Ethernet2 Management1");
   EXPECT_EQ(socketsWanted(), "Ethernet1 Ethernet2 Management1");
   EXPECT_EQ(sm().phyIntfStatus(id("Ethernet1"))->kernelIntfName(), "dev-Ethernet1");
-
-  sm().doEnableOrDisableAcceptRa(id("Ethernet1"), false);
-  sm().doEnableOrDisableAcceptRaDefRtr(id("Ethernet1"), false);
-  sm().doEnableOrDisableAcceptRa(id("absent"), true);
-  EXPECT_EQ(platform.ip6Config->intf(id("Ethernet1"))->addrSource(), Ip6::AddrSource::configured);
-  EXPECT_TRUE(platform.ip6Config->intf(id("Ethernet1"))->acceptRaDefRtr());
-  EXPECT_FALSE(platform.ip6Config->intf(id("absent")));
 }
 
 TEST_F(Intf, management_ports_can_be_left_out_but_are_configured_all_the_same) {
@@ -53,15 +45,6 @@ TEST_F(Intf, ports_are_followed_while_the_view_is_live) {
   addPort("Ethernet2", routed);
   addLag("Port-Channel1", routed);
   EXPECT_EQ(registered(), "Ethernet2 Port-Channel1");
-  port->deviceNameIs("renamed");
-  Kel::Ptr<ZeroTouch::IntfStatus> found;
-  sm().findIntfStatusForKernelIntf("renamed", found);
-  EXPECT_EQ(found, sm().phyIntfStatus(id("Ethernet1")));
-  sm().findIntfStatusForInterface("Port-Channel1", found);
-  EXPECT_EQ(found, sm().lagIntfStatus(id("Port-Channel1")));
-  sm().findIntfStatusForInterface("nowhere", found);
-  EXPECT_FALSE(found);
-
   removePort("Ethernet1");
   removePort("Ethernet2");
   removeLag("Port-Channel1");
@@ -91,37 +74,4 @@ TEST_F(Intf, what_changes_while_the_view_is_frozen_is_looked_at_on_the_next_retr
   EXPECT_EQ(known(), "Ethernet1 Ethernet3 Ethernet4");
   EXPECT_EQ(sm().phyIntfStatus(id("Ethernet3"))->ethIntfStatus(), replaced);
   EXPECT_TRUE(platform.ip6Config->intf(id("Ethernet4"))->enable());
-}
-
-TEST_F(Intf, disabling_leaves_the_switch_as_it_was_found) {
-  platform.ip6Config->intfIs(id("Ethernet1"));  // these were there before
-  platform.l3ConfigDir->intfConfigIs(id("Ethernet1"));
-  platform.epicd->intfConfigIs(id("Ethernet1"));
-  addPort("Ethernet1", routed, {"10g"});
-  addPort("Ethernet2", routed, {"10g"});
-  addLag("Port-Channel1", routed);
-  inRetry();
-  sm().toggleIntfSpeed();
-  for (char const* const name : {"Ethernet1", "Ethernet2"}) {
-    EXPECT_EQ(platform.epicd->intfConfig(id(name))->linkModeLocal(), Interface::EthLinkMode::linkMode10G);
-  }
-  platform.config->enabledIs(false);
-  addLag("Port-Channel2", routed);  // while the stop is pending
-  time.settle();
-  EXPECT_EQ(registered() + known() + socketsWanted(), "");
-  EXPECT_TRUE(sm().lagIntfStatus().empty());
-  EXPECT_EQ(platform.ip6Config->intf().keys(), std::vector{id("Ethernet1")});
-  EXPECT_EQ(platform.l3ConfigDir->intfConfig().keys(), std::vector{id("Ethernet1")});
-  EXPECT_EQ(platform.epicd->intfConfig().keys(), std::vector{id("Ethernet1")});
-  EXPECT_EQ(platform.epicd->intfConfig(id("Ethernet1"))->linkModeLocal(),
-            Interface::EthLinkMode::linkModeDefault);
-
-  platform.config->enabledIs(true);
-  time.settle();
-  EXPECT_EQ(registered(), "Ethernet1 Ethernet2 Port-Channel1 Port-Channel2");
-}
-
-TEST_F(Intf, a_device_that_is_not_there_has_no_ipv6) {
-  EXPECT_TRUE(ZeroTouch::isIpv6Enabled("lo"));
-  EXPECT_FALSE(ZeroTouch::isIpv6Enabled("nosuchdevice"));
 }

@@ -6,9 +6,11 @@
 
 #include <csignal>
 #include <filesystem>
+#include <functional>
 
+#include "platform/kel/ActivityManager.h"
 #include "platform/kel/Child.h"
-#include "tests/unit/support/RealLoop.h"
+#include "platform/kel/Loop.h"
 #include "tests/unit/support/TemporaryFolder.h"
 
 namespace {
@@ -23,6 +25,8 @@ struct EndRecorder : Kel::ChildSiginfo::NotifieeConst {
   Kel::ChildSiginfo& child;
   std::string end;
 };
+
+bool runUntil(std::function<bool()> const& done) { return Kel::Loop::instance().runUntil(done, 10); }
 
 Kel::Ptr<Kel::ChildSiginfo> shell(char const* script, int in = -1, int out = -1, int err = -1) {
   char const* const argv[] = {"/bin/sh", "-c", script, nullptr};
@@ -59,7 +63,7 @@ TEST(Children, report_how_they_ended_and_are_reaped) {
     EXPECT_EQ(child->statusCode(), 0U) << c.argv[0];  // never within the call
     auto const recorder = Kel::makePtr<EndRecorder>(child);
     EXPECT_EQ(child->pid() == 0, std::string(c.end) == "exited 127") << c.argv[0];
-    EXPECT_TRUE(RealLoop::runUntil([&] { return child->ended(); })) << c.argv[0];
+    EXPECT_TRUE(runUntil([&] { return child->ended(); })) << c.argv[0];
     EXPECT_EQ(recorder->end, c.end) << c.argv[0];
     EXPECT_TRUE(child->pid() == 0 || reaped(child->pid())) << c.argv[0];
   }
@@ -69,7 +73,7 @@ TEST(Children, are_reaped_also_when_nobody_holds_their_record) {
   auto child = shell("exit 3");
   pid_t const pid = child->pid();
   child = nullptr;
-  EXPECT_TRUE(RealLoop::runUntil([&] { return reaped(pid); }));
+  EXPECT_TRUE(runUntil([&] { return reaped(pid); }));
 }
 
 TEST(Children, signalled_and_reaped_by_hand_still_report_their_end) {
@@ -79,7 +83,7 @@ TEST(Children, signalled_and_reaped_by_hand_still_report_their_end) {
   ASSERT_FALSE(reaped(child->pid(), 0));  // it has ended
   Kel::reap(child->pid());
   auto const recorder = Kel::makePtr<EndRecorder>(child);
-  EXPECT_TRUE(RealLoop::runUntil([&] { return child->ended(); }));
+  EXPECT_TRUE(runUntil([&] { return child->ended(); }));
   EXPECT_EQ(recorder->end, "killed 9");
   EXPECT_TRUE(reaped(child->pid()));
 }
@@ -94,7 +98,7 @@ TEST(Children, ids_that_mean_many_processes_are_never_signalled_or_reaped) {
   ASSERT_FALSE(reaped(child->pid(), 0));  // it has ended
   for (pid_t const pid : {0, -1, -getpgrp()}) Kel::reap(pid);
   EXPECT_FALSE(reaped(child->pid()));
-  EXPECT_TRUE(RealLoop::runUntil([&] { return child->ended(); }));
+  EXPECT_TRUE(runUntil([&] { return child->ended(); }));
   EXPECT_EQ(child->exitStatus(), 6);
 }
 
@@ -116,7 +120,7 @@ TEST(Children, start_clean_whatever_this_process_has_blocked_ignored_or_open) {
       "grep SigBlk: /proc/self/status; sed -n 's/SigIgn:.*\\(.\\{8\\}\\)$/0x\\1/p' /proc/self/status | "
       "{ read ignored; echo $((ignored & 0x7fffffff)); }; ls /proc/self/fd; cat; echo oops >&2",
       in, out, err);
-  EXPECT_TRUE(RealLoop::runUntil([&] { return child->ended(); }));
+  EXPECT_TRUE(runUntil([&] { return child->ended(); }));
   pthread_sigmask(SIG_SETMASK, &before, nullptr);
   std::signal(SIGPIPE, ignored);
   for (int const fd : {in, out, err, leaky}) close(fd);

@@ -11,7 +11,6 @@
 #include <functional>
 
 #include "platform/kel/testing/SimulatedTime.h"
-#include "tests/unit/support/RealLoop.h"
 
 namespace {
 
@@ -87,31 +86,12 @@ TEST_F(Descriptors, let_go_of_by_the_readable_handler_are_not_reported_writable)
   EXPECT_EQ(watch, nullptr);
 }
 
-TEST_F(Descriptors, closed_and_opened_again_under_their_number_are_watched_anew) {
-  watch->descriptorIs(ends[0]);
-  watch->notifyOnReadableIs(true);
-  time.settle();
-  std::array<int, 2> next{};
-  pair(next);
-  ASSERT_EQ(dup3(next[0], ends[0], O_CLOEXEC), ends[0]);  // closes the old one
-  close(next[0]);
-  ASSERT_EQ(write(next[1], "x", 1), 1);
-  counter->act = [&] { receive(); };
-  watch->notifyOnReadableIs(true);
-  time.settle();
-  EXPECT_EQ(counter->readable, 1);
-  close(next[1]);
-  counter->act = [&] { watch->notifyOnReadableIs(false); };
-  time.settle();
-  EXPECT_EQ(counter->readable, 2);
-}
-
 TEST(RealLoopEvents, signals_arrive_on_the_loop) {
   int signals = 0;
   Kel::Loop::instance().onSignal(SIGUSR2, [&] { ++signals; });
   ASSERT_EQ(kill(getpid(), SIGUSR2), 0);
   EXPECT_EQ(signals, 0);
-  EXPECT_TRUE(RealLoop::runUntil([&] { return signals == 1; }));
+  EXPECT_TRUE(Kel::Loop::instance().runUntil([&] { return signals == 1; }, 10));
 }
 
 }  // namespace

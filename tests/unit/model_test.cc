@@ -1,11 +1,9 @@
-// The generated state model: what the accessors do, and what the type descriptions let generic code do.
+// The generated state model: what the accessors do.
 #include <gtest/gtest.h>
 
-#include "platform/kel/Described.h"
 #include "platform/model/agent.h"
 #include "platform/model/entitymib.h"
 #include "platform/model/interface.h"
-#include "platform/model/ip6.h"
 #include "platform/model/routing.h"
 #include "platform/model/zerotouch.h"
 
@@ -59,27 +57,6 @@ TEST(Model, collections_of_entities_create_once_announce_and_refuse_another_cons
   EXPECT_EQ(reactor->log, (Log{"Ethernet1 created with ''", "Ethernet1 registered", "Ethernet1 removed"}));
 }
 
-TEST(Model, notifiees_hear_the_levels_that_they_were_made_for) {
-  static Log log;
-  log.clear();
-  struct Base : Interface::IntfStatus::NotifieeConst {
-    using NotifieeConst::NotifieeConst;
-    void onOperStatus() override { log.push_back("base:operStatus"); }
-  };
-  struct Deep : Interface::EthPhyIntfStatus::NotifieeConst {
-    using NotifieeConst::NotifieeConst;
-    void onOperStatus() override { log.push_back("deep:operStatus"); }
-    void onLinkStatus() override { log.push_back("deep:linkStatus"); }
-  };
-  auto const port = Kel::makePtr<Interface::EthPhyIntfStatus>(ethernet1);
-  auto const base = Kel::makePtr<Base>(port);
-  auto const deep = Kel::makePtr<Deep>(port);
-  port->operStatusIs(Interface::OperStatus::up);
-  port->operStatusIs(Interface::OperStatus::up);
-  port->linkStatusIs(Interface::LinkStatus::up);
-  EXPECT_EQ(log, (Log{"base:operStatus", "deep:operStatus", "deep:linkStatus"}));
-}
-
 TEST(Model, contained_entities_come_go_and_may_be_there_from_the_start) {
   struct Reactor : EntityMib::Status::NotifieeConst {
     explicit Reactor(Kel::Ptr<EntityMib::Status> const& status) : NotifieeConst(status), mib(status.get()) {}
@@ -103,23 +80,6 @@ TEST(Model, contained_entities_come_go_and_may_be_there_from_the_start) {
   EXPECT_EQ(mib->root(), nullptr);
   EXPECT_EQ(reactor->log, (Log{"there", "gone", "there", "gone"}));
   EXPECT_NE(Kel::makePtr<Routing::Config>()->routeList(), nullptr);
-}
-
-TEST(Description, creates_and_removes_keys_whatever_their_text) {
-  auto const ip6 = Kel::makePtr<Ip6::IntfConfig>(ethernet1);
-  auto const& addresses = *ip6->entityType()->attribute("addr");
-  EXPECT_EQ(addresses.create(nullptr, "2001:db8::1/64"), "");  // a check only
-  EXPECT_EQ(addresses.keys(*ip6), Log{});
-  EXPECT_EQ(addresses.create(ip6.get(), "2001:db8::1/64"), "");
-  EXPECT_EQ(addresses.create(ip6.get(), "2001:db8::1"), "'2001:db8::1' is no IPv6 address with mask");
-  EXPECT_EQ(addresses.get(*ip6, "2001:db8::1/64"), Kel::Value(true));
-  EXPECT_EQ(addresses.del(ip6.get(), "2001:0db8::1/64"), "");
-  EXPECT_EQ(addresses.keys(*ip6), Log{});
-
-  // An attribute of the base type.
-  auto const port = Kel::makePtr<Interface::EthPhyIntfConfig>(ethernet1);
-  EXPECT_EQ(port->entityType()->attribute("mtu")->set(port.get(), "", std::uint64_t{9000}), "");
-  EXPECT_EQ(port->mtu(), 9000U);
 }
 
 }  // namespace

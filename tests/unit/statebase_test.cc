@@ -7,10 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <future>
 
-#include "platform/statebase/Client.h"
-#include "platform/statebase/Connection.h"
 #include "platform/statebase/Peer.h"
 #include "platform/statebase/Server.h"
 #include "tests/unit/StatebaseFixture.h"
@@ -41,7 +38,6 @@ class Peer {
     ssize_t const count = send(descriptor_, text.data(), text.size(), MSG_NOSIGNAL);
     return count > 0 ? static_cast<std::size_t>(count) : 0;
   }
-  void endWriting() { shutdown(descriptor_, SHUT_WR); }
   // All that has arrived; then atEnd() says whether the host has closed the connection.
   std::string read() {
     std::string text;
@@ -110,56 +106,6 @@ class StateSocket : public ::testing::Test, protected TestTree {
 std::string const enabledPath = "/zerotouch/config/enabled";
 
 }  // namespace
-
-TEST_F(StateSocket, LinesMayComeInPiecesOrTogetherAndAreAnsweredInOrder) {
-  Peer peer(path);
-  std::string const request = get(enabledPath);
-  EXPECT_EQ(exchange(peer, request.substr(0, 10)), "");
-  EXPECT_EQ(exchange(peer, request.substr(10, 20)), "");
-  EXPECT_EQ(exchange(peer, request.substr(30)), result("false"));
-  EXPECT_EQ(exchange(peer, "\r\n \n" + get(enabledPath, 1) +
-                               call("set", R"({"path":"/zerotouch/config/enabled","value":true})", 2) +
-                               R"({"jsonrpc":"2.0","method":"set","params":{"path":"/x"}})"
-                               "\n" +
-                               get(enabledPath, 3)),
-            result("false", 1) + result("true", 2) + result("true", 3));
-  std::string const answer = exchange(peer, "what?\n");
-  EXPECT_EQ(*member(*member(parseJson(answer), "error"), "code"), Value(std::int64_t{-32700}));
-  EXPECT_FALSE(peer.atEnd());
-}
-
-TEST_F(StateSocket, AClientThatHasEndedItsHalfGetsItsAnswersAndOneThatIsGoneIsStillObeyed) {
-  Peer halfClosed(path);
-  halfClosed.write(get(enabledPath) + get(enabledPath, 2).substr(0, get(enabledPath).size() - 1));
-  halfClosed.endWriting();
-  {
-    Peer gone(path);
-    gone.write(
-        R"({"jsonrpc":"2.0","method":"set","params":{"path":"/zerotouch/config/cancelled","value":true}})"
-        "\n");
-  }
-  time.settle();
-  EXPECT_EQ(halfClosed.read(), result("false") + result("false", 2));
-  EXPECT_TRUE(halfClosed.atEnd());
-  EXPECT_TRUE(config->cancelled());
-  EXPECT_EQ(server->clients(), 0U);
-}
-
-TEST_F(StateSocket, ALineOver64KiBIsAnsweredWithAnErrorAndTheClientCutOff) {
-  std::string const request = get(enabledPath), tooLong = "line longer than 65536 bytes";
-  std::string const fitting = std::string(Connection::maxLine - (request.size() - 1), ' ') + request;
-  Peer fits(path);
-  EXPECT_EQ(exchange(fits, fitting), result("false"));
-  for (std::string const& line : {" " + fitting, " " + fitting.substr(0, fitting.size() - 1)}) {
-    Peer peer(path);
-    EXPECT_EQ(exchange(peer, request + line),
-              result("false") + R"({"jsonrpc":"2.0","id":null,"error":{"code":-32600,"message":")" + tooLong +
-                  R"(","data":{"path":"","reason":")" + tooLong + "\"}}}\n");
-    EXPECT_TRUE(peer.atEnd());
-  }
-  EXPECT_EQ(exchange(fits, request), result("false"));
-  EXPECT_EQ(server->clients(), 1U);
-}
 
 TEST_F(StateSocket, AClientThatDoesNotReadIsHeldUpAndThenCutOffWhileOthersAreServed) {
   Peer deaf(path);
@@ -336,37 +282,6 @@ TEST_F(StateSocket, TheKernelSaysWhoAClientIs) {
     time.settle();
     EXPECT_EQ(seen, expected) << uid << " " << gid << " " << supplementary;
   }
-}
-
-TEST_F(StateSocket, TheBlockingClient) {
-  auto const run = [this](auto&& work) {
-    auto done = std::async(std::launch::async, work);
-    while (done.wait_for(std::chrono::seconds(0)) != std::future_status::ready) time.settle();
-    return done.get();
-  };
-  Client client(path, 5);
-  EXPECT_EQ(run([&] { return client.call("watch", {{"path", enabledPath}}); }), Value(false));
-  client.notify("set", {{"path", enabledPath}, {"value", true}});
-  auto const notification = run([&] { return client.readNotification(5); });
-  ASSERT_TRUE(notification);
-  EXPECT_EQ(notification->params, Value(Kel::ValueMap{{"path", enabledPath}, {"value", true}}));
-  EXPECT_FALSE(client.readNotification(0.01));
-  auto const failure = [&](std::size_t size) {
-    return run([&]() -> std::string {
-      try {
-        return dumpJson(client.call("get", {{"path", "/" + std::string(size, 'x')}}));
-      } catch (CallError const& error) {
-        return std::to_string(error.code()) + " " + error.what();
-      } catch (ConnectionError const& error) {
-        return error.what();
-      }
-    });
-  };
-  EXPECT_EQ(failure(1), "-32001 /x: nothing is at /x");
-  EXPECT_EQ(failure(3'000'000), "-32600 line longer than 65536 bytes");
-  EXPECT_EQ(failure(1), path + ": the host has closed the connection (are you root, or in its group?)");
-  server = nullptr;
-  EXPECT_THROW(Client(path, 1), ConnectionError);
 }
 
 }  // namespace Statebase::testing

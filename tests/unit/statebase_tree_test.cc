@@ -77,13 +77,6 @@ TEST_F(StateTree, EveryKindOfPathIsReadable) {
            "\"\"}}}"}}) {
     EXPECT_EQ(get(path), value) << path;
   }
-  EXPECT_EQ(request("list", R"({"path": "/interface/status"})"),
-            R"([{"name":"all","kind":"entity","type":"Interface::AllIntfStatusDir","documentation":)"
-            R"("Status of every interface of any kind; shares the records of the other directories."},)"
-            R"({"name":"ethPhy","kind":"entity","type":"Interface::AllEthPhyIntfStatusDir","documentation":)"
-            R"("Status of every physical port."}])");
-  EXPECT_EQ(request("list", R"({"path": "/interface/status/ethPhy/intfStatus"})"),
-            R"([{"name":"Ethernet1/1","kind":"entity","type":"Interface::EthPhyIntfStatus"}])");
   EXPECT_EQ(request("time", "{}"), "1700000000.0");
 }
 
@@ -259,9 +252,6 @@ TEST_F(StateTree, InitialValuesAreAppliedWholeOrNotAtAll) {
            {"[\n]", ":1: expected an object with paths as its members"},
            {start + "  \"/entityMib/status\": {}\n  \"x\": 1}",
             ":4: syntax error while parsing object - unexpected string literal; expected '}'"},
-           {start + "\n  \"/nowhere\": {}}", ":4: /nowhere: nothing is at /nowhere"},
-           {start + "  \"/entityMib/status\": {\n    \"root\": {\n      \"initStatus\":\n \"begun\"}}}",
-            ":5: /entityMib/status/root/initStatus: expected one of uninitialized, initialized, failed"},
            {start + "  \"/interface/status/ethPhy\": {\n    \"intfStatus\": {\n      \"Ethernet1/1\": {\n"
                     "        \"speed\": 1}}}}",
             ":6: /interface/status/ethPhy/intfStatus/Ethernet1~11/speed: "

@@ -1,7 +1,6 @@
 // The network value types: every text that is accepted comes back, everything else is refused.
 #include <gtest/gtest.h>
 
-#include "platform/model/agent.h"
 #include "platform/model/values/Via.h"
 #include "platform/model/values/VrfName.h"
 #include "platform/model/values/Wire.h"
@@ -58,17 +57,9 @@ TEST(Values, refuse_everything_else) {
   }
 }
 
-TEST(Values, keep_to_their_family_and_their_order) {
-  Wire::IpGenAddr const none, v4(*Wire::IpAddr::fromString("10.0.0.1")),
-      v6(*Wire::Ip6Addr::fromString("fe80::1"));
-  EXPECT_FALSE(none.isV6());
-  EXPECT_EQ(v4.v4().value, 0x0a000001U);
-  EXPECT_EQ(v6.v6().bytes[0], 0xfe);
-  EXPECT_LT(none, v4);
+TEST(Values, are_ordered_by_their_number_not_their_text) {
+  EXPECT_LT(Wire::IpGenAddr(), *Wire::IpGenAddr::fromString("10.0.0.1"));
   EXPECT_LT(*Wire::IpAddr::fromString("9.0.0.0"), *Wire::IpAddr::fromString("10.0.0.0"));
-  EXPECT_THROW(L3::VrfName(std::string(101, 'v')), std::range_error);
-  using ZeroTouch::ProvisioningState;
-  EXPECT_EQ(stringValue(ProvisioningState::stateInit | ProvisioningState::stateRetry), "257");
 }
 
 }  // namespace

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <arpa/inet.h>
-#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -36,12 +35,7 @@ class FetchTest : public AgentTest {
     sm().currentStateIs(state);
     sm().ZeroTouchSmModel::nextStateIs(state);
   }
-  static std::string file(std::string const& path) {
-    std::ifstream stream(path, std::ios::binary);
-    std::ostringstream content;
-    content << stream.rdbuf();
-    return stream ? content.str() : "(absent)";
-  }
+  static std::string file(std::string const& path) { return TemporaryFolder::contentOf(path); }
   static void writeFile(std::string const& path, std::string const& content) {
     std::ofstream(path, std::ios::binary) << content;
   }
@@ -71,9 +65,7 @@ class OneAnswerServer {
     close(listener_);
   }
 
-  std::string url(std::string const& host = "127.0.0.1") const {
-    return "http://" + host + ":" + std::to_string(port_) + "/cfg";
-  }
+  std::string url() const { return "http://localhost:" + std::to_string(port_) + "/cfg"; }
   // Of the last connection; to be read after stop().
   std::string request;
 
@@ -87,9 +79,6 @@ class OneAnswerServer {
         if (sent <= 0) break;
         rest.remove_prefix(static_cast<std::size_t>(sent));
       }
-      // An empty answer is one that never comes.
-      pollfd client{fd, POLLIN, 0};
-      if (answer_.empty()) poll(&client, 1, 10'000);
     }
   }
 

@@ -58,6 +58,12 @@ class PortTest : public AgentTest {
     EXPECT_EQ(sm().currentState(), State::stateSetupInterfaces);
     return sm();
   }
+  Sm& inQuery() {
+    inSetup();
+    time.advance(30);
+    EXPECT_EQ(sm().currentState(), State::stateDhcpQuery);
+    return sm();
+  }
 
   template <typename Collection>
   static std::string names(Collection const& collection) {

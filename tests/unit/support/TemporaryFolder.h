@@ -24,8 +24,9 @@ class TemporaryFolder {
     std::ofstream(path(below), std::ios::binary) << content;
   }
   // "(absent)" when there is no such file.
-  std::string read(std::string const& below) const {
-    std::ifstream file(path(below), std::ios::binary);
+  std::string read(std::string const& below) const { return contentOf(path(below)); }
+  static std::string contentOf(std::string const& path) {
+    std::ifstream file(path, std::ios::binary);
     if (!file) return "(absent)";
     std::ostringstream content;
     content << file.rdbuf();

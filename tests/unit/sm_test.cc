@@ -1,0 +1,250 @@
+// The state machine where the simulated runs do not look: what starts and ends a run, its times, what is
+// said.
+#include "tests/unit/support/AgentTest.h"
+
+namespace {
+
+std::string const started = "ZTP_INIT: No startup-config found, starting Zero Touch Provisioning";
+std::string const reloading = "ZTP_RELOAD: Rebooting the system";
+std::string const waiting =
+    "ZTP_STARTUP_FILE_SYNC_TIMEOUT: Waiting on File Replicator to synchronize the startup-config ";
+std::string const unsynchronised =
+    "ZTP_STARTUP_FILE_SYNC_FAIL: Failed to Synchronize the startup-config file with the standby ";
+
+}  // namespace
+
+class StateMachine : public AgentTest {
+ protected:
+  // A resting machine put into `state`, as if a run had come that far.
+  Sm& inState(State state) {
+    atRest().currentStateIs(state);
+    sm().ZeroTouchSmModel::nextStateIs(state);
+    return sm();
+  }
+  // Lets time pass until `done`, and returns how long that took.
+  Kel::Seconds secondsUntil(std::function<bool()> const& done) {
+    Kel::Seconds const start = Kel::now();
+    return time.advanceUntil(done, 10'000) ? Kel::now() - start : -1;
+  }
+  Kel::Seconds untilRequested(State state) {
+    return secondsUntil([this, state] { return sm().transitionState() == state; });
+  }
+  Kel::Seconds untilReload() {
+    return secondsUntil([this] { return platform.reloadConfig->reloadTime() > 0; });
+  }
+};
+
+// The whole of a run as far as it goes without interfaces: two attempts, then the time limit, without the
+// guard entry, so that provisioning starts again after the reload.
+TEST_F(StateMachine, a_run_without_interfaces_retries_until_the_time_limit) {
+  environment.unset("SYSNAME");
+  Kel::activityManager()->config()->systemNameIs("sw1");
+  platform.config->maxRunTimeIs(100);
+  platform.config->enabledIs(true);
+  inventoryIs(EntityMib::InitStatus::initialized);
+  agent = createAgent();
+  time.advance(45);
+  EXPECT_EQ(takeEvents(),
+            (Strings{started, "ZTP_RETRY: Retrying Zero Touch Provisioning from the beginning (attempt 1)"}));
+  EXPECT_STREQ(std::getenv("SYSNAME"), "sw1");
+  time.advance(59.9);
+  EXPECT_EQ(sm().retryCount(), 2);
+  EXPECT_EQ(platform.reloadConfig->reloadTime(), 0);
+  time.advance(0.2);
+  EXPECT_EQ(
+      takeEvents(),
+      (Strings{"ZTP_RETRY: Retrying Zero Touch Provisioning from the beginning (attempt 2)", reloading}));
+  EXPECT_EQ(platform.status->runTime(), 105);
+  EXPECT_EQ(platform.reloadConfig->reason(), "ZTP RELOAD");
+  EXPECT_EQ(platform.reloadConfig->reloadTime(), sm().startTime() + 105);
+  EXPECT_EQ(settingsFile(), "(absent)");
+}
+
+TEST_F(StateMachine, a_forced_shutdown_ends_the_first_retry) {
+  environment.set("ZEROTOUCH_FORCE_SHUTDOWN", "1");
+  inventoryIs(EntityMib::InitStatus::initialized);
+  platform.config->enabledIs(true);
+  agent = createAgent();
+  time.advance(45);
+  EXPECT_EQ(takeEvents(), (Strings{started, reloading}));
+}
+
+TEST_F(StateMachine, a_refused_request_changes_nothing_but_cancels_the_timer) {
+  Sm& sm = inRetry();
+  sm.nextStateIs(State::stateRetry);  // held already: its entry action does not run again
+  EXPECT_EQ(sm.retryCount(), 1);
+  ASSERT_EQ(runningTimer(), "RetryWaitTimer");
+  sm.doStateTransition(State::stateDhcpQuery, State::stateStatelessDhcpQuery);
+  time.settle();
+  EXPECT_EQ(sm.currentState(), State::stateRetry);
+  EXPECT_EQ(runningTimer(), "");
+  EXPECT_EQ(takeEvents(), Strings{});
+}
+
+TEST_F(StateMachine, nothing_leaves_a_shutdown_that_is_pending_or_done) {
+  Sm& sm = inRetry();
+  for (State const request : {State::stateShutdown, State::stateInit}) {
+    sm.doStateTransition(State::stateInvalid, request);
+    sm.doStateTransition(State::stateInvalid, State::stateDhcpQuery);
+    time.settle();
+    EXPECT_EQ(sm.currentState(), State::stateShutdown);
+  }
+}
+
+TEST_F(StateMachine, fetch_retries_back_off_three_times_then_the_run_retries) {
+  atRest();
+  for (int attempt = 1; attempt <= 4; ++attempt) {
+    sm().currentStateIs(State::stateFetchConfig);
+    sm().ZeroTouchSmModel::nextStateIs(State::stateFetchConfig);
+    sm().nextStateIs(State::stateRetryFetchConfig);
+    if (attempt <= 3) {
+      EXPECT_EQ(sm().timer()->timeout(), 15 * attempt);
+    }
+  }
+  EXPECT_EQ(sm().configFetchTryCounter(), 0);
+  time.settle();
+  EXPECT_EQ(sm().currentState(), State::stateRetry);
+}
+
+TEST_F(StateMachine, a_retry_waits_until_the_script_has_taken_both_families_of_results_away) {
+  environment.set("reason", "something else");
+  Strings reasons;
+  bool removes = false;
+  children.onRunAndWait = [&](char const*) {
+    reasons.emplace_back(std::getenv("reason"));
+    if (removes) platform.dhcpStatus->intfDhcpStatusDelAll();
+    return 1;
+  };
+  Sm& sm = inRetry();
+  EXPECT_EQ(reasons, (Strings{"CLEANUP", "CLEANUP6"}));  // at the start of the run
+  EXPECT_EQ(std::getenv("reason"), nullptr);
+  EXPECT_EQ(children.ranAndWaited.back(), "/usr/bin/zerotouch-dhclient-script");
+  platform.dhcpStatus->intfDhcpStatusIs("et1");
+  platform.dhcpStatus->intfDhcp6StatusIs("et1");
+  time.advance(15);
+  EXPECT_EQ(reasons.size(), 4);
+  platform.dhcpStatus->intfDhcpStatusDel("et1");
+  EXPECT_EQ(sm.transitionState(), State::stateInvalid);
+  platform.dhcpStatus->intfDhcp6StatusDel("et1");
+  EXPECT_EQ(sm.transitionState(), State::stateDhcpQuery);
+
+  for (removes = true; char const* const variable : {"UNRELATED", "ZEROTOUCH_IGNORE_DHCLIENTCLEANUP"}) {
+    startOver();
+    environment.set(variable, "1");
+    inRetry();
+    platform.dhcpStatus->intfDhcpStatusIs("et1");
+    EXPECT_EQ(untilRequested(State::stateDhcpQuery), 15) << variable;
+    removes = false;
+  }
+}
+
+TEST_F(StateMachine, a_standby_is_waited_for_six_times_at_the_most) {
+  enum class Standby { none, synchronized, afterTwo, never };
+  struct Case {
+    char const* cellType;
+    Standby standby;
+    Strings events;
+    Kel::Seconds expected;
+  };
+  Strings sixWaits(6, waiting);
+  sixWaits.insert(sixWaits.end(), {reloading, unsynchronised});
+  for (Case const& c :
+       {Case{"fixed", Standby::never, {reloading}, 0}, Case{"supervisor", Standby::none, {reloading}, 0},
+        Case{"supervisor", Standby::synchronized, {reloading}, 0},
+        Case{"supervisor", Standby::afterTwo, {waiting, waiting, reloading}, 10},
+        Case{"supervisor", Standby::never, sixWaits, 30}}) {
+    Kel::activityManager()->config()->cellTypeIs(c.cellType);
+    inRetry();
+    auto const& replication = platform.fileReplication;
+    if (c.standby != Standby::none)
+      replication->entryIs("RedSup")->synchronizedIs(c.standby == Standby::synchronized);
+    Kel::Seconds const start = Kel::now();
+    sm().doStateTransition(State::stateRetry, State::stateShutdown);
+    if (c.standby == Standby::afterTwo) {
+      time.advance(7);
+      replication->entry("RedSup")->synchronizedIs(true);
+    }
+    untilReload();
+    EXPECT_EQ(Kel::now() - start, c.expected);
+    EXPECT_EQ(takeEvents(), c.events);
+    EXPECT_EQ(platform.reloadConfig->all(), std::string(c.cellType) != "fixed");
+    sm().doShutdown();  // a child that ends late calls it once more
+    EXPECT_EQ(takeEvents(), Strings{});
+    startOver();
+  }
+}
+
+TEST_F(StateMachine, readiness_follows_the_family_that_brought_the_boot_file) {
+  Wire::IntfId const port("Ethernet1");
+  inState(State::stateSetupSystemIdentity);
+  auto const chosen = Kel::makePtr<ZeroTouch::IntfStatus>(port, nullptr);
+  chosen->kernelIntfNameIs("et1");
+  platform.dhcpStatus->intfDhcpStatusIs("et1")->bootFileNameIs("http://h/c");
+  sm().choosenIntfIs(chosen);
+  platform.ipStatus->ipIntfStatusIs(port)->activeAddrWithMaskIs(
+      *Wire::IpAddrWithMask::fromString("10.0.0.5/24"));
+  EXPECT_FALSE(sm().readyToFetchConfig());
+  sm().systemIdentitySetupTimerExpiredIs(true);
+  EXPECT_TRUE(sm().readyToFetchConfig());
+
+  // The DHCPv4 record now says nothing but FAIL.
+  platform.dhcpStatus->intfDhcpStatus("et1")->bootFileNameIs("");
+  platform.dhcpStatus->intfDhcp6StatusIs("et1")->bootFileNameIs("http://h/c");
+  EXPECT_FALSE(sm().readyToFetchConfig());
+  platform.ip6Status->intfIs(port)->addrIs(*Wire::Ip6AddrWithMask::fromString("2001:db8::5/64"));
+  EXPECT_TRUE(sm().readyToFetchConfig());
+  sm().choosenIntfIs(nullptr);
+  EXPECT_FALSE(sm().readyToFetchConfig());
+}
+
+TEST_F(StateMachine, its_timers_have_built_in_times_that_the_environment_overrides) {
+  struct Case {
+    char const* variables;  // without _INTERVAL and _TIMEOUT
+    std::function<void(Sm&)> start;
+    Kel::Seconds interval, timeout;
+  };
+  platform.config->scriptExecTimeoutIs(77);
+  atRest();
+  for (Case const& c :
+       {Case{"INETRFACESSETUP_TIMER", &Sm::doStartInterfacesSetupTimer, 30, 30},
+        Case{"DHCLIENTQUERY_TIMER", &Sm::doStartDhclientQueryTimer, 15, 15},
+        Case{"STATELESSDHCLIENTQUERY_TIMER", &Sm::doStartStatelessDhclientQueryTimer, 5, 500},
+        Case{"SYSIDENTITYSETUP_TIMER", &Sm::doStartSystemIdentitySetupTimer, 5, 60},
+        Case{"CONFIGFETCH_TIMER", &Sm::doStartConfigFetchTimer, 1, 90},
+        Case{"CONFIGFETCHRETRY_TIMER", [](Sm& s) { s.doStartConfigFetchRetryTimer(2); }, 30, 30},
+        Case{"SCRIPTEXEC_TIMER", &Sm::doStartScriptExecTimer, 77, 77},
+        Case{"RETRY_TIMER", &Sm::doStartRetryWaitTimer, 15, 15},
+        Case{"LEASERELEASE_TIMER", &Sm::doStartLeaseReleaseTimer, 30, 30},
+        Case{"STARTUPFILESYNC_WAIT_TIMER", &Sm::doStartStartupFileSyncWaitTimer, 5, 5}}) {
+    std::string const variables = std::string("ZEROTOUCH_") + c.variables;
+    auto const expectTimes = [&](Kel::Seconds interval, Kel::Seconds timeout) {
+      c.start(sm());
+      auto const& timer = *sm().timer();
+      EXPECT_EQ((std::vector{timer.interval(), timer.timeout()}), (std::vector{interval, timeout}))
+          << variables;
+      EXPECT_EQ((std::vector{timer.defaultInterval(), timer.defaultTimeout()}),
+                (std::vector{c.interval, c.timeout}));
+    };
+    expectTimes(c.interval, c.timeout);
+    environment.set(variables + "_INTERVAL", "0.25");
+    environment.set(variables + "_TIMEOUT", "2.5 seconds");
+    expectTimes(0.25, 2.5);
+    for (char const* const noNumber : {"soon", "", "inf", "nan"}) {
+      environment.set(variables + "_TIMEOUT", noNumber);
+      expectTimes(0.25, 0);
+    }
+  }
+}
+
+TEST_F(StateMachine, a_timer_stops_at_the_first_firing_at_which_its_time_is_over) {
+  // Some times do not add up exactly in binary; missing the timeout would double the wait.
+  for (auto const& [interval, timeout] : std::initializer_list<std::pair<char const*, char const*>>{
+           {"15", "0"}, {"0.1", "0.1"}, {"0.3", "0.3"}, {"0.7", "0.7"}, {"1.1", "1.1"}, {"2.3", "2.3"}}) {
+    environment.set("ZEROTOUCH_RETRY_TIMER_INTERVAL", interval);
+    environment.set("ZEROTOUCH_RETRY_TIMER_TIMEOUT", timeout);
+    time.advance(0.123456789);
+    inState(State::stateRetry).doStartRetryWaitTimer();
+    EXPECT_NEAR(untilRequested(State::stateDhcpQuery), std::stod(interval), 1e-6);
+    agent = nullptr;
+  }
+}
