@@ -41,10 +41,10 @@ def main():
         except OSError as error:
             sys.exit(f"{options.device}: {error.strerror}")
         print("ready", flush=True)
-        mac = sender.getsockname()[4]
+        message = frame(sender.getsockname()[4], options.device, options.vlan)
         while True:
             try:
-                sender.send(frame(mac, options.device, options.vlan))
+                sender.send(message)
             except OSError as error:
                 if error.errno not in (errno.ENETDOWN, errno.ENOBUFS):  # the port may be unplugged for a while
                     raise
