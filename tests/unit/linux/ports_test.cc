@@ -51,9 +51,6 @@ TEST_F(PortsTest, IsRoutedWithALayer3ConfigurationUnlessInABridge) {
   ip("link set eth1 nomaster");
   expectSoon(model, "routed");
   EXPECT_EQ(entities.allIntfStatusDir->intfStatus(port1), record);
-  ip("link set eth1 address 02:00:00:00:00:07");
-  expectSoon([&] { return entities.ethPhyIntfStatusDir->intfStatus(port1)->macAddr().stringValue(); },
-             "02:00:00:00:00:07");
 }
 
 TEST_F(PortsTest, TakesNothingButEthernetDevicesWhateverTheirNames) {
