@@ -48,6 +48,7 @@ def test_after_a_host_that_was_killed_in_shutdown_the_next_one_sees_to_the_reloa
         lab.wait_quiet()
         assert lab.host.get("/zerotouch/config/enabled") is False
         assert (lab.found(), lab.flash()) == (applied, DONE)
+    assert (lab.host.stop(), lab.found()) == (0, applied)
     lab.host.boot_again()
     assert (lab.flash(), lab.host.reload_requested()) == ({"startup-config": CONFIG, "zerotouch-config": ""}, [])
 

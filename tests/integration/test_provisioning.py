@@ -83,8 +83,7 @@ def test_what_an_answer_says_is_applied_and_taken_back(lab):
     lab.serve("dhcpv4", BAD + "404", lines=[TWO_ROUTERS])
     lab.host.wait_state("stateRetryFetchConfig")
     assert lab.found() == APPLIED
-    lab.host.cli("disable")
-    wait_for(lambda: lab.found() == FOUND, "all to be as it was found")
+    assert (lab.host.stop(), lab.found()) == (0, FOUND)
 
 
 FAILED = "Config script exited with an error. Error code: "
