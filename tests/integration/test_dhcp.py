@@ -117,24 +117,6 @@ def test_a_retry_gives_the_lease_back_and_asks_again(switch, scenario):
     wait_provisioned(switch)
 
 
-def test_the_first_of_two_servers_is_taken_and_the_other_changes_nothing(switch):
-    for number in (1, 2):
-        switch.serve("dhcpv4", SILENT, ports=[number], name=f"server{number}")
-    switch.host.boot_again()
-    wait_fetching(switch)
-    chosen = int(switch.host.get("/zerotouch/sm/choosenIntf").removeprefix("Ethernet"))
-    other, first = 3 - chosen, f"no, Ethernet{chosen} was first"
-    address = switch.host.get("/ip/config/ipIntfConfig")
-    switch.switch.run("env", "reason=BOUND", f"interface=et{other}", f"new_ip_address=10.0.{other}.7",
-                      f"STATEBASESOCKNAME={switch.host.socket}", "new_bootfile_name=http://late/",
-                      "zerotouch-dhclient-script")
-    wait_dhcp(switch, {(other, "DHCPv4"): ("-", "BOUND", "http://late/", first),
-                       (chosen, "DHCPv4"): ("-", "BOUND", SILENT.format(server=f"10.0.{chosen}.1"), "yes")})
-    assert switch.host.get("/ip/config/ipIntfConfig") == address and len(address) == 1
-    assert switch.host.get("/zerotouch/sm/currentState") == "stateFetchConfig"
-    assert switch.host.events().count("ZTP_DHCPv4_SUCCESS") == 1
-
-
 NO_BOOT_FILE = "no, the answer names no boot file"
 
 
@@ -197,23 +179,3 @@ def test_messages_carry_who_asks(switch):
     for capture, kind in zip(captures, (1, 11)):
         assert capture.message(547, kind)[0][17] == enterprise
         capture.close()
-
-
-def test_what_is_bad_in_an_answer_is_dropped_and_the_rest_counts(switch):
-    switch.serve("dhcpv4-no-bootfile", SILENT, ports=[2], lines=[
-        'dhcp-option=option:bootfile-name,"http://10.0.2.1:8080/silent"', "dhcp-option=option:mtu,60",
-        'dhcp-option-force=12,"a\udcff\udc80b"', 'dhcp-option=option:domain-name,"a_b"',
-        "dhcp-option=option:log-server,224.0.0.1,10.0.2.9", "dhcp-option=option:dns-server,127.0.0.1,10.0.2.8",
-        "dhcp-option-force=121,18:c0:a8:4d:0a:00:02:01:18:0a"])
-    switch.serve("dhcpv4", "http://bad\udcff", ports=[1], name="bad")
-    switch.host.boot_again()
-    wait_fetching(switch)
-    answer = switch.host.get("/zerotouch/dhcpStatus/intfDhcpStatus/et2")
-    assert {name: answer[name] for name in ("mtu", "hostname", "domainName", "bootFileName", "nameServer",
-                                            "loggingHost", "staticRoute")} == {
-        "mtu": 0, "hostname": "", "domainName": "", "bootFileName": V4, "nameServer": {"0": "10.0.2.8"},
-        "loggingHost": {"10.0.2.9": {"host": "10.0.2.9", "port": 514}},
-        "staticRoute": {"0": {"prefix": "192.168.77.0/24", "nextHop": "10.0.2.1"}}}
-    for option in ("interface-mtu", "log-servers", "domain-name-servers", "domain-name",
-                   "rfc3442-classless-static-routes"):
-        assert f"et2: dropped from option {option}:" in switch.host.output()

@@ -14,22 +14,6 @@ HOOK = BUILD / "bin" / "zerotouch-dhclient-script"
 SHIM = BUILD / "bin" / "zerotouch-dhclient"
 
 
-def test_a_hundred_hooks_at_once_all_arrive(host):
-    (host.flash / "startup-config").write_text("")  # the agent leaves the records alone
-    host.start()
-    hooks = [subprocess.Popen([HOOK], stderr=subprocess.PIPE, text=True, env={
-        "reason": "BOUND", "interface": f"et{i}", "STATEBASESOCKNAME": str(host.socket), "new_bootfile_name": f"cfg{i}",
-        "new_domain_name_servers": "8.8.8.8 " * 40}) for i in range(100)]
-    for hook in hooks:
-        assert hook.wait(20) == 0
-        assert "option domain-name-servers has 40 entries" in hook.stderr.read()
-    path = "/zerotouch/dhcpStatus/intfDhcpStatus"
-    wait_for(lambda: {name: record["bootFileName"] for name, record in host.get(path).items()}
-             == {f"et{i}": f"cfg{i}" for i in range(100)}, "100 records")
-    subprocess.run([HOOK], env={"reason": "CLEANUP", "STATEBASESOCKNAME": str(host.socket)}, check=True)
-    wait_for(lambda: host.get(path) == {}, "the records to be gone")
-
-
 @pytest.mark.parametrize("reason, code", [("BOUND", 0), ("TIMEOUT", 1)])
 def test_the_hook_says_that_there_is_no_host(tmp_path, reason, code):
     environment = {"STATEBASESOCKNAME": f"{tmp_path}/none", "reason": reason, "interface": "et1"}

@@ -101,9 +101,15 @@ def test_lldp_keeps_the_speed_of_a_port(lab):
         lab.add_tap(number, MULTI_SPEED)
         lab.plug(number)
     lab.add_veth(3)
+    lab.host.start("--trace", "ZeroTouchSm=5")
+    wait_port(lab, "Ethernet3", link="up", registered="yes")
+    lab.switch.ip("link", "set", "et3", "down")  # of which the socket there is told once
+    wait_port(lab, "Ethernet3", link="down")
+    lab.switch.ip("link", "set", "et3", "up")
     lab.send_lldp(1, interval=0.1)
     lab.send_lldp(3, interval=0.1, vlan=42)
-    lab.host.start("--trace", "ZeroTouchSm=5")
+    sender = [*lab.switch.enter(), ROOT / "lab" / "lldp_sender.py", "et2", "--interval", "0.1"]
+    lab.processes.start("own-lldp", sender)  # what the switch sends itself comes from no neighbour
     wait_port(lab, "Ethernet1", link="up", keepsSpeed="hears LLDP")
     wait_port(lab, "Ethernet3", link="up", keepsSpeed="hears LLDP")
     kept, changes = speed(lab, "et1"), len(speed_events(lab))
@@ -113,6 +119,16 @@ def test_lldp_keeps_the_speed_of_a_port(lab):
     assert ports(lab)["Ethernet2"]["lldpHeard"] == "never"
     assert "Not toggling speed on [Ethernet1] because they are still receiving lldp packets" in lab.host.output()
     assert "Received 802.1Q-tagged frame with VLAN ID 42" in lab.host.output()
+
+
+def test_a_flood_of_lldp_holds_up_nobody(lab):
+    lab.add_veth(1)
+    lab.host.start()
+    wait_port(lab, "Ethernet1", link="up", registered="yes")
+    lab.send_lldp(1, interval=0)
+    start = lab.host.get("/zerotouch/sm/retryCount")
+    wait_for(lambda: lab.host.get("/zerotouch/sm/retryCount") >= start + 3, "three more retries")
+    assert ports(lab)["Ethernet1"]["keepsSpeed"] == "hears LLDP"
 
 
 def test_router_advertisements_show_what_they_say_of_dhcp(lab):

@@ -2,7 +2,6 @@
 import json
 import pathlib
 import re
-import signal
 
 import pytest
 
@@ -209,20 +208,3 @@ def test_the_longest_run_time_ends_in_a_reload_after_which_all_starts_again(lab)
     assert lab.flash() == {}
     lab.host.boot_again()
     assert lab.host.get("/zerotouch/config/enabled") is True
-
-
-@pytest.mark.parametrize("spoil, reason", [
-    ("head -c 1000000 /dev/zero >{flash}/filler || true", "No space left on device"),
-    ("mount -o remount,ro {flash}", "Read-only file system")])
-def test_a_flash_that_takes_nothing_stops_the_agent_and_keeps_its_file(lab, spoil, reason):
-    lab.begin(None)
-    flash = lab.host.flash
-    lab.switch.run("sh", "-ec", f"mount -t tmpfs -o size=64k tmpfs {flash}; echo old >{flash}/startup-config; "
-                   + spoil.format(flash=flash))
-    files = lab.switch.run("ls", flash)
-    lab.serve("dhcpv4")
-    wait_for(lambda: lab.host.process.poll() is not None, "the host to end")
-    assert lab.host.stop() == -signal.SIGABRT
-    assert "DOWNLOAD_NOT_USABLE: The download cannot be used: cannot write" in lab.host.output()
-    assert lab.host.output().splitlines()[-1].endswith("Assertion failed: success") and reason in lab.host.output()
-    assert (lab.switch.run("ls", flash), lab.switch.run("cat", f"{flash}/startup-config")) == (files, "old\n")

@@ -102,20 +102,6 @@ class NetworkTest : public ::testing::Test {
     ip("link add eth" + number + " type veth peer name far" + number);
   }
 
-  // Both ends up, and waits until they carry frames: what is sent before that is lost without a word. The
-  // kernel gives a device its IPv6 address after that.
-  static void plugIn(std::string const& number) {
-    Netlink const netlink;
-    auto const carries = [&](std::string const& device) {
-      return std::ranges::any_of(netlink.links(), [&](auto const& entry) {
-        return entry.second.name == device && !netlink.addresses(entry.first).empty();
-      });
-    };
-    ip("link set eth" + number + " up", "link set far" + number + " up");
-    EXPECT_TRUE(Kel::Loop::instance().runUntil(
-        [&] { return carries("eth" + number) && carries("far" + number); }, 10));
-  }
-
   void start(int netlinkBuffer = 1 << 20) {
     AdapterConfig config = testConfig(run.path("/run"));
     config.netlinkBuffer = netlinkBuffer;

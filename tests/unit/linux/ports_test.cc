@@ -36,23 +36,6 @@ struct PortsTest : NetworkTest {
   std::function<std::string()> const portsNow = [this] { return ports(); };
 };
 
-TEST_F(PortsTest, IsRoutedWithALayer3ConfigurationUnlessInABridge) {
-  cable("1");
-  ip("link add br0 type bridge");
-  start();
-  auto const record = entities.allIntfStatusDir->intfStatus(port1);
-  auto const model = [&] { return stringValue(record->forwardingModel()); };
-  EXPECT_EQ(model(), "unconfigured");
-  entities.l3IntfConfigDir->intfConfigIs(port1);
-  EXPECT_EQ(model(), "routed") << "without waiting for a pass of the loop";
-  ip("link set eth1 master br0");
-  expectSoon(model, "bridged");
-  // A bridge says by a message of its own that a port has left; it is no end of the device.
-  ip("link set eth1 nomaster");
-  expectSoon(model, "routed");
-  EXPECT_EQ(entities.allIntfStatusDir->intfStatus(port1), record);
-}
-
 TEST_F(PortsTest, TakesNothingButEthernetDevicesWhateverTheirNames) {
   ip("link add eth1 type bridge", "tuntap add eth2 mode tun", "tuntap add eth3 mode tap", "link set lo down",
      "link set lo name eth4");

@@ -116,7 +116,11 @@ class RouterAdvertisementsTest : public NetworkTest {
       for (std::string const setting : {"/accept_dad", "/router_solicitations"})
         std::ofstream("/proc/sys/net/ipv6/conf/" + device + setting) << 0;
     }
-    plugIn("1");
+    ip("link set eth1 up", "link set far1 up");
+    // What is sent before the devices carry frames is lost without a word. They get their addresses after
+    // that.
+    auto const addresses = [] { return output("ip -o -6 addr show scope link | wc -l"); };
+    expectSoon(addresses, "2\n");
   }
 
   std::function<std::string()> const records = [this] {
