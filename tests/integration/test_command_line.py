@@ -74,13 +74,10 @@ def documented():
 
 def test_what_programs_get_is_what_is_documented(host):
     shapes = documented()
-    lists = {"list": "/zerotouch/config"}
-    for verb in ("status", "ports", "events", "explain", "list"):
-        arguments = [verb, *([lists[verb]] if verb in lists else []), "--json"]
-        found = keys(json.loads(host.cli(*arguments)))
-        if verb == "list":  # a directory has fewer of them, a collection one more
-            found |= keys(json.loads(host.cli("list", "/log/events", "--json")))
-        assert found == shapes[verb], verb
+    for verb in ("status", "ports", "events", "explain"):
+        assert keys(json.loads(host.cli(verb, "--json"))) == shapes[verb], verb
+    lists = [json.loads(host.cli("list", path, "--json")) for path in ("/zerotouch/config", "/log/events")]
+    assert keys(lists) == {f"[]{key}" for key in shapes["list"]}  # a directory has fewer of them, a collection one more
     report = json.loads(host.cli("report", "--json"))
     assert keys(report.pop("status")) == shapes["status"]
     assert keys(report.pop("events")) == shapes["events"]
@@ -186,16 +183,13 @@ def test_narrow_terminals_and_colours(host):
     assert "\x1b" not in on_terminal(host, "events", NO_COLOR="1")[0] + shell(host, "zerotouch events").stdout
 
 
-def test_bad_surroundings(host):
-    assert shell(host, "zerotouch list /zerotouch/sm | head -1").stderr == ""
-    full = shell(host, "zerotouch events --follow > /dev/full")
-    assert (full.returncode, full.stderr) == (1, "zerotouch: standard output: No space left on device\n")
-    if os.geteuid() == 0:
-        refused = subprocess.run([shutil.copy(PROGRAM, host.folder), "status"], capture_output=True, text=True, user=65534,
-                                 group=65534, extra_groups=[], timeout=30, env={
-                                     "STATEBASESOCKNAME": str(host.socket), "LD_LIBRARY_PATH": str(BUILD / "lib")})
-        assert refused.returncode == 3
-        assert refused.stderr == f"zerotouch: you may not open {host.socket}: that is for root and the group 'root'\n"
+@pytest.mark.skipif(os.geteuid() != 0, reason="only root can be somebody else")
+def test_who_may_not_use_the_socket_is_told(host):
+    environment = {"STATEBASESOCKNAME": str(host.socket), "LD_LIBRARY_PATH": str(BUILD / "lib")}
+    refused = subprocess.run([shutil.copy(PROGRAM, host.folder), "status"], capture_output=True, text=True, user=65534,
+                             group=65534, extra_groups=[], timeout=30, env=environment)
+    assert refused.returncode == 3
+    assert refused.stderr == f"zerotouch: you may not open {host.socket}: that is for root and the group 'root'\n"
 
 
 def completed(host, line):

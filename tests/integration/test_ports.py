@@ -6,8 +6,6 @@ import signal
 from lab.host import ROOT
 from lab.polling import wait_for
 
-MULTI_SPEED = ["10g", "25g", "40g", "autoneg", "fibre"]
-
 
 def ports(lab):
     """What the command line shows, by port."""
@@ -98,7 +96,7 @@ def test_a_multi_speed_port_goes_through_its_speeds(lab):
 
 def test_lldp_keeps_the_speed_of_a_port(lab):
     for number in (1, 2):
-        lab.add_tap(number, MULTI_SPEED)
+        lab.add_tap(number, ["10g", "25g", "autoneg", "fibre"])
         lab.plug(number)
     lab.add_veth(3)
     lab.host.start("--trace", "ZeroTouchSm=5")

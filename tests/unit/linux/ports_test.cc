@@ -32,9 +32,7 @@ TEST(PortSelection, NamesPortsByTheFirstRuleThatFitsTheWholeName) {
   EXPECT_THROW(PortSelection({{}, {{"eth(", "x"}}}), std::invalid_argument);
 }
 
-struct PortsTest : NetworkTest {
-  std::function<std::string()> const portsNow = [this] { return ports(); };
-};
+using PortsTest = NetworkTest;
 
 TEST_F(PortsTest, TakesNothingButEthernetDevicesWhateverTheirNames) {
   ip("link add eth1 type bridge", "tuntap add eth2 mode tun", "tuntap add eth3 mode tap", "link set lo down",
@@ -54,7 +52,7 @@ TEST_F(PortsTest, GivesANameThatTwoDevicesClaimToOneAtATime) {
   ip("link set eth01 mtu 1400");
   cable("2");
   ip("link del eth2", "link del eth1");
-  expectSoon(portsNow, "Ethernet1 eth01 down unconfigured link down active\n");
+  expectSoon([this] { return ports(); }, "Ethernet1 eth01 down unconfigured link down active\n");
   EXPECT_EQ(warned.text(),
             "PORT_NAME_IN_USE: Device eth01 is ignored: its name Ethernet1 belongs to device eth1\n");
 }
