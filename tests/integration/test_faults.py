@@ -127,10 +127,12 @@ def test_a_full_disk_is_complained_of_and_costs_nothing_but_time(lab, place):
     assert lab.found()["mtu"] == 1400  # all was asked for
 
 
-def test_a_flooded_socket_holds_up_neither_the_run_nor_an_operator(lab):
+def test_a_flooded_socket_holds_up_neither_the_run_nor_an_operator(lab, monkeypatch):
+    no_quarantine = {"ASAN_OPTIONS": "quarantine_size_mb=1"}  # of what was freed: the sanitizer would keep 256 MB
+    monkeypatch.setattr(lab.host, "environment", lab.host.environment | no_quarantine)
     took, rows = flood(lab)
     assert max(took) < 5
-    assert max(row["resident"] for row in rows) < rows[0]["resident"] + 250_000
+    assert max(row["resident"] for row in rows) < rows[0]["resident"] + 100_000
     assert lab.flash() == DONE
 
 

@@ -48,10 +48,3 @@ def test_a_bad_file_stops_the_host_with_file_line_and_reason(host, option, text,
     assert result.returncode == 2
     assert f"{path}:{where}: " in result.stderr and reason in result.stderr
     assert not host.run_directory.exists()
-
-
-def test_a_second_host_says_which_process_holds_the_socket(host):
-    host.start(initial_values=READY)
-    second = subprocess.run(host.command(), capture_output=True, text=True, timeout=20)
-    assert second.returncode == 1
-    assert str(host.process.pid) in second.stderr and str(host.socket) in second.stderr

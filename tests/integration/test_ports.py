@@ -119,16 +119,6 @@ def test_lldp_keeps_the_speed_of_a_port(lab):
     assert "Received 802.1Q-tagged frame with VLAN ID 42" in lab.host.output()
 
 
-def test_a_flood_of_lldp_holds_up_nobody(lab):
-    lab.add_veth(1)
-    lab.host.start()
-    wait_port(lab, "Ethernet1", link="up", registered="yes")
-    lab.send_lldp(1, interval=0)
-    start = lab.host.get("/zerotouch/sm/retryCount")
-    wait_for(lambda: lab.host.get("/zerotouch/sm/retryCount") >= start + 3, "three more retries")
-    assert ports(lab)["Ethernet1"]["keepsSpeed"] == "hears LLDP"
-
-
 def test_router_advertisements_show_what_they_say_of_dhcp(lab):
     def advertised():
         return lab.host.get("/routerAdvt/status/raPacket")
