@@ -42,9 +42,9 @@ void fireClocks(benchmark::State& state) {
   for (auto _ : state) {
     fired = 0;
     int place = 0;
-    for (auto const& alarm : alarms) {
+    for (auto const& each : alarms) {
       place = (place + 7919) % clocks;  // which have no common divisor
-      alarm->timeMinIs(Kel::now() + 1 + place);
+      each->timeMinIs(Kel::now() + 1 + place);
     }
     time.advance(clocks + 1);
     if (fired != clocks) state.SkipWithError("a clock did not fire");

@@ -27,9 +27,7 @@ INITIAL = "--initial-values"
 
 
 @pytest.mark.parametrize("option, text, where, reason", [
-    (INITIAL, '{"/entityMib/status": {"root": {"initStatus": "done"}}}', 1, "initialized"),
     (INITIAL, '{\n "/zerotouch/config": {\n  "enabeld": true\n }\n}', 3, "enabeld"),
-    (INITIAL, '{\n "/nowhere": {}\n}', 2, "/nowhere"),
     (INITIAL, '{\n "/zerotouch/config": {\n', 3, ""),
     ("--config", "[system]\nnmae = 'x'\n", 2, "unknown key 'nmae' in [system] (known: cell_type, name)"),
     ("--config", "[provisioning]\n\nmax_run_time = 'forever'\n", 3,

@@ -29,15 +29,12 @@ Bytes advertisement(std::uint8_t flags, std::uint16_t lifetime) {
 // Beside what the corpus of the fuzz target holds.
 TEST(RouterAdvertisement, IsReadOrRefused) {
   Bytes const good = advertisement(0x80, 1800);
-  Bytes const address{1, 1, 2, 0, 0, 0, 0, 1}, mtu{5, 1, 0, 0, 0, 0, 5, 220};
-  Bytes const prefix = Bytes{3, 4, 64, 0xc0} + Bytes(28, 7);
   Bytes otherType = good, otherCode = good;
   otherType[0] = 133;
   otherCode[1] = 1;
   using Case = std::tuple<Bytes, char const*, char const*>;
   for (auto const& [message, source, expected] :
        std::vector<Case>{{advertisement(0xc0, 65535), "febf::1", "managed other 65535"},
-                         {good + address + mtu + prefix, "fe80::1", "managed 1800"},
                          {good, "fec0::1", "source fec0::1 is not link-local"},
                          {Bytes(good.begin(), good.end() - 1), "fe80::1", "only 15 bytes"},
                          {otherType, "fe80::1", "type 133"},
