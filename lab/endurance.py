@@ -62,6 +62,8 @@ def retries(lab, seconds, parts, wait=1.0):
 def ports(lab, seconds, count=64):
     """Adds that many ports and removes them, over and over. Rows of each time that all were there, and that they were
     gone; with the number of times that the state tree names a port."""
+    add, remove = "ip link add et$i type veth peer name far$i", "ip link del et$i"
+
     def for_each(command):
         lab.switch.run("sh", "-ec", f"for i in $(seq 2 {count + 1}); do {command}; done")
 
@@ -78,9 +80,10 @@ def ports(lab, seconds, count=64):
     others = footprint(lab)["descriptors"] - 1
     there, gone, end = [], [row(1)], time.monotonic() + seconds
     while time.monotonic() < end or len(gone) < 3:
-        for_each("ip link add et$i type veth peer name far$i")
+        for_each(add)
         there.append(row(count + 1))
-        for_each("ip link del et$i")
+        for_each(remove)
+        for_each(f"{add}; {remove}")  # gone before anybody looks at them, or while they are set up
         gone.append(row(1))
     return there, gone
 

@@ -32,7 +32,7 @@ def frame(mac, device, vlan=None):
 def main():
     parser = argparse.ArgumentParser(description="Sends LLDP frames out of a device.")
     parser.add_argument("device")
-    parser.add_argument("--interval", type=float, default=30, help="seconds between frames")
+    parser.add_argument("--interval", type=float, default=30, help="seconds between frames, 0 for as many as can be")
     parser.add_argument("--vlan", type=int, help="send them tagged with this VLAN ID")
     options = parser.parse_args()
     with socket.socket(socket.AF_PACKET, socket.SOCK_RAW) as sender:
@@ -41,14 +41,15 @@ def main():
         except OSError as error:
             sys.exit(f"{options.device}: {error.strerror}")
         print("ready", flush=True)
-        mac = sender.getsockname()[4]
+        message = frame(sender.getsockname()[4], options.device, options.vlan)
         while True:
             try:
-                sender.send(frame(mac, options.device, options.vlan))
+                sender.send(message)
             except OSError as error:
                 if error.errno not in (errno.ENETDOWN, errno.ENOBUFS):  # the port may be unplugged for a while
                     raise
-            time.sleep(options.interval)
+            if options.interval > 0:
+                time.sleep(options.interval)
 
 
 if __name__ == "__main__":

@@ -57,15 +57,11 @@ def package():
 
 
 @pytest.fixture
-def empty_lab():
-    yield from brought_up(Lab(f"zttest-{os.getpid()}"))
-
-
-@pytest.fixture
-def lab(empty_lab):
+def lab():
     """A switch without ports and its server side, in namespaces that go away with the test."""
-    empty_lab.host.environment |= SHORT_TIMERS
-    yield from ended_well(empty_lab)
+    for lab in brought_up(Lab(f"zttest-{os.getpid()}")):
+        lab.host.environment |= timers(0.05)
+        yield from ended_well(lab)
 
 
 @pytest.fixture(scope="module")

@@ -48,6 +48,7 @@ def test_after_a_host_that_was_killed_in_shutdown_the_next_one_sees_to_the_reloa
         lab.wait_quiet()
         assert lab.host.get("/zerotouch/config/enabled") is False
         assert (lab.found(), lab.flash()) == (applied, DONE)
+    assert (lab.host.stop(), lab.found()) == (0, applied)
     lab.host.boot_again()
     assert (lab.flash(), lab.host.reload_requested()) == ({"startup-config": CONFIG, "zerotouch-config": ""}, [])
 
@@ -127,11 +128,11 @@ def test_a_full_disk_is_complained_of_and_costs_nothing_but_time(lab, place):
 
 
 def test_a_flooded_socket_holds_up_neither_the_run_nor_an_operator(lab, monkeypatch):
-    # What the address sanitizer does not give back yet is nothing that the host holds.
-    monkeypatch.setenv("ASAN_OPTIONS", "quarantine_size_mb=8")
+    no_quarantine = {"ASAN_OPTIONS": "quarantine_size_mb=1"}  # of what was freed: the sanitizer would keep 256 MB
+    monkeypatch.setattr(lab.host, "environment", lab.host.environment | no_quarantine)
     took, rows = flood(lab)
     assert max(took) < 5
-    assert max(row["resident"] for row in rows) < rows[0]["resident"] + 250_000
+    assert max(row["resident"] for row in rows) < rows[0]["resident"] + 100_000
     assert lab.flash() == DONE
 
 

@@ -1,14 +1,10 @@
 """Ports of a virtual switch: what the host makes of them, and how it leaves them."""
 import json
-import pathlib
 import re
 import signal
 
-import pytest
-
+from lab.host import ROOT
 from lab.polling import wait_for
-
-MULTI_SPEED = ["10g", "25g", "40g", "autoneg", "fibre"]
 
 
 def ports(lab):
@@ -42,27 +38,8 @@ def speed_events(lab):
             for event in json.loads(lab.host.cli("events", "--json")) if event["name"] == "ZTP_INTERFACE_SPEED"]
 
 
-def refuse_ip6(lab, device):
-    for item, value in (("disable_ipv6", 1), ("accept_ra", 0), ("accept_ra_defrtr", 0)):
-        lab.switch.ip6_setting(device, item, value)
-
-
 SET_UP = {"disable_ipv6": "0", "accept_ra": "2", "accept_ra_defrtr": "1"}
 AS_FOUND = {"disable_ipv6": "1", "accept_ra": "0", "accept_ra_defrtr": "0"}
-
-
-def test_a_port_is_set_up_and_its_carrier_followed(lab):
-    lab.add_veth(1)
-    refuse_ip6(lab, "et1")
-    lab.host.start()
-    wait_port(lab, "Ethernet1", device="et1", link="up", operState="up", forwarding="routed", registered="yes")
-    wait_for(lambda: ip6(lab, "et1") == SET_UP, "et1 to be set up")
-    assert lab.host.get("/interface/status/ethPhy/intfStatus/Ethernet1/macAddr") == "02:00:00:01:00:01"
-    lab.unplug(1)
-    wait_port(lab, "Ethernet1", link="down", operState="down", forwarding="routed", registered="yes")
-    lab.plug(1)
-    wait_port(lab, "Ethernet1", link="up", operState="up")
-    assert is_up(lab, "et1")
 
 
 def test_ports_come_go_and_are_renamed(lab):
@@ -70,7 +47,10 @@ def test_ports_come_go_and_are_renamed(lab):
     lab.host.start()
     assert ports(lab) == {}
     lab.add_veth(1)
-    wait_port(lab, "Ethernet1", link="up", registered="yes")
+    wait_port(lab, "Ethernet1", device="et1", link="up", operState="up", forwarding="routed", registered="yes")
+    assert lab.host.get("/interface/status/ethPhy/intfStatus/Ethernet1/macAddr") == "02:00:00:01:00:01"
+    lab.unplug(1)
+    wait_port(lab, "Ethernet1", link="down", operState="down", forwarding="routed", registered="yes")
     lab.remove(1)
     wait_for(lambda: ports(lab) == {}, "Ethernet1 to go")
     wait_for(lambda: lab.host.get("/zerotouch/sm/phyIntfStatus") == {}, "its record to go")
@@ -84,32 +64,6 @@ def test_ports_come_go_and_are_renamed(lab):
     wait_for(lambda: list(lab.host.get("/zerotouch/sm/phyIntfStatus")) == ["Ethernet7"], "the old record to go")
     wait_for(lambda: ip6(lab, "et7") == SET_UP, "et7 to be set up")
     assert not is_up(lab, "other1")
-
-
-def test_ports_by_the_dozen_leave_nothing_behind(lab):
-    def descriptors():
-        return len(list(pathlib.Path(f"/proc/{lab.host.process.pid}/fd").iterdir()))
-
-    def names(path):
-        return [name for name in lab.host.get(path) if name.startswith(("Ethernet", "et"))]
-
-    def for_each(command):
-        lab.switch.run("sh", "-ec", f"for i in $(seq 2 49); do {command}; done")
-
-    add, remove = "ip link add et$i type veth peer name far$i", "ip link del et$i"
-    lab.add_veth(1)
-    lab.host.start()
-    wait_for(lambda: lab.host.get("/zerotouch/sm/phyIntfStatus").get("Ethernet1", {}).get("intfPamSm"), "Ethernet1")
-    before = descriptors()
-    for_each(add)
-    wait_for(lambda: descriptors() == before + 48, "a packet socket on each port")
-    for_each(remove)
-    for_each(f"{add}; {remove}")  # gone before anybody looked at them, or while they were set up
-    for directory in ("/zerotouch/sm/phyIntfStatus", "/zerotouch/sm/intfStatus", "/zerotouch/sm/linkModesOnIntf",
-                      "/interface/status/ethPhy/intfStatus", "/interface/config/ethPhy/intfConfig"):
-        wait_for(lambda: names(directory) == ["Ethernet1"], f"{directory} to hold Ethernet1 alone")
-    assert names("/kernelNetInfo/status/device") == ["et1"]
-    wait_for(lambda: descriptors() == before, "the sockets to be closed")
 
 
 def test_a_bridged_port_is_left_out_until_it_leaves_the_bridge(lab):
@@ -134,16 +88,26 @@ def test_a_multi_speed_port_goes_through_its_speeds(lab):
         wait_for(lambda: speed(lab, "et1") == expected, f"the speed to be {expected}")
     assert speed_events(lab)[:5] == [f"{mode} for [Ethernet1]" for mode in (
         "default speed", "forced 10g", "forced 25g", "auto 25g", "default speed")]
+    lab.switch.run(ROOT / "lab" / "link_modes.py", "et1", "40g", "fibre")  # as if another transceiver were plugged in
+    lab.plug(1)
+    modes = "/interface/status/ethPhy/intfStatus/Ethernet1/linkModeCapabilities"
+    wait_for(lambda: [mode for mode, able in lab.host.get(modes).items() if able is True] == ["mode40G"], "40g alone")
 
 
 def test_lldp_keeps_the_speed_of_a_port(lab):
     for number in (1, 2):
-        lab.add_tap(number, MULTI_SPEED)
+        lab.add_tap(number, ["10g", "25g", "autoneg", "fibre"])
         lab.plug(number)
     lab.add_veth(3)
+    lab.host.start("--trace", "ZeroTouchSm=5")
+    wait_port(lab, "Ethernet3", link="up", registered="yes")
+    lab.switch.ip("link", "set", "et3", "down")  # of which the socket there is told once
+    wait_port(lab, "Ethernet3", link="down")
+    lab.switch.ip("link", "set", "et3", "up")
     lab.send_lldp(1, interval=0.1)
     lab.send_lldp(3, interval=0.1, vlan=42)
-    lab.host.start("--trace", "ZeroTouchSm=5")
+    sender = [*lab.switch.enter(), ROOT / "lab" / "lldp_sender.py", "et2", "--interval", "0.1"]
+    lab.processes.start("own-lldp", sender)  # what the switch sends itself comes from no neighbour
     wait_port(lab, "Ethernet1", link="up", keepsSpeed="hears LLDP")
     wait_port(lab, "Ethernet3", link="up", keepsSpeed="hears LLDP")
     kept, changes = speed(lab, "et1"), len(speed_events(lab))
@@ -182,44 +146,27 @@ CHANGED = {"up": True, "ip6": SET_UP, "speed": "10000Mb/s"}
 FOUND = {"up": False, "ip6": AS_FOUND, "speed": "1000Mb/s"}
 
 
-@pytest.fixture
-def changed_lab(lab):
-    """A port that a run has changed in every way."""
+def test_a_port_is_left_as_it_was_found(lab):
     lab.add_tap(1, ["10g", "fibre"])
-    refuse_ip6(lab, "et1")
+    for item, value in AS_FOUND.items():
+        lab.switch.ip6_setting("et1", item, value)
     lab.switch.run("ethtool", "-s", "et1", "speed", "1000", "duplex", "full", "autoneg", "off")
     assert state(lab) == FOUND
     lab.host.start()
     wait_for(lambda: state(lab) == CHANGED, "the port to be changed")
-    return lab
+    lab.host.cli("disable")
+    wait_for(lambda: state(lab) == FOUND, "the port to be as it was, since the run is disabled")
+    wait_port(lab, "Ethernet1", forwarding="unconfigured", registered="no, unconfigured")
 
+    lab.host.cli("enable")
+    wait_for(lambda: state(lab) == CHANGED, "the port to be changed again")
+    assert (lab.host.stop(), state(lab)) == (0, FOUND)
 
-def test_a_disabled_run_leaves_a_port_as_it_was_found(changed_lab):
-    changed_lab.host.cli("disable")
-    wait_for(lambda: state(changed_lab) == FOUND, "the port to be as it was")
-    wait_port(changed_lab, "Ethernet1", forwarding="unconfigured", registered="no, unconfigured")
-
-
-def test_a_host_that_ends_leaves_a_port_as_it_was_found(changed_lab):
-    assert changed_lab.host.stop() == 0
-    assert state(changed_lab) == FOUND
-
-
-def test_what_a_killed_host_left_is_taken_back_by_the_next(changed_lab):
-    host = changed_lab.host
-    host.stop(signal.SIGKILL)
-    left = state(changed_lab)
-    assert left["up"] and left["ip6"] == SET_UP
-    (host.flash / "startup-config").write_text("hostname done\n")  # so that the next one starts no run
-    host.start()
-    wait_for(lambda: state(changed_lab) == FOUND, "the port to be as it was")
-    assert host.get("/zerotouch/config/enabled") is False
-
-
-def test_a_port_stays_as_it_is_for_the_reload(changed_lab):
-    changed_lab.host.cli("cancel")
-    changed_lab.host.wait_state("stateShutdown")
-    wait_for(changed_lab.host.reload_requested, "the reload")
-    assert [line.split(" ", 2)[2] for line in changed_lab.host.reload_requested()] == ["ZTP RELOAD"]
-    assert changed_lab.host.stop() == 0
-    assert is_up(changed_lab, "et1") and ip6(changed_lab, "et1") == SET_UP
+    lab.host.start()
+    wait_for(lambda: state(lab) == CHANGED, "the port to be changed by the next host")
+    lab.host.stop(signal.SIGKILL)
+    assert state(lab)["up"]
+    (lab.host.flash / "startup-config").write_text("hostname done\n")  # so that the next one starts no run
+    lab.host.start()
+    wait_for(lambda: state(lab) == FOUND, "the port to be as it was, though that host was killed")
+    assert lab.host.get("/zerotouch/config/enabled") is False

@@ -1,6 +1,5 @@
 """The examples of docs/server-side.md, as they stand there."""
 import os
-import pathlib
 import re
 import textwrap
 
@@ -72,7 +71,7 @@ def test_the_examples_provision_a_switch(lab, server, ready, serial, installed):
     try:
         lab.host.boot_again()
         wait_for(lab.host.reload_requested, "the reload")
-        assert (pathlib.Path(lab.host.flash) / "startup-config").read_text() == installed
+        assert (lab.host.flash / "startup-config").read_text() == installed
     finally:
         lab.processes.stop("dhcp")
         (lab.www / "configs" / serial).unlink()

@@ -47,22 +47,13 @@ inline AdapterConfig testConfig(std::string const& runDirectory) {
   return config;
 }
 
-// What provisioning wants of each port, and what it adds once a DHCP server has answered.
+// What provisioning wants of each port.
 inline void setUp(Entities const& entities, Wire::IntfId const& intfId) {
   auto const ip6 = entities.ip6Config->intfIs(intfId);
   ip6->l3ConfigIs(entities.l3IntfConfigDir->intfConfigIs(intfId));
   ip6->enableIs(true);
   ip6->addrSourceIs(Ip6::AddrSource::routerAdvertisement);
   ip6->acceptRaDefRtrIs(true);
-}
-
-inline void configureAll(Entities const& entities, Wire::IntfId const& intfId) {
-  setUp(entities, intfId);
-  entities.ethPhyIntfConfigDir->intfConfig(intfId)->mtuIs(1450);
-  auto const ip4 = entities.ipConfig->ipIntfConfigIs(intfId);
-  ip4->l3ConfigIs(entities.l3IntfConfigDir->intfConfigIs(intfId));
-  ip4->addrWithMaskIs(*Wire::IpAddrWithMask::fromString("10.0.0.5/24"));
-  entities.ip6Config->intf(intfId)->addrIs(*Wire::Ip6AddrWithMask::fromString("2001:db8::5/64"));
 }
 
 // The warnings raised while it lives.
@@ -109,20 +100,6 @@ class NetworkTest : public ::testing::Test {
   // A cable: ethN, a port, and farN, which is none. Both down.
   static void cable(std::string const& number) {
     ip("link add eth" + number + " type veth peer name far" + number);
-  }
-
-  // Both ends up, and waits until they carry frames: what is sent before that is lost without a word. The
-  // kernel gives a device its IPv6 address after that.
-  static void plugIn(std::string const& number) {
-    Netlink const netlink;
-    auto const carries = [&](std::string const& device) {
-      return std::ranges::any_of(netlink.links(), [&](auto const& entry) {
-        return entry.second.name == device && !netlink.addresses(entry.first).empty();
-      });
-    };
-    ip("link set eth" + number + " up", "link set far" + number + " up");
-    EXPECT_TRUE(Kel::Loop::instance().runUntil(
-        [&] { return carries("eth" + number) && carries("far" + number); }, 10));
   }
 
   void start(int netlinkBuffer = 1 << 20) {

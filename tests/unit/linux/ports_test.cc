@@ -32,29 +32,7 @@ TEST(PortSelection, NamesPortsByTheFirstRuleThatFitsTheWholeName) {
   EXPECT_THROW(PortSelection({{}, {{"eth(", "x"}}}), std::invalid_argument);
 }
 
-struct PortsTest : NetworkTest {
-  std::function<std::string()> const portsNow = [this] { return ports(); };
-};
-
-TEST_F(PortsTest, IsRoutedWithALayer3ConfigurationUnlessInABridge) {
-  cable("1");
-  ip("link add br0 type bridge");
-  start();
-  auto const record = entities.allIntfStatusDir->intfStatus(port1);
-  auto const model = [&] { return stringValue(record->forwardingModel()); };
-  EXPECT_EQ(model(), "unconfigured");
-  entities.l3IntfConfigDir->intfConfigIs(port1);
-  EXPECT_EQ(model(), "routed") << "without waiting for a pass of the loop";
-  ip("link set eth1 master br0");
-  expectSoon(model, "bridged");
-  // A bridge says by a message of its own that a port has left; it is no end of the device.
-  ip("link set eth1 nomaster");
-  expectSoon(model, "routed");
-  EXPECT_EQ(entities.allIntfStatusDir->intfStatus(port1), record);
-  ip("link set eth1 address 02:00:00:00:00:07");
-  expectSoon([&] { return entities.ethPhyIntfStatusDir->intfStatus(port1)->macAddr().stringValue(); },
-             "02:00:00:00:00:07");
-}
+using PortsTest = NetworkTest;
 
 TEST_F(PortsTest, TakesNothingButEthernetDevicesWhateverTheirNames) {
   ip("link add eth1 type bridge", "tuntap add eth2 mode tun", "tuntap add eth3 mode tap", "link set lo down",
@@ -74,7 +52,7 @@ TEST_F(PortsTest, GivesANameThatTwoDevicesClaimToOneAtATime) {
   ip("link set eth01 mtu 1400");
   cable("2");
   ip("link del eth2", "link del eth1");
-  expectSoon(portsNow, "Ethernet1 eth01 down unconfigured link down active\n");
+  expectSoon([this] { return ports(); }, "Ethernet1 eth01 down unconfigured link down active\n");
   EXPECT_EQ(warned.text(),
             "PORT_NAME_IN_USE: Device eth01 is ignored: its name Ethernet1 belongs to device eth1\n");
 }

@@ -26,37 +26,25 @@ Bytes advertisement(std::uint8_t flags, std::uint16_t lifetime) {
   return Bytes{134, 0, 0, 0, 64, flags, std::uint8_t(lifetime >> 8), std::uint8_t(lifetime)} + Bytes(8);
 }
 
+// Beside what the corpus of the fuzz target holds.
 TEST(RouterAdvertisement, IsReadOrRefused) {
   Bytes const good = advertisement(0x80, 1800);
-  Bytes const address{1, 1, 2, 0, 0, 0, 0, 1}, mtu{5, 1, 0, 0, 0, 0, 5, 220};
-  Bytes const prefix = Bytes{3, 4, 64, 0xc0} + Bytes(28, 7);
   Bytes otherType = good, otherCode = good;
   otherType[0] = 133;
   otherCode[1] = 1;
-  using Case = std::tuple<Bytes, int, char const*, char const*>;
-  for (auto const& [message, hopLimit, source, expected] : std::vector<Case>{
-           {good, 255, "fe80::1", "managed 1800"},
-           {advertisement(0xc0, 65535), 255, "febf::1", "managed other 65535"},
-           {advertisement(0x40, 0), 255, "fe80::1", "other 0"},
-           {advertisement(0x3f, 9), 255, "fe80::1", "9"},
-           {good + address + mtu + prefix, 255, "fe80::1", "managed 1800"},
-           {good, 254, "fe80::1", "hop limit 254"},
-           {good, 255, "2001:db8::1", "source 2001:db8::1 is not link-local"},
-           {good, 255, "fec0::1", "source fec0::1 is not link-local"},
-           {Bytes(good.begin(), good.end() - 1), 255, "fe80::1", "only 15 bytes"},
-           {otherType, 255, "fe80::1", "type 133"},
-           {otherCode, 255, "fe80::1", "code 1"},
-           {good + Bytes{1}, 255, "fe80::1", "option cut off"},
-           {good + address + Bytes{5, 0, 0, 0, 0, 0, 0, 0}, 255, "fe80::1", "option of length 0"},
-           {good + address + Bytes{3, 4, 64, 0xc0}, 255, "fe80::1", "option longer than the message"},
-           {good + Bytes{1, 255}, 255, "fe80::1", "option longer than the message"}}) {
-    RouterAdvertisement out{true, true, 42};
-    std::string text = parseRouterAdvertisement(message, hopLimit, *Wire::Ip6Addr::fromString(source), out);
+  using Case = std::tuple<Bytes, char const*, char const*>;
+  for (auto const& [message, source, expected] :
+       std::vector<Case>{{advertisement(0xc0, 65535), "febf::1", "managed other 65535"},
+                         {good, "fec0::1", "source fec0::1 is not link-local"},
+                         {Bytes(good.begin(), good.end() - 1), "fe80::1", "only 15 bytes"},
+                         {otherType, "fe80::1", "type 133"},
+                         {otherCode, "fe80::1", "code 1"},
+                         {good + Bytes{1}, "fe80::1", "option cut off"}}) {
+    RouterAdvertisement out{};
+    std::string text = parseRouterAdvertisement(message, 255, *Wire::Ip6Addr::fromString(source), out);
     if (text.empty()) {
       text = std::string(out.managed ? "managed " : "") + (out.other ? "other " : "") +
              std::to_string(static_cast<int>(out.lifetime));
-    } else {
-      EXPECT_TRUE(out.managed && out.other && out.lifetime == 42) << "refused, and yet read";
     }
     EXPECT_EQ(text, expected);
   }
@@ -125,7 +113,11 @@ class RouterAdvertisementsTest : public NetworkTest {
       for (std::string const setting : {"/accept_dad", "/router_solicitations"})
         std::ofstream("/proc/sys/net/ipv6/conf/" + device + setting) << 0;
     }
-    plugIn("1");
+    ip("link set eth1 up", "link set far1 up");
+    // What is sent before the devices carry frames is lost without a word. They get their addresses after
+    // that.
+    auto const addresses = [] { return output("ip -o -6 addr show scope link | wc -l"); };
+    expectSoon(addresses, "2\n");
   }
 
   std::function<std::string()> const records = [this] {
@@ -138,17 +130,7 @@ class RouterAdvertisementsTest : public NetworkTest {
   };
 };
 
-TEST_F(RouterAdvertisementsTest, AreInForceWhileLinkAddressAndLifetimeLast) {
-  // Whoever learns of a record finds its flags set.
-  struct Announced : RouterAdvt::RaPacketStatus::NotifieeConst {
-    using NotifieeConst::NotifieeConst;
-    void onRaPacket(Wire::IntfId const& intfId) override {
-      auto const packet = notifier().raPacket(intfId);
-      text += packet ? (packet->managed() ? "managed\n" : "unmanaged\n") : "gone\n";
-    }
-    std::string text;
-  };
-  auto const announced = Kel::makePtr<Announced>(entities.raPacketStatus);
+TEST_F(RouterAdvertisementsTest, AreInForceWhileAddressAndLifetimeLast) {
   Router const router("far1");
   start();
   Kel::Loop::instance().runUntil([&] { return !adapter->ports()->port(port1).linkLocal.isZero(); }, 10);
@@ -162,20 +144,6 @@ TEST_F(RouterAdvertisementsTest, AreInForceWhileLinkAddressAndLifetimeLast) {
   expectSoon(records, "Ethernet1 other\n");
   router.advertise(0x80, 0);
   expectSoon(records, "");
-  router.advertise(0x80, 1);
-  expectSoon(records, "Ethernet1 managed\n");
-  expectSoon(records, "");
-  EXPECT_EQ(announced->text, "managed\ngone\nmanaged\ngone\n");
-
-  // It does not outlast the link.
-  router.advertise(0x80, 1800);
-  expectSoon(records, "Ethernet1 managed\n");
-  ip("link set far1 down");
-  expectSoon(records, "");
-  ip("link set far1 up");
-  expectSoon([this] { return stringValue(entities.ethPhyIntfStatusDir->intfStatus(port1)->linkStatus()); },
-             "up");
-  EXPECT_EQ(records(), "");
 
   // Heard before there is a usable address, it waits for one.
   ip("addr flush dev eth1");

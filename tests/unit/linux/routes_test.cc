@@ -20,9 +20,6 @@ class RoutesTest : public NetworkTest {
   void viaIs(std::string const& to, std::string const& via) const {
     list()->routeIs(prefix(to), Routing::RouteType::forward)->viaIs(*Routing::Via::fromString(via), true);
   }
-  void viaDel(std::string const& to, std::string const& via) const {
-    list()->route(prefix(to))->viaDel(*Routing::Via::fromString(via));
-  }
   Kel::Ptr<Routing::RouteList> const& list() const { return entities.routingConfig->routeList(); }
 
   // "prefix dev device", or "prefix gateway device gateway device", of all routes but the kernel's own.
@@ -43,8 +40,8 @@ TEST_F(RoutesTest, ComeChangeSurviveTheirLinkAndGo) {
       "default 10.0.1.1 eth1 10.0.2.1 eth2\n10.8.0.0/16 - eth2\n10.9.0.0/16 10.0.1.2 eth1\n";
   expectSoon(routes, all);
   viaIs("10.9.1.1/16", "10.0.1.3");
-  viaDel("10.9.1.1/16", "10.0.1.2");
-  viaDel("0.0.0.0/0", "10.0.2.1");
+  list()->route(prefix("10.9.1.1/16"))->viaDel(*Routing::Via::fromString("10.0.1.2"));
+  list()->route({})->viaDel(*Routing::Via::fromString("10.0.2.1"));
   expectSoon(routes, "default 10.0.1.1 eth1\n10.8.0.0/16 - eth2\n10.9.0.0/16 10.0.1.3 eth1\n");
 
   ip("link set eth1 down");

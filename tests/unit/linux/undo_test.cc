@@ -12,26 +12,6 @@ std::string text(UndoJournal const& journal) {
   return out.str();
 }
 
-TEST(UndoJournal, OutlivesItsProcess) {
-  TemporaryFolder const folder;
-  std::string const path = folder.path("/run/undo/journal");
-  {
-    UndoJournal journal(path);
-    journal.entryIs(7, "up", "0");
-    journal.entryIs(7, "mtu", "1500");
-    journal.entryIs(7, "mtu", "9000");  // the first one counts
-    journal.entryIs(3, "linkmode", "speed 1000 duplex full");
-    journal.entryIs(3, "up", "1");
-    journal.entryDel(3, "up");
-  }
-  UndoJournal journal(path);
-  EXPECT_EQ(text(journal), "3 linkmode=speed 1000 duplex full\n7 up=0\n7 mtu=1500\n");
-  journal.discard();
-  EXPECT_EQ(folder.read("/run/undo/journal"), "(absent)");
-  journal.entryIs(7, "up", "1");  // and it goes on after that
-  EXPECT_EQ(text(UndoJournal(path)), "7 up=1\n");
-}
-
 TEST(UndoJournal, IsReadWithCare) {
   TemporaryFolder const folder;
   std::string const path = folder.path("/journal");
@@ -82,10 +62,16 @@ class SettingsTest : public NetworkTest {
     }
     ASSERT_EQ(kernel("eth1"), found);
   }
-  void configured() {
+  // All that provisioning wants of a port, once a DHCP server has answered too.
+  void configureAll() {
     start();
-    configureAll(entities, port1);
-    expectSoon(eth1, asConfigured);
+    EXPECT_EQ(kernel("eth1"), found) << "nothing is touched unasked";
+    setUp(entities, port1);
+    entities.ethPhyIntfConfigDir->intfConfig(port1)->mtuIs(1450);
+    ip4Is("10.0.0.5/24");
+    entities.ipConfig->ipIntfConfig(port1)->l3ConfigIs(entities.l3IntfConfigDir->intfConfig(port1));
+    entities.ip6Config->intf(port1)->addrIs(*Wire::Ip6AddrWithMask::fromString("2001:db8::5/64"));
+    expectSoon(eth1, "up mtu 1450 disable_ipv6 0 accept_ra 2 defrtr 1 10.0.0.5/24 2001:db8::5/64");
   }
   void ip4Is(char const* address) const {
     entities.ipConfig->ipIntfConfigIs(port1)->addrWithMaskIs(*Wire::IpAddrWithMask::fromString(address));
@@ -95,16 +81,10 @@ class SettingsTest : public NetworkTest {
   std::function<std::string()> const inUse = [this] { return addresses(); };
   std::string const found = "down mtu 1400 disable_ipv6 1 accept_ra 0 defrtr 0";
   std::string const asSetUp = "up mtu 1400 disable_ipv6 0 accept_ra 2 defrtr 1";
-  std::string const asConfigured =
-      "up mtu 1450 disable_ipv6 0 accept_ra 2 defrtr 1 10.0.0.5/24 2001:db8::5/64";
 };
 
 TEST_F(SettingsTest, FollowTheirEntitiesAndGoBack) {
-  start();
-  EXPECT_EQ(kernel("eth1"), found) << "nothing is touched unasked";
-  configureAll(entities, port1);
-  expectSoon(eth1, asConfigured);
-
+  configureAll();
   auto const ip6 = entities.ip6Config->intf(port1);
   ip6->addrSourceIs(Ip6::AddrSource::configured);
   ip6->addrDel(*Wire::Ip6AddrWithMask::fromString("2001:db8::5/64"));
@@ -124,32 +104,8 @@ TEST_F(SettingsTest, FollowTheirEntitiesAndGoBack) {
   expectSoon([] { return kernel("aside"); }, found);
 }
 
-TEST_F(SettingsTest, GoBackWhenTheAdapterEndsUnlessKept) {
-  for (bool const keep : {false, true}) {
-    configured();
-    if (keep) entities.reloadConfig->reloadTimeIs(1);
-    adapter.reset();
-    EXPECT_EQ(kernel("eth1"), keep ? asConfigured : found);
-    EXPECT_EQ(run.read("/run/undo-journal"), "(absent)");
-  }
-}
-
-TEST_F(SettingsTest, OfAKilledProcessGoBackAtTheNextStart) {
-  ip("addr add 10.0.0.9/24 dev eth1");
-  // As good as killed: it has no more turn.
-  Entities const theirs = newEntities();
-  Adapter const killed(theirs, testConfig(run.path("/run")));
-  configureAll(theirs, port1);
-  expectSoon(eth1, "up mtu 1450 disable_ipv6 0 accept_ra 2 defrtr 1 10.0.0.9/24 10.0.0.5/24 2001:db8::5/64");
-  Warned const warned;
-  start();
-  EXPECT_EQ(kernel("eth1"), found + " 10.0.0.9/24");
-  EXPECT_EQ(warned.text(), "LEFTOVERS_UNDONE: Put back 7 settings of the system\n");
-  EXPECT_EQ(ports(), "Ethernet1 eth1 down unconfigured link down active\n") << "as it is after that";
-}
-
 TEST_F(SettingsTest, LeaveAloneWhatOthersDoLater) {
-  configured();
+  configureAll();
   ip("link set eth1 mtu 1300", "link set eth1 down");
   expectSoon([&] { return ports(); }, "Ethernet1 eth1 down routed link down active\n");
   EXPECT_EQ(kernel("eth1"), "down mtu 1300 disable_ipv6 0 accept_ra 2 defrtr 1 10.0.0.5/24");
@@ -165,10 +121,12 @@ TEST_F(SettingsTest, ThatTheKernelRefusesAreAWarning) {
   entities.ethPhyIntfConfigDir->intfConfig(port1)->mtuIs(4'000'000'000);
   entities.ip6Config->intf(port1)->addrIs(*Wire::Ip6AddrWithMask::fromString("ff02::1/64"));
   ip4Is("127.0.0.1/8");
+  entities.ethPhyIntfConfigDir->intfConfig(port1)->linkModeLocalIs(Interface::EthLinkMode::linkMode10G);
   expectSoon(eth1, asSetUp);
   std::string const failed = "PORT_SETTING_FAILED: Cannot set ";
   expectSoon([&] { return warned.text(); },
              failed + "mtu of device eth1 to 4000000000: not an MTU\n" + failed +
+                 "link_mode of device eth1 to forced 10g: the device does not support it\n" + failed +
                  "address:127.0.0.1/8 of device eth1 to present: not an address of a host\n" + failed +
                  "address:ff02::1/64 of device eth1 to present: not an address of a host\n");
 }

@@ -1,0 +1,98 @@
+"""What it takes to have many ports."""
+import pathlib
+import sys
+import time
+
+from lab.polling import wait_for
+from measuring import Client, a_lab, memory_kib, record
+
+ASKED = 64
+PORTS = 1024
+
+
+def started_clients(pid):
+    """Children of the host that have become the client."""
+    def name(child):
+        try:
+            return pathlib.Path(f"/proc/{child}/comm").read_text()
+        except FileNotFoundError:
+            return ""
+    children = pathlib.Path(f"/proc/{pid}/task/{pid}/children").read_text().split()
+    return sum(name(child) == "dhclient\n" for child in children)
+
+
+def start_ms(lab, rounds=5):
+    """From entering the query to the programs of both clients running, told to serve all ports."""
+    lab.begin("ra-managed", lines=["dhcp-ignore=tag:!known"], INETRFACESSETUP=8, DHCLIENTQUERY=2, RETRY=3)
+    client, times = Client(lab.host), []
+    client.call("watch", "/zerotouch/sm/currentState")
+    while len(times) < rounds:
+        client.until("stateDhcpQuery")
+        deadline = time.time() + 1
+        while started_clients(lab.host.process.pid) < 2 and time.time() < deadline:
+            pass
+        started = time.time()
+        served = [len(lab.host.get(f"/zerotouch/sm/{name}")) for name in ("dhclientIntf", "dhclient6Intf")]
+        if served == [ASKED, ASKED]:
+            times.append((started - lab.host.get("/zerotouch/sm/stateTime")) * 1000)
+        else:  # not all networks have told of DHCPv6 yet
+            print(f"(a round with {served} ports is not counted)", file=sys.stderr)
+    return times
+
+
+def resident_kib(lab, ports):
+    """With so many ports set up and their packet sockets open, once that stays the same for a second."""
+    lab.begin(None, INETRFACESSETUP=3600)
+    wait_for(lambda: len(lab.host.get("/zerotouch/sm/intfStatus")) == ports, f"{ports} ports", 120)
+    sizes = [0]
+    while sizes.count(sizes[-1]) < 10:
+        sizes = [*sizes[-9:], memory_kib(lab.host.process.pid)[0]]
+        time.sleep(0.1)
+    return sizes[-1]
+
+
+def under_flood(lab, seconds=3):
+    """The answer times of the socket while one port receives LLDP frames as fast as they can be sent, and their rate."""
+    def sent():
+        return int(lab.server.run("cat", "/sys/class/net/p0/statistics/tx_packets"))
+
+    client, times = Client(lab.host), []
+    before, start = sent(), time.monotonic()
+    lab.send_lldp(0, interval=0)
+    while time.monotonic() < start + seconds:
+        asked = time.monotonic()
+        client.call("get", "/zerotouch/config/enabled")
+        times.append((time.monotonic() - asked) * 1000)
+        time.sleep(0.005)
+    rate = (sent() - before) / (time.monotonic() - start)
+    lab.stop_lldp(0)
+    return times, rate
+
+
+def carrier_ms(lab):
+    """From before the command that changes the peer's carrier to the change seen on the socket.
+
+    The kernel tells of one change of a link per second at most, so the changes are further apart than that."""
+    client, times = Client(lab.host), []
+    client.call("watch", "/interface/status/ethPhy/intfStatus/Ethernet0/linkStatus")
+    for change in ["down", "up"] * 6:
+        time.sleep(1.2)
+        before = time.time()
+        lab.server.ip("link", "set", "p0", change)
+        times.append((client.until(change) - before) * 1000)
+    return times
+
+
+def measure():
+    with a_lab(ASKED) as lab:
+        record(f"{ASKED} ports: query entered to DHCP clients started", "ms", start_ms(lab), "at most 100")
+    with a_lab(0) as lab:
+        without = resident_kib(lab, 0)
+        lab.add_veth(0)
+        lab.switch.run("sh", "-ec", f"seq {PORTS - 1} | sed 's/.*/link add et& type veth peer name far&/' | ip -batch -")
+        per_port = (resident_kib(lab, PORTS) - without) / PORTS
+        record(f"{PORTS} ports: memory per port, agent and adapter", "KiB", [per_port], "at most 8")
+        answers, rate = under_flood(lab)
+        record("LLDP flood on one port: frames per second", "", [rate], "100000")
+        record("LLDP flood on one port: answer on the socket meanwhile", "ms", answers)
+        record("carrier change to entity, with ip", "ms", carrier_ms(lab), "at most 10")
