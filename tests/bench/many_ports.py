@@ -1,5 +1,7 @@
 """What it takes to have many ports."""
+import os
 import pathlib
+import subprocess
 import sys
 import time
 
@@ -37,6 +39,20 @@ def start_ms(lab, rounds=5):
             times.append((started - lab.host.get("/zerotouch/sm/stateTime")) * 1000)
         else:  # not all networks have told of DHCPv6 yet
             print(f"(a round with {served} ports is not counted)", file=sys.stderr)
+    return times
+
+
+def ready_ms(lab, rounds=10):
+    """From the start of the host to its saying that it is ready."""
+    times = []
+    for _ in range(rounds):
+        started = time.monotonic()
+        host = subprocess.Popen(lab.host.command(), env={**os.environ, **lab.host.environment}, text=True,
+                                stderr=subprocess.PIPE)
+        next(line for line in host.stderr if "ready on" in line)
+        times.append((time.monotonic() - started) * 1000)
+        host.terminate()
+        host.communicate()
     return times
 
 
@@ -86,6 +102,8 @@ def carrier_ms(lab):
 def measure():
     with a_lab(ASKED) as lab:
         record(f"{ASKED} ports: query entered to DHCP clients started", "ms", start_ms(lab), "at most 100")
+    with a_lab(2 * ASKED) as lab:
+        record(f"{2 * ASKED} ports: start of the host to ready", "ms", ready_ms(lab), "at most 100")
     with a_lab(0) as lab:
         without = resident_kib(lab, 0)
         lab.add_veth(0)
