@@ -3,6 +3,7 @@ import json
 import re
 import signal
 
+from conftest import SHORT_TIMERS
 from lab.host import ROOT
 from lab.polling import wait_for
 
@@ -96,9 +97,10 @@ def test_a_multi_speed_port_goes_through_its_speeds(lab):
 
 def test_lldp_keeps_the_speed_of_a_port(lab):
     for number in (1, 2):
-        lab.add_tap(number, ["10g", "25g", "autoneg", "fibre"])
+        lab.add_tap(number, ["10g", "25g", "40g", "autoneg", "fibre"])
         lab.plug(number)
     lab.add_veth(3)
+    lab.host.environment |= SHORT_TIMERS
     lab.host.start("--trace", "ZeroTouchSm=5")
     wait_port(lab, "Ethernet3", link="up", registered="yes")
     lab.switch.ip("link", "set", "et3", "down")  # of which the socket there is told once
