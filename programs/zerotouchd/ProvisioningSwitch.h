@@ -11,6 +11,6 @@ struct ProvisioningSwitch {
 Kel::String stringValue(ProvisioningSwitch const& provisioning);  // for people too
 
 // Off when there is a startup configuration on flash, and off for one boot when the settings file says
-// DISABLE=NextReload. That entry is consumed here; a mark in `runDirectory`, which a reboot empties, keeps
-// provisioning off when the host is started again within the same boot.
+// DISABLE=NextReload. That entry is consumed here; a mark in `runDirectory`, which names this boot, keeps
+// provisioning off when the host is started again within it.
 ProvisioningSwitch provisioningAtBoot(Kel::String const& runDirectory);

@@ -3,8 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
-#include <map>
-#include <sstream>
 
 #include "platform/kel/Loop.h"
 #include "tests/simulation/World.h"
@@ -12,7 +10,6 @@
 namespace {
 
 using enum ZeroTouch::ProvisioningState;
-using Curl = FakeCurl;
 
 constexpr Kel::Seconds longEnough = 100'000;
 constexpr char const* script = "/tmp/zt-download";
