@@ -110,7 +110,6 @@ class World {
   class Sockets;
 
   void handleState();
-  void handleChoosenIntf();
   void checkNotStuck();
   void checkOwners();
   void checkAtRest();

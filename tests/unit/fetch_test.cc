@@ -17,9 +17,10 @@ TEST(BootFile, the_server_or_the_scheme_makes_the_url) {
   for (Case const& c :
        {Case{"", "http://h/c", "http://h/c http"}, Case{"", "https://h/c", "https://h/c https"},
         Case{"", "ftp://h/c", "ftp://h/c ftp"}, Case{"", "tftp://h/c", "tftp://h/c tftp"},
-        Case{"10.0.0.1", "cfg", "tftp://10.0.0.1/cfg tftp"}, Case{"s", "http://h/c", "tftp://s/http://h/c tftp"},
-        Case{"", "HTTP://h/c", "none"}, Case{"", "cfg", "none"}, Case{"", "file:///etc/shadow", "none"},
-        Case{"", ":x", "none"}, Case{"", "httpx://h/c", "none"}}) {
+        Case{"10.0.0.1", "cfg", "tftp://10.0.0.1/cfg tftp"},
+        Case{"s", "http://h/c", "tftp://s/http://h/c tftp"}, Case{"", "HTTP://h/c", "none"},
+        Case{"", "cfg", "none"}, Case{"", "file:///etc/shadow", "none"}, Case{"", ":x", "none"},
+        Case{"", "httpx://h/c", "none"}}) {
     auto const file = ZeroTouch::bootFile(c.server, c.file);
     EXPECT_EQ(file.objection.empty() ? file.url + " " + file.scheme : "none" + file.url, c.expected);
   }
@@ -148,7 +149,9 @@ TEST_F(Transfers, that_never_start_are_no_success_of_an_earlier_one) {
   sm.nextStateIs(State::stateFetchConfig);
   EXPECT_EQ(sm.transitionState(), State::stateRetry);
   EXPECT_EQ(sm.bytesRead(), 0U);
-  EXPECT_EQ(takeEvents(), Strings{});
+  EXPECT_EQ(takeEvents(),
+            Strings{"BOOT_FILE_NOT_URL: The boot file HTTP://h/c cannot be downloaded: its scheme is none "
+                    "of http, https, ftp and tftp in lower case"});
 }
 
 }  // namespace

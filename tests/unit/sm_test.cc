@@ -5,6 +5,7 @@
 namespace {
 
 std::string const started = "ZTP_INIT: No startup-config found, starting Zero Touch Provisioning";
+std::string const nobodyAsked = "DHCP_NOT_ASKED: No DHCP server could be asked: no port takes part";
 std::string const reloading = "ZTP_RELOAD: Rebooting the system";
 std::string const waiting =
     "ZTP_STARTUP_FILE_SYNC_TIMEOUT: Waiting on File Replicator to synchronize the startup-config ";
@@ -45,7 +46,9 @@ TEST_F(StateMachine, a_run_without_interfaces_retries_until_the_time_limit) {
   agent = createAgent();
   time.advance(45);
   EXPECT_EQ(takeEvents(),
-            (Strings{started, "ZTP_RETRY: Retrying Zero Touch Provisioning from the beginning (attempt 1)"}));
+            (Strings{started, nobodyAsked,
+                     "ZTP_RETRY: Retrying Zero Touch Provisioning from the beginning (attempt 1)"}));
+  EXPECT_EQ(sm().lastFailureCause(), "no port could be asked for a boot file: no port takes part");
   EXPECT_STREQ(std::getenv("SYSNAME"), "sw1");
   time.advance(59.9);
   EXPECT_EQ(sm().retryCount(), 2);
@@ -53,7 +56,8 @@ TEST_F(StateMachine, a_run_without_interfaces_retries_until_the_time_limit) {
   time.advance(0.2);
   EXPECT_EQ(
       takeEvents(),
-      (Strings{"ZTP_RETRY: Retrying Zero Touch Provisioning from the beginning (attempt 2)", reloading}));
+      (Strings{nobodyAsked, "ZTP_RETRY: Retrying Zero Touch Provisioning from the beginning (attempt 2)",
+               nobodyAsked, reloading}));
   EXPECT_EQ(platform.status->runTime(), 105);
   EXPECT_EQ(platform.reloadConfig->reason(), "ZTP RELOAD");
   EXPECT_EQ(platform.reloadConfig->reloadTime(), sm().startTime() + 105);
@@ -66,7 +70,7 @@ TEST_F(StateMachine, a_forced_shutdown_ends_the_first_retry) {
   platform.config->enabledIs(true);
   agent = createAgent();
   time.advance(45);
-  EXPECT_EQ(takeEvents(), (Strings{started, reloading}));
+  EXPECT_EQ(takeEvents(), (Strings{started, nobodyAsked, reloading}));
 }
 
 TEST_F(StateMachine, a_refused_request_changes_nothing_but_cancels_the_timer) {
@@ -86,7 +90,8 @@ TEST_F(StateMachine, nothing_leaves_a_shutdown_that_is_pending_or_done) {
   Sm& sm = inRetry();
   for (State const request : {State::stateShutdown, State::stateInit}) {
     sm.doStateTransition(State::stateInvalid, request, ZeroTouch::TransitionCause::provisioningDisabled);
-    sm.doStateTransition(State::stateInvalid, State::stateDhcpQuery, ZeroTouch::TransitionCause::attemptUndone);
+    sm.doStateTransition(State::stateInvalid, State::stateDhcpQuery,
+                         ZeroTouch::TransitionCause::attemptUndone);
     time.settle();
     EXPECT_EQ(sm.currentState(), State::stateShutdown);
   }
@@ -187,10 +192,14 @@ TEST_F(StateMachine, readiness_follows_the_family_that_brought_the_boot_file) {
   EXPECT_FALSE(sm().readyToFetchConfig());
   sm().systemIdentitySetupTimerExpiredIs(true);
   EXPECT_TRUE(sm().readyToFetchConfig());
+  sm().choosenIntfIs(nullptr);
+  EXPECT_FALSE(sm().readyToFetchConfig());
 
-  // The DHCPv4 record now says nothing but FAIL.
-  platform.dhcpStatus->intfDhcpStatus("et1")->bootFileNameIs("");
+  // A DHCPv4 report that comes after the DHCPv6 answer was chosen does not change for what is waited.
+  platform.dhcpStatus->intfDhcpStatusDelAll();
   platform.dhcpStatus->intfDhcp6StatusIs("et1")->bootFileNameIs("http://h/c");
+  sm().choosenIntfIs(chosen);
+  platform.dhcpStatus->intfDhcpStatusIs("et1")->bootFileNameIs("http://h/c");
   EXPECT_FALSE(sm().readyToFetchConfig());
   platform.ip6Status->intfIs(port)->addrIs(*Wire::Ip6AddrWithMask::fromString("2001:db8::5/64"));
   EXPECT_TRUE(sm().readyToFetchConfig());

@@ -19,10 +19,15 @@ BootFile bootFile(Kel::String const& serverName, Kel::String const& bootFileName
   return {bootFileName, scheme, ""};
 }
 
-// The one place where the winner is decided: DHCPv4, if both families have named a boot file on the port. What
-// is reported after that, as by a client that has not ended yet, changes nothing.
 void ZeroTouchSm::choosenIntfIs(Kel::Ptr<IntfStatus> const& intf) {
   ZeroTouchSmModel::choosenIntfIs(intf);
+  chooseAnswer();
+}
+
+// The one place where the winner is decided: DHCPv4, if both families have named a boot file on the port.
+// What is reported once the identity is applied, as by a client that has not ended yet, changes nothing.
+void ZeroTouchSm::chooseAnswer() {
+  auto const intf = choosenIntf();
   Kel::Ptr<ChosenAnswer> answer;
   if (intf) {
     auto const v4 = dhcpStatus()->intfDhcpStatus(intf->kernelIntfName());

@@ -15,6 +15,7 @@ constexpr Wire::IpAddrWithMask noAddress{{}, 32};
 void ZeroTouchSm::doConfigureSystemIdentity() {
   auto const intfStatus = choosenIntf();
   KEL_ASSERT(intfStatus, "intfStatus");
+  chooseAnswer();  // The other family may have answered since the port was chosen.
   auto const answer = chosenAnswer();
   if (!answer) return;
   if (answer->family() == AnswerFamily::dhcpv4) {

@@ -268,7 +268,8 @@ class ZeroTouchSm : public ZeroTouchSmModel {
 
   // --- Download and install (fetch/) ---
 
-  // Chooses the interface, and with it the answer (chosenAnswer()); null forgets both.
+  // Chooses the interface, and with it the answer (chosenAnswer()), which is final when the identity is
+  // applied; null forgets both.
   void choosenIntfIs(Kel::Ptr<IntfStatus> const& intf);
   // Starts the download. When it neither runs nor has succeeded by then, an event has said so, and the cause
   // says why.
@@ -385,8 +386,8 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   bool readyWith(bool bootFile, char const* addrLabel, bool addrConfigured) const;
 
   // fetch/
-  static Kel::Ptr<ChosenAnswer> answerFrom(AnswerFamily family,
-                                           Kel::Ptr<IntfDhcpStatus const> const& result);
+  void chooseAnswer();
+  static Kel::Ptr<ChosenAnswer> answerFrom(AnswerFamily family, Kel::Ptr<IntfDhcpStatus const> const& result);
   void forgetTransfer();
   void watchCurlSocket();
   void reportFailedDownload();
