@@ -208,8 +208,7 @@ def write_cpp(model, output):
                        f"{base}, {own}}};\n\n")
         notice = f"// Generated from {schema.path.name}; do not edit.\n"
         includes = "".join(f'#include "{header}"\n' for header in
-                           ["platform/kel/Attr.h", "platform/kel/Collection.h", "platform/kel/EntityType.h",
-                            "platform/kel/Described.h"] + model.includes(schema))
+                           ["platform/kel/EntityType.h"] + model.includes(schema))
         header = f"{notice}#pragma once\n\n{includes}\n"
         if types:
             header += f"namespace {schema.namespace} {{\n\n{types}}}\n\nnamespace Kel {{\n{codecs}}}\n\n"

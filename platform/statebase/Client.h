@@ -6,8 +6,8 @@
 #include <stdexcept>
 #include <string>
 
+#include "platform/kel/EntityType.h"
 #include "platform/kel/Types.h"
-#include "platform/kel/Value.h"
 
 namespace Statebase {
 

@@ -8,7 +8,6 @@
 
 #include <algorithm>
 
-#include "platform/statebase/Peer.h"
 #include "platform/statebase/Server.h"
 #include "tests/unit/StatebaseFixture.h"
 
