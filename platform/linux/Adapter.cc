@@ -1,9 +1,8 @@
 #include "platform/linux/Adapter.h"
 
 #include "platform/kel/Loop.h"
-#include "platform/linux/KernelSettings.h"
-#include "platform/linux/LinkModeSetting.h"
 #include "platform/linux/Warnings.h"
+#include "platform/linux/settings/SettingKinds.h"
 
 namespace Linux {
 

@@ -1,8 +1,8 @@
 // What an earlier host left to be put back: the journal of settings, behind its first line.
 #include "platform/kel/Log.h"
-#include "platform/linux/LinkModeSetting.h"
 #include "platform/linux/Place.h"
-#include "platform/linux/UndoJournal.h"
+#include "platform/linux/settings/SettingKinds.h"
+#include "platform/linux/settings/UndoJournal.h"
 #include "tests/fuzz/Fuzz.h"
 
 namespace {

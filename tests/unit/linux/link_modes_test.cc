@@ -2,8 +2,8 @@
 #include <gtest/gtest.h>
 #include <linux/ethtool.h>
 
-#include "platform/linux/LinkModeSetting.h"
-#include "platform/linux/LinkModeTable.h"
+#include "platform/linux/links/LinkModes.h"
+#include "platform/linux/settings/SettingKinds.h"
 
 namespace Linux {
 namespace {
