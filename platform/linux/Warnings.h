@@ -25,15 +25,6 @@ extern Kel::LogHandle systemFileFailed;            // path, reason
 extern Kel::LogHandle logReloadFailed;             // command, reason
 extern Kel::LogHandle reloadFailed;                // command, reason, seconds until the next attempt
 
-inline constexpr std::size_t maxDomainName = 253;  // bytes
-
-// "" or what is wrong with it as a name of at most `maxLength` bytes: labels of 1 to 63 letters, digits and
-// hyphens, none at their ends, with dots between them (RFC 1123).
-Kel::String hostNameFault(std::string_view name, std::size_t maxLength);
-
-// Short enough for a message, and without anything that a terminal or a log could take amiss.
-Kel::String printable(std::string_view text);
-
 // Warns of values that are of no use, and hence dropped: of each once for as long as it is there.
 class Dropped {
  public:

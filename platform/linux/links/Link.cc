@@ -75,12 +75,6 @@ std::optional<Link> linkFromMessage(nlmsghdr* message) {
   return link;
 }
 
-bool isLinkLocal(Wire::IpGenAddrWithMask const& address) {
-  if (!address.isV6()) return address.v4().address.value >> 16 == 0xa9fe;
-  auto const bytes = address.v6().address.bytes;
-  return bytes[0] == 0xfe && (bytes[1] & 0xc0) == 0x80;
-}
-
 std::optional<LinkAddress> addressFromMessage(nlmsghdr* message) {
   auto const attribute = attributes<IFA_MAX>(message, sizeof(ifaddrmsg));
   if (!attribute) return std::nullopt;

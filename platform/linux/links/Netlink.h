@@ -39,9 +39,6 @@ struct Link {
 // The addresses of one device, each with its IFA_F_* flags.
 using Addresses = std::map<Wire::IpGenAddrWithMask, std::uint32_t>;
 
-// Whether it is one of 169.254.0.0/16 or fe80::/10.
-bool isLinkLocal(Wire::IpGenAddrWithMask const& address);
-
 struct LinkAddress {
   int ifIndex = 0;
   Wire::IpGenAddrWithMask address;

@@ -12,6 +12,7 @@
 #include "platform/kel/Trace.h"
 #include "platform/linux/Warnings.h"
 #include "platform/linux/links/LinkModes.h"
+#include "platform/model/values/Grammar.h"
 
 namespace Linux {
 
@@ -44,7 +45,7 @@ Interface::OperStatus operStatus(Link const& link) {
 Wire::Ip6Addr linkLocalAddress(Addresses const& addresses) {
   for (auto const& [address, flags] : addresses) {
     bool const usable = (flags & (IFA_F_TENTATIVE | IFA_F_DADFAILED)) == 0;
-    if (address.isV6() && isLinkLocal(address) && usable) return address.v6().address;
+    if (address.isV6() && Grammar::isLinkLocal(address) && usable) return address.v6().address;
   }
   return {};
 }
@@ -240,7 +241,7 @@ Interface::IntfForwardingModel LinkWatcher::forwardingModel(Wire::IntfId const& 
 namespace {
 
 bool inUse(Wire::IpGenAddrWithMask const& address, std::uint32_t flags) {
-  return !isLinkLocal(address) && (flags & (IFA_F_TENTATIVE | IFA_F_DADFAILED)) == 0;
+  return !Grammar::isLinkLocal(address) && (flags & (IFA_F_TENTATIVE | IFA_F_DADFAILED)) == 0;
 }
 
 }  // namespace

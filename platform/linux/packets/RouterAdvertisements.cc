@@ -4,6 +4,7 @@
 
 #include "platform/kel/ActivityManager.h"
 #include "platform/kel/Format.h"
+#include "platform/model/values/Grammar.h"
 
 namespace Linux {
 
@@ -15,10 +16,6 @@ constexpr std::uint8_t typeRouterAdvertisement = 134;
 constexpr std::size_t optionUnit = 8;
 constexpr std::uint8_t managedFlag = 0x80;
 constexpr std::uint8_t otherFlag = 0x40;
-
-bool isLinkLocal(Wire::Ip6Addr const& address) {
-  return address.bytes[0] == 0xfe && (address.bytes[1] & 0xc0) == 0x80;
-}
 
 // Each option gives its length in its second byte.
 Kel::String checkOptions(std::span<std::uint8_t const> options) {
@@ -37,7 +34,7 @@ Kel::String checkOptions(std::span<std::uint8_t const> options) {
 Kel::String parseRouterAdvertisement(std::span<std::uint8_t const> message, int hopLimit,
                                      Wire::Ip6Addr const& source, RouterAdvertisement& out) {
   if (hopLimit != requiredHopLimit) return Kel::format("hop limit %d", hopLimit);
-  if (!isLinkLocal(source)) return "source " + source.stringValue() + " is not link-local";
+  if (!Grammar::isLinkLocal(source)) return "source " + source.stringValue() + " is not link-local";
   if (message.size() < headerLength) return Kel::format("only %u bytes", message.size());
   if (message[0] != typeRouterAdvertisement) return Kel::format("type %u", message[0]);
   if (message[1] != 0) return Kel::format("code %u", message[1]);

@@ -6,6 +6,7 @@
 
 #include "platform/kel/Trace.h"
 #include "platform/linux/Warnings.h"
+#include "platform/model/values/Grammar.h"
 
 namespace Linux {
 
@@ -16,25 +17,6 @@ Kel::TraceFacility trace("RouteApplier");
 // An address comes a moment after the routes that need it, and a link flaps: neither is worth a warning.
 constexpr Kel::Seconds grace = 3;
 constexpr Kel::Seconds readAgainDelay = 1;
-
-bool isOfAHost(Wire::IpAddr const& address) {
-  std::uint32_t const first = address.value >> 24;
-  return first != 0 && first != 127 && first < 224;
-}
-
-// "" or why no route goes there.
-Kel::String prefixFault(Wire::IpAddrWithMask const& prefix) {
-  if (prefix.maskLength > Wire::IpAddr::maxMaskLength) return "not a prefix";
-  // Short ones from 0 on cover more than what no host has: the default route, or its lower half.
-  bool const isShort = prefix.maskLength < 8 && prefix.address.value >> 24 == 0;
-  return isShort || isOfAHost(prefix.address) ? "" : "not a destination for routes";
-}
-
-// Servers send prefixes with bits set behind the mask; they mean nothing (RFC 3442).
-Wire::IpAddrWithMask withoutHostBits(Wire::IpAddrWithMask prefix) {
-  prefix.address.value &= prefix.maskLength == 0 ? 0 : ~std::uint32_t{0} << (32 - prefix.maskLength);
-  return prefix;
-}
 
 // The next hop of `present` that is `hop`, whose device may have been left to the kernel.
 NextHop const* findHop(NextHops const& present, NextHop const& hop) {
@@ -108,17 +90,17 @@ std::map<Wire::IpAddrWithMask, RouteApplier::Vias> RouteApplier::wanted() {
   std::map<Wire::IpAddrWithMask, Vias> result;
   dropped_.begin();
   for (auto const& [prefix, route] : routeList_->route()) {
-    if (Kel::String const fault = prefixFault(prefix); !fault.empty()) {
+    if (Kel::String const fault = Grammar::prefixFault(prefix); !fault.empty()) {
       dropped_.add("route", prefix.stringValue(), fault);
       continue;
     }
     for (auto const& [via, used] : route->via()) {
       if (!used) continue;
-      if (isOfAHost(via.hop) || (via.hop.isZero() && via.intf)) {
-        result[withoutHostBits(prefix)].insert(via);
+      bool const isOnLink = via.hop.isZero() && via.intf;
+      if (Kel::String const fault = isOnLink ? "" : Grammar::hostFault(via.hop); !fault.empty()) {
+        dropped_.add("next hop", prefix.stringValue() + " via " + via.stringValue(), fault);
       } else {
-        dropped_.add("next hop", prefix.stringValue() + " via " + via.stringValue(),
-                     "not an address of a host");
+        result[Grammar::withoutHostBits(prefix)].insert(via);
       }
     }
   }
@@ -137,7 +119,7 @@ Kel::String RouteApplier::install(Wire::IpAddrWithMask const& prefix, Vias const
   for (Routing::Via const& via : vias) {
     NextHop const hop{via.hop, via.intf ? ports_->port(via.intf).ifIndex : 0};
     if (via.intf && hop.ifIndex == 0) {
-      refuse(hop, "there is no port " + printable(via.intf.stringValue()));
+      refuse(hop, "there is no port " + Grammar::printable(via.intf.stringValue()));
       continue;
     }
     all.insert(hop);

@@ -7,6 +7,7 @@
 #include "platform/kel/Assert.h"
 #include "platform/kel/Trace.h"
 #include "platform/linux/Warnings.h"
+#include "platform/model/values/Grammar.h"
 
 namespace Linux {
 
@@ -125,7 +126,7 @@ bool DeviceSettings::putBack(int ifIndex, UndoJournal::Entry const& entry) {
   Kel::String const name = deviceName(ifIndex);
   KEL_TRACE(trace, 5, name << " " << entry.item << ": back to " << entry.original << " " << reason);
   if (!reason.empty() && !name.empty())
-    portSettingFailed.log(printable(entry.item), name, printable(entry.original), reason);
+    portSettingFailed.log(Grammar::printable(entry.item), name, Grammar::printable(entry.original), reason);
   journal_.entryDel(ifIndex, entry.item);
   return reason.empty();
 }

@@ -14,6 +14,8 @@
 #include <cstring>
 #include <new>
 
+#include "platform/model/values/Grammar.h"
+
 namespace Linux {
 
 namespace {
@@ -123,20 +125,6 @@ class Ipv6Sysctl : public DeviceSetting {
   Kel::String name_;
 };
 
-// Addresses come from outside. The kernel takes many that are none of a host's, and a mask of 0 would route
-// everything to the device.
-bool isOfAHost(Wire::IpGenAddrWithMask const& address) {
-  if (address.isV6()) {
-    auto const [v6, length] = address.v6();
-    bool const multicast = v6.bytes[0] == 0xff;
-    bool const loopback = v6 == Wire::Ip6Addr::fromString("::1");
-    return length > 0 && !v6.isZero() && !multicast && !loopback;
-  }
-  auto const [v4, length] = address.v4();
-  std::uint32_t const first = v4.value >> 24;
-  return length > 0 && first != 0 && first != 127 && first < 224;
-}
-
 class AddressSetting : public DeviceSetting {
  public:
   explicit AddressSetting(Netlink& netlink) : netlink_(netlink) {}
@@ -150,7 +138,9 @@ class AddressSetting : public DeviceSetting {
 
   Kel::String write(int ifIndex, Kel::String const& argument, Kel::String const& value) override {
     auto const address = Wire::IpGenAddrWithMask::fromString(argument);
-    if (!address || !isOfAHost(*address)) return "not an address of a host";
+    // The kernel takes many addresses that are none of a host's.
+    Kel::String const fault = address ? Grammar::portAddressFault(*address) : "not an address";
+    if (!fault.empty()) return fault;
     rtnl_addr* const request = requestFor(ifIndex, *address);
     int const error = value == present ? rtnl_addr_add(netlink_.requests(), request, 0)
                                        : rtnl_addr_delete(netlink_.requests(), request, 0);

@@ -12,6 +12,7 @@
 
 #include "platform/linux/Place.h"
 #include "platform/linux/Warnings.h"
+#include "platform/model/values/Grammar.h"
 
 namespace Linux {
 
@@ -108,7 +109,7 @@ void UndoJournal::read(Kel::String const& line) {
   words.ignore(1);
   std::getline(words, entry.original);
   if (ifIndex <= 0 || entry.item.empty() || (sign != '+' && sign != '-')) {
-    undoJournalFailed.log(path_, "line not understood", printable(line));
+    undoJournalFailed.log(path_, "line not understood", Grammar::printable(line));
     return;
   }
   auto& ofDevice = entries_[ifIndex];

@@ -4,6 +4,7 @@
 
 #include "platform/linux/Warnings.h"
 #include "platform/linux/WholeFile.h"
+#include "platform/model/values/Grammar.h"
 
 namespace Linux {
 
@@ -12,11 +13,6 @@ namespace {
 Kel::String const firstLine = "# Written by zerotouchd, which also removes this file.\n";
 constexpr char defaultVrf[] = "default";
 constexpr Kel::Seconds reloadLimit = 30;
-
-Kel::String hostFault(Kel::String const& host) {
-  auto const address = Wire::IpGenAddr::fromString(host);
-  return address ? "" : hostNameFault(host, maxDomainName);
-}
 
 bool isOurs(Kel::String const& contents) { return contents.starts_with(firstLine); }
 
@@ -98,11 +94,12 @@ Kel::String LogHostApplier::contents() {
   dropped_.begin();
   for (auto const& [vrf, hosts] : config_->vrfLoggingHost()) {
     if (vrf != L3::VrfName(defaultVrf)) {
-      others += "# Not sent to: the servers of VRF " + printable(vrf.stringValue()) + "\n";
+      others += "# Not sent to: the servers of VRF " + Grammar::printable(vrf.stringValue()) + "\n";
       continue;
     }
     for (auto const& [key, server] : hosts->loggingHost()) {
-      if (Kel::String const fault = hostFault(server.host); !fault.empty()) {
+      bool const isAddress = Wire::IpGenAddr::fromString(server.host).has_value();
+      if (Kel::String const fault = isAddress ? "" : Grammar::nameFault(server.host); !fault.empty()) {
         dropped_.add("log server", server.host, fault);
         continue;
       }

@@ -11,7 +11,7 @@
 #include "platform/linux/Place.h"
 #include "platform/linux/Warnings.h"
 #include "platform/linux/WholeFile.h"
-#include "platform/linux/links/Netlink.h"
+#include "platform/model/values/Grammar.h"
 
 namespace Linux {
 
@@ -70,7 +70,7 @@ void HostNameApplier::apply() {
   dropped_.begin();
   if (wanted.empty()) {
     undo();
-  } else if (Kel::String const fault = hostNameFault(wanted, HOST_NAME_MAX); !fault.empty()) {
+  } else if (Kel::String const fault = Grammar::nameFault(wanted, HOST_NAME_MAX); !fault.empty()) {
     dropped_.add("host name", wanted, fault);
   } else if (Kel::String const current = currentName(); current != wanted) {
     bool const changedBefore = original_.value().has_value();
@@ -92,7 +92,7 @@ void HostNameApplier::keep() { original_.discard(); }
 
 bool HostNameApplier::set(Kel::String const& name) {
   if (sethostname(name.data(), name.size()) == 0) return true;
-  hostNameFailed.log(printable(name), std::strerror(errno));
+  hostNameFailed.log(Grammar::printable(name), std::strerror(errno));
   return false;
 }
 
@@ -105,21 +105,6 @@ constexpr std::size_t serversAsked = 3;  // by the C library's resolver
 // What the original's file holds: whether there was one, then its contents.
 constexpr char present = '+';
 constexpr char absent = '-';
-
-Kel::String const nothingUsable = "not the address of a name server";
-
-Kel::String fault(Wire::IpAddr const& address) {
-  std::uint32_t const first = address.value >> 24;
-  return first == 0 || first == 127 || first >= 224 ? nothingUsable : "";
-}
-
-// A link-local address says nothing without its link.
-Kel::String fault(Wire::Ip6Addr const& address) {
-  bool const loopback = address == Wire::Ip6Addr::fromString("::1");
-  bool const multicast = address.bytes[0] == 0xff;
-  bool const linkLocal = isLinkLocal(Wire::Ip6AddrWithMask{address, 128});
-  return address.isZero() || loopback || multicast || linkLocal ? nothingUsable : "";
-}
 
 bool isOurs(std::optional<Kel::String> const& contents) {
   return contents && contents->starts_with(firstLine);
@@ -214,7 +199,7 @@ Kel::String ResolvConfApplier::domains() {
     if (name.empty()) continue;
     bool const rooted = name.size() > 1 && name.ends_with('.');
     Kel::String const plain = rooted ? name.substr(0, name.size() - 1) : name;
-    if (Kel::String const why = hostNameFault(plain, maxDomainName); !why.empty()) {
+    if (Kel::String const why = Grammar::nameFault(plain); !why.empty()) {
       dropped_.add("domain name", name, why);
     } else {
       result += " " + plain;
@@ -227,7 +212,7 @@ std::vector<Kel::String> ResolvConfApplier::nameServers() {
   std::vector<Kel::String> result;
   auto const take = [&](auto const& servers) {
     for (auto const& [index, address] : servers) {
-      if (Kel::String const why = fault(address); !why.empty()) {
+      if (Kel::String const why = Grammar::hostFault(address); !why.empty()) {
         dropped_.add("name server", address.stringValue(), why);
       } else {
         result.push_back(address.stringValue());

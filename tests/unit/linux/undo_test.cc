@@ -127,8 +127,8 @@ TEST_F(SettingsTest, ThatTheKernelRefusesAreAWarning) {
   expectSoon([&] { return warned.text(); },
              failed + "mtu of device eth1 to 4000000000: not an MTU\n" + failed +
                  "link_mode of device eth1 to forced 10g: the device does not support it\n" + failed +
-                 "address:127.0.0.1/8 of device eth1 to present: not an address of a host\n" + failed +
-                 "address:ff02::1/64 of device eth1 to present: not an address of a host\n");
+                 "address:127.0.0.1/8 of device eth1 to present: a loopback address\n" + failed +
+                 "address:ff02::1/64 of device eth1 to present: a multicast address\n");
 }
 
 TEST_F(SettingsTest, AddressesCountOnceTheyAreInUse) {
