@@ -4,29 +4,13 @@
 
 namespace Linux {
 
-class DeviceIndices::ManagerReactor : public Interface::NetNsIntfStatusManagerRoot::NotifieeConst {
- public:
-  explicit ManagerReactor(DeviceIndices& indices) : NotifieeConst(indices.manager_), indices_(indices) {}
-  void onDeviceIntfStatusDir() override { indices_.handleDirectory(); }
-
- private:
-  DeviceIndices& indices_;
-};
-
-class DeviceIndices::PortsReactor : public Ports::NotifieeConst {
- public:
-  explicit PortsReactor(DeviceIndices& indices) : NotifieeConst(indices.ports_), indices_(indices) {}
-  void onPort(Wire::IntfId const& intfId) override { indices_.handlePort(intfId); }
-
- private:
-  DeviceIndices& indices_;
-};
-
 DeviceIndices::DeviceIndices(Kel::Ptr<Interface::NetNsIntfStatusManagerRoot> manager,
                              Kel::Ptr<Ports const> ports)
     : manager_(std::move(manager)), ports_(std::move(ports)) {
-  managerReactor_ = Kel::makePtr<ManagerReactor>(*this);
-  portsReactor_ = Kel::makePtr<PortsReactor>(*this);
+  managerReactor_ =
+      Kel::Reactor(manager_, &Interface::NetNsIntfStatusManagerRoot::NotifieeConst::onDeviceIntfStatusDir,
+                   [this] { handleDirectory(); });
+  portsReactor_ = Kel::Reactor(ports_, &Ports::NotifieeConst::onPort, this, &DeviceIndices::handlePort);
   handleDirectory();
 }
 
@@ -54,21 +38,11 @@ namespace {
 Kel::TraceFacility trace("LocalServices");
 }
 
-class LocalServices::Reactor : public Kel::ActivityManager::NotifieeConst {
- public:
-  explicit Reactor(LocalServices& services) : NotifieeConst(Kel::activityManager()), services_(services) {}
-  void onLocalEntity(Kel::Name const& name) override { services_.handleLocalEntity(name); }
-
- private:
-  LocalServices& services_;
-};
-
 LocalServices::LocalServices(Kel::Ptr<Ports const> ports) : ports_(std::move(ports)) {
-  reactor_ = Kel::makePtr<Reactor>(*this);
+  reactor_ = Kel::Reactor(Kel::activityManager(), &Kel::ActivityManager::NotifieeConst::onLocalEntity, this,
+                          &LocalServices::handleLocalEntity);
   for (Kel::Name const& name : Kel::activityManager()->localEntity().keys()) handleLocalEntity(name);
 }
-
-LocalServices::~LocalServices() = default;
 
 void LocalServices::handleLocalEntity(Kel::Name const& name) {
   packetSockets_.erase(name);

@@ -6,6 +6,8 @@
 #include <memory>
 
 #include "platform/kel/ActivityManager.h"
+#include "platform/kel/Clock.h"
+#include "platform/kel/Reactor.h"
 #include "platform/linux/links/Ports.h"
 #include "platform/linux/packets/PacketSockets.h"
 #include "platform/model/interface.h"
@@ -22,17 +24,14 @@ class DeviceIndices {
   DeviceIndices& operator=(DeviceIndices const&) = delete;
 
  private:
-  class ManagerReactor;
-  class PortsReactor;
-
   void handleDirectory();
   void handlePort(Wire::IntfId const& intfId);
 
   Kel::Ptr<Interface::NetNsIntfStatusManagerRoot> manager_;
   Kel::Ptr<Ports const> ports_;
   Kel::Ptr<Interface::DeviceIntfStatusDir> directory_;
-  Kel::Ptr<ManagerReactor> managerReactor_;
-  Kel::Ptr<PortsReactor> portsReactor_;
+  Kel::Reactor managerReactor_;
+  Kel::Reactor portsReactor_;
 };
 
 // Finds the managers that other rooms make known as local entities of the activity manager, and serves them
@@ -40,19 +39,16 @@ class DeviceIndices {
 class LocalServices {
  public:
   explicit LocalServices(Kel::Ptr<Ports const> ports);
-  ~LocalServices();
   LocalServices(LocalServices const&) = delete;
   LocalServices& operator=(LocalServices const&) = delete;
 
  private:
-  class Reactor;
-
   void handleLocalEntity(Kel::Name const& name);
 
   Kel::Ptr<Ports const> ports_;
   std::map<Kel::Name, std::unique_ptr<PacketSockets>> packetSockets_;
   std::map<Kel::Name, std::unique_ptr<DeviceIndices>> deviceIndices_;
-  Kel::Ptr<Reactor> reactor_;
+  Kel::Reactor reactor_;
 };
 
 }  // namespace Linux

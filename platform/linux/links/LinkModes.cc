@@ -182,7 +182,9 @@ Interface::AutonegCapability autonegCapability(LinkSettings const& settings) {
 }
 
 void readLinkModes(Kel::String const& deviceName, Interface::EthPhyIntfStatus& status) {
-  LinkSettings const settings = readLinkSettings(deviceName).value_or(LinkSettings());
+  auto const read = readLinkSettings(deviceName);
+  if (!read && errno != EOPNOTSUPP) return;
+  LinkSettings const settings = read.value_or(LinkSettings());
   // The capability to negotiate first: a change of the modes restarts the trial of speeds, which looks at
   // both.
   status.autonegCapabilityIs(autonegCapability(settings));

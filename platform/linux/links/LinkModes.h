@@ -54,8 +54,8 @@ LinkModeMask maskOf(LinkModeEntry const& entry);
 Interface::EthLinkModeSet linkModeCapabilities(LinkSettings const& settings);
 Interface::AutonegCapability autonegCapability(LinkSettings const& settings);
 
-// Sets the attributes of a port's record that tell what it can run at; a device without such settings can do
-// nothing.
+// Sets the attributes of a port's record that tell what it can run at. A driver without such settings can do
+// nothing; when reading fails for another reason, what was known stays.
 void readLinkModes(Kel::String const& deviceName, Interface::EthPhyIntfStatus& status);
 
 }  // namespace Linux

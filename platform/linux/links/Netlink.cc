@@ -12,7 +12,6 @@
 #include <stdexcept>
 #include <utility>
 
-#include "platform/kel/ActivityManager.h"
 #include "platform/kel/Trace.h"
 
 namespace Linux {
@@ -54,26 +53,6 @@ nl_msg* newRequest(int type) {
 
 }  // namespace
 
-class Netlink::EventsReactor : public Kel::FileDescriptor::NotifieeConst {
- public:
-  EventsReactor(Kel::Ptr<Kel::FileDescriptor> const& descriptor, Netlink& netlink)
-      : NotifieeConst(descriptor), netlink_(netlink) {}
-  void onReadableCount() override { netlink_.readEvents(); }
-
- private:
-  Netlink& netlink_;
-};
-
-class Netlink::ResyncTimer : public Kel::Clock::NotifieeConst {
- public:
-  explicit ResyncTimer(Netlink& netlink)
-      : NotifieeConst(Kel::activityManager()->config()->clock()), netlink_(netlink) {}
-  void onTime() override { netlink_.resync(); }
-
- private:
-  Netlink& netlink_;
-};
-
 Netlink::Netlink(int receiveBuffer) {
   try {
     requests_ = openSocket();
@@ -86,17 +65,16 @@ Netlink::Netlink(int receiveBuffer) {
     throw;
   }
   changed_.clear();
-  resyncTimer_ = Kel::makePtr<ResyncTimer>(*this);
   eventsDescriptor_ = Kel::makePtr<Kel::FileDescriptor>();
-  eventsReactor_ = Kel::makePtr<EventsReactor>(eventsDescriptor_, *this);
+  readable_ = Kel::Reactor(eventsDescriptor_, &Kel::FileDescriptor::NotifieeConst::onReadableCount,
+                           [this] { readEvents(); });
   eventsDescriptor_->descriptorIs(nl_socket_get_fd(events_));
   eventsDescriptor_->notifyOnReadableIs(true);
 }
 
 Netlink::~Netlink() {
   eventsDescriptor_->descriptorIs(-1);
-  eventsReactor_ = nullptr;
-  resyncTimer_ = nullptr;
+  readable_ = {};
   nl_socket_free(events_);
   nl_socket_free(requests_);
 }
@@ -137,7 +115,7 @@ void Netlink::readEvents() {
     if (error == -NLE_AGAIN) return;
     if (error < 0) {
       KEL_TRACE(trace, 1, "notifications lost: " << nl_geterror(error));
-      resyncIn(resyncDelay);
+      resync_.in(resyncDelay);
       return;
     }
   }
@@ -204,10 +182,6 @@ void Netlink::announce() {
   }
 }
 
-void Netlink::resyncIn(Kel::Seconds delay) {
-  if (resyncTimer_->timeMin() == Kel::never) resyncTimer_->timeMinIs(Kel::now() + delay);
-}
-
 void Netlink::resync() {
   auto const linksBefore = links_;
   auto const addressesBefore = addresses_;
@@ -216,7 +190,7 @@ void Netlink::resync() {
   if (!dump()) {
     links_ = linksBefore;
     addresses_ = addressesBefore;
-    resyncIn(resyncRetryDelay);
+    resync_.in(resyncRetryDelay);
     return;
   }
   changed_.clear();

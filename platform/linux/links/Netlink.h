@@ -12,6 +12,7 @@
 
 #include "platform/kel/Clock.h"
 #include "platform/kel/FileDescriptor.h"
+#include "platform/kel/Reactor.h"
 #include "platform/model/values/Wire.h"
 
 struct nl_msg;
@@ -101,8 +102,6 @@ class Netlink {
   nl_sock* requests() const { return requests_; }
 
  private:
-  class EventsReactor;
-  class ResyncTimer;
   struct Changed {
     bool address;
     int ifIndex;
@@ -119,13 +118,12 @@ class Netlink {
   int dumpAddresses(int ifIndex);
   int request(nl_msg* message);
   void announce();
-  void resyncIn(Kel::Seconds delay);
 
   nl_sock* events_ = nullptr;
   nl_sock* requests_ = nullptr;
   Kel::Ptr<Kel::FileDescriptor> eventsDescriptor_;
-  Kel::Ptr<EventsReactor> eventsReactor_;
-  Kel::Ptr<ResyncTimer> resyncTimer_;
+  Kel::Reactor readable_;
+  Kel::Alarm resync_{[this] { resync(); }};
 
   std::map<int, Link> links_;
   std::map<int, Addresses> addresses_;

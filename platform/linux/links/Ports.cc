@@ -1,9 +1,11 @@
 #include "platform/linux/links/Ports.h"
 
 #include <fnmatch.h>
+#include <net/if.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <stdexcept>
 
 #include "platform/kel/Assert.h"
@@ -52,6 +54,14 @@ Wire::IntfId PortSelection::intfId(Kel::String const& deviceName) const {
 Wire::IntfId Ports::intfId(int ifIndex) const {
   auto const found = byIndex_.find(ifIndex);
   return found == byIndex_.end() ? Wire::IntfId() : found->second;
+}
+
+Kel::String Ports::describe(int ifIndex) const {
+  std::array<char, IF_NAMESIZE> name{};
+  if (if_indextoname(static_cast<unsigned>(ifIndex), name.data()) == nullptr) return "";
+  Kel::String const device = Kel::String("device ") + name.data();
+  Wire::IntfId const port = intfId(ifIndex);
+  return port ? "port " + port.stringValue() + " (" + device + ")" : device;
 }
 
 void Ports::portIs(Wire::IntfId const& intfId, Port const& port) {

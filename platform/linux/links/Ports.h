@@ -55,8 +55,8 @@ struct Port {
   PortKind kind = PortKind::physical;
   Wire::EthAddr macAddr;
   bool linkUp = false;  // administratively up, and has a carrier
-  Wire::Ip6Addr
-      linkLocal;  // its IPv6 link-local address; :: while there is none that is usable (tentative, failed)
+  // Its IPv6 link-local address; :: while there is none, or none that is usable (it is tentative or failed).
+  Wire::Ip6Addr linkLocal;
 
   explicit operator bool() const { return ifIndex != 0; }
   bool operator==(Port const&) const = default;
@@ -81,6 +81,9 @@ class Ports : public Kel::Entity {
   Port const& port(Wire::IntfId const& intfId) const { return port_.get(intfId); }
   // The port behind a kernel index; empty when it is none of ours.
   Wire::IntfId intfId(int ifIndex) const;
+  // What messages call a device: "port Ethernet1 (device eth1)", or "device eth9" when it is none of ours;
+  // empty when the kernel has no such device.
+  Kel::String describe(int ifIndex) const;
 
   // For the link watcher, and for tests.
   void portIs(Wire::IntfId const& intfId, Port const& port);

@@ -52,20 +52,11 @@ Wire::Ip6Addr linkLocalAddress(Addresses const& addresses) {
 
 }  // namespace
 
-class LinkWatcher::L3Reactor : public L3::Intf::ConfigDir::NotifieeConst {
- public:
-  L3Reactor(Kel::Ptr<L3::Intf::ConfigDir const> const& dir, LinkWatcher& watcher)
-      : NotifieeConst(dir), watcher_(watcher) {}
-  void onIntfConfig(Wire::IntfId const& intfId) override { watcher_.handleL3Config(intfId); }
-
- private:
-  LinkWatcher& watcher_;
-};
-
 LinkWatcher::LinkWatcher(Entities const& entities, PortSelection selection, Netlink& netlink,
                          Kel::Ptr<Ports> ports)
     : entities_(entities), selection_(std::move(selection)), netlink_(netlink), ports_(std::move(ports)) {
-  l3Reactor_ = Kel::makePtr<L3Reactor>(entities_.l3IntfConfigDir, *this);
+  l3Reactor_ = Kel::Reactor(entities_.l3IntfConfigDir, &L3::Intf::ConfigDir::NotifieeConst::onIntfConfig,
+                            this, &LinkWatcher::handleL3Config);
   netlink_.listenerIs(this);
   for (auto const& [ifIndex, link] : netlink_.links()) onLink(ifIndex);
 }
@@ -246,19 +237,9 @@ bool inUse(Wire::IpGenAddrWithMask const& address, std::uint32_t flags) {
 
 }  // namespace
 
-class AddressWatcher::PortsReactor : public Ports::NotifieeConst {
- public:
-  PortsReactor(Kel::Ptr<Ports const> const& ports, AddressWatcher& watcher)
-      : NotifieeConst(ports), watcher_(watcher) {}
-  void onPort(Wire::IntfId const& intfId) override { watcher_.handlePort(intfId); }
-
- private:
-  AddressWatcher& watcher_;
-};
-
 AddressWatcher::AddressWatcher(Entities const& entities, Netlink& netlink, Kel::Ptr<Ports const> ports)
     : entities_(entities), netlink_(netlink), ports_(std::move(ports)) {
-  portsReactor_ = Kel::makePtr<PortsReactor>(ports_, *this);
+  portsReactor_ = Kel::Reactor(ports_, &Ports::NotifieeConst::onPort, this, &AddressWatcher::handlePort);
   netlink_.listenerIs(this);
   for (auto const& [intfId, port] : ports_->port()) handlePort(intfId);
 }

@@ -5,6 +5,7 @@
 #include <optional>
 #include <set>
 
+#include "platform/kel/Reactor.h"
 #include "platform/linux/Entities.h"
 #include "platform/linux/links/Netlink.h"
 #include "platform/linux/links/Ports.h"
@@ -24,7 +25,6 @@ class LinkWatcher : private Netlink::Listener {
   ~LinkWatcher() override;
 
  private:
-  class L3Reactor;
   struct Tracked {
     Wire::IntfId intfId;
     PortKind kind;
@@ -50,7 +50,7 @@ class LinkWatcher : private Netlink::Listener {
   PortSelection selection_;
   Netlink& netlink_;
   Kel::Ptr<Ports> ports_;
-  Kel::Ptr<L3Reactor> l3Reactor_;
+  Kel::Reactor l3Reactor_;
   std::map<int, Kel::String> deviceNames_;  // of every device there is
   std::map<int, Tracked> tracked_;
   std::map<Wire::IntfId, int> owners_;  // whose name it is
@@ -66,8 +66,6 @@ class AddressWatcher : private Netlink::Listener {
   ~AddressWatcher() override;
 
  private:
-  class PortsReactor;
-
   void onAddresses(int ifIndex) override;
   void handlePort(Wire::IntfId const& intfId);
   void update(Ip::IpIntfStatus& status, Addresses const& addresses) const;
@@ -76,7 +74,7 @@ class AddressWatcher : private Netlink::Listener {
   Entities entities_;
   Netlink& netlink_;
   Kel::Ptr<Ports const> ports_;
-  Kel::Ptr<PortsReactor> portsReactor_;
+  Kel::Reactor portsReactor_;
 };
 
 }  // namespace Linux

@@ -13,7 +13,6 @@
 #include <cstring>
 #include <system_error>
 
-#include "platform/kel/ActivityManager.h"
 #include "platform/kel/Trace.h"
 #include "platform/linux/Warnings.h"
 
@@ -123,18 +122,10 @@ void putTagBack(std::vector<std::uint8_t>& frame, tpacket_auxdata const& aux) {
   frame.insert(frame.begin() + addressesLength, tag.begin(), tag.end());
 }
 
-class PacketSocket::Reader : public Kel::FileDescriptor::NotifieeConst {
- public:
-  explicit Reader(PacketSocket& socket) : NotifieeConst(socket.descriptor_), socket_(socket) {}
-  void onReadableCount() override { socket_.handleReadable(); }
-
- private:
-  PacketSocket& socket_;
-};
-
 PacketSocket::PacketSocket(Wire::IntfId intfId, int ifIndex, PacketSocketOptions const& options)
     : Pam(std::move(intfId)), socket_(openSocket(ifIndex, options)) {
-  reader_ = Kel::makePtr<Reader>(*this);
+  reader_ = Kel::Reactor(descriptor_, &Kel::FileDescriptor::NotifieeConst::onReadableCount,
+                         [this] { handleReadable(); });
   descriptor_->descriptorIs(socket_.get());
   descriptor_->lateIs(true);  // a flood of frames holds nobody up
   descriptor_->notifyOnReadableIs(true);
@@ -143,7 +134,7 @@ PacketSocket::PacketSocket(Wire::IntfId intfId, int ifIndex, PacketSocketOptions
 PacketSocket::~PacketSocket() { close(); }
 
 void PacketSocket::close() {
-  reader_ = nullptr;
+  reader_ = {};
   descriptor_->descriptorIs(-1);
   socket_ = Descriptor();
   frame_.clear();
@@ -172,53 +163,18 @@ PacketSocketOptions optionsOf(Interface::EthDevPamManager const& manager) {
 
 }  // namespace
 
-class PacketSockets::ManagerReactor : public Interface::EthDevPamManager::NotifieeConst {
- public:
-  explicit ManagerReactor(PacketSockets& sockets) : NotifieeConst(sockets.manager_), sockets_(sockets) {}
-  void onEthProtocol() override { sockets_.handleOptions(); }
-  void onFilterProgram(std::uint16_t const&) override { sockets_.handleOptions(); }
-  void onListenAddr() override { sockets_.handleOptions(); }
-  void onEnabled() override { sockets_.handleOptions(); }
-
- private:
-  PacketSockets& sockets_;
-};
-
-class PacketSockets::DesiredReactor : public Interface::PamDesiredIntfDir::NotifieeConst {
- public:
-  explicit DesiredReactor(PacketSockets& sockets)
-      : NotifieeConst(sockets.manager_->pamDesiredIntfDir()), sockets_(sockets) {}
-  void onIntfDesired(Wire::IntfId const& intfId) override { sockets_.look(intfId); }
-
- private:
-  PacketSockets& sockets_;
-};
-
-class PacketSockets::DeviceReactor : public Interface::DeviceIntfStatusDir::NotifieeConst {
- public:
-  explicit DeviceReactor(PacketSockets& sockets)
-      : NotifieeConst(sockets.manager_->deviceIntfStatusDir()), sockets_(sockets) {}
-  void onDeviceIndex(Wire::IntfId const& intfId) override { sockets_.look(intfId); }
-
- private:
-  PacketSockets& sockets_;
-};
-
-class PacketSockets::Pass : public Kel::Clock::NotifieeConst {
- public:
-  explicit Pass(PacketSockets& sockets)
-      : NotifieeConst(Kel::activityManager()->config()->clock()), sockets_(sockets) {}
-  void onTime() override { sockets_.handlePass(); }
-
- private:
-  PacketSockets& sockets_;
-};
-
 PacketSockets::PacketSockets(Kel::Ptr<Interface::EthDevPamManager> manager) : manager_(std::move(manager)) {
-  managerReactor_ = Kel::makePtr<ManagerReactor>(*this);
-  desiredReactor_ = Kel::makePtr<DesiredReactor>(*this);
-  deviceReactor_ = Kel::makePtr<DeviceReactor>(*this);
-  pass_ = Kel::makePtr<Pass>(*this);
+  using Manager = Interface::EthDevPamManager::NotifieeConst;
+  options_ = Kel::Reactor(
+      manager_,
+      {&Manager::onEthProtocol, &Manager::onFilterProgram, &Manager::onListenAddr, &Manager::onEnabled},
+      [this] { handleOptions(); });
+  desired_ =
+      Kel::Reactor(manager_->pamDesiredIntfDir(), &Interface::PamDesiredIntfDir::NotifieeConst::onIntfDesired,
+                   this, &PacketSockets::look);
+  devices_ =
+      Kel::Reactor(manager_->deviceIntfStatusDir(),
+                   &Interface::DeviceIntfStatusDir::NotifieeConst::onDeviceIndex, this, &PacketSockets::look);
   handleOptions();
 }
 
@@ -235,7 +191,7 @@ void PacketSockets::handleOptions() {
 
 void PacketSockets::look(Wire::IntfId const& intfId) {
   waiting_.insert(intfId);
-  pass_->timeMinIs(Kel::now());
+  pass_.at(Kel::now());
 }
 
 void PacketSockets::handlePass() {
@@ -243,9 +199,9 @@ void PacketSockets::handlePass() {
   for (int i = 0; i < portsPerPass && !waiting_.empty(); ++i)
     update(waiting_.extract(waiting_.begin()).value());
   if (!waiting_.empty()) {
-    pass_->timeMinIs(Kel::now());
+    pass_.at(Kel::now());
   } else if (!failed_.empty()) {
-    pass_->timeMinIs(Kel::now() + retryInterval);
+    pass_.at(Kel::now() + retryInterval);
   }
 }
 

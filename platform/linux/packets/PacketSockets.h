@@ -9,6 +9,7 @@
 
 #include "platform/kel/Clock.h"
 #include "platform/kel/FileDescriptor.h"
+#include "platform/kel/Reactor.h"
 #include "platform/linux/Descriptor.h"
 #include "platform/model/interface.h"
 #include "platform/model/wire.h"
@@ -40,13 +41,11 @@ class PacketSocket : public Wire::Pam {
   void close();
 
  private:
-  class Reader;
-
   void handleReadable();
 
   Descriptor socket_;
   Kel::Ptr<Kel::FileDescriptor> descriptor_ = Kel::makePtr<Kel::FileDescriptor>();
-  Kel::Ptr<Reader> reader_;
+  Kel::Reactor reader_;
   std::vector<std::uint8_t> frame_;
 };
 
@@ -65,10 +64,6 @@ class PacketSockets {
   PacketSockets& operator=(PacketSockets const&) = delete;
 
  private:
-  class ManagerReactor;
-  class DesiredReactor;
-  class DeviceReactor;
-  class Pass;
   struct Open {
     int ifIndex = 0;
     Kel::Ptr<PacketSocket> socket;
@@ -85,10 +80,10 @@ class PacketSockets {
   std::map<Wire::IntfId, Open> open_;
   std::set<Wire::IntfId> waiting_;  // to be looked at on the next pass
   std::set<Wire::IntfId> failed_;   // could not be opened
-  Kel::Ptr<ManagerReactor> managerReactor_;
-  Kel::Ptr<DesiredReactor> desiredReactor_;
-  Kel::Ptr<DeviceReactor> deviceReactor_;
-  Kel::Ptr<Pass> pass_;
+  Kel::Reactor options_;
+  Kel::Reactor desired_;
+  Kel::Reactor devices_;
+  Kel::Alarm pass_{[this] { handlePass(); }};
 };
 
 }  // namespace Linux

@@ -52,15 +52,6 @@ constexpr Kel::Seconds solicitationInterval = 4;
 
 }  // namespace
 
-class RouterAdvertisements::PortsReactor : public Ports::NotifieeConst {
- public:
-  explicit PortsReactor(RouterAdvertisements& owner) : NotifieeConst(owner.ports_), owner_(owner) {}
-  void onPort(Wire::IntfId const& intfId) override { owner_.handlePort(intfId); }
-
- private:
-  RouterAdvertisements& owner_;
-};
-
 // One port with a link. Its one clock serves the next solicitation and the end of the router's lifetime.
 class RouterAdvertisements::Listener : public Kel::Clock::NotifieeConst {
  public:
@@ -144,7 +135,8 @@ RouterAdvertisements::RouterAdvertisements(Kel::Ptr<Ports const> ports,
       discovery_([this](int ifIndex, Wire::Ip6Addr const& router, RouterAdvertisement const& advertisement) {
         handleAdvertisement(ifIndex, router, advertisement);
       }) {
-  portsReactor_ = Kel::makePtr<PortsReactor>(*this);
+  portsReactor_ =
+      Kel::Reactor(ports_, &Ports::NotifieeConst::onPort, this, &RouterAdvertisements::handlePort);
   for (Wire::IntfId const& intfId : ports_->port().keys()) handlePort(intfId);
 }
 

@@ -7,6 +7,7 @@
 #include <span>
 
 #include "platform/kel/FileDescriptor.h"
+#include "platform/kel/Reactor.h"
 #include "platform/linux/Descriptor.h"
 #include "platform/linux/links/Ports.h"
 #include "platform/model/routeradvt.h"
@@ -47,15 +48,13 @@ class RouterDiscovery {
   void solicit(int ifIndex, Wire::Ip6Addr const& source, Wire::EthAddr const& macAddr) const;
 
  private:
-  class Reader;
-
   void handleReadable();
   bool receive();
 
   Handler handler_;
   Descriptor socket_;
   Kel::Ptr<Kel::FileDescriptor> descriptor_ = Kel::makePtr<Kel::FileDescriptor>();
-  Kel::Ptr<Reader> reader_;
+  Kel::Reactor reader_;
 };
 
 // Keeps RouterAdvt::RaPacketStatus true: which ports hear a router, and what it says of DHCPv6.
@@ -73,7 +72,6 @@ class RouterAdvertisements {
   RouterAdvertisements& operator=(RouterAdvertisements const&) = delete;
 
  private:
-  class PortsReactor;
   class Listener;
 
   void handlePort(Wire::IntfId const& intfId);
@@ -84,7 +82,7 @@ class RouterAdvertisements {
   Kel::Ptr<RouterAdvt::RaPacketStatus> status_;
   RouterDiscovery discovery_;
   std::map<Wire::IntfId, Kel::Ptr<Listener>> listeners_;  // of the ports whose link is up
-  Kel::Ptr<PortsReactor> portsReactor_;
+  Kel::Reactor portsReactor_;
 };
 
 }  // namespace Linux

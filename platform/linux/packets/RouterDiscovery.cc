@@ -73,15 +73,6 @@ Arrival arrivalOf(msghdr& message) {
 
 }  // namespace
 
-class RouterDiscovery::Reader : public Kel::FileDescriptor::NotifieeConst {
- public:
-  explicit Reader(RouterDiscovery& discovery) : NotifieeConst(discovery.descriptor_), discovery_(discovery) {}
-  void onReadableCount() override { discovery_.handleReadable(); }
-
- private:
-  RouterDiscovery& discovery_;
-};
-
 RouterDiscovery::RouterDiscovery(Handler handler) : handler_(std::move(handler)) {
   try {
     socket_ = openSocket();
@@ -89,7 +80,8 @@ RouterDiscovery::RouterDiscovery(Handler handler) : handler_(std::move(handler))
     routerAdvertisementsFailed.log(error.what());
     return;
   }
-  reader_ = Kel::makePtr<Reader>(*this);
+  reader_ = Kel::Reactor(descriptor_, &Kel::FileDescriptor::NotifieeConst::onReadableCount,
+                         [this] { handleReadable(); });
   descriptor_->descriptorIs(socket_.get());
   descriptor_->notifyOnReadableIs(true);
 }

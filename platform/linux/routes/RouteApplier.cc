@@ -28,47 +28,20 @@ NextHop const* findHop(NextHops const& present, NextHop const& hop) {
 
 }  // namespace
 
-class RouteApplier::RouteReactor : public Routing::Route::NotifieeConst {
- public:
-  RouteReactor(Kel::Ptr<Routing::Route const> const& route, RouteApplier& applier)
-      : NotifieeConst(route), applier_(applier) {}
-  void onVia(Routing::Via const&) override { applier_.soon(); }
-
- private:
-  RouteApplier& applier_;
-};
-
-class RouteApplier::ListReactor : public Routing::RouteList::NotifieeConst {
- public:
-  ListReactor(Kel::Ptr<Routing::RouteList const> const& list, RouteApplier& applier)
-      : NotifieeConst(list), applier_(applier) {}
-  void onRoute(Wire::IpAddrWithMask const& prefix) override { applier_.handleRoute(prefix); }
-
- private:
-  RouteApplier& applier_;
-};
-
 RouteApplier::RouteApplier(Entities const& entities, Netlink& netlink, Kel::Ptr<Ports const> ports)
     : routeList_(entities.routingConfig->routeList()),
       netlink_(netlink),
       kernel_(netlink),
-      ports_(std::move(ports)) {
-  listReactor_ = Kel::makePtr<ListReactor>(routeList_, *this);
-  for (auto const& prefix : routeList_->route().keys()) handleRoute(prefix);
+      ports_(std::move(ports)),
+      routes_(routeList_, &Routing::RouteList::route, &Routing::RouteList::NotifieeConst::onRoute,
+              [this](Wire::IpAddrWithMask const&) {
+                mayBePresent_ = true;
+                soon();
+              }) {
   netlink_.listenerIs(this);
 }
 
 RouteApplier::~RouteApplier() { netlink_.listenerDel(this); }
-
-void RouteApplier::handleRoute(Wire::IpAddrWithMask const& prefix) {
-  if (auto const route = routeList_->route(prefix)) {
-    routeReactors_[prefix] = Kel::makePtr<RouteReactor>(route, *this);
-  } else {
-    routeReactors_.erase(prefix);
-  }
-  mayBePresent_ = true;
-  soon();
-}
 
 void RouteApplier::soon() {
   if (mayBePresent_) pass_.in(0);

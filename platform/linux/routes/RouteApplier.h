@@ -5,8 +5,9 @@
 // are refused uses the others.
 #pragma once
 
+#include "platform/kel/Clock.h"
+#include "platform/kel/Reactor.h"
 #include "platform/linux/Entities.h"
-#include "platform/linux/Timer.h"
 #include "platform/linux/Warnings.h"
 #include "platform/linux/links/Ports.h"
 #include "platform/linux/routes/KernelRoutes.h"
@@ -23,8 +24,6 @@ class RouteApplier : private Netlink::Listener {
   unsigned undo() { return kernel_.removeAll(); }
 
  private:
-  class ListReactor;
-  class RouteReactor;
   using Vias = std::set<Routing::Via>;
   struct Refusal {
     Kel::String text;
@@ -33,7 +32,6 @@ class RouteApplier : private Netlink::Listener {
 
   void onLink(int) override { soon(); }
   void onAddresses(int) override { soon(); }
-  void handleRoute(Wire::IpAddrWithMask const& prefix);
   void soon();
   void apply();
   std::map<Wire::IpAddrWithMask, Vias> wanted();
@@ -48,10 +46,9 @@ class RouteApplier : private Netlink::Listener {
   Dropped dropped_;
   std::map<Wire::IpAddrWithMask, Refusal> refusals_;
   bool mayBePresent_ = false;  // whether the kernel may have routes of ours
-  Timer pass_{[this] { apply(); }};
-  Timer complaint_{[this] { complain(); }};
-  std::map<Wire::IpAddrWithMask, Kel::Ptr<RouteReactor>> routeReactors_;
-  Kel::Ptr<ListReactor> listReactor_;
+  Kel::Alarm pass_{[this] { apply(); }};
+  Kel::Alarm complaint_{[this] { complain(); }};
+  Kel::EntryReactors<Wire::IpAddrWithMask> routes_;
 };
 
 }  // namespace Linux

@@ -1,7 +1,5 @@
 #include "platform/linux/settings/DeviceSettings.h"
 
-#include <net/if.h>
-
 #include <utility>
 
 #include "platform/kel/Assert.h"
@@ -20,11 +18,6 @@ Kel::String kindOf(Kel::String const& item) { return item.substr(0, item.find(':
 Kel::String argumentOf(Kel::String const& item) {
   std::size_t const colon = item.find(':');
   return colon == Kel::String::npos ? "" : item.substr(colon + 1);
-}
-
-Kel::String deviceName(int ifIndex) {
-  char name[IF_NAMESIZE];
-  return if_indextoname(static_cast<unsigned>(ifIndex), name) != nullptr ? name : "";
 }
 
 }  // namespace
@@ -50,12 +43,13 @@ void DeviceSettings::wantedIs(int ifIndex, Kel::String const& item, Kel::String 
     journal_.entryIs(ifIndex, item, *current);
     reason = setting.write(ifIndex, argument, value);
     KEL_TRACE(trace, 5,
-              deviceName(ifIndex) << " " << item << ": " << *current << " -> " << value << " " << reason);
+              ports_->describe(ifIndex)
+                  << " " << item << ": " << *current << " -> " << value << " " << reason);
     if (reason.empty()) return;
     if (!changedBefore) journal_.entryDel(ifIndex, item);
   }
-  // A device that goes away under our hands is no reason to complain.
-  Kel::String const name = deviceName(ifIndex);
+  // That the device went away meanwhile is no reason for a warning.
+  Kel::String const name = ports_->describe(ifIndex);
   if (!name.empty()) portSettingFailed.log(item, name, value, reason);
 }
 
@@ -123,7 +117,7 @@ bool DeviceSettings::putBack(int ifIndex, UndoJournal::Entry const& entry) {
   auto const found = settings_.find(kindOf(entry.item));
   if (found != settings_.end())
     reason = found->second->write(ifIndex, argumentOf(entry.item), entry.original);
-  Kel::String const name = deviceName(ifIndex);
+  Kel::String const name = ports_->describe(ifIndex);
   KEL_TRACE(trace, 5, name << " " << entry.item << ": back to " << entry.original << " " << reason);
   if (!reason.empty() && !name.empty())
     portSettingFailed.log(Grammar::printable(entry.item), name, Grammar::printable(entry.original), reason);

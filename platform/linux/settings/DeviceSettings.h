@@ -9,6 +9,7 @@
 #include <memory>
 #include <optional>
 
+#include "platform/linux/links/Ports.h"
 #include "platform/linux/settings/UndoJournal.h"
 
 namespace Linux {
@@ -26,7 +27,9 @@ class DeviceSetting {
 
 class DeviceSettings {
  public:
-  explicit DeviceSettings(Kel::String const& journalPath) : journal_(journalPath) {}
+  // `ports` gives the names for messages.
+  DeviceSettings(Kel::String const& journalPath, Kel::Ptr<Ports const> ports)
+      : ports_(std::move(ports)), journal_(journalPath) {}
 
   // `kind` is one word without a colon.
   void settingIs(Kel::String const& kind, std::unique_ptr<DeviceSetting> setting);
@@ -53,6 +56,7 @@ class DeviceSettings {
   bool putBack(int ifIndex, UndoJournal::Entry const& entry);
   unsigned putBackDevice(int ifIndex);
 
+  Kel::Ptr<Ports const> ports_;
   std::map<Kel::String, std::unique_ptr<DeviceSetting>> settings_;
   std::map<int, std::map<Kel::String, Kel::String>> wanted_;
   UndoJournal journal_;

@@ -142,7 +142,7 @@ Kel::String LinkModeSetting::write(int ifIndex, Kel::String const& /*argument*/,
   if (auto reason = applyLinkModeText(value, wanted); !reason.empty()) return reason;
   if (auto reason = writeLinkSettings(name, wanted); !reason.empty()) return reason;
   auto const now = readLinkSettings(name);
-  if (now && !linkModeTaken(wanted, *now)) linkModeIgnored.log(name, value);
+  if (now && !linkModeTaken(wanted, *now)) linkModeIgnored.log(ports_->describe(ifIndex), value);
   return {};
 }
 

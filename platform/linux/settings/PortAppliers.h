@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "platform/kel/Clock.h"
+#include "platform/kel/Reactor.h"
 #include "platform/linux/Entities.h"
 #include "platform/linux/links/Netlink.h"
 #include "platform/linux/links/Ports.h"
@@ -30,7 +31,6 @@ class PortApplier {
 class ApplyQueue {
  public:
   ApplyQueue(Kel::Ptr<Ports const> ports, Netlink const& netlink, DeviceSettings& settings);
-  ~ApplyQueue();
   ApplyQueue(ApplyQueue const&) = delete;
   ApplyQueue& operator=(ApplyQueue const&) = delete;
 
@@ -40,9 +40,6 @@ class ApplyQueue {
   void add(Wire::IntfId const& intfId);
 
  private:
-  class PortsReactor;
-  class Pass;
-
   void handlePort(Wire::IntfId const& intfId);
   void handlePass();
 
@@ -52,8 +49,8 @@ class ApplyQueue {
   std::vector<PortApplier*> appliers_;
   std::set<Wire::IntfId> waiting_;
   std::map<Wire::IntfId, int> devices_;  // the kernel index behind each port
-  Kel::Ptr<PortsReactor> portsReactor_;
-  Kel::Ptr<Pass> pass_;
+  Kel::Reactor portsReactor_;
+  Kel::Alarm pass_{[this] { handlePass(); }};
 };
 
 // Sets the MTU of ports and VLAN interfaces.
@@ -151,7 +148,14 @@ class ConfigFollower {
   ConfigFollower(Entities const& entities, ApplyQueue& queue);
 
  private:
-  std::vector<Kel::Ptr<Kel::NotifieeBase>> directoryReactors_;
+  using Entries = Kel::EntryReactors<Wire::IntfId>;
+
+  std::function<void(Wire::IntfId const&)> const add_;
+  Entries ports_;
+  Entries vlans_;
+  Entries l3_;
+  Entries ip_;
+  Entries ip6_;
 };
 
 }  // namespace Linux

@@ -32,10 +32,16 @@ Kel::String linkModeText(Interface::EthPhyIntfConfig const& config);
 // duplex 1 advertising ..." (numbers of link modes), and writes that as well as what linkModeText gives.
 class LinkModeSetting : public DeviceSetting {
  public:
+  // `ports` gives the names for messages.
+  explicit LinkModeSetting(Kel::Ptr<Ports const> ports) : ports_(std::move(ports)) {}
+
   std::optional<Kel::String> read(int ifIndex, Kel::String const& argument) override;
   // A driver that accepts a setting and does not report it back gets a warning; that counts as done, since
   // something may have changed.
   Kel::String write(int ifIndex, Kel::String const& argument, Kel::String const& value) override;
+
+ private:
+  Kel::Ptr<Ports const> ports_;
 };
 
 // What `value` asks for, starting from what the device has. Returns "" and changes `settings`, or what is

@@ -6,11 +6,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <sstream>
 
-#include "platform/linux/Place.h"
 #include "platform/linux/Warnings.h"
 #include "platform/model/values/Grammar.h"
 
@@ -31,10 +28,8 @@ bool writeAll(int descriptor, Kel::String const& text) {
 
 }  // namespace
 
-UndoJournal::UndoJournal(Kel::String path) : path_(std::move(path)), place_(thisPlace("net") + "\n") {
-  std::error_code error;
-  std::filesystem::create_directories(std::filesystem::path(path_).parent_path(), error);
-  // What was read is written anew: a torn last line must not run into the next one.
+UndoJournal::UndoJournal(Kel::String path) : memory_(std::move(path), Kel::BootMemory::inNamespace("net")) {
+  // What was read is written anew, so that a torn last line does not run into the next one.
   if (load()) compact();
 }
 
@@ -76,28 +71,16 @@ void UndoJournal::discard() {
   count_ = 0;
   if (descriptor_ >= 0) close(descriptor_);
   descriptor_ = -1;
-  if (unlink(path_.c_str()) != 0 && errno != ENOENT) warn("cannot remove it");
+  if (auto const failure = memory_.forget(); !failure.empty()) undoJournalFailed.log(failure);
 }
 
 // Whether there is a file that counts.
 bool UndoJournal::load() {
-  errno = 0;
-  std::ifstream file(path_);
-  if (!file) {
-    if (errno != ENOENT) warn("cannot read it");
-    return false;
-  }
-  std::stringstream whole;
-  whole << file.rdbuf();
-  Kel::String line;
-  std::getline(whole, line);
-  if (line + "\n" != place_) {
-    unlink(path_.c_str());
-    return false;
-  }
-  // At the end of the file getline still gives what stands before it; a whole line leaves eof unset.
-  while (std::getline(whole, line) && !whole.eof()) read(line);
-  return true;
+  auto const contents = memory_.contents();
+  std::istringstream whole(contents.value_or(""));
+  // A last line without its end leaves eof set.
+  for (Kel::String line; std::getline(whole, line) && !whole.eof();) read(line);
+  return contents.has_value();
 }
 
 void UndoJournal::read(Kel::String const& line) {
@@ -109,7 +92,7 @@ void UndoJournal::read(Kel::String const& line) {
   words.ignore(1);
   std::getline(words, entry.original);
   if (ifIndex <= 0 || entry.item.empty() || (sign != '+' && sign != '-')) {
-    undoJournalFailed.log(path_, "line not understood", Grammar::printable(line));
+    undoJournalFailed.log(memory_.path() + ": line not understood: " + Grammar::printable(line));
     return;
   }
   auto& ofDevice = entries_[ifIndex];
@@ -126,27 +109,24 @@ void UndoJournal::read(Kel::String const& line) {
 }
 
 void UndoJournal::compact() {
-  Kel::String whole = place_;
+  Kel::String whole;
   for (auto const& [ifIndex, ofDevice] : entries_) {
     for (Entry const& entry : ofDevice) whole += addedLine(ifIndex, entry);
   }
-  Kel::String const aside = path_ + ".new";
-  int const descriptor =
-      open(aside.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC | O_NOFOLLOW, 0600);
-  if (!writeAll(descriptor, whole) || rename(aside.c_str(), path_.c_str()) != 0) {
-    warn("cannot write it");
-    if (descriptor >= 0) close(descriptor);
+  if (descriptor_ >= 0) close(descriptor_);
+  descriptor_ = -1;
+  if (auto const failure = memory_.keep(whole); !failure.empty()) {
+    undoJournalFailed.log(failure);
     return;
   }
-  if (descriptor_ >= 0) close(descriptor_);
-  descriptor_ = descriptor;
+  descriptor_ = open(memory_.path().c_str(), O_WRONLY | O_APPEND | O_CLOEXEC | O_NOFOLLOW);
   lines_ = count_;
 }
 
 void UndoJournal::append(Kel::String const& line) {
   if (descriptor_ < 0) return;
   if (!writeAll(descriptor_, line)) {
-    warn("cannot write it");
+    undoJournalFailed.log("cannot write " + memory_.path() + ": " + std::strerror(errno));
     // Half a line may have been written; the next change starts a whole file.
     close(descriptor_);
     descriptor_ = -1;
@@ -154,7 +134,5 @@ void UndoJournal::append(Kel::String const& line) {
   }
   if (++lines_ > 2 * count_ + fewLines) compact();
 }
-
-void UndoJournal::warn(char const* what) const { undoJournalFailed.log(path_, what, std::strerror(errno)); }
 
 }  // namespace Linux

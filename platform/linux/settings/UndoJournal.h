@@ -3,7 +3,7 @@
 //
 // The file is a log of one line per event, written with one write(2) before the change that it is about: "+
 // index item original" when something is about to be changed, "- index item" when it has been put back. It is
-// replaced by a compact one (written aside, then renamed) when most of its lines have cancelled each other.
+// replaced by a compact one when most of its lines have cancelled each other.
 // Its first line names the boot and the network namespace: kernel indices mean nothing elsewhere, so a file
 // from there is dropped. A last line without its end belongs to a change that was never made.
 #pragma once
@@ -11,7 +11,7 @@
 #include <map>
 #include <vector>
 
-#include "platform/kel/Types.h"
+#include "platform/kel/BootMemory.h"
 
 namespace Linux {
 
@@ -46,10 +46,8 @@ class UndoJournal {
   void read(Kel::String const& line);
   void compact();
   void append(Kel::String const& line);
-  void warn(char const* what) const;
 
-  Kel::String path_;
-  Kel::String place_;  // the first line of the file
+  Kel::BootMemory memory_;
   int descriptor_ = -1;
   Entries entries_;
   std::size_t count_ = 0;  // of entries

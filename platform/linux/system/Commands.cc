@@ -20,28 +20,16 @@ Kel::String stringValue(CommandLine const& commandLine) {
   return result;
 }
 
-class Command::EndReactor : public Kel::ChildSiginfo::NotifieeConst {
- public:
-  EndReactor(Kel::Ptr<Kel::ChildSiginfo> const& child, Command& command)
-      : NotifieeConst(child), command_(command) {}
-  void onStatusCode() override { command_.handleEnd(); }
-
- private:
-  Command& command_;
-};
-
 Command::Command(CommandLine const& commandLine, Kel::String const& variable, Kel::Seconds limit, Done done)
-    : limit_(limit), done_(std::move(done)), timer_([this] { handleLimit(); }) {
+    : limit_(limit), done_(std::move(done)), timeOut_([this] { handleLimit(); }) {
   std::vector<char const*> argv{env, "--"};
   if (!variable.empty()) argv.push_back(variable.c_str());
   for (auto const& word : commandLine) argv.push_back(word.c_str());
   argv.push_back(nullptr);
   child_ = Kel::run(argv.data(), -1, -1, -1, -1);
-  endReactor_ = Kel::makePtr<EndReactor>(child_, *this);
-  timer_.in(limit_);
+  end_ = Kel::Reactor(child_, &Kel::ChildSiginfo::NotifieeConst::onStatusCode, [this] { handleEnd(); });
+  timeOut_.in(limit_);
 }
-
-Command::~Command() = default;
 
 void Command::handleLimit() {
   tooLong_ = true;
@@ -58,7 +46,7 @@ void Command::handleEnd() {
   } else if (child_->exitStatus() != 0) {
     failure = Kel::format("exit status %d", child_->exitStatus());
   }
-  timer_.cancel();
+  timeOut_.cancel();
   Done const done = std::move(done_);
   done(failure);
 }
@@ -68,23 +56,12 @@ constexpr Kel::Seconds limit = 60;
 constexpr Kel::Seconds retryDelay = 60;
 }  // namespace
 
-class ReloadApplier::Reactor : public System::Reload::Config::NotifieeConst {
- public:
-  Reactor(Kel::Ptr<System::Reload::Config const> const& config, ReloadApplier& applier)
-      : NotifieeConst(config), applier_(applier) {}
-  void onReloadTime() override { applier_.handleReloadTime(); }
-
- private:
-  ReloadApplier& applier_;
-};
-
 ReloadApplier::ReloadApplier(Entities const& entities, CommandLine command, std::function<void()> onRequest)
     : config_(entities.reloadConfig),
       commandLine_(std::move(command)),
       onRequest_(std::move(onRequest)),
-      reactor_(Kel::makePtr<Reactor>(config_, *this)) {}
-
-ReloadApplier::~ReloadApplier() = default;
+      reactor_(config_, &System::Reload::Config::NotifieeConst::onReloadTime,
+               [this] { handleReloadTime(); }) {}
 
 // A request that comes while an earlier one is being carried out is met by it.
 void ReloadApplier::handleReloadTime() {

@@ -6,8 +6,9 @@
 #include <vector>
 
 #include "platform/kel/Child.h"
+#include "platform/kel/Clock.h"
+#include "platform/kel/Reactor.h"
 #include "platform/linux/Entities.h"
-#include "platform/linux/Timer.h"
 
 namespace Linux {
 
@@ -28,13 +29,10 @@ class Command {
   // `variable` ("NAME=value") is added to the environment of the command, unless it is empty. A command that
   // is deleted runs on; nobody is told of its end.
   Command(CommandLine const& commandLine, Kel::String const& variable, Kel::Seconds limit, Done done);
-  ~Command();
   Command(Command const&) = delete;
   Command& operator=(Command const&) = delete;
 
  private:
-  class EndReactor;
-
   void handleEnd();
   void handleLimit();
 
@@ -42,8 +40,8 @@ class Command {
   Done done_;
   bool tooLong_ = false;
   Kel::Ptr<Kel::ChildSiginfo> child_;
-  Kel::Ptr<EndReactor> endReactor_;
-  Timer timer_;
+  Kel::Reactor end_;
+  Kel::Alarm timeOut_;
 };
 
 // The files of the system that the adapter writes, and the commands that it runs.
@@ -61,13 +59,10 @@ class ReloadApplier {
  public:
   // `onRequest` is called before the command is run for the first time.
   ReloadApplier(Entities const& entities, CommandLine command, std::function<void()> onRequest);
-  ~ReloadApplier();
   ReloadApplier(ReloadApplier const&) = delete;
   ReloadApplier& operator=(ReloadApplier const&) = delete;
 
  private:
-  class Reactor;
-
   void handleReloadTime();
   void run();
   void handleEnd(Kel::String const& failure);
@@ -76,8 +71,8 @@ class ReloadApplier {
   CommandLine commandLine_;
   std::function<void()> onRequest_;
   std::unique_ptr<Command> command_;
-  Timer next_{[this] { run(); }};
-  Kel::Ptr<Reactor> reactor_;
+  Kel::Alarm next_{[this] { run(); }};
+  Kel::Reactor reactor_;
 };
 
 }  // namespace Linux

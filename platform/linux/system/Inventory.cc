@@ -195,15 +195,6 @@ Facts factsOfDmi(Kel::String const& directory) {
 
 }  // namespace
 
-class Inventory::PortsReactor : public Ports::NotifieeConst {
- public:
-  explicit PortsReactor(Inventory& inventory) : NotifieeConst(inventory.ports_), inventory_(inventory) {}
-  void onPort(Wire::IntfId const&) override { inventory_.takeMacAddrOfPort(); }
-
- private:
-  Inventory& inventory_;
-};
-
 Inventory::Inventory(InventoryConfig const& config, Kel::Ptr<Ports const> ports,
                      Kel::Ptr<EntityMib::Status> status)
     : ports_(std::move(ports)), status_(std::move(status)) {
@@ -213,7 +204,7 @@ Inventory::Inventory(InventoryConfig const& config, Kel::Ptr<Ports const> ports,
   if (facts.systemMacAddr) {
     status_->systemMacAddrIs(*facts.systemMacAddr);
   } else {
-    portsReactor_ = Kel::makePtr<PortsReactor>(*this);
+    portsReactor_ = Kel::Reactor(ports_, &Ports::NotifieeConst::onPort, [this] { takeMacAddrOfPort(); });
     takeMacAddrOfPort();
   }
   auto const chassis = Kel::makePtr<EntityMib::Fru>();
@@ -224,14 +215,11 @@ Inventory::Inventory(InventoryConfig const& config, Kel::Ptr<Ports const> ports,
   status_->rootIs(chassis);
 }
 
-Inventory::~Inventory() = default;
-
 void Inventory::takeMacAddrOfPort() {
   for (auto const& [intfId, port] : ports_->port()) {
     if (port.kind != PortKind::physical) continue;
-    // Last: this function may have been called by the reactor.
     Wire::EthAddr const address = port.macAddr;
-    portsReactor_ = nullptr;
+    portsReactor_ = {};
     status_->systemMacAddrIs(address);
     return;
   }

@@ -5,6 +5,7 @@
 #include <optional>
 #include <span>
 
+#include "platform/kel/Reactor.h"
 #include "platform/linux/links/Ports.h"
 #include "platform/model/entitymib.h"
 #include "platform/model/values/Wire.h"
@@ -48,18 +49,15 @@ struct InventoryConfig {
 class Inventory {
  public:
   Inventory(InventoryConfig const& config, Kel::Ptr<Ports const> ports, Kel::Ptr<EntityMib::Status> status);
-  ~Inventory();
   Inventory(Inventory const&) = delete;
   Inventory& operator=(Inventory const&) = delete;
 
  private:
-  class PortsReactor;
-
   void takeMacAddrOfPort();
 
   Kel::Ptr<Ports const> ports_;
   Kel::Ptr<EntityMib::Status> status_;
-  Kel::Ptr<PortsReactor> portsReactor_;  // while there is no address
+  Kel::Reactor portsReactor_;  // while there is no address
 };
 
 }  // namespace Linux

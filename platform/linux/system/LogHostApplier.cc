@@ -2,8 +2,8 @@
 
 #include <utility>
 
+#include "platform/kel/WholeFile.h"
 #include "platform/linux/Warnings.h"
-#include "platform/linux/WholeFile.h"
 #include "platform/model/values/Grammar.h"
 
 namespace Linux {
@@ -18,71 +18,39 @@ bool isOurs(Kel::String const& contents) { return contents.starts_with(firstLine
 
 }  // namespace
 
-class LogHostApplier::VrfReactor : public LogMgr::VrfLoggingHost::NotifieeConst {
- public:
-  VrfReactor(Kel::Ptr<LogMgr::VrfLoggingHost const> const& hosts, LogHostApplier& applier)
-      : NotifieeConst(hosts), applier_(applier) {}
-  void onLoggingHost(Kel::String const&) override { applier_.pass_.in(0); }
-
- private:
-  LogHostApplier& applier_;
-};
-
-class LogHostApplier::ConfigReactor : public LogMgr::LogConfig::NotifieeConst {
- public:
-  ConfigReactor(Kel::Ptr<LogMgr::LogConfig const> const& config, LogHostApplier& applier)
-      : NotifieeConst(config), applier_(applier) {}
-  void onVrfLoggingHost(L3::VrfName const& vrf) override { applier_.handleVrf(vrf); }
-
- private:
-  LogHostApplier& applier_;
-};
-
 LogHostApplier::LogHostApplier(Entities const& entities, Kel::String path, CommandLine reloadCommand)
     : config_(entities.logConfig),
       path_(std::move(path)),
       reloadCommand_(std::move(reloadCommand)),
-      configReactor_(Kel::makePtr<ConfigReactor>(config_, *this)) {
-  for (auto const& vrf : config_->vrfLoggingHost().keys()) handleVrf(vrf);
-}
-
-LogHostApplier::~LogHostApplier() = default;
+      vrfs_(config_, &LogMgr::LogConfig::vrfLoggingHost, &LogMgr::LogConfig::NotifieeConst::onVrfLoggingHost,
+            [this](L3::VrfName const&) {
+              if (!stopped_) pass_.in(0);
+            }) {}
 
 void LogHostApplier::removeLeftBehind(Kel::String const& path) {
-  auto const current = readWhole(path);
+  auto const current = Kel::readFile(path);
   if (!current || !isOurs(*current)) return;
-  if (Kel::String const reason = replaceWhole(path, std::nullopt); !reason.empty())
-    systemFileFailed.log(path, reason);
-}
-
-void LogHostApplier::handleVrf(L3::VrfName const& vrf) {
-  if (auto const hosts = config_->vrfLoggingHost(vrf)) {
-    vrfReactors_[vrf] = Kel::makePtr<VrfReactor>(hosts, *this);
-  } else {
-    vrfReactors_.erase(vrf);
-  }
-  pass_.in(0);
+  if (auto const failure = Kel::removeFile(path); !failure.empty()) systemFileFailed.log(failure);
 }
 
 void LogHostApplier::apply() {
   Kel::String const wanted = contents();
   if (wanted.empty()) {
     undo();
-  } else if (readWhole(path_) != wanted && replace(wanted)) {
+  } else if (Kel::readFile(path_) != wanted && replace(wanted)) {
     reload();
   }
 }
 
 bool LogHostApplier::undo() {
-  auto const current = readWhole(path_);
+  auto const current = Kel::readFile(path_);
   if (!current || !isOurs(*current) || !replace(std::nullopt)) return false;
   reload();
   return true;
 }
 
 void LogHostApplier::stop() {
-  configReactor_ = nullptr;
-  vrfReactors_.clear();
+  stopped_ = true;
   pass_.cancel();
   undo();
 }
@@ -110,14 +78,17 @@ Kel::String LogHostApplier::contents() {
   return actions.empty() ? "" : firstLine + others + actions;
 }
 
+// Nothing means that there is to be no file.
 bool LogHostApplier::replace(std::optional<Kel::String> const& contents) {
-  auto const current = readWhole(path_);
+  auto const current = Kel::readFile(path_);
   bool const foreign = current && !isOurs(*current);
-  Kel::String const reason = foreign ? "somebody else wrote it" : replaceWhole(path_, contents);
+  Kel::String const failure = foreign    ? path_ + " belongs to somebody else"
+                              : contents ? Kel::changeFile(path_, *contents)
+                                         : Kel::removeFile(path_);
   // Without rsyslog each change fails alike, and the operator knows after the first.
-  if (reason != failure_ && !reason.empty()) systemFileFailed.log(path_, reason);
-  failure_ = reason;
-  return reason.empty();
+  if (failure != failure_ && !failure.empty()) systemFileFailed.log(failure);
+  failure_ = failure;
+  return failure.empty();
 }
 
 void LogHostApplier::reload() {

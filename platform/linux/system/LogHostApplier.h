@@ -7,6 +7,8 @@
 
 #include <memory>
 
+#include "platform/kel/Clock.h"
+#include "platform/kel/Reactor.h"
 #include "platform/linux/Entities.h"
 #include "platform/linux/Warnings.h"
 #include "platform/linux/system/Commands.h"
@@ -16,7 +18,6 @@ namespace Linux {
 class LogHostApplier {
  public:
   LogHostApplier(Entities const& entities, Kel::String path, CommandLine reloadCommand);
-  ~LogHostApplier();
   LogHostApplier(LogHostApplier const&) = delete;
   LogHostApplier& operator=(LogHostApplier const&) = delete;
 
@@ -31,10 +32,6 @@ class LogHostApplier {
   bool busy() const { return command_ != nullptr; }
 
  private:
-  class ConfigReactor;
-  class VrfReactor;
-
-  void handleVrf(L3::VrfName const& vrf);
   void apply();
   Kel::String contents();
   bool replace(std::optional<Kel::String> const& contents);
@@ -48,9 +45,9 @@ class LogHostApplier {
   Kel::String failure_;  // what was warned of last
   std::unique_ptr<Command> command_;
   bool again_ = false;  // the file has changed since the command was started
-  Timer pass_{[this] { apply(); }};
-  std::map<L3::VrfName, Kel::Ptr<VrfReactor>> vrfReactors_;
-  Kel::Ptr<ConfigReactor> configReactor_;
+  Kel::Alarm pass_{[this] { apply(); }};
+  bool stopped_ = false;
+  Kel::EntryReactors<L3::VrfName> vrfs_;
 };
 
 }  // namespace Linux

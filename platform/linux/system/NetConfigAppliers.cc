@@ -8,30 +8,21 @@
 #include <cstring>
 #include <sstream>
 
-#include "platform/linux/Place.h"
+#include "platform/kel/WholeFile.h"
 #include "platform/linux/Warnings.h"
-#include "platform/linux/WholeFile.h"
 #include "platform/model/values/Grammar.h"
 
 namespace Linux {
 
-Original::Original(Kel::String path, Kel::String place)
-    : path_(std::move(path)), place_(std::move(place) + "\n") {
-  auto const file = readWhole(path_);
-  if (file && file->starts_with(place_)) value_ = file->substr(place_.size());
-}
-
 void Original::valueIs(Kel::String const& value) {
   value_ = value;
-  Kel::String const reason = replaceWhole(path_, place_ + value, 0600);
-  if (!reason.empty()) undoJournalFailed.log(path_, "cannot write it", reason);
+  if (auto const failure = memory_.keep(value); !failure.empty()) undoJournalFailed.log(failure);
 }
 
 void Original::discard() {
   if (!value_) return;
   value_.reset();
-  Kel::String const reason = replaceWhole(path_, std::nullopt);
-  if (!reason.empty()) undoJournalFailed.log(path_, "cannot remove it", reason);
+  if (auto const failure = memory_.forget(); !failure.empty()) undoJournalFailed.log(failure);
 }
 
 namespace {
@@ -44,26 +35,14 @@ Kel::String currentName() {
 
 }  // namespace
 
-class HostNameApplier::Reactor : public System::NetConfig::NotifieeConst {
- public:
-  Reactor(Kel::Ptr<System::NetConfig const> const& config, HostNameApplier& applier)
-      : NotifieeConst(config), applier_(applier) {}
-  void onHostname() override { applier_.pass_.in(0); }
-
- private:
-  HostNameApplier& applier_;
-};
-
 HostNameApplier::HostNameApplier(Entities const& entities, Kel::String const& runDirectory)
     : config_(entities.netConfig),
       status_(entities.netStatus),
-      original_(runDirectory + "/hostname.original", thisPlace("uts")),
-      reactor_(Kel::makePtr<Reactor>(config_, *this)) {
+      original_(runDirectory + "/hostname.original", Kel::BootMemory::inNamespace("uts")),
+      reactor_(config_, &System::NetConfig::NotifieeConst::onHostname, [this] { pass_.in(0); }) {
   status_->hostnameIs(currentName());
   if (!config_->hostname().empty()) pass_.in(0);
 }
-
-HostNameApplier::~HostNameApplier() = default;
 
 void HostNameApplier::apply() {
   Kel::String const& wanted = config_->hostname();
@@ -112,32 +91,20 @@ bool isOurs(std::optional<Kel::String> const& contents) {
 
 }  // namespace
 
-class ResolvConfApplier::Reactor : public System::NetConfig::NotifieeConst {
- public:
-  Reactor(Kel::Ptr<System::NetConfig const> const& config, ResolvConfApplier& applier)
-      : NotifieeConst(config), applier_(applier) {}
-  void onDomainName() override { changed(); }
-  void onNameServer(std::uint8_t const&) override { changed(); }
-  void onV6NameServer(std::uint8_t const&) override { changed(); }
-
- private:
-  void changed() { applier_.pass_.in(0); }
-
-  ResolvConfApplier& applier_;
-};
-
 ResolvConfApplier::ResolvConfApplier(Entities const& entities, Kel::String path,
                                      Kel::String const& runDirectory)
     : config_(entities.netConfig),
       status_(entities.netStatus),
       path_(std::move(path)),
       original_(runDirectory + "/resolv.conf.original", "file " + path_),
-      reactor_(Kel::makePtr<Reactor>(config_, *this)) {
+      reactor_(
+          config_,
+          {&System::NetConfig::NotifieeConst::onDomainName, &System::NetConfig::NotifieeConst::onNameServer,
+           &System::NetConfig::NotifieeConst::onV6NameServer},
+          [this] { pass_.in(0); }) {
   updateStatus();
   if (!contents().empty()) pass_.in(0);
 }
-
-ResolvConfApplier::~ResolvConfApplier() = default;
 
 void ResolvConfApplier::apply() {
   Kel::String const wanted = contents();
@@ -150,24 +117,23 @@ void ResolvConfApplier::apply() {
 }
 
 void ResolvConfApplier::write(Kel::String const& contents) {
-  auto const current = readWhole(path_);
+  auto const current = Kel::readFile(path_);
   if (current == contents) return;
   if (!original_.value() || !isOurs(current))
     original_.valueIs(current ? present + *current : Kel::String{absent});
-  Kel::String const reason = replaceWhole(path_, contents);
-  if (!reason.empty()) systemFileFailed.log(path_, reason);
+  if (auto const failure = Kel::changeFile(path_, contents); !failure.empty()) systemFileFailed.log(failure);
 }
 
 bool ResolvConfApplier::undo() {
   if (!original_.value()) return false;
   Kel::String const original = *original_.value();
-  bool done = isOurs(readWhole(path_));
+  bool done = isOurs(Kel::readFile(path_));
   if (done) {
     bool const wasThere = original.starts_with(present);
-    Kel::String const reason =
-        replaceWhole(path_, wasThere ? std::optional(original.substr(1)) : std::nullopt);
-    done = reason.empty();
-    if (!done) systemFileFailed.log(path_, reason);
+    Kel::String const failure =
+        wasThere ? Kel::changeFile(path_, original.substr(1)) : Kel::removeFile(path_);
+    done = failure.empty();
+    if (!done) systemFileFailed.log(failure);
   }
   original_.discard();
   updateStatus();
@@ -226,7 +192,7 @@ std::vector<Kel::String> ResolvConfApplier::nameServers() {
 
 // The first name of the last line of its kind counts.
 void ResolvConfApplier::updateStatus() {
-  std::istringstream lines(readWhole(path_).value_or(""));
+  std::istringstream lines(Kel::readFile(path_).value_or(""));
   Kel::String domain;
   for (Kel::String line; std::getline(lines, line);) {
     std::istringstream words(line);

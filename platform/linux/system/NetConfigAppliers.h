@@ -3,9 +3,11 @@
 
 #include <optional>
 
+#include "platform/kel/BootMemory.h"
+#include "platform/kel/Clock.h"
+#include "platform/kel/Reactor.h"
 #include "platform/kel/Types.h"
 #include "platform/linux/Entities.h"
-#include "platform/linux/Timer.h"
 #include "platform/linux/Warnings.h"
 
 namespace Linux {
@@ -17,7 +19,8 @@ class Original {
   // Reads what an earlier host left in the file `path`, whose directory exists. `place` is one line that says
   // what this is the original of: a file with another one is passed over. A file that cannot be written is a
   // warning: putting back then works for as long as this process lives.
-  Original(Kel::String path, Kel::String place);
+  Original(Kel::String path, Kel::String about)
+      : memory_(std::move(path), std::move(about)), value_(memory_.contents()) {}
 
   // Nothing when nothing was changed.
   std::optional<Kel::String> const& value() const { return value_; }
@@ -27,8 +30,7 @@ class Original {
   void discard();
 
  private:
-  Kel::String path_;
-  Kel::String place_;
+  Kel::BootMemory memory_;
   std::optional<Kel::String> value_;
 };
 
@@ -40,7 +42,6 @@ class HostNameApplier {
  public:
   // The original name is kept in the file hostname.original of `runDirectory`.
   HostNameApplier(Entities const& entities, Kel::String const& runDirectory);
-  ~HostNameApplier();
   HostNameApplier(HostNameApplier const&) = delete;
   HostNameApplier& operator=(HostNameApplier const&) = delete;
 
@@ -50,8 +51,6 @@ class HostNameApplier {
   void keep();
 
  private:
-  class Reactor;
-
   void apply();
   bool set(Kel::String const& name);
 
@@ -59,8 +58,8 @@ class HostNameApplier {
   Kel::Ptr<System::NetStatus> status_;
   Original original_;
   Dropped dropped_;
-  Timer pass_{[this] { apply(); }};
-  Kel::Ptr<Reactor> reactor_;
+  Kel::Alarm pass_{[this] { apply(); }};
+  Kel::Reactor reactor_;
 };
 
 // Writes the configured name servers and domain to resolv.conf(5), as a whole, and says which domain it has.
@@ -71,7 +70,6 @@ class ResolvConfApplier {
  public:
   // The original file is kept as resolv.conf.original of `runDirectory`.
   ResolvConfApplier(Entities const& entities, Kel::String path, Kel::String const& runDirectory);
-  ~ResolvConfApplier();
   ResolvConfApplier(ResolvConfApplier const&) = delete;
   ResolvConfApplier& operator=(ResolvConfApplier const&) = delete;
 
@@ -81,8 +79,6 @@ class ResolvConfApplier {
   void keep();
 
  private:
-  class Reactor;
-
   void apply();
   void write(Kel::String const& contents);
   Kel::String contents();
@@ -95,8 +91,8 @@ class ResolvConfApplier {
   Kel::String path_;
   Original original_;
   Dropped dropped_;
-  Timer pass_{[this] { apply(); }};
-  Kel::Ptr<Reactor> reactor_;
+  Kel::Alarm pass_{[this] { apply(); }};
+  Kel::Reactor reactor_;
 };
 
 }  // namespace Linux

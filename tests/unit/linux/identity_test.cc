@@ -98,9 +98,9 @@ TEST_F(IdentityTest, ResolvConfThatWasAbsentGoesAndWhatOthersWriteStays) {
   EXPECT_EQ(folder.read("/resolv.conf"), "of somebody else");
   std::filesystem::remove_all(folder.path());
   serversAre({"10.0.0.2"});
-  EXPECT_NE(
-      warned.text().find("SYSTEM_FILE_FAILED: Cannot change " + folder.path("/resolv.conf: No such file")),
-      std::string::npos)
+  EXPECT_NE(warned.text().find("SYSTEM_FILE_FAILED: A file of the system is not changed: cannot write " +
+                               folder.path("/resolv.conf: No such file")),
+            std::string::npos)
       << warned.text();
 }
 
@@ -169,11 +169,12 @@ TEST_F(IdentityTest, LogServersAreWrittenAndRsyslogIsTold) {
     EXPECT_EQ(applier()->undo(), content == first);
     EXPECT_EQ(folder.read(file), content == first ? "(absent)" : "mine");
   }
-  std::string const failure = "SYSTEM_FILE_FAILED: Cannot change " + path + ": ", soFar = warned.text();
+  std::string const soFar = warned.text();
   hostIs("10.0.0.9");
   time.settle();
   EXPECT_EQ(folder.read(file), "mine");
-  EXPECT_EQ(warned.text(), soFar + failure + "somebody else wrote it\n");
+  EXPECT_EQ(warned.text(), soFar + "SYSTEM_FILE_FAILED: A file of the system is not changed: " + path +
+                               " belongs to somebody else\n");
 }
 
 TEST_F(IdentityTest, ReloadIsTriedUntilItSucceeds) {

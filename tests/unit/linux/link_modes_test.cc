@@ -111,5 +111,15 @@ TEST(LinkModes, AreTakenWhenTheDriverSaysSoOrCannotTell) {
   EXPECT_FALSE(linkModeTaken(negotiated, settings(true, 0, others)));
 }
 
+TEST(LinkModes, StayKnownUnlessTheDriverHasNone) {
+  Interface::EthPhyIntfStatus status{Wire::IntfId("Ethernet1")};
+  for (auto const& [device, expected] : {std::pair("gone", "25g capable"), std::pair("lo", "none")}) {
+    status.linkModeCapabilitiesIs({.mode25G = true});
+    status.autonegCapabilityIs(Interface::AutonegCapability::capable);
+    readLinkModes(device, status);
+    EXPECT_EQ(shown(status.linkModeCapabilities()) + stringValue(status.autonegCapability()), expected);
+  }
+}
+
 }  // namespace
 }  // namespace Linux
