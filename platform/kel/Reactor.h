@@ -14,7 +14,6 @@
 #include <memory>
 #include <vector>
 
-#include "platform/kel/Collection.h"
 #include "platform/kel/Entity.h"
 
 namespace Kel {

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <iterator>
 
 #include "platform/statebase/Json.h"
 
@@ -147,15 +148,17 @@ void Connection::goOn() {
   watched_->notifyOnReadableIs(!inputEnded_ && hasRoom() && !hasLine());
 }
 
-Kel::Value Connection::watch(std::string const& path) {
-  auto const followed =
-      std::ranges::find_if(watches_, [&](auto const& watch) { return watch->path() == path; });
-  if (followed != watches_.end()) return (*followed)->value();
-  if (watches_.size() == maxWatches) {
-    throw RpcError(RpcCode::tooMany, "more than " + std::to_string(maxWatches) + " watches", path);
-  }
+void Connection::watch(std::vector<std::string> const& paths) {
   auto const onPending = [this] { changes_.in(0); };
-  return watches_.emplace_back(std::make_unique<Watch>(tree_, path, onPending))->value();
+  std::vector<std::unique_ptr<Watch>> added;
+  for (std::string const& path : paths) {
+    if (std::ranges::any_of(watches_, [&](auto const& watch) { return watch->path() == path; })) continue;
+    if (watches_.size() + added.size() == maxWatches) {
+      throw RpcError(RpcCode::tooMany, "more than " + std::to_string(maxWatches) + " watches", path);
+    }
+    added.push_back(std::make_unique<Watch>(tree_, path, onPending));
+  }
+  std::ranges::move(added, std::back_inserter(watches_));
 }
 
 bool Connection::unwatch(std::string const& path) {

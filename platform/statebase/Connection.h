@@ -30,7 +30,7 @@ class Connection : public Kel::RefCounted, private RpcSession {
   static constexpr std::size_t leastPerLine = 512;
   // A single answer can pass muchOutput, but not this.
   static constexpr std::size_t maxOutput = 16 * 1024 * 1024;
-  static constexpr std::size_t maxWatches = 64;
+  static constexpr std::size_t maxWatches = maxPaths;
   static constexpr Kel::Seconds stallLimit = 10;
 
   using OnClosed = std::function<void(Connection*)>;
@@ -42,7 +42,7 @@ class Connection : public Kel::RefCounted, private RpcSession {
 
  private:
   Role role() const override { return role_; }
-  Kel::Value watch(std::string const& path) override;
+  void watch(std::vector<std::string> const& paths) override;
   bool unwatch(std::string const& path) override;
 
   void onReadable();

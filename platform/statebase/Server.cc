@@ -1,17 +1,81 @@
 #include "platform/statebase/Server.h"
 
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstring>
+#include <vector>
 
 #include "platform/statebase/Connection.h"
-#include "platform/statebase/Peer.h"
 
 namespace Statebase {
+
+namespace {
+
+std::vector<gid_t> supplementaryGroups(int descriptor) {
+  std::vector<gid_t> groups(32);
+  for (;;) {
+    socklen_t length = static_cast<socklen_t>(groups.size() * sizeof(gid_t));
+    int const got = getsockopt(descriptor, SOL_SOCKET, SO_PEERGROUPS, groups.data(), &length);
+    if (got != 0 && errno != ERANGE) return {};
+    groups.resize(length / sizeof(gid_t));
+    if (got == 0) return groups;
+  }
+}
+
+}  // namespace
+
+Role peerRole(int descriptor, std::optional<gid_t> group) {
+  ucred peer{};
+  socklen_t length = sizeof peer;
+  if (getsockopt(descriptor, SOL_SOCKET, SO_PEERCRED, &peer, &length) != 0) return Role::none;
+  if (peer.uid == 0 || peer.uid == geteuid()) return Role::root;
+  if (!group) return Role::none;
+  if (peer.gid == *group) return Role::group;
+  return std::ranges::count(supplementaryGroups(descriptor), *group) > 0 ? Role::group : Role::none;
+}
+
+namespace {
+
+std::string holder(int descriptor) {
+  char text[16] = {};
+  ssize_t const length = pread(descriptor, text, sizeof text - 1, 0);
+  std::string pid(text, length > 0 ? static_cast<std::size_t>(length) : 0);
+  std::erase_if(pid, [](unsigned char c) { return std::isdigit(c) == 0; });
+  // The holder writes its number right after it has taken the lock.
+  return pid.empty() ? "another process" : "process " + pid;
+}
+
+}  // namespace
+
+SocketLock::SocketLock(std::string const& socketPath) {
+  std::string const path = socketPath + ".lock";
+  // Nobody else may open it, or anyone could keep the host from starting by locking it.
+  descriptor_ = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
+  if (descriptor_ < 0) throw SocketError(path + ": " + std::strerror(errno));
+  if (flock(descriptor_, LOCK_EX | LOCK_NB) != 0) {
+    std::string const reason =
+        errno == EWOULDBLOCK ? "held by " + holder(descriptor_) : std::string(std::strerror(errno));
+    close(descriptor_);
+    throw SocketError(socketPath + ": " + reason);
+  }
+  std::string const pid = std::to_string(getpid()) + "\n";
+  if (ftruncate(descriptor_, 0) != 0 ||
+      pwrite(descriptor_, pid.data(), pid.size(), 0) != static_cast<ssize_t>(pid.size())) {
+    std::string const reason = std::strerror(errno);
+    close(descriptor_);
+    throw SocketError(path + ": " + reason);
+  }
+}
+
+SocketLock::~SocketLock() { close(descriptor_); }
 
 namespace {
 

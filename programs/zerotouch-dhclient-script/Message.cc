@@ -10,7 +10,7 @@
 #include <limits>
 
 #include "platform/model/values/Grammar.h"
-#include "platform/statebase/Path.h"
+#include "platform/statebase/Json.h"
 #include "programs/zerotouch-dhclient-script/Answer.h"
 
 namespace Hook {

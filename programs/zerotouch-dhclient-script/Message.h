@@ -1,7 +1,7 @@
 // What the hook makes of the client's variables: the message for the state tree, and the record of the lease.
 #pragma once
 
-#include "platform/kel/Value.h"
+#include "platform/kel/EntityType.h"
 #include "programs/zerotouch-dhclient-script/Environment.h"
 
 namespace Hook {

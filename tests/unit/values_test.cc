@@ -2,8 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/model/values/Grammar.h"
-#include "platform/model/values/Via.h"
-#include "platform/model/values/VrfName.h"
+#include "platform/model/values/Names.h"
 #include "platform/model/values/Wire.h"
 
 namespace {

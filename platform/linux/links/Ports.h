@@ -6,7 +6,7 @@
 #include <regex>
 #include <vector>
 
-#include "platform/kel/Collection.h"
+#include "platform/kel/EntityType.h"
 #include "platform/model/values/Wire.h"
 
 namespace Linux {

@@ -4,8 +4,8 @@
 #include <map>
 
 #include "platform/kel/Clock.h"
+#include "platform/model/handles.h"
 #include "programs/zerotouchd/history/Ring.h"
-#include "zerotouch/agent/MountedEntities.h"
 
 class PortRecorder {
  public:
