@@ -1,16 +1,15 @@
 #include "platform/linux/Adapter.h"
 
 #include "platform/kel/Loop.h"
-#include "platform/linux/KernelSettings.h"
-#include "platform/linux/LinkModeSetting.h"
 #include "platform/linux/Warnings.h"
+#include "platform/linux/settings/SettingKinds.h"
 
 namespace Linux {
 
 Adapter::Adapter(Entities const& entities, AdapterConfig const& config)
     : selection_(config.ports),
       netlink_(config.netlinkBuffer),
-      settings_(config.runDirectory + "/undo-journal"),
+      settings_(config.runDirectory + "/undo-journal", ports_),
       linkUpApplier_(entities, settings_),
       ip6Applier_(entities, settings_),
       mtuApplier_(entities, settings_),
@@ -27,7 +26,7 @@ Adapter::Adapter(Entities const& entities, AdapterConfig const& config)
       logHostApplier_(entities, config.system.logDropIn, config.system.logReloadCommand),
       reloadApplier_(entities, config.system.reloadCommand, [this] { keep_ = true; }) {
   kernelSettingsAre(settings_, netlink_);
-  settings_.settingIs(linkModeItem, std::make_unique<LinkModeSetting>());
+  settings_.settingIs(linkModeItem, std::make_unique<LinkModeSetting>(ports_));
   keep_ = config.takeOver;
   if (!keep_) undoLeftovers();
   // An MTU that is too small for IPv6 takes all that IPv6 has away; and routers are asked for as soon as the

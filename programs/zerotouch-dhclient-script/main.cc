@@ -9,7 +9,6 @@
 #include <iostream>
 
 #include "platform/statebase/Client.h"
-#include "programs/zerotouch-dhclient-script/LeaseRecord.h"
 #include "programs/zerotouch-dhclient-script/Message.h"
 
 namespace {

@@ -2,7 +2,6 @@
 // it, and the agent applies what it finds there.
 #include "platform/kel/Log.h"
 #include "platform/statebase/Connection.h"
-#include "programs/zerotouch-dhclient-script/LeaseRecord.h"
 #include "programs/zerotouch-dhclient-script/Message.h"
 #include "tests/fuzz/IdleAgent.h"
 #include "tests/fuzz/StateTree.h"

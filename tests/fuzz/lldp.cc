@@ -2,7 +2,7 @@
 #include <linux/if_ether.h>
 #include <linux/if_packet.h>
 
-#include "platform/linux/PacketSocket.h"
+#include "platform/linux/packets/PacketSockets.h"
 #include "tests/fuzz/Fuzz.h"
 #include "tests/fuzz/IdleAgent.h"
 #include "zerotouch/intf/IntfPamSm.h"

@@ -1,6 +1,6 @@
 // What an HTTP request says of the switch, from the files of its software's version and of its architecture
 // and from what the firmware tells (DMI). In the input they are parted by a line of "--".
-#include "platform/linux/Inventory.h"
+#include "platform/linux/system/Inventory.h"
 #include "tests/fuzz/Fuzz.h"
 #include "zerotouch/fetch/RequestHeaders.h"
 

@@ -1,8 +1,8 @@
 // What an earlier host left to be put back: the journal of settings, behind its first line.
+#include "platform/kel/BootMemory.h"
 #include "platform/kel/Log.h"
-#include "platform/linux/LinkModeSetting.h"
-#include "platform/linux/Place.h"
-#include "platform/linux/UndoJournal.h"
+#include "platform/linux/settings/SettingKinds.h"
+#include "platform/linux/settings/UndoJournal.h"
 #include "tests/fuzz/Fuzz.h"
 
 namespace {
@@ -21,7 +21,7 @@ std::string text(Linux::UndoJournal const& journal) {
 
 void fuzz(std::string_view input) {
   static ScratchFile const file("undo-journal");
-  static std::string const place = Linux::thisPlace("net") + "\n";
+  static std::string const place = Kel::BootMemory::inNamespace("net") + "\n";
   static int const sink [[maybe_unused]] = Kel::logSinkIs(
       [](Kel::LogEvent const& event) { KEL_ASSERT(isPrintable(event.message), "a plain warning"); });
   file.write(place + std::string(input));

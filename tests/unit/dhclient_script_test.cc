@@ -4,7 +4,6 @@
 
 #include "platform/statebase/Connection.h"
 #include "platform/statebase/Rpc.h"
-#include "programs/zerotouch-dhclient-script/LeaseRecord.h"
 #include "programs/zerotouch-dhclient-script/Message.h"
 #include "tests/unit/StatebaseFixture.h"
 

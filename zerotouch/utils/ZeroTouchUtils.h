@@ -1,4 +1,4 @@
-// What several rooms share: path rooting, argument vectors, whole-file replacement.
+// What several rooms share: path rooting, argument vectors, the first bytes of a file.
 #pragma once
 
 #include <optional>
@@ -13,14 +13,6 @@ Kel::String filePathFromFSRoot(Kel::String const& path);
 
 // Every element of a null-terminated vector followed by a blank, for trace lines.
 Kel::String argvToString(char const* const* argv);
-
-// Replaces the file as a whole: a temporary file in the same folder is written and flushed, then renamed over
-// it, and the folder is flushed. After a power cut there is either the old file or the new one. Returns "" or
-// the reason of the failure, which leaves the old file as it was.
-Kel::String replaceFile(Kel::String const& path, Kel::String const& content);
-
-// The same with the content of the regular file `source`, of any size.
-Kel::String replaceFileByCopy(Kel::String const& path, Kel::String const& source);
 
 // The first `limit` bytes of a regular file, and whether it holds more; nothing when there is no such file or
 // it cannot be opened. Never waits, as reading a named pipe would.

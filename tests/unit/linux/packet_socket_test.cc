@@ -4,7 +4,7 @@
 #include <net/if.h>
 #include <sys/socket.h>
 
-#include "platform/linux/PacketSocket.h"
+#include "platform/linux/packets/PacketSockets.h"
 #include "tests/unit/linux/NetworkTest.h"
 
 namespace Linux {

@@ -9,7 +9,7 @@
 #include <cstring>
 
 #include "platform/kel/testing/SimulatedTime.h"
-#include "platform/linux/RouterAdvertisements.h"
+#include "platform/linux/packets/RouterAdvertisements.h"
 #include "tests/unit/linux/NetworkTest.h"
 
 namespace Linux {
