@@ -1,7 +1,7 @@
 // The agent's shell: settings file, path rooting, root entity, event catalogue.
 #include "tests/unit/support/AgentTest.h"
 #include "zerotouch/agent/Events.h"
-#include "zerotouch/agent/Root.h"
+#include "zerotouch/agent/ZeroTouchAgent.h"
 #include "zerotouch/utils/SettingsFile.h"
 #include "zerotouch/utils/ZeroTouchUtils.h"
 

@@ -3,7 +3,7 @@
 #include <csignal>
 
 #include "tests/unit/support/FetchTest.h"
-#include "zerotouch/fetch/SaveFile.h"
+#include "zerotouch/fetch/Install.h"
 
 namespace {
 

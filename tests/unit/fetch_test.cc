@@ -3,7 +3,6 @@
 
 #include "tests/unit/support/FetchTest.h"
 #include "zerotouch/fetch/BootFile.h"
-#include "zerotouch/fetch/RequestHeaders.h"
 
 namespace {
 

@@ -1,10 +1,9 @@
 // The DHCP clients as child processes: started, held, stopped, and what follows when one ends.
 #include <csignal>
 
-#include "zerotouch/agent/ChildLauncher.h"
+#include "zerotouch/utils/ZeroTouchUtils.h"
 #include "zerotouch/sm/Reactors.h"
 #include "zerotouch/sm/SmTrace.h"
-#include "zerotouch/utils/ZeroTouchUtils.h"
 
 namespace ZeroTouch {
 

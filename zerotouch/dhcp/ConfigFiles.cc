@@ -7,7 +7,7 @@
 
 #include "platform/kel/Assert.h"
 #include "platform/kel/Format.h"
-#include "zerotouch/agent/Warnings.h"
+#include "zerotouch/agent/Events.h"
 #include "zerotouch/dhcp/DhclientFiles.h"
 #include "zerotouch/sm/ZeroTouchSm.h"
 #include "zerotouch/utils/ZeroTouchUtils.h"

@@ -2,7 +2,7 @@
 #include <cstring>
 
 #include "platform/kel/Assert.h"
-#include "zerotouch/agent/Warnings.h"
+#include "zerotouch/agent/Events.h"
 #include "zerotouch/sm/SmTrace.h"
 #include "zerotouch/sm/ZeroTouchSm.h"
 

@@ -9,7 +9,6 @@
 #include "platform/kel/Assert.h"
 #include "platform/kel/FileDescriptor.h"
 #include "zerotouch/agent/Events.h"
-#include "zerotouch/agent/Warnings.h"
 #include "zerotouch/fetch/CurlTransfer.h"
 #include "zerotouch/sm/Reactors.h"
 #include "zerotouch/sm/SmTrace.h"

@@ -1,15 +1,18 @@
-// Applying the identity that the DHCP answer brought, and taking it back.
-#include "zerotouch/identity/IdentityWriter.h"
-
+// Applying the identity that the DHCP answer brought, waiting for its address, and taking it back.
 #include "platform/kel/Assert.h"
 #include "zerotouch/agent/Events.h"
+#include "zerotouch/identity/IdentityWriter.h"
+#include "zerotouch/identity/KelIpIntfStatus.h"
+#include "zerotouch/sm/EntryReactors.h"
 #include "zerotouch/sm/SmTrace.h"
 
 namespace ZeroTouch {
 
 namespace {
+
 constexpr std::uint32_t defaultMtu = 1500;
 constexpr Wire::IpAddrWithMask noAddress{{}, 32};
+
 }  // namespace
 
 void ZeroTouchSm::doConfigureSystemIdentity() {
@@ -102,6 +105,32 @@ void ZeroTouchSm::doUnconfigureSystemIdentity() {
   if (auto const config = intfConfig(intfId)) config->mtuIs(defaultMtu);
   if (auto const ip = ipConfig()->ipIntfConfig(intfId)) ip->addrWithMaskIs(noAddress);
   if (auto const ip6 = ip6Config()->intf(intfId); ip6 && addr6) ip6->addrDel(*addr6);
+}
+
+void ZeroTouchSm::ipIntfStatusIs(Wire::IntfId const& intfId) {
+  follow(ipIntfStatus_, intfId, ipStatus()->ipIntfStatus(intfId), *this);
+}
+
+void ZeroTouchSm::ip6IntfStatusIs(Wire::IntfId const& intfId) {
+  follow(ip6IntfStatus_, intfId, ip6Status()->intf(intfId), *this);
+}
+
+void ZeroTouchSm::KelIpIntfStatus::handleActiveAddrWithMask() {
+  if (!sm_.mayMoveOnFrom(stateSetupSystemIdentity())) return;
+  Kel::Ptr<IntfStatus> intf;
+  sm_.findIntfStatusForInterface(notifier().intfId().stringValue(), intf);
+  if (!intf || notifier().activeAddrWithMask() == Wire::IpAddrWithMask{} || !sm_.readyToFetchConfigV4())
+    return;
+  sm_.doStateTransition(stateSetupSystemIdentity(), stateFetchConfig(), TransitionCause::addressActive);
+}
+
+void ZeroTouchSm::KelIp6IntfStatus::handleAddr(Wire::Ip6AddrWithMask const& addr) {
+  if (!sm_.mayMoveOnFrom(stateSetupSystemIdentity())) return;
+  Kel::Ptr<IntfStatus> intf;
+  sm_.findIntfStatusForInterface(notifier().intfId().stringValue(), intf);
+  bool const added = notifier().addr(addr) && !addr.address.isZero();
+  if (!intf || !added || !sm_.readyToFetchConfigV6()) return;
+  sm_.doStateTransition(stateSetupSystemIdentity(), stateFetchConfig(), TransitionCause::addressActive);
 }
 
 }  // namespace ZeroTouch

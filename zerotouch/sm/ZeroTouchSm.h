@@ -48,7 +48,7 @@
 #include "platform/model/handles.h"
 #include "zerotouch/agent/EntityMibRootSm.h"
 #include "zerotouch/sm/Cause.h"
-#include "zerotouch/sm/TimerBase.h"
+#include "zerotouch/sm/ProvisioningTimers.h"
 
 namespace ZeroTouch {
 

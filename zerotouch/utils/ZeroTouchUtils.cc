@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstdlib>
 
+
 namespace ZeroTouch {
 
 namespace {
@@ -28,6 +29,12 @@ int openRegular(Kel::String const& path, int flags) {
   close(fd);
   errno = EINVAL;
   return -1;
+}
+
+constexpr mode_t outputMode = 0644;
+
+int openOutput(char const* path) {
+  return path == nullptr ? -1 : open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, outputMode);
 }
 
 }  // namespace
@@ -57,6 +64,15 @@ std::optional<FileStart> readStart(Kel::String const& path, std::size_t limit) {
   result.cut = length > limit;
   result.text.resize(std::min(length, limit));
   return result;
+}
+
+Kel::Ptr<Kel::ChildSiginfo> runCmd(char** argv, char const* stdoutPath, char const* stderrPath) {
+  int const out = openOutput(stdoutPath);
+  int const err = openOutput(stderrPath);
+  auto child = Kel::run(argv, -1, out, err, -1);
+  if (out >= 0) close(out);
+  if (err >= 0) close(err);
+  return child;
 }
 
 }  // namespace ZeroTouch

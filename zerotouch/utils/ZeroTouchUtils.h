@@ -1,8 +1,10 @@
-// What several rooms share: path rooting, argument vectors, the first bytes of a file.
+// What several rooms share: path rooting, argument vectors, the first bytes of a file, starting child
+// processes.
 #pragma once
 
 #include <optional>
 
+#include "platform/kel/Child.h"
 #include "platform/kel/Types.h"
 
 namespace ZeroTouch {
@@ -24,5 +26,10 @@ std::optional<FileStart> readStart(Kel::String const& path, std::size_t limit);
 
 // Whether a byte is no text: below the blank, or DEL.
 inline bool isControl(char byte) { return static_cast<unsigned char>(byte) < 0x20 || byte == 0x7f; }
+
+// Starts argv[0] (null-terminated `argv`, the caller's) and returns its record; a reactor on the record
+// learns of the end. A path, when not null, receives that stream: created if missing, truncated, mode 0644. A
+// stream whose path is null or cannot be opened is the agent's own.
+Kel::Ptr<Kel::ChildSiginfo> runCmd(char** argv, char const* stdoutPath, char const* stderrPath);
 
 }  // namespace ZeroTouch

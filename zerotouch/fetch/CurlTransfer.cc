@@ -1,4 +1,6 @@
-// What libcurl calls for each piece of the body and for each line of the response's header.
+#include "zerotouch/fetch/CurlTransfer.h"
+
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -11,7 +13,7 @@
 
 #include "platform/kel/Assert.h"
 #include "platform/kel/Format.h"
-#include "zerotouch/fetch/CurlTransfer.h"
+#include "zerotouch/agent/Events.h"
 #include "zerotouch/sm/SmTrace.h"
 
 namespace ZeroTouch {
@@ -53,6 +55,36 @@ void keepFirstBytes(CurlTransfer& transfer, std::string_view data) {
 }
 
 }  // namespace
+
+namespace {
+Curl const* replaced = nullptr;
+}
+
+void Curl::replacementIs(Curl const* replacement) { replaced = replacement; }
+
+Curl const* Curl::load() {
+  if (replaced != nullptr) return replaced;
+  static Curl curl;
+  if (curl.easyCleanup != nullptr) return &curl;
+  void* const library = dlopen("libcurl.so.4", RTLD_LAZY | RTLD_LOCAL);
+  auto const find = [&](auto& function, char const* name) {
+    function = reinterpret_cast<std::remove_reference_t<decltype(function)>>(dlsym(library, name));
+    return function != nullptr;
+  };
+  bool const complete =
+      library != nullptr && find(curl.easyInit, "curl_easy_init") &&
+      find(curl.multiInit, "curl_multi_init") && find(curl.easySetopt, "curl_easy_setopt") &&
+      find(curl.multiAddHandle, "curl_multi_add_handle") && find(curl.multiPerform, "curl_multi_perform") &&
+      find(curl.multiFdset, "curl_multi_fdset") && find(curl.multiInfoRead, "curl_multi_info_read") &&
+      find(curl.easyStrerror, "curl_easy_strerror") && find(curl.slistAppend, "curl_slist_append") &&
+      find(curl.slistFreeAll, "curl_slist_free_all") && find(curl.multiCleanup, "curl_multi_cleanup") &&
+      find(curl.easyCleanup, "curl_easy_cleanup");
+  if (complete) return &curl;
+  char const* const reason = dlerror();
+  downloadImpossible.log(reason != nullptr ? reason : "libcurl.so.4 is not complete");
+  if (library != nullptr) dlclose(library);
+  return nullptr;
+}
 
 CurlTransfer::~CurlTransfer() {
   if (output != nullptr) std::fclose(output);
