@@ -1,7 +1,7 @@
 // The DHCP clients: which interfaces are asked, with what command lines and files, what is said when nobody
 // answers, and the release of leases.
 #include "tests/unit/support/Ports.h"
-#include "zerotouch/dhcp/DhclientFiles.h"
+#include "zerotouch/dhcp/DhcpClient.h"
 
 class DhcpClients : public PortTest {
  protected:

@@ -1,6 +1,5 @@
 // The configuration files of the DHCP clients: a template, then statements that tell the server which switch
 // is asking. Written once per start attempt, before any client runs.
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
@@ -8,8 +7,7 @@
 #include "platform/kel/Assert.h"
 #include "platform/kel/Format.h"
 #include "zerotouch/agent/Warnings.h"
-#include "zerotouch/dhcp/DhclientFiles.h"
-#include "zerotouch/sm/ZeroTouchSm.h"
+#include "zerotouch/dhcp/DhcpClient.h"
 #include "zerotouch/utils/ZeroTouchUtils.h"
 
 namespace ZeroTouch {
@@ -74,22 +72,6 @@ std::uintmax_t sizeOf(char const* path) {
   return error ? 0 : size;
 }
 
-// False when the disk has no room for all of it; then the file is as it was before.
-bool create(ZeroTouchSm const& sm, char const* base, char const* generated, char const* version) {
-  auto const before = sizeOf(generated);
-  if (!appendTemplate(base, generated)) {
-    std::cerr << "Unable to open either " << base << " or " << generated << "\n";
-    KEL_ASSERT(!"dhclient configuration", "!\"dhclient configuration\"");
-  }
-  sm.addIdentifierStatementsToDhclientConfig(generated, version);
-  auto const added = sizeOf(base) + identifierStatements(sm, version).size();
-  if (sizeOf(generated) == before + added) return true;
-  std::error_code ignored;
-  std::filesystem::resize_file(generated, before, ignored);
-  dhclientConfigCut.log(generated);
-  return false;
-}
-
 }  // namespace
 
 // Not truncated: a second start attempt in the same boot appends, and in these files the last statement wins.
@@ -101,18 +83,33 @@ bool appendTemplate(char const* base, char const* generated) {
   return true;
 }
 
-void ZeroTouchSm::doCreateDhclientConfigFile() {
-  dhclientConfigCut_ = !create(*this, dhclientBaseConfigPath, dhclientConfigPath, "v4");
+void DhcpClient::createConfig() {
+  auto const before = sizeOf(kind_.config);
+  if (!appendTemplate(kind_.baseConfig, kind_.config)) {
+    std::cerr << "Unable to open either " << kind_.baseConfig << " or " << kind_.config << "\n";
+    KEL_ASSERT(!"dhclient configuration", "!\"dhclient configuration\"");
+  }
+  sm_.addIdentifierStatementsToDhclientConfig(kind_.config, kind_.version);
+  auto const added = sizeOf(kind_.baseConfig) + identifierStatements(sm_, kind_.version).size();
+  configCut_ = sizeOf(kind_.config) != before + added;
+  if (!configCut_) return;
+  std::error_code ignored;
+  std::filesystem::resize_file(kind_.config, before, ignored);
+  dhclientConfigCut.log(kind_.config);
 }
 
-void ZeroTouchSm::doCreateDhclient6ConfigFile() {
-  dhclient6ConfigCut_ = !create(*this, dhclient6BaseConfigPath, dhclient6ConfigPath, "v6");
+void DhcpClient::completeConfig() {
+  if (configCut_) createConfig();
 }
+
+void ZeroTouchSm::doCreateDhclientConfigFile() { dhcpClients_->dhclient.createConfig(); }
+
+void ZeroTouchSm::doCreateDhclient6ConfigFile() { dhcpClients_->dhclient6.createConfig(); }
 
 // Without it a client would not even ask for a boot file.
 void ZeroTouchSm::doCompleteDhclientConfigFiles() {
-  if (dhclientConfigCut_) doCreateDhclientConfigFile();
-  if (dhclient6ConfigCut_) doCreateDhclient6ConfigFile();
+  dhcpClients_->dhclient.completeConfig();
+  dhcpClients_->dhclient6.completeConfig();
 }
 
 void ZeroTouchSm::addIdentifierStatementsToDhclientConfig(char const* file, Kel::String version) const {

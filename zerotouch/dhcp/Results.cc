@@ -2,7 +2,7 @@
 #include <cstdlib>
 
 #include "platform/kel/Child.h"
-#include "zerotouch/dhcp/DhclientFiles.h"
+#include "zerotouch/dhcp/DhcpClient.h"
 #include "zerotouch/dhcp/KelIntfDhcpStatus.h"
 #include "zerotouch/sm/EntryReactors.h"
 #include "zerotouch/sm/SmTrace.h"

@@ -3,7 +3,7 @@
 
 #include "platform/kel/ActivityManager.h"
 #include "zerotouch/agent/Events.h"
-#include "zerotouch/dhcp/DhclientFiles.h"
+#include "zerotouch/dhcp/DhcpClient.h"
 #include "zerotouch/sm/SmTrace.h"
 #include "zerotouch/sm/ZeroTouchSm.h"
 

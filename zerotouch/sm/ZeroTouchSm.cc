@@ -1,5 +1,6 @@
 #include "zerotouch/sm/ZeroTouchSm.h"
 
+#include "zerotouch/dhcp/DhcpClient.h"
 #include "zerotouch/dhcp/KelIntfDhcpStatus.h"
 #include "zerotouch/identity/KelIpIntfStatus.h"
 #include "zerotouch/intf/KelEthPhyIntfStatus.h"
@@ -42,7 +43,8 @@ ZeroTouchSm::ZeroTouchSm(
       kelEthDevPamCollection_(Kel::makePtr<KelEthDevPamCollection>(this->ethDevPamCollection(), *this)),
       kelEntityMibStatus_(Kel::makePtr<KelEntityMibStatus>(this->entityMibStatus(), *this)),
       clock_(Kel::makePtr<KelClock>(clock, *this)),
-      stateTransitionClock_(Kel::makePtr<KelStateTransitionClock>(stateTransitionClock, *this)) {
+      stateTransitionClock_(Kel::makePtr<KelStateTransitionClock>(stateTransitionClock, *this)),
+      dhcpClients_(std::make_unique<DhcpClients>(*this)) {
   for (auto const& name : this->dhcpStatus()->intfDhcpStatus().keys()) intfDhcpStatusIs(name);
   for (auto const& name : this->dhcpStatus()->intfDhcp6Status().keys()) intfDhcp6StatusIs(name);
   for (auto const& intfId : this->episd()->intfStatus().keys()) ethPhyIntfStatusIs(intfId);

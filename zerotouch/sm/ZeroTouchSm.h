@@ -37,6 +37,7 @@
 #pragma once
 
 #include <map>
+#include <memory>
 #include <optional>
 #include <set>
 
@@ -50,6 +51,7 @@
 namespace ZeroTouch {
 
 struct CurlTransfer;
+struct DhcpClients;
 struct TimerSettings;
 using U32Ptr = std::uint32_t*;
 
@@ -210,7 +212,7 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   void handleDhclient6ChildProcessStatus();
   void handleDhclient6StatelessChildProcessStatus();
 
-  // Command lines (dhcp/CommandLines.cc): null when there is nobody to ask. The caller frees them. `idx` is
+  // Command lines (dhcp/DhcpClient.cc): null when there is nobody to ask. The caller frees them. `idx` is
   // the next free slot; of the stateless client, the one for the caller to fill with an interface.
   void formBasicCommandLine(char** argv, U32Ptr idx) const;
   char** allocDhclientAcquireCommandline() const;
@@ -229,7 +231,7 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   void doCompleteDhclientConfigFiles();
   void addIdentifierStatementsToDhclientConfig(char const* file, Kel::String version) const;
 
-  // Starting the clients (dhcp/Queries.cc, dhcp/LeaseRelease.cc).
+  // Starting the clients (dhcp/Queries.cc).
   void doStartDhcpQuery();
   void doStartStatelessDhcpQuery();
   // Starts a stateless client on the next interface to ask, and its timer. False when there is none.
@@ -312,10 +314,6 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   class KelStateTransitionClock;
   template <void (ZeroTouchSm::*handler)()>
   class KelChildProcess;
-  using KelDhclientChildProcess = KelChildProcess<&ZeroTouchSm::handleDhclientChildProcessStatus>;
-  using KelDhclient6ChildProcess = KelChildProcess<&ZeroTouchSm::handleDhclient6ChildProcessStatus>;
-  using KelDhclient6StatelessChildProcess =
-      KelChildProcess<&ZeroTouchSm::handleDhclient6StatelessChildProcessStatus>;
   class KelCurlSockFd;
   using KelScriptChildProcess = KelChildProcess<&ZeroTouchSm::handleScriptChildProcessStatus>;
 
@@ -365,10 +363,7 @@ class ZeroTouchSm : public ZeroTouchSmModel {
 
   // dhcp/
   std::vector<Kel::String> dhcpDevices() const;
-  char** allocReleaseCommandline(bool six, char const* caller) const;
   void selectIntfs6();
-  // Starts a client and frees its command line.
-  static Kel::Ptr<Kel::ChildSiginfo> execClient(char** cmdLine, char const* caller);
   bool readyWith(bool bootFile, char const* addrLabel, bool addrConfigured) const;
 
   // fetch/
@@ -408,14 +403,10 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   // Where the identity was applied, and the IPv6 address: by the time it is undone the answer may be gone.
   Wire::IntfId identityIntf_;
   std::optional<Wire::Ip6AddrWithMask> identityAddr6_;
-  Kel::Ptr<KelDhclientChildProcess> dhclientChildProcess_;
-  Kel::Ptr<KelDhclient6ChildProcess> dhclient6ChildProcess_;
-  Kel::Ptr<KelDhclient6StatelessChildProcess> dhclient6StatelessChildProcess_;
+  std::unique_ptr<DhcpClients> dhcpClients_;
   CurlTransfer* curlCBData_ = nullptr;  // owned
   Kel::Ptr<KelCurlSockFd> curlSockFd_;
   Kel::Ptr<KelScriptChildProcess> scriptChildProcess_;
-  bool dhclientConfigCut_ = false;
-  bool dhclient6ConfigCut_ = false;
   bool scriptSignalled_ = false;  // it was asked to end
 };
 
