@@ -1,5 +1,6 @@
 // The configuration files of the DHCP clients: a template, then statements that tell the server which switch
 // is asking. Written once per start attempt, before any client runs.
+#include <array>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
@@ -72,25 +73,35 @@ std::uintmax_t sizeOf(char const* path) {
   return error ? 0 : size;
 }
 
+// Empty when the file cannot be read to its end: half a template would be a mistake in the configuration.
+Kel::String contentOf(char const* path) {
+  std::ifstream in(path, std::ios::binary);
+  Kel::String result;
+  std::array<char, 4096> block;
+  while (in.read(block.data(), block.size()) || in.gcount() > 0) result.append(block.data(), in.gcount());
+  return in.bad() ? "" : result;
+}
+
 }  // namespace
 
 // Not truncated: a second start attempt in the same boot appends, and in these files the last statement wins.
-bool appendTemplate(char const* base, char const* generated) {
-  std::ifstream in(base, std::ios::binary);
+std::optional<std::size_t> appendTemplate(char const* base, char const* generated) {
   std::ofstream out(generated, std::ios::binary | std::ios::app);
-  if (!out) return false;
-  if (in && in.peek() != std::ifstream::traits_type::eof()) out << in.rdbuf();
-  return true;
+  if (!out) return std::nullopt;
+  Kel::String const content = contentOf(base);
+  out << content;
+  return content.size();
 }
 
 void DhcpClient::createConfig() {
   auto const before = sizeOf(kind_.config);
-  if (!appendTemplate(kind_.baseConfig, kind_.config)) {
+  auto const copied = appendTemplate(kind_.baseConfig, kind_.config);
+  if (!copied) {
     std::cerr << "Unable to open either " << kind_.baseConfig << " or " << kind_.config << "\n";
     KEL_ASSERT(!"dhclient configuration", "!\"dhclient configuration\"");
   }
   sm_.addIdentifierStatementsToDhclientConfig(kind_.config, kind_.version);
-  auto const added = sizeOf(kind_.baseConfig) + identifierStatements(sm_, kind_.version).size();
+  auto const added = *copied + identifierStatements(sm_, kind_.version).size();
   configCut_ = sizeOf(kind_.config) != before + added;
   if (!configCut_) return;
   std::error_code ignored;

@@ -114,9 +114,10 @@ struct DhcpClients {
   DhcpClient dhclient6Stateless;
 };
 
-// Appends the template to the generated file, which is made when missing. A template that cannot be read adds
-// nothing. False when the generated file cannot be opened.
-bool appendTemplate(char const* base, char const* generated);
+// Appends the template to the generated file, which is made when missing. A template that cannot be read to
+// its end adds nothing. Returns how many bytes it had to add, whether or not the disk had room for them;
+// nothing when the generated file cannot be opened.
+std::optional<std::size_t> appendTemplate(char const* base, char const* generated);
 
 // Ends a client that an earlier run left behind, told by its pid file.
 void doKillRunningDhclient(char const* pidFilePath);
