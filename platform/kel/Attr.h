@@ -21,8 +21,7 @@ class Attr {
   void set(Entity& owner, unsigned level, std::string_view name, T value, void (N::*hook)()) {
     if (value_ == value) return;
     value_ = std::move(value);
-    owner.notify<N>(
-        level, name, [hook](N& notifiee) { (notifiee.*hook)(); }, [] { return std::string_view(); });
+    owner.notify(level, name, hook);
   }
 
  private:

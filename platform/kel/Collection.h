@@ -72,9 +72,7 @@ class Collection {
                 void (N::*hook)(K const&)) {
     if (!owner.observed()) return;
     K const held = key;  // `key` may be part of what a handler deletes
-    owner.notify<N>(
-        level, name, [hook, &held](N& notifiee) { (notifiee.*hook)(held); },
-        [&held] { return Codec<K>::toText(held); });
+    owner.notify(level, name, hook, held);
   }
 
  private:

@@ -1,15 +1,17 @@
 // Entities, and the notifications that they send when they change.
 //
-// The rules, which every generated accessor follows (Attr.h and Collection.h call notify()):
-//  - a setter compares first; equal changes nothing and notifies nobody, else it stores and then notifies, in
-//  the
-//    order of registration;
-//  - a notifiee that goes away during a delivery is not called, one that registers during it is not called
-//  either (it
-//    has just looked at the state itself);
+// Every generated accessor follows these rules (Attr.h and Collection.h call notify()):
+//  - a setter compares first: an equal value changes nothing and notifies nobody; any other is stored, and
+//    then the notifiees are called in the order of their registration;
+//  - a notifiee that goes away during a delivery is not called; one that registers during it is not called
+//    either, for it has just looked at the state itself;
 //  - a handler may change or delete anything, the entity and itself included.
 #pragma once
 
+#include <array>
+#include <bit>
+#include <cstdint>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -19,11 +21,21 @@ namespace Kel {
 
 class Entity;
 struct EntityType;
+template <typename T>
+struct Codec;
 
 // What a reactor derives from, through the NotifieeConst class of the entity that it watches. Always held by
-// a Ptr.
+// a Ptr. Where one function is to be called, Kel::Reactor (Reactor.h) saves writing a class.
 class NotifieeBase : public RefCounted {
  public:
+  // Tells the hooks of one entity apart: the bits of the pointer to the hook, which name its place in the
+  // table of virtual functions.
+  using HookId = std::array<std::uintptr_t, 2>;
+  template <typename N, typename... Key>
+  static HookId idOf(void (N::*hook)(Key const&...)) {
+    return std::bit_cast<HookId>(hook);
+  }
+
   bool hasNotificationActive() const { return active_; }
   void hasNotificationActiveIs(bool active) { active_ = active; }
 
@@ -36,6 +48,12 @@ class NotifieeBase : public RefCounted {
 
  private:
   friend class Entity;
+  friend class Reactor;
+
+  // A notifiee of this level has no hooks of its own: onHook() is told which one is meant, and where the key
+  // is (nullptr for a plain attribute).
+  static constexpr unsigned allHooks = ~0U;
+  virtual void onHook(HookId, void const*) {}
 
   Ptr<Entity const> notifier_;
   unsigned level_;
@@ -69,9 +87,10 @@ class Entity : public RefCounted {
 
   // Calls `hook` on each notifiee of class N, then tells the watchers. `level` counts the classes between
   // Entity and the one that declares the attribute: a notifiee of a base class, registered on an object of a
-  // derived class, has no hook for it. `keyText` gives the text of the collection's key.
-  template <typename N, typename Hook, typename KeyText>
-  void notify(unsigned level, std::string_view attribute, Hook&& hook, KeyText&& keyText) const {
+  // derived class, has no hook for it. `key` is that of a collection's entry, which outlives the call.
+  template <typename N, typename... Key>
+  void notify(unsigned level, std::string_view attribute, void (N::*hook)(Key const&...),
+              Key const&... key) const {
     if (!observed()) return;
     Delivery const delivery(*this);
     for (std::size_t i = 0, count = notifiees_.size(); i < count; ++i) {
@@ -79,9 +98,15 @@ class Entity : public RefCounted {
       if (notifiee == nullptr || notifiee->beingDestroyed()) continue;
       if (!notifiee->active_ || notifiee->level_ < level) continue;
       Ptr<NotifieeBase> const hold(notifiee);
-      hook(static_cast<N&>(*notifiee));
+      if (notifiee->level_ == NotifieeBase::allHooks) {
+        void const* keyAddress = nullptr;
+        ((keyAddress = &key), ...);
+        notifiee->onHook(NotifieeBase::idOf(hook), keyAddress);
+      } else {
+        (static_cast<N&>(*notifiee).*hook)(key...);
+      }
     }
-    if (!watchers_.empty()) notifyWatchers(attribute, keyText());
+    if (!watchers_.empty()) notifyWatchers(attribute, (std::string() + ... + Codec<Key>::toText(key)));
   }
 
  private:

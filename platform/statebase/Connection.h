@@ -7,8 +7,9 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/kel/Clock.h"
 #include "platform/kel/FileDescriptor.h"
-#include "platform/statebase/Alarm.h"
+#include "platform/kel/Reactor.h"
 #include "platform/statebase/Rpc.h"
 #include "platform/statebase/Watch.h"
 
@@ -40,8 +41,6 @@ class Connection : public Kel::RefCounted, private RpcSession {
   void close();
 
  private:
-  class Reactor;
-
   Role role() const override { return role_; }
   Kel::Value watch(std::string const& path) override;
   bool unwatch(std::string const& path) override;
@@ -69,10 +68,13 @@ class Connection : public Kel::RefCounted, private RpcSession {
   int descriptor_;
   Role role_;
   OnClosed onClosed_;
-  Kel::Ptr<Kel::FileDescriptor> watched_;
-  Kel::Ptr<Reactor> reactor_;
-  Kel::Ptr<Alarm> changes_;
-  Kel::Ptr<Alarm> stall_;
+  Kel::Ptr<Kel::FileDescriptor> watched_ = Kel::makePtr<Kel::FileDescriptor>();
+  Kel::Reactor readable_{watched_, &Kel::FileDescriptor::NotifieeConst::onReadableCount, this,
+                         &Connection::onReadable};
+  Kel::Reactor writable_{watched_, &Kel::FileDescriptor::NotifieeConst::onWritableCount, this,
+                         &Connection::onWritable};
+  Kel::Alarm changes_{[this] { onChanges(); }};
+  Kel::Alarm stall_{[this] { close(); }};
   std::vector<std::unique_ptr<Watch>> watches_;
   std::string input_;
   std::string output_;

@@ -44,18 +44,7 @@ void removeStale(std::string const& path) {
 
 }  // namespace
 
-class Server::Listener : public Kel::FileDescriptor::NotifieeConst {
- public:
-  Listener(Kel::Ptr<Kel::FileDescriptor const> descriptor, Server& server)
-      : NotifieeConst(std::move(descriptor)), server_(server) {}
-  void onReadableCount() override { server_.acceptClients(); }
-
- private:
-  Server& server_;
-};
-
-Server::Server(Tree& tree, Options options)
-    : tree_(tree), options_(std::move(options)), watched_(Kel::makePtr<Kel::FileDescriptor>()) {
+Server::Server(Tree& tree, Options options) : tree_(tree), options_(std::move(options)) {
   if (!options_.roleOf)
     options_.roleOf = [this](int descriptor) { return peerRole(descriptor, options_.group); };
   makeDirectoryOf(options_.path);
@@ -66,8 +55,6 @@ Server::Server(Tree& tree, Options options)
     if (descriptor_ >= 0) close(descriptor_);
     throw;
   }
-  pause_ = Kel::makePtr<Alarm>([this] { watched_->notifyOnReadableIs(connections_.size() < maxClients); });
-  listener_ = Kel::makePtr<Listener>(watched_, *this);
   watched_->descriptorIs(descriptor_);
   watched_->notifyOnReadableIs(true);
 }
@@ -103,7 +90,7 @@ void Server::acceptClients() {
       admit(client);
     } else if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
       watched_->notifyOnReadableIs(false);
-      pause_->timeMinIs(Kel::now() + pauseWithoutDescriptors);
+      pause_.in(pauseWithoutDescriptors);
       return;
     } else if (errno != EINTR && errno != ECONNABORTED) {
       return;

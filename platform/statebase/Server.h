@@ -14,8 +14,9 @@
 #include <optional>
 #include <string>
 
+#include "platform/kel/Clock.h"
 #include "platform/kel/FileDescriptor.h"
-#include "platform/statebase/Alarm.h"
+#include "platform/kel/Reactor.h"
 #include "platform/statebase/SocketLock.h"
 #include "platform/statebase/Tree.h"
 
@@ -47,8 +48,6 @@ class Server {
   std::size_t clients() const { return connections_.size(); }
 
  private:
-  class Listener;
-
   void listenAt(std::string const& path);
   void acceptClients();
   void admit(int descriptor);
@@ -58,10 +57,11 @@ class Server {
   Options options_;
   std::unique_ptr<SocketLock> lock_;
   int descriptor_ = -1;
-  Kel::Ptr<Kel::FileDescriptor> watched_;
-  Kel::Ptr<Listener> listener_;
+  Kel::Ptr<Kel::FileDescriptor> watched_ = Kel::makePtr<Kel::FileDescriptor>();
+  Kel::Reactor listener_{watched_, &Kel::FileDescriptor::NotifieeConst::onReadableCount, this,
+                         &Server::acceptClients};
   // Ends a pause in accepting, when the process is out of descriptors.
-  Kel::Ptr<Alarm> pause_;
+  Kel::Alarm pause_{[this] { watched_->notifyOnReadableIs(connections_.size() < maxClients); }};
   std::map<Connection*, Kel::Ptr<Connection>> connections_;
 };
 
