@@ -5,7 +5,7 @@
 #include "platform/linux/PacketSocket.h"
 #include "tests/fuzz/Fuzz.h"
 #include "tests/fuzz/IdleAgent.h"
-#include "zerotouch/intf/IntfPamSm.h"
+#include "zerotouch/intf/LldpWatch.h"
 
 namespace {
 

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "platform/model/agent.h"
-#include "zerotouch/intf/ZeroTouchPamMan.h"
+#include "zerotouch/intf/LldpWatch.h"
 #include "zerotouch/sm/ZeroTouchSm.h"
 
 namespace ZeroTouch {

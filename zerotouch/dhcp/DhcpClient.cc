@@ -49,18 +49,6 @@ Kel::String bracketed(std::vector<Kel::String> const& names) {
 
 }  // namespace
 
-class DhcpClient::KelChildProcess : public Kel::ChildSiginfo::NotifieeConst {
- public:
-  KelChildProcess(Kel::Ptr<Kel::ChildSiginfo const> const& child, DhcpClient& client)
-      : NotifieeConst(child), child_(child), client_(client) {}
-  void onStatusCode() override { (client_.sm_.*client_.kind_.handleStatus)(); }
-  Kel::Ptr<Kel::ChildSiginfo const> const& child() const { return child_; }
-
- private:
-  Kel::Ptr<Kel::ChildSiginfo const> child_;
-  DhcpClient& client_;  // the owner
-};
-
 DhcpClients::DhcpClients(ZeroTouchSm& sm)
     : dhclient({.name = "dhclient",
                 .request = "dhcp request",
@@ -100,19 +88,17 @@ DhcpClients::DhcpClients(ZeroTouchSm& sm)
                           .intfDelAll = &ZeroTouchSmModel::dhclient6StatelessIntfDelAll},
                          sm) {}
 
-DhcpClient::DhcpClient(Kind const& kind, ZeroTouchSm& sm) : kind_(kind), sm_(sm) {}
-
-DhcpClient::~DhcpClient() = default;
-
-Kel::Ptr<Kel::ChildSiginfo const> DhcpClient::child() const { return child_ ? child_->child() : nullptr; }
-
 void DhcpClient::childIs(Kel::Ptr<Kel::ChildSiginfo> const& child) {
   childDel();
-  if (child) child_ = Kel::makePtr<KelChildProcess>(child, *this);
+  if (!child) return;
+  child_ = child;
+  childStatus_ =
+      Kel::Reactor(child_, &Kel::ChildSiginfo::NotifieeConst::onStatusCode, &sm_, kind_.handleStatus);
 }
 
 void DhcpClient::childDel() {
   child_ = nullptr;
+  childStatus_ = {};
   (sm_.*kind_.intfDelAll)();
 }
 
@@ -130,7 +116,7 @@ bool DhcpClient::start(char** cmdLine, bool releases, std::vector<Kel::String> c
 
 // The record of a process that has ended stays: its reactor is about to be told.
 void DhcpClient::stop(char const* caller) {
-  auto const process = child();
+  auto const process = child_;
   if (!process || process->ended()) return;
   CLIENT_TRACE(5, " - Killing running " << kind_.name << ", pid=" << process->pid());
   Kel::kill(process->pid(), SIGTERM);
@@ -138,7 +124,7 @@ void DhcpClient::stop(char const* caller) {
 }
 
 bool DhcpClient::ended(char const* caller) {
-  auto const process = child();
+  auto const process = child_;
   CLIENT_TRACE(5, " - " << kind_.name << " statusCode=" << process->statusCode());
   if (!process->ended()) return false;
   childDel();

@@ -6,6 +6,7 @@
 #include <span>
 
 #include "platform/kel/Log.h"
+#include "platform/kel/Reactor.h"
 #include "zerotouch/sm/ZeroTouchSm.h"
 
 namespace ZeroTouch {
@@ -66,11 +67,10 @@ class DhcpClient {
   };
 
   // The state machine must outlive the client.
-  DhcpClient(Kind const& kind, ZeroTouchSm& sm);
-  ~DhcpClient();
+  DhcpClient(Kind const& kind, ZeroTouchSm& sm) : kind_(kind), sm_(sm) {}
 
   // The record of the process, from its start until it ends or is stopped; else null.
-  Kel::Ptr<Kel::ChildSiginfo const> child() const;
+  Kel::Ptr<Kel::ChildSiginfo const> const& child() const { return child_; }
   void childIs(Kel::Ptr<Kel::ChildSiginfo> const& child);
   void childDel();
   bool releases() const { return child() && kind_.releases != nullptr && (sm_.*kind_.releases)(); }
@@ -95,13 +95,12 @@ class DhcpClient {
   void completeConfig();
 
  private:
-  class KelChildProcess;
-
   char** commandline(std::uint32_t argc, char const* caller, U32Ptr idx) const;
 
   Kind kind_;
   ZeroTouchSm& sm_;
-  Kel::Ptr<KelChildProcess> child_;
+  Kel::Ptr<Kel::ChildSiginfo const> child_;
+  Kel::Reactor childStatus_;
   bool configCut_ = false;
 };
 

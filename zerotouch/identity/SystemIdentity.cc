@@ -3,6 +3,7 @@
 
 #include "platform/kel/Assert.h"
 #include "zerotouch/agent/Events.h"
+#include "zerotouch/intf/Ports.h"
 #include "zerotouch/sm/SmTrace.h"
 
 namespace ZeroTouch {
@@ -58,11 +59,7 @@ void ZeroTouchSm::doConfigureInterfaceIPv4(Kel::Ptr<IntfStatus> const& intf,
   KEL_ASSERT(intfId, "intfId");
   SM_TRACE(5,
            " - Configuring interface " << intfId.stringValue() << " IP address as: " << addr.stringValue());
-  if (!ipConfig()->ipIntfConfig().contains(intfId)) createdIpConfig_.insert(intfId);
-  if (!l3ConfigDir()->intfConfig().contains(intfId)) createdL3Config_.insert(intfId);
-  auto const ip = ipConfig()->ipIntfConfigIs(intfId);
-  ip->l3ConfigIs(l3ConfigDir()->intfConfigIs(intfId));
-  ip->addrWithMaskIs(addr);
+  portConfig_->ipIntfConfigIs(intfId)->addrWithMaskIs(addr);
   identityIntf_ = intfId;
 }
 
@@ -72,11 +69,7 @@ void ZeroTouchSm::doConfigureInterfaceIPv6(Kel::Ptr<IntfStatus> const& intf,
   KEL_ASSERT(intfId, "intfId");
   SM_TRACE(5,
            " - Configuring interface " << intfId.stringValue() << " IP address as: " << addr.stringValue());
-  if (!ip6Config()->intf().contains(intfId)) createdIp6Config_.insert(intfId);
-  if (!l3ConfigDir()->intfConfig().contains(intfId)) createdL3Config_.insert(intfId);
-  auto const ip6 = ip6Config()->intfIs(intfId);
-  ip6->l3ConfigIs(l3ConfigDir()->intfConfigIs(intfId));
-  ip6->addrIs(addr);
+  portConfig_->ip6IntfConfigIs(intfId)->addrIs(addr);
   identityIntf_ = intfId;
   identityAddr6_ = addr;
 }

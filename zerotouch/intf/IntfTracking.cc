@@ -1,10 +1,8 @@
 // Which ports and port-channels take part in provisioning.
 #include <cstdlib>
 
-#include "zerotouch/intf/KelEthPhyIntfStatus.h"
-#include "zerotouch/sm/EntryReactors.h"
+#include "zerotouch/intf/Ports.h"
 #include "zerotouch/sm/SmTrace.h"
-#include "zerotouch/sm/ZeroTouchSm.h"
 
 namespace ZeroTouch {
 
@@ -42,15 +40,17 @@ bool ignoredAsManagement(Kel::String const& intfName) {
 
 bool ZeroTouchSm::shouldProcessIntfStatus() const { return mayActIn(stateSetupInterfaces() | stateRetry()); }
 
-void ZeroTouchSm::ethPhyIntfStatusIs(Wire::IntfId const& intfId) {
-  auto const port = episd()->intfStatus(intfId);
-  follow(ethPhyIntfStatus_, intfId, port, *this);
-  if (!port) intfNoSpeedChangePoolDel(intfId);
+void ZeroTouchSm::doSetupInterfaces() {
+  SM_TRACE(5, "");
+  ports_->handleRunStart();
+  handleEthPhyIntfStatus();
+  handleEthLagIntfStatus();
+  ports_->lookAtSkipped();
 }
 
 void ZeroTouchSm::handleEthPhyIntfStatus(Wire::IntfId intfId) {
   if (!enabled() || !shouldProcessIntfStatus()) {
-    skippedEthPhy_.insert(intfId);
+    ports_->skipEthPhy(intfId);
     return;
   }
   if (episd()->intfStatus(intfId)) {
@@ -71,7 +71,7 @@ void ZeroTouchSm::handleEthPhyIntfStatus() {
 
 void ZeroTouchSm::handleEthLagIntfStatus(Wire::IntfId intfId) {
   if (!shouldProcessIntfStatus()) {
-    skippedLag_.insert(intfId);
+    ports_->skipLag(intfId);
     return;
   }
   if (elisd()->intfStatus(intfId)) {
@@ -84,11 +84,6 @@ void ZeroTouchSm::handleEthLagIntfStatus(Wire::IntfId intfId) {
 
 void ZeroTouchSm::handleEthLagIntfStatus() {
   for (auto const& intfId : elisd()->intfStatus().keys()) handleEthLagIntfStatus(intfId);
-}
-
-void ZeroTouchSm::lookAtSkippedIntfs() {
-  for (auto const& intfId : std::exchange(skippedEthPhy_, {})) handleEthPhyIntfStatus(intfId);
-  for (auto const& intfId : std::exchange(skippedLag_, {})) handleEthLagIntfStatus(intfId);
 }
 
 void ZeroTouchSm::doRegisterEthPhyIntf(Kel::String intfName) {

@@ -1,6 +1,7 @@
 // The reactors of the state machine: what it watches, and which handler a change calls.
 #pragma once
 
+#include "zerotouch/intf/Ports.h"
 #include "zerotouch/sm/ZeroTouchSm.h"
 
 namespace ZeroTouch {
@@ -45,7 +46,7 @@ class ZeroTouchSm::KelEpisd : public Reactor<Interface::AllEthPhyIntfStatusDir> 
  public:
   using Reactor::Reactor;
   void onIntfStatus(Wire::IntfId const& intfId) override {
-    sm_.ethPhyIntfStatusIs(intfId);
+    sm_.ports_->ethPhyIntfStatusIs(intfId);
     sm_.handleEthPhyIntfStatus(intfId);
   }
 };
@@ -53,7 +54,9 @@ class ZeroTouchSm::KelEpisd : public Reactor<Interface::AllEthPhyIntfStatusDir> 
 class ZeroTouchSm::KelElisd : public Reactor<Interface::EthLagIntfStatusDir> {
  public:
   using Reactor::Reactor;
-  void onIntfStatus(Wire::IntfId const& intfId) override { sm_.handleEthLagIntfStatus(intfId); }
+  void onIntfStatus(Wire::IntfId const& intfId) override {
+    sm_.handleEthLagIntfStatus(intfId);
+  }
 };
 
 class ZeroTouchSm::KelEthDevPamCollection : public Reactor<Interface::EthDevPamCollection> {

@@ -4,6 +4,7 @@
 #include "platform/kel/ActivityManager.h"
 #include "zerotouch/agent/Events.h"
 #include "zerotouch/dhcp/DhcpClient.h"
+#include "zerotouch/intf/Ports.h"
 #include "zerotouch/sm/SmTrace.h"
 #include "zerotouch/sm/ZeroTouchSm.h"
 
@@ -113,8 +114,8 @@ void ZeroTouchSm::leaveAsFound() {
   intfStatus6StatelessDelAll();
   intfLldpPoolDelAll();
   intfNoSpeedChangePoolDelAll();
-  restoreSpeeds();
-  withdrawLayer3();
+  portConfig_->linkModeDelAll();
+  portConfig_->layer3DelAll();
 }
 
 }  // namespace ZeroTouch

@@ -3,6 +3,7 @@
 
 #include "platform/kel/Assert.h"
 #include "zerotouch/agent/Events.h"
+#include "zerotouch/intf/Ports.h"
 #include "zerotouch/sm/Reactors.h"
 #include "zerotouch/sm/SmTrace.h"
 #include "zerotouch/sm/ZeroTouchSm.h"
@@ -176,7 +177,7 @@ void ZeroTouchSm::enterRetry() {
     ZTP_RETRY.log(retryCount());
     doReleaseLease();
     doReleaseLease6();
-    lookAtSkippedIntfs();
+    ports_->lookAtSkipped();
     configureMultiSpeedInterfaces();
     doStartRetryWaitTimer();
   } else {

@@ -1,9 +1,9 @@
 #include "zerotouch/sm/ZeroTouchSm.h"
 
 #include "zerotouch/dhcp/DhcpClient.h"
-#include "zerotouch/dhcp/KelIntfDhcpStatus.h"
+#include "zerotouch/dhcp/Results.h"
 #include "zerotouch/identity/KelIpIntfStatus.h"
-#include "zerotouch/intf/KelEthPhyIntfStatus.h"
+#include "zerotouch/intf/Ports.h"
 #include "zerotouch/sm/Reactors.h"
 #include "zerotouch/sm/SmTrace.h"
 
@@ -44,10 +44,13 @@ ZeroTouchSm::ZeroTouchSm(
       kelEntityMibStatus_(Kel::makePtr<KelEntityMibStatus>(this->entityMibStatus(), *this)),
       clock_(Kel::makePtr<KelClock>(clock, *this)),
       stateTransitionClock_(Kel::makePtr<KelStateTransitionClock>(stateTransitionClock, *this)),
-      dhcpClients_(std::make_unique<DhcpClients>(*this)) {
+      ports_(std::make_unique<Ports>(*this)),
+      portConfig_(std::make_unique<PortConfig>(*this)),
+      dhcpClients_(std::make_unique<DhcpClients>(*this)),
+      dhcpResults_(std::make_unique<DhcpResults>()) {
   for (auto const& name : this->dhcpStatus()->intfDhcpStatus().keys()) intfDhcpStatusIs(name);
   for (auto const& name : this->dhcpStatus()->intfDhcp6Status().keys()) intfDhcp6StatusIs(name);
-  for (auto const& intfId : this->episd()->intfStatus().keys()) ethPhyIntfStatusIs(intfId);
+  for (auto const& intfId : this->episd()->intfStatus().keys()) ports_->ethPhyIntfStatusIs(intfId);
   for (auto const& intfId : this->ipStatus()->ipIntfStatus().keys()) ipIntfStatusIs(intfId);
   for (auto const& intfId : this->ip6Status()->intf().keys()) ip6IntfStatusIs(intfId);
   handleTimer();

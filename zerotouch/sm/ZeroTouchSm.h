@@ -159,7 +159,7 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   Kel::Ptr<EntityMibRootSm> entityMibRootSmIs(ZeroTouchSm* ztSm, Kel::Ptr<EntityMib::Fru const> const& root);
   void entityMibRootSmDel() { entityMibRootSm_ = nullptr; }
 
-  // --- Interfaces: which take part, their set-up (intf/IntfTracking.cc, intf/IntfSetup.cc) ---
+  // --- Interfaces: which take part, their set-up (intf/IntfTracking.cc, intf/PortConfig.cc) ---
 
   // Whether the view of the interfaces follows the platform now. In all other states it is frozen: what
   // changes meanwhile is remembered and looked at on the next entry to one of these.
@@ -183,7 +183,7 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   void findIntfStatusForKernelIntf(Kel::String kernelName, Kel::Ptr<IntfStatus>& out) const;
   void findIntfStatusForInterface(Kel::String intfName, Kel::Ptr<IntfStatus>& out) const;
 
-  // --- Speeds of the ports (intf/LinkModes.cc, intf/SpeedToggle.cc) ---
+  // --- Speeds of the ports (intf/Speeds.cc) ---
 
   using LinkModes = ZeroTouch::LinkModes;
   void initializeLinkModes();
@@ -240,6 +240,11 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   void doReleaseLease();
   void doReleaseLease6();
 
+  // Their records: each has a reactor, made or replaced with ...Is and dropped with ...Del.
+  void intfDhcpStatusIs(Kel::Name const& name);
+  void intfDhcpStatusDel(Kel::Name const& name);
+  void intfDhcp6StatusIs(Kel::Name const& name);
+  void intfDhcp6StatusDel(Kel::Name const& name);
   void handleIntfDhcpStatus(Kel::Name const& name);
   void handleIntfDhcpStatus();
   void handleIntfDhcp6Status(Kel::Name const& name);
@@ -292,22 +297,17 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   void handleScriptExecTimeoutValue();
 
  private:
-  // The reactors, one for each entity, clock and child that is watched; defined in sm/Reactors.h, that of a
-  // port in intf/KelEthPhyIntfStatus.h.
+  // The reactors, one for each entity, clock and child that is watched; defined in sm/Reactors.h.
   template <typename Watched>
   class Reactor;
   class KelConfig;
   class KelDhcpStatus;
-  class KelIntfDhcpResult;
-  class KelIntfDhcpStatus;
-  class KelIntfDhcp6Status;
   class KelIpStatus;
   class KelIpIntfStatus;
   class KelIp6Status;
   class KelIp6IntfStatus;
   class KelEpisd;
   class KelElisd;
-  class KelEthPhyIntfStatus;
   class KelEthDevPamCollection;
   class KelEntityMibStatus;
   class KelClock;
@@ -340,14 +340,11 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   bool isFixedSystem();
 
   // intf/
+  class Ports;
+  class PortConfig;
   void configureLayer3(Wire::IntfId const& intfId);
-  void withdrawLayer3();
-  void ethPhyIntfStatusIs(Wire::IntfId const& intfId);
-  void lookAtSkippedIntfs();
   void reconcileLldpWatch(Kel::Ptr<IntfStatus> const& record);
   void lldpWatchDel(Kel::Ptr<IntfStatus> const& record);
-  void applyLinkMode(Wire::IntfId const& intfId, Interface::EthLinkMode mode, bool autoneg);
-  void restoreSpeeds();
   void reportSpeedChanges();
 
   // identity/
@@ -356,12 +353,11 @@ class ZeroTouchSm : public ZeroTouchSmModel {
 
   // The reactors on the entries of the collections that are watched: each is made, replaced and dropped as
   // its entry comes, is replaced and goes.
-  void intfDhcpStatusIs(Kel::Name const& name);
-  void intfDhcp6StatusIs(Kel::Name const& name);
   void ipIntfStatusIs(Wire::IntfId const& intfId);
   void ip6IntfStatusIs(Wire::IntfId const& intfId);
 
   // dhcp/
+  struct DhcpResults;
   std::vector<Kel::String> dhcpDevices() const;
   void selectIntfs6();
   bool readyWith(bool bootFile, char const* addrLabel, bool addrConfigured) const;
@@ -386,24 +382,15 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   Kel::Ptr<KelStateTransitionClock> stateTransitionClock_;
   Kel::Ptr<EntityMibRootSm> entityMibRootSm_;
   Kel::Ptr<EntityMib::Fru const> chassis_;  // as the run found it
-  std::map<Wire::IntfId, Kel::Ptr<KelEthPhyIntfStatus>> ethPhyIntfStatus_;
-  std::map<Kel::Name, Kel::Ptr<KelIntfDhcpStatus>> intfDhcpStatus_;
-  std::map<Kel::Name, Kel::Ptr<KelIntfDhcp6Status>> intfDhcp6Status_;
   std::map<Wire::IntfId, Kel::Ptr<KelIpIntfStatus>> ipIntfStatus_;
   std::map<Wire::IntfId, Kel::Ptr<KelIp6IntfStatus>> ip6IntfStatus_;
-  // Changes that came while the view was frozen.
-  std::set<Wire::IntfId> skippedEthPhy_;
-  std::set<Wire::IntfId> skippedLag_;
-  // The configuration entries that this run has made; of the ports whose speed it has set, whether it made
-  // the entry.
-  std::set<Wire::IntfId> createdIpConfig_;
-  std::set<Wire::IntfId> createdIp6Config_;
-  std::set<Wire::IntfId> createdL3Config_;
-  std::map<Wire::IntfId, bool> speedSet_;
   // Where the identity was applied, and the IPv6 address: by the time it is undone the answer may be gone.
   Wire::IntfId identityIntf_;
   std::optional<Wire::Ip6AddrWithMask> identityAddr6_;
+  std::unique_ptr<Ports> ports_;
+  std::unique_ptr<PortConfig> portConfig_;
   std::unique_ptr<DhcpClients> dhcpClients_;
+  std::unique_ptr<DhcpResults> dhcpResults_;
   CurlTransfer* curlCBData_ = nullptr;  // owned
   Kel::Ptr<KelCurlSockFd> curlSockFd_;
   Kel::Ptr<KelScriptChildProcess> scriptChildProcess_;

@@ -1,6 +1,6 @@
-#include "zerotouch/intf/KelEthPhyIntfStatus.h"
+// What is watched of each port and port-channel.
+#include "zerotouch/intf/Ports.h"
 
-#include "platform/kel/ActivityManager.h"
 #include "zerotouch/sm/SmTrace.h"
 
 namespace ZeroTouch {
@@ -10,27 +10,48 @@ namespace {
 constexpr Kel::Seconds linkActiveHold = 120;
 }  // namespace
 
-ZeroTouchSm::KelEthPhyIntfStatus::KelEthPhyIntfStatus(Kel::Ptr<Interface::EthPhyIntfStatus const> const& port,
-                                                      ZeroTouchSm& sm)
-    : NotifieeConst(port), port_(port), sm_(sm) {
+ZeroTouchSm::Ports::Ports(ZeroTouchSm& sm) : sm_(sm) {}
+
+ZeroTouchSm::Ports::~Ports() = default;
+
+void ZeroTouchSm::Ports::ethPhyIntfStatusIs(Wire::IntfId const& intfId) {
+  auto const port = sm_.episd()->intfStatus(intfId);
+  Kel::follow(ethPhyIntfStatus_, intfId, port,
+              [this](auto const& entity) { return Kel::makePtr<KelEthPhyIntfStatus>(entity, sm_); });
+  if (!port) sm_.intfNoSpeedChangePoolDel(intfId);
+}
+
+void ZeroTouchSm::Ports::handleRunStart() {
+  for (auto const& [intfId, port] : ethPhyIntfStatus_) port->handleRunStart();
+}
+
+void ZeroTouchSm::Ports::lookAtSkipped() {
+  for (auto const& intfId : std::exchange(skippedEthPhy_, {})) sm_.handleEthPhyIntfStatus(intfId);
+  for (auto const& intfId : std::exchange(skippedLag_, {})) sm_.handleEthLagIntfStatus(intfId);
+}
+
+ZeroTouchSm::Ports::KelEthPhyIntfStatus::KelEthPhyIntfStatus(
+    Kel::Ptr<Interface::EthPhyIntfStatus const> const& port, ZeroTouchSm& sm)
+    : NotifieeConst(port),
+      port_(port),
+      sm_(sm),
+      intfLinkActiveClock_([this] { handleLinkActiveTimeout(intfId()); }) {
   handleInitialized(intfId());
 }
 
-void ZeroTouchSm::KelEthPhyIntfStatus::handleInitialized(Wire::IntfId const& intfId) {
-  intfLinkActiveClock_ =
-      Kel::makePtr<KelIntfLinkActiveClock>(Kel::activityManager()->config()->clock(), *this);
+void ZeroTouchSm::Ports::KelEthPhyIntfStatus::handleInitialized(Wire::IntfId const& intfId) {
   handleLinkAndActiveStatus(intfId);
 }
 
 // DHCP reports carry device names, so a record follows its device's name in any state.
-void ZeroTouchSm::KelEthPhyIntfStatus::onDeviceName() {
+void ZeroTouchSm::Ports::KelEthPhyIntfStatus::onDeviceName() {
   if (auto const record = sm_.phyIntfStatus(intfId()); record && record->ethIntfStatus() == port_) {
     record->kernelIntfNameIs(port_->deviceName());
   }
 }
 
 // Such a port may have come up at the wrong one of the two.
-bool ZeroTouchSm::KelEthPhyIntfStatus::canRunAt10GAnd40G(Wire::IntfId const& intfId) const {
+bool ZeroTouchSm::Ports::KelEthPhyIntfStatus::canRunAt10GAnd40G(Wire::IntfId const& intfId) const {
   if (auto const modes = sm_.linkModesOnIntf(intfId)) {
     return modes->mode().contains(Interface::EthLinkMode::linkMode10G) &&
            modes->mode().contains(Interface::EthLinkMode::linkMode40G);
@@ -40,7 +61,7 @@ bool ZeroTouchSm::KelEthPhyIntfStatus::canRunAt10GAnd40G(Wire::IntfId const& int
   return capabilities.mode10G && capabilities.mode40G;
 }
 
-void ZeroTouchSm::KelEthPhyIntfStatus::handleLinkAndActiveStatus(Wire::IntfId const& intfId) {
+void ZeroTouchSm::Ports::KelEthPhyIntfStatus::handleLinkAndActiveStatus(Wire::IntfId const& intfId) {
   if (canRunAt10GAnd40G(intfId)) {
     KEL_TRACE(traceZeroTouchSm, 5,
               "KelEthPhyIntfStatus::" << __func__ << " Ignoring link status for 10/40G capable "
@@ -52,36 +73,36 @@ void ZeroTouchSm::KelEthPhyIntfStatus::handleLinkAndActiveStatus(Wire::IntfId co
   bool const up = port_->linkStatus() == Interface::LinkStatus::up;
   if (up || !port_->active()) {
     sm_.intfNoSpeedChangePoolIs(port_);
-    intfLinkActiveClock_->timeMinIs(up ? Kel::now() + linkActiveHold : Kel::never);
+    intfLinkActiveClock_.at(up ? Kel::now() + linkActiveHold : Kel::never);
   } else {
     sm_.intfNoSpeedChangePoolDel(intfId);
-    intfLinkActiveClock_->timeMinIs(Kel::never);
+    intfLinkActiveClock_.cancel();
   }
 }
 
 // Disabling has emptied the pool; whatever spares the port still does so in the next run.
-void ZeroTouchSm::KelEthPhyIntfStatus::handleRunStart() {
-  bool const linkHolds = intfLinkActiveClock_->timeMin() != Kel::never;
+void ZeroTouchSm::Ports::KelEthPhyIntfStatus::handleRunStart() {
+  bool const linkHolds = intfLinkActiveClock_.isSet();
   bool const inactive = !port_->active() && port_->linkStatus() != Interface::LinkStatus::up;
   if (linkHolds || (inactive && !canRunAt10GAnd40G(intfId()))) sm_.intfNoSpeedChangePoolIs(port_);
 }
 
 // Provisioning has not finished over this link in time; another speed may do better.
-void ZeroTouchSm::KelEthPhyIntfStatus::handleLinkActiveTimeout(Wire::IntfId const& intfId) {
+void ZeroTouchSm::Ports::KelEthPhyIntfStatus::handleLinkActiveTimeout(Wire::IntfId const& intfId) {
   sm_.intfNoSpeedChangePoolDel(intfId);
-  intfLinkActiveClock_->timeMinIs(Kel::never);
+  intfLinkActiveClock_.cancel();
 }
 
-void ZeroTouchSm::KelEthPhyIntfStatus::handleForwardingModel() {
+void ZeroTouchSm::Ports::KelEthPhyIntfStatus::handleForwardingModel() {
   if (!sm_.enabled()) return;
   if (sm_.shouldProcessIntfStatus()) {
     sm_.doRegisterEthPhyIntf(intfId().stringValue());
   } else {
-    sm_.skippedEthPhy_.insert(intfId());
+    sm_.ports_->skipEthPhy(intfId());
   }
 }
 
-void ZeroTouchSm::KelEthPhyIntfStatus::handleLinkModeCapabilities(Wire::IntfId const& intfId) {
+void ZeroTouchSm::Ports::KelEthPhyIntfStatus::handleLinkModeCapabilities(Wire::IntfId const& intfId) {
   if (sm_.enabled()) sm_.addKnownLinkMode(intfId);
 }
 
