@@ -53,6 +53,20 @@ TEST_F(Intf, ports_are_followed_while_the_view_is_live) {
               sm().nextLinkModeForIntf().empty());
 }
 
+TEST_F(Intf, a_port_channel_is_followed_as_a_port_is) {
+  addLag("Port-Channel1", bridged);
+  inSetup();
+  auto const lag = platform.elisd->intfStatus(id("Port-Channel1"));
+  lag->forwardingModelIs(routed);
+  EXPECT_EQ(registered(), "Port-Channel1");
+  sm().currentStateIs(State::stateDhcpQuery);
+  lag->deviceNameIs("bond1");
+  lag->forwardingModelIs(bridged);
+  EXPECT_EQ(sm().intfStatus(id("Port-Channel1"))->kernelIntfName(), "bond1");
+  sm().nextStateIs(State::stateRetry);
+  EXPECT_EQ(registered(), "");
+}
+
 TEST_F(Intf, what_changes_while_the_view_is_frozen_is_looked_at_on_the_next_retry) {
   auto const turns = addPort("Ethernet1", bridged);
   addPort("Ethernet2", routed);

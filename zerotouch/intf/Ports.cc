@@ -21,6 +21,14 @@ void ZeroTouchSm::Ports::ethPhyIntfStatusIs(Wire::IntfId const& intfId) {
   if (!port) sm_.intfNoSpeedChangePoolDel(intfId);
 }
 
+void ZeroTouchSm::Ports::ethLagIntfStatusIs(Wire::IntfId const& intfId) {
+  using Hooks = Interface::EthIntfStatus::NotifieeConst;
+  Kel::follow(ethLagIntfStatus_, intfId, sm_.elisd()->intfStatus(intfId), [&](auto const& lag) {
+    return Kel::Reactor(lag, {&Hooks::onDeviceName, &Hooks::onForwardingModel},
+                        [this, intfId] { handleEthLagIntf(intfId); });
+  });
+}
+
 void ZeroTouchSm::Ports::handleRunStart() {
   for (auto const& [intfId, port] : ethPhyIntfStatus_) port->handleRunStart();
 }
@@ -28,6 +36,19 @@ void ZeroTouchSm::Ports::handleRunStart() {
 void ZeroTouchSm::Ports::lookAtSkipped() {
   for (auto const& intfId : std::exchange(skippedEthPhy_, {})) sm_.handleEthPhyIntfStatus(intfId);
   for (auto const& intfId : std::exchange(skippedLag_, {})) sm_.handleEthLagIntfStatus(intfId);
+}
+
+// As for a port: the record follows the device's name in any state, the registration while the view is live.
+void ZeroTouchSm::Ports::handleEthLagIntf(Wire::IntfId const& intfId) {
+  auto const lag = sm_.elisd()->intfStatus(intfId);
+  auto const record = sm_.lagIntfStatus(intfId);
+  if (record && record->ethIntfStatus() == lag) record->kernelIntfNameIs(lag->deviceName());
+  if (!sm_.enabled()) return;
+  if (sm_.shouldProcessIntfStatus()) {
+    sm_.doRegisterLagIntf(intfId.stringValue());
+  } else {
+    skipLag(intfId);
+  }
 }
 
 ZeroTouchSm::Ports::KelEthPhyIntfStatus::KelEthPhyIntfStatus(

@@ -7,7 +7,7 @@
 
 namespace ZeroTouch {
 
-// Holds the reactors on all ports, and remembers which of them changed while the view of
+// Holds the reactors on all ports and port-channels, and remembers which of them changed while the view of
 // the interfaces was frozen.
 class ZeroTouchSm::Ports {
  public:
@@ -17,6 +17,7 @@ class ZeroTouchSm::Ports {
 
   // To be called when an entry of the platform's directory has come, was replaced or has gone.
   void ethPhyIntfStatusIs(Wire::IntfId const& intfId);
+  void ethLagIntfStatusIs(Wire::IntfId const& intfId);
   // To be called when a run starts.
   void handleRunStart();
 
@@ -28,8 +29,11 @@ class ZeroTouchSm::Ports {
  private:
   class KelEthPhyIntfStatus;
 
+  void handleEthLagIntf(Wire::IntfId const& intfId);
+
   ZeroTouchSm& sm_;
   std::map<Wire::IntfId, Kel::Ptr<KelEthPhyIntfStatus>> ethPhyIntfStatus_;
+  std::map<Wire::IntfId, Kel::Reactor> ethLagIntfStatus_;
   std::set<Wire::IntfId> skippedEthPhy_;
   std::set<Wire::IntfId> skippedLag_;
 };

@@ -55,6 +55,7 @@ class ZeroTouchSm::KelElisd : public Reactor<Interface::EthLagIntfStatusDir> {
  public:
   using Reactor::Reactor;
   void onIntfStatus(Wire::IntfId const& intfId) override {
+    sm_.ports_->ethLagIntfStatusIs(intfId);
     sm_.handleEthLagIntfStatus(intfId);
   }
 };

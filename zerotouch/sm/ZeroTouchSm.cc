@@ -51,6 +51,7 @@ ZeroTouchSm::ZeroTouchSm(
   for (auto const& name : this->dhcpStatus()->intfDhcpStatus().keys()) intfDhcpStatusIs(name);
   for (auto const& name : this->dhcpStatus()->intfDhcp6Status().keys()) intfDhcp6StatusIs(name);
   for (auto const& intfId : this->episd()->intfStatus().keys()) ports_->ethPhyIntfStatusIs(intfId);
+  for (auto const& intfId : this->elisd()->intfStatus().keys()) ports_->ethLagIntfStatusIs(intfId);
   for (auto const& intfId : this->ipStatus()->ipIntfStatus().keys()) ipIntfStatusIs(intfId);
   for (auto const& intfId : this->ip6Status()->intf().keys()) ip6IntfStatusIs(intfId);
   handleTimer();
