@@ -49,6 +49,7 @@ TEST_F(Intf, ports_are_followed_while_the_view_is_live) {
   removePort("Ethernet2");
   removeLag("Port-Channel1");
   EXPECT_EQ(registered() + known() + socketsWanted(), "");
+  EXPECT_EQ(names(platform.ip6Config->intf()) + names(platform.l3ConfigDir->intfConfig()), "");
   EXPECT_TRUE(sm().lagIntfStatus().empty() && sm().linkModesOnIntf().empty() &&
               sm().nextLinkModeForIntf().empty());
 }

@@ -62,6 +62,7 @@ void ZeroTouchSm::handleEthPhyIntfStatus(Wire::IntfId intfId) {
     linkModesOnIntfDel(intfId);
     nextLinkModeForIntfDel(intfId);
     nextAnegModeForIntfDel(intfId);
+    if (!withdrawLayer3(intfId)) ports_->skipEthPhy(intfId);
   }
 }
 
@@ -79,6 +80,7 @@ void ZeroTouchSm::handleEthLagIntfStatus(Wire::IntfId intfId) {
     doRegisterLagIntf(intfId.stringValue());
   } else {
     doUnregisterLagIntf(intfId.stringValue());
+    if (!withdrawLayer3(intfId)) ports_->skipLag(intfId);
   }
 }
 

@@ -93,6 +93,12 @@ void ZeroTouchSm::configureLayer3(Wire::IntfId const& intfId) {
   doEnableOrDisableAcceptRaDefRtr(intfId, true);
 }
 
+bool ZeroTouchSm::withdrawLayer3(Wire::IntfId const& intfId) {
+  if (intfId == identityIntf_) return false;
+  portConfig_->layer3Del(intfId);
+  return true;
+}
+
 void ZeroTouchSm::doEnableOrDisableAcceptRa(Wire::IntfId intfId, bool enable) {
   SM_TRACE(5, " intf: " << intfId.stringValue() << " enable: " << enable);
   if (auto const ip6 = ip6Config()->intf(intfId)) {

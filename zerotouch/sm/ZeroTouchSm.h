@@ -343,6 +343,8 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   class Ports;
   class PortConfig;
   void configureLayer3(Wire::IntfId const& intfId);
+  // Of an interface that has gone. False while the identity is applied to it, which needs the entries.
+  bool withdrawLayer3(Wire::IntfId const& intfId);
   void reconcileLldpWatch(Kel::Ptr<IntfStatus> const& record);
   void lldpWatchDel(Kel::Ptr<IntfStatus> const& record);
   void reportSpeedChanges();
