@@ -27,7 +27,8 @@ Kel::String vendorId(EntityMib::Fru const& chassis) {
   return result;
 }
 
-// As dhclient reads the text back between quotes (dhclient.conf(5)); a plain identity stays as it is.
+// Escapes quotes, backslashes and control bytes so that dhclient reads the same text back from between quotes
+// (dhclient.conf(5)).
 Kel::String escaped(Kel::String const& text) {
   Kel::String result;
   for (char const c : text) {
@@ -51,7 +52,8 @@ Kel::String vendorOpts(Kel::String const& data) {
   Kel::String result;
   for (std::size_t i = 0; i < header.size(); i += 2) result += header.substr(i, 2) + ":";
   for (std::size_t i = 0; i < data.size(); ++i) {
-    // Widened as a signed character: a byte above 0x7f shows as ffffff80 and so on. Identities are ASCII.
+    // A byte above 0x7f is widened as a signed character and shows as ffffff80 and so on. Identities are
+    // ASCII.
     auto const widened = static_cast<std::uint32_t>(static_cast<signed char>(data[i]));
     result += (i == 0 ? "" : ":") + Kel::format("%02x", widened);
   }
@@ -84,7 +86,8 @@ Kel::String contentOf(char const* path) {
 
 }  // namespace
 
-// Not truncated: a second start attempt in the same boot appends, and in these files the last statement wins.
+// The generated file is not truncated: a second start attempt in the same boot appends, and of two equal
+// statements the last one counts.
 std::optional<std::size_t> appendTemplate(char const* base, char const* generated) {
   std::ofstream out(generated, std::ios::binary | std::ios::app);
   if (!out) return std::nullopt;
@@ -117,7 +120,7 @@ void ZeroTouchSm::doCreateDhclientConfigFile() { dhcpClients_->dhclient.createCo
 
 void ZeroTouchSm::doCreateDhclient6ConfigFile() { dhcpClients_->dhclient6.createConfig(); }
 
-// Without it a client would not even ask for a boot file.
+// A client without its configuration would not even ask for a boot file.
 void ZeroTouchSm::doCompleteDhclientConfigFiles() {
   dhcpClients_->dhclient.completeConfig();
   dhcpClients_->dhclient6.completeConfig();

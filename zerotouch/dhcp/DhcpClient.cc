@@ -114,7 +114,7 @@ bool DhcpClient::start(char** cmdLine, bool releases, std::vector<Kel::String> c
   return true;
 }
 
-// The record of a process that has ended stays: its reactor is about to be told.
+// The record of a process that has ended stays, since its handler is about to be called.
 void DhcpClient::stop(char const* caller) {
   auto const process = child_;
   if (!process || process->ended()) return;
@@ -193,13 +193,13 @@ void ZeroTouchSm::formBasicCommandLine(char** argv, U32Ptr idx) const {
   }
 }
 
-// The stateless client's arguments are the most: one size serves all three.
+// The stateless client has the most arguments, so this is enough for all three.
 std::uint32_t ZeroTouchSm::findArgcForDhclientAcquireCommandline() const {
   return nDefaultDhclient6StatelessArgs + nCommonDhclientArgs + 2 * nDefaultEnvVars + 2 +
          static_cast<std::uint32_t>(intfStatus().size());
 }
 
-// Room for the program, "-r", one interface and the null pointer.
+// The last four are the program, "-r", one interface and the null pointer.
 std::uint32_t ZeroTouchSm::findArgcForDhclientReleaseCommandline() {
   return nDefaultDhclientArgs + nCommonDhclientArgs + 2 * nDefaultEnvVars + 4;
 }

@@ -72,7 +72,7 @@ char** ZeroTouchSm::allocDhclient6AcquireCommandline() const {
   return dhcpClients_->dhclient6.acquireCommandline(kernelNames(intfStatus6()), __func__);
 }
 
-// One interface at a time: the first.
+// The stateless client asks one interface at a time, here the first.
 char** ZeroTouchSm::allocDhclient6StatelessAcquireCommandline(U32Ptr idx) const {
   auto devices = kernelNames(intfStatus6Stateless());
   if (!devices.empty()) devices.resize(1);

@@ -16,7 +16,18 @@ namespace {
 
 char const* text(bool value) { return value ? "true" : "false"; }
 
-// The script finds its reason where dhclient would put it.
+// Whether all three hold: a boot-file name, an address, and the time that the identity had to settle.
+bool readyWith(ZeroTouchSm const& sm, bool bootFile, char const* addrLabel, bool addrConfigured) {
+  bool const settled = sm.systemIdentitySetupTimerExpired();
+  bool const ready = bootFile && addrConfigured && settled;
+  SM_TRACE(5, (ready ? "" : " - NOT")
+                  << " Ready to fetch config -"
+                  << " bootFile=" << text(bootFile) << " " << addrLabel << "=" << text(addrConfigured)
+                  << " systemIdentitySetupTimerExpired=" << text(settled));
+  return ready;
+}
+
+// Runs the hook as a client would, which tells it the reason in its environment.
 void runCleanup(char const* reason) {
   setenv("reason", reason, 1);
   int const status = Kel::runAndWait(dhclientScriptFilePath, -1, -1, -1, -1);
@@ -128,7 +139,7 @@ bool ZeroTouchSm::readyToFetchConfigV4() const {
   if (!choosenIntf()) return false;
   auto const answer = dhcpStatus()->intfDhcpStatus(choosenIntf()->kernelIntfName());
   auto const ip = ipStatus()->ipIntfStatus(choosenIntf()->intfId());
-  return readyWith(answer && !answer->bootFileName().empty(), "ipv4AddrConfigured",
+  return readyWith(*this, answer && !answer->bootFileName().empty(), "ipv4AddrConfigured",
                    ip && ip->activeAddrWithMask() != Wire::IpAddrWithMask{});
 }
 
@@ -136,17 +147,8 @@ bool ZeroTouchSm::readyToFetchConfigV6() const {
   if (!choosenIntf()) return false;
   auto const answer = dhcpStatus()->intfDhcp6Status(choosenIntf()->kernelIntfName());
   auto const ip = ip6Status()->intf(choosenIntf()->intfId());
-  return readyWith(answer && !answer->bootFileName().empty(), "ipv6AddrConfigured",
+  return readyWith(*this, answer && !answer->bootFileName().empty(), "ipv6AddrConfigured",
                    ip && !ip->addr().empty());
-}
-
-bool ZeroTouchSm::readyWith(bool bootFile, char const* addrLabel, bool addrConfigured) const {
-  bool const ready = bootFile && addrConfigured && systemIdentitySetupTimerExpired();
-  SM_TRACE(5, (ready ? "" : " - NOT")
-                  << " Ready to fetch config -"
-                  << " bootFile=" << text(bootFile) << " " << addrLabel << "=" << text(addrConfigured)
-                  << " systemIdentitySetupTimerExpired=" << text(systemIdentitySetupTimerExpired()));
-  return ready;
 }
 
 }  // namespace ZeroTouch

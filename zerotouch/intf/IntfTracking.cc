@@ -54,7 +54,7 @@ void ZeroTouchSm::handleEthPhyIntfStatus(Wire::IntfId intfId) {
     return;
   }
   if (episd()->intfStatus(intfId)) {
-    configureLayer3(intfId);
+    portConfig_->layer3Is(intfId);
     doRegisterEthPhyIntf(intfId.stringValue());
     addKnownLinkMode(intfId);
   } else {
@@ -62,7 +62,7 @@ void ZeroTouchSm::handleEthPhyIntfStatus(Wire::IntfId intfId) {
     linkModesOnIntfDel(intfId);
     nextLinkModeForIntfDel(intfId);
     nextAnegModeForIntfDel(intfId);
-    if (!withdrawLayer3(intfId)) ports_->skipEthPhy(intfId);
+    if (!portConfig_->layer3Del(intfId)) ports_->skipEthPhy(intfId);
   }
 }
 
@@ -76,11 +76,11 @@ void ZeroTouchSm::handleEthLagIntfStatus(Wire::IntfId intfId) {
     return;
   }
   if (elisd()->intfStatus(intfId)) {
-    configureLayer3(intfId);
+    portConfig_->layer3Is(intfId);
     doRegisterLagIntf(intfId.stringValue());
   } else {
     doUnregisterLagIntf(intfId.stringValue());
-    if (!withdrawLayer3(intfId)) ports_->skipLag(intfId);
+    if (!portConfig_->layer3Del(intfId)) ports_->skipLag(intfId);
   }
 }
 
@@ -95,7 +95,7 @@ void ZeroTouchSm::doRegisterEthPhyIntf(Kel::String intfName) {
   if (!port) return;
   auto record = phyIntfStatus(intfId);
   if (record && record->ethIntfStatus() != port) {
-    // Removed and created again while nobody looked; the old record watches a port that is gone.
+    // The port was removed and made again while the view was frozen; the old record watches one that is gone.
     doUnregisterEthPhyIntf(intfName);
     record = nullptr;
   }
@@ -111,14 +111,14 @@ void ZeroTouchSm::doRegisterEthPhyIntf(Kel::String intfName) {
     SM_TRACE(5, " " << intfName << " unregistering, non-routed interface");
     doUnregisterIntf(record);
   }
-  reconcileLldpWatch(record);
+  ports_->reconcileLldpWatch(record);
 }
 
 void ZeroTouchSm::doUnregisterEthPhyIntf(Kel::String intfName) {
   Wire::IntfId const intfId(intfName);
   if (auto const record = phyIntfStatus(intfId)) {
     doUnregisterIntf(record);
-    lldpWatchDel(record);
+    ports_->lldpWatchDel(record);
   }
   pamDesiredIntfDir()->intfDesiredDel(intfId);
   phyIntfStatusDel(intfId);

@@ -111,23 +111,23 @@ void IntfPamSm::handleLldpTimeout() {
 }
 
 // The LLDP watch of a port exists while the platform holds a packet socket for it.
-void ZeroTouchSm::reconcileLldpWatch(Kel::Ptr<IntfStatus> const& record) {
-  if (!ethDevPamCollection()) return;
+void ZeroTouchSm::Ports::reconcileLldpWatch(Kel::Ptr<IntfStatus> const& record) {
+  if (!sm_.ethDevPamCollection()) return;
   Kel::String const& name = record->intfName();
-  auto const pam = ethDevPamCollection()->intfPam(record->intfId());
+  auto const pam = sm_.ethDevPamCollection()->intfPam(record->intfId());
   auto const watch = record->intfPamSm(name);
   if (watch && watch->pam() != pam) lldpWatchDel(record);
   if (pam && !record->intfPamSm(name)) {
-    record->intfPamSmIs(Kel::makePtr<IntfPamSm>(name, pam, this, record.get()));
+    record->intfPamSmIs(Kel::makePtr<IntfPamSm>(name, pam, &sm_, record.get()));
     SM_TRACE(5, " " << name << " pam created");
   }
 }
 
-// The hold clock goes with the watch, so nothing else would take the port out of the pool.
-void ZeroTouchSm::lldpWatchDel(Kel::Ptr<IntfStatus> const& record) {
+// The port leaves the pool too: the clock that would take it out goes with the watch.
+void ZeroTouchSm::Ports::lldpWatchDel(Kel::Ptr<IntfStatus> const& record) {
   if (record->intfPamSm().empty()) return;
   record->intfPamSmDelAll();
-  intfLldpPoolDel(record->intfId());
+  sm_.intfLldpPoolDel(record->intfId());
   SM_TRACE(5, " " << record->intfName() << " pam deleted");
 }
 

@@ -29,10 +29,18 @@ Kel::Ptr<Ip6::IntfConfig> ZeroTouchSm::PortConfig::ip6IntfConfigIs(Wire::IntfId 
   return ip6;
 }
 
-void ZeroTouchSm::PortConfig::layer3Del(Wire::IntfId const& intfId) {
+void ZeroTouchSm::PortConfig::layer3Is(Wire::IntfId const& intfId) {
+  ip6IntfConfigIs(intfId)->enableIs(true);
+  sm_.doEnableOrDisableAcceptRa(intfId, true);
+  sm_.doEnableOrDisableAcceptRaDefRtr(intfId, true);
+}
+
+bool ZeroTouchSm::PortConfig::layer3Del(Wire::IntfId const& intfId) {
+  if (intfId == sm_.identityIntf_) return false;
   if (ipMade_.erase(intfId) != 0) sm_.ipConfig()->ipIntfConfigDel(intfId);
   if (ip6Made_.erase(intfId) != 0) sm_.ip6Config()->intfDel(intfId);
   if (l3Made_.erase(intfId) != 0) sm_.l3ConfigDir()->intfConfigDel(intfId);
+  return true;
 }
 
 void ZeroTouchSm::PortConfig::layer3DelAll() {
@@ -86,19 +94,6 @@ void ZeroTouchSm::updateAdvertisedModes(Kel::Ptr<Interface::EthPhyIntfConfig> co
   config->advertisedModesConfiguredForSfp1000BaseTIs(false);
 }
 
-// IPv4 addresses come later, with the DHCP answer.
-void ZeroTouchSm::configureLayer3(Wire::IntfId const& intfId) {
-  portConfig_->ip6IntfConfigIs(intfId)->enableIs(true);
-  doEnableOrDisableAcceptRa(intfId, true);
-  doEnableOrDisableAcceptRaDefRtr(intfId, true);
-}
-
-bool ZeroTouchSm::withdrawLayer3(Wire::IntfId const& intfId) {
-  if (intfId == identityIntf_) return false;
-  portConfig_->layer3Del(intfId);
-  return true;
-}
-
 void ZeroTouchSm::doEnableOrDisableAcceptRa(Wire::IntfId intfId, bool enable) {
   SM_TRACE(5, " intf: " << intfId.stringValue() << " enable: " << enable);
   if (auto const ip6 = ip6Config()->intf(intfId)) {
@@ -106,7 +101,7 @@ void ZeroTouchSm::doEnableOrDisableAcceptRa(Wire::IntfId intfId, bool enable) {
   }
 }
 
-// Also when disabling: the default router stays accepted.
+// Disabling leaves the default router accepted too, unlike the addresses above.
 void ZeroTouchSm::doEnableOrDisableAcceptRaDefRtr(Wire::IntfId intfId, bool enable) {
   SM_TRACE(5, " intf: " << intfId.stringValue() << " enable: " << enable);
   if (auto const ip6 = ip6Config()->intf(intfId)) ip6->acceptRaDefRtrIs(true);

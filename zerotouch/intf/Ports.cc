@@ -71,13 +71,13 @@ void ZeroTouchSm::Ports::KelEthPhyIntfStatus::onDeviceName() {
   }
 }
 
-// Such a port may have come up at the wrong one of the two.
+// A port that runs at both may have come up at the wrong one, so its link does not protect its speed.
 bool ZeroTouchSm::Ports::KelEthPhyIntfStatus::canRunAt10GAnd40G(Wire::IntfId const& intfId) const {
   if (auto const modes = sm_.linkModesOnIntf(intfId)) {
     return modes->mode().contains(Interface::EthLinkMode::linkMode10G) &&
            modes->mode().contains(Interface::EthLinkMode::linkMode40G);
   }
-  // Not taken in yet.
+  // The port's modes have not been taken in yet.
   auto const& capabilities = port_->linkModeCapabilities();
   return capabilities.mode10G && capabilities.mode40G;
 }
@@ -87,7 +87,7 @@ void ZeroTouchSm::Ports::KelEthPhyIntfStatus::handleLinkAndActiveStatus(Wire::In
     KEL_TRACE(traceZeroTouchSm, 5,
               "KelEthPhyIntfStatus::" << __func__ << " Ignoring link status for 10/40G capable "
                                       << intfId.stringValue());
-    // It may have been put in before it told that it can run at both.
+    // The port may be in the pool from before it reported both speeds.
     handleLinkActiveTimeout(intfId);
     return;
   }
@@ -101,14 +101,14 @@ void ZeroTouchSm::Ports::KelEthPhyIntfStatus::handleLinkAndActiveStatus(Wire::In
   }
 }
 
-// Disabling has emptied the pool; whatever spares the port still does so in the next run.
+// The end of the last run has emptied the pool; a port whose speed is still to be left alone goes back in.
 void ZeroTouchSm::Ports::KelEthPhyIntfStatus::handleRunStart() {
   bool const linkHolds = intfLinkActiveClock_.isSet();
   bool const inactive = !port_->active() && port_->linkStatus() != Interface::LinkStatus::up;
   if (linkHolds || (inactive && !canRunAt10GAnd40G(intfId()))) sm_.intfNoSpeedChangePoolIs(port_);
 }
 
-// Provisioning has not finished over this link in time; another speed may do better.
+// Provisioning has not finished over this link in time, so another speed may be tried.
 void ZeroTouchSm::Ports::KelEthPhyIntfStatus::handleLinkActiveTimeout(Wire::IntfId const& intfId) {
   sm_.intfNoSpeedChangePoolDel(intfId);
   intfLinkActiveClock_.cancel();

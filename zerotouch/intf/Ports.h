@@ -26,6 +26,10 @@ class ZeroTouchSm::Ports {
   void skipLag(Wire::IntfId const& intfId) { skippedLag_.insert(intfId); }
   void lookAtSkipped();
 
+  // Makes the LLDP watch of a port, or drops it, as the platform opens and closes the port's packet socket.
+  void reconcileLldpWatch(Kel::Ptr<IntfStatus> const& record);
+  void lldpWatchDel(Kel::Ptr<IntfStatus> const& record);
+
  private:
   class KelEthPhyIntfStatus;
 
@@ -75,12 +79,16 @@ class ZeroTouchSm::PortConfig {
   // The state machine must outlive the object, and is its owner.
   explicit PortConfig(ZeroTouchSm& sm) : sm_(sm) {}
 
+  // Makes an interface routed, with IPv6 and router advertisements. IPv4 addresses come with the DHCP answer.
+  void layer3Is(Wire::IntfId const& intfId);
+  // Removes what this run has made for an interface that has gone. False when the identity is applied to it:
+  // it needs the entries until it is taken back.
+  bool layer3Del(Wire::IntfId const& intfId);
+  void layer3DelAll();
+
   // The entries of an interface, made when they are missing and joined to its layer-3 entry.
   Kel::Ptr<Ip::IpIntfConfig> ipIntfConfigIs(Wire::IntfId const& intfId);
   Kel::Ptr<Ip6::IntfConfig> ip6IntfConfigIs(Wire::IntfId const& intfId);
-  // Removes those that this run has made, of one interface or of all.
-  void layer3Del(Wire::IntfId const& intfId);
-  void layer3DelAll();
 
   void linkModeIs(Wire::IntfId const& intfId, Interface::EthLinkMode mode, bool autoneg);
   // Every port whose speed this run has set gets its default speed again.
@@ -90,11 +98,11 @@ class ZeroTouchSm::PortConfig {
   Kel::Ptr<L3::Intf::Config> l3IntfConfigIs(Wire::IntfId const& intfId);
 
   ZeroTouchSm& sm_;
-  // Of each entry that this run has made.
+  // The interfaces whose entries this run has made.
   std::set<Wire::IntfId> ipMade_;
   std::set<Wire::IntfId> ip6Made_;
   std::set<Wire::IntfId> l3Made_;
-  // Of each port whose speed it has set: whether it made the entry.
+  // The ports whose speed it has set, and whether it has made their entries.
   std::map<Wire::IntfId, bool> speedSet_;
 };
 

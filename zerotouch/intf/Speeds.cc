@@ -35,13 +35,13 @@ constexpr std::array speeds{
 
 constexpr std::string_view separator = ", ";
 
-// Names that were joined with a separator behind each, in brackets.
+// A list in which a separator follows each name, as "[a, b]".
 Kel::String bracketed(Kel::String const& names) {
   return "[" + names.substr(0, names.size() - std::min(names.size(), separator.size())) + "]";
 }
 
-// What follows a mode: the same one negotiated, where that may be tried, else the next one up, and from the
-// last back to the first.
+// The mode to try after `mode`: the same one with auto-negotiation where that may be tried, else the next one
+// in order, and after the last the first.
 std::pair<EthLinkMode, bool> following(LinkModes const& modes, EthLinkMode mode, bool autoneg) {
   auto const current = modes.mode().find(mode);
   if (current != modes.mode().end() && current->second && !autoneg) return {mode, true};
@@ -98,7 +98,7 @@ void ZeroTouchSm::configureMultiSpeedInterfaces() {
 void ZeroTouchSm::toggleIntfSpeed() {
   Kel::String heldByLldp;
   Kel::String heldByLink;
-  std::map<Kel::String, Kel::String> changed;  // names by mode; a switch has thousands of ports
+  std::map<Kel::String, Kel::String> changed;  // names by mode, put into the attribute once for all ports
   for (auto const& intfId : episd()->intfStatus().keys()) {
     auto const& name = intfId.stringValue();
     auto const port = episd()->intfStatus(intfId);
@@ -138,10 +138,6 @@ void ZeroTouchSm::toggleIntfSpeed() {
   if (!heldByLink.empty()) {
     SM_TRACE(5, " Not toggling speed on " << bracketed(heldByLink) << " beacuse their link status is UP ");
   }
-  reportSpeedChanges();
-}
-
-void ZeroTouchSm::reportSpeedChanges() {
   for (auto const& [mode, names] : intfsSpeedChanged()) {
     ZTP_INTERFACE_SPEED.log(mode, bracketed(names));
     SM_TRACE(5, " Setting interfaces " << bracketed(names) << " linkModeLocal to " << mode);

@@ -342,12 +342,6 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   // intf/
   class Ports;
   class PortConfig;
-  void configureLayer3(Wire::IntfId const& intfId);
-  // Of an interface that has gone. False while the identity is applied to it, which needs the entries.
-  bool withdrawLayer3(Wire::IntfId const& intfId);
-  void reconcileLldpWatch(Kel::Ptr<IntfStatus> const& record);
-  void lldpWatchDel(Kel::Ptr<IntfStatus> const& record);
-  void reportSpeedChanges();
 
   // identity/
   class IdentityWriter;
@@ -362,7 +356,6 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   struct DhcpResults;
   std::vector<Kel::String> dhcpDevices() const;
   void selectIntfs6();
-  bool readyWith(bool bootFile, char const* addrLabel, bool addrConfigured) const;
 
   // fetch/
   void forgetTransfer();
