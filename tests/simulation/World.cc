@@ -222,6 +222,16 @@ void World::hearLldp(unsigned index) {
     Kel::Ptr<Wire::Pam>(const_cast<Wire::Pam*>(pam.get()))->readableCountIs(pam->readableCount() + 1);
 }
 
+void World::socketChanges(unsigned index) {
+  auto const& sockets = agent->ztPamMan()->ethDevPamCollection();
+  bool const wanted = agent->ztPamMan()->pamDesiredIntfDir()->intfDesired(port(index));
+  if (sockets->intfPam(port(index))) {
+    sockets->intfPamDel(port(index));
+  } else if (wanted) {
+    sockets->intfPamIs(Kel::makePtr<Pam>(port(index)));
+  }
+}
+
 std::vector<Kel::Ptr<Kel::ChildSiginfo>> World::running() const {
   std::vector<Kel::Ptr<Kel::ChildSiginfo>> result;
   for (auto const& start : children.started) {
@@ -256,6 +266,7 @@ void World::handleState() {
   require(now != State::stateRetry || last_ != State::stateSetupSystemIdentity || identity().empty(),
           "an identity that did not work is left");
   if (now == State::stateSetupSystemIdentity) identity_ = identityOfAnswer();
+  if (now == State::stateDhcpQuery) frozen_ = knownPorts();
   last_ = now;
   note("-> " + std::string(stringValue(now)));
 }
