@@ -223,6 +223,16 @@ void World::hearLldp(unsigned index) {
     Kel::Ptr<Wire::Pam>(const_cast<Wire::Pam*>(pam.get()))->readableCountIs(pam->readableCount() + 1);
 }
 
+void World::socketChanges(unsigned index) {
+  auto const& sockets = agent->ztPamMan()->ethDevPamCollection();
+  bool const wanted = agent->ztPamMan()->pamDesiredIntfDir()->intfDesired(port(index));
+  if (sockets->intfPam(port(index))) {
+    sockets->intfPamDel(port(index));
+  } else if (wanted) {
+    sockets->intfPamIs(Kel::makePtr<Pam>(port(index)));
+  }
+}
+
 std::vector<Kel::Ptr<Kel::ChildSiginfo>> World::running() const {
   std::vector<Kel::Ptr<Kel::ChildSiginfo>> result;
   for (auto const& start : children.started) {
@@ -269,6 +279,7 @@ void World::handleState() {
   if ((now & (State::stateDhcpQuery | State::stateSetupSystemIdentity | State::stateFetchConfig |
               State::stateCopyConfigOrExecScript)) != State::stateInvalid)
     warned_ = false;
+  if (now == State::stateDhcpQuery) frozen_ = knownPorts();
   last_ = now;
   note("-> " + std::string(stringValue(now)));
 }

@@ -9,13 +9,13 @@
 
 #include "platform/kel/Assert.h"
 #include "platform/kel/Format.h"
-#include "zerotouch/utils/ZeroTouchUtils.h"
 #include "zerotouch/agent/Events.h"
 #include "zerotouch/fetch/CurlTransfer.h"
 #include "zerotouch/fetch/Install.h"
 #include "zerotouch/sm/ProvisioningTimers.h"
-#include "zerotouch/sm/Reactors.h"
 #include "zerotouch/sm/SmTrace.h"
+#include "zerotouch/sm/ZeroTouchSm.h"
+#include "zerotouch/utils/ZeroTouchUtils.h"
 
 namespace ZeroTouch {
 
@@ -43,11 +43,11 @@ Kel::String printable(Kel::String line) {
 
 }  // namespace
 
-Kel::Ptr<Kel::ChildSiginfo const> ZeroTouchSm::scriptChildProcess() const {
-  return scriptChildProcess_ ? scriptChildProcess_->child() : nullptr;
-}
 void ZeroTouchSm::scriptChildProcessIs(Kel::Ptr<Kel::ChildSiginfo> const& child) {
-  scriptChildProcess_ = child ? Kel::makePtr<KelScriptChildProcess>(child, *this) : nullptr;
+  scriptChildProcess_ = child;
+  scriptStatus_ = child ? Kel::Reactor(child, &Kel::ChildSiginfo::NotifieeConst::onStatusCode, this,
+                                       &ZeroTouchSm::handleScriptChildProcessStatus)
+                        : Kel::Reactor();
   scriptSignalled_ = false;
 }
 void ZeroTouchSm::scriptChildProcessDel() { scriptChildProcessIs(nullptr); }

@@ -2,8 +2,7 @@
 #include "platform/kel/Assert.h"
 #include "zerotouch/agent/Events.h"
 #include "zerotouch/identity/IdentityWriter.h"
-#include "zerotouch/identity/KelIpIntfStatus.h"
-#include "zerotouch/sm/EntryReactors.h"
+#include "zerotouch/intf/Ports.h"
 #include "zerotouch/sm/SmTrace.h"
 
 namespace ZeroTouch {
@@ -60,11 +59,7 @@ void ZeroTouchSm::doConfigureInterfaceIPv4(Kel::Ptr<IntfStatus> const& intf,
   KEL_ASSERT(intfId, "intfId");
   SM_TRACE(5,
            " - Configuring interface " << intfId.stringValue() << " IP address as: " << addr.stringValue());
-  if (!ipConfig()->ipIntfConfig().contains(intfId)) createdIpConfig_.insert(intfId);
-  if (!l3ConfigDir()->intfConfig().contains(intfId)) createdL3Config_.insert(intfId);
-  auto const ip = ipConfig()->ipIntfConfigIs(intfId);
-  ip->l3ConfigIs(l3ConfigDir()->intfConfigIs(intfId));
-  ip->addrWithMaskIs(addr);
+  portConfig_->ipIntfConfigIs(intfId)->addrWithMaskIs(addr);
   identityIntf_ = intfId;
 }
 
@@ -74,11 +69,7 @@ void ZeroTouchSm::doConfigureInterfaceIPv6(Kel::Ptr<IntfStatus> const& intf,
   KEL_ASSERT(intfId, "intfId");
   SM_TRACE(5,
            " - Configuring interface " << intfId.stringValue() << " IP address as: " << addr.stringValue());
-  if (!ip6Config()->intf().contains(intfId)) createdIp6Config_.insert(intfId);
-  if (!l3ConfigDir()->intfConfig().contains(intfId)) createdL3Config_.insert(intfId);
-  auto const ip6 = ip6Config()->intfIs(intfId);
-  ip6->l3ConfigIs(l3ConfigDir()->intfConfigIs(intfId));
-  ip6->addrIs(addr);
+  portConfig_->ip6IntfConfigIs(intfId)->addrIs(addr);
   identityIntf_ = intfId;
   identityAddr6_ = addr;
 }
@@ -108,29 +99,37 @@ void ZeroTouchSm::doUnconfigureSystemIdentity() {
 }
 
 void ZeroTouchSm::ipIntfStatusIs(Wire::IntfId const& intfId) {
-  follow(ipIntfStatus_, intfId, ipStatus()->ipIntfStatus(intfId), *this);
+  Kel::follow(ipIntfStatus_, intfId, ipStatus()->ipIntfStatus(intfId), [this, intfId](auto const& status) {
+    return Kel::Reactor(status, &Ip::IpIntfStatus::NotifieeConst::onActiveAddrWithMask,
+                        [this, intfId] { handleActiveAddrWithMask(intfId); });
+  });
 }
 
 void ZeroTouchSm::ip6IntfStatusIs(Wire::IntfId const& intfId) {
-  follow(ip6IntfStatus_, intfId, ip6Status()->intf(intfId), *this);
+  Kel::follow(ip6IntfStatus_, intfId, ip6Status()->intf(intfId), [this, intfId](auto const& status) {
+    return Kel::Reactor(status, &Ip6::IntfStatus::NotifieeConst::onAddr,
+                        [this, intfId](Wire::Ip6AddrWithMask const& addr) { handleAddr(intfId, addr); });
+  });
 }
 
-void ZeroTouchSm::KelIpIntfStatus::handleActiveAddrWithMask() {
-  if (!sm_.mayMoveOnFrom(stateSetupSystemIdentity())) return;
+void ZeroTouchSm::handleActiveAddrWithMask(Wire::IntfId const& intfId) {
+  if (!mayMoveOnFrom(stateSetupSystemIdentity())) return;
   Kel::Ptr<IntfStatus> intf;
-  sm_.findIntfStatusForInterface(notifier().intfId().stringValue(), intf);
-  if (!intf || notifier().activeAddrWithMask() == Wire::IpAddrWithMask{} || !sm_.readyToFetchConfigV4())
-    return;
-  sm_.doStateTransition(stateSetupSystemIdentity(), stateFetchConfig(), TransitionCause::addressActive);
+  findIntfStatusForInterface(intfId.stringValue(), intf);
+  auto const status = ipStatus()->ipIntfStatus(intfId);
+  bool const active = status && status->activeAddrWithMask() != Wire::IpAddrWithMask{};
+  if (!intf || !active || !readyToFetchConfigV4()) return;
+  doStateTransition(stateSetupSystemIdentity(), stateFetchConfig(), TransitionCause::addressActive);
 }
 
-void ZeroTouchSm::KelIp6IntfStatus::handleAddr(Wire::Ip6AddrWithMask const& addr) {
-  if (!sm_.mayMoveOnFrom(stateSetupSystemIdentity())) return;
+void ZeroTouchSm::handleAddr(Wire::IntfId const& intfId, Wire::Ip6AddrWithMask const& addr) {
+  if (!mayMoveOnFrom(stateSetupSystemIdentity())) return;
   Kel::Ptr<IntfStatus> intf;
-  sm_.findIntfStatusForInterface(notifier().intfId().stringValue(), intf);
-  bool const added = notifier().addr(addr) && !addr.address.isZero();
-  if (!intf || !added || !sm_.readyToFetchConfigV6()) return;
-  sm_.doStateTransition(stateSetupSystemIdentity(), stateFetchConfig(), TransitionCause::addressActive);
+  findIntfStatusForInterface(intfId.stringValue(), intf);
+  auto const status = ip6Status()->intf(intfId);
+  bool const added = status && status->addr(addr) && !addr.address.isZero();
+  if (!intf || !added || !readyToFetchConfigV6()) return;
+  doStateTransition(stateSetupSystemIdentity(), stateFetchConfig(), TransitionCause::addressActive);
 }
 
 }  // namespace ZeroTouch

@@ -4,7 +4,8 @@
 
 #include "platform/kel/ActivityManager.h"
 #include "zerotouch/agent/Events.h"
-#include "zerotouch/dhcp/DhclientFiles.h"
+#include "zerotouch/dhcp/DhcpClient.h"
+#include "zerotouch/intf/Ports.h"
 #include "zerotouch/sm/SmTrace.h"
 #include "zerotouch/sm/ZeroTouchSm.h"
 #include "zerotouch/utils/SettingsFile.h"
@@ -124,8 +125,8 @@ void ZeroTouchSm::leaveAsFound() {
   intfStatus6StatelessDelAll();
   intfLldpPoolDelAll();
   intfNoSpeedChangePoolDelAll();
-  restoreSpeeds();
-  withdrawLayer3();
+  portConfig_->linkModeDelAll();
+  portConfig_->layer3DelAll();
 }
 
 // The running timer is left alone: the state change that follows cancels it.

@@ -6,7 +6,6 @@
 #include "platform/kel/Assert.h"
 #include "zerotouch/agent/Events.h"
 #include "zerotouch/sm/ProvisioningTimers.h"
-#include "zerotouch/sm/Reactors.h"
 #include "zerotouch/sm/SmTrace.h"
 #include "zerotouch/sm/ZeroTouchSm.h"
 
@@ -44,14 +43,14 @@ void ZeroTouchSm::doStartTimer() {
   auto const current = timer();
   SM_TRACE(9, " - Started timer " << current->name() << " interval:" << current->interval()
                                   << " timeout:" << current->timeout());
-  clock_->timeMinIs(current->initTime() + current->interval());
+  timerAlarm_.at(current->initTime() + current->interval());
   timerActiveIs(true);
 }
 
 void ZeroTouchSm::doCancelTimer() {
   if (auto const current = timer()) SM_TRACE(8, " - " << current->name());
   timerActiveIs(false);
-  clock_->timeMinIs(Kel::never);
+  timerAlarm_.at(Kel::never);
 }
 
 void ZeroTouchSm::handleTimer() {
@@ -64,13 +63,13 @@ void ZeroTouchSm::handleTimer() {
   if (now >= current->initTime() + current->timeout()) {
     SM_TRACE(9, " - Stopping timer " << current->name());
     timerActiveIs(false);
-    clock_->timeMinIs(Kel::never);
+    timerAlarm_.at(Kel::never);
     current->handleTimerStop();
   } else {
     SM_TRACE(9, " - Timer tick " << current->name());
     current->handleTimerTick();
     // Unless the tick has asked for a change of state, which cancels the timer, or started another one.
-    if (timer() == current && timerActive()) clock_->timeMinIs(now + current->interval());
+    if (timer() == current && timerActive()) timerAlarm_.at(now + current->interval());
   }
 }
 

@@ -8,7 +8,6 @@
 #include <cerrno>
 #include <cstdlib>
 
-
 namespace ZeroTouch {
 
 namespace {

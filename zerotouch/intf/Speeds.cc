@@ -1,25 +1,47 @@
-// Cycling multi-speed ports through their speeds between retries: a port whose far end runs at another speed
-// never gets a link, and so never an answer. Ports that have a link or hear a neighbour are left alone.
-#include "platform/kel/Assert.h"
+// The speeds that each port can be tried at, and cycling multi-speed ports through them between retries: a
+// port whose far end runs at another speed never gets a link, and so never an answer. Ports that have a link
+// or hear a neighbour are left alone.
+#include <array>
+
 #include "zerotouch/agent/Events.h"
+#include "zerotouch/intf/Ports.h"
 #include "zerotouch/sm/SmTrace.h"
-#include "zerotouch/sm/ZeroTouchSm.h"
 
 namespace ZeroTouch {
 
 namespace {
 
 using Interface::EthLinkMode;
+using Interface::EthLinkModeSet;
+
+struct Speed {
+  EthLinkMode mode;
+  bool EthLinkModeSet::*capability;
+  char const* word;
+  bool negotiable;  // on a port that can negotiate
+};
+
+constexpr std::array speeds{
+    Speed{EthLinkMode::linkMode10G, &EthLinkModeSet::mode10G, "10g", false},
+    Speed{EthLinkMode::linkMode25G, &EthLinkModeSet::mode25G, "25g", true},
+    Speed{EthLinkMode::linkMode40G, &EthLinkModeSet::mode40G, "40g", true},
+    Speed{EthLinkMode::linkMode50G, &EthLinkModeSet::mode50G, "50g", true},
+    Speed{EthLinkMode::linkMode50G1, &EthLinkModeSet::mode50G1, "50g-1", false},
+    Speed{EthLinkMode::linkMode100G, &EthLinkModeSet::mode100G, "100g", true},
+    Speed{EthLinkMode::linkMode100G2, &EthLinkModeSet::mode100G2, "100g-2", false},
+    Speed{EthLinkMode::linkMode200G4, &EthLinkModeSet::mode200G4, "200g-4", false},
+    Speed{EthLinkMode::linkMode400G8, &EthLinkModeSet::mode400G8, "400g-8", false},
+};
 
 constexpr std::string_view separator = ", ";
 
-// Names that were joined with a separator behind each, in brackets.
+// A list in which a separator follows each name, as "[a, b]".
 Kel::String bracketed(Kel::String const& names) {
   return "[" + names.substr(0, names.size() - std::min(names.size(), separator.size())) + "]";
 }
 
-// What follows a mode: the same one negotiated, where that may be tried, else the next one up, and from the
-// last back to the first.
+// The mode to try after `mode`: the same one with auto-negotiation where that may be tried, else the next one
+// in order, and after the last the first.
 std::pair<EthLinkMode, bool> following(LinkModes const& modes, EthLinkMode mode, bool autoneg) {
   auto const current = modes.mode().find(mode);
   if (current != modes.mode().end() && current->second && !autoneg) return {mode, true};
@@ -29,6 +51,40 @@ std::pair<EthLinkMode, bool> following(LinkModes const& modes, EthLinkMode mode,
 }
 
 }  // namespace
+
+void ZeroTouchSm::initializeLinkModes() {
+  for (auto const& intfId : episd()->intfStatus().keys()) addKnownLinkMode(intfId);
+}
+
+void ZeroTouchSm::addKnownLinkMode(Wire::IntfId intfId) {
+  linkModesOnIntfDel(intfId);
+  nextLinkModeForIntfDel(intfId);
+  nextAnegModeForIntfDel(intfId);
+  auto const port = episd()->intfStatus(intfId);
+  if (!port) return;
+  if (port->autonegCapability() == Interface::AutonegCapability::baseT) {
+    SM_TRACE(5, " Setting Base-T interface " << intfId.stringValue() << " to default ");
+    return;
+  }
+  auto const modes = linkModesOnIntfIs(intfId);
+  bool const negotiates = port->autonegCapability() == Interface::AutonegCapability::capable;
+  for (Speed const& speed : speeds) {
+    if (port->linkModeCapabilities().*speed.capability)
+      modes->modeIs(speed.mode, speed.negotiable && negotiates);
+  }
+  if (modes->mode().empty()) return;
+  modes->modeIs(EthLinkMode::linkModeDefault, false);
+  nextLinkModeForIntfIs(intfId, EthLinkMode::linkModeDefault);
+  nextAnegModeForIntfIs(intfId, false);
+}
+
+Kel::String ZeroTouchSm::getLinkModeAsString(Interface::EthLinkMode mode, bool autoneg) const {
+  if (mode == EthLinkMode::linkModeDefault) return "default speed";
+  for (Speed const& speed : speeds) {
+    if (speed.mode == mode) return Kel::String(autoneg ? "auto " : "forced ") + speed.word;
+  }
+  return stringValue(mode);
+}
 
 void ZeroTouchSm::configureMultiSpeedInterfaces() {
   if (intfSpeedToggleRetryCounter() % maxIntfSpeedToggleRetryCount() == 0) {
@@ -42,7 +98,7 @@ void ZeroTouchSm::configureMultiSpeedInterfaces() {
 void ZeroTouchSm::toggleIntfSpeed() {
   Kel::String heldByLldp;
   Kel::String heldByLink;
-  std::map<Kel::String, Kel::String> changed;  // names by mode; a switch has thousands of ports
+  std::map<Kel::String, Kel::String> changed;  // names by mode, put into the attribute once for all ports
   for (auto const& intfId : episd()->intfStatus().keys()) {
     auto const& name = intfId.stringValue();
     auto const port = episd()->intfStatus(intfId);
@@ -72,7 +128,7 @@ void ZeroTouchSm::toggleIntfSpeed() {
                               << " nextLinkMode: " << stringValue(nextMode)
                               << " nextAnegMode: " << nextAutoneg);
     changed[getLinkModeAsString(mode, autoneg)].append(name).append(separator);
-    applyLinkMode(intfId, mode, autoneg);
+    portConfig_->linkModeIs(intfId, mode, autoneg);
   }
   for (auto const& [text, names] : changed) intfsSpeedChangedIs(text, names);
   if (!heldByLldp.empty()) {
@@ -82,55 +138,6 @@ void ZeroTouchSm::toggleIntfSpeed() {
   if (!heldByLink.empty()) {
     SM_TRACE(5, " Not toggling speed on " << bracketed(heldByLink) << " beacuse their link status is UP ");
   }
-  reportSpeedChanges();
-}
-
-void ZeroTouchSm::applyLinkMode(Wire::IntfId const& intfId, EthLinkMode mode, bool autoneg) {
-  bool const created = !epicd()->intfConfig().contains(intfId);
-  auto const config = epicd()->intfConfigIs(intfId);
-  speedSet_.try_emplace(intfId, created);
-  if (!autoneg) {
-    config->linkModeLocalIs(mode);
-  } else if (mode == EthLinkMode::linkMode40G) {
-    config->linkModeLocalIs(EthLinkMode::linkModeAutoneg40G);
-  } else {
-    config->linkModeLocalIs(EthLinkMode::linkModeAutoneg);
-    updateAdvertisedModes(config, mode);
-  }
-}
-
-void ZeroTouchSm::updateAdvertisedModes(Kel::Ptr<Interface::EthPhyIntfConfig> const& config,
-                                        EthLinkMode mode) {
-  Interface::EthLinkModeSet advertised;
-  switch (mode) {
-    case EthLinkMode::linkMode25G:
-      advertised.mode25G = true;
-      break;
-    case EthLinkMode::linkMode50G:
-      advertised.mode50G = true;
-      break;
-    case EthLinkMode::linkMode100G:
-      advertised.mode100G = true;
-      break;
-    default:
-      KEL_ASSERT(0 && "autoneg for linkMode not supported", "0 && \"autoneg for linkMode not supported\"");
-  }
-  config->advertisedModesLocalIs(advertised);
-  config->advertisedModesConfiguredLocalIs(true);
-  config->advertisedModesConfiguredForSfp1000BaseTIs(false);
-}
-
-void ZeroTouchSm::restoreSpeeds() {
-  for (auto const& [intfId, created] : std::exchange(speedSet_, {})) {
-    if (auto const config = epicd()->intfConfig(intfId)) {
-      config->linkModeLocalIs(EthLinkMode::linkModeDefault);
-      config->advertisedModesConfiguredLocalIs(false);
-      if (created) epicd()->intfConfigDel(intfId);
-    }
-  }
-}
-
-void ZeroTouchSm::reportSpeedChanges() {
   for (auto const& [mode, names] : intfsSpeedChanged()) {
     ZTP_INTERFACE_SPEED.log(mode, bracketed(names));
     SM_TRACE(5, " Setting interfaces " << bracketed(names) << " linkModeLocal to " << mode);

@@ -14,7 +14,7 @@ import sys
 def main():
     build, parts = pathlib.Path(sys.argv[1]).resolve(), sys.argv[2:]
     os.environ["ZEROTOUCH_BUILD"] = str(build)  # before the lab is imported
-    sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2]))
+    sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1]))
     import many_ports
     import measuring
     import on_switch
