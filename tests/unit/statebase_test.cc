@@ -86,13 +86,11 @@ class StateSocket : public ::testing::Test, protected TestTree {
     EXPECT_EQ(peer.write(text), text.size());
     return heard(peer);
   }
-  std::string refusalToServe(std::string const& socketPath) {
-    try {
-      Server const second(tree, {.path = socketPath, .group = {}, .roleOf = {}});
-      return "";
-    } catch (SocketError const& error) {
-      return error.what();
-    }
+  std::string refusalToServe(std::string const& socketPath) try {
+    Server const second(tree, {.path = socketPath, .group = {}, .roleOf = {}});
+    return "";
+  } catch (SocketError const& error) {
+    return error.what();
   }
 
   Kel::testing::SimulatedTime time;
