@@ -71,7 +71,7 @@ int send(Netlink& netlink, RoutePtr const& route, int flags) {
 nl_msg* dumpRequest() {
   nl_msg* const message = nlmsg_alloc_simple(RTM_GETROUTE, NLM_F_DUMP);
   if (message == nullptr) throw std::bad_alloc();
-  // A kernel that heeds these leaves out what is not ours.
+  // A kernel that applies these filters leaves out the routes of others.
   rtmsg header{};
   header.rtm_family = AF_INET;
   header.rtm_protocol = KernelRoutes::protocol;
@@ -103,7 +103,7 @@ std::optional<std::map<Wire::IpAddrWithMask, NextHops>> KernelRoutes::read() {
       hops.insert({fromKernel(rtnl_route_nh_get_gateway(next)), rtnl_route_nh_get_ifindex(next)});
     }
   };
-  // The kernel says so when the routes changed under the dump.
+  // Reading fails when the routes change meanwhile, and is repeated.
   constexpr int attempts = 3;
   for (int i = 0; i < attempts; ++i) {
     result.clear();

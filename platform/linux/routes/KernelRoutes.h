@@ -19,7 +19,7 @@ using NextHops = std::set<NextHop>;
 
 class KernelRoutes {
  public:
-  // None of those in rtnetlink(7) or iproute2's rt_protos.
+  // The protocol number of our routes, which neither rtnetlink(7) nor iproute2's rt_protos names.
   static constexpr std::uint8_t protocol = 142;
   // A prefix and a metric make a route unique in its table. With one that nobody else uses, a route of
   // somebody else to the same prefix can neither be in the way nor be replaced; where it has the better
@@ -35,7 +35,7 @@ class KernelRoutes {
   int add(Wire::IpAddrWithMask const& prefix, NextHops const& hops);
   int replace(Wire::IpAddrWithMask const& prefix, NextHops const& hops);
   int remove(Wire::IpAddrWithMask const& prefix);
-  // All of ours; how many there were.
+  // Removes all of our routes and returns how many there were.
   unsigned removeAll();
 
  private:

@@ -14,7 +14,8 @@ namespace {
 
 Kel::TraceFacility trace("RouteApplier");
 
-// An address comes a moment after the routes that need it, and a link flaps: neither is worth a warning.
+// How long a next hop may be refused before there is a warning, in seconds: an address comes a moment after
+// the routes that need it, and links flap.
 constexpr Kel::Seconds grace = 3;
 constexpr Kel::Seconds readAgainDelay = 1;
 
@@ -80,7 +81,7 @@ std::map<Wire::IpAddrWithMask, RouteApplier::Vias> RouteApplier::wanted() {
   return result;
 }
 
-// Returns what is not in use, with the reasons; "" when all is.
+// Returns the next hops that are not in use with the reasons; "" when all are in use.
 Kel::String RouteApplier::install(Wire::IpAddrWithMask const& prefix, Vias const& vias,
                                   NextHops const& present) {
   NextHops all;
@@ -108,7 +109,7 @@ Kel::String RouteApplier::install(Wire::IpAddrWithMask const& prefix, Vias const
 
   bool const asWanted = good.size() == all.size() && present.size() == all.size();
   if (asWanted || (!all.empty() && set(all) == 0)) return refused;
-  // Those that are no longer wanted go, even if nothing comes in their place.
+  // Next hops that are no longer wanted are removed even if none of the new ones is accepted.
   if (!good.empty() && good.size() != present.size()) set(good);
   for (NextHop const& hop : all) {
     if (good.contains(hop)) continue;
