@@ -18,8 +18,8 @@ String BootMemory::inNamespace(char const* kind) {
   return "boot " + boot + " namespace " + space.string();
 }
 
-std::optional<String> BootMemory::contents() const {
-  auto const file = readFile(path_);
+std::optional<String> BootMemory::contents(String* failure) const {
+  auto const file = readFile(path_, failure);
   if (!file || !file->starts_with(about_)) return std::nullopt;
   return file->substr(about_.size());
 }

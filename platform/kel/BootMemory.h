@@ -23,8 +23,8 @@ class BootMemory {
   // The first line with its end.
   String const& firstLine() const { return about_; }
 
-  // What was kept last; nothing when nothing was.
-  std::optional<String> contents() const;
+  // What was kept last; nothing when nothing was. `failure`, when given, is set as by readFile.
+  std::optional<String> contents(String* failure = nullptr) const;
   // Keeps this instead of what was kept before, and makes the folder when there is none. "" or what failed.
   String keep(String const& contents) const;
   // "" or what failed.

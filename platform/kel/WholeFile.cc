@@ -123,12 +123,17 @@ String outcome(String const& path, int error) { return error == 0 ? "" : failed(
 
 }  // namespace
 
-std::optional<String> readFile(String const& path) {
+std::optional<String> readFile(String const& path, String* failure) {
+  auto const refuse = [&](int error) {
+    if (failure != nullptr && error != ENOENT) *failure = failed("read", path, error);
+    return std::nullopt;
+  };
+  if (failure != nullptr) failure->clear();
   Descriptor const file(openRegular(path, 0));
-  if (!file) return std::nullopt;
+  if (!file) return refuse(errno);
   String contents, piece(pieceBytes, '\0');
   while (ssize_t const got = readSome(file.get(), piece)) {
-    if (got < 0) return std::nullopt;
+    if (got < 0) return refuse(errno);
     contents.append(piece, 0, static_cast<std::size_t>(got));
   }
   return contents;

@@ -15,8 +15,9 @@
 namespace Kel {
 
 // The contents of a regular file; nothing when there is none or it cannot be read. A named pipe is no regular
-// file, so that this never waits.
-std::optional<String> readFile(String const& path);
+// file, so that this never waits. `failure`, when given, is set to what failed, or to "" when the file was
+// read or there is none.
+std::optional<String> readFile(String const& path, String* failure = nullptr);
 
 // Replaces what stands at `path`, be it a link, by a file with this mode that belongs to this process.
 String replaceFile(String const& path, String const& contents, unsigned mode = 0644);

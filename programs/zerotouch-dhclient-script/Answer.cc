@@ -22,7 +22,7 @@ void limit(std::vector<T>& list, std::size_t most, std::string_view option, Comp
   list.erase(list.begin() + static_cast<std::ptrdiff_t>(most), list.end());
 }
 
-// The usable ones of an option's addresses.
+// The addresses of an option that can be used.
 template <typename Addr>
 std::vector<Addr> addresses(Environment const& environment, std::string_view option, Complaints& complaints) {
   std::vector<Addr> result;
@@ -49,7 +49,7 @@ struct Routes {
   std::vector<Wire::IpAddr> gateways;  // next hops of the default route
 };
 
-// Bounds the notification, which has to fit into one line of the state tree's socket.
+// Bounds the message, which has to fit into one line of the state tree's socket.
 constexpr std::size_t mostRoutes = 128;
 
 void addRoute(Routes& routes, Routes::Route const& route, std::string_view option, Complaints& complaints) {
@@ -63,8 +63,8 @@ void addRoute(Routes& routes, Routes::Route const& route, std::string_view optio
   }
 }
 
-// Bytes in decimal: per route the length of its mask, as many bytes of the destination as that covers, and
-// the next hop.
+// Reads classless routes: decimal bytes, for each route the length of its mask, as many bytes of the
+// destination as the mask covers, and the next hop (RFC 3442).
 class ClasslessReader {
  public:
   explicit ClasslessReader(std::string_view text) : words_(words(text)) {}
@@ -118,7 +118,7 @@ Routes classlessRoutes(Environment const& environment, Complaints& complaints) {
   return result;
 }
 
-// A destination has no mask here: it is a network of its class, or one machine.
+// The destination of a classful route has no mask: it is a network of its class, or one machine.
 Wire::IpAddrWithMask classNetwork(Wire::IpAddr destination) {
   if (destination.isZero()) return {};
   Wire::IpAddrWithMask const ofClass{destination, Grammar::classMaskLength(destination)};
@@ -244,8 +244,8 @@ class Reader {
     return true;
   }
 
-  // The client writes each with a dot at its end, and escapes what is in them in the way of DNS; no such
-  // character can be in a host's name.
+  // The client writes a dot behind each name and escapes special characters as DNS does; a name with such a
+  // character is refused.
   void firstSearchDomain() {
     constexpr char const* option = "dhcp6.domain-search";
     auto const domains = words(plainOption(environment_, option));
@@ -301,7 +301,7 @@ Kel::ValueMap answerV4(Environment const& environment, Complaints& complaints) {
   reader.text("domainName", "domain-name", Grammar::nameFault);
   reader.text("serverName", "tftp-server-name", Grammar::nameFault);
   reader.logServers();
-  // Option 67, else the field that BOOTP had for it.
+  // Option 67 counts before the field that BOOTP had for the file's name.
   if (!reader.text("bootFileName", "bootfile-name", Grammar::fileNameFault))
     reader.text("bootFileName", "filename", Grammar::fileNameFault);
   return reader.take();

@@ -18,7 +18,7 @@ struct Message {
 // texts are limited so that a message always fits into one line of the socket.
 std::optional<Message> messageFor(Environment const& environment, Complaints& complaints);
 
-// Whether the host waits for the end of the hook, and so cannot answer in the meantime.
+// Whether the host waits for the hook to end, and so cannot answer meanwhile.
 bool hostWaits(Environment const& environment);
 
 // The lease in the client's own file (dhclient.leases(5)).

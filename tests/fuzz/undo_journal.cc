@@ -2,7 +2,7 @@
 #include "platform/kel/BootMemory.h"
 #include "platform/kel/Log.h"
 #include "platform/linux/settings/SettingKinds.h"
-#include "platform/linux/settings/UndoJournal.h"
+#include "platform/linux/settings/DeviceSettings.h"
 #include "tests/fuzz/Fuzz.h"
 
 void fuzz(std::string_view input) {

@@ -117,7 +117,7 @@ BITS(modes200G4, BIT(200000baseKR4), BIT(200000baseSR4), BIT(200000baseLR4_ER4_F
      BIT(200000baseCR4));
 BITS(modes400G8, BIT(400000baseKR8), BIT(400000baseSR8), BIT(400000baseLR8_ER8_FR8), BIT(400000baseDR8),
      BIT(400000baseCR8));
-// The speeds at which a twisted pair runs.
+// All modes that use twisted pair (Base-T).
 BITS(modesBaseT, ETHTOOL_LINK_MODE_10baseT_Half_BIT, BIT(10baseT), ETHTOOL_LINK_MODE_100baseT_Half_BIT,
      BIT(100baseT), ETHTOOL_LINK_MODE_1000baseT_Half_BIT, BIT(1000baseT), BIT(2500baseT), BIT(5000baseT),
      BIT(10000baseT));

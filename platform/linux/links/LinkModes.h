@@ -14,7 +14,7 @@
 
 namespace Linux {
 
-// Of ETHTOOL_LINK_MODE_*_BIT; larger than any kernel's.
+// A set of ETHTOOL_LINK_MODE_*_BIT. It has room for more of them than any kernel defines.
 using LinkModeMask = std::bitset<512>;
 
 struct LinkSettings {

@@ -20,10 +20,9 @@ namespace {
 
 Kel::TraceFacility trace("Netlink");
 
-// What one pass of the loop handles at most, so that a storm of notifications holds nobody up.
+// The most messages that one pass of the loop handles, so that a storm of them does not hold up other work.
 constexpr int eventsPerPass = 64;
-// Between an overrun and the dump: a storm that goes on costs a few dumps a second and not all the time there
-// is.
+// How long after an overrun everything is read anew, in seconds. It bounds the cost of a storm that goes on.
 constexpr Kel::Seconds resyncDelay = 0.05;
 constexpr Kel::Seconds resyncRetryDelay = 1;
 // A device with many virtual functions needs more than libnl's default of four pages.
@@ -98,9 +97,9 @@ void Netlink::openEvents(int receiveBuffer) {
   nl_socket_modify_cb(events_, NL_CB_VALID, NL_CB_CUSTOM, onMessage, this);
   nl_socket_modify_cb(requests_, NL_CB_VALID, NL_CB_CUSTOM, onMessage, this);
   nl_socket_set_nonblocking(events_);
-  // Beyond the system's limit, which root may pass; without it the socket overruns earlier.
+  // Root may exceed the system's limit. Should it be refused, the socket only overruns earlier.
   setsockopt(nl_socket_get_fd(events_), SOL_SOCKET, SO_RCVBUFFORCE, &receiveBuffer, sizeof receiveBuffer);
-  // Lets the kernel leave out what was not asked for.
+  // With this option the kernel applies the filters of a request for a dump.
   int const strict = 1;
   setsockopt(nl_socket_get_fd(requests_), SOL_NETLINK, NETLINK_GET_STRICT_CHK, &strict, sizeof strict);
   int const error = nl_socket_add_memberships(events_, RTNLGRP_LINK, RTNLGRP_IPV4_IFADDR, RTNLGRP_IPV6_IFADDR,
@@ -172,7 +171,8 @@ void Netlink::takeAddress(nlmsghdr* message) {
   changed_.push_back({true, address->ifIndex});
 }
 
-// After each message and not once per pass: a link that went down and came up again has done both.
+// Called after each message rather than once per pass, so that listeners hear of a link that goes down and
+// comes up again at once.
 void Netlink::announce() {
   auto const changed = std::exchange(changed_, {});
   for (Changed const& change : changed) {
@@ -211,8 +211,8 @@ void Netlink::resync() {
 }
 
 bool Netlink::dump() {
-  // The kernel says when something changed under a dump; what is inconsistent even after some attempts, the
-  // notifications set right.
+  // The kernel marks a dump that something changed under, and it is repeated. What is inconsistent after the
+  // last attempt is corrected by the notifications, which are read afterwards.
   constexpr int attempts = 3;
   ++dumps_;
   int error = -NLE_DUMP_INTR;
@@ -233,7 +233,7 @@ int Netlink::dumpLinks() {
   return request(message);
 }
 
-// Of one device, or (0) of all.
+// Asks for the addresses of one device, or of all devices when `ifIndex` is 0.
 int Netlink::dumpAddresses(int ifIndex) {
   nl_msg* const message = newRequest(RTM_GETADDR);
   ifaddrmsg header{};
@@ -249,7 +249,7 @@ int Netlink::request(nl_msg* message) {
 }
 
 int Netlink::change(nl_msg* message) {
-  // libnl has no words for many of the kernel's errors.
+  // libnl maps the kernel's errors to fewer ones of its own, so the number is taken from the message itself.
   int systemError = 0;
   nl_cb* const usual = nl_socket_get_cb(requests_);
   nl_cb* const callbacks = nl_cb_clone(usual);

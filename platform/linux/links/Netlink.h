@@ -83,8 +83,8 @@ class Netlink {
   void listenerIs(Listener* listener) { listeners_.push_back(listener); }
   void listenerDel(Listener* listener);
 
-  // Asks the kernel, for when a change just made counts already. Nothing when it does not answer (the device
-  // is gone).
+  // Asks the kernel for the addresses of one device as they are now, which includes changes whose
+  // notification has not been read yet. Nothing when the device is gone.
   std::optional<Addresses> readAddresses(int ifIndex);
   // Reads everything anew and announces the differences.
   void resync();

@@ -25,7 +25,7 @@ constexpr std::array<std::string_view, 12> noPorts = {"bridge",    "openvswitch"
                                                       "geneve",    "gretap",      "ip6gretap", "erspan",
                                                       "ip6erspan", "bareudp",     "batadv",    "macsec"};
 
-// Nothing for a device that is never a port, whatever its name.
+// Returns nothing for a device that is never a port, whatever its name.
 std::optional<PortKind> kindOf(Link const& link) {
   if (link.type != ARPHRD_ETHER || (link.flags & IFF_LOOPBACK) != 0) return std::nullopt;
   if (std::ranges::find(noPorts, link.kind) != noPorts.end()) return std::nullopt;
@@ -88,7 +88,8 @@ void LinkWatcher::onAddresses(int ifIndex) {
   if (known != tracked_.end() && link != nullptr) updatePort(known->second, *link);
 }
 
-// At once, and not on a later pass: who makes a port a layer-3 one may look at its forwarding model next.
+// The forwarding model changes within the call that changed the configuration, since the caller may read it
+// next.
 void LinkWatcher::handleL3Config(Wire::IntfId const& intfId) {
   auto const owner = owners_.find(intfId);
   if (owner == owners_.end()) return;
@@ -262,8 +263,8 @@ void AddressWatcher::handlePort(Wire::IntfId const& intfId) {
   update(*entities_.ip6Status->intfIs(intfId), addresses);
 }
 
-// The entity has room for one. The configured one counts most, so that whoever waits for it sees it; then the
-// one that was in use before; then a primary one.
+// The entity holds one address. The configured one is preferred, so that whoever waits for it sees it; next
+// the one that was shown before; next a primary address.
 void AddressWatcher::update(Ip::IpIntfStatus& status, Addresses const& addresses) const {
   auto const& config = entities_.ipConfig->ipIntfConfig(status.intfId());
   Wire::IpAddrWithMask best;

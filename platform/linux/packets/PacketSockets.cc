@@ -44,8 +44,8 @@ void addMembership(int socket, int ifIndex, int type, Wire::EthAddr const& addre
   setOption(socket, SOL_PACKET, PACKET_ADD_MEMBERSHIP, request, call);
 }
 
-// One per port takes many numbers. The low ones are left to those who can use no others, as whatever works
-// with select(2); where the limit on descriptors is low there is no such room, and nothing to leave.
+// Gives the descriptor a number above what select(2) can handle, since there is one for each port and code
+// that uses select needs the low numbers. It keeps its number when the limit on descriptors is too low.
 Descriptor moveUp(Descriptor low) {
   Descriptor high(fcntl(low.get(), F_DUPFD_CLOEXEC, FD_SETSIZE));
   return high ? std::move(high) : std::move(low);
@@ -64,7 +64,7 @@ Descriptor openSocket(int ifIndex, PacketSocketOptions const& options) {
   }
   setOption(fd, SOL_SOCKET, SO_RCVBUF, receiveBuffer, "SO_RCVBUF");
   setOption(fd, SOL_PACKET, PACKET_AUXDATA, 1, "PACKET_AUXDATA");
-  // Spares the filter this system's own traffic; kernels before 4.20 do not have it.
+  // Keeps frames that this system sends from reaching the filter. Kernels before 4.20 do not have the option.
   int const on = 1;
   setsockopt(fd, SOL_PACKET, PACKET_IGNORE_OUTGOING, &on, sizeof on);
   addMembership(fd, ifIndex, PACKET_MR_MULTICAST, options.listenAddr, "PACKET_MR_MULTICAST");
@@ -78,7 +78,7 @@ Descriptor openSocket(int ifIndex, PacketSocketOptions const& options) {
   return opened;
 }
 
-// Empty when there is no frame, or none from outside.
+// Returns an empty frame when there is none, or when this system sent it.
 std::vector<std::uint8_t> receive(int socket, Wire::IntfId const& intfId) {
   std::array<std::uint8_t, maxFrame> buffer;
   alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof(tpacket_auxdata))> control;
@@ -182,7 +182,7 @@ PacketSockets::~PacketSockets() {
   while (!open_.empty()) close(open_.begin()->first);
 }
 
-// What is open was opened with other options.
+// Closes all sockets, since they were opened with other options.
 void PacketSockets::handleOptions() {
   while (!open_.empty()) close(open_.begin()->first);
   if (!manager_->enabled()) return;

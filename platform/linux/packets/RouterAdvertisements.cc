@@ -17,7 +17,7 @@ constexpr std::size_t optionUnit = 8;
 constexpr std::uint8_t managedFlag = 0x80;
 constexpr std::uint8_t otherFlag = 0x40;
 
-// Each option gives its length in its second byte.
+// The second byte of each option is its length in units of 8 bytes.
 Kel::String checkOptions(std::span<std::uint8_t const> options) {
   while (!options.empty()) {
     if (options.size() < 2) return "option cut off";
@@ -52,7 +52,8 @@ constexpr Kel::Seconds solicitationInterval = 4;
 
 }  // namespace
 
-// One port with a link. Its one clock serves the next solicitation and the end of the router's lifetime.
+// One port whose link is up. Its clock is set for the next solicitation or the end of the router's lifetime,
+// whichever comes first.
 class RouterAdvertisements::Listener : public Kel::Clock::NotifieeConst {
  public:
   Listener(RouterAdvertisements& owner, Wire::IntfId intfId)
@@ -113,7 +114,7 @@ class RouterAdvertisements::Listener : public Kel::Clock::NotifieeConst {
     auto const record = before ? before : Kel::makePtr<RouterAdvt::RaPacket>(intfId_);
     record->managedIs(advertisement_.managed);
     record->otherIs(advertisement_.other);
-    // A new one is announced with its flags set.
+    // The flags of a new record are set before it is announced.
     owner_.status_->raPacketIs(record);
   }
   void withdraw() { owner_.status_->raPacketDel(intfId_); }

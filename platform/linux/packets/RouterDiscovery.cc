@@ -50,7 +50,7 @@ Descriptor openSocket() {
   return opened;
 }
 
-// What recvmsg(2) tells besides the message.
+// What recvmsg(2) reports besides the message.
 struct Arrival {
   int ifIndex = 0;
   int hopLimit = -1;
@@ -127,7 +127,7 @@ bool RouterDiscovery::receive() {
 
 void RouterDiscovery::solicit(int ifIndex, Wire::Ip6Addr const& source, Wire::EthAddr const& macAddr) const {
   if (!socket_) return;
-  // The checksum is the kernel's.
+  // The kernel fills in the checksum.
   std::array<std::uint8_t, 16> packet{ND_ROUTER_SOLICIT};
   packet[8] = sourceLinkLayerAddress;
   packet[9] = 1;  // in units of 8 bytes

@@ -1,7 +1,15 @@
 #include "platform/linux/routes/RouteApplier.h"
 
+#include <arpa/inet.h>
+#include <linux/rtnetlink.h>
+#include <netlink/msg.h>
+#include <netlink/route/route.h>
+
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
+#include <memory>
+#include <new>
 #include <utility>
 
 #include "platform/kel/Trace.h"
@@ -12,9 +20,134 @@ namespace Linux {
 
 namespace {
 
+struct PutRoute {
+  void operator()(rtnl_route* route) const { rtnl_route_put(route); }
+};
+using RoutePtr = std::unique_ptr<rtnl_route, PutRoute>;
+
+struct PutAddress {
+  void operator()(nl_addr* address) const { nl_addr_put(address); }
+};
+using AddressPtr = std::unique_ptr<nl_addr, PutAddress>;
+
+AddressPtr toKernel(Wire::IpAddr const& address, int prefixLength = 32) {
+  std::uint32_t const bytes = htonl(address.value);
+  AddressPtr result(nl_addr_build(AF_INET, &bytes, sizeof bytes));
+  if (!result) throw std::bad_alloc();
+  nl_addr_set_prefixlen(result.get(), prefixLength);
+  return result;
+}
+
+// 0.0.0.0 when there is none, or it is of another family.
+Wire::IpAddr fromKernel(nl_addr* address) {
+  std::uint32_t bytes = 0;
+  if (address == nullptr || nl_addr_get_len(address) != sizeof bytes) return {};
+  std::memcpy(&bytes, nl_addr_get_binary_addr(address), sizeof bytes);
+  return {ntohl(bytes)};
+}
+
+RoutePtr newRoute(Wire::IpAddrWithMask const& prefix, NextHops const& hops) {
+  RoutePtr route(rtnl_route_alloc());
+  if (!route) throw std::bad_alloc();
+  rtnl_route_set_family(route.get(), AF_INET);
+  rtnl_route_set_table(route.get(), RT_TABLE_MAIN);
+  rtnl_route_set_protocol(route.get(), KernelRoutes::protocol);
+  rtnl_route_set_priority(route.get(), KernelRoutes::metric);
+  rtnl_route_set_type(route.get(), RTN_UNICAST);
+  rtnl_route_set_dst(route.get(), toKernel(prefix.address, prefix.maskLength).get());
+  bool allOnLink = true;
+  for (NextHop const& hop : hops) {
+    rtnl_nexthop* const next = rtnl_route_nh_alloc();
+    if (next == nullptr) throw std::bad_alloc();
+    if (!hop.gateway.isZero()) rtnl_route_nh_set_gateway(next, toKernel(hop.gateway).get());
+    if (hop.ifIndex != 0) rtnl_route_nh_set_ifindex(next, hop.ifIndex);
+    rtnl_route_add_nexthop(route.get(), next);
+    allOnLink = allOnLink && hop.gateway.isZero();
+  }
+  rtnl_route_set_scope(route.get(), !hops.empty() && allOnLink ? RT_SCOPE_LINK : RT_SCOPE_UNIVERSE);
+  return route;
+}
+
+int send(Netlink& netlink, RoutePtr const& route, int flags) {
+  nl_msg* message = nullptr;
+  int const error = rtnl_route_build_add_request(route.get(), flags, &message);
+  return error < 0 ? EINVAL : netlink.change(message);
+}
+
+nl_msg* dumpRequest() {
+  nl_msg* const message = nlmsg_alloc_simple(RTM_GETROUTE, NLM_F_DUMP);
+  if (message == nullptr) throw std::bad_alloc();
+  // A kernel that applies these filters leaves out the routes of others.
+  rtmsg header{};
+  header.rtm_family = AF_INET;
+  header.rtm_protocol = KernelRoutes::protocol;
+  header.rtm_table = RT_TABLE_MAIN;
+  nlmsg_append(message, &header, sizeof header, NLMSG_ALIGNTO);
+  return message;
+}
+
+bool isOurs(rtnl_route* route) {
+  return rtnl_route_get_family(route) == AF_INET && rtnl_route_get_table(route) == RT_TABLE_MAIN &&
+         rtnl_route_get_protocol(route) == KernelRoutes::protocol &&
+         rtnl_route_get_priority(route) == KernelRoutes::metric;
+}
+
+}  // namespace
+
+std::optional<std::map<Wire::IpAddrWithMask, NextHops>> KernelRoutes::read() {
+  std::map<Wire::IpAddrWithMask, NextHops> result;
+  auto const take = [&result](nlmsghdr* message) {
+    rtnl_route* parsed = nullptr;
+    if (message->nlmsg_type != RTM_NEWROUTE || rtnl_route_parse(message, &parsed) < 0) return;
+    RoutePtr const route(parsed);
+    if (!isOurs(parsed)) return;
+    nl_addr* const destination = rtnl_route_get_dst(parsed);
+    auto const length = static_cast<std::uint8_t>(destination ? nl_addr_get_prefixlen(destination) : 0);
+    NextHops& hops = result[{fromKernel(destination), length}];
+    for (int i = 0; i < rtnl_route_get_nnexthops(parsed); ++i) {
+      rtnl_nexthop* const next = rtnl_route_nexthop_n(parsed, i);
+      hops.insert({fromKernel(rtnl_route_nh_get_gateway(next)), rtnl_route_nh_get_ifindex(next)});
+    }
+  };
+  // Reading fails when the routes change meanwhile, and is repeated.
+  constexpr int attempts = 3;
+  for (int i = 0; i < attempts; ++i) {
+    result.clear();
+    if (netlink_.read(dumpRequest(), take)) return result;
+  }
+  return std::nullopt;
+}
+
+int KernelRoutes::add(Wire::IpAddrWithMask const& prefix, NextHops const& hops) {
+  return send(netlink_, newRoute(prefix, hops), NLM_F_CREATE | NLM_F_EXCL);
+}
+
+int KernelRoutes::replace(Wire::IpAddrWithMask const& prefix, NextHops const& hops) {
+  return send(netlink_, newRoute(prefix, hops), NLM_F_CREATE | NLM_F_REPLACE);
+}
+
+int KernelRoutes::remove(Wire::IpAddrWithMask const& prefix) {
+  RoutePtr const route = newRoute(prefix, {});
+  rtnl_route_set_scope(route.get(), RT_SCOPE_NOWHERE);  // any
+  nl_msg* message = nullptr;
+  int const error = rtnl_route_build_del_request(route.get(), 0, &message);
+  return error < 0 ? EINVAL : netlink_.change(message);
+}
+
+unsigned KernelRoutes::removeAll() {
+  unsigned count = 0;
+  auto const present = read();
+  if (!present) return count;
+  for (auto const& [prefix, hops] : *present) count += remove(prefix) == 0 ? 1 : 0;
+  return count;
+}
+
+namespace {
+
 Kel::TraceFacility trace("RouteApplier");
 
-// An address comes a moment after the routes that need it, and a link flaps: neither is worth a warning.
+// How long a next hop may be refused before there is a warning, in seconds: an address comes a moment after
+// the routes that need it, and links flap.
 constexpr Kel::Seconds grace = 3;
 constexpr Kel::Seconds readAgainDelay = 1;
 
@@ -80,7 +213,7 @@ std::map<Wire::IpAddrWithMask, RouteApplier::Vias> RouteApplier::wanted() {
   return result;
 }
 
-// Returns what is not in use, with the reasons; "" when all is.
+// Returns the next hops that are not in use with the reasons; "" when all are in use.
 Kel::String RouteApplier::install(Wire::IpAddrWithMask const& prefix, Vias const& vias,
                                   NextHops const& present) {
   NextHops all;
@@ -108,7 +241,7 @@ Kel::String RouteApplier::install(Wire::IpAddrWithMask const& prefix, Vias const
 
   bool const asWanted = good.size() == all.size() && present.size() == all.size();
   if (asWanted || (!all.empty() && set(all) == 0)) return refused;
-  // Those that are no longer wanted go, even if nothing comes in their place.
+  // Next hops that are no longer wanted are removed even if none of the new ones is accepted.
   if (!good.empty() && good.size() != present.size()) set(good);
   for (NextHop const& hop : all) {
     if (good.contains(hop)) continue;

@@ -29,7 +29,7 @@ Kel::String textOf(LinkSettings const& settings) {
   return text.str();
 }
 
-// What a port starts at, for one that did not tell, having no link when it was found.
+// The speed to put back on a port that reported none when it was found because it had no link.
 std::uint32_t highestSpeed(LinkSettings const& settings) {
   std::uint32_t result = speedUnknown;
   for (auto const& entry : linkModeTable()) {

@@ -43,7 +43,7 @@ void ApplyQueue::handlePass() {
   for (int i = 0; i < portsPerPass && !waiting_.empty(); ++i) {
     Wire::IntfId const intfId = waiting_.extract(waiting_.begin()).value();
     for (PortApplier* applier : appliers_) {
-      // Looked up each time: a copy, since a handler may end the port.
+      // The port is looked up and copied for each applier, since a handler may remove it.
       if (Port const port = ports_->port(intfId)) applier->apply(intfId, port);
     }
   }
@@ -69,7 +69,7 @@ void Ip6Applier::apply(Wire::IntfId const& intfId, Port const& port) {
     }
     return;
   }
-  // 2 and not 1: it means the same while the kernel does not forward, and goes on working once it does.
+  // The value is 2 rather than 1: both accept advertisements, but 1 stops doing so once the kernel forwards.
   bool const acceptRa = config->addrSource() == Ip6::AddrSource::routerAdvertisement;
   settings_.wantedIs(port.ifIndex, acceptRaItem, acceptRa ? "2" : "0");
   settings_.wantedIs(port.ifIndex, acceptRaDefRtrItem, config->acceptRaDefRtr() ? "1" : "0");

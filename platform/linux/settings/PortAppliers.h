@@ -36,7 +36,7 @@ class ApplyQueue {
 
   // Appliers run in the order in which they were added; each outlives the queue.
   void applierIs(PortApplier* applier) { appliers_.push_back(applier); }
-  // The port has to be visited. Ports that appear or change are, without being asked for.
+  // Has the port visited on a later pass. A port that appears or changes is visited without this call.
   void add(Wire::IntfId const& intfId);
 
  private:

@@ -37,7 +37,7 @@ constexpr std::size_t checksumLength = 4;
 using Bytes = std::span<std::uint8_t const>;
 
 Kel::String setText(Bytes value, Kel::String& out) {
-  // Some vendors pad with blanks or NULs.
+  // Some vendors fill the entry up with blanks or NULs.
   while (!value.empty() && (value.back() == 0 || value.back() == ' ')) value = value.first(value.size() - 1);
   if (std::ranges::any_of(value, [](std::uint8_t byte) { return byte < ' ' || byte > '~'; })) {
     return "a character that cannot be printed";
@@ -175,7 +175,8 @@ Facts factsOfEeprom(Kel::String const& pattern) {
   return {contents.productName, contents.serialNumber, revision, contents.baseMacAddr};
 }
 
-// A line of what the firmware tells; empty for the texts that stand there when nobody filled it in.
+// A line of the firmware's tables; empty when it holds one of the placeholders of a vendor who did not fill
+// it in.
 Kel::String dmiLine(Kel::String const& path) {
   constexpr std::array<std::string_view, 6> fillers = {"Not Specified",          "To Be Filled By O.E.M.",
                                                        "To be filled by O.E.M.", "Default string",

@@ -85,7 +85,7 @@ bool LogHostApplier::replace(std::optional<Kel::String> const& contents) {
   Kel::String const failure = foreign    ? path_ + " belongs to somebody else"
                               : contents ? Kel::changeFile(path_, *contents)
                                          : Kel::removeFile(path_);
-  // Without rsyslog each change fails alike, and the operator knows after the first.
+  // Where rsyslog is not installed every change fails in the same way; one warning is enough.
   if (failure != failure_ && !failure.empty()) systemFileFailed.log(failure);
   failure_ = failure;
   return failure.empty();

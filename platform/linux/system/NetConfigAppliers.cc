@@ -81,7 +81,7 @@ Kel::String const firstLine =
     "# Written by zerotouchd. What stood here before comes back when provisioning takes its settings back.\n";
 constexpr std::size_t serversAsked = 3;  // by the C library's resolver
 
-// What the original's file holds: whether there was one, then its contents.
+// The original is kept as one of these, which says whether there was a file, and its contents.
 constexpr char present = '+';
 constexpr char absent = '-';
 
@@ -157,7 +157,8 @@ Kel::String ResolvConfApplier::contents() {
   return result;
 }
 
-// Each with a blank before it. Servers send several in what is meant for one.
+// Returns the usable names with a blank before each. The option is meant for one name, but servers send
+// several.
 Kel::String ResolvConfApplier::domains() {
   Kel::String result;
   std::istringstream words(config_->domainName());
@@ -190,7 +191,7 @@ std::vector<Kel::String> ResolvConfApplier::nameServers() {
   return result;
 }
 
-// The first name of the last line of its kind counts.
+// The resolver uses the last of the search and domain lines, whose first name is the domain.
 void ResolvConfApplier::updateStatus() {
   std::istringstream lines(Kel::readFile(path_).value_or(""));
   Kel::String domain;

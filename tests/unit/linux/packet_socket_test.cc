@@ -31,7 +31,7 @@ TEST_F(NetworkTest, AFloodOfFramesHoldsUpNobody) {
         most = std::max(most, frames->readableCount() - std::exchange(seen, frames->readableCount()));
         return seen >= 20;
       },
-      10));
+      patience));
   EXPECT_EQ(most, 1U);
 }
 
