@@ -1,5 +1,6 @@
 """Runs to which something happens: the host is killed, servers fall silent, ports go and come back, disks are full."""
 import signal
+import subprocess
 
 import pytest
 
@@ -42,12 +43,17 @@ def test_after_a_host_that_was_killed_in_any_state_the_next_one_completes_the_ru
 def test_after_a_host_that_was_killed_in_shutdown_the_next_one_sees_to_the_reload(lab):
     lab.begin_in("stateShutdown")
     applied = lab.found()
+    bystander = subprocess.Popen(["sleep", "1000"])  # has the number of a process that the host started
+    with open(lab.host.run_directory / "children", "a", encoding="ascii") as children:
+        children.write(f"{bystander.pid} 1\n")
     for requests in (1, 2):  # before the first, while a lease is released, and after it
         kill_and_start(lab)
         wait_for(lambda: len(lab.host.reload_requested()) == requests, "the reload")
         lab.wait_quiet()
         assert lab.host.get("/zerotouch/config/enabled") is False
-        assert (lab.found(), lab.flash()) == (applied, DONE)
+        assert (lab.found(), lab.flash(), bystander.poll()) == (applied, DONE, None)
+    bystander.kill()
+    bystander.wait()
     assert (lab.host.stop(), lab.found()) == (0, applied)
     lab.host.boot_again()
     assert (lab.flash(), lab.host.reload_requested()) == ({"startup-config": CONFIG, "zerotouch-config": ""}, [])

@@ -200,5 +200,6 @@ def test_the_longest_run_time_ends_in_a_reload_after_which_all_starts_again(lab)
     lab.begin(None, values={"/zerotouch/config": {"maxRunTime": 0}}, DHCLIENTQUERY=0.2)
     lab.wait_reload()
     assert lab.flash() == {}
+    (lab.host.flash / "zerotouch-config").write_text("DISABLE=nextreload\n")  # which is none of our words
     lab.host.boot_again()
     assert lab.host.get("/zerotouch/config/enabled") is True

@@ -16,6 +16,13 @@ TEST_F(Agent, flash_paths_are_rooted) {
   EXPECT_EQ(ZeroTouch::filePathFromFSRoot("/flash/x"), "/mnt/flash/x");
 }
 
+TEST_F(Agent, a_file_that_cannot_be_replaced_leaves_none_beside_it) {
+  flash.write("/flash/file", "");
+  EXPECT_NE(ZeroTouch::replaceFile(flash.path("/flash"), "x"), "");
+  std::filesystem::directory_iterator const entries(flash.path());
+  EXPECT_EQ(std::distance(begin(entries), end(entries)), 1);
+}
+
 TEST_F(Agent, settings_are_read_as_they_stand) {
   using ZeroTouch::Settings;
   for (auto const& [content, expected] : std::initializer_list<std::pair<std::string, Settings>>{

@@ -75,6 +75,16 @@ TEST_F(DhcpClients, each_family_asks_on_the_interfaces_that_can_answer) {
             Strings{"ZTP_DHCPv4_QUERY: Sending DHCPv4 request on [ lo, d2, dev-Ethernet3, all ]"});
 }
 
+TEST_F(DhcpClients, the_first_answer_with_a_boot_file_is_taken) {
+  addUpPort("Ethernet1", "d1");
+  addUpPort("Ethernet2", "d2");
+  inQuery();
+  for (auto const* const device : {"d2", "d1"})
+    platform.dhcpStatus->intfDhcpStatusIs(device)->bootFileNameIs("http://h/c");
+  time.settle();
+  EXPECT_EQ(sm().choosenIntf()->intfName(), "Ethernet2");
+}
+
 TEST_F(DhcpClients, a_query_that_failed_on_every_interface_is_reported_and_its_client_stopped) {
   addUpPort("Ethernet1", "d1");
   addUpPort("Ethernet2", "d2");
@@ -118,23 +128,26 @@ TEST_F(DhcpClients, stateless_interfaces_are_asked_one_after_the_other_once_the_
 
 TEST_F(DhcpClients, a_release_that_runs_is_left_alone_until_the_next_query) {
   addUpPort("Ethernet1", "lo");
+  hearRouter("Ethernet1", true);
   inQuery();
   sm().doReleaseLease();  // none is chosen
-  EXPECT_EQ(children.started.size(), 1);
+  EXPECT_EQ(children.started.size(), 2);
   sm().choosenIntfIs(sm().phyIntfStatus(id("Ethernet1")));
   for (int i : {0, 1}) {
     SCOPED_TRACE(i);
     sm().doReleaseLease();
     sm().doReleaseLease6();
-    EXPECT_EQ(commands(), (Strings{head + v4 + "lo", head + v4 + "-r lo", head + v6 + "-r lo"}));
+    EXPECT_EQ(commands(),
+              (Strings{head + v4 + "lo", head + v6 + "lo", head + v4 + "-r lo", head + v6 + "-r lo"}));
   }
+  for (std::size_t asks : {0, 1}) EXPECT_EQ(children.started[asks].signals, std::vector{SIGTERM});
   sm().nextStateIs(State::stateRetry);
-  EXPECT_EQ(children.started.size(), 3);
-  EXPECT_TRUE(children.started[1].signals.empty() && children.started[2].signals.empty());
-  children.started[1].child->exitedIs(0);
+  EXPECT_EQ(children.started.size(), 4);
+  EXPECT_TRUE(children.started[2].signals.empty() && children.started[3].signals.empty());
+  children.started[2].child->exitedIs(0);
   time.advance(15.1);
-  EXPECT_EQ(children.started[2].signals, std::vector{SIGTERM});
-  EXPECT_EQ(commands().back(), head + v4 + "lo");
+  EXPECT_EQ(children.started[3].signals, std::vector{SIGTERM});
+  EXPECT_EQ(commands().back(), head + v6 + "lo");
 }
 
 TEST_F(DhcpClients, the_configuration_files_tell_who_asks) {

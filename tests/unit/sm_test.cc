@@ -86,6 +86,18 @@ TEST_F(StateMachine, a_refused_request_changes_nothing_but_cancels_the_timer) {
   EXPECT_EQ(takeEvents(), Strings{});
 }
 
+TEST_F(StateMachine, nothing_overtakes_a_stop_that_is_pending) {
+  for (State const stop : {State::stateInit, State::stateShutdown}) {
+    Sm& sm = inRetry();
+    stop == State::stateInit ? platform.config->enabledIs(false) : platform.config->cancelledIs(true);
+    sm.doStateTransition(State::stateInvalid, State::stateDhcpQuery);
+    time.settle();
+    EXPECT_EQ(sm.currentState(), stop);
+    std::filesystem::remove(flash.path("/flash/zerotouch-config"));
+    startOver();
+  }
+}
+
 TEST_F(StateMachine, fetch_retries_back_off_three_times_then_the_run_retries) {
   atRest();
   for (int attempt = 1; attempt <= 4; ++attempt) {

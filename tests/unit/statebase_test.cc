@@ -172,6 +172,15 @@ TEST_F(StateSocket, AWatchReportsTheLastValueOncePerPassAndFollowsRemovalAndRetu
   dhcpStatus->intfDhcpStatus("et1")->mtuIs(1);
   EXPECT_EQ(heard(ofMtu), "");
 
+  // What an entity that comes later holds.
+  std::string const model = "/entityMib/status/root/modelName";
+  Peer ofModel(path);
+  EXPECT_EQ(exchange(ofModel, on("watch", model)), result("null"));
+  for (std::string const name : {"M1", "M2"}) {
+    entityMib->rootIs()->modelNameIs(name);
+    EXPECT_EQ(heard(ofModel), changed(model, '"' + name + '"'));
+  }
+
   // An attribute that the collection's declared type does not have.
   auto const port = ports->intfStatus(*Wire::IntfId::fromString("Ethernet1/1"));
   allPorts->intfStatusDelAll();

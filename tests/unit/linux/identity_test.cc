@@ -94,6 +94,12 @@ TEST_F(IdentityTest, ResolvConfThatWasAbsentGoesAndWhatOthersWriteStays) {
   EXPECT_EQ(folder.read("/resolv.conf"), "(absent)");
   serversAre({"10.0.0.2"});
   folder.write("/resolv.conf", "of somebody else");
+  serversAre({"10.0.0.3"});
+  EXPECT_EQ(folder.read("/resolv.conf"), firstLine + "nameserver 10.0.0.3\n");
+  serversAre({});
+  EXPECT_EQ(folder.read("/resolv.conf"), "of somebody else");
+  serversAre({"10.0.0.2"});
+  folder.write("/resolv.conf", "of somebody else");
   serversAre({});
   EXPECT_EQ(folder.read("/resolv.conf"), "of somebody else");
   ResolvConfApplier const inNoFolder(entities, folder.path("/none/resolv.conf"), folder.path("/run"));

@@ -117,12 +117,13 @@ TEST_F(SettingsTest, LeaveAloneWhatOthersDoLater) {
 TEST_F(SettingsTest, ThatTheKernelRefusesAreAWarning) {
   start();
   setUp(entities, port1);
+  entities.ethPhyIntfConfigDir->intfConfig(port1)->mtuIs(1450);
+  expectSoon(eth1, "up mtu 1450 disable_ipv6 0 accept_ra 2 defrtr 1");
   Warned const warned;
   entities.ethPhyIntfConfigDir->intfConfig(port1)->mtuIs(4'000'000'000);
   entities.ip6Config->intf(port1)->addrIs(*Wire::Ip6AddrWithMask::fromString("ff02::1/64"));
   ip4Is("127.0.0.1/8");
   entities.ethPhyIntfConfigDir->intfConfig(port1)->linkModeLocalIs(Interface::EthLinkMode::linkMode10G);
-  expectSoon(eth1, asSetUp);
   std::string const failed = "PORT_SETTING_FAILED: Cannot set ";
   expectSoon(
       [&] { return warned.text(); },
@@ -130,6 +131,9 @@ TEST_F(SettingsTest, ThatTheKernelRefusesAreAWarning) {
           "link_mode of port Ethernet1 (device eth1) to forced 10g: the device does not support it\n" +
           failed + "address:127.0.0.1/8 of port Ethernet1 (device eth1) to present: a loopback address\n" +
           failed + "address:ff02::1/64 of port Ethernet1 (device eth1) to present: a multicast address\n");
+  // What a refused value was to replace goes back to what was found.
+  entities.ethPhyIntfConfigDir->intfConfig(port1)->mtuIs(1500);
+  expectSoon(eth1, asSetUp);
 }
 
 TEST_F(SettingsTest, AddressesCountOnceTheyAreInUse) {
