@@ -1,4 +1,4 @@
-#include "programs/zerotouch-dhclient/LeaseFile.h"
+#include "programs/zerotouch-dhclient/Shim.h"
 
 #include <fcntl.h>
 #include <unistd.h>

@@ -1,5 +1,6 @@
-#include "programs/zerotouch-dhclient/Release.h"
+#include "programs/zerotouch-dhclient/Shim.h"
 
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -8,8 +9,6 @@
 #include <cstdio>
 #include <cstring>
 #include <initializer_list>
-
-#include "programs/zerotouch-dhclient/Parent.h"
 
 namespace {
 
@@ -50,6 +49,11 @@ int waitFor(pid_t child, sigset_t const& awaited) {
 }
 
 }  // namespace
+
+void dieWithParent(pid_t parent, int signal) {
+  prctl(PR_SET_PDEATHSIG, signal);
+  if (getppid() != parent) raise(signal);
+}
 
 int runRelease(char* const* argv, pid_t parent) {
   sigset_t const awaited = awaitedSignals();
