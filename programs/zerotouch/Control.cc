@@ -22,6 +22,8 @@ void setConfig(Context const& context, Kel::ValueMap attributes, char const* don
   }
 }
 
+}  // namespace
+
 void enable(Context const& context) {
   // An earlier cancel is taken back first, so that a later one is a change again.
   setConfig(context, {{"cancelled", false}, {"enabled", true}}, "Provisioning is enabled.");
@@ -36,18 +38,6 @@ void cancel(Context const& context) {
     throw Refused("provisioning is not enabled, so there is nothing to cancel");
   }
   setConfig(context, {{"cancelled", true}}, "Provisioning is cancelled; the system reloads without it.");
-}
-
-}  // namespace
-
-void addControls(CLI::App& program, Context const& context) {
-  addVerb(program, "enable", "Let provisioning run", {"zerotouch enable"})->callback([&context] {
-    enable(context);
-  });
-  addVerb(program, "disable", "Stop it, and leave the system as it was found", {"zerotouch disable"})
-      ->callback([&context] { disable(context); });
-  addVerb(program, "cancel", "End it for good: reload with it disabled", {"zerotouch cancel"})
-      ->callback([&context] { cancel(context); });
 }
 
 }  // namespace ZeroTouchCommand

@@ -1,14 +1,22 @@
-// ports: what takes part in provisioning, and why the rest does not.
+// ports: what takes part in provisioning, why the rest does not, and what DHCP has brought.
 #include <map>
 
 #include "programs/zerotouch/Output.h"
-#include "programs/zerotouch/PortDhcp.h"
-#include "programs/zerotouch/Table.h"
+#include "programs/zerotouch/Terminal.h"
 #include "programs/zerotouch/Verbs.h"
 
 namespace ZeroTouchCommand {
 
 namespace {
+
+// What the host knows of DHCP.
+struct DhcpView {
+  Kel::Value results4, results6;                 // the records, by device
+  Kel::Value served4, served6, servedStateless;  // devices with a client that runs
+  Kel::Value members6, waitingStateless;         // interfaces that DHCPv6 is for
+  bool releases4 = false, releases6 = false;     // whether that client hands a lease back
+  std::string chosen;                            // interface; empty for none
+};
 
 // What the host knows, fetched at once.
 struct View {
@@ -17,6 +25,24 @@ struct View {
   DhcpView dhcp;
   Kel::Value phyRecords, registered, noSpeedChangePool, lldpPool, nextMode, nextAutoneg;
 };
+
+DhcpView fetchDhcp(Statebase::Client& host) {
+  auto const get = [&host](std::string const& path) { return host.call("get", {{"path", path}}); };
+  std::string const sm = "/zerotouch/sm/";
+  DhcpView view;
+  view.results4 = get("/zerotouch/dhcpStatus/intfDhcpStatus");
+  view.results6 = get("/zerotouch/dhcpStatus/intfDhcp6Status");
+  view.served4 = get(sm + "dhclientIntf");
+  view.served6 = get(sm + "dhclient6Intf");
+  view.servedStateless = get(sm + "dhclient6StatelessIntf");
+  view.members6 = get(sm + "intfStatus6");
+  view.waitingStateless = get(sm + "intfStatus6Stateless");
+  view.releases4 = isTrue(get(sm + "dhclientReleases"));
+  view.releases6 = isTrue(get(sm + "dhclient6Releases"));
+  Kel::Value const chosen = get(sm + "choosenIntf");
+  if (chosen != Kel::Value()) view.chosen = text(chosen);
+  return view;
+}
 
 View fetch(Context const& context) {
   Statebase::Client host(context.socketPath);
@@ -119,6 +145,69 @@ Row row(View const& view, std::string const& name, Kel::Value const& port, bool 
           .heard = heard};
 }
 
+struct DhcpRow {
+  std::string port, family, client, report, bootFile, chosen;
+};
+
+bool hasBootFile(Kel::Value const& result) { return !memberText(result, "bootFileName").empty(); }
+
+std::string whyNotChosen(DhcpView const& view, Kel::Value const& result, bool asks, bool linkUp) {
+  std::string const reason = memberText(result, "reason");
+  if (hasBootFile(result)) return view.chosen.empty() ? "not yet" : "no, " + view.chosen + " was first";
+  if (reason == "FAIL" || reason == "TIMEOUT") return "no, nobody answered";
+  if (result != Kel::Value()) return "no, the answer names no boot file";
+  if (asks) return "no answer yet";
+  if (!linkUp) return "not asked, no link";
+  return view.chosen.empty() ? "not asked now" : "no, " + view.chosen + " was first";
+}
+
+DhcpRow dhcpRow(DhcpView const& view, std::string const& port, Kel::Value const& result, std::string family,
+                std::string client, bool linkUp) {
+  bool const asks = client == "asks";
+  std::string const reason = memberText(result, "reason");
+  std::string const bootFile = memberText(result, "bootFileName");
+  return {.port = port,
+          .family = std::move(family),
+          .client = std::move(client),
+          .report = reason.empty() ? "-" : reason,
+          .bootFile = bootFile.empty() ? "-" : bootFile,
+          .chosen = whyNotChosen(view, result, asks, linkUp)};
+}
+
+// On the port that was chosen, only one family was.
+void settleChosen(std::vector<DhcpRow>& rows, Kel::Value const& four, Kel::Value const& six) {
+  if (hasBootFile(four)) {
+    rows[0].chosen = "yes";
+    if (rows.size() > 1) rows[1].chosen = "no, DHCPv4 goes first";
+  } else if (hasBootFile(six)) {
+    if (four == Kel::Value()) rows[0].chosen = "no, DHCPv6 was first";
+    rows[1].chosen = "yes";
+  } else {
+    for (auto& row : rows) row.chosen = row.report == "-" ? "yes, its lease was given back" : row.chosen;
+  }
+}
+
+// What DHCP has brought on a port, by family.
+std::vector<DhcpRow> dhcpRows(DhcpView const& view, std::string const& port, std::string const& device,
+                              bool linkUp) {
+  Kel::Value const& four = at(view.results4, {device});
+  Kel::Value const& six = at(view.results6, {device});
+  auto const client = [&](Kel::Value const& served, bool releases) {
+    return !contains(served, device) ? "-" : releases ? "releases" : "asks";
+  };
+  std::vector<DhcpRow> rows{
+      dhcpRow(view, port, four, "DHCPv4", client(view.served4, view.releases4), linkUp)};
+  bool const waits = contains(view.waitingStateless, port);
+  bool const stateless = waits || contains(view.servedStateless, device);
+  if (stateless) {
+    rows.push_back(dhcpRow(view, port, six, "DHCPv6 stateless", waits ? "waits its turn" : "asks", linkUp));
+  } else if (contains(view.members6, port) || contains(view.served6, device) || six != Kel::Value()) {
+    rows.push_back(dhcpRow(view, port, six, "DHCPv6", client(view.served6, view.releases6), linkUp));
+  }
+  if (view.chosen == port) settleChosen(rows, four, six);
+  return rows;
+}
+
 // Adds a port's DHCP to the table, and gives it for programs.
 Kel::ValueList dhcp(View const& view, Row const& port, Rows& table) {
   Kel::ValueList list;
@@ -133,6 +222,8 @@ Kel::ValueList dhcp(View const& view, Row const& port, Rows& table) {
   }
   return list;
 }
+
+}  // namespace
 
 void showPorts(Context const& context) {
   View const view = fetch(context);
@@ -157,14 +248,6 @@ void showPorts(Context const& context) {
     print(table(rows));
     if (dhcpTable.size() > 1) print("\n" + table(dhcpTable));
   }
-}
-
-}  // namespace
-
-void addPorts(CLI::App& program, Context const& context) {
-  auto* const verb = addVerb(program, "ports", "Show the ports, and which of them take part",
-                             {"zerotouch ports", "zerotouch ports --json | jq '.[].port'"});
-  verb->callback([&context] { showPorts(context); });
 }
 
 }  // namespace ZeroTouchCommand

@@ -90,18 +90,14 @@ Rows statusRows(Kel::Value const& tree) {
   return result;
 }
 
-void addStatus(CLI::App& program, Context const& context) {
-  auto* const verb = addVerb(program, "status", "Show where provisioning stands",
-                             {"zerotouch status", "zerotouch status --json | jq -r .sm.currentState"});
-  verb->callback([&context] {
-    Statebase::Client host(context.socketPath);
-    Kel::Value const tree = fetchStatus(host);
-    if (context.json) {
-      printJson(tree);
-    } else {
-      print(facts(statusRows(tree)));
-    }
-  });
+void showStatus(Context const& context) {
+  Statebase::Client host(context.socketPath);
+  Kel::Value const tree = fetchStatus(host);
+  if (context.json) {
+    printJson(tree);
+  } else {
+    print(facts(statusRows(tree)));
+  }
 }
 
 }  // namespace ZeroTouchCommand

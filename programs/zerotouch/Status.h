@@ -2,7 +2,7 @@
 #pragma once
 
 #include "platform/statebase/Client.h"
-#include "programs/zerotouch/Table.h"
+#include "programs/zerotouch/Terminal.h"
 
 namespace ZeroTouchCommand {
 

@@ -1,9 +1,8 @@
 // watch: the status, live. On a terminal it is drawn anew in place; elsewhere each change of state is a line.
 #include <algorithm>
-#include <memory>
 
 #include "platform/model/agent.h"
-#include "programs/zerotouch/Nearest.h"
+#include "programs/zerotouch/Failure.h"
 #include "programs/zerotouch/Output.h"
 #include "programs/zerotouch/Status.h"
 #include "programs/zerotouch/Terminal.h"
@@ -79,6 +78,8 @@ void checkState(std::string const& name) {
   throw WrongUsage("--until: there is no state '" + name + "'" + didYouMean(name, names));
 }
 
+}  // namespace
+
 void watch(Context const& context, std::string const& until) {
   checkState(until);
   Statebase::Client host(context.socketPath);
@@ -96,16 +97,6 @@ void watch(Context const& context, std::string const& until) {
       host.readNotification(refresh);
     }
   });
-}
-
-}  // namespace
-
-void addWatch(CLI::App& program, Context const& context) {
-  auto* const verb = addVerb(program, "watch", "Show where provisioning stands, live",
-                             {"zerotouch watch", "zerotouch watch --until stateShutdown"});
-  auto const until = std::make_shared<std::string>();
-  verb->add_option("--until", *until, "End when this state is reached")->type_name("STATE");
-  verb->callback([&context, until] { watch(context, *until); });
 }
 
 }  // namespace ZeroTouchCommand

@@ -1,10 +1,10 @@
-#include "programs/zerotouch/report/Details.h"
+#include "programs/zerotouch/report/Report.h"
 
 #include <cmath>
 #include <set>
 
 #include "programs/zerotouch/Output.h"
-#include "programs/zerotouch/Severity.h"
+#include "programs/zerotouch/Terminal.h"
 #include "programs/zerotouch/report/Html.h"
 
 namespace ZeroTouchCommand {

@@ -6,13 +6,11 @@
 #include <memory>
 
 #include "programs/zerotouch/Output.h"
-#include "programs/zerotouch/Severity.h"
 #include "programs/zerotouch/Status.h"
 #include "programs/zerotouch/Terminal.h"
 #include "programs/zerotouch/Verbs.h"
-#include "programs/zerotouch/report/Details.h"
 #include "programs/zerotouch/report/Html.h"
-#include "programs/zerotouch/report/Timeline.h"
+#include "programs/zerotouch/report/Report.h"
 
 namespace ZeroTouchCommand {
 
@@ -85,6 +83,8 @@ void writeFile(std::string const& path, std::string const& content) {
   if (!written) throw Refused(path + ": " + std::strerror(errno));
 }
 
+}  // namespace
+
 void report(Context const& context, std::string const& path) {
   if (path.empty() && !context.json && onTerminal()) {
     throw WrongUsage("the report is a web page: give it a file with --output FILE");
@@ -93,17 +93,6 @@ void report(Context const& context, std::string const& path) {
   Kel::Value const fetched = fetchRun(host);
   std::string const content = context.json ? jsonText(fetched) : pageOf(runOf(fetched));
   path.empty() ? print(content) : writeFile(path, content);
-}
-
-}  // namespace
-
-void addReport(CLI::App& program, Context const& context) {
-  auto* const verb =
-      addVerb(program, "report", "Write a web page about the run",
-              {"zerotouch report --output run.html", "zerotouch report --json | jq '.states[].reason'"});
-  auto const path = std::make_shared<std::string>();
-  verb->add_option("-o,--output", *path, "The file to write, else standard output")->type_name("FILE");
-  verb->callback([&context, path] { report(context, *path); });
 }
 
 }  // namespace ZeroTouchCommand

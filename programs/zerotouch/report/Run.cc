@@ -1,4 +1,4 @@
-#include "programs/zerotouch/report/Run.h"
+#include "programs/zerotouch/report/Report.h"
 
 #include <algorithm>
 

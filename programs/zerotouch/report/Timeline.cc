@@ -1,13 +1,13 @@
-#include "programs/zerotouch/report/Timeline.h"
-
+// The timeline of a report.
 #include <algorithm>
 #include <map>
 #include <optional>
 
+#include "platform/kel/Format.h"
 #include "programs/zerotouch/Output.h"
-#include "programs/zerotouch/Severity.h"
+#include "programs/zerotouch/Terminal.h"
 #include "programs/zerotouch/report/Html.h"
-#include "programs/zerotouch/report/Scale.h"
+#include "programs/zerotouch/report/Report.h"
 
 namespace ZeroTouchCommand {
 
@@ -34,6 +34,55 @@ constexpr char const* stateOrder[] = {"stateInit",
 std::string number(double value) { return Kel::format("%.1f", value); }
 
 std::string title(std::string const& text) { return "<title>" + Html::escaped(text) + "</title>"; }
+
+// A state's class of the style sheet: calm, work, wait or done.
+std::string toneOf(std::string const& state) {
+  if (state == "stateInit") return "calm";
+  if (state == "stateRetry" || state == "stateRetryFetchConfig") return "wait";
+  return state == "stateShutdown" ? "done" : "work";
+}
+
+// From times to places on the picture.
+class Scale {
+ public:
+  static constexpr double left = 232;
+  static constexpr double right = 1076;
+
+  explicit Scale(Run const& run) : start_(run.start), length_(std::max(run.end - run.start, 0.1)) {}
+
+  // What lies outside comes to the edge.
+  double x(Kel::Seconds time) const {
+    return std::clamp(left + (time - start_) / length_ * (right - left), left, right);
+  }
+  bool shows(Kel::Seconds from, Kel::Seconds to) const { return to >= start_ && from <= start_ + length_; }
+
+  struct Tick {
+    double x;
+    std::string label;
+  };
+  // About eight, at round times since the start.
+  std::vector<Tick> ticks() const {
+    static constexpr double steps[] = {0.1,  0.2,   0.5,   1,     2,     5,      10,    20,
+                                       30,   60,    120,   300,   600,   1200,   1800,  3600,
+                                       7200, 14400, 21600, 43200, 86400, 172800, 604800};
+    auto const* step = std::ranges::find_if(steps, [&](double s) { return s * 9 >= length_; });
+    double const size = step != std::end(steps) ? *step : length_ / 8;
+    std::vector<Tick> result;
+    for (int i = 0; i * size <= length_; ++i) result.push_back({x(start_ + i * size), label(i * size, size)});
+    return result;
+  }
+
+ private:
+  static std::string label(double seconds, double step) {
+    if (step >= 86400) return Kel::format("+%d d", static_cast<unsigned>(seconds / 86400));
+    if (step >= 1800) return Kel::format("+%g h", seconds / 3600);
+    if (step >= 60) return Kel::format("+%d min", static_cast<unsigned>(seconds / 60));
+    return Kel::format("+%g s", seconds);
+  }
+
+  Kel::Seconds start_;
+  double length_;
+};
 
 class Picture {
  public:
@@ -214,17 +263,33 @@ class Picture {
   std::string marks_;
 };
 
-}  // namespace
-
-std::string toneOf(std::string const& state) {
-  if (state == "stateInit") return "calm";
-  if (state == "stateRetry" || state == "stateRetryFetchConfig") return "wait";
-  return state == "stateShutdown" ? "done" : "work";
+std::string legendItem(std::string const& shape, std::string const& text) {
+  return "<li><svg viewBox=\"0 0 14 14\" aria-hidden=\"true\">" + shape + "</svg>" + text + "</li>\n";
 }
+
+std::string legend() {
+  auto const box = [](char const* tone) {
+    return Kel::format("<rect class=\"%s\" y=\"2\" width=\"14\" height=\"10\" rx=\"1.5\"/>", tone);
+  };
+  auto const strip = [](char const* tone) {
+    return Kel::format("<rect class=\"%s\" y=\"5\" width=\"14\" height=\"4\" rx=\"1\"/>", tone);
+  };
+  return "<ul class=\"legend\">\n" + legendItem(box("work"), "at work") +
+         legendItem(box("wait"), "waits to try again") + legendItem(box("done"), "shuts down") +
+         legendItem(strip("wait"), "timer that ran out") +
+         legendItem(strip("stopped"), "timer that was stopped") +
+         legendItem(box("held"), "settings applied") + legendItem(strip("done"), "link up") +
+         legendItem("<circle class=\"work\" cx=\"7\" cy=\"7\" r=\"5\"/>", "DHCP answer") +
+         legendItem("<circle class=\"hollow\" cx=\"7\" cy=\"7\" r=\"5\"/>", "DHCP failure") +
+         legendItem("<circle class=\"calm\" cx=\"7\" cy=\"7\" r=\"4\"/>", "event") +
+         legendItem("<path class=\"bad\" d=\"M7 2l6 10h-12z\"/>", "warning") + "</ul>\n";
+}
+
+}  // namespace
 
 std::string timeline(Run const& run) {
   return "<div class=\"scroll\" role=\"region\" tabindex=\"0\" aria-label=\"Timeline\">\n" +
-         Picture(run).draw() + "</div>\n" + timelineLegend();
+         Picture(run).draw() + "</div>\n" + legend();
 }
 
 }  // namespace ZeroTouchCommand

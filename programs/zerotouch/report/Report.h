@@ -1,4 +1,5 @@
-// What a report is made of: where provisioning stands, and the host's history, in plain structures.
+// The report on a run: what it is made of (where provisioning stands, and the host's history, in plain
+// structures), and the parts of the page.
 #pragma once
 
 #include <string>
@@ -53,5 +54,12 @@ Run runOf(Kel::Value const& fetched);
 
 // Whether a change is to the system, not a wish of the operator's or the reload.
 bool isApplied(Run::Change const& change);
+
+// The picture of a run: its states, what was applied, its ports and its events over time. An SVG element with
+// its legend, as HTML.
+std::string timeline(Run const& run);
+
+// The tables: states, events, ports, what was applied, and timers, as HTML.
+std::string details(Run const& run);
 
 }  // namespace ZeroTouchCommand
