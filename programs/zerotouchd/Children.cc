@@ -7,7 +7,7 @@
 
 #include "platform/linux/Place.h"
 #include "platform/linux/WholeFile.h"
-#include "programs/zerotouchd/Console.h"
+#include "programs/zerotouchd/Events.h"
 
 namespace {
 

@@ -1,5 +1,6 @@
 #include "programs/zerotouchd/Host.h"
 
+#include <dlfcn.h>
 #include <systemd/sd-daemon.h>
 #include <unistd.h>
 
@@ -9,11 +10,9 @@
 
 #include "platform/kel/ActivityManager.h"
 #include "platform/kel/Loop.h"
+#include "platform/linux/Adapter.h"
 #include "platform/statebase/InitialValues.h"
-#include "programs/zerotouchd/Console.h"
 #include "programs/zerotouchd/DhcpClient.h"
-#include "programs/zerotouchd/Mounts.h"
-#include "programs/zerotouchd/ProvisioningSwitch.h"
 
 namespace {
 
@@ -27,6 +26,14 @@ Kel::String systemName(HostConfig const& config) {
 
 }  // namespace
 
+AgentFactory loadAgent(Kel::String const& library) {
+  void* const loaded = dlopen(library.c_str(), RTLD_NOW | RTLD_LOCAL);
+  if (loaded == nullptr) throw std::runtime_error(Kel::String("cannot load the agent: ") + dlerror());
+  void* const symbol = dlsym(loaded, "agentCreatorFactory");
+  if (symbol == nullptr) throw std::runtime_error(library + " is no agent library: " + dlerror());
+  return reinterpret_cast<AgentFactory>(symbol);
+}
+
 Host::Host(HostConfig config, std::string initialValues, bool openTree)
     : config_(std::move(config)), initialValues_(std::move(initialValues)) {
   buildTree(openTree);
@@ -39,8 +46,7 @@ Host::Host(HostConfig config, std::string initialValues, bool openTree)
   children_.emplace(config_.runDirectory + "/children");
   reloadMark_.emplace(config_.runDirectory);
   decideProvisioning();
-  if (config_.linuxAdapter)
-    platform_ = std::make_unique<LinuxPlatform>(entities_, config_, reloadMark_->left());
+  if (config_.linuxAdapter) platform_ = startAdapter(entities_, config_, reloadMark_->left());
   startAgent();
 }
 
@@ -102,8 +108,7 @@ void Host::decideProvisioning() {
 
 void Host::startAgent() {
   Kel::activityManager()->config()->systemNameIs(systemName(config_));
-  library_.emplace(config_.library);
-  agent_ = entities_.createAgent(library_->factory());
+  agent_ = entities_.createAgent(loadAgent(config_.library));
   tree_.mount("/zerotouch/sm", agent_->ztSm(), Statebase::Access::readOnly);
   history_.machineIs(agent_->ztSm());
   reloadMark_->follow(agent_->ztSm());

@@ -6,13 +6,18 @@
 #include <optional>
 
 #include "platform/statebase/Server.h"
-#include "programs/zerotouchd/AgentLibrary.h"
+#include "programs/zerotouchd/Boot.h"
 #include "programs/zerotouchd/Children.h"
-#include "programs/zerotouchd/EventRing.h"
-#include "programs/zerotouchd/HostConfig.h"
-#include "programs/zerotouchd/LinuxPlatform.h"
-#include "programs/zerotouchd/ReloadMark.h"
+#include "programs/zerotouchd/Events.h"
+#include "programs/zerotouchd/Platform.h"
 #include "programs/zerotouchd/history/Recorder.h"
+
+using AgentFactory = decltype(&ZeroTouch::agentCreatorFactory);
+
+// Loads the agent's library and returns its factory. `library` is a path when it holds a "/", else the
+// dynamic linker looks for it. Throws std::runtime_error with the linker's reason. The library stays loaded
+// until the process ends, since its code is referred to from everywhere.
+AgentFactory loadAgent(Kel::String const& library);
 
 class Host {
  public:
@@ -43,7 +48,6 @@ class Host {
   std::optional<Statebase::Server> server_;
   std::optional<Children> children_;
   std::optional<ReloadMark> reloadMark_;
-  std::unique_ptr<LinuxPlatform> platform_;
-  std::optional<AgentLibrary> library_;
+  std::unique_ptr<Linux::Adapter> platform_;
   Kel::Ptr<ZeroTouch::AgentCreatorModel> agent_;
 };

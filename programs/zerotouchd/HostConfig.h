@@ -5,11 +5,18 @@
 
 #include <cstdint>
 #include <optional>
+#include <stdexcept>
 
 #include "platform/kel/Types.h"
 #include "platform/linux/Inventory.h"
 #include "platform/linux/PortSelection.h"
 #include "platform/linux/SystemConfig.h"
+
+// What an operator gave us is wrong: the host says so and ends with exit code 2, before anything is touched.
+class BadInput : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
 
 struct HostConfig {
   // [system]

@@ -5,10 +5,7 @@
 #include "platform/kel/Trace.h"
 #include "platform/linux/LogHostApplier.h"
 #include "platform/statebase/InitialValues.h"
-#include "programs/zerotouchd/BadInput.h"
-#include "programs/zerotouchd/Console.h"
 #include "programs/zerotouchd/Host.h"
-#include "programs/zerotouchd/ProvisioningSwitch.h"
 
 namespace {
 
@@ -31,7 +28,7 @@ HostConfig configOf(Options const& options) {
 
 int check(Options const& options) try {
   HostConfig const config = configOf(options);
-  AgentLibrary const library(config.library);
+  loadAgent(config.library);
   std::cout << options.config << ": ok" << std::endl;
   return 0;
 } catch (BadInput const& error) {
@@ -53,7 +50,8 @@ int settle(Options const& options) {
 // Everything that can be wrong with what we are given is found before anything is touched.
 int run(Options const& options) {
   if (auto const error = Kel::traceIs(options.trace); !error.empty()) throw BadInput("--trace: " + error);
-  return Host(configOf(options), options.initialValues, options.openTree).run();
+  HostConfig const config = configOf(options);
+  return Host(config, options.initialValues, options.openTree).run();
 }
 
 }  // namespace
