@@ -91,7 +91,7 @@ void Host::serve() {
   server_.emplace(tree_, Statebase::Server::Options{
                              .path = config_.socketPath, .group = config_.socketGroup, .roleOf = {}});
   setenv("STATEBASESOCKNAME", config_.socketPath.c_str(), 1);
-  exportDhcpClient(config_.dhcpClient);
+  exportDhcpClient(config_);
 }
 
 void Host::decideProvisioning() {

@@ -76,7 +76,7 @@ Setter text(Kel::String& target) {
 Setter program(Kel::String& target) {
   return [&target](toml::node const& node) {
     text(target)(node);
-    if (!target.starts_with('/') || access(target.c_str(), X_OK) != 0)
+    if (!target.starts_with('/') || !isProgram(target))
       fail(node.source(), "'" + target + "' is no absolute path of a program");
   };
 }
@@ -210,4 +210,9 @@ HostConfig readHostConfig(Kel::String const& path, bool mustExist) {
   }
   if (config.socketPath.empty()) config.socketPath = config.runDirectory + "/statebase.sock";
   return config;
+}
+
+bool isProgram(Kel::String const& path) {
+  std::error_code error;
+  return std::filesystem::is_regular_file(path, error) && access(path.c_str(), X_OK) == 0;
 }

@@ -49,3 +49,6 @@ struct HostConfig {
 // Reads the file. A file that is absent gives the built-in values, unless `mustExist`. Throws BadInput, as
 // "file:line: reason", for what does not parse, for unknown keys and for values of a wrong kind.
 HostConfig readHostConfig(Kel::String const& path, bool mustExist);
+
+// Whether the path is that of a file that we may execute.
+bool isProgram(Kel::String const& path);

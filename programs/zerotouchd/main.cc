@@ -5,6 +5,7 @@
 #include "platform/kel/Trace.h"
 #include "platform/linux/LogHostApplier.h"
 #include "platform/statebase/InitialValues.h"
+#include "programs/zerotouchd/DhcpClient.h"
 #include "programs/zerotouchd/Host.h"
 
 namespace {
@@ -28,6 +29,7 @@ HostConfig configOf(Options const& options) {
 
 int check(Options const& options) try {
   HostConfig const config = configOf(options);
+  checkDhcpClient(config);
   loadAgent(config.library);
   std::cout << options.config << ": ok" << std::endl;
   return 0;
@@ -51,6 +53,7 @@ int settle(Options const& options) {
 int run(Options const& options) {
   if (auto const error = Kel::traceIs(options.trace); !error.empty()) throw BadInput("--trace: " + error);
   HostConfig const config = configOf(options);
+  checkDhcpClient(config);
   return Host(config, options.initialValues, options.openTree).run();
 }
 
