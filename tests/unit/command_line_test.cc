@@ -156,12 +156,14 @@ TEST_F(CommandLine, ValuesAndExitCodes) {
       {"get /zerotouch/config/scriptExecTimeout", "5\nexit 0"},
       {"cancel", "zerotouch: provisioning is not enabled, so there is nothing to cancel\nexit 1"},
       {"set /zerotouch/config/cancelled true", "exit 0"},
-      {"enable", "Provisioning is enabled.\nexit 0"},
+      {"enable --json", "true\nexit 0"},
       {"get /zerotouch/config/cancelled", "false\nexit 0"},
-      {"cancel --json", "true\nexit 0"},
+      // Nobody acts on it here.
+      {"cancel",
+       "zerotouch: the request to cancel is noted, but the agent has not acted on it; the state is "
+       "stateInit\nexit 1"},
       {"get /zerotouch/config/cancelled", "true\nexit 0"},
-      {"disable", "Provisioning is disabled.\nexit 0"},
-      {"get /zerotouch/config/enabled", "false\nexit 0"},
+      {"disable", "Provisioning is disabled; the state is stateInit.\nexit 0"},
       {"watch --until stateInit", "2023-11-14 22:13:20  stateInit\nexit 0"},
       {"list /zerotouch",
        "Name        Kind    Type                         Unit  Meaning\n"
