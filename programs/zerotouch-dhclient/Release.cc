@@ -12,7 +12,7 @@
 
 namespace {
 
-constexpr unsigned grace = 3;  // seconds
+constexpr unsigned grace = 3;  // seconds that the client has once it is asked to stop
 constexpr int cannotExecute = 127;
 
 sigset_t awaitedSignals() {
@@ -30,7 +30,7 @@ sigset_t awaitedSignals() {
   _exit(cannotExecute);
 }
 
-// The exit code of the child, once it has ended.
+// Waits until the child has ended, and returns its exit code.
 int waitFor(pid_t child, sigset_t const& awaited) {
   bool stopping = false;
   for (;;) {
@@ -58,9 +58,9 @@ void dieWithParent(pid_t parent, int signal) {
 int runRelease(char* const* argv, pid_t parent) {
   sigset_t const awaited = awaitedSignals();
   sigset_t mask;
-  std::signal(SIGCHLD, SIG_DFL);  // ignored, the child's exit code would be lost
+  std::signal(SIGCHLD, SIG_DFL);  // when this signal is ignored, the exit code of the child is lost
   sigprocmask(SIG_BLOCK, &awaited, &mask);
-  dieWithParent(parent, SIGTERM);  // a request to stop like any other
+  dieWithParent(parent, SIGTERM);  // the end of the parent is a request to stop
   pid_t const self = getpid();
   pid_t const child = fork();
   if (child < 0) {

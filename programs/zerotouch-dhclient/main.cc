@@ -74,11 +74,12 @@ int main(int argc, char** argv) {
   }
   if (leaseFile != nullptr) {
     leases += leaseFile;
-    // With a DHCPv6 lease from an earlier attempt, the client would have the server confirm the address and
-    // take all else from the lease: a boot file that the server names by now would never be heard of.
+    // With a DHCPv6 lease of an earlier attempt, the client only asks the server to confirm the address and
+    // takes everything else from that lease, so it would not learn of a boot file that the server names by
+    // now.
     (isV6 && !isRelease ? forgetLeases : makeLeaseFile)(leaseFile);
   }
-  // For the hook, which writes the lease down before anybody can stop the client.
+  // The hook needs the lease file: it writes the lease there before anybody can stop the client.
   for (char* const argument : {option, leases.data()}) arguments.push_back(argument);
   arguments.push_back(nullptr);
 

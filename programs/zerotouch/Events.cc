@@ -14,7 +14,7 @@ namespace {
 
 constexpr char const* eventsPath = "/log/events/event";
 
-// A line each, which a terminal that is too narrow for it wraps behind the time.
+// The line of an event. Where it is too long for the terminal, it goes on below the text, not below the time.
 std::string lineOf(Kel::Value const& event) {
   std::string const time = dateAndTime(number(at(event, {"time"}))) + "  ";
   auto const level = static_cast<std::uint64_t>(number(at(event, {"severity"})));
@@ -23,7 +23,7 @@ std::string lineOf(Kel::Value const& event) {
   std::size_t const columns = outputColumns();
   std::size_t const indent = time.size() + padded.size();
   std::string const rest = text(at(event, {"name"})) + ": " + text(at(event, {"message"}));
-  // Where little is left beside the time, the text goes below it.
+  // On a narrow terminal, where little room is left beside the time, the text begins on a line of its own.
   if (columns > 0 && columns < indent + 40) {
     return styled(Style::faint, time) + styledSeverity(level, severity) + "\n  " +
            paragraph(rest, 2, columns);
@@ -32,7 +32,7 @@ std::string lineOf(Kel::Value const& event) {
 }
 
 void show(Context const& context, Kel::Value const& event) {
-  if (event == Kel::Value()) return;  // forgotten, for a newer one
+  if (event == Kel::Value()) return;  // the host has dropped an old event to make room
   context.json ? printJsonLine(event) : print(lineOf(event));
 }
 
@@ -84,7 +84,7 @@ void showEvents(Context const& context) {
   if (context.json) printJson(list);
 }
 
-// Until interrupted, or the host goes away, or nobody reads any more.
+// Ends when it is interrupted, when the host goes away, and when nobody reads its output any more.
 void followEvents(Context const& context) {
   Statebase::Client host(context.socketPath);
   Kel::Value const events = host.call("watch", {{"path", eventsPath}});

@@ -26,7 +26,8 @@ std::string lower(std::string text) {
   return text;
 }
 
-// How many characters have to be inserted, removed or replaced, or swapped with their neighbour.
+// How many characters have to be inserted, removed, replaced or swapped with their neighbour to get from a to
+// b.
 std::size_t editDistance(std::string const& a, std::string const& b) {
   std::vector<std::size_t> before, last, now(b.size() + 1);
   std::iota(now.begin(), now.end(), std::size_t{0});

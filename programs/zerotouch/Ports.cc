@@ -62,7 +62,7 @@ View fetch(Context const& context) {
   return view;
 }
 
-// "linkMode25G" as "25g", and with which hand it is set.
+// A speed as people write it: "25g" for linkMode25G, and "auto 25g" when only that speed is negotiated.
 std::string speed(std::string const& mode, bool autoneg) {
   static std::map<std::string, std::string> const words{
       {"linkModeAutoneg", "auto"}, {"linkModeAutoneg40G", "auto 40g"},
@@ -78,7 +78,7 @@ std::string speed(std::string const& mode, bool autoneg) {
   return (autoneg ? "auto " : "") + word->second;
 }
 
-// "auto" alone says too little: the one speed that is advertised goes with it.
+// The speed that a port is set to. Where speeds are negotiated, the one that is advertised is named too.
 std::string speedNow(Kel::Value const& config) {
   std::string const mode = text(at(config, {"linkModeLocal"}));
   if (mode != "linkModeAutoneg") return speed(mode, false);
@@ -97,7 +97,7 @@ std::string registration(View const& view, std::string const& name, Kel::Value c
   return known ? "no, not looked at yet" : "no, not taken in";
 }
 
-// Why a port keeps its speed for now.
+// Why the speed of a port is left alone for now, or "-".
 std::string spared(View const& view, std::string const& name, Kel::Value const& port) {
   if (contains(view.lldpPool, name)) return "hears LLDP";
   if (!contains(view.noSpeedChangePool, name)) return "-";
@@ -108,7 +108,8 @@ struct Row {
   std::string port, device, link, oper, forwarding, registered, speed, next, lldp, keepsSpeed;
   Kel::Seconds heard;  // LLDP; 0 for never
 
-  // For people: who takes part is routed, and who does not is told why; the state differs seldom.
+  // People are not shown the forwarding model, which the fourth column tells where it matters, and the
+  // operational state only where it differs from the link.
   std::vector<std::string> cells() const {
     std::string const state = link == oper ? link : link + ", is " + oper;
     return {port, device, state, registered, speed, next, lldp, keepsSpeed};
@@ -174,7 +175,7 @@ DhcpRow dhcpRow(DhcpView const& view, std::string const& port, Kel::Value const&
           .chosen = whyNotChosen(view, result, asks, linkUp)};
 }
 
-// On the port that was chosen, only one family was.
+// Says on the port that was chosen which of the two families was taken.
 void settleChosen(std::vector<DhcpRow>& rows, Kel::Value const& four, Kel::Value const& six) {
   if (hasBootFile(four)) {
     rows[0].chosen = "yes";
@@ -187,7 +188,7 @@ void settleChosen(std::vector<DhcpRow>& rows, Kel::Value const& four, Kel::Value
   }
 }
 
-// What DHCP has brought on a port, by family.
+// What DHCP has brought on a port, one row for each family that is asked there.
 std::vector<DhcpRow> dhcpRows(DhcpView const& view, std::string const& port, std::string const& device,
                               bool linkUp) {
   Kel::Value const& four = at(view.results4, {device});
@@ -208,7 +209,7 @@ std::vector<DhcpRow> dhcpRows(DhcpView const& view, std::string const& port, std
   return rows;
 }
 
-// Adds a port's DHCP to the table, and gives it for programs.
+// Adds to the table what DHCP has brought on a port, and returns the same for programs.
 Kel::ValueList dhcp(View const& view, Row const& port, Rows& table) {
   Kel::ValueList list;
   if (!contains(view.registered, port.port)) return list;

@@ -34,15 +34,16 @@ constexpr std::size_t leastText = 20;
 
 using Widths = std::vector<std::size_t>;
 
-// UTF-8 continuation bytes take no room.
+// Whether the byte begins a character: in UTF-8, the bytes that continue one take no room.
 bool startsCharacter(char c) { return (c & 0xc0) != 0x80; }
 
-// As wide as people see it.
+// How many columns the text takes.
 std::size_t displayWidth(std::string const& text) {
   return static_cast<std::size_t>(std::ranges::count_if(text, startsCharacter));
 }
 
-// Lines no wider than `width`, broken at blanks where there are any; at least one.
+// The text in lines that are at most `width` wide, broken at blanks where there are any. There is at least
+// one line.
 std::vector<std::string> wrapped(std::string const& text, std::size_t width) {
   std::vector<std::string> lines;
   std::size_t start = 0;
@@ -84,7 +85,7 @@ std::size_t longestWord(std::string const& text) {
   return longest;
 }
 
-// As narrow as columns may get: names stay whole, the text in the last column stays readable.
+// The least widths of the columns: words stay whole, except in the last column, which stays readable.
 Widths leastWidths(Rows const& rows, Widths const& natural) {
   Widths least(natural.size());
   for (auto const& row : rows) {
@@ -94,7 +95,8 @@ Widths leastWidths(Rows const& rows, Widths const& natural) {
   return least;
 }
 
-// Makes the last column, then each widest one, narrower until all fit; false when they cannot.
+// Makes the last column narrower, and then always the widest one, until the table fits. Returns false when it
+// cannot.
 bool narrow(Widths& widths, Widths const& least, std::size_t limit) {
   for (std::size_t i = widths.size() - 1; total(widths) > limit;) {
     if (widths[i] > least[i]) {
@@ -116,7 +118,7 @@ std::string line(std::vector<std::string> const& cells, Widths const& widths, bo
       std::ranges::find_if(cells.rbegin(), cells.rend(), [](auto const& cell) { return !cell.empty(); })
           .base() -
       cells.begin());
-  // The last cell of a heading may be empty; that of other rows keeps its place only when something follows.
+  // Blanks fill a cell up only when another one follows that is not empty, so that no line ends with blanks.
   for (std::size_t i = 0; i < filled; ++i) {
     result += heading ? styled(Style::heading, cells[i]) : cells[i];
     if (i + 1 < filled) result.append(widths[i] - displayWidth(cells[i]) + gap, ' ');
@@ -142,7 +144,7 @@ std::string laidOut(Rows const& rows, Widths const& widths, bool headings) {
   return result;
 }
 
-// Each row as a block, for narrow terminals.
+// Each row as a block of lines, for narrow terminals.
 std::string stacked(Rows const& rows, std::size_t limit) {
   std::string result;
   std::size_t label = 0;

@@ -10,12 +10,14 @@ namespace ZeroTouchCommand {
 
 bool onTerminal();
 
-// COLUMNS when that is set, else the terminal's width; 0 for no limit, when output is not for a terminal.
+// How many columns the output may have: COLUMNS when that is set, else the width of the terminal. 0 means no
+// limit, when standard output is no terminal.
 std::size_t outputColumns();
 
 enum class Style { heading, faint, warning, error };
 
-// In colour on a terminal that has any, unless NO_COLOR is set; else as it is.
+// The text in that style when standard output is a terminal with colours and NO_COLOR is not set, else as it
+// is.
 std::string styled(Style style, std::string const& text);
 
 // Severities, on the scale of syslog.
@@ -24,18 +26,19 @@ std::string severityWord(std::uint64_t level);
 // The text in the colour of that severity.
 std::string styledSeverity(std::uint64_t level, std::string const& text);
 
-// Tables and paragraphs make all texts printable.
+// The functions below replace control characters in all texts.
 using Rows = std::vector<std::vector<std::string>>;
 
-// Columns as wide as their widest cell, two blanks apart, under the headings in the first row. Where they do
-// not fit, cells are wrapped, the last column's first; where that is no good either, each row becomes a block
-// of lines, one per heading. Nothing is left out.
+// A table whose first row holds the headings. Each column is as wide as its widest cell, and two blanks apart
+// from the next. When the table is too wide, cells are wrapped, first those of the last column; when that
+// does not suffice, each row becomes a block of lines, one for each heading. Nothing is left out.
 std::string table(Rows const& rows);
 
-// Two columns without headings: what it is about, and how it is, which is wrapped.
+// A table of two columns without headings, of which the second is wrapped where it is too wide.
 std::string facts(Rows const& rows);
 
-// The text in lines of `width` (0: in one), broken at blanks, the later ones behind `indent` blanks.
+// The text in lines of at most `width` columns, or in one line when that is 0. Lines are broken at blanks,
+// and all but the first begin with `indent` blanks.
 std::string paragraph(std::string const& text, std::size_t indent, std::size_t width);
 
 }  // namespace ZeroTouchCommand

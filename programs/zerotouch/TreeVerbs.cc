@@ -8,7 +8,7 @@ namespace ZeroTouchCommand {
 
 namespace {
 
-// JSON or, failing that, a string: unlimited, 10.0.0.1.
+// The argument as JSON. What is no JSON, such as unlimited or 10.0.0.1, is a string.
 Kel::Value fromArgument(std::string const& argument) {
   try {
     return Statebase::parseJson(argument);

@@ -53,9 +53,9 @@ void watch(Context const& context, std::string const& until);
 void showPorts(Context const& context);
 void showEvents(Context const& context);
 void followEvents(Context const& context);
-// `event` in any case; "" lists all events.
+// `event` is the name of an event, in upper or lower case; with "" it lists all events.
 void explain(Context const& context, std::string const& event);
-// `file`: what to write; "" is the standard output.
+// `file` is the file to write; "" is the standard output.
 void report(Context const& context, std::string const& file);
 
 void enable(Context const& context);

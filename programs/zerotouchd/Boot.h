@@ -8,10 +8,11 @@
 // Whether provisioning is on when the system has booted.
 struct ProvisioningSwitch {
   bool on;
-  Kel::String reason;  // for people
+  Kel::String reason;  // a text for people
 };
 
-Kel::String stringValue(ProvisioningSwitch const& provisioning);  // for people too
+// A sentence for people, with the reason.
+Kel::String stringValue(ProvisioningSwitch const& provisioning);
 
 // Off when there is a startup configuration on flash, and off for one boot when the settings file says
 // DISABLE=NextReload. That entry is consumed here; a mark in `runDirectory`, which names this boot, keeps

@@ -16,7 +16,8 @@
 
 namespace {
 
-// The host name may be that of an answer until the platform has undone what a killed host left.
+// The name of the system. By default it is the host name, which must be read once the adapter has undone what
+// a killed host left: until then it may be one that DHCP brought.
 Kel::String systemName(HostConfig const& config) {
   if (!config.systemName.empty()) return config.systemName;
   std::array<char, 256> name{};
@@ -39,9 +40,9 @@ Host::Host(HostConfig config, std::string initialValues, bool openTree)
   buildTree(openTree);
   listenToSignals();
   Kel::logSinkIs(Kel::logToSystem);
-  // Under a service manager that keeps our standard error, the system log is enough.
+  // When the service manager keeps our standard error in the journal, each event would stand there twice.
   if (std::getenv("JOURNAL_STREAM") == nullptr) Kel::logSinkIs(printEvent);
-  // Children that the agent starts while it is made need the socket already.
+  // The agent starts children while it is made, and these need the socket.
   serve();
   children_.emplace(config_.runDirectory + "/children");
   reloadMark_.emplace(config_.runDirectory);
@@ -50,7 +51,7 @@ Host::Host(HostConfig config, std::string initialValues, bool openTree)
   startAgent();
 }
 
-// The agent goes first: its clients are to end before the ports are put back under them.
+// The agent goes before the adapter, since its DHCP clients have to end before the ports are put back.
 Host::~Host() {
   server_.reset();
   tree_.unmount("/zerotouch/sm");
@@ -103,7 +104,7 @@ void Host::decideProvisioning() {
           : provisioningAtBoot(config_.runDirectory);
   say(stringValue(provisioning));
   entities_.config->enabledIs(provisioning.on);
-  applyInitialValues();  // once more, in case the file knows better
+  applyInitialValues();  // once more, since the file may set what was decided here
 }
 
 void Host::startAgent() {

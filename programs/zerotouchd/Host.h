@@ -1,5 +1,5 @@
-// The host: all that stands around the agent, built up in the order of its members and taken down the other
-// way round.
+// The host: everything around the agent. It is built in the order of its members and taken down in the
+// reverse order.
 #pragma once
 
 #include <memory>
@@ -21,14 +21,15 @@ AgentFactory loadAgent(Kel::String const& library);
 
 class Host {
  public:
-  // `initialValues`: a file with values for entities; "" for none. `openTree`: root may write all of them.
-  // Throws Statebase::InitialValuesError, and std::runtime_error for what this system does not let it do.
+  // `initialValues` is a file with values for entities, or "". `openTree` lets root write all of them from
+  // outside. Throws Statebase::InitialValuesError, and std::runtime_error for what this system does not let
+  // it do.
   Host(HostConfig config, std::string initialValues, bool openTree);
   ~Host();
   Host(Host const&) = delete;
   Host& operator=(Host const&) = delete;
 
-  // Runs the loop until a signal ends it. The exit code.
+  // Runs the loop until a signal ends it, and returns the exit code.
   int run();
 
  private:

@@ -106,7 +106,7 @@ Setter macAddress(std::optional<Wire::EthAddr>& target) {
   };
 }
 
-// A list whose entries `add` takes one by one.
+// Reads a list and hands each of its entries to `add`.
 Setter listOf(std::function<void(toml::node const&)> add) {
   return [add = std::move(add)](toml::node const& node) {
     auto const* const list = node.as_array();
@@ -115,7 +115,7 @@ Setter listOf(std::function<void(toml::node const&)> add) {
   };
 }
 
-// A program and its arguments, in place of the built-in ones.
+// Reads a program and its arguments, which replace the built-in ones.
 Setter commandLine(Linux::CommandLine& target) {
   return [&target](toml::node const& node) {
     target.clear();
@@ -145,7 +145,7 @@ Setter nameRules(std::vector<Linux::PortSelectionConfig::NameRule>& target) {
   });
 }
 
-// A number from 0 on, or (where `unlimited` is allowed) that word.
+// Reads a number from 0 on or, where that is allowed, the word "unlimited".
 template <typename T>
 Setter seconds(T& target, bool unlimited) {
   return [&target, unlimited](toml::node const& node) {

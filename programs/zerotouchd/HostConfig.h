@@ -50,5 +50,5 @@ struct HostConfig {
 // "file:line: reason", for what does not parse, for unknown keys and for values of a wrong kind.
 HostConfig readHostConfig(Kel::String const& path, bool mustExist);
 
-// Whether the path is that of a file that we may execute.
+// Whether the path names a regular file that this process may execute.
 bool isProgram(Kel::String const& path);

@@ -49,7 +49,8 @@ int settle(Options const& options) {
   return 0;
 }
 
-// Everything that can be wrong with what we are given is found before anything is touched.
+// What is wrong with the options or the configuration is found here, before anything of the system is
+// touched.
 int run(Options const& options) {
   if (auto const error = Kel::traceIs(options.trace); !error.empty()) throw BadInput("--trace: " + error);
   HostConfig const config = configOf(options);

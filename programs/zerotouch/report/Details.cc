@@ -13,7 +13,7 @@ namespace {
 
 using Html::Cell;
 
-// The time of day, with the date where the run began on another one.
+// The time of day to a tenth of a second, with the date when that is not the day on which the run began.
 Cell timeCell(Run const& run, Kel::Seconds time) {
   std::string const date = dateAndTime(time);
   bool const sameDay = date.substr(0, 10) == dateAndTime(run.start).substr(0, 10);

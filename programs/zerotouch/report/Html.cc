@@ -122,7 +122,8 @@ std::string section(std::string const& id, std::string const& heading, std::stri
          content + "</section>\n";
 }
 
-// No script and nothing from elsewhere, whatever the values in it hold.
+// The policy forbids scripts and whatever would be fetched from elsewhere, whatever the texts on the page
+// hold.
 std::string page(std::string const& title, std::string const& body) {
   return "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n"
          "<meta http-equiv=\"Content-Security-Policy\" content=\"default-src 'none'; "

@@ -20,7 +20,7 @@ struct Verdict {
   std::string tone, words;
 };
 
-// Only the installation, or the script, leads to the shutdown by itself.
+// How the run has gone. A run is a success when the shutdown follows the installation or the script.
 Verdict verdict(Run const& run) {
   std::size_t const count = run.states.size();
   std::string const state = count > 0 ? run.states.back().name : "stateInit";
@@ -47,7 +47,7 @@ std::string summary(Run const& run) {
   }
   auto const warnings = static_cast<std::size_t>(
       std::ranges::count_if(run.events, [](auto const& event) { return event.severity <= severityWarning; }));
-  // The first states of a long run are forgotten.
+  // The host keeps only the last states of a long run, so the run may have begun before the first of them.
   double const startTime = number(at(run.status, {"sm", "startTime"}));
   std::string const line =
       duration(run.now - std::min(run.start, startTime)) + " since its start, " +

@@ -11,7 +11,7 @@ namespace {
 
 using Kel::Value;
 
-// The values of a collection that is kept by number, in that order.
+// The entries of a numbered collection, in the order of their numbers.
 Value values(Value const& collection) {
   Kel::ValueList list;
   if (auto const* const members = collection.as<Kel::ValueMap>()) {
@@ -36,7 +36,7 @@ bool isOver(Run const& run) {
   return run.states.back().name == "stateInit" || isTrue(at(run.status, {"sm", "reloadRequested"}));
 }
 
-// What the picture is to show: not the hours before the run, nor those after it.
+// Sets which time the picture shows, which is neither the hours before the run nor those after it.
 void setBounds(Run& run) {
   run.start = run.states.empty() ? run.now : run.states.front().time;
   auto const first = std::ranges::find_if(run.states, [](auto const& s) { return s.name != "stateInit"; });

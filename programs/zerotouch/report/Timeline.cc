@@ -35,14 +35,14 @@ std::string number(double value) { return Kel::format("%.1f", value); }
 
 std::string title(std::string const& text) { return "<title>" + Html::escaped(text) + "</title>"; }
 
-// A state's class of the style sheet: calm, work, wait or done.
+// The class of a state in the style sheet: calm, work, wait or done.
 std::string toneOf(std::string const& state) {
   if (state == "stateInit") return "calm";
   if (state == "stateRetry" || state == "stateRetryFetchConfig") return "wait";
   return state == "stateShutdown" ? "done" : "work";
 }
 
-// From times to places on the picture.
+// Turns times into horizontal places on the picture.
 class Scale {
  public:
   static constexpr double left = 232;
@@ -50,7 +50,7 @@ class Scale {
 
   explicit Scale(Run const& run) : start_(run.start), length_(std::max(run.end - run.start, 0.1)) {}
 
-  // What lies outside comes to the edge.
+  // Times outside the picture are moved to its edge.
   double x(Kel::Seconds time) const {
     return std::clamp(left + (time - start_) / length_ * (right - left), left, right);
   }
@@ -60,7 +60,7 @@ class Scale {
     double x;
     std::string label;
   };
-  // About eight, at round times since the start.
+  // About eight marks, at round times since the start.
   std::vector<Tick> ticks() const {
     static constexpr double steps[] = {0.1,  0.2,   0.5,   1,     2,     5,      10,    20,
                                        30,   60,    120,   300,   600,   1200,   1800,  3600,
@@ -114,10 +114,11 @@ class Picture {
     return result + attempts(bottom);
   }
 
-  // Where an attempt after the first begins, with its number where there is room.
+  // Marks where each attempt but the first begins, and writes its number where there is room.
   std::string attempts(double bottom) const {
     std::string result;
-    // The first ones of a long run are forgotten.
+    // The host keeps only the last states of a long run; the attempts before them are known from the count of
+    // retries.
     auto const retries =
         static_cast<std::int64_t>(ZeroTouchCommand::number(at(run_.status, {"sm", "retryCount"})));
     auto attempt = 1 + std::max<std::int64_t>(
@@ -140,7 +141,7 @@ class Picture {
     return result;
   }
 
-  // A line of the picture with its name; `y_` is its top.
+  // Adds a row with its name to the picture, below the rows that are there.
   void row(std::string const& label, std::string const& content, double height = rowHeight) {
     marks_ += Kel::format("<text class=\"label\" x=\"0\" y=\"%.1f\">", y_ + barHeight - 2.5) +
               Html::escaped(label) + "</text>\n" + content +
@@ -159,7 +160,7 @@ class Picture {
            title(about) + "</rect>\n";
   }
 
-  // The timers of a state stand below it: it guards nothing else.
+  // The bars of a state, and below each of them those of the timers that were started in it.
   void drawState(std::string const& name) {
     std::string bars;
     for (auto const& state : run_.states) {
@@ -178,7 +179,7 @@ class Picture {
     if (!bars.empty()) row(name, bars);
   }
 
-  // From the first thing that is applied until the last one is undone.
+  // Bars from the first setting that is applied until the last one is undone.
   void drawApplied() {
     std::string bars;
     int applied = 0;
@@ -193,7 +194,7 @@ class Picture {
     if (!bars.empty()) row("applied to the system", bars);
   }
 
-  // Those that DHCP has told most of; the tables hold them all.
+  // Only the ports with the most DHCP reports have a row; the tables hold all ports.
   void drawPorts() {
     std::map<std::string, std::size_t> reports;
     for (auto const& report : run_.ports) reports[report.port] += report.source == "link" ? 1 : 1000;
@@ -232,7 +233,7 @@ class Picture {
            "</circle>\n";
   }
 
-  // Those that happened at almost the same time stand in steps.
+  // Marks of events that happened at almost the same time are placed below each other.
   void drawEvents() {
     std::string marks;
     double lastX = -100;

@@ -12,7 +12,7 @@ class Recorder {
   explicit Recorder(ZeroTouch::MountedEntities const& entities)
       : ports_(entities, port_), changes_(entities, change_) {}
 
-  // From now on; it is held until the null handle comes instead.
+  // Records the states and timers of `machine` from now on; null ends that.
   void machineIs(Kel::Ptr<ZeroTouch::ZeroTouchSmModel const> const& machine) {
     machine_ = machine ? Kel::makePtr<MachineRecorder>(machine, state_, timer_) : nullptr;
   }
