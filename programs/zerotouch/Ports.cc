@@ -2,6 +2,7 @@
 #include <map>
 
 #include "programs/zerotouch/Output.h"
+#include "programs/zerotouch/Status.h"
 #include "programs/zerotouch/Terminal.h"
 #include "programs/zerotouch/Verbs.h"
 
@@ -9,56 +10,48 @@ namespace ZeroTouchCommand {
 
 namespace {
 
-// What the host knows of DHCP.
-struct DhcpView {
-  Kel::Value results4, results6;                 // the records, by device
-  Kel::Value served4, served6, servedStateless;  // devices with a client that runs
-  Kel::Value members6, waitingStateless;         // interfaces that DHCPv6 is for
-  bool releases4 = false, releases6 = false;     // whether that client hands a lease back
-  std::string chosen;                            // interface; empty for none
-};
-
-// What the host knows, fetched at once.
+// What the host knows, read at one moment.
 struct View {
   Kel::Seconds now = 0;
   Kel::Value ports, lags, configs;
-  DhcpView dhcp;
   Kel::Value phyRecords, registered, noSpeedChangePool, lldpPool, nextMode, nextAutoneg;
+  Kel::Value results4, results6;                 // what DHCP has brought, by device
+  Kel::Value served4, served6, servedStateless;  // devices with a client that runs
+  Kel::Value members6, waitingStateless;         // interfaces that DHCPv6 is for
+  Kel::Value releases4, releases6;               // whether that client hands a lease back
+  Kel::Value chosenIntf;
+  std::string chosen;  // its name, or ""
 };
 
-DhcpView fetchDhcp(Statebase::Client& host) {
-  auto const get = [&host](std::string const& path) { return host.call("get", {{"path", path}}); };
-  std::string const sm = "/zerotouch/sm/";
-  DhcpView view;
-  view.results4 = get("/zerotouch/dhcpStatus/intfDhcpStatus");
-  view.results6 = get("/zerotouch/dhcpStatus/intfDhcp6Status");
-  view.served4 = get(sm + "dhclientIntf");
-  view.served6 = get(sm + "dhclient6Intf");
-  view.servedStateless = get(sm + "dhclient6StatelessIntf");
-  view.members6 = get(sm + "intfStatus6");
-  view.waitingStateless = get(sm + "intfStatus6Stateless");
-  view.releases4 = isTrue(get(sm + "dhclientReleases"));
-  view.releases6 = isTrue(get(sm + "dhclient6Releases"));
-  Kel::Value const chosen = get(sm + "choosenIntf");
-  if (chosen != Kel::Value()) view.chosen = text(chosen);
-  return view;
-}
-
 View fetch(Context const& context) {
-  Statebase::Client host(context.socketPath);
-  auto const get = [&host](char const* path) { return host.call("get", {{"path", path}}); };
   View view;
-  view.now = number(host.call("time", {}));
-  view.ports = get("/interface/status/ethPhy/intfStatus");
-  view.lags = get("/interface/status/ethLag/intfStatus");
-  view.configs = get("/interface/config/ethPhy/intfConfig");
-  view.phyRecords = get("/zerotouch/sm/phyIntfStatus");
-  view.registered = get("/zerotouch/sm/intfStatus");
-  view.noSpeedChangePool = get("/zerotouch/sm/intfNoSpeedChangePool");
-  view.lldpPool = get("/zerotouch/sm/intfLldpPool");
-  view.nextMode = get("/zerotouch/sm/nextLinkModeForIntf");
-  view.nextAutoneg = get("/zerotouch/sm/nextAnegModeForIntf");
-  view.dhcp = fetchDhcp(host);
+  std::pair<char const*, Kel::Value*> const parts[] = {
+      {"/interface/status/ethPhy/intfStatus", &view.ports},
+      {"/interface/status/ethLag/intfStatus", &view.lags},
+      {"/interface/config/ethPhy/intfConfig", &view.configs},
+      {"/zerotouch/sm/phyIntfStatus", &view.phyRecords},
+      {"/zerotouch/sm/intfStatus", &view.registered},
+      {"/zerotouch/sm/intfNoSpeedChangePool", &view.noSpeedChangePool},
+      {"/zerotouch/sm/intfLldpPool", &view.lldpPool},
+      {"/zerotouch/sm/nextLinkModeForIntf", &view.nextMode},
+      {"/zerotouch/sm/nextAnegModeForIntf", &view.nextAutoneg},
+      {"/zerotouch/dhcpStatus/intfDhcpStatus", &view.results4},
+      {"/zerotouch/dhcpStatus/intfDhcp6Status", &view.results6},
+      {"/zerotouch/sm/dhclientIntf", &view.served4},
+      {"/zerotouch/sm/dhclient6Intf", &view.served6},
+      {"/zerotouch/sm/dhclient6StatelessIntf", &view.servedStateless},
+      {"/zerotouch/sm/intfStatus6", &view.members6},
+      {"/zerotouch/sm/intfStatus6Stateless", &view.waitingStateless},
+      {"/zerotouch/sm/dhclientReleases", &view.releases4},
+      {"/zerotouch/sm/dhclient6Releases", &view.releases6},
+      {"/zerotouch/sm/choosenIntf", &view.chosenIntf}};
+  Snapshot::Paths paths;
+  for (auto const& [path, value] : parts) paths.emplace_back(path);
+  Statebase::Client host(context.socketPath);
+  Snapshot const snapshot(host, paths);
+  for (auto const& [path, value] : parts) *value = snapshot[path];
+  view.now = snapshot.time();
+  if (view.chosenIntf != Kel::Value()) view.chosen = text(view.chosenIntf);
   return view;
 }
 
@@ -152,7 +145,7 @@ struct DhcpRow {
 
 bool hasBootFile(Kel::Value const& result) { return !memberText(result, "bootFileName").empty(); }
 
-std::string whyNotChosen(DhcpView const& view, Kel::Value const& result, bool asks, bool linkUp) {
+std::string whyNotChosen(View const& view, Kel::Value const& result, bool asks, bool linkUp) {
   std::string const reason = memberText(result, "reason");
   if (hasBootFile(result)) return view.chosen.empty() ? "not yet" : "no, " + view.chosen + " was first";
   if (reason == "FAIL" || reason == "TIMEOUT") return "no, nobody answered";
@@ -162,7 +155,7 @@ std::string whyNotChosen(DhcpView const& view, Kel::Value const& result, bool as
   return view.chosen.empty() ? "not asked now" : "no, " + view.chosen + " was first";
 }
 
-DhcpRow dhcpRow(DhcpView const& view, std::string const& port, Kel::Value const& result, std::string family,
+DhcpRow dhcpRow(View const& view, std::string const& port, Kel::Value const& result, std::string family,
                 std::string client, bool linkUp) {
   bool const asks = client == "asks";
   std::string const reason = memberText(result, "reason");
@@ -189,7 +182,7 @@ void settleChosen(std::vector<DhcpRow>& rows, Kel::Value const& four, Kel::Value
 }
 
 // What DHCP has brought on a port, one row for each family that is asked there.
-std::vector<DhcpRow> dhcpRows(DhcpView const& view, std::string const& port, std::string const& device,
+std::vector<DhcpRow> dhcpRows(View const& view, std::string const& port, std::string const& device,
                               bool linkUp) {
   Kel::Value const& four = at(view.results4, {device});
   Kel::Value const& six = at(view.results6, {device});
@@ -197,13 +190,13 @@ std::vector<DhcpRow> dhcpRows(DhcpView const& view, std::string const& port, std
     return !contains(served, device) ? "-" : releases ? "releases" : "asks";
   };
   std::vector<DhcpRow> rows{
-      dhcpRow(view, port, four, "DHCPv4", client(view.served4, view.releases4), linkUp)};
+      dhcpRow(view, port, four, "DHCPv4", client(view.served4, isTrue(view.releases4)), linkUp)};
   bool const waits = contains(view.waitingStateless, port);
   bool const stateless = waits || contains(view.servedStateless, device);
   if (stateless) {
     rows.push_back(dhcpRow(view, port, six, "DHCPv6 stateless", waits ? "waits its turn" : "asks", linkUp));
   } else if (contains(view.members6, port) || contains(view.served6, device) || six != Kel::Value()) {
-    rows.push_back(dhcpRow(view, port, six, "DHCPv6", client(view.served6, view.releases6), linkUp));
+    rows.push_back(dhcpRow(view, port, six, "DHCPv6", client(view.served6, isTrue(view.releases6)), linkUp));
   }
   if (view.chosen == port) settleChosen(rows, four, six);
   return rows;
@@ -213,7 +206,7 @@ std::vector<DhcpRow> dhcpRows(DhcpView const& view, std::string const& port, std
 Kel::ValueList dhcp(View const& view, Row const& port, Rows& table) {
   Kel::ValueList list;
   if (!contains(view.registered, port.port)) return list;
-  for (auto const& one : dhcpRows(view.dhcp, port.port, port.device, port.link == "up")) {
+  for (auto const& one : dhcpRows(view, port.port, port.device, port.link == "up")) {
     table.push_back({one.port, one.family, one.client, one.report, one.bootFile, one.chosen});
     list.push_back(Kel::ValueMap{{"family", one.family},
                                  {"client", one.client},

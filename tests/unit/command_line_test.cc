@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <future>
 
+#include "platform/model/history.h"
 #include "platform/statebase/Server.h"
 #include "tests/unit/StatebaseFixture.h"
 
@@ -17,6 +18,7 @@ class CommandLine : public ::testing::Test, protected TestTree {
   CommandLine() {
     tree.mount("/zerotouch/sm", machine, Access::readOnly);
     tree.mount("/zerotouch/status", machine->status(), Access::readOnly);
+    tree.mount("/log/history", history, Access::readOnly);
   }
 
   // What it prints, standard error included, then its exit code.
@@ -36,6 +38,7 @@ class CommandLine : public ::testing::Test, protected TestTree {
   }
 
   Kel::testing::SimulatedTime time;
+  Kel::Ptr<History::Log> history = Kel::makePtr<History::Log>();
   Kel::Ptr<ZeroTouch::ZeroTouchSmModel> machine = Kel::makePtr<ZeroTouch::ZeroTouchSmModel>(
       config, Kel::makePtr<ZeroTouch::Status>(), dhcpStatus, nullptr, nullptr, nullptr, nullptr, nullptr,
       nullptr, entityMib, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
@@ -62,7 +65,7 @@ TEST_F(CommandLine, StatusShowsWhereProvisioningStands) {
             "Provisioning:    enabled\n"
             "State:           stateDhcpQuery, for 5 s\n"
             "Retries:         2\n"
-            "Waits for:       DhclientQueryTimer, until 2023-11-14 23:13:35 (in 10 s of 15 s)\n"
+            "Waits for:       DhclientQueryTimer, until 2023-11-14 23:13:35 (10 s of 15 s are left)\n"
             "Run time:        1 h 0 min\n"
             "Run time limit:  1 d 1 h\n"
             "Script limit:    1 h 0 min\n"
@@ -139,6 +142,7 @@ TEST_F(CommandLine, PortsTellWhetherTheyTakePartAndWhyNot) {
 
 TEST_F(CommandLine, ValuesAndExitCodes) {
   std::string const maxRunTime = "/zerotouch/config/maxRunTime";
+  history->stateIs(1, {Kel::now(), "stateInit", "the host has started"});
   // A pipe that nobody reads any more.
   int closedPipe[2];
   ASSERT_EQ(pipe(closedPipe), 0);
@@ -164,7 +168,7 @@ TEST_F(CommandLine, ValuesAndExitCodes) {
        "stateInit\nexit 1"},
       {"get /zerotouch/config/cancelled", "true\nexit 0"},
       {"disable", "Provisioning is disabled; the state is stateInit.\nexit 0"},
-      {"watch --until stateInit", "2023-11-14 22:13:20  stateInit\nexit 0"},
+      {"watch --until stateInit", "2023-11-14 22:13:20  stateInit: the host has started\nexit 0"},
       {"list /zerotouch",
        "Name        Kind    Type                         Unit  Meaning\n"
        "config      entity  ZeroTouch::Config                  What the operator asks for. The command line "

@@ -50,14 +50,18 @@ void setBounds(Run& run) {
 }  // namespace
 
 Value fetchRun(Statebase::Client& host) {
-  auto const get = [&host](char const* path) { return host.call("get", {{"path", path}}); };
-  Value const history = get("/log/history");
-  Value const inventory = get("/entityMib/status");
-  auto const member = [&](char const* name) { return values(at(history, {name})); };
+  constexpr char const* historyPath = "/log/history";
+  constexpr char const* eventsPath = "/log/events/event";
+  constexpr char const* inventoryPath = "/entityMib/status";
+  Snapshot::Paths paths = statusPaths();
+  for (char const* const path : {historyPath, eventsPath, inventoryPath}) paths.emplace_back(path);
+  Snapshot const snapshot(host, paths);
+  Value const& inventory = snapshot[inventoryPath];
+  auto const member = [&](char const* name) { return values(at(snapshot[historyPath], {name})); };
   auto const root = [&](char const* name) { return memberText(at(inventory, {"root"}), name); };
   return Kel::ValueMap{
-      {"time", host.call("time", {})},
-      {"status", fetchStatus(host)},
+      {"time", snapshot.time()},
+      {"status", statusOf(snapshot)},
       {"inventory", Kel::ValueMap{{"modelName", root("modelName")},
                                   {"serialNum", root("serialNum")},
                                   {"systemMacAddr", memberText(inventory, "systemMacAddr")}}},
@@ -65,7 +69,7 @@ Value fetchRun(Statebase::Client& host) {
       {"timers", member("timer")},
       {"ports", member("port")},
       {"changes", member("change")},
-      {"events", values(get("/log/events/event"))}};
+      {"events", values(snapshot[eventsPath])}};
 }
 
 Run runOf(Value const& fetched) {
