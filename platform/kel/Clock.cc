@@ -2,6 +2,7 @@
 
 #include <cmath>
 
+#include "platform/kel/ActivityManager.h"
 #include "platform/kel/Assert.h"
 
 namespace Kel {
@@ -41,6 +42,19 @@ void Clock::fire(Seconds time) const {
     // one.
     next = schedule_.lower_bound({due, armed, nullptr});
   }
+}
+
+Alarm::Alarm(std::function<void()> call, Ptr<Clock const> clock)
+    : firing_(makePtr<Firing>(clock ? clock : activityManager()->config()->clock(), std::move(call))) {}
+
+// Its notifiee may live on for as long as the function that it calls now runs.
+Alarm::~Alarm() {
+  cancel();
+  firing_->hasNotificationActiveIs(false);
+}
+
+void Alarm::in(Seconds delay) {
+  if (!isSet()) at(now() + delay);
 }
 
 }  // namespace Kel

@@ -4,7 +4,7 @@
 
 #include <map>
 
-#include "platform/kel/Collection.h"
+#include "platform/kel/EntityType.h"
 #include "platform/linux/PortSelection.h"
 #include "platform/model/values/Wire.h"
 

@@ -89,6 +89,21 @@ Value Client::call(std::string const& method, ValueMap params) {
   }
 }
 
+std::map<std::string, Value> Client::get(std::vector<std::string> const& paths) {
+  return callForPaths("get", paths);
+}
+
+std::map<std::string, Value> Client::watch(std::vector<std::string> const& paths) {
+  return callForPaths("watch", paths);
+}
+
+std::map<std::string, Value> Client::callForPaths(char const* method, std::vector<std::string> const& paths) {
+  Value const result = call(method, {{"paths", Kel::ValueList(paths.begin(), paths.end())}});
+  auto const* members = result.as<ValueMap>();
+  if (members == nullptr) fail(std::string(method) + ": the host's answer is no object");
+  return {members->begin(), members->end()};
+}
+
 void Client::notify(std::string const& method, ValueMap params) {
   if (!sendLine({{"jsonrpc", "2.0"}, {"method", method}, {"params", std::move(params)}}))
     fail(std::strerror(EPIPE));

@@ -1,5 +1,5 @@
 // Writing: the same walk twice, first only to check, then to apply.
-#include "platform/statebase/Path.h"
+#include "platform/statebase/Json.h"
 #include "platform/statebase/Tree.h"
 
 namespace Statebase {

@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "platform/kel/Assert.h"
-#include "platform/statebase/Path.h"
+#include "platform/statebase/Json.h"
 
 namespace Statebase {
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <array>
 
-#include "platform/statebase/Path.h"
+#include "platform/statebase/Json.h"
 #include "programs/zerotouch-dhclient-script/Answer.h"
 #include "programs/zerotouch-dhclient-script/Checks.h"
 

@@ -3,7 +3,7 @@
 
 #include <optional>
 
-#include "platform/kel/Value.h"
+#include "platform/kel/EntityType.h"
 #include "programs/zerotouch-dhclient-script/Complaints.h"
 #include "programs/zerotouch-dhclient-script/Environment.h"
 

@@ -13,7 +13,6 @@
 #include <utility>
 
 #include "platform/statebase/Json.h"
-#include "platform/statebase/Path.h"
 #include "programs/zerotouch/Output.h"
 #include "programs/zerotouch/Verbs.h"
 

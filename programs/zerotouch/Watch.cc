@@ -4,7 +4,7 @@
 
 #include "platform/kel/Clock.h"
 #include "platform/model/agent.h"
-#include "platform/statebase/Path.h"
+#include "platform/statebase/Json.h"
 #include "programs/zerotouch/Failure.h"
 #include "programs/zerotouch/Output.h"
 #include "programs/zerotouch/Status.h"

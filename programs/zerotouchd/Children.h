@@ -5,7 +5,7 @@
 
 #include <map>
 
-#include "platform/kel/PosixChildRunner.h"
+#include "platform/kel/Child.h"
 
 class Children : public Kel::ChildRunner {
  public:

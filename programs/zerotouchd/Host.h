@@ -11,6 +11,7 @@
 #include "programs/zerotouchd/Events.h"
 #include "programs/zerotouchd/Platform.h"
 #include "programs/zerotouchd/history/Recorder.h"
+#include "zerotouch/agent/ZeroTouchAgent.h"
 
 using AgentFactory = decltype(&ZeroTouch::agentCreatorFactory);
 

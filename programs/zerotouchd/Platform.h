@@ -4,9 +4,9 @@
 
 #include <memory>
 
+#include "platform/model/handles.h"
 #include "platform/statebase/Tree.h"
 #include "programs/zerotouchd/HostConfig.h"
-#include "zerotouch/agent/MountedEntities.h"
 
 namespace Linux {
 class Adapter;

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "platform/kel/testing/SimulatedTime.h"
-#include "zerotouch/agent/MountedEntities.h"
+#include "zerotouch/agent/ZeroTouchAgent.h"
 
 struct IdleAgent {
   Kel::testing::SimulatedTime time;

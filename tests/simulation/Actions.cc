@@ -167,9 +167,9 @@ void inventory(World& world, Choice& choice) {
   auto const status = choice.chance(4) ? EntityMib::InitStatus::failed : EntityMib::InitStatus::initialized;
   world.note(!there ? "the inventory goes" : "inventory: " + std::string(stringValue(status)));
   if (there) {
-    world.platform.entityMib->rootIs()->initStatusIs(status);
+    world.platform.entityMibStatus->rootIs()->initStatusIs(status);
   } else {
-    world.platform.entityMib->rootDel();
+    world.platform.entityMibStatus->rootDel();
   }
 }
 
@@ -226,7 +226,7 @@ void cleanUp(World& world, Choice& choice) {
 void standby(World& world, Choice& choice) {
   bool const synchronised = choice.chance(2);
   world.note(synchronised ? "the standby is synchronised" : "the standby is not synchronised");
-  world.platform.fileReplication->entryIs("RedSup")->synchronizedIs(synchronised);
+  world.platform.fileReplicationStatus->entryIs("RedSup")->synchronizedIs(synchronised);
 }
 
 }  // namespace
@@ -237,7 +237,7 @@ void progress(World& world, Choice& choice) {
   Choice none(0);
   switch (world.state()) {
     case stateInit:
-      world.platform.entityMib->rootIs()->initStatusIs(EntityMib::InitStatus::initialized);
+      world.platform.entityMibStatus->rootIs()->initStatusIs(EntityMib::InitStatus::initialized);
       return enable(world, choice);
     case stateSetupInterfaces:
       world.note("30 s pass");

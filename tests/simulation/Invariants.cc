@@ -39,7 +39,7 @@ void World::checkNotStuck() {
   require(sm().transitionState() == stateInvalid, "a transition is still pending");
   bool const done = sm().reloadRequested();
   if (state() == stateInit) {
-    auto const root = platform.entityMib->root();
+    auto const root = platform.entityMibStatus->root();
     bool const ready = root && root->initStatus() == EntityMib::InitStatus::initialized;
     require(!platform.config->enabled() || !ready, "rests in stateInit, enabled and ready");
     require(!sm().timerActive(), "a timer runs in stateInit");
@@ -147,7 +147,7 @@ std::string World::identity() const {
   if (!net->domainName().empty()) add("domain=", net->domainName());
   for (auto const& [index, server] : net->nameServer()) add("ns=", server.stringValue());
   for (auto const& [index, server] : net->v6NameServer()) add("ns6=", server.stringValue());
-  for (auto const& [vrf, servers] : platform.logConfig->vrfLoggingHost()) {
+  for (auto const& [vrf, servers] : platform.sysLoggingConfig->vrfLoggingHost()) {
     for (auto const& [name, host] : servers->loggingHost()) add("log=", name);
   }
   for (auto const& [prefix, route] : platform.routingConfig->routeList()->route()) {

@@ -74,7 +74,7 @@ World::World(std::uint64_t bits, bool recorded) : recorded_(recorded) {
                                  "/run/zerotouch-dhclient.conf", "/run/zerotouch-dhclient6.conf"})
     unlink(file);
   Kel::activityManager()->config()->cellTypeIs(choice.chance(4) ? "modular" : "fixed");
-  if (choice.chance(2)) platform.fileReplication->entryIs("RedSup")->synchronizedIs(choice.chance(2));
+  if (choice.chance(2)) platform.fileReplicationStatus->entryIs("RedSup")->synchronizedIs(choice.chance(2));
   cleanUp = choice.among({CleanUp::prompt, CleanUp::prompt, CleanUp::later, CleanUp::never});
   children.onRunAndWait = [this](char const*) {
     bool const six = std::string(std::getenv("reason")) == "CLEANUP6";
@@ -115,7 +115,7 @@ World::World() : World(5, false) {
     addPort(i, choice);
     if (i > 0) platform.raPacketStatus->raPacketIs(port(i))->managedIs(i == 1);
   }
-  platform.entityMib->rootIs()->initStatusIs(EntityMib::InitStatus::initialized);
+  platform.entityMibStatus->rootIs()->initStatusIs(EntityMib::InitStatus::initialized);
 }
 
 World::~World() {

@@ -12,7 +12,7 @@
 #include "platform/kel/testing/SimulatedTime.h"
 #include "tests/simulation/FakeCurl.h"
 #include "tests/simulation/Limits.h"
-#include "zerotouch/agent/MountedEntities.h"
+#include "zerotouch/agent/ZeroTouchAgent.h"
 
 // Bits from which choices are drawn, so that the same bits always choose the same.
 class Choice {

@@ -53,9 +53,9 @@ TEST_F(Agent, the_root_holds_one_agent) {
   auto const create = [&]() -> Kel::Ptr<ZeroTouch::AgentCreator> const& {
     ZeroTouch::MountedEntities const& p = platform;
     return tree.agentIs(p.config, p.status, p.dhcpStatus, p.epicd, p.episd, p.vicd, p.visd, p.aisd, p.aisld,
-                        p.kernelNetInfo, p.elisd, p.eisd, p.entityMib, p.ipConfig, p.l3ConfigDir, p.ipStatus,
-                        p.ip6Config, p.ip6Status, p.routingConfig, p.netConfig, p.netStatus, p.reloadConfig,
-                        p.fileReplication, p.logConfig, p.raPacketStatus);
+                        p.kernelNetInfoStatus, p.elisd, p.eisd, p.entityMibStatus, p.ipConfig, p.l3ConfigDir,
+                        p.ipStatus, p.ip6Config, p.ip6Status, p.routingConfig, p.netConfig, p.netStatus,
+                        p.reloadConfig, p.fileReplicationStatus, p.sysLoggingConfig, p.raPacketStatus);
   };
   auto const first = create();
   EXPECT_EQ(create(), first);

@@ -50,7 +50,7 @@ Environment with(Environment environment, Environment const& changes) {
 
 struct Host : Statebase::RpcSession {
   Statebase::Role role() const override { return Statebase::Role::root; }
-  Kel::Value watch(std::string const&) override { return {}; }
+  void watch(std::vector<std::string> const&) override {}
   bool unwatch(std::string const&) override { return false; }
 };
 

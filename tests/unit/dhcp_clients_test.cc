@@ -137,8 +137,8 @@ TEST_F(DhcpClients, a_release_that_runs_is_left_alone_until_the_next_query) {
 }
 
 TEST_F(DhcpClients, the_configuration_files_tell_who_asks) {
-  platform.entityMib->systemMacAddrIs(*Wire::EthAddr::fromString("02:1a:b3:0a:0b:0c"));
-  auto const chassis = platform.entityMib->rootIs();
+  platform.entityMibStatus->systemMacAddrIs(*Wire::EthAddr::fromString("02:1a:b3:0a:0b:0c"));
+  auto const chassis = platform.entityMibStatus->rootIs();
   chassis->modelNameIs("M\"\n");
   chassis->serialNumIs("\x80");
   std::string const id = "send dhcp-client-identifier 02:1a:b3:0a:0b:0c;\n";

@@ -91,6 +91,26 @@ TEST_F(Clocks, may_be_parked_moved_or_ended_by_handlers) {
   EXPECT_EQ(taken(), (Log{"a@1.00", "g@1.00", "d@9.00"}));
 }
 
+TEST_F(Clocks, alarms_call_a_function_once_and_may_end_in_it) {
+  auto const note = [this](std::string const& what) { log.push_back(what); };
+  std::unique_ptr<Kel::Alarm> ending;
+  Kel::Alarm once([&] { note("once"); }), cancelled([&] { note("cancelled"); });
+  ending = std::make_unique<Kel::Alarm>([&] {
+    ending = nullptr;
+    note("ended");
+  });
+  once.in(2);
+  once.in(1);  // has no effect
+  EXPECT_EQ(once.time(), start + 2);
+  cancelled.in(1);
+  cancelled.cancel();
+  EXPECT_FALSE(cancelled.isSet());
+  ending->at(start + 5);
+  ending->at(start + 1);
+  time.advance(60);
+  EXPECT_EQ(taken(), (Log{"ended", "once"}));
+}
+
 TEST(RealTime, fires_clocks_at_most_a_few_milliseconds_late) {
   Kel::Loop& loop = Kel::Loop::instance();
   Log log;

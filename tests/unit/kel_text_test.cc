@@ -5,7 +5,7 @@
 #include <cmath>
 #include <functional>
 
-#include "platform/kel/Codec.h"
+#include "platform/kel/EntityType.h"
 #include "platform/kel/Format.h"
 #include "platform/kel/Log.h"
 #include "platform/kel/Trace.h"

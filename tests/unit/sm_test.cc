@@ -155,7 +155,7 @@ TEST_F(StateMachine, a_standby_is_waited_for_six_times_at_the_most) {
         Case{"supervisor", Standby::never, sixWaits, 30}}) {
     Kel::activityManager()->config()->cellTypeIs(c.cellType);
     inRetry();
-    auto const& replication = platform.fileReplication;
+    auto const& replication = platform.fileReplicationStatus;
     if (c.standby != Standby::none)
       replication->entryIs("RedSup")->synchronizedIs(c.standby == Standby::synchronized);
     Kel::Seconds const start = Kel::now();

@@ -1,8 +1,7 @@
 // The network value types: every text that is accepted comes back, everything else is refused.
 #include <gtest/gtest.h>
 
-#include "platform/model/values/Via.h"
-#include "platform/model/values/VrfName.h"
+#include "platform/model/values/Names.h"
 #include "platform/model/values/Wire.h"
 
 namespace {

@@ -7,8 +7,8 @@
 
 namespace ZeroTouch {
 
-// Owns the packet-socket manager and the state machine. The 25 handles are those of AgentCreatorModel, in its
-// order.
+// Owns the packet-socket manager and the state machine. The handles are those that the schema of
+// AgentCreatorModel lists, in its order.
 class AgentCreator : public AgentCreatorModel {
  public:
   template <typename... Handles>

@@ -10,29 +10,12 @@ namespace ZeroTouch {
 
 Kel::TraceFacility traceZeroTouchSm("ZeroTouchSm");
 
-ZeroTouchSm::ZeroTouchSm(
-    Kel::Ptr<Config> config, Kel::Ptr<Status> status, Kel::Ptr<DhcpStatus const> dhcpStatus,
-    Kel::Ptr<Interface::AllEthPhyIntfConfigDir> epicd,
-    Kel::Ptr<Interface::AllEthPhyIntfStatusDir const> episd, Kel::Ptr<Interface::VlanIntfConfigDir> vicd,
-    Kel::Ptr<Interface::VlanIntfStatusDir const> visd, Kel::Ptr<Interface::AllIntfStatusDir const> aisd,
-    Kel::Ptr<Interface::EthLagIntfStatusDir> elisd, Kel::Ptr<EntityMib::Status const> entityMibStatus,
-    Kel::Ptr<Ip::Config> ipConfig, Kel::Ptr<L3::Intf::ConfigDir> l3ConfigDir,
-    Kel::Ptr<Ip::Status const> ipStatus, Kel::Ptr<Ip6::Config> ip6Config,
-    Kel::Ptr<Ip6::Status const> ip6Status, Kel::Ptr<Routing::Config> routingConfig,
-    Kel::Ptr<System::NetConfig> netConfig, Kel::Ptr<System::NetStatus const> netStatus,
-    Kel::Ptr<System::Reload::Config> reloadConfig,
-    Kel::Ptr<FileReplication::Status const> fileReplicationStatus,
-    Kel::Ptr<LogMgr::LogConfig> sysLoggingConfig, Kel::Ptr<RouterAdvt::RaPacketStatus const> raPacketStatus,
-    Kel::Ptr<Interface::EthDevPamCollection const> ethDevPamCollection,
-    Kel::Ptr<Interface::PamDesiredIntfDir> pamDesiredIntfDir, Kel::Ptr<Kel::Clock const> clock,
-    Kel::Ptr<Kel::Clock const> stateTransitionClock)
-    : ZeroTouchSmModel(
-          std::move(config), std::move(status), std::move(dhcpStatus), std::move(epicd), std::move(episd),
-          std::move(vicd), std::move(visd), std::move(aisd), std::move(elisd), std::move(entityMibStatus),
-          std::move(ipConfig), std::move(l3ConfigDir), std::move(ipStatus), std::move(ip6Config),
-          std::move(ip6Status), std::move(routingConfig), std::move(netConfig), std::move(netStatus),
-          std::move(reloadConfig), std::move(fileReplicationStatus), std::move(sysLoggingConfig),
-          std::move(raPacketStatus), std::move(ethDevPamCollection), std::move(pamDesiredIntfDir)),
+ZeroTouchSm::ZeroTouchSm(PASSED_HANDLE_PARAMETERS,
+                         Kel::Ptr<Interface::EthDevPamCollection const> ethDevPamCollection,
+                         Kel::Ptr<Interface::PamDesiredIntfDir> pamDesiredIntfDir,
+                         Kel::Ptr<Kel::Clock const> const& clock,
+                         Kel::Ptr<Kel::Clock const> const& stateTransitionClock)
+    : ZeroTouchSmModel(PASSED_HANDLES, std::move(ethDevPamCollection), std::move(pamDesiredIntfDir)),
       kelConfig_(Kel::makePtr<KelConfig>(this->config(), *this)),
       kelDhcpStatus_(Kel::makePtr<KelDhcpStatus>(this->dhcpStatus(), *this)),
       kelIpStatus_(Kel::makePtr<KelIpStatus>(this->ipStatus(), *this)),

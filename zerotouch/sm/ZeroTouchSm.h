@@ -43,7 +43,7 @@
 #include "platform/kel/Child.h"
 #include "platform/kel/Clock.h"
 #include "platform/kel/FileDescriptor.h"
-#include "platform/model/agent.h"
+#include "platform/model/handles.h"
 #include "zerotouch/agent/EntityMibRootSm.h"
 #include "zerotouch/sm/TimerBase.h"
 
@@ -71,23 +71,10 @@ class ZeroTouchSm : public ZeroTouchSmModel {
 
   // Brings the machine up from whatever the entities already say. None of the handles is null, but those of
   // the inventory and of the packet sockets may be.
-  ZeroTouchSm(Kel::Ptr<Config> config, Kel::Ptr<Status> status, Kel::Ptr<DhcpStatus const> dhcpStatus,
-              Kel::Ptr<Interface::AllEthPhyIntfConfigDir> epicd,
-              Kel::Ptr<Interface::AllEthPhyIntfStatusDir const> episd,
-              Kel::Ptr<Interface::VlanIntfConfigDir> vicd, Kel::Ptr<Interface::VlanIntfStatusDir const> visd,
-              Kel::Ptr<Interface::AllIntfStatusDir const> aisd,
-              Kel::Ptr<Interface::EthLagIntfStatusDir> elisd,
-              Kel::Ptr<EntityMib::Status const> entityMibStatus, Kel::Ptr<Ip::Config> ipConfig,
-              Kel::Ptr<L3::Intf::ConfigDir> l3ConfigDir, Kel::Ptr<Ip::Status const> ipStatus,
-              Kel::Ptr<Ip6::Config> ip6Config, Kel::Ptr<Ip6::Status const> ip6Status,
-              Kel::Ptr<Routing::Config> routingConfig, Kel::Ptr<System::NetConfig> netConfig,
-              Kel::Ptr<System::NetStatus const> netStatus, Kel::Ptr<System::Reload::Config> reloadConfig,
-              Kel::Ptr<FileReplication::Status const> fileReplicationStatus,
-              Kel::Ptr<LogMgr::LogConfig> sysLoggingConfig,
-              Kel::Ptr<RouterAdvt::RaPacketStatus const> raPacketStatus,
-              Kel::Ptr<Interface::EthDevPamCollection const> ethDevPamCollection,
-              Kel::Ptr<Interface::PamDesiredIntfDir> pamDesiredIntfDir, Kel::Ptr<Kel::Clock const> clock,
-              Kel::Ptr<Kel::Clock const> stateTransitionClock);
+  ZeroTouchSm(PASSED_HANDLE_PARAMETERS, Kel::Ptr<Interface::EthDevPamCollection const> ethDevPamCollection,
+              Kel::Ptr<Interface::PamDesiredIntfDir> pamDesiredIntfDir,
+              Kel::Ptr<Kel::Clock const> const& clock,
+              Kel::Ptr<Kel::Clock const> const& stateTransitionClock);
   ~ZeroTouchSm() override;
 
   // --- States and transitions (sm/States.cc) ---

@@ -3,8 +3,8 @@
 
 #include <map>
 
+#include "platform/model/handles.h"
 #include "programs/zerotouchd/history/Ring.h"
-#include "zerotouch/agent/MountedEntities.h"
 
 // Must be destroyed before the entities, and after everything that changes them. A watcher of the history
 // must change no entity.
