@@ -28,6 +28,7 @@ class World::StateWatch : public ZeroTouch::ZeroTouchSmModel::NotifieeConst {
  public:
   explicit StateWatch(World& world) : NotifieeConst(world.agent->ztSm()), world_(world) {}
   void onCurrentState() override { world_.handleState(); }
+  void onChoosenIntf() override { world_.handleChoosenIntf(); }
 
  private:
   World& world_;
@@ -97,6 +98,7 @@ World::World(std::uint64_t bits, bool recorded) : recorded_(recorded) {
     platform.l3ConfigDir->intfConfigIs(own);
   }
   logSink_ = Kel::logSinkIs([this](Kel::LogEvent const& event) {
+    if (event.severity <= 4) warned_ = true;
     if (event.name == "ZTP_EXEC_SCRIPT_SUCCESS" ||
         (event.name == "ZTP_CONFIG_DOWNLOAD_SUCCESS" && event.message.find("startup-config") < 30))
       expectDisable = true;
@@ -247,6 +249,10 @@ void World::note(std::string const& text) const {
   std::fflush(stdout);  // what comes next may end the process
 }
 
+void World::handleChoosenIntf() {
+  if (sm().choosenIntf()) identity_ = identityOfAnswer();
+}
+
 void World::handleState() {
   State const now = state();
   onTransition(last_, now);
@@ -255,7 +261,17 @@ void World::handleState() {
   deadline = Kel::now() + longestTimeIn(sm());
   require(now != State::stateRetry || last_ != State::stateSetupSystemIdentity || identity().empty(),
           "an identity that did not work is left");
-  if (now == State::stateSetupSystemIdentity) identity_ = identityOfAnswer();
+  auto const cause = sm().transitionCause();
+  require(mayCause(cause, last_, now), std::string(stringValue(now)) + " was entered from " +
+                                           stringValue(last_) + " with the cause " + stringValue(cause));
+  require(!sm().transitionReason().empty(), "a change of state has no reason");
+  bool const failed = now == State::stateRetry || now == State::stateRetryFetchConfig;
+  require(!failed || warned_, "an attempt has failed without an event that says why: " + sm().transitionReason());
+  require(!failed || (sm().lastFailureState() == last_ && sm().lastFailureTime() == Kel::now()),
+          "the failure is not kept");
+  if ((now & (State::stateDhcpQuery | State::stateSetupSystemIdentity | State::stateFetchConfig |
+              State::stateCopyConfigOrExecScript)) != State::stateInvalid)
+    warned_ = false;
   last_ = now;
   note("-> " + std::string(stringValue(now)));
 }

@@ -110,6 +110,7 @@ class World {
   class Sockets;
 
   void handleState();
+  void handleChoosenIntf();
   void checkNotStuck();
   void checkOwners();
   void checkAtRest();
@@ -123,6 +124,7 @@ class World {
   unsigned reloads_ = 0;
   bool cleansUp_ = false;
   bool cleansUp6_ = false;
+  bool warned_ = false;  // an event has said what is wrong since the last failure
   State last_ = State::stateInit;
   std::string identity_;               // of the answer that was chosen last
   std::set<Wire::IntfId> configured_;  // interfaces whose configuration is not the agent's

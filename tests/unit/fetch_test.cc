@@ -15,14 +15,13 @@ TEST(BootFile, the_server_or_the_scheme_makes_the_url) {
     char const *server, *file, *expected;
   };
   for (Case const& c :
-       {Case{"", "http://h/c", "http://h/c http"}, Case{"", "https://h/c", "https://h/c http https"},
-        Case{"", "ftp://h/c", "ftp://h/c"}, Case{"", "tftp://h/c", "tftp://h/c"},
-        Case{"10.0.0.1", "cfg", "tftp://10.0.0.1/cfg"}, Case{"s", "http://h/c", "tftp://s/http://h/c"},
+       {Case{"", "http://h/c", "http://h/c http"}, Case{"", "https://h/c", "https://h/c https"},
+        Case{"", "ftp://h/c", "ftp://h/c ftp"}, Case{"", "tftp://h/c", "tftp://h/c tftp"},
+        Case{"10.0.0.1", "cfg", "tftp://10.0.0.1/cfg tftp"}, Case{"s", "http://h/c", "tftp://s/http://h/c tftp"},
         Case{"", "HTTP://h/c", "none"}, Case{"", "cfg", "none"}, Case{"", "file:///etc/shadow", "none"},
         Case{"", ":x", "none"}, Case{"", "httpx://h/c", "none"}}) {
     auto const file = ZeroTouch::bootFile(c.server, c.file);
-    EXPECT_EQ(file ? file->url + (file->http ? " http" : "") + (file->https ? " https" : "") : "none",
-              c.expected);
+    EXPECT_EQ(file.objection.empty() ? file.url + " " + file.scheme : "none" + file.url, c.expected);
   }
 }
 

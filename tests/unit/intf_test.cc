@@ -68,7 +68,7 @@ TEST_F(Intf, what_changes_while_the_view_is_frozen_is_looked_at_on_the_next_retr
   EXPECT_EQ(registered(), "Ethernet2 Ethernet3");
   EXPECT_EQ(sm().phyIntfStatus(id("Ethernet3"))->ethIntfStatus(), steady);
 
-  sm().doStateTransition(State::stateDhcpQuery, State::stateRetry);
+  sm().doStateTransition(State::stateDhcpQuery, State::stateRetry, ZeroTouch::TransitionCause::noBootFile);
   time.settle();
   EXPECT_EQ(registered(), "Ethernet1 Ethernet3 Ethernet4 Port-Channel1");
   EXPECT_EQ(known(), "Ethernet1 Ethernet3 Ethernet4");

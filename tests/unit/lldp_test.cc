@@ -80,7 +80,7 @@ TEST_F(Lldp, a_socket_that_comes_while_the_view_is_frozen_is_watched_from_the_ne
   pams()->intfPamIs(pam);
   pam->receive(lldpFrame);
   EXPECT_EQ(hearing(), "");
-  sm().doStateTransition(State::stateDhcpQuery, State::stateRetry);
+  sm().doStateTransition(State::stateDhcpQuery, State::stateRetry, ZeroTouch::TransitionCause::noBootFile);
   time.settle();
   pam->receive(lldpFrame);
   EXPECT_EQ(hearing(), "Ethernet1");

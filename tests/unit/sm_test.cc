@@ -74,7 +74,8 @@ TEST_F(StateMachine, a_refused_request_changes_nothing_but_cancels_the_timer) {
   sm.nextStateIs(State::stateRetry);  // held already: its entry action does not run again
   EXPECT_EQ(sm.retryCount(), 1);
   ASSERT_EQ(runningTimer(), "RetryWaitTimer");
-  sm.doStateTransition(State::stateDhcpQuery, State::stateStatelessDhcpQuery);
+  sm.doStateTransition(State::stateDhcpQuery, State::stateStatelessDhcpQuery,
+                       ZeroTouch::TransitionCause::dhcpQueryOver);
   time.settle();
   EXPECT_EQ(sm.currentState(), State::stateRetry);
   EXPECT_EQ(runningTimer(), "");
@@ -84,8 +85,8 @@ TEST_F(StateMachine, a_refused_request_changes_nothing_but_cancels_the_timer) {
 TEST_F(StateMachine, nothing_leaves_a_shutdown_that_is_pending_or_done) {
   Sm& sm = inRetry();
   for (State const request : {State::stateShutdown, State::stateInit}) {
-    sm.doStateTransition(State::stateInvalid, request);
-    sm.doStateTransition(State::stateInvalid, State::stateDhcpQuery);
+    sm.doStateTransition(State::stateInvalid, request, ZeroTouch::TransitionCause::provisioningDisabled);
+    sm.doStateTransition(State::stateInvalid, State::stateDhcpQuery, ZeroTouch::TransitionCause::attemptUndone);
     time.settle();
     EXPECT_EQ(sm.currentState(), State::stateShutdown);
   }
@@ -159,7 +160,7 @@ TEST_F(StateMachine, a_standby_is_waited_for_six_times_at_the_most) {
     if (c.standby != Standby::none)
       replication->entryIs("RedSup")->synchronizedIs(c.standby == Standby::synchronized);
     Kel::Seconds const start = Kel::now();
-    sm().doStateTransition(State::stateRetry, State::stateShutdown);
+    sm().doStateTransition(State::stateRetry, State::stateShutdown, ZeroTouch::TransitionCause::runTimeOver);
     if (c.standby == Standby::afterTwo) {
       time.advance(7);
       replication->entry("RedSup")->synchronizedIs(true);
@@ -229,10 +230,12 @@ TEST_F(StateMachine, its_timers_have_built_in_times_that_the_environment_overrid
     environment.set(variables + "_INTERVAL", "0.25");
     environment.set(variables + "_TIMEOUT", "2.5 seconds");
     expectTimes(0.25, 2.5);
-    for (char const* const noNumber : {"soon", "", "inf", "nan"}) {
+    for (char const* const noNumber : {"soon", "", "nan"}) {
       environment.set(variables + "_TIMEOUT", noNumber);
       expectTimes(0.25, 0);
     }
+    environment.set(variables + "_TIMEOUT", "inf");
+    expectTimes(0.25, Kel::never);
   }
 }
 

@@ -24,13 +24,14 @@ void ZeroTouchSm::KelIntfDhcpResult::handleBootFileName() {
   sm_.doStopDhclient6();
   sm_.doStopDhclient6Stateless();
   sm_.choosenIntfIs(intf);
-  sm_.doStateTransition(stateDhcpQuery() | stateStatelessDhcpQuery(), stateSetupSystemIdentity());
+  sm_.doStateTransition(stateDhcpQuery() | stateStatelessDhcpQuery(), stateSetupSystemIdentity(),
+                        {TransitionCause::bootFileNamed, intf->intfName()});
 }
 
 void ZeroTouchSm::KelIntfDhcpStatus::handleIntfDhcpReason() {
   KEL_TRACE(traceZeroTouchSm, 5, "KelIntfDhcpStatus::" << __func__ << " reason: " << notifier().reason());
   if (!sm_.mayMoveOnFrom(stateDhcpQuery()) || !sm_.allInterfacesFailedDhcp()) return;
-  ZTP_DHCPv4_QUERY_FAIL.log();
+  sm_.reportQueryFailure(ZTP_DHCPv4_QUERY_FAIL);
   sm_.doStopDhclient();
 }
 

@@ -2,12 +2,14 @@
 #include <cstring>
 
 #include "platform/kel/Assert.h"
+#include "zerotouch/agent/Warnings.h"
 #include "zerotouch/sm/SmTrace.h"
 #include "zerotouch/sm/ZeroTouchSm.h"
 
 namespace ZeroTouch {
 
 void ZeroTouchSm::doStartDhcpQuery() {
+  queryFailureReported_ = false;
   doCompleteDhclientConfigFiles();
   if (char** const cmdLine = allocDhclientAcquireCommandline()) {
     dhclientReleasesIs(false);
@@ -24,6 +26,17 @@ void ZeroTouchSm::doStartDhcpQuery() {
   } else {
     SM_TRACE(5, " - Failed to alloc dhclient6 command line");
   }
+}
+
+void ZeroTouchSm::reportQueryFailure(Kel::LogHandle& event) {
+  event.log();
+  queryFailureReported_ = true;
+}
+
+Kel::String ZeroTouchSm::whyNobodyIsAsked() const {
+  if (intfStatus().empty()) return "no port takes part";
+  if (dhcpDevices().empty() && intfStatus6().empty()) return "no port has a link";
+  return "the DHCP clients have ended by themselves";
 }
 
 // Router advertisements tell how each network hands out its addresses.
@@ -47,7 +60,13 @@ void ZeroTouchSm::doStartStatelessDhcpQuery() {
   } else if (askNextStatelessIntf()) {
     return;
   }
-  doStateTransition(stateStatelessDhcpQuery(), stateRetry());
+  if (queryFailureReported_) {
+    doStateTransition(stateStatelessDhcpQuery(), stateRetry(), TransitionCause::noBootFile);
+    return;
+  }
+  Kel::String const reason = whyNobodyIsAsked();
+  dhcpNotAsked.log(reason);
+  doStateTransition(stateStatelessDhcpQuery(), stateRetry(), {TransitionCause::noPortAsked, reason});
 }
 
 bool ZeroTouchSm::askNextStatelessIntf() {

@@ -8,29 +8,37 @@ namespace {
 char const* text(bool value) { return value ? "true" : "false"; }
 }  // namespace
 
-// The same choice of family as for the identity and the download: DHCPv4 if it brought a boot file, else
-// DHCPv6. A DHCPv4 record that only says that the query failed decides nothing.
+// Only an address of the answer that was chosen counts.
 bool ZeroTouchSm::readyToFetchConfig() const {
-  if (!choosenIntf()) return false;
-  auto const v4 = dhcpStatus()->intfDhcpStatus(choosenIntf()->kernelIntfName());
-  if (v4 && !v4->bootFileName().empty()) return readyToFetchConfigV4();
-  return dhcpStatus()->intfDhcp6Status(choosenIntf()->kernelIntfName()) && readyToFetchConfigV6();
+  auto const answer = chosenAnswer();
+  if (!answer) return false;
+  return answer->family() == AnswerFamily::dhcpv4 ? readyToFetchConfigV4() : readyToFetchConfigV6();
 }
 
 bool ZeroTouchSm::readyToFetchConfigV4() const {
   if (!choosenIntf()) return false;
-  auto const answer = dhcpStatus()->intfDhcpStatus(choosenIntf()->kernelIntfName());
+  auto const answer = chosenAnswer();
   auto const ip = ipStatus()->ipIntfStatus(choosenIntf()->intfId());
-  return readyWith(answer && !answer->bootFileName().empty(), "ipv4AddrConfigured",
+  return readyWith(answer && answer->family() == AnswerFamily::dhcpv4, "ipv4AddrConfigured",
                    ip && ip->activeAddrWithMask() != Wire::IpAddrWithMask{});
 }
 
 bool ZeroTouchSm::readyToFetchConfigV6() const {
   if (!choosenIntf()) return false;
-  auto const answer = dhcpStatus()->intfDhcp6Status(choosenIntf()->kernelIntfName());
+  auto const answer = chosenAnswer();
   auto const ip = ip6Status()->intf(choosenIntf()->intfId());
-  return readyWith(answer && !answer->bootFileName().empty(), "ipv6AddrConfigured",
+  return readyWith(answer && answer->family() != AnswerFamily::dhcpv4, "ipv6AddrConfigured",
                    ip && !ip->addr().empty());
+}
+
+Kel::String ZeroTouchSm::missingAddress() const {
+  auto const answer = chosenAnswer();
+  if (!answer) return "no answer is chosen";
+  auto const& address = answer->result()->addrWithMask();
+  bool const four = answer->family() == AnswerFamily::dhcpv4;
+  bool const leased = four ? !address.v4().address.isZero() : !address.v6().address.isZero();
+  Kel::String const what = leased ? address.stringValue() : four ? "an IPv4 address" : "an IPv6 address";
+  return what + " on " + choosenIntf()->intfName();
 }
 
 bool ZeroTouchSm::readyWith(bool bootFile, char const* addrLabel, bool addrConfigured) const {

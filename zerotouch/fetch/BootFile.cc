@@ -1,42 +1,65 @@
-// Which URL a DHCP answer asks for.
-#include <array>
+// Which answer wins, which URL it asks for, and the start of the download.
+#include "zerotouch/fetch/BootFile.h"
 
 #include "platform/kel/Assert.h"
 #include "zerotouch/agent/Events.h"
-#include "zerotouch/fetch/BootFile.h"
+#include "zerotouch/agent/Warnings.h"
 #include "zerotouch/sm/SmTrace.h"
 #include "zerotouch/sm/ZeroTouchSm.h"
 
 namespace ZeroTouch {
 
-std::optional<BootFile> bootFile(Kel::String const& serverName, Kel::String const& bootFileName) {
-  if (!serverName.empty()) return BootFile{"tftp://" + serverName + "/" + bootFileName, false, false};
+BootFile bootFile(Kel::String const& serverName, Kel::String const& bootFileName) {
+  if (!serverName.empty()) return {"tftp://" + serverName + "/" + bootFileName, "tftp", ""};
   std::size_t const colon = bootFileName.find(':');
-  if (colon == Kel::String::npos) return std::nullopt;
+  if (colon == Kel::String::npos) return {"", "", "it is no URL, and the answer names no TFTP server"};
   Kel::String const scheme = bootFileName.substr(0, colon);
-  bool const https = scheme == "https";
-  bool const http = https || scheme == "http";
-  if (!http && scheme != "ftp" && scheme != "tftp") return std::nullopt;
-  return BootFile{bootFileName, http, https};
+  bool const known = scheme == "http" || scheme == "https" || scheme == "ftp" || scheme == "tftp";
+  if (!known) return {"", "", "its scheme is none of http, https, ftp and tftp in lower case"};
+  return {bootFileName, scheme, ""};
 }
 
-// No event when there is no URL: an unknown scheme is nothing to report.
-void ZeroTouchSm::doTryFetchConfigFromServer() {
-  KEL_ASSERT(choosenIntf(), "choosenIntf()");
-  auto const& device = choosenIntf()->kernelIntfName();
-  auto answer = dhcpStatus()->intfDhcpStatus(device);
-  if (!answer || answer->bootFileName().empty()) answer = dhcpStatus()->intfDhcp6Status(device);
-  if (!answer || answer->bootFileName().empty()) return;
-  auto const file = bootFile(answer->serverName(), answer->bootFileName());
-  if (!file) {
-    SM_TRACE(1, " - No URL in bootfile-name " << answer->bootFileName());
-    return;
+// The one place where the winner is decided: DHCPv4, if both families have named a boot file on the port. What
+// is reported after that, as by a client that has not ended yet, changes nothing.
+void ZeroTouchSm::choosenIntfIs(Kel::Ptr<IntfStatus> const& intf) {
+  ZeroTouchSmModel::choosenIntfIs(intf);
+  Kel::Ptr<ChosenAnswer> answer;
+  if (intf) {
+    auto const v4 = dhcpStatus()->intfDhcpStatus(intf->kernelIntfName());
+    auto const v6 = dhcpStatus()->intfDhcp6Status(intf->kernelIntfName());
+    if (v4 && !v4->bootFileName().empty()) {
+      answer = answerFrom(AnswerFamily::dhcpv4, v4);
+    } else if (v6 && !v6->bootFileName().empty()) {
+      bool const stateless = v6->addrWithMask().v6().address.isZero();
+      answer = answerFrom(stateless ? AnswerFamily::statelessDhcpv6 : AnswerFamily::dhcpv6, v6);
+    }
   }
-  option67UriIs(file->url);
-  option67UriIsHttpIs(file->http);
-  option67UriIsHttpsIs(file->https);
+  chosenAnswerIs(answer);
+}
+
+Kel::Ptr<ChosenAnswer> ZeroTouchSm::answerFrom(AnswerFamily family,
+                                               Kel::Ptr<IntfDhcpStatus const> const& result) {
+  BootFile const file = bootFile(result->serverName(), result->bootFileName());
+  return Kel::makePtr<ChosenAnswer>(family, result, file.url, file.scheme, file.objection);
+}
+
+Cause ZeroTouchSm::doTryFetchConfigFromServer() {
+  KEL_ASSERT(choosenIntf(), "choosenIntf()");
+  auto const answer = chosenAnswer();
+  if (!answer) return {TransitionCause::bootFileNotUrl, "the answer names none"};
+  Kel::String const& name = answer->result()->bootFileName();
+  if (answer->url().empty()) {
+    SM_TRACE(1, " - No URL in bootfile-name " << name);
+    bootFileUnusable.log(name, answer->objection());
+    return {TransitionCause::bootFileNotUrl, name + ": " + answer->objection()};
+  }
+  option67UriIs(answer->url());
+  option67UriIsHttpIs(answer->scheme() == "http" || answer->scheme() == "https");
+  option67UriIsHttpsIs(answer->scheme() == "https");
   doTryFetchUri();
-  if (curlTransferDone() && !curlSuccess()) reportFailedDownload();
+  if (!curlTransferDone()) return TransitionCause::downloadNotStarted;  // unless it runs
+  if (!curlSuccess()) reportFailedDownload();
+  return {TransitionCause::downloadRefusedAtOnce, curlErrorStr()};
 }
 
 void ZeroTouchSm::reportFailedDownload() {

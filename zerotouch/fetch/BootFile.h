@@ -1,20 +1,18 @@
 // Which URL a DHCP answer asks for.
 #pragma once
 
-#include <optional>
-
 #include "platform/kel/Types.h"
 
 namespace ZeroTouch {
 
 struct BootFile {
-  Kel::String url;
-  bool http;   // http or https: the request says which switch is asking
-  bool https;  // its certificate is not checked
+  Kel::String url;        // empty when there is an objection
+  Kel::String scheme;     // "http", "https", "ftp" or "tftp"
+  Kel::String objection;  // why the name is no URL that can be downloaded; empty when it is one
 };
 
 // A server name means TFTP. Without one the boot file's name is the URL, when its scheme is, to the letter,
-// "http", "https", "ftp" or "tftp"; nothing otherwise.
-std::optional<BootFile> bootFile(Kel::String const& serverName, Kel::String const& bootFileName);
+// "http", "https", "ftp" or "tftp".
+BootFile bootFile(Kel::String const& serverName, Kel::String const& bootFileName);
 
 }  // namespace ZeroTouch

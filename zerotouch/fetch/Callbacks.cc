@@ -54,6 +54,13 @@ void keepFirstBytes(CurlTransfer& transfer, std::string_view data) {
 
 }  // namespace
 
+CurlTransfer::~CurlTransfer() {
+  if (output != nullptr) std::fclose(output);
+  if (headers != nullptr) curl->slistFreeAll(headers);
+  if (multi != nullptr) curl->multiCleanup(multi);
+  if (easy != nullptr) curl->easyCleanup(easy);
+}
+
 std::FILE* openDownload(char const* path, Kel::String& failure) {
   // O_NONBLOCK: a named pipe must not hold the loop.
   int const fd = open(path, O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, ownerOnly);
@@ -61,7 +68,8 @@ std::FILE* openDownload(char const* path, Kel::String& failure) {
   bool const known = fd >= 0 && fstat(fd, &file) == 0;
   Kel::String reason = known ? objection(file) : std::strerror(errno);
   if (reason.empty()) {
-    // Only what is not empty: a file that was cut, be it at 0, is pushed to the disk when it is closed.
+    // The kernel writes a file that was truncated to the disk when it is closed, even one that was empty: an
+    // empty one is therefore not truncated.
     bool const empty = file.st_size == 0 || ftruncate(fd, 0) == 0;
     std::FILE* const output = empty ? fdopen(fd, "wb") : nullptr;
     if (output != nullptr) {

@@ -12,8 +12,16 @@ namespace ZeroTouch {
 
 inline constexpr char const* configDownloadPath = "/tmp/zt-download";
 
-// Made by doTryFetchUri, freed by doCurlShutdown; the user pointer of both callbacks.
+// Made by doTryFetchUri, freed by doCurlShutdown; the user pointer of both callbacks. Owns libcurl's handles,
+// which are null when libcurl could not make them, and the file.
 struct CurlTransfer {
+  CurlTransfer() = default;  // without a transfer: the callbacks work on it all the same
+  explicit CurlTransfer(Curl const& library)
+      : curl(&library), easy(library.easyInit()), multi(library.multiInit()) {}
+  ~CurlTransfer();
+  CurlTransfer(CurlTransfer const&) = delete;
+  CurlTransfer& operator=(CurlTransfer const&) = delete;
+
   Curl const* curl = nullptr;
   CURL* easy = nullptr;
   CURLM* multi = nullptr;

@@ -62,16 +62,18 @@ void ZeroTouchSm::handleScriptChildProcessStatus() {
   if (!decides) return;
   if (script->statusCode() == Kel::ChildSiginfo::killed) {
     ZTP_EXEC_SCRIPT_SIGNALED.log(strsignal(script->signal()));
-    doStateTransition(stateCopyConfigOrExecScript(), stateRetry());
+    doStateTransition(stateCopyConfigOrExecScript(), stateRetry(),
+                      {TransitionCause::scriptKilled, strsignal(script->signal())});
   } else if (script->exitStatus() == 0) {
     ZTP_EXEC_SCRIPT_SUCCESS.log();
-    doCreateGuardFileAndShutdown();
+    doCreateGuardFileAndShutdown(TransitionCause::scriptSucceeded);
   } else {
     Kel::String error = Kel::format("%d. ", script->exitStatus());
     Kel::String const output = configScriptOutput();
     if (!output.empty()) error += "Output: " + output;
     ZTP_EXEC_SCRIPT_FAIL.log(error);
-    doStateTransition(stateCopyConfigOrExecScript(), stateRetry());
+    doStateTransition(stateCopyConfigOrExecScript(), stateRetry(),
+                      {TransitionCause::scriptFailed, Kel::format("exit status %d", script->exitStatus())});
   }
 }
 

@@ -18,7 +18,7 @@ void ZeroTouchSm::KelIpIntfStatus::handleActiveAddrWithMask() {
   sm_.findIntfStatusForInterface(notifier().intfId().stringValue(), intf);
   if (!intf || notifier().activeAddrWithMask() == Wire::IpAddrWithMask{} || !sm_.readyToFetchConfigV4())
     return;
-  sm_.doStateTransition(stateSetupSystemIdentity(), stateFetchConfig());
+  sm_.doStateTransition(stateSetupSystemIdentity(), stateFetchConfig(), TransitionCause::addressActive);
 }
 
 void ZeroTouchSm::KelIp6IntfStatus::handleAddr(Wire::Ip6AddrWithMask const& addr) {
@@ -27,7 +27,7 @@ void ZeroTouchSm::KelIp6IntfStatus::handleAddr(Wire::Ip6AddrWithMask const& addr
   sm_.findIntfStatusForInterface(notifier().intfId().stringValue(), intf);
   bool const added = notifier().addr(addr) && !addr.address.isZero();
   if (!intf || !added || !sm_.readyToFetchConfigV6()) return;
-  sm_.doStateTransition(stateSetupSystemIdentity(), stateFetchConfig());
+  sm_.doStateTransition(stateSetupSystemIdentity(), stateFetchConfig(), TransitionCause::addressActive);
 }
 
 }  // namespace ZeroTouch

@@ -12,21 +12,20 @@ constexpr std::uint32_t defaultMtu = 1500;
 constexpr Wire::IpAddrWithMask noAddress{{}, 32};
 }  // namespace
 
-// DHCPv4 wins when both families have answered.
 void ZeroTouchSm::doConfigureSystemIdentity() {
   auto const intfStatus = choosenIntf();
   KEL_ASSERT(intfStatus, "intfStatus");
-  auto const v4 = dhcpStatus()->intfDhcpStatus(intfStatus->kernelIntfName());
-  auto const v6 = dhcpStatus()->intfDhcp6Status(intfStatus->kernelIntfName());
-  if (v4 && !v4->bootFileName().empty()) {
+  auto const answer = chosenAnswer();
+  if (!answer) return;
+  if (answer->family() == AnswerFamily::dhcpv4) {
     doConfigureSystemIdentityV4();
-  } else if (v6 && !v6->bootFileName().empty()) {
+  } else {
     doConfigureSystemIdentityV6();
   }
 }
 
 void ZeroTouchSm::doConfigureSystemIdentityV4() {
-  IdentityWriter writer(*this, dhcpStatus()->intfDhcpStatus(choosenIntf()->kernelIntfName()));
+  IdentityWriter writer(*this);
   writer.mtu();
   writer.address4();
   writer.hostname();
@@ -41,14 +40,13 @@ void ZeroTouchSm::doConfigureSystemIdentityV4() {
 
 // Host name, log servers, routes and gateways are not taken from a DHCPv6 answer.
 void ZeroTouchSm::doConfigureSystemIdentityV6() {
-  auto const answer = dhcpStatus()->intfDhcp6Status(choosenIntf()->kernelIntfName());
-  IdentityWriter writer(*this, answer);
+  IdentityWriter writer(*this);
   writer.mtu();
   writer.address6();
   writer.nameServers(IdentityWriter::Family::v6);
   writer.domainName();
   writer.bootFile();
-  bool const stateless = answer->addrWithMask().v6().address.isZero();
+  bool const stateless = chosenAnswer()->family() == AnswerFamily::statelessDhcpv6;
   (stateless ? ZTP_STATELESS_DHCPv6_SUCCESS : ZTP_DHCPv6_SUCCESS).log(writer.summary());
 }
 

@@ -2,56 +2,66 @@
 
 #include "platform/kel/Assert.h"
 #include "zerotouch/agent/Events.h"
+#include "zerotouch/agent/Warnings.h"
 #include "zerotouch/sm/SmTrace.h"
 #include "zerotouch/sm/ZeroTouchSm.h"
 
 namespace ZeroTouch {
 
 void InterfacesSetupTimer::handleTimerStop() {
-  ztSm()->doStateTransition(ztSm()->stateSetupInterfaces(), ztSm()->stateDhcpQuery());
+  ztSm()->doStateTransition(ztSm()->stateSetupInterfaces(), ztSm()->stateDhcpQuery(),
+                            TransitionCause::portsSetUp);
 }
 
 void DhclientQueryTimer::handleTimerStop() {
   if (ztSm()->currentState() != ztSm()->stateDhcpQuery()) return;
   if (ztSm()->dhclientChildProcess()) {
-    ZTP_DHCPv4_QUERY_FAIL.log();
+    ztSm()->reportQueryFailure(ZTP_DHCPv4_QUERY_FAIL);
     ztSm()->doStopDhclient();
   }
   if (ztSm()->dhclient6ChildProcess()) {
-    ZTP_DHCPv6_QUERY_FAIL.log();
+    ztSm()->reportQueryFailure(ZTP_DHCPv6_QUERY_FAIL);
     ztSm()->doStopDhclient6();
   }
-  ztSm()->doStateTransition(ztSm()->stateDhcpQuery(), ztSm()->stateStatelessDhcpQuery());
+  ztSm()->doStateTransition(ztSm()->stateDhcpQuery(), ztSm()->stateStatelessDhcpQuery(),
+                            TransitionCause::dhcpQueryOver);
 }
 
 void StatelessDhclientQueryTimer::handleTimerTick() {
   if (ztSm()->currentState() != ztSm()->stateStatelessDhcpQuery()) return;
   ztSm()->doStopDhclient6Stateless();
   if (ztSm()->askNextStatelessIntf()) return;
-  ZTP_STATELESS_DHCPv6_QUERY_FAIL.log();
-  ztSm()->doStateTransition(ztSm()->stateStatelessDhcpQuery(), ztSm()->stateRetry());
+  ztSm()->reportQueryFailure(ZTP_STATELESS_DHCPv6_QUERY_FAIL);
+  ztSm()->doStateTransition(ztSm()->stateStatelessDhcpQuery(), ztSm()->stateRetry(),
+                            TransitionCause::statelessUnanswered);
 }
 
 void StatelessDhclientQueryTimer::handleTimerStop() {
   ztSm()->doStopDhclient6Stateless();
-  ZTP_STATELESS_DHCPv6_QUERY_FAIL.log();
-  ztSm()->doStateTransition(ztSm()->stateStatelessDhcpQuery(), ztSm()->stateRetry());
+  ztSm()->reportQueryFailure(ZTP_STATELESS_DHCPv6_QUERY_FAIL);
+  ztSm()->doStateTransition(ztSm()->stateStatelessDhcpQuery(), ztSm()->stateRetry(),
+                            TransitionCause::statelessTimeout);
 }
 
 void SystemIdentitySetupTimer::handleTimerTick() {
   ztSm()->systemIdentitySetupTimerExpiredIs(true);
   if (ztSm()->readyToFetchConfig()) {
-    ztSm()->doStateTransition(ztSm()->stateSetupSystemIdentity(), ztSm()->stateFetchConfig());
+    ztSm()->doStateTransition(ztSm()->stateSetupSystemIdentity(), ztSm()->stateFetchConfig(),
+                              TransitionCause::identitySettled);
   }
 }
 
 void SystemIdentitySetupTimer::handleTimerStop() {
   ztSm()->systemIdentitySetupTimerExpiredIs(true);
   if (ztSm()->readyToFetchConfig()) {
-    ztSm()->doStateTransition(ztSm()->stateSetupSystemIdentity(), ztSm()->stateFetchConfig());
+    ztSm()->doStateTransition(ztSm()->stateSetupSystemIdentity(), ztSm()->stateFetchConfig(),
+                              TransitionCause::identitySettled);
   } else {
+    Kel::String const missing = ztSm()->missingAddress();
+    addressNotActive.log(missing);
     ztSm()->doUnconfigureSystemIdentity();
-    ztSm()->doStateTransition(ztSm()->stateSetupSystemIdentity(), ztSm()->stateRetry());
+    ztSm()->doStateTransition(ztSm()->stateSetupSystemIdentity(), ztSm()->stateRetry(),
+                              {TransitionCause::identityNotActive, missing});
   }
 }
 
@@ -60,28 +70,37 @@ void ConfigFetchTimer::handleTimerTick() { ztSm()->handleCurlSockFd(); }
 void ConfigFetchTimer::handleTimerStop() {
   ztSm()->doCurlShutdown();
   ZTP_CONFIG_DOWNLOAD_TIMEOUT.log(ztSm()->option67Uri(), timeout());
-  ztSm()->doStateTransition(ztSm()->stateFetchConfig(), ztSm()->stateRetry());
+  ztSm()->doStateTransition(ztSm()->stateFetchConfig(), ztSm()->stateRetry(),
+                            TransitionCause::downloadTimeout);
 }
 
 void ConfigFetchRetryTimer::handleTimerStop() {
   // Networks lose addresses; what the retry needs may be gone by now.
-  bool const ready = ztSm()->readyToFetchConfig();
-  if (!ready)
-    KEL_TRACE(traceZeroTouchSm, 1, "ConfigFetchRetryTimer::handleTimerStop not ztSm()->readyToFetchConfig()");
-  ztSm()->doStateTransition(ztSm()->stateRetryFetchConfig(),
-                            ready ? ztSm()->stateFetchConfig() : ztSm()->stateRetry());
+  if (ztSm()->readyToFetchConfig()) {
+    ztSm()->doStateTransition(ztSm()->stateRetryFetchConfig(), ztSm()->stateFetchConfig(),
+                              TransitionCause::downloadAgain);
+    return;
+  }
+  KEL_TRACE(traceZeroTouchSm, 1, "ConfigFetchRetryTimer::handleTimerStop not ztSm()->readyToFetchConfig()");
+  Kel::String const missing = ztSm()->missingAddress();
+  addressGone.log(missing);
+  ztSm()->doStateTransition(ztSm()->stateRetryFetchConfig(), ztSm()->stateRetry(),
+                            {TransitionCause::addressLost, missing});
 }
 
 void ScriptExecTimer::handleTimerStop() {
   ztSm()->doKillRunningScript();
   ZTP_EXEC_SCRIPT_TIMEOUT.log(timeout());
-  ztSm()->doStateTransition(ztSm()->stateCopyConfigOrExecScript(), ztSm()->stateRetry());
+  ztSm()->doStateTransition(ztSm()->stateCopyConfigOrExecScript(), ztSm()->stateRetry(),
+                            TransitionCause::scriptTimeout);
 }
 
 void RetryWaitTimer::handleTimerStop() {
   if (ztSm()->awaitsDhcpCleanup()) {
-    // The results have not gone in time; the query goes on with whatever is left of them.
-    ztSm()->doStateTransition(ztSm()->stateRetry(), ztSm()->stateDhcpQuery());
+    // The query goes on with whatever is left of the results.
+    dhcpResultsLeft.log();
+    ztSm()->doStateTransition(ztSm()->stateRetry(), ztSm()->stateDhcpQuery(),
+                              TransitionCause::dhcpResultsRemain);
     return;
   }
   ztSm()->doStopDhclient();

@@ -6,7 +6,7 @@
 namespace ZeroTouch {
 
 // The built-in times of a timer class, and the environment variables that override them (read when a timer is
-// started; seconds, as strtod(3) reads them: what is no number counts as 0).
+// started; seconds, as strtod(3) reads them: "inf" means never, and what is no number counts as 0).
 struct TimerSettings {
   char const* name;
   Kel::Seconds interval;

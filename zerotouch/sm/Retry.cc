@@ -27,7 +27,7 @@ void ZeroTouchSm::doCleanupAndRetry() {
   choosenIntfIs(nullptr);
   bool const results = !dhcpStatus()->intfDhcpStatus().empty() || !dhcpStatus()->intfDhcp6Status().empty();
   if (!results || std::getenv("ZEROTOUCH_IGNORE_DHCLIENTCLEANUP") != nullptr) {
-    doStateTransition(stateRetry(), stateDhcpQuery());
+    doStateTransition(stateRetry(), stateDhcpQuery(), TransitionCause::attemptUndone);
     return;
   }
   // The script reports that the results are gone, maybe already while it runs here; a script that is missing
@@ -41,7 +41,7 @@ void ZeroTouchSm::resumeAfterDhcpCleanup() {
   if (!awaitsDhcpCleanup() || !mayActIn(stateRetry())) return;
   if (!dhcpStatus()->intfDhcpStatus().empty() || !dhcpStatus()->intfDhcp6Status().empty()) return;
   awaitsDhcpCleanupIs(false);
-  doStateTransition(stateRetry(), stateDhcpQuery());
+  doStateTransition(stateRetry(), stateDhcpQuery(), TransitionCause::dhcpResultsGone);
 }
 
 }  // namespace ZeroTouch

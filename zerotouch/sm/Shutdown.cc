@@ -14,10 +14,10 @@ constexpr std::uint16_t maxStartupFileSyncWaits = 5;
 // The reactor on Config.enabled does the rest.
 void ZeroTouchSm::doCancelZeroTouch() { config()->enabledIs(false); }
 
-void ZeroTouchSm::doCreateGuardFileAndShutdown() {
+void ZeroTouchSm::doCreateGuardFileAndShutdown(Cause const& cause) {
   doAddConfigEntry(disableSetting, disableOnNextReload);
   doWriteConfigFile();
-  doStateTransition(stateInvalid(), stateShutdown());
+  doStateTransition(stateInvalid(), stateShutdown(), cause);
 }
 
 bool ZeroTouchSm::isFixedSystem() {

@@ -14,6 +14,8 @@ void ZeroTouchSm::handleInitialized() {
   initializedIs(true);
   startTimeIs(Kel::now());
   stateTimeIs(startTime());
+  transitionCauseIs(TransitionCause::agentStarted);
+  transitionReasonIs(Cause(TransitionCause::agentStarted).reason());
   doReadConfigFile();
   handleEntityMibRoot();
   handleEnabled();
@@ -80,7 +82,7 @@ void ZeroTouchSm::doTryStartZeroTouch() {
   doCleanupDhclientState();
   doCreateDhclientConfigFile();
   doCreateDhclient6ConfigFile();
-  doStateTransition(stateInit(), stateSetupInterfaces());
+  doStateTransition(stateInit(), stateSetupInterfaces(), TransitionCause::provisioningEnabled);
 }
 
 void ZeroTouchSm::doStopZeroTouch(bool cancelled) {
@@ -88,13 +90,13 @@ void ZeroTouchSm::doStopZeroTouch(bool cancelled) {
   bool const ran = currentState() != stateInit() || transitionState() != stateInvalid();
   doCleanupCurrentState();
   if (cancelled) {
-    doCreateGuardFileAndShutdown();
+    doCreateGuardFileAndShutdown(TransitionCause::provisioningCancelled);
     return;
   }
   // Requested first: what the platform reports while things are taken back is no reason to take them up
   // again.
-  doStateTransition(stateInvalid(), stateInit());
-  // Without a run nothing here is ours.
+  doStateTransition(stateInvalid(), stateInit(), TransitionCause::provisioningDisabled);
+  // Before a run starts, the agent has changed nothing that it could take back.
   if (ran) leaveAsFound();
 }
 

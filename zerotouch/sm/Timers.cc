@@ -15,9 +15,7 @@ Kel::Seconds overridden(char const* variable, Kel::Seconds builtIn) {
   char const* const value = std::getenv(variable);
   if (value == nullptr) return builtIn;
   Kel::Seconds const parsed = std::strtod(value, nullptr);
-  // strtod also reads "inf" and "nan": no number of seconds, and a timer that never fires would hold the run
-  // for ever.
-  return std::isfinite(parsed) ? parsed : 0;
+  return std::isnan(parsed) ? 0 : parsed;
 }
 
 }  // namespace
@@ -29,8 +27,10 @@ Kel::Ptr<TimerBase> ZeroTouchSm::timer() const {
 template <typename Timer>
 void ZeroTouchSm::startTimer(Kel::Seconds interval, Kel::Seconds timeout) {
   TimerSettings const& settings = Timer::settings;
-  auto const timer = Kel::makePtr<Timer>(settings.name, this, overridden(settings.intervalVariable, interval),
-                                         overridden(settings.timeoutVariable, timeout), Kel::now());
+  Kel::Seconds const ends = overridden(settings.timeoutVariable, timeout);
+  Kel::Seconds ticks = overridden(settings.intervalVariable, interval);
+  if (std::isinf(ticks)) ticks = ends;  // It never ticks, but it ends.
+  auto const timer = Kel::makePtr<Timer>(settings.name, this, ticks, ends, Kel::now());
   timer->defaultIntervalIs(interval);
   timer->defaultTimeoutIs(timeout);
   timerIs(timer);

@@ -37,14 +37,17 @@
 #pragma once
 
 #include <map>
+#include <memory>
 #include <optional>
 #include <set>
 
 #include "platform/kel/Child.h"
 #include "platform/kel/Clock.h"
 #include "platform/kel/FileDescriptor.h"
+#include "platform/kel/Log.h"
 #include "platform/model/handles.h"
 #include "zerotouch/agent/EntityMibRootSm.h"
+#include "zerotouch/sm/Cause.h"
 #include "zerotouch/sm/TimerBase.h"
 
 namespace ZeroTouch {
@@ -79,9 +82,9 @@ class ZeroTouchSm : public ZeroTouchSmModel {
 
   // --- States and transitions (sm/States.cc) ---
 
-  // The only way to ask for a change. `fromStates` is the set of states from which it is allowed,
-  // stateInvalid() for any. Cancels the running timer even when the request is refused.
-  void doStateTransition(State fromStates, State toState);
+  // The only way to ask for a change, and to say why. `fromStates` is the set of states from which it is
+  // allowed, stateInvalid() for any. Cancels the running timer even when the request is refused.
+  void doStateTransition(State fromStates, State toState, Cause const& cause);
   // Whether a handler that runs late may still act: the current state is one of `states`, and it is not about
   // to be left for stateInit or stateShutdown.
   bool mayActIn(State states) const;
@@ -125,7 +128,7 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   void doCleanupCurrentState();
   void doCleanupAndRetry();
   void doCancelZeroTouch();
-  void doCreateGuardFileAndShutdown();
+  void doCreateGuardFileAndShutdown(Cause const& cause);
   void doShutdown();
 
   // --- Settings file (agent/Settings.cc) ---
@@ -233,6 +236,10 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   bool readyToFetchConfig() const;
   bool readyToFetchConfigV4() const;
   bool readyToFetchConfigV6() const;
+  // The address for which readyToFetchConfig() waits, and its port, for people.
+  Kel::String missingAddress() const;
+  // Raises one of the events that say that a query has failed.
+  void reportQueryFailure(Kel::LogHandle& event);
   // Lets the clean-up script remove what clients left configured. Blocks while the script runs, twice.
   void doCleanupDhclientState();
 
@@ -248,11 +255,15 @@ class ZeroTouchSm : public ZeroTouchSmModel {
 
   // --- Download and install (fetch/) ---
 
-  void doTryFetchConfigFromServer();
+  // Chooses the interface, and with it the answer (chosenAnswer()); null forgets both.
+  void choosenIntfIs(Kel::Ptr<IntfStatus> const& intf);
+  // Starts the download. When it neither runs nor has succeeded by then, an event has said so, and the cause
+  // says why.
+  Cause doTryFetchConfigFromServer();
   // Starts a transfer of option67Uri().
   void doTryFetchUri();
   // Null when no transfer runs.
-  CurlTransfer const* curlCBData() const { return curlCBData_; }
+  CurlTransfer const* curlCBData() const { return curlCBData_.get(); }
   Kel::Ptr<Kel::FileDescriptor> curlSockFd() const;
   void doBuildCurlHttpHeaders();
   // Lets libcurl run, and watches its socket for what it waits for next.
@@ -308,6 +319,7 @@ class ZeroTouchSm : public ZeroTouchSmModel {
 
   // States.cc
   void enter(State state);
+  void noteOutcome(State entered);
   void enterFetchConfig();
   void enterRetryFetchConfig();
   void enterCopyConfigOrExecScript();
@@ -354,11 +366,14 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   std::vector<Kel::String> dhcpDevices() const;
   char** allocReleaseCommandline(bool six, char const* caller) const;
   void selectIntfs6();
+  Kel::String whyNobodyIsAsked() const;
   // Starts a client and frees its command line.
   static Kel::Ptr<Kel::ChildSiginfo> execClient(char** cmdLine, char const* caller);
   bool readyWith(bool bootFile, char const* addrLabel, bool addrConfigured) const;
 
   // fetch/
+  static Kel::Ptr<ChosenAnswer> answerFrom(AnswerFamily family,
+                                           Kel::Ptr<IntfDhcpStatus const> const& result);
   void forgetTransfer();
   void watchCurlSocket();
   void reportFailedDownload();
@@ -398,9 +413,14 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   Kel::Ptr<KelDhclientChildProcess> dhclientChildProcess_;
   Kel::Ptr<KelDhclient6ChildProcess> dhclient6ChildProcess_;
   Kel::Ptr<KelDhclient6StatelessChildProcess> dhclient6StatelessChildProcess_;
-  CurlTransfer* curlCBData_ = nullptr;  // owned
+  // Its type is known where libcurl is (fetch/).
+  struct TransferEnd {
+    void operator()(CurlTransfer* transfer) const;
+  };
+  std::unique_ptr<CurlTransfer, TransferEnd> curlCBData_;
   Kel::Ptr<KelCurlSockFd> curlSockFd_;
   Kel::Ptr<KelScriptChildProcess> scriptChildProcess_;
+  bool queryFailureReported_ = false;  // by an event, in this attempt
   bool dhclientConfigCut_ = false;
   bool dhclient6ConfigCut_ = false;
   bool scriptSignalled_ = false;  // it was asked to end
