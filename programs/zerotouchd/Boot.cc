@@ -48,33 +48,27 @@ ProvisioningSwitch provisioningAtBoot(Kel::String const& runDirectory) {
   return {true, "there is no startup configuration, " + startupConfig};
 }
 
-class ReloadMark::Reactor : public ZeroTouch::ZeroTouchSmModel::NotifieeConst {
- public:
-  Reactor(Kel::Ptr<ZeroTouch::ZeroTouchSmModel const> const& sm, ReloadMark const& mark)
-      : NotifieeConst(sm), mark_(mark) {}
-
-  // A shutdown that is asked for always comes about, so the mark is left when it is asked for.
-  void onTransitionState() override { handleState(notifier().transitionState()); }
-  void onCurrentState() override { handleState(notifier().currentState()); }
-
- private:
-  void handleState(ZeroTouch::ProvisioningState state) {
-    if (state != ZeroTouch::ProvisioningState::stateShutdown || std::exchange(written_, true)) return;
-    std::error_code error;
-    std::filesystem::create_directories(std::filesystem::path(mark_.path_).parent_path(), error);
-    Kel::String const reason = Linux::replaceWhole(mark_.path_, mark_.place_, 0600);
-    if (!reason.empty()) say("cannot write " + mark_.path_ + ": " + reason);
-  }
-
-  ReloadMark const& mark_;
-  bool written_ = false;
-};
-
 ReloadMark::ReloadMark(Kel::String const& runDirectory)
     : path_(runDirectory + "/reload-is-due"), place_(thisBoot()), left_(Linux::readWhole(path_) == place_) {}
 
-ReloadMark::~ReloadMark() = default;
-
 void ReloadMark::follow(Kel::Ptr<ZeroTouch::ZeroTouchSmModel const> const& sm) {
-  reactor_ = sm ? Kel::makePtr<Reactor>(sm, *this) : nullptr;
+  using Hooks = ZeroTouch::ZeroTouchSmModel::NotifieeConst;
+  if (!sm) {
+    reactor_ = {};
+    return;
+  }
+  // A shutdown that is asked for always comes about, so the mark is left when it is asked for.
+  reactor_ =
+      Kel::Reactor(sm, {&Hooks::onTransitionState, &Hooks::onCurrentState}, [this, machine = sm.get()] {
+        constexpr auto shutdown = ZeroTouch::ProvisioningState::stateShutdown;
+        if (machine->transitionState() == shutdown || machine->currentState() == shutdown) leave();
+      });
+}
+
+void ReloadMark::leave() {
+  if (std::exchange(written_, true)) return;
+  std::error_code error;
+  std::filesystem::create_directories(std::filesystem::path(path_).parent_path(), error);
+  Kel::String const reason = Linux::replaceWhole(path_, place_, 0600);
+  if (!reason.empty()) say("cannot write " + path_ + ": " + reason);
 }

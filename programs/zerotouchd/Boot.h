@@ -3,6 +3,7 @@
 // boot.
 #pragma once
 
+#include "platform/kel/Reactor.h"
 #include "platform/model/agent.h"
 
 // Whether provisioning is on when the system has booted.
@@ -24,7 +25,6 @@ ProvisioningSwitch provisioningAtBoot(Kel::String const& runDirectory);
 class ReloadMark {
  public:
   explicit ReloadMark(Kel::String const& runDirectory);
-  ~ReloadMark();
   ReloadMark(ReloadMark const&) = delete;
   ReloadMark& operator=(ReloadMark const&) = delete;
 
@@ -35,10 +35,11 @@ class ReloadMark {
   void follow(Kel::Ptr<ZeroTouch::ZeroTouchSmModel const> const& sm);
 
  private:
-  class Reactor;
+  void leave();
 
   Kel::String path_;
   Kel::String place_;
   bool left_;
-  Kel::Ptr<Reactor> reactor_;
+  bool written_ = false;
+  Kel::Reactor reactor_;
 };

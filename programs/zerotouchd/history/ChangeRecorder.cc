@@ -1,7 +1,6 @@
 #include "programs/zerotouchd/history/ChangeRecorder.h"
 
 #include "platform/kel/Clock.h"
-#include "programs/zerotouchd/history/Shortened.h"
 
 namespace {
 

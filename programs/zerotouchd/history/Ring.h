@@ -1,10 +1,18 @@
-// A collection of the history, whose oldest entries make room for new ones.
+// What the parts of the history are kept in.
 #pragma once
 
 #include <algorithm>
 
 #include "platform/model/history.h"
 
+// Texts from outside are kept up to this length.
+inline Kel::String shortened(Kel::String text) {
+  constexpr std::size_t longest = 400;
+  if (text.size() > longest) text.replace(longest, Kel::String::npos, "...");
+  return text;
+}
+
+// A collection whose oldest entries make room for new ones.
 template <typename T>
 class Ring {
  public:
