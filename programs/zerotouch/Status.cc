@@ -64,9 +64,9 @@ std::string const machinePath = "/zerotouch/sm/";
 
 // The attributes of the state machine that the status shows as they are; it also holds every port.
 constexpr char const* machineAttributes[] = {
-    "currentState",  "transitionState",   "stateTime",       "startTime",   "retryCount",  "timer",
-    "timerActive",   "awaitsDhcpCleanup", "reloadRequested", "choosenIntf", "option67Uri", "bytesRead",
-    "contentLength", "curlTransferDone",  "curlSuccess",     "curlErrorStr"};
+    "currentState", "transitionState", "transitionReason",  "stateTime",       "startTime",   "retryCount",
+    "timer",        "timerActive",     "awaitsDhcpCleanup", "reloadRequested", "choosenIntf", "option67Uri",
+    "bytesRead",    "contentLength",   "curlTransferDone",  "curlSuccess",     "curlErrorStr"};
 
 // Those of the last failure, and as what they are shown.
 constexpr std::pair<char const*, char const*> failureAttributes[] = {{"time", "lastFailureTime"},
@@ -78,17 +78,10 @@ constexpr std::pair<char const*, char const*> failureAttributes[] = {{"time", "l
 }  // namespace
 
 Snapshot::Snapshot(Statebase::Client& host, Paths const& paths, Reading reading)
-    : follows_(reading == Reading::follow) {
-  for (auto const& path : paths) {
-    try {
-      values_.emplace(path, host.call(follows_ ? "watch" : "get", {{"path", path}}));
-    } catch (Statebase::CallError const&) {
-      values_.emplace(path, nullptr);
-    }
-  }
-  hostTime_ = number(host.call("time", {}));
-  readAt_ = Kel::now();
-}
+    : values_(reading == Reading::follow ? host.watch(paths) : host.get(paths)),
+      hostTime_(number(host.call("time", {}))),
+      readAt_(Kel::now()),
+      follows_(reading == Reading::follow) {}
 
 Kel::Seconds Snapshot::time() const { return follows_ ? hostTime_ + (Kel::now() - readAt_) : hostTime_; }
 
@@ -141,6 +134,8 @@ Rows statusRows(Kel::Value const& tree) {
   } else {
     result.push_back({"State:", text(at(machine, {"currentState"})) + ", for " +
                                     duration(now - number(at(machine, {"stateTime"})))});
+    std::string const reason = memberText(machine, "transitionReason");
+    if (!reason.empty()) result.push_back({"Because:", reason});
     addAnswer(result, machine);
     result.push_back({"Retries:", text(at(machine, {"retryCount"}))});
     result.push_back({"Waits for:", waitsFor(tree, machine, now)});

@@ -56,6 +56,7 @@ Kel::Value asOf(Kel::Value const& status, Kel::Value const& entry) {
     for (auto& [attribute, present] : changed) {
       if (attribute == "currentState") present = at(entry, {"state"});
       if (attribute == "stateTime") present = at(entry, {"time"});
+      if (attribute == "transitionReason") present = at(entry, {"reason"});
     }
     value = std::move(changed);
   }
@@ -105,35 +106,37 @@ void checkState(std::string const& name) {
 void watch(Context const& context, std::string const& until) {
   checkState(until);
   Statebase::Client host(context.socketPath);
-  // Sent after everything else that has changed with it, the history comes last.
+  // The host tells of changes in the order of the paths, so that a state comes after all that changed with
+  // it.
   Snapshot::Paths paths = statusPaths();
   paths.emplace_back(statesPath);
   Snapshot snapshot(host, paths, Snapshot::Reading::follow);
   bool const terminal = onTerminal() && !context.json;
   bool reached = false;
-  Screen screen;
   auto const entered = [&](Kel::Value const& entry) {
     reached = reached || memberText(entry, "state") == until;
     if (!terminal) printState(statusOf(snapshot), entry, context.json);
+  };
+  auto const take = [&](Kel::Value const& change) {
+    std::string const path = memberText(change, "path");
+    Kel::Value const& value = at(change, {"value"});
+    if (!Statebase::isWithin(path, statesPath)) {
+      snapshot.apply(path, value);
+    } else if (value != Kel::Value()) {  // an old entry is null once the host has dropped it
+      entered(value);
+    }
   };
   auto const* const past = snapshot[statesPath].as<Kel::ValueMap>();
   if (past == nullptr || past->empty()) throw Refused("no agent is loaded");
   entered(past->back().second);
   context.whileHostRuns([&] {
-    while (true) {
+    for (Screen screen;;) {
       if (terminal) screen.draw(statusOf(snapshot));
-      // Somebody who stopped reading has seen enough.
-      if (flushOutput() != 0 || reached) return;
+      bool const isRead = flushOutput() == 0;
+      if (!isRead || reached) return;
       auto changed = host.readNotification(terminal ? refresh : Kel::never);
       for (Kel::Seconds const drawAt = Kel::now() + together; changed && !reached;) {
-        std::string const path = memberText(changed->params, "path");
-        Kel::Value const& value = at(changed->params, {"value"});
-        bool const isState = Statebase::isWithin(path, statesPath);
-        if (!isState) {
-          snapshot.apply(path, value);
-        } else if (value != Kel::Value()) {
-          entered(value);
-        }
+        take(changed->params);
         Kel::Seconds const left = drawAt - Kel::now();
         changed = terminal && left > 0 ? host.readNotification(left) : std::nullopt;
       }

@@ -60,13 +60,21 @@ TEST_F(CommandLine, StatusShowsWhereProvisioningStands) {
   machine->retryCountIs(2);
   machine->timerIs(Kel::makePtr<ZeroTouch::TimerBaseModel>("DhclientQueryTimer", 15, 15, Kel::now() + 3600));
   machine->timerActiveIs(true);
+  machine->transitionReasonIs("the ports are set up");
+  machine->lastFailureTimeIs(Kel::now() + 3000);
+  machine->lastFailureStateIs(ZeroTouch::ProvisioningState::stateFetchConfig);
+  machine->lastFailureCauseIs("the download has failed");
+  machine->lastFailurePortIs("1/1");
+  machine->lastFailureUrlIs("http://h/x");
   time.advance(3605);
   EXPECT_EQ(run("status"),
             "Provisioning:    enabled\n"
             "State:           stateDhcpQuery, for 5 s\n"
+            "Because:         the ports are set up\n"
             "Retries:         2\n"
             "Waits for:       DhclientQueryTimer, until 2023-11-14 23:13:35 (10 s of 15 s are left)\n"
             "Run time:        1 h 0 min\n"
+            "Last failure:    23:03:20 in stateFetchConfig on 1/1: the download has failed, http://h/x\n"
             "Run time limit:  1 d 1 h\n"
             "Script limit:    1 h 0 min\n"
             "exit 0");
