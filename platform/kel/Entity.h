@@ -62,13 +62,13 @@ class NotifieeBase : public RefCounted {
   bool active_ = true;
 };
 
-// Sees every change of an entity by name, whatever its type. For the state socket and the like; reactors use
-// hooks.
+// Is told of every change of an entity by name, whatever the type of the entity. For generic code, as the
+// state socket; reactors use hooks.
 class Watcher {
  public:
   virtual ~Watcher() = default;
-  // `key` is the text of the changed entry of a collection, empty for a plain attribute. Takes note only: it
-  // changes no entity and removes no watcher.
+  // `key` is the text of the changed entry of a collection, empty for a plain attribute. It must not
+  // change an entity or remove a watcher.
   virtual void onChange(Entity const& entity, std::string_view attribute, std::string_view key) = 0;
 };
 
@@ -149,7 +149,7 @@ class Attr {
 
   T const& get() const { return value_; }
 
-  // Stores and notifies, unless the value is the one already held.
+  // Stores the value and notifies, unless it equals the one held.
   template <typename N>
   void set(Entity& owner, unsigned level, std::string_view name, T value, void (N::*hook)()) {
     if (value_ == value) return;
@@ -208,7 +208,7 @@ class Collection {
   void del(Entity& owner, unsigned level, std::string_view name, K const& key, void (N::*hook)(K const&)) {
     auto const found = entries_.find(key);
     if (found == entries_.end()) return;
-    // Outlives the delivery: `key` may live inside the entry, and handlers may still look at it.
+    // The entry outlives the delivery: `key` may be part of it, and handlers may still look at it.
     auto const removed = entries_.extract(found);
     announce(owner, level, name, removed.key(), hook);
   }

@@ -122,7 +122,7 @@ struct Codec<bool> {
   }
 };
 
-// The number in `value`, if it is a whole one from 0 on, whichever type the reader of the input gave it.
+// The number in `value` if it is whole and not negative, whichever of the two types it is held as.
 inline std::optional<std::uint64_t> wholeNumber(Value const& value) {
   if (auto const* number = value.as<std::uint64_t>()) return *number;
   if (auto const* number = value.as<std::int64_t>(); number != nullptr && *number >= 0) {
@@ -138,7 +138,7 @@ struct Codec<T> {
   static std::string fromText(std::string_view text, T& out) {
     T parsed{};
     auto const [end, error] = std::from_chars(text.data(), text.data() + text.size(), parsed);
-    // One text per number: a key has one name only.
+    // Leading zeros are refused, so that each key has one text only.
     bool const padded = text.size() > 1 && text.front() == '0';
     if (error != std::errc() || end != text.data() + text.size() || padded) {
       return format("'%s': %s", text, range());
@@ -253,8 +253,8 @@ void checkSame(char const* attribute, T const& wanted, T const& current) {
                        " than the current value of " + shown(current) + " not allowed");
 }
 
-// Reads `text` or `value`, then hands it to `use`; the result is the reason for a refusal, or what `use`
-// returns.
+// Reads a key from `text`, or a value, and hands it to `use`. Returns the reason when it cannot be read, else
+// what `use` returns.
 template <typename K, typename Use>
 std::string withKey(std::string_view text, Use&& use) {
   K key{};
