@@ -134,7 +134,7 @@ int PosixChildRunner::runAndWait(char const* path, int stdinFd, int stdoutFd, in
 int PosixChildRunner::kill(pid_t pid, int signal) { return ::kill(pid, signal); }
 
 void PosixChildRunner::reap(pid_t pid) {
-  // The loop reaps its own children, and would not learn how they ended from an empty hand.
+  // Children of the loop are reaped there: waitpid() here would take their status away from it.
   if (!running_.contains(pid)) waitpid(pid, nullptr, WNOHANG);
 }
 

@@ -7,7 +7,7 @@
 
 namespace Kel {
 
-// Not registered with the clock as an entity: the schedule is all that the clock needs to know.
+// The notifiee is not registered with the clock as an entity: the clock needs its schedule only.
 Clock::NotifieeConst::NotifieeConst(Ptr<Clock const> clock)
     : NotifieeBase(nullptr, 1), clock_(std::move(clock)) {
   KEL_ASSERT(clock_ != nullptr, "clock");
@@ -47,7 +47,7 @@ void Clock::fire(Seconds time) const {
 Alarm::Alarm(std::function<void()> call, Ptr<Clock const> clock)
     : firing_(makePtr<Firing>(clock ? clock : activityManager()->config()->clock(), std::move(call))) {}
 
-// Its notifiee may live on for as long as the function that it calls now runs.
+// When the alarm ends within the call, its notifiee lives on until the function returns.
 Alarm::~Alarm() {
   cancel();
   firing_->hasNotificationActiveIs(false);

@@ -29,7 +29,7 @@ struct Events {
   int lastSink = 0;
 };
 
-// Never destroyed: handles of other libraries leave it at exit.
+// It is never destroyed, because handles of other libraries remove themselves from it at exit.
 Events& events() {
   static auto* const instance = new Events;
   return *instance;
@@ -57,7 +57,7 @@ bool LogHandle::okToLog() const {
   return interval_ <= 0 || windowOver(now()) || inWindow_ < burst_;
 }
 
-// A start that lies ahead comes from a simulated time that has ended since.
+// The start can lie ahead of `time` once a simulated time has ended.
 bool LogHandle::windowOver(Seconds time) const {
   return time - windowStart_ >= interval_ || time < windowStart_;
 }
@@ -110,7 +110,7 @@ struct Facilities {
   }
 };
 
-// Never destroyed: facilities of other libraries leave it at exit.
+// It is never destroyed, because facilities of other libraries remove themselves from it at exit.
 Facilities& traces() {
   static auto* const instance = new Facilities;
   return *instance;

@@ -149,8 +149,8 @@ void Loop::simulate(Seconds start) {
 void Loop::endSimulation() { simulated_ = false; }
 
 bool Loop::drain() {
-  // One source at a time, so that a descriptor which is always ready starves neither the clocks nor a
-  // caller's check.
+  // Handles one source at a time: a descriptor that is always ready must starve neither the clocks nor the
+  // condition of advanceUntil().
   bool any = sources_ > 0 && sd_event_run(event_, 0) > 0;
   if (clock().nextTime() <= simulatedNow_) {
     clock().fire(simulatedNow_);

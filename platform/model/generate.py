@@ -72,47 +72,53 @@ def struct_code(struct):
 
 
 def accessors(a):
-    """The public accessors and the private member of one attribute."""
+    """Of one attribute the accessors' declarations, the private member, and what is defined in the source file.
+
+    Each definition is (result, signature, body). Only readers are inline: all that notifies is compiled once, not in every
+    file that includes the header.
+    """
     n, N, hook = a.name, capital(a.name), f"&NotifieeConst::{a.hook}"
     set_ = f'{n}_.set(*this, level, "{n}", '
+    code, definitions = "", []
     if a.form in ("type", "reference", "entity"):
         cpp = a.handle if a.holds_entity else a.cpp
         by_value = a.form == "type" and a.declared in SCALARS and a.declared not in ("string", "name")
         code = f"  {cpp if by_value else cpp + ' const&'} {n}() const {{ return {n}_.get(); }}\n"
+        initial = a.initial
         if a.constructor:
-            return code, f"  Kel::Attr<{cpp}> {n}_;\n"
-        code += f"  void {n}Is({cpp} value) {{ {set_}std::move(value), {hook}); }}\n"
-        if a.form != "entity":
-            return code, f"  Kel::Attr<{cpp}> {n}_{a.initial};\n"
-        initial = f"{{Kel::makePtr<{a.cpp}>()}}" if a.entry.get("always") else ""
-        if not a.target.parameters:
-            code += (f"  {a.handle} {n}Is() {{\n    if ({a.handle} const found = {n}()) return found;\n"
-                     f"    auto const created = Kel::makePtr<{a.cpp}>();\n    {n}Is(created);\n    return created;\n  }}\n")
-        if not a.entry.get("always"):
-            code += f"  void {n}Del() {{ {n}Is(nullptr); }}\n"
-        return code, f"  Kel::Attr<{cpp}> {n}_{initial};\n"
-    value = {"values": a.cpp, "keys": "bool"}.get(a.form) or a.handle
-    collection = f"Kel::Collection<{a.key}, {value}>"
-    code = f"  {collection} const& {n}() const {{ return {n}_; }}\n"
-    code += f"  {value if a.form == 'keys' else value + ' const&'} {n}({a.key} const& key) const {{ return {n}_.get(key); }}\n"
-    if a.form == "values":
-        code += f"  void {n}Is({a.key} const& key, {a.cpp} value) {{ {set_}key, std::move(value), {hook}); }}\n"
-    elif a.form == "keys":
-        code += f"  void {n}Is({a.key} const& key) {{ {set_}key, true, {hook}); }}\n"
+            return code, f"  Kel::Attr<{cpp}> {n}_;\n", []
+        definitions.append(("void", f"{n}Is({cpp} value)", f"{set_}std::move(value), {hook});"))
+        if a.form == "entity":
+            initial = f"{{Kel::makePtr<{a.cpp}>()}}" if a.entry.get("always") else ""
+            if not a.target.parameters:
+                definitions.append((a.handle, f"{n}Is()", f"if ({a.handle} const found = {n}()) return found;\n"
+                                    f"  auto const created = Kel::makePtr<{a.cpp}>();\n  {n}Is(created);\n  return created;"))
+            if not a.entry.get("always"):
+                code += f"  void {n}Del() {{ {n}Is(nullptr); }}\n"
+        member = f"  Kel::Attr<{cpp}> {n}_{initial};\n"
     else:
-        key = a.target.key_name
-        code += f"  void {n}Is({a.handle} const& entity) {{ {set_}entity->{key}(), entity, {hook}); }}\n"
-    if a.form == "entities":
-        parameters = "".join(f", {cpp} const& {name}" for cpp, name in a.target.arguments)
-        arguments = "".join(f", {name}" for _, name in a.target.arguments)
-        checks = "".join(f'      Kel::checkSame("{name}", {name}, found->{name}());\n' for _, name in a.target.arguments)
-        code += (f"  {a.handle} {n}Is({a.key} const& key{parameters}) {{\n    if ({a.handle} const found = {n}(key)) {{\n"
-                 f"{checks}      return found;\n    }}\n    auto const created = Kel::makePtr<{a.cpp}>(key{arguments});\n"
-                 f"    {n}Is(created);\n    return created;\n  }}\n")
-    code += (f'  void {n}Del({a.key} const& key) {{ {n}_.del(*this, level, "{n}", key, {hook}); }}\n'
-             f'  void {n}DelAll() {{ {n}_.delAll(*this, level, "{n}", {hook}); }}\n'
-             f'  void {n}Notify({a.key} const& key) {{ {n}_.announce(*this, level, "{n}", key, {hook}); }}\n')
-    return code, f"  {collection} {n}_;\n"
+        value = {"values": a.cpp, "keys": "bool"}.get(a.form) or a.handle
+        collection = f"Kel::Collection<{a.key}, {value}>"
+        member = f"  {collection} {n}_;\n"
+        code = f"  {collection} const& {n}() const {{ return {n}_; }}\n"
+        code += f"  {value if a.form == 'keys' else value + ' const&'} {n}({a.key} const& key) const {{ return {n}_.get(key); }}\n"
+        if a.form == "values":
+            definitions.append(("void", f"{n}Is({a.key} const& key, {a.cpp} value)", f"{set_}key, std::move(value), {hook});"))
+        elif a.form == "keys":
+            definitions.append(("void", f"{n}Is({a.key} const& key)", f"{set_}key, true, {hook});"))
+        else:
+            definitions.append(("void", f"{n}Is({a.handle} const& entity)", f"{set_}entity->{a.target.key_name}(), entity, {hook});"))
+        if a.form == "entities":
+            parameters = "".join(f", {cpp} const& {name}" for cpp, name in a.target.arguments)
+            arguments = "".join(f", {name}" for _, name in a.target.arguments)
+            checks = "".join(f'    Kel::checkSame("{name}", {name}, found->{name}());\n' for _, name in a.target.arguments)
+            definitions.append((a.handle, f"{n}Is({a.key} const& key{parameters})", f"if ({a.handle} const found = {n}(key)) {{\n"
+                                f"{checks}    return found;\n  }}\n  auto const created = Kel::makePtr<{a.cpp}>(key{arguments});\n"
+                                f"  {n}Is(created);\n  return created;"))
+        definitions += [("void", f"{n}Del({a.key} const& key)", f'{n}_.del(*this, level, "{n}", key, {hook});'),
+                        ("void", f"{n}DelAll()", f'{n}_.delAll(*this, level, "{n}", {hook});'),
+                        ("void", f"{n}Notify({a.key} const& key)", f'{n}_.announce(*this, level, "{n}", key, {hook});')]
+    return code + "".join(f"  {result} {signature};\n" for result, signature, _ in definitions), member, definitions
 
 
 def handles_code(schema):
@@ -140,14 +146,16 @@ def handles_code(schema):
 
 
 def entity_code(entity):
+    """The class of one entity, and the definitions of its members."""
     name, base = entity.name, entity.base.full if entity.base else "Kel::Entity"
     notifiee_base = f"{base}::NotifieeConst" if entity.base else "Kel::NotifieeBase"
-    hooks = public = private = ""
+    hooks = public = private = bodies = ""
     for a in entity.attributes:
-        code, member = accessors(a)
+        code, member, definitions = accessors(a)
         unit = f" ({a.unit})" if a.unit else ""
         public += f"\n  // {a.doc}{unit}\n{code}"
         private += member
+        bodies += "".join(f"{result} {name}::{signature} {{\n  {body}\n}}\n" for result, signature, body in definitions)
         if not a.constructor:
             hooks += f"    virtual void {a.hook}({a.key + ' const&' if a.key else ''}) {{}}\n"
     if entity.key_name and not entity.base:
@@ -159,20 +167,24 @@ def entity_code(entity):
         passed = ", ".join(f"{handle.name}()" for handle in entity.handles if handle.passed)
         public += ("\n  // Calls `use` with the handles that are passed on, in their order.\n"
                    f"  template <typename Use>\n  void passHandles(Use const& use) const {{ use({passed}); }}\n")
-    construct = ""
-    if entity.parameters:
-        own = entity.parameters[len(entity.inherited):] if entity.base else entity.parameters
-        initialisers = [f"{base}({', '.join(f'std::move({n})' for _, n in entity.inherited)})"] if entity.inherited else []
-        initialisers += [f"{n}_(std::move({n}))" for _, n in own]
-        construct = (f"  explicit {name}({', '.join(f'{cpp} {n}' for cpp, n in entity.parameters)})\n"
-                     f"      : {', '.join(initialisers)} {{}}\n")
-    return (f"// {entity.doc}\nclass {name} : public {base} {{\n public:\n  static constexpr unsigned level = {entity.level};\n"
-            f"  static Kel::EntityType const type;\n\n  class NotifieeConst : public {notifiee_base} {{\n   public:\n"
-            f"    explicit NotifieeConst(Kel::Ptr<{name} const> const& notifier, unsigned deepest = level)\n"
-            f"        : {notifiee_base}(notifier, deepest) {{}}\n"
-            f"    {name} const& notifier() const {{ return static_cast<{name} const&>(*notifierEntity()); }}\n{hooks}  }};\n\n"
-            f"{construct}  Kel::EntityType const* entityType() const override {{ return &type; }}\n{public}"
-            + (f"\n private:\n{private}" if private else "") + "};\n\n")
+    signature = f"{name}({', '.join(f'{cpp} {n}' for cpp, n in entity.parameters)})"
+    own = entity.parameters[len(entity.inherited):] if entity.base else entity.parameters
+    initialisers = [f"{base}({', '.join(f'std::move({n})' for _, n in entity.inherited)})"] if entity.inherited else []
+    initialisers += [f"{n}_(std::move({n}))" for _, n in own]
+    notifiee = f"{name}::NotifieeConst"
+    bodies = (f"{name}::{signature}{' : ' if initialisers else ''}{', '.join(initialisers)} {{}}\n{name}::~{name}() = default;\n"
+              f"Kel::EntityType const* {name}::entityType() const {{ return &type; }}\n"
+              f"{notifiee}::NotifieeConst(Kel::Ptr<{name} const> const& notifier, unsigned deepest) : {notifiee_base}(notifier, deepest) {{}}\n"
+              f"{notifiee}::~NotifieeConst() = default;\n{bodies}")
+    header = (f"// {entity.doc}\nclass {name} : public {base} {{\n public:\n  static constexpr unsigned level = {entity.level};\n"
+              f"  static Kel::EntityType const type;\n\n  class NotifieeConst : public {notifiee_base} {{\n   public:\n"
+              f"    explicit NotifieeConst(Kel::Ptr<{name} const> const& notifier, unsigned deepest = level);\n"
+              f"    ~NotifieeConst() override;\n"
+              f"    {name} const& notifier() const {{ return static_cast<{name} const&>(*notifierEntity()); }}\n{hooks}  }};\n\n"
+              f"  {'explicit ' if entity.parameters else ''}{signature};\n  ~{name}() override;\n"
+              f"  Kel::EntityType const* entityType() const override;\n{public}"
+              + (f"\n private:\n{private}" if private else "") + "};\n\n")
+    return header, bodies
 
 
 def description(entity, a):
@@ -225,7 +237,9 @@ def write_cpp(model, output):
             types, codecs, bodies = types + parts[0], codecs + parts[1], bodies + parts[2]
         classes = ""
         for entity in schema.entities:
-            classes += entity_code(entity)
+            header, definitions = entity_code(entity)
+            classes += header
+            bodies += f"namespace {schema.namespace} {{\n{definitions}}}\n\n"
             table = ""
             if entity.attributes:
                 table = f"static Kel::AttributeType const attributesOf{entity.name}[] = {{\n"

@@ -18,7 +18,7 @@ namespace {
 using Kel::Value;
 using Kel::ValueMap;
 
-// A zero time-out means for ever, to the kernel.
+// The kernel takes a time-out of zero for "wait for ever".
 timeval toTimeval(Kel::Seconds timeout) {
   if (timeout == Kel::never) return {};
   double whole = 0;
@@ -72,14 +72,14 @@ void Client::receiveTimeoutIs(Kel::Seconds timeout) {
 
 Value Client::call(std::string const& method, ValueMap params) {
   Value const id = ++lastId_;
-  // When the host has closed its end, it may have said why.
+  // A failed send is no error yet: a host that has closed its end may have sent the reason before.
   sendLine({{"jsonrpc", "2.0"}, {"id", id}, {"method", method}, {"params", std::move(params)}});
   for (;;) {
     auto const message = readMessage();
     if (!message) fail("the host does not answer");
     Value const* const answered = member(*message, "id");
     Value const* const error = member(*message, "error");
-    // An answer to no request in particular says why the connection is about to end.
+    // An error without an id answers no request: it says why the host is about to end the connection.
     bool const isOurs =
         answered != nullptr && (*answered == id || (error != nullptr && *answered == Value()));
     if (!isOurs) continue;

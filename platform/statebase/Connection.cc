@@ -71,7 +71,7 @@ bool Connection::receive() {
     close();
     return false;
   }
-  // The last line needs no newline.
+  // A last line without a newline counts as a line.
   if (!input_.empty()) input_ += '\n';
   inputEnded_ = true;
   return true;
@@ -141,8 +141,8 @@ void Connection::goOn() {
   } else {
     stall_.in(stallLimit);
   }
-  // Work that had no room goes on once the client can take more, on another pass of the loop, and after all
-  // who ask for one thing at a time.
+  // Work that is left goes on when the client can take more, on another pass of the loop, and after the
+  // clients that ask for one thing at a time.
   watched_->lateIs(!output_.empty() || hasWork);
   watched_->notifyOnWritableIs(!output_.empty() || hasWork);
   watched_->notifyOnReadableIs(!inputEnded_ && hasRoom() && !hasLine());

@@ -61,7 +61,7 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-// Characters of a text; counts the lines as they are read.
+// Walks the characters of a text, and counts the lines while the parser reads them.
 class CountingIterator {
  public:
   using iterator_category = std::input_iterator_tag;
@@ -119,7 +119,7 @@ class Builder : public Json::json_sax_t {
   }
 
   bool parse_error(std::size_t, std::string const&, Json::exception const& error) override {
-    // The library's own prefix says what kind of exception it is, and repeats the position.
+    // The library begins with the kind of the exception and the position, which are not for operators.
     std::string reason = error.what();
     reason.erase(0, reason.find("] ") + 2);
     if (reason.starts_with("parse error")) reason.erase(0, reason.find(": ") + 2);
@@ -183,7 +183,7 @@ struct ToJson {
   }
   Json operator()(Kel::ValueMap const& map) const {
     Json result = Json::object();
-    // Past the check for a name that is there already, which would look at every member each time.
+    // Appended directly: the usual insertion compares with every member that is there already.
     auto& members = result.get_ref<Json::object_t&>();
     for (auto const& [name, item] : map) members.emplace_back(name, toJson(item));
     return result;

@@ -12,7 +12,7 @@ namespace {
 using Kel::Value;
 using Kel::ValueMap;
 
-// The named members of a request, each of which may be asked for once; what nobody asked for is refused.
+// The parameters of a request. A method takes those that it knows; end() refuses whatever is left.
 class Params {
  public:
   explicit Params(Value const* params) {
@@ -40,7 +40,7 @@ class Params {
     return *path;
   }
 
-  // One path, or a list of them.
+  // The path in "path", or those in "paths", which sets `isList`.
   std::vector<std::string> takePaths(bool& isList) {
     Value const* const value = take("paths");
     isList = value != nullptr;
@@ -83,14 +83,15 @@ class Params {
   std::string path_;
 };
 
-// Of the methods whose one parameter is a path.
+// Takes the path, for methods that have no other parameter.
 std::string onlyPath(Params& params) {
   std::string path = params.takePath();
   params.end();
   return path;
 }
 
-// Of the methods that take one path or a list of them: `all` is called with the paths, then `one` for each.
+// Carries out a method that takes one path or a list: calls `all` with the paths, then `one` for each path,
+// and returns what `one` returns, for a list as an object by path.
 template <typename All, typename One>
 Value forPaths(Params& params, All const& all, One const& one) {
   bool isList = false;

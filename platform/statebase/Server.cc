@@ -49,7 +49,7 @@ std::string holder(int descriptor) {
   ssize_t const length = pread(descriptor, text, sizeof text - 1, 0);
   std::string pid(text, length > 0 ? static_cast<std::size_t>(length) : 0);
   std::erase_if(pid, [](unsigned char c) { return std::isdigit(c) == 0; });
-  // The holder writes its number right after it has taken the lock.
+  // The file is empty for a moment: its holder locks it first and then writes its process id.
   return pid.empty() ? "another process" : "process " + pid;
 }
 
@@ -57,7 +57,7 @@ std::string holder(int descriptor) {
 
 SocketLock::SocketLock(std::string const& socketPath) {
   std::string const path = socketPath + ".lock";
-  // Nobody else may open it, or anyone could keep the host from starting by locking it.
+  // Readable by nobody else: whoever can open the file could lock it and keep the host from starting.
   descriptor_ = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
   if (descriptor_ < 0) throw SocketError(path + ": " + std::strerror(errno));
   if (flock(descriptor_, LOCK_EX | LOCK_NB) != 0) {
@@ -95,7 +95,7 @@ void makeDirectoryOf(std::string const& path) {
   if (mkdir(directory.c_str(), 0755) != 0 && errno != EEXIST) failSystem(directory);
 }
 
-// Only while the lock is held: what is there then belongs to no living process.
+// The caller holds the lock, so a socket that is there was left by a process that has died.
 void removeStale(std::string const& path) {
   struct stat status {};
   if (lstat(path.c_str(), &status) != 0) {

@@ -1,4 +1,4 @@
-// Mounts, what a path names, and reading it.
+// What is mounted, what a path names, and how that is read.
 #include "platform/statebase/Tree.h"
 
 #include <algorithm>
@@ -21,7 +21,7 @@ bool isDirectoryOf(std::string_view path, std::string_view mount) {
   return path == "/" || (isWithin(mount, path) && mount.size() > path.size());
 }
 
-// Refuses a key that cannot be one of the collection's. Every collection but one of references can check.
+// Refuses a key that the collection could never hold. Collections of references cannot tell.
 void checkKey(Kel::AttributeType const& attribute, std::string const& path, std::string const& key) {
   if (attribute.del == nullptr) return;
   if (auto reason = attribute.del(nullptr, key); !reason.empty()) unknown(path, reason);
@@ -131,7 +131,7 @@ void Tree::visit(Location const& location, Visit const& visitor) const {
   }
 }
 
-// Reading: values as objects, and what lies below a path.
+// What follows reads.
 
 namespace {
 
@@ -226,7 +226,7 @@ char const* entryKind(AttributeKind collection) {
 
 Value Tree::read(Location const& at) const {
   if (at.directory) {
-    // Mounts are nested as their paths are; those of one directory stand together.
+    // The object has a member for each directory or mounted entity directly below this directory.
     ValueMap map;
     for (auto const& name : names(at.path)) map.emplace_back(name, read(resolve(join(at.path, name))));
     return map;

@@ -3,7 +3,6 @@
 #pragma once
 
 #include "platform/kel/EntityType.h"
-#include "programs/zerotouch-dhclient-script/Complaints.h"
 #include "programs/zerotouch-dhclient-script/Environment.h"
 
 namespace Hook {

@@ -3,30 +3,24 @@
 #include <filesystem>
 #include <utility>
 
-#include "platform/linux/Place.h"
-#include "platform/linux/WholeFile.h"
+#include "platform/kel/BootMemory.h"
 #include "programs/zerotouchd/Events.h"
 #include "zerotouch/utils/SettingsFile.h"
 #include "zerotouch/utils/ZeroTouchUtils.h"
 
 namespace {
 
-// The content of a mark: a mark of an earlier boot, or of another switch in this machine, has another one.
-Kel::String thisBoot() { return Linux::thisPlace("uts") + "\n"; }
-
 // Whether the settings file had the entry. The mark is written before the entry is removed: if the power
 // fails in between, provisioning is off once too often rather than once too seldom. A flash that cannot be
 // written keeps the entry, to the same effect.
-bool consumeDisableEntry(Kel::String const& mark) {
+bool consumeDisableEntry(Kel::BootMemory const& mark) {
   Kel::String const path = ZeroTouch::filePathFromFSRoot(ZeroTouch::defaultConfigFilePath);
   auto settings = ZeroTouch::readSettings(path);
   if (!settings) return false;
   auto const entry = settings->find(ZeroTouch::disableSetting);
   if (entry == settings->end() || entry->second != ZeroTouch::disableOnNextReload) return false;
-  std::error_code error;
-  std::filesystem::create_directories(std::filesystem::path(mark).parent_path(), error);
   // Without the mark, only the entry tells a host that is restarted within this boot, so it stays.
-  if (!ZeroTouch::replaceFile(mark, thisBoot()).empty()) return true;
+  if (!mark.keep("").empty()) return true;
   settings->erase(entry);
   ZeroTouch::writeSettings(path, *settings);
   return true;
@@ -39,9 +33,9 @@ Kel::String stringValue(ProvisioningSwitch const& provisioning) {
 }
 
 ProvisioningSwitch provisioningAtBoot(Kel::String const& runDirectory) {
-  Kel::String const mark = runDirectory + "/disabled-for-this-boot";
+  Kel::BootMemory const mark(runDirectory + "/disabled-for-this-boot", Kel::BootMemory::inNamespace("uts"));
   Kel::String const startupConfig = ZeroTouch::filePathFromFSRoot(ZeroTouch::defaultStartupConfigPath);
-  bool const disabledOnce = consumeDisableEntry(mark) || Linux::readWhole(mark) == thisBoot();
+  bool const disabledOnce = consumeDisableEntry(mark) || mark.contents().has_value();
   if (std::filesystem::exists(startupConfig))
     return {false, "there is a startup configuration, " + startupConfig};
   if (disabledOnce) return {false, "it was switched off for this boot"};
@@ -49,7 +43,8 @@ ProvisioningSwitch provisioningAtBoot(Kel::String const& runDirectory) {
 }
 
 ReloadMark::ReloadMark(Kel::String const& runDirectory)
-    : path_(runDirectory + "/reload-is-due"), place_(thisBoot()), left_(Linux::readWhole(path_) == place_) {}
+    : memory_(runDirectory + "/reload-is-due", Kel::BootMemory::inNamespace("uts")),
+      left_(memory_.contents().has_value()) {}
 
 void ReloadMark::follow(Kel::Ptr<ZeroTouch::ZeroTouchSmModel const> const& sm) {
   using Hooks = ZeroTouch::ZeroTouchSmModel::NotifieeConst;
@@ -67,8 +62,5 @@ void ReloadMark::follow(Kel::Ptr<ZeroTouch::ZeroTouchSmModel const> const& sm) {
 
 void ReloadMark::leave() {
   if (std::exchange(written_, true)) return;
-  std::error_code error;
-  std::filesystem::create_directories(std::filesystem::path(path_).parent_path(), error);
-  Kel::String const reason = Linux::replaceWhole(path_, place_, 0600);
-  if (!reason.empty()) say("cannot write " + path_ + ": " + reason);
+  if (Kel::String const failure = memory_.keep(""); !failure.empty()) say(failure);
 }

@@ -3,6 +3,7 @@
 // boot.
 #pragma once
 
+#include "platform/kel/BootMemory.h"
 #include "platform/kel/Reactor.h"
 #include "platform/model/agent.h"
 
@@ -30,15 +31,14 @@ class ReloadMark {
 
   // Whether an earlier host of this boot has left it.
   bool left() const { return left_; }
-  Kel::String const& path() const { return path_; }
+  Kel::String const& path() const { return memory_.path(); }
   // Leaves the mark once `sm` comes to stateShutdown; null ends that.
   void follow(Kel::Ptr<ZeroTouch::ZeroTouchSmModel const> const& sm);
 
  private:
   void leave();
 
-  Kel::String path_;
-  Kel::String place_;
+  Kel::BootMemory memory_;
   bool left_;
   bool written_ = false;
   Kel::Reactor reactor_;

@@ -5,13 +5,14 @@
 
 #include <map>
 
+#include "platform/kel/BootMemory.h"
 #include "platform/kel/Child.h"
 
 class Children : public Kel::ChildRunner {
  public:
   // Ends what an earlier host has left behind, and becomes the runner of this process. The caller makes sure
   // that no other host runs.
-  explicit Children(Kel::String path);
+  explicit Children(Kel::String const& runDirectory);
   ~Children() override;
   Children(Children const&) = delete;
   Children& operator=(Children const&) = delete;
@@ -26,8 +27,7 @@ class Children : public Kel::ChildRunner {
   void write() const;
 
   Kel::PosixChildRunner runner_;
-  Kel::String path_;
-  Kel::String place_;
+  Kel::BootMemory memory_;
   // The time of the start by process id: a later process with the same id has another one.
   std::map<pid_t, std::uint64_t> running_;
 };

@@ -44,7 +44,7 @@ Host::Host(HostConfig config, std::string initialValues, bool openTree)
   if (std::getenv("JOURNAL_STREAM") == nullptr) Kel::logSinkIs(printEvent);
   // The agent starts children while it is made, and these need the socket.
   serve();
-  children_.emplace(config_.runDirectory + "/children");
+  children_.emplace(config_.runDirectory);
   reloadMark_.emplace(config_.runDirectory);
   decideProvisioning();
   if (config_.linuxAdapter) platform_ = startAdapter(entities_, config_, reloadMark_->left());

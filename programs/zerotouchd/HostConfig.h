@@ -8,9 +8,9 @@
 #include <stdexcept>
 
 #include "platform/kel/Types.h"
-#include "platform/linux/Inventory.h"
-#include "platform/linux/PortSelection.h"
-#include "platform/linux/SystemConfig.h"
+#include "platform/linux/links/Ports.h"
+#include "platform/linux/system/Commands.h"
+#include "platform/linux/system/Inventory.h"
 
 // What an operator gave us is wrong: the host says so and ends with exit code 2, before anything is touched.
 class BadInput : public std::runtime_error {

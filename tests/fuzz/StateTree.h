@@ -1,4 +1,4 @@
-// A state tree with entities of each kind of access, and what to expect of an answer.
+// A state tree with entities of each kind of access.
 #pragma once
 
 #include "platform/model/agent.h"
@@ -26,13 +26,4 @@ inline std::optional<Kel::Value> parsed(std::string_view text) try {
   return Statebase::parseJson(text);
 } catch (Statebase::JsonError const&) {
   return std::nullopt;
-}
-
-// The id in the answer to a request, as JSON; nothing when there is to be no answer.
-inline std::optional<std::string> answeredId(std::optional<Kel::Value> const& request) {
-  if (!request || request->as<Kel::ValueMap>() == nullptr) return "null";
-  Kel::Value const* const id = Statebase::member(*request, "id");
-  if (id == nullptr) return std::nullopt;
-  bool const isPlain = !id->as<bool>() && !id->as<Kel::ValueList>() && !id->as<Kel::ValueMap>();
-  return isPlain ? Statebase::dumpJson(*id) : "null";
 }

@@ -28,7 +28,6 @@ class World::StateWatch : public ZeroTouch::ZeroTouchSmModel::NotifieeConst {
  public:
   explicit StateWatch(World& world) : NotifieeConst(world.agent->ztSm()), world_(world) {}
   void onCurrentState() override { world_.handleState(); }
-  void onChoosenIntf() override { world_.handleChoosenIntf(); }
 
  private:
   World& world_;
@@ -224,6 +223,16 @@ void World::hearLldp(unsigned index) {
     Kel::Ptr<Wire::Pam>(const_cast<Wire::Pam*>(pam.get()))->readableCountIs(pam->readableCount() + 1);
 }
 
+void World::socketChanges(unsigned index) {
+  auto const& sockets = agent->ztPamMan()->ethDevPamCollection();
+  bool const wanted = agent->ztPamMan()->pamDesiredIntfDir()->intfDesired(port(index));
+  if (sockets->intfPam(port(index))) {
+    sockets->intfPamDel(port(index));
+  } else if (wanted) {
+    sockets->intfPamIs(Kel::makePtr<Pam>(port(index)));
+  }
+}
+
 std::vector<Kel::Ptr<Kel::ChildSiginfo>> World::running() const {
   std::vector<Kel::Ptr<Kel::ChildSiginfo>> result;
   for (auto const& start : children.started) {
@@ -249,10 +258,6 @@ void World::note(std::string const& text) const {
   std::fflush(stdout);  // what comes next may end the process
 }
 
-void World::handleChoosenIntf() {
-  if (sm().choosenIntf()) identity_ = identityOfAnswer();
-}
-
 void World::handleState() {
   State const now = state();
   onTransition(last_, now);
@@ -261,17 +266,20 @@ void World::handleState() {
   deadline = Kel::now() + longestTimeIn(sm());
   require(now != State::stateRetry || last_ != State::stateSetupSystemIdentity || identity().empty(),
           "an identity that did not work is left");
+  if (now == State::stateSetupSystemIdentity) identity_ = identityOfAnswer();
   auto const cause = sm().transitionCause();
   require(mayCause(cause, last_, now), std::string(stringValue(now)) + " was entered from " +
                                            stringValue(last_) + " with the cause " + stringValue(cause));
   require(!sm().transitionReason().empty(), "a change of state has no reason");
   bool const failed = now == State::stateRetry || now == State::stateRetryFetchConfig;
-  require(!failed || warned_, "an attempt has failed without an event that says why: " + sm().transitionReason());
+  require(!failed || warned_,
+          "an attempt has failed without an event that says why: " + sm().transitionReason());
   require(!failed || (sm().lastFailureState() == last_ && sm().lastFailureTime() == Kel::now()),
           "the failure is not kept");
   if ((now & (State::stateDhcpQuery | State::stateSetupSystemIdentity | State::stateFetchConfig |
               State::stateCopyConfigOrExecScript)) != State::stateInvalid)
     warned_ = false;
+  if (now == State::stateDhcpQuery) frozen_ = knownPorts();
   last_ = now;
   note("-> " + std::string(stringValue(now)));
 }

@@ -65,6 +65,8 @@ class World {
   // The configured addresses become active on all ports, or all are lost.
   void addressesAre(bool active);
   void hearLldp(unsigned index);
+  // A packet socket that is wanted is lost, or opened anew.
+  void socketChanges(unsigned index);
   // The children that run, in the order of their start.
   std::vector<Kel::Ptr<Kel::ChildSiginfo>> running() const;
 
@@ -110,11 +112,12 @@ class World {
   class Sockets;
 
   void handleState();
-  void handleChoosenIntf();
   void checkNotStuck();
   void checkOwners();
+  void checkPorts();
   void checkAtRest();
   void checkEnding();
+  std::string knownPorts() const;
   std::string identity() const;
   std::string identityOfAnswer() const;
 
@@ -127,6 +130,7 @@ class World {
   bool warned_ = false;  // an event has said what is wrong since the last failure
   State last_ = State::stateInit;
   std::string identity_;               // of the answer that was chosen last
+  std::string frozen_;                 // the ports that were known when the view of them was frozen
   std::set<Wire::IntfId> configured_;  // interfaces whose configuration is not the agent's
   Kel::Ptr<StateWatch> stateWatch_;
   Kel::Ptr<Forwarding> forwarding_;

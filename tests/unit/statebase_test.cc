@@ -86,13 +86,11 @@ class StateSocket : public ::testing::Test, protected TestTree {
     EXPECT_EQ(peer.write(text), text.size());
     return heard(peer);
   }
-  std::string refusalToServe(std::string const& socketPath) {
-    try {
-      Server const second(tree, {.path = socketPath, .group = {}, .roleOf = {}});
-      return "";
-    } catch (SocketError const& error) {
-      return error.what();
-    }
+  std::string refusalToServe(std::string const& socketPath) try {
+    Server const second(tree, {.path = socketPath, .group = {}, .roleOf = {}});
+    return "";
+  } catch (SocketError const& error) {
+    return error.what();
   }
 
   Kel::testing::SimulatedTime time;
@@ -173,6 +171,15 @@ TEST_F(StateSocket, AWatchReportsTheLastValueOncePerPassAndFollowsRemovalAndRetu
   EXPECT_EQ(exchange(ofMtu, on("unwatch", mtu)), result("true"));
   dhcpStatus->intfDhcpStatus("et1")->mtuIs(1);
   EXPECT_EQ(heard(ofMtu), "");
+
+  // What an entity that comes later holds.
+  std::string const model = "/entityMib/status/root/modelName";
+  Peer ofModel(path);
+  EXPECT_EQ(exchange(ofModel, on("watch", model)), result("null"));
+  for (std::string const name : {"M1", "M2"}) {
+    entityMib->rootIs()->modelNameIs(name);
+    EXPECT_EQ(heard(ofModel), changed(model, '"' + name + '"'));
+  }
 
   // An attribute that the collection's declared type does not have.
   auto const port = ports->intfStatus(*Wire::IntfId::fromString("Ethernet1/1"));

@@ -32,4 +32,8 @@ void AgentCreator::handleInitialized() {
   initializedIs(true);
 }
 
+Kel::Ptr<AgentCreator> agentCreatorFactory(AGENT_HANDLE_PARAMETERS) {
+  return AgentCreator::AgentCreatorIs(AGENT_HANDLES);
+}
+
 }  // namespace ZeroTouch

@@ -1,7 +1,10 @@
-// Which URL a DHCP answer asks for.
+// Which URL a DHCP answer asks for, and what an HTTP request for it says about the switch.
 #pragma once
 
+#include <vector>
+
 #include "platform/kel/Types.h"
+#include "platform/model/entitymib.h"
 
 namespace ZeroTouch {
 
@@ -14,5 +17,14 @@ struct BootFile {
 // A server name means TFTP. Without one the boot file's name is the URL, when its scheme is, to the letter,
 // "http", "https", "ftp" or "tftp".
 BootFile bootFile(Kel::String const& serverName, Kel::String const& bootFileName);
+
+inline constexpr char const* softwareVersionPath = "/etc/kvo-version";
+inline constexpr char const* architecturePath = "/etc/arch";
+
+// The header lines, in their order: MAC address, model, serial number, hardware revision, and, as far as the
+// two files have them, software version and architecture. No line holds a control byte.
+std::vector<Kel::String> requestHeaders(Wire::EthAddr const& systemMacAddr, EntityMib::Fru const& root,
+                                        Kel::String const& versionPath = softwareVersionPath,
+                                        Kel::String const& archPath = architecturePath);
 
 }  // namespace ZeroTouch

@@ -9,10 +9,9 @@
 #include "platform/kel/Assert.h"
 #include "platform/kel/FileDescriptor.h"
 #include "zerotouch/agent/Events.h"
-#include "zerotouch/agent/Warnings.h"
 #include "zerotouch/fetch/CurlTransfer.h"
-#include "zerotouch/sm/Reactors.h"
 #include "zerotouch/sm/SmTrace.h"
+#include "zerotouch/sm/ZeroTouchSm.h"
 
 namespace ZeroTouch {
 
@@ -40,10 +39,6 @@ void setOptions(CurlTransfer& transfer, Kel::String const& url) {
 }  // namespace
 
 void ZeroTouchSm::TransferEnd::operator()(CurlTransfer* transfer) const { delete transfer; }
-
-Kel::Ptr<Kel::FileDescriptor> ZeroTouchSm::curlSockFd() const {
-  return curlSockFd_ ? curlSockFd_->descriptor() : nullptr;
-}
 
 void ZeroTouchSm::doTryFetchUri() {
   KEL_ASSERT(!option67Uri().empty(), "uri");
@@ -138,7 +133,10 @@ void ZeroTouchSm::watchCurlSocket() {
       auto const watch = Kel::makePtr<Kel::FileDescriptor>();
       watch->descriptorIs(fd);
       watch->nonBlockingIs(true);
-      curlSockFd_ = Kel::makePtr<KelCurlSockFd>(watch, *this);
+      curlSockFd_ = watch;
+      using Hooks = Kel::FileDescriptor::NotifieeConst;
+      curlSockFdReady_ = Kel::Reactor(watch, {&Hooks::onReadableCount, &Hooks::onWritableCount},
+                                      [this] { handleCurlSockFd(); });
     }
   }
   if (!curlSockFd()) return;
@@ -188,6 +186,7 @@ void ZeroTouchSm::doCurlClose() {
 void ZeroTouchSm::doCurlShutdown() {
   if (curlSockFd()) {
     curlSockFd()->descriptorIs(-1);
+    curlSockFdReady_ = {};
     curlSockFd_ = nullptr;
   }
   curlCBData_ = nullptr;

@@ -3,7 +3,7 @@
 
 #include "platform/kel/Assert.h"
 #include "zerotouch/agent/Events.h"
-#include "zerotouch/sm/Reactors.h"
+#include "zerotouch/intf/Ports.h"
 #include "zerotouch/sm/SmTrace.h"
 #include "zerotouch/sm/ZeroTouchSm.h"
 
@@ -36,7 +36,7 @@ void ZeroTouchSm::doStateTransition(State fromStates, State toState, Cause const
     return;
   }
   transitionStateIs(toState);
-  stateTransitionClock_->timeMinIs(Kel::now());
+  stateTransitionAlarm_.at(Kel::now());
 }
 
 bool ZeroTouchSm::mayActIn(State states) const {
@@ -64,14 +64,15 @@ void ZeroTouchSm::nextStateIs(State state) {
 }
 
 void ZeroTouchSm::enter(State state) {
-  SM_TRACE(5, " - " << stringValue(currentState()) << " -> " << stringValue(state) << ": "
-                    << transitionReason());
+  SM_TRACE(
+      5, " - " << stringValue(currentState()) << " -> " << stringValue(state) << ": " << transitionReason());
   noteOutcome(state);
   currentStateIs(state);
   stateTimeIs(Kel::now());
 }
 
-// A failure stays to be read until a run has succeeded: the attempts that follow it do not explain themselves.
+// A failure stays to be read until a run has succeeded: the attempts that follow it do not explain
+// themselves.
 void ZeroTouchSm::noteOutcome(State entered) {
   bool const failed = entered == stateRetry() || entered == stateRetryFetchConfig();
   bool const succeeded = Cause(transitionCause()).isSuccess();
@@ -197,7 +198,7 @@ void ZeroTouchSm::enterRetry() {
     ZTP_RETRY.log(retryCount());
     doReleaseLease();
     doReleaseLease6();
-    lookAtSkippedIntfs();
+    ports_->lookAtSkipped();
     configureMultiSpeedInterfaces();
     doStartRetryWaitTimer();
   } else {
