@@ -34,7 +34,7 @@ def test_after_a_host_that_was_killed_in_any_state_the_next_one_completes_the_ru
     lab.stop_serving()
     kill_and_start(lab)
     wait_for(lambda: lab.found() == SET_UP, "what the killed host applied to be gone")
-    assert lab.host.events()[0] == "ZTP_INIT"
+    assert "ZTP_INIT" in lab.host.events()
     assert not lab.children() & running
     lab.serve("dhcpv4", "http://{server}/whose-name")
     lab.wait_reload()
