@@ -6,7 +6,7 @@
 #include "platform/kel/ActivityManager.h"
 #include "platform/kel/testing/FakeChildRunner.h"
 #include "platform/kel/testing/SimulatedTime.h"
-#include "zerotouch/agent/MountedEntities.h"
+#include "zerotouch/agent/ZeroTouchAgent.h"
 
 namespace {
 
@@ -56,7 +56,7 @@ BENCHMARK(fireClocks)->Unit(benchmark::kMillisecond);
 struct World {
   explicit World(std::int64_t ports) {
     setenv("FILESYSTEM_ROOT", "/nonexistent", 1);
-    platform.entityMib->rootIs()->initStatusIs(EntityMib::InitStatus::initialized);
+    platform.entityMibStatus->rootIs()->initStatusIs(EntityMib::InitStatus::initialized);
     for (std::int64_t i = 0; i < ports; ++i) {
       auto const port =
           Kel::makePtr<Interface::EthPhyIntfStatus>(Wire::IntfId("Ethernet" + std::to_string(i)));

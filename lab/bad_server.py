@@ -1,21 +1,21 @@
 #!/usr/bin/env python3
-"""An HTTP server that does not do what it should.
+"""An HTTP server that misbehaves.
 
     bad_server.py PORT
 
-The first word of the path says how:
+The first word of the path selects how:
 
     /reset         the connection is reset as soon as the request is there
     /silent        no answer
     /half-header   the answer ends within its header
     /half          half of the body is sent, then the connection ends
-    /wrong-length  like that, but only the last byte is missing
+    /wrong-length  all of the body but its last byte is sent, then the connection ends
     /slow          a byte of the body each second
     /endless       a body without an end
     /empty         a good answer without a body
     /redirect      to /config of the server on port 80
-    /404, /500     that status, or any other three digits
-    /turns/A/B/C   first A, to the next request B, then C, and C to all that follow
+    /404, /500     that status; any three digits will do
+    /turns/A/B/C   A for the first request, B for the second, C for the third and all that follow
 """
 import collections
 import http.server

@@ -13,8 +13,8 @@ SCRIPT = """#!/bin/sh
 echo "installing a configuration by hand"
 echo "hostname set-by-script" >"$FILESYSTEM_ROOT/flash/startup-config"
 """
-SHORT = timers(1, INETRFACESSETUP=4, DHCLIENTQUERY=6)  # in which router advertisements and answers come
-FAILURES = 2  # of the server, when it is told to fail
+SHORT = timers(1, INETRFACESSETUP=4, DHCLIENTQUERY=6)  # long enough for router advertisements and answers
+FAILURES = 2  # the requests that a failing server refuses
 
 
 def say(text):
@@ -34,7 +34,7 @@ class Timeline:
         print(f"{max(0, (since or time.time()) - self.start):7.1f} s  {text}", flush=True)
 
     def follow(self):
-        """Prints what is new; the names of all events so far."""
+        """Prints the new events and states, and returns the names of all events so far."""
         state = self.host.get("/zerotouch/sm/currentState")
         if state != self.state:
             self.print(f"  now in {state}")
@@ -47,7 +47,7 @@ class Timeline:
 
 
 def provision(lab, options, boot_file):
-    """Boots, and follows the run to its reload request; false when that does not come in time."""
+    """Boots, and follows the run to its reload request. Returns whether that came in time."""
     say("first boot: no startup configuration on flash")
     lab.host.start()
     timeline = Timeline(lab.host)
@@ -85,7 +85,7 @@ def show_outcome(lab):
 
 
 def second_boot(lab):
-    """Whether provisioning stays off."""
+    """Returns whether provisioning stays off."""
     say("second boot")
     lab.host.boot_again()
     wait_for(lambda: lab.host.get("/zerotouch/config/enabled") is False, "provisioning to be off")

@@ -1,4 +1,4 @@
-"""Shows that a host stays as small as it is, while a run goes round for want of a network and while ports come and go.
+"""Shows that a host does not grow while a run without a network is retried, and while ports come and go.
 scripts/endurance builds what it needs and runs it."""
 import argparse
 import json
@@ -11,7 +11,8 @@ from lab.host import ONE_SHOT, TICKING
 from lab.polling import wait_for
 from lab.runs import BAD, Switch
 
-# Of what is said of a moment: the last thousand events are kept, a child comes with a descriptor or two.
+# By how much a later row may exceed the first one: the host keeps the last thousand events, and a child that happens to run
+# has one or two descriptors.
 SLACK = {"resident": 1024, "files": 64, "descriptors": 3, "children": 1}
 
 
@@ -26,7 +27,7 @@ def footprint(lab):
 
 
 def most(lab, seconds):
-    """The most of each, over so many seconds."""
+    """The highest value of each that was seen within `seconds`."""
     result, end = footprint(lab), time.monotonic() + seconds
     while time.monotonic() < end:
         time.sleep(0.2)
@@ -36,16 +37,16 @@ def most(lab, seconds):
 
 
 def grown(rows, **slack):
-    """What the last row has more of than the first."""
+    """The values of which the last row has more than the first one and the slack, as pairs of both rows."""
     slack = SLACK | slack
     return {name: (rows[0][name], rows[-1][name]) for name in rows[0]
             if rows[-1][name] > rows[0][name] + slack.get(name, 0)}
 
 
 def retries(lab, seconds, parts, wait=1.0):
-    """A run without a network, whose timers take `wait`: for half of the time nobody answers, then somebody who names a
-    file that cannot be had. Rows of both halves, for so many equal parts each; then there is a network, and the run has
-    to complete."""
+    """A run without a network, whose timers take `wait`. For half of the time nobody answers, then a server names a file
+    that does not exist; at last there is a network, and the run has to complete. Returns the rows of both halves, one
+    for each of `parts` equal parts, and the number of retries."""
     lab.begin(None, **{name: wait for name in ONE_SHOT + TICKING} | {"CONFIGFETCHRETRY": wait / 5})
     wait_for(lambda: lab.host.get("/zerotouch/sm/retryCount") >= 2, "two retries")
     silent = [most(lab, seconds / 2 / parts) for _ in range(parts)]

@@ -1,12 +1,12 @@
 #!/usr/bin/env python3
-"""Floods the host's socket with clients, a quarter of each kind:
+"""Floods the host's socket with clients. A quarter of them is of each kind:
 
-    readers ask for the whole tree, again and again, and read the answers
-    deaf    ask for it all the time and never read
-    silent  watch the whole tree and never read
-    foul    send what is no request, and read what is said of it
+    readers request the whole tree again and again, and read the answers
+    deaf    request the whole tree all the time, and never read
+    silent  watch the whole tree, and never read
+    foul    send lines that are no requests, and read the errors
 
-One that the host cuts off connects again.
+A client that the host cuts off connects again.
 
     flood.py SOCKET CLIENTS
 """
@@ -40,7 +40,7 @@ class Client:
         return (select.POLLOUT if self.rest else 0) | (select.POLLIN if self.reads else 0)
 
     def act(self, events):
-        """Raises OSError when it has been cut off."""
+        """Raises OSError when the host has cut the client off."""
         if events & select.POLLIN and self.reads and not self.socket.recv(1 << 16):
             raise ConnectionResetError
         if events & select.POLLOUT:

@@ -13,14 +13,14 @@ ROOT = pathlib.Path(__file__).resolve().parents[1]
 BUILD = pathlib.Path(os.environ.get("ZEROTOUCH_BUILD", ROOT / "build" / "debug")).resolve()
 
 
-# The timers that fire once, and those that tick while a step goes on, whose ends stay as they are.
+# The timers that fire once, and those that tick while a step goes on. timers() leaves the time-outs of the latter alone.
 ONE_SHOT = ("INETRFACESSETUP", "DHCLIENTQUERY", "CONFIGFETCHRETRY", "RETRY", "LEASERELEASE", "STARTUPFILESYNC_WAIT")
 TICKING = ("STATELESSDHCLIENTQUERY", "SYSIDENTITYSETUP")
 
 
 def timers(seconds, **others):
-    """The environment that shortens the waits of a run, so that one takes seconds. `others` have times of their own, as
-    in DHCLIENTQUERY=4."""
+    """The environment that shortens the waits of a run, so that a run takes seconds. `others` gives further timers their
+    times, as in DHCLIENTQUERY=4."""
     times = {name: seconds for name in ONE_SHOT + TICKING} | others
     result = {f"ZEROTOUCH_{name}_TIMER_INTERVAL": str(time) for name, time in times.items()}
     return result | {f"ZEROTOUCH_{name}_TIMER_TIMEOUT": str(time) for name, time in times.items() if name not in TICKING}
@@ -54,7 +54,7 @@ class Host:
         return f"reload_command = {json.dumps(command)}\n"
 
     def prepare(self):
-        """Makes its files, for a system that never ran."""
+        """Makes the files of a system that has never run."""
         self.flash.mkdir(parents=True)
         self.config.parent.mkdir(parents=True, exist_ok=True)
         self.config.write_text(self.config_text)
@@ -72,7 +72,7 @@ class Host:
         return self
 
     def output(self):
-        """Of the one that was started last."""
+        """The output of the host that was started last."""
         return self.log.read_text() if self.log.exists() else ""
 
     def stop(self, how=signal.SIGTERM):

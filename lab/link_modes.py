@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
-"""Tells a TAP device of the namespace that it runs in what it is to say that it supports.
+"""Sets which link modes a TAP device reports as supported. It runs in the namespace of the device.
 
     link_modes.py DEVICE MODE...
 
-A TAP device takes over whatever link settings it is handed, also those that drivers of real ports decide themselves."""
+A TAP device stores all link settings that it is given, also those that a driver of a real port decides itself."""
 import array
 import fcntl
 import socket
@@ -12,9 +12,9 @@ import sys
 
 SIOCETHTOOL = 0x8946
 ETHTOOL_GLINKSETTINGS, ETHTOOL_SLINKSETTINGS = 0x4c, 0x4d
-MASKS = 48         # where struct ethtool_link_settings ends and the masks begin: supported, advertised, of the partner
-MASK_WORDS_AT = 15  # its link_mode_masks_nwords
-LONGEST_MASK = 127  # words, by the type of that field
+MASKS = 48         # the size of struct ethtool_link_settings; three masks follow: supported, advertised, of the partner
+MASK_WORDS_AT = 15  # the offset of its link_mode_masks_nwords
+LONGEST_MASK = 127  # in words: the largest value of that field
 
 # Numbers of ETHTOOL_LINK_MODE_*_BIT, one mode for each speed.
 MODES = {
@@ -32,7 +32,7 @@ def set_supported(device, modes):
         def ethtool(command):
             struct.pack_into("I", settings, 0, command)
             fcntl.ioctl(control, SIOCETHTOOL, request)
-        ethtool(ETHTOOL_GLINKSETTINGS)  # asks for the length of a mask, which is answered as a negative number
+        ethtool(ETHTOOL_GLINKSETTINGS)  # asks for the length of a mask; the kernel answers with a negative number
         words = -struct.unpack_from("b", settings, MASK_WORDS_AT)[0]
         struct.pack_into("b", settings, MASK_WORDS_AT, words)
         ethtool(ETHTOOL_GLINKSETTINGS)

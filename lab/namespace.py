@@ -9,7 +9,7 @@ from lab import processes
 
 
 def run(*argv):
-    """Runs a program to its end; its output. What it complains of is the text of the error raised when it fails."""
+    """Runs a program and returns its output. When it fails, raises an error with what it wrote to its standard error."""
     result = subprocess.run([str(word) for word in argv], capture_output=True, text=True, stdin=subprocess.DEVNULL)
     if result.returncode != 0:
         raise RuntimeError(f"{' '.join(str(word) for word in argv)}: {(result.stderr or result.stdout).strip()}")
@@ -28,22 +28,22 @@ class Namespace:
         self.ip("link", "set", "lo", "up")
 
     def delete(self):
-        """Removes it and ends what still runs in here."""
+        """Removes the namespace and ends the processes in it."""
         if self.exists():
             self.end_processes()
             run("ip", "netns", "del", self.name)
 
     def end_processes(self):
-        """They can only have been started by its owner."""
+        """Ends them. Only the owner of the namespace can have started them."""
         for pid in self.pids():
             processes.end(pid, signal.SIGKILL)
 
     def pids(self):
-        """Of all that runs in here."""
+        """The ids of all processes in the namespace."""
         return {int(pid) for pid in run("ip", "netns", "pids", self.name).split()}
 
     def enter(self):
-        """The words before a command that is to run in here."""
+        """The words to put before a command that is to run in the namespace."""
         return ["ip", "netns", "exec", self.name]
 
     def run(self, *argv):
@@ -53,7 +53,7 @@ class Namespace:
         return run("ip", "-n", self.name, *arguments)
 
     def links(self):
-        """What `ip -details link` tells, by device."""
+        """The output of `ip -details link`, by device."""
         return {link["ifname"]: link for link in json.loads(self.ip("-json", "-details", "link", "show"))}
 
     def ip6_setting(self, device, item, value=None):
@@ -65,14 +65,14 @@ class Namespace:
 
 
 class SwitchNamespace(Namespace):
-    """One with what a system has of its own: a host name, an /etc, a /run and a /tmp, and installed files.
+    """A network namespace with a host name, an /etc, a /run, a /tmp and installed files of its own.
 
-    A process that does nothing holds them; everything else that runs in here joins it."""
+    A process that does nothing else holds them; every other process in the namespace joins it."""
 
     HOLDER = "namespace"
 
     def __init__(self, name, holders, folder, kept):
-        """`kept`: the folders of this system that stay where they are, also when they lie in /run or /tmp."""
+        """`kept` are folders of this system that stay visible, even if they lie in /run or /tmp."""
         super().__init__(name)
         self.holders = holders  # the Processes among which the holder is
         self.kept = kept
@@ -80,8 +80,8 @@ class SwitchNamespace(Namespace):
         self.installed = folder / "installed"
 
     def create(self, hostname, installed):
-        """Makes its files and boots it. `installed` maps places below /usr to files that are to show there; those that
-        do not exist are left out."""
+        """Makes the files of the switch and boots it. `installed` maps paths below /usr to the files that appear there;
+        files that do not exist are left out."""
         super().create()
         self._make_etc(hostname)
         self.installed.mkdir()
@@ -100,12 +100,12 @@ class SwitchNamespace(Namespace):
             (self.etc / name).write_text(text + "\n")
 
     def boot(self):
-        """After halt() it has its host name again, and nothing in /run and /tmp."""
+        """Boots the switch after halt(): it has its host name again, and /run and /tmp are empty."""
         holder = [pathlib.Path(__file__).parent / "hold_switch", self.etc, self.installed, *self.kept]
         self.holders.start(self.HOLDER, [*super().enter(), "unshare", "--uts", *holder])
 
     def halt(self):
-        """Ends all that runs in here."""
+        """Ends all processes of the switch."""
         self.end_processes()
         self.holders.stop(self.HOLDER)
 

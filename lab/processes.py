@@ -12,7 +12,7 @@ from lab.polling import LIMIT, wait_for
 
 
 def start_time(pid):
-    """Of a process that runs, in clock ticks since the boot; None when there is none, or only its remains."""
+    """When a process started, in clock ticks since the boot; None when it does not run, or has ended and is not reaped."""
     try:
         fields = pathlib.Path(f"/proc/{pid}/stat").read_text().rpartition(")")[2].split()
     except OSError:
@@ -49,7 +49,7 @@ class Processes:
         return sorted(name for name in (file.stem for file in self.folder.glob("*.pid")) if self.running(name))
 
     def running(self, name):
-        """The process id, or None."""
+        """The process id of the program, or None when it does not run."""
         try:
             pid, since = self._pid_file(name).read_text().split()
         except FileNotFoundError:
@@ -64,7 +64,7 @@ class Processes:
         os.killpg(pid, number)
 
     def stop(self, name, how=signal.SIGTERM, timeout=LIMIT):
-        """Ends a program and waits for its end. Its exit code if this process started it, else None."""
+        """Ends a program and waits for its end. Returns its exit code if this process has started it, else None."""
         pid = self.running(name)
         if pid is not None:
             end(pid, how, timeout)

@@ -11,12 +11,12 @@ WAITS = {"INETRFACESSETUP": 0.2, "DHCLIENTQUERY": 20, "STATELESSDHCLIENTQUERY": 
          "LEASERELEASE": 20}
 UNTIL_ADVERTISED = {"INETRFACESSETUP": 2.5, "DHCLIENTQUERY": 1}
 
-# What Switch.found() tells of the switch at its boot.
+# What Switch.found() returns for a switch that has just booted.
 FOUND = {"addresses": [], "up": False, "mtu": 1500, "routes": [], "host name": "switch", "ip6": ["0", "1"],
          "resolver": "# no name server is known yet\n", "log": []}
 
 SCRIPT = "#!/bin/sh\nuntil [ -e /tmp/go ]; do sleep 0.1; done\nexit 1\n"
-STATES = {  # that last, and how
+STATES = {  # the states that last, and how a run comes to stay in each
     "stateSetupInterfaces": {"scenario": None, "INETRFACESSETUP": 60},
     "stateDhcpQuery": {"scenario": None, "DHCLIENTQUERY": 60},
     "stateStatelessDhcpQuery": {"scenario": "ra-stateless", **UNTIL_ADVERTISED, "STATELESSDHCLIENTQUERY": 60},
@@ -30,11 +30,11 @@ STATES = {  # that last, and how
 
 
 class Switch(Lab):
-    """One for many runs; each boots it with an empty flash, or with the `flash` that it names."""
+    """A switch for many runs. Each run boots it with an empty flash, or with the files that `flash` names."""
 
     def begin(self, scenario="dhcpv4", boot_file="http://{server}/config", flash={}, lines=(), values=None, client="",
               tick=0.1, **waits):
-        """`client`: the DHCP client, if not the stock one; `tick`: how often a download is looked at besides."""
+        """`client` is the DHCP client, by default the stock one; `tick` is the interval at which a download is looked at."""
         self.host.stop()
         (self.switch.etc / "resolv.conf").write_text(FOUND["resolver"])
         for file in self.host.flash.iterdir():
@@ -48,7 +48,7 @@ class Switch(Lab):
         self.host.boot_again(initial_values=values)
 
     def begin_in(self, state, **options):
-        """Begins a run that comes to that state and stays there; `options` are those of begin()."""
+        """Begins a run that comes to `state` and stays there. `options` are those of begin()."""
         (self.www / "script").write_text(SCRIPT)
         self.begin(**STATES[state] | options)
         self.host.wait_state(state)
@@ -60,7 +60,7 @@ class Switch(Lab):
         return [event["message"] for event in self.events(*names)]
 
     def wait_reload(self):
-        """The request, and nothing that a run may leave behind: neither a process nor a connection."""
+        """Waits for the reload request, and until the run has left no process and no connection behind."""
         wait_for(self.host.reload_requested, "the reload")
         self.host.wait_state("stateShutdown")
         self.wait_quiet()
@@ -69,18 +69,18 @@ class Switch(Lab):
 
     def wait_quiet(self):
         wait_for(lambda: not self.children(), "the children of the run to be gone")
-        # A resolver that waits for a silent name server is left alone, and ends in its own time.
+        # A resolver that waits for a silent name server is ignored; it ends by itself.
         wait_for(lambda: "users" not in self.switch.run("ss", "-Hntup"), "the connections of the run to be gone")
 
     def children(self):
-        """The processes on the switch, the host and that which holds its namespaces aside."""
+        """The processes on the switch, except for the host and the process that holds the namespaces."""
         return self.switch.pids() - {self.host.processes.running("host"), self.processes.running(self.switch.HOLDER)}
 
     def flash(self):
         return {file.name: file.read_text() for file in self.host.flash.iterdir()}
 
     def found(self):
-        """All that a run may change on the switch, the flash aside."""
+        """Everything that a run may change on the switch, except for the flash."""
         def routes(family):  # those to neighbours follow from the addresses
             return [line.strip() for line in self.switch.ip(family, "route").splitlines() if "kernel" not in line]
         link = self.switch.links()["et1"]

@@ -20,7 +20,7 @@ def net6(number):
 
 
 def of_port(number, boot_file):
-    """The places to fill in for a port. "{server}" in the name of a boot file is the server's address there."""
+    """The values of the placeholders for a port; "{server}" in the name of a boot file is the server's address there."""
     boot_file = boot_file.replace("\\", "\\\\").replace('"', '\\"').replace("\n", "\\n")
     return {"{device}": f"p{number}", "{net4}": net4(number), "{net6}": net6(number),
             "{boot_file4}": boot_file.replace("{server}", f"{net4(number)}.1"),
@@ -34,7 +34,7 @@ def fill_in(text, values):
 
 
 def expand(text, ports, boot_file=""):
-    """Lines that name something of a port are repeated for each of them."""
+    """Fills in the placeholders. A line with a placeholder of a port is repeated for each port."""
     result = []
     for line in text.splitlines():
         for_each = dict.fromkeys(fill_in(line, of_port(number, boot_file)) for number in ports)
@@ -43,7 +43,7 @@ def expand(text, ports, boot_file=""):
 
 
 def make_certificates(folder):
-    """server.key, with valid.crt and expired.crt for it."""
+    """Makes server.key, and the certificates valid.crt and expired.crt for it."""
     key, request = folder / "server.key", folder / "server.csr"
     run("openssl", "req", "-new", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1", "-nodes",
         "-subj", "/CN=boot.example", "-keyout", key, "-out", request)
@@ -52,5 +52,5 @@ def make_certificates(folder):
 
 
 def requests(log):
-    """What nginx noted down of each request that it answered."""
+    """The requests that nginx has answered and logged."""
     return [json.loads(line) for line in log.read_text().splitlines()] if log.exists() else []

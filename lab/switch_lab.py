@@ -5,7 +5,8 @@ A port of the switch, et1, leads to the device p1 of the server side. It is one 
     veth  a pair of devices; it has a carrier while both ends are up
     tap   two TAP devices, which can be told what speeds to support; it has a carrier while a cable joins them
 
-What there is, is asked of the kernel every time, so that any number of commands and tests can work on one lab."""
+The lab keeps no record of its ports: it reads them from the kernel every time, so that several commands and tests can
+work on one lab."""
 import pathlib
 import re
 import shutil
@@ -19,7 +20,7 @@ HERE = pathlib.Path(__file__).resolve().parent
 NAME = re.compile("[A-Za-z0-9][A-Za-z0-9-]{0,62}")
 LABS = pathlib.Path("/run/zerotouch-lab")
 
-# Places below /usr of what a real system has installed.
+# The files that a real system has installed, by their paths below /usr.
 INSTALLED = {f"bin/{program}": BUILD / "bin" / program
              for program in ("zerotouch", "zerotouch-dhclient-script", "zerotouch-dhclient")}
 INSTALLED |= {f"share/ZeroTouch/{template}": ROOT / "share" / template
@@ -27,7 +28,7 @@ INSTALLED |= {f"share/ZeroTouch/{template}": ROOT / "share" / template
 DHCLIENT = "bin/zerotouch-dhclient"
 
 FILE_SERVERS = ("nginx", "vsftpd", "names-and-tftp", "bad-server")
-AT_BOOT = ("disable_ipv6", "accept_ra", "accept_ra_defrtr")  # settings of a port that begin as those of any device
+AT_BOOT = ("disable_ipv6", "accept_ra", "accept_ra_defrtr")  # settings that a boot resets to those of a new device
 
 PLATFORM = """[ports]
 devices = ["et*"]
@@ -45,8 +46,8 @@ def mac(end, number):
 
 class Lab:
     def __init__(self, name="ztlab", installed=INSTALLED):
-        """`installed`: what the switch has installed below /usr. Without it a package can be installed there, which
-        lasts until the reboot."""
+        """`installed` maps paths below /usr of the switch to files. When it is empty, a package can be installed on the
+        switch, which lasts until the reboot."""
         if not NAME.fullmatch(name):
             raise ValueError(f"'{name}' cannot be the name of a lab; letters, digits and dashes can")
         self.name = name
@@ -64,7 +65,7 @@ class Lab:
     # The lab as a whole.
 
     def up(self):
-        """On any error, nothing is left behind."""
+        """Makes the lab. When that fails, nothing is left behind."""
         if not self.is_down():
             raise RuntimeError(f"{self.name} is up already, or was not taken down")
         try:
@@ -83,7 +84,7 @@ class Lab:
             raise
 
     def down(self):
-        """Takes everything away; nothing is wrong with a lab that is up in parts only."""
+        """Removes the lab, also one of which only parts are up."""
         try:
             self.host.stop()
             self.processes.stop_all()
@@ -108,23 +109,23 @@ class Lab:
                 self.switch.ip6_setting(device, item, self.switch.ip6_setting("default", item))
 
     def running(self):
-        """The names of what runs in the background, the host aside."""
+        """The names of the programs that run in the background, without the host."""
         return [name for name in self.processes.names() if name != SwitchNamespace.HOLDER]
 
     # Ports, by their number.
 
     def ports(self):
-        """The numbers of those that are there."""
+        """The numbers of the ports."""
         return sorted(int(device[1:]) for device in self.server.links() if device[1:].isdecimal())
 
     def add_veth(self, number):
-        """The switch's end is down, as at its boot."""
+        """Adds a veth port. The end on the switch is down, as at a boot."""
         run("ip", "link", "add", f"et{number}", "address", mac(1, number), "netns", self.switch.name, "type", "veth",
             "peer", "name", f"p{number}", "address", mac(2, number), "netns", self.server.name)
         self._set_up_server_side(number)
 
     def add_tap(self, number, modes=()):
-        """`modes`: what it says that it supports, from link_modes.MODES. It is unplugged."""
+        """Adds a TAP port without a cable. `modes` are the link modes that it reports as supported, from link_modes.MODES."""
         for namespace, device, end in ((self.switch, f"et{number}", 1), (self.server, f"p{number}", 2)):
             namespace.ip("tuntap", "add", "mode", "tap", "name", device)
             namespace.ip("link", "set", device, "address", mac(end, number))
@@ -197,8 +198,8 @@ class Lab:
             self.processes.stop(name)
 
     def requests(self):
-        """Those that nginx has answered: a dictionary each, with server, client, uri, status, and the X-Ostrel- headers,
-        of which one that was not sent is empty."""
+        """The requests that nginx has answered, each a dictionary with server, client, uri, status, and the X-Ostrel-
+        headers, which are empty when they were not sent."""
         return servers.requests(self.folder / "requests.log")
 
     def _start_dnsmasq(self, name, text, ports=None, boot_file=""):
@@ -226,7 +227,7 @@ class Lab:
         self.processes.stop(f"lldp-{number}")
 
     def clock_environment(self):
-        """That of a host whose wall clock, and that of its children, shift_clock() sets."""
+        """The environment of a host whose wall clock shift_clock() sets, together with that of its children."""
         library, shift = self.folder / "clock_shift.so", self.folder / "clock-shift"
         run("cc", "-shared", "-fPIC", "-o", library, HERE / "clock_shift.c")
         shift.write_text("0")
@@ -236,9 +237,9 @@ class Lab:
                 "ASAN_OPTIONS": "detect_leaks=0"}
 
     def shift_clock(self, seconds):
-        """Sets it so far ahead of this machine's."""
+        """Sets that clock ahead of the clock of this machine by so many seconds."""
         (self.folder / "clock-shift").write_text(str(seconds))
 
     def flood(self, clients):
-        """That many clients bother the host, until the process "flood" is stopped."""
+        """Floods the socket of the host with that many clients, until the program "flood" is stopped."""
         self.processes.start("flood", [HERE / "flood.py", self.host.socket, clients])

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Turns the schemas (schema/*.toml) into C++ entity classes with uniform accessors, and into docs/state-model.md.
 
-    generate.py cpp OUTPUT_DIR SCHEMA...      one NAME.h and NAME.cc per schema
+    generate.py cpp OUTPUT_DIR SCHEMA...      one NAME.h and NAME.cc per schema, and handles.h for the one that lists handles
     generate.py markdown OUTPUT SCHEMA...     the description for people
 
 The generated code holds no logic: it calls Kel::Attr, Kel::Collection and Kel::Codec, where the rules live. What a schema
@@ -72,58 +72,90 @@ def struct_code(struct):
 
 
 def accessors(a):
-    """The public accessors and the private member of one attribute."""
+    """Of one attribute the accessors' declarations, the private member, and what is defined in the source file.
+
+    Each definition is (result, signature, body). Only readers are inline: all that notifies is compiled once, not in every
+    file that includes the header.
+    """
     n, N, hook = a.name, capital(a.name), f"&NotifieeConst::{a.hook}"
     set_ = f'{n}_.set(*this, level, "{n}", '
+    code, definitions = "", []
     if a.form in ("type", "reference", "entity"):
         cpp = a.handle if a.holds_entity else a.cpp
         by_value = a.form == "type" and a.declared in SCALARS and a.declared not in ("string", "name")
         code = f"  {cpp if by_value else cpp + ' const&'} {n}() const {{ return {n}_.get(); }}\n"
+        initial = a.initial
         if a.constructor:
-            return code, f"  Kel::Attr<{cpp}> {n}_;\n"
-        code += f"  void {n}Is({cpp} value) {{ {set_}std::move(value), {hook}); }}\n"
-        if a.form != "entity":
-            return code, f"  Kel::Attr<{cpp}> {n}_{a.initial};\n"
-        initial = f"{{Kel::makePtr<{a.cpp}>()}}" if a.entry.get("always") else ""
-        if not a.target.parameters:
-            code += (f"  {a.handle} {n}Is() {{\n    if ({a.handle} const found = {n}()) return found;\n"
-                     f"    auto const created = Kel::makePtr<{a.cpp}>();\n    {n}Is(created);\n    return created;\n  }}\n")
-        if not a.entry.get("always"):
-            code += f"  void {n}Del() {{ {n}Is(nullptr); }}\n"
-        return code, f"  Kel::Attr<{cpp}> {n}_{initial};\n"
-    value = {"values": a.cpp, "keys": "bool"}.get(a.form) or a.handle
-    collection = f"Kel::Collection<{a.key}, {value}>"
-    code = f"  {collection} const& {n}() const {{ return {n}_; }}\n"
-    code += f"  {value if a.form == 'keys' else value + ' const&'} {n}({a.key} const& key) const {{ return {n}_.get(key); }}\n"
-    if a.form == "values":
-        code += f"  void {n}Is({a.key} const& key, {a.cpp} value) {{ {set_}key, std::move(value), {hook}); }}\n"
-    elif a.form == "keys":
-        code += f"  void {n}Is({a.key} const& key) {{ {set_}key, true, {hook}); }}\n"
+            return code, f"  Kel::Attr<{cpp}> {n}_;\n", []
+        definitions.append(("void", f"{n}Is({cpp} value)", f"{set_}std::move(value), {hook});"))
+        if a.form == "entity":
+            initial = f"{{Kel::makePtr<{a.cpp}>()}}" if a.entry.get("always") else ""
+            if not a.target.parameters:
+                definitions.append((a.handle, f"{n}Is()", f"if ({a.handle} const found = {n}()) return found;\n"
+                                    f"  auto const created = Kel::makePtr<{a.cpp}>();\n  {n}Is(created);\n  return created;"))
+            if not a.entry.get("always"):
+                code += f"  void {n}Del() {{ {n}Is(nullptr); }}\n"
+        member = f"  Kel::Attr<{cpp}> {n}_{initial};\n"
     else:
-        key = a.target.key_name
-        code += f"  void {n}Is({a.handle} const& entity) {{ {set_}entity->{key}(), entity, {hook}); }}\n"
-    if a.form == "entities":
-        parameters = "".join(f", {cpp} const& {name}" for cpp, name in a.target.arguments)
-        arguments = "".join(f", {name}" for _, name in a.target.arguments)
-        checks = "".join(f'      Kel::checkSame("{name}", {name}, found->{name}());\n' for _, name in a.target.arguments)
-        code += (f"  {a.handle} {n}Is({a.key} const& key{parameters}) {{\n    if ({a.handle} const found = {n}(key)) {{\n"
-                 f"{checks}      return found;\n    }}\n    auto const created = Kel::makePtr<{a.cpp}>(key{arguments});\n"
-                 f"    {n}Is(created);\n    return created;\n  }}\n")
-    code += (f'  void {n}Del({a.key} const& key) {{ {n}_.del(*this, level, "{n}", key, {hook}); }}\n'
-             f'  void {n}DelAll() {{ {n}_.delAll(*this, level, "{n}", {hook}); }}\n'
-             f'  void {n}Notify({a.key} const& key) {{ {n}_.announce(*this, level, "{n}", key, {hook}); }}\n')
-    return code, f"  {collection} {n}_;\n"
+        value = {"values": a.cpp, "keys": "bool"}.get(a.form) or a.handle
+        collection = f"Kel::Collection<{a.key}, {value}>"
+        member = f"  {collection} {n}_;\n"
+        code = f"  {collection} const& {n}() const {{ return {n}_; }}\n"
+        code += f"  {value if a.form == 'keys' else value + ' const&'} {n}({a.key} const& key) const {{ return {n}_.get(key); }}\n"
+        if a.form == "values":
+            definitions.append(("void", f"{n}Is({a.key} const& key, {a.cpp} value)", f"{set_}key, std::move(value), {hook});"))
+        elif a.form == "keys":
+            definitions.append(("void", f"{n}Is({a.key} const& key)", f"{set_}key, true, {hook});"))
+        else:
+            definitions.append(("void", f"{n}Is({a.handle} const& entity)", f"{set_}entity->{a.target.key_name}(), entity, {hook});"))
+        if a.form == "entities":
+            parameters = "".join(f", {cpp} const& {name}" for cpp, name in a.target.arguments)
+            arguments = "".join(f", {name}" for _, name in a.target.arguments)
+            checks = "".join(f'    Kel::checkSame("{name}", {name}, found->{name}());\n' for _, name in a.target.arguments)
+            definitions.append((a.handle, f"{n}Is({a.key} const& key{parameters})", f"if ({a.handle} const found = {n}(key)) {{\n"
+                                f"{checks}    return found;\n  }}\n  auto const created = Kel::makePtr<{a.cpp}>(key{arguments});\n"
+                                f"  {n}Is(created);\n  return created;"))
+        definitions += [("void", f"{n}Del({a.key} const& key)", f'{n}_.del(*this, level, "{n}", key, {hook});'),
+                        ("void", f"{n}DelAll()", f'{n}_.delAll(*this, level, "{n}", {hook});'),
+                        ("void", f"{n}Notify({a.key} const& key)", f'{n}_.announce(*this, level, "{n}", key, {hook});')]
+    return code + "".join(f"  {result} {signature};\n" for result, signature, _ in definitions), member, definitions
+
+
+def handles_code(schema):
+    """What is made of the list of handles: parameters, arguments, and the entities themselves with their places."""
+    macros = ""
+    for name, words, handles in (
+            ("AGENT_HANDLE", "The handles that the platform gives to the agent", schema.handles),
+            ("PASSED_HANDLE", "Those that the agent passes on to its state machine", [h for h in schema.handles if h.passed])):
+        parameters = ", \\\n  ".join(handle.parameter for handle in handles)
+        macros += (f"// {words}: as the parameters of a function, and as the arguments of a call.\n"
+                   f"#define {name}_PARAMETERS \\\n  {parameters}\n"
+                   f"#define {name}S {', '.join(handle.name for handle in handles)}\n\n")
+    members = "".join(f"  Kel::Ptr<{h.type}> {h.name} = Kel::makePtr<{h.type}>();\n" for h in schema.handles)
+    visits = "".join(f'    visit("{h.mount}", {h.name}, MountWriters::{h.writers});\n' for h in schema.handles)
+    return (f'#pragma once\n\n#include "platform/model/{schema.name}.h"\n\n{macros}namespace {schema.namespace} {{\n\n'
+            "// Who may write a mounted entity from outside, besides the platform: nobody, root, or the group too.\n"
+            "enum class MountWriters { platform, root, group };\n\n"
+            "// The entities that the agent is given, made fresh: what a host mounts into its state tree, and a test hands over.\n"
+            f"struct MountedEntities {{\n{members}\n"
+            "  // Calls `visit` with the path, the handle and the writers of each, in the order above.\n"
+            f"  template <typename Visit>\n  void each(Visit const& visit) const {{\n{visits}  }}\n\n"
+            "  // `factory` is the agent's agentCreatorFactory.\n"
+            "  template <typename Factory>\n  auto createAgent(Factory factory) const {\n    return factory(AGENT_HANDLES);\n"
+            "  }\n};\n\n}\n")
 
 
 def entity_code(entity):
+    """The class of one entity, and the definitions of its members."""
     name, base = entity.name, entity.base.full if entity.base else "Kel::Entity"
     notifiee_base = f"{base}::NotifieeConst" if entity.base else "Kel::NotifieeBase"
-    hooks = public = private = ""
+    hooks = public = private = bodies = ""
     for a in entity.attributes:
-        code, member = accessors(a)
+        code, member, definitions = accessors(a)
         unit = f" ({a.unit})" if a.unit else ""
         public += f"\n  // {a.doc}{unit}\n{code}"
         private += member
+        bodies += "".join(f"{result} {name}::{signature} {{\n  {body}\n}}\n" for result, signature, body in definitions)
         if not a.constructor:
             hooks += f"    virtual void {a.hook}({a.key + ' const&' if a.key else ''}) {{}}\n"
     if entity.key_name and not entity.base:
@@ -131,20 +163,28 @@ def entity_code(entity):
         private = f"  {entity.key_type} {entity.key_name}_;\n" + private
     for operation, options in entity.operations.items():
         public += f"\n  // {options['doc']}\n  virtual {RESULTS[options['returns']]} {operation}() {{ return {{}}; }}\n"
-    construct = ""
-    if entity.parameters:
-        own = entity.parameters[len(entity.inherited):] if entity.base else entity.parameters
-        initialisers = [f"{base}({', '.join(f'std::move({n})' for _, n in entity.inherited)})"] if entity.inherited else []
-        initialisers += [f"{n}_(std::move({n}))" for _, n in own]
-        construct = (f"  explicit {name}({', '.join(f'{cpp} {n}' for cpp, n in entity.parameters)})\n"
-                     f"      : {', '.join(initialisers)} {{}}\n")
-    return (f"// {entity.doc}\nclass {name} : public {base} {{\n public:\n  static constexpr unsigned level = {entity.level};\n"
-            f"  static Kel::EntityType const type;\n\n  class NotifieeConst : public {notifiee_base} {{\n   public:\n"
-            f"    explicit NotifieeConst(Kel::Ptr<{name} const> const& notifier, unsigned deepest = level)\n"
-            f"        : {notifiee_base}(notifier, deepest) {{}}\n"
-            f"    {name} const& notifier() const {{ return static_cast<{name} const&>(*notifierEntity()); }}\n{hooks}  }};\n\n"
-            f"{construct}  Kel::EntityType const* entityType() const override {{ return &type; }}\n{public}"
-            + (f"\n private:\n{private}" if private else "") + "};\n\n")
+    if any(not handle.passed for handle in entity.handles):
+        passed = ", ".join(f"{handle.name}()" for handle in entity.handles if handle.passed)
+        public += ("\n  // Calls `use` with the handles that are passed on, in their order.\n"
+                   f"  template <typename Use>\n  void passHandles(Use const& use) const {{ use({passed}); }}\n")
+    signature = f"{name}({', '.join(f'{cpp} {n}' for cpp, n in entity.parameters)})"
+    own = entity.parameters[len(entity.inherited):] if entity.base else entity.parameters
+    initialisers = [f"{base}({', '.join(f'std::move({n})' for _, n in entity.inherited)})"] if entity.inherited else []
+    initialisers += [f"{n}_(std::move({n}))" for _, n in own]
+    notifiee = f"{name}::NotifieeConst"
+    bodies = (f"{name}::{signature}{' : ' if initialisers else ''}{', '.join(initialisers)} {{}}\n{name}::~{name}() = default;\n"
+              f"Kel::EntityType const* {name}::entityType() const {{ return &type; }}\n"
+              f"{notifiee}::NotifieeConst(Kel::Ptr<{name} const> const& notifier, unsigned deepest) : {notifiee_base}(notifier, deepest) {{}}\n"
+              f"{notifiee}::~NotifieeConst() = default;\n{bodies}")
+    header = (f"// {entity.doc}\nclass {name} : public {base} {{\n public:\n  static constexpr unsigned level = {entity.level};\n"
+              f"  static Kel::EntityType const type;\n\n  class NotifieeConst : public {notifiee_base} {{\n   public:\n"
+              f"    explicit NotifieeConst(Kel::Ptr<{name} const> const& notifier, unsigned deepest = level);\n"
+              f"    ~NotifieeConst() override;\n"
+              f"    {name} const& notifier() const {{ return static_cast<{name} const&>(*notifierEntity()); }}\n{hooks}  }};\n\n"
+              f"  {'explicit ' if entity.parameters else ''}{signature};\n  ~{name}() override;\n"
+              f"  Kel::EntityType const* entityType() const override;\n{public}"
+              + (f"\n private:\n{private}" if private else "") + "};\n\n")
+    return header, bodies
 
 
 def description(entity, a):
@@ -197,7 +237,9 @@ def write_cpp(model, output):
             types, codecs, bodies = types + parts[0], codecs + parts[1], bodies + parts[2]
         classes = ""
         for entity in schema.entities:
-            classes += entity_code(entity)
+            header, definitions = entity_code(entity)
+            classes += header
+            bodies += f"namespace {schema.namespace} {{\n{definitions}}}\n\n"
             table = ""
             if entity.attributes:
                 table = f"static Kel::AttributeType const attributesOf{entity.name}[] = {{\n"
@@ -208,15 +250,16 @@ def write_cpp(model, output):
                        f"{base}, {own}}};\n\n")
         notice = f"// Generated from {schema.path.name}; do not edit.\n"
         includes = "".join(f'#include "{header}"\n' for header in
-                           ["platform/kel/Attr.h", "platform/kel/Collection.h", "platform/kel/EntityType.h",
-                            "platform/kel/Described.h"] + model.includes(schema))
+                           ["platform/kel/EntityType.h"] + model.includes(schema))
         header = f"{notice}#pragma once\n\n{includes}\n"
         if types:
             header += f"namespace {schema.namespace} {{\n\n{types}}}\n\nnamespace Kel {{\n{codecs}}}\n\n"
         if classes:
             header += f"namespace {schema.namespace} {{\n\n{classes}}}\n"
-        for path, text in ((output / f"{schema.name}.h", header),
-                           (output / f"{schema.name}.cc", f'{notice}#include "platform/model/{schema.name}.h"\n\n{bodies}')):
+        files = {f"{schema.name}.h": header, f"{schema.name}.cc": f'{notice}#include "platform/model/{schema.name}.h"\n\n{bodies}'}
+        if schema.handles:
+            files["handles.h"] = notice + handles_code(schema)
+        for path, text in ((output / name, text) for name, text in files.items()):
             if not path.exists() or path.read_text() != text:
                 path.write_text(text)
 
@@ -225,6 +268,11 @@ def write_markdown(model, output):
     text = "# The state model\n\nEvery entity type, generated from `platform/model/schema`.\n"
     for schema in model.schemas:
         text += f"\n## {schema.namespace} (`{schema.name}.toml`)\n\n{schema.data.get('doc', '')}\n"
+        if schema.handles:
+            text += ("\nThe handles that the platform gives to the agent, in their order:\n\n"
+                     "| Handle | Type | Access | Mounted at |\n|---|---|---|---|\n")
+            for h in schema.handles:
+                text += f"| `{h.name}` | {h.type} | {'read' if h.attribute.get('const') else 'write'} | `{h.mount}` |\n"
         for enum in schema.enums:
             values = ", ".join(f"`{value}` {number}" for value, number in enum.values.items())
             text += f"\n**{enum.name}**: {enum.doc} Values: {values}.\n"

@@ -1,22 +1,20 @@
 #include "programs/zerotouchd/Children.h"
 
 #include <csignal>
-#include <filesystem>
 #include <fstream>
 #include <sstream>
 
-#include "platform/linux/Place.h"
-#include "platform/linux/WholeFile.h"
-#include "programs/zerotouchd/Console.h"
+#include "programs/zerotouchd/Events.h"
 
 namespace {
 
-// In ticks since the boot; 0 when there is no such process, or only its remains.
+// When a process was started, in ticks since the boot; 0 when there is none with that id, or only a zombie.
 std::uint64_t startTime(pid_t pid) {
   Kel::String line;
   std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
   if (!std::getline(file, line)) return 0;
-  // After the name, which may hold anything: the state, then eighteen numbers of other kinds.
+  // The name may hold anything and ends with the last ")". The state follows, and eighteen numbers that do
+  // not matter.
   std::istringstream fields(line.substr(line.rfind(')') + 1));
   char state = 0;
   fields >> state;
@@ -29,9 +27,8 @@ std::uint64_t startTime(pid_t pid) {
 
 }  // namespace
 
-Children::Children(Kel::String path) : path_(std::move(path)), place_(Linux::thisPlace("pid") + "\n") {
-  std::error_code error;
-  std::filesystem::create_directories(std::filesystem::path(path_).parent_path(), error);
+Children::Children(Kel::String const& runDirectory)
+    : memory_(runDirectory + "/children", Kel::BootMemory::inNamespace("pid")) {
   endLeftovers();
   Kel::childRunnerIs(this);
 }
@@ -55,9 +52,7 @@ int Children::kill(pid_t pid, int signal) { return runner_.kill(pid, signal); }
 void Children::reap(pid_t pid) { runner_.reap(pid); }
 
 void Children::endLeftovers() const {
-  std::istringstream file(Linux::readWhole(path_).value_or(""));
-  Kel::String place;
-  if (!std::getline(file, place) || place + "\n" != place_) return;
+  std::istringstream file(memory_.contents().value_or(""));
   pid_t pid = 0;
   std::uint64_t start = 0;
   while (file >> pid >> start) {
@@ -67,9 +62,9 @@ void Children::endLeftovers() const {
   }
 }
 
-// Without the file nothing is ended by the next host; there is no more to it.
+// When this fails, the next host does not end what this one leaves behind, and nothing else is lost.
 void Children::write() const {
-  Kel::String text = place_;
+  Kel::String text;
   for (auto const& [pid, start] : running_) text += std::to_string(pid) + " " + std::to_string(start) + "\n";
-  Linux::replaceWhole(path_, text, 0600);
+  memory_.keep(text);
 }

@@ -16,7 +16,7 @@ struct StateTree : Statebase::RpcSession {
     tree.mount("/entityMib/status", Kel::makePtr<EntityMib::Status>(), Statebase::Access::readOnly);
   }
   Statebase::Role role() const override { return Statebase::Role::root; }
-  Kel::Value watch(std::string const&) override { return {}; }
+  void watch(std::vector<std::string> const&) override {}
   bool unwatch(std::string const&) override { return false; }
   std::string answer(std::string_view line) { return rpcAnswer(tree, *this, line); }
 };

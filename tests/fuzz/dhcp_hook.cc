@@ -1,7 +1,6 @@
 // The variables that the DHCP client hands to its script, a line each: the state tree takes what it is told,
 // and everything in it is a plain text.
 #include "platform/statebase/Connection.h"
-#include "programs/zerotouch-dhclient-script/LeaseRecord.h"
 #include "programs/zerotouch-dhclient-script/Message.h"
 #include "tests/fuzz/StateTree.h"
 

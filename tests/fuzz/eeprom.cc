@@ -1,5 +1,5 @@
 // The system EEPROM: as it is given, and with a header and a checksum that fit what is given.
-#include "platform/linux/Eeprom.h"
+#include "platform/linux/system/Inventory.h"
 #include "tests/fuzz/Fuzz.h"
 
 namespace {

@@ -4,10 +4,10 @@
 #include <linux/if_packet.h>
 
 #include "platform/kel/testing/SimulatedTime.h"
-#include "platform/linux/PacketSocket.h"
+#include "platform/linux/packets/PacketSockets.h"
 #include "tests/fuzz/Fuzz.h"
-#include "zerotouch/agent/MountedEntities.h"
-#include "zerotouch/intf/IntfPamSm.h"
+#include "zerotouch/agent/ZeroTouchAgent.h"
+#include "zerotouch/intf/LldpWatch.h"
 
 namespace {
 

@@ -1,13 +1,13 @@
 // What an earlier host left to be put back: the journal of settings, behind its first line.
+#include "platform/kel/BootMemory.h"
 #include "platform/kel/Log.h"
-#include "platform/linux/LinkModeSetting.h"
-#include "platform/linux/Place.h"
-#include "platform/linux/UndoJournal.h"
+#include "platform/linux/settings/DeviceSettings.h"
+#include "platform/linux/settings/SettingKinds.h"
 #include "tests/fuzz/Fuzz.h"
 
 void fuzz(std::string_view input) {
   static ScratchFile const file("undo-journal");
-  static std::string const place = Linux::thisPlace("net") + "\n";
+  static std::string const place = Kel::BootMemory::inNamespace("net") + "\n";
   static int const sink [[maybe_unused]] = Kel::logSinkIs(
       [](Kel::LogEvent const& event) { KEL_ASSERT(isPrintable(event.message), "a plain warning"); });
   file.write(place + std::string(input));

@@ -102,7 +102,7 @@ void lagChanges(World& world, Choice& choice) {
   bool const replaced = !lags->intfStatus(name) || choice.chance(3);
   auto const lag = replaced ? Kel::makePtr<Interface::EthIntfStatus>(name) : lags->intfStatus(name);
   world.note(replaced ? "a port-channel comes" : "the port-channel changes");
-  lag->deviceNameIs("po1");
+  lag->deviceNameIs(choice.chance(4) ? "renamed" : "po1");
   lag->forwardingModelIs(choice.chance(2) ? Interface::IntfForwardingModel::routed
                                           : Interface::IntfForwardingModel::bridged);
   if (replaced) lags->intfStatusIs(lag);
@@ -165,9 +165,9 @@ void inventory(World& world, Choice& choice) {
   auto const status = choice.chance(4) ? EntityMib::InitStatus::failed : EntityMib::InitStatus::initialized;
   world.note(!there ? "the inventory goes" : "inventory: " + std::string(stringValue(status)));
   if (there) {
-    world.platform.entityMib->rootIs()->initStatusIs(status);
+    world.platform.entityMibStatus->rootIs()->initStatusIs(status);
   } else {
-    world.platform.entityMib->rootDel();
+    world.platform.entityMibStatus->rootDel();
   }
 }
 
@@ -223,7 +223,7 @@ void cleanUp(World& world, Choice& choice) {
 void standby(World& world, Choice& choice) {
   bool const synchronised = choice.chance(2);
   world.note(synchronised ? "the standby is synchronised" : "the standby is not synchronised");
-  world.platform.fileReplication->entryIs("RedSup")->synchronizedIs(synchronised);
+  world.platform.fileReplicationStatus->entryIs("RedSup")->synchronizedIs(synchronised);
 }
 
 }  // namespace
@@ -234,7 +234,7 @@ void progress(World& world, Choice& choice) {
   Choice none(0);
   switch (world.state()) {
     case stateInit:
-      world.platform.entityMib->rootIs()->initStatusIs(EntityMib::InitStatus::initialized);
+      world.platform.entityMibStatus->rootIs()->initStatusIs(EntityMib::InitStatus::initialized);
       return enable(world, choice);
     case stateSetupInterfaces:
       world.note("30 s pass");

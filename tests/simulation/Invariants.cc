@@ -40,7 +40,7 @@ void World::checkNotStuck() {
   require(sm().transitionState() == stateInvalid, "a transition is still pending");
   bool const done = sm().reloadRequested();
   if (state() == stateInit) {
-    auto const root = platform.entityMib->root();
+    auto const root = platform.entityMibStatus->root();
     bool const ready = root && root->initStatus() == EntityMib::InitStatus::initialized;
     require(!platform.config->enabled() || !ready, "rests in stateInit, enabled and ready");
     require(!sm().timerActive(), "a timer runs in stateInit");
@@ -125,9 +125,24 @@ void World::checkPorts() {
             "a packet socket without a watch, or the reverse");
     require(watch || !sm().intfLldpPool().contains(intfId), "a port without a watch is in the LLDP pool");
   }
-  for (auto const& [intfId, lag] : platform.elisd->intfStatus())
-    require(sm().lagIntfStatus(intfId) && sm().lagIntfStatus(intfId)->ethIntfStatus() == lag,
-            "a port-channel is not known");
+  for (auto const& [intfId, lag] : platform.elisd->intfStatus()) {
+    auto const record = sm().lagIntfStatus(intfId);
+    require(record && record->ethIntfStatus() == lag, "a port-channel is not known");
+    require(record->kernelIntfName() == lag->deviceName(), "a port-channel goes by another device");
+    bool const routed = lag->forwardingModel() == Interface::IntfForwardingModel::routed;
+    require(sm().intfStatus().contains(intfId) == routed,
+            "a port-channel is registered that is not routed, or the reverse");
+  }
+  // The entries of the chosen interface stay until its identity is taken back, and then until the next retry.
+  bool const undone = !sm().choosenIntf() && !sm().awaitsDhcpCleanup();
+  auto const gone = [this](Wire::IntfId const& intfId) {
+    return !configured_.contains(intfId) && !platform.episd->intfStatus(intfId) &&
+           !platform.elisd->intfStatus(intfId);
+  };
+  for (auto const& intfId : platform.ip6Config->intf().keys())
+    require(!undone || !gone(intfId), "the IPv6 entry of an interface that is gone is kept");
+  for (auto const& intfId : platform.l3ConfigDir->intfConfig().keys())
+    require(!undone || !gone(intfId), "the layer-3 entry of an interface that is gone is kept");
   for (auto const& [intfId, modes] : sm().linkModesOnIntf())
     require(platform.episd->intfStatus(intfId) != nullptr, "speeds of a port that is gone are kept");
   require(sm().phyIntfStatus().size() == platform.episd->intfStatus().size() &&
@@ -191,7 +206,7 @@ std::string World::identity() const {
   if (!net->domainName().empty()) add("domain=", net->domainName());
   for (auto const& [index, server] : net->nameServer()) add("ns=", server.stringValue());
   for (auto const& [index, server] : net->v6NameServer()) add("ns6=", server.stringValue());
-  for (auto const& [vrf, servers] : platform.logConfig->vrfLoggingHost()) {
+  for (auto const& [vrf, servers] : platform.sysLoggingConfig->vrfLoggingHost()) {
     for (auto const& [name, host] : servers->loggingHost()) add("log=", name);
   }
   for (auto const& [prefix, route] : platform.routingConfig->routeList()->route()) {

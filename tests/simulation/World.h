@@ -12,7 +12,7 @@
 #include "platform/kel/testing/SimulatedTime.h"
 #include "tests/simulation/FakeCurl.h"
 #include "tests/simulation/Limits.h"
-#include "zerotouch/agent/MountedEntities.h"
+#include "zerotouch/agent/ZeroTouchAgent.h"
 
 // Bits from which choices are drawn, so that the same bits always choose the same.
 class Choice {
@@ -127,6 +127,7 @@ class World {
   unsigned reloads_ = 0;
   bool cleansUp_ = false;
   bool cleansUp6_ = false;
+  bool warned_ = false;  // an event has said what is wrong since the last failure
   State last_ = State::stateInit;
   std::string identity_;               // of the answer that was chosen last
   std::string frozen_;                 // the ports that were known when the view of them was frozen

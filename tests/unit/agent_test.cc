@@ -1,9 +1,10 @@
 // The agent's shell: settings file, path rooting, root entity, event catalogue.
 #include <algorithm>
 
+#include "platform/kel/WholeFile.h"
 #include "tests/unit/support/AgentTest.h"
 #include "zerotouch/agent/Events.h"
-#include "zerotouch/agent/Root.h"
+#include "zerotouch/agent/ZeroTouchAgent.h"
 #include "zerotouch/utils/SettingsFile.h"
 #include "zerotouch/utils/ZeroTouchUtils.h"
 
@@ -18,7 +19,7 @@ TEST_F(Agent, flash_paths_are_rooted) {
 
 TEST_F(Agent, a_file_that_cannot_be_replaced_leaves_none_beside_it) {
   flash.write("/flash/file", "");
-  EXPECT_NE(ZeroTouch::replaceFile(flash.path("/flash"), "x"), "");
+  EXPECT_NE(Kel::replaceFile(flash.path("/flash"), "x"), "");
   std::filesystem::directory_iterator const entries(flash.path());
   EXPECT_EQ(std::distance(begin(entries), end(entries)), 1);
 }
@@ -56,9 +57,9 @@ TEST_F(Agent, the_root_holds_one_agent) {
   auto const create = [&]() -> Kel::Ptr<ZeroTouch::AgentCreator> const& {
     ZeroTouch::MountedEntities const& p = platform;
     return tree.agentIs(p.config, p.status, p.dhcpStatus, p.epicd, p.episd, p.vicd, p.visd, p.aisd, p.aisld,
-                        p.kernelNetInfo, p.elisd, p.eisd, p.entityMib, p.ipConfig, p.l3ConfigDir, p.ipStatus,
-                        p.ip6Config, p.ip6Status, p.routingConfig, p.netConfig, p.netStatus, p.reloadConfig,
-                        p.fileReplication, p.logConfig, p.raPacketStatus);
+                        p.kernelNetInfoStatus, p.elisd, p.eisd, p.entityMibStatus, p.ipConfig, p.l3ConfigDir,
+                        p.ipStatus, p.ip6Config, p.ip6Status, p.routingConfig, p.netConfig, p.netStatus,
+                        p.reloadConfig, p.fileReplicationStatus, p.sysLoggingConfig, p.raPacketStatus);
   };
   auto const first = create();
   EXPECT_EQ(create(), first);

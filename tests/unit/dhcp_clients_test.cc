@@ -1,7 +1,8 @@
 // The DHCP clients: which interfaces are asked, with what command lines and files, what is said when nobody
 // answers, and the release of leases.
 #include "tests/unit/support/Ports.h"
-#include "zerotouch/dhcp/DhclientFiles.h"
+#include "zerotouch/agent/Events.h"
+#include "zerotouch/dhcp/DhcpClient.h"
 
 class DhcpClients : public PortTest {
  protected:
@@ -150,8 +151,8 @@ TEST_F(DhcpClients, a_release_that_runs_is_left_alone_until_the_next_query) {
 }
 
 TEST_F(DhcpClients, the_configuration_files_tell_who_asks) {
-  platform.entityMib->systemMacAddrIs(*Wire::EthAddr::fromString("02:1a:b3:0a:0b:0c"));
-  auto const chassis = platform.entityMib->rootIs();
+  platform.entityMibStatus->systemMacAddrIs(*Wire::EthAddr::fromString("02:1a:b3:0a:0b:0c"));
+  auto const chassis = platform.entityMibStatus->rootIs();
   chassis->modelNameIs("M\"\n");
   chassis->serialNumIs("\x80");
   std::string const id = "send dhcp-client-identifier 02:1a:b3:0a:0b:0c;\n";
@@ -169,12 +170,29 @@ TEST_F(DhcpClients, the_configuration_files_tell_who_asks) {
 
   flash.write("/template", "timeout 9;\n\n# end");
   flash.write("/empty", "");
-  for (auto const* const base : {"/template", "/empty", "/none", "/template"})
+  // A folder opens like a file, and then cannot be read.
+  for (auto const* const base : {"/template", "/empty", "/none", "/", "/template"})
     EXPECT_TRUE(ZeroTouch::appendTemplate(flash.path(base).c_str(), flash.path("/made").c_str()));
   EXPECT_EQ(flash.read("/made"), "timeout 9;\n\n# endtimeout 9;\n\n# end");
   EXPECT_FALSE(ZeroTouch::appendTemplate("/none", "/none/made"));
   sm().addIdentifierStatementsToDhclientConfig(flash.path("/other").c_str(), "v5");
   EXPECT_EQ(flash.read("/other"), id);
+
+  // What was copied counts, not the size of the template: this one has 0 bytes until it is read.
+  std::string const made = flash.path("/of-proc");
+  ZeroTouch::DhcpClient client({.name = "",
+                                .request = "",
+                                .query = ZeroTouch::ZTP_DHCPv4_QUERY,
+                                .arguments = {},
+                                .baseConfig = "/proc/version",
+                                .config = made.c_str(),
+                                .version = "v5",
+                                .handleStatus = nullptr,
+                                .intfIs = nullptr,
+                                .intfDelAll = nullptr},
+                               sm());
+  client.createConfig();
+  EXPECT_EQ(flash.read("/of-proc"), TemporaryFolder::contentOf("/proc/version") + id);
 }
 
 TEST_F(DhcpClients, clients_of_an_earlier_run_are_ended) {

@@ -6,8 +6,7 @@
 #include "tests/unit/support/AgentTest.h"
 #include "zerotouch/fetch/BootFile.h"
 #include "zerotouch/fetch/CurlTransfer.h"
-#include "zerotouch/fetch/RequestHeaders.h"
-#include "zerotouch/fetch/SaveFile.h"
+#include "zerotouch/fetch/Install.h"
 
 namespace {
 
@@ -20,14 +19,14 @@ TEST(BootFile, the_server_or_the_scheme_makes_the_url) {
     char const *server, *file, *expected;
   };
   for (Case const& c :
-       {Case{"", "http://h/c", "http://h/c http"}, Case{"", "https://h/c", "https://h/c http https"},
-        Case{"", "ftp://h/c", "ftp://h/c"}, Case{"", "tftp://h/c", "tftp://h/c"},
-        Case{"10.0.0.1", "cfg", "tftp://10.0.0.1/cfg"}, Case{"s", "http://h/c", "tftp://s/http://h/c"},
-        Case{"", "HTTP://h/c", "none"}, Case{"", "cfg", "none"}, Case{"", "file:///etc/shadow", "none"},
-        Case{"", ":x", "none"}, Case{"", "httpx://h/c", "none"}}) {
+       {Case{"", "http://h/c", "http://h/c http"}, Case{"", "https://h/c", "https://h/c https"},
+        Case{"", "ftp://h/c", "ftp://h/c ftp"}, Case{"", "tftp://h/c", "tftp://h/c tftp"},
+        Case{"10.0.0.1", "cfg", "tftp://10.0.0.1/cfg tftp"},
+        Case{"s", "http://h/c", "tftp://s/http://h/c tftp"}, Case{"", "HTTP://h/c", "none"},
+        Case{"", "cfg", "none"}, Case{"", "file:///etc/shadow", "none"}, Case{"", ":x", "none"},
+        Case{"", "httpx://h/c", "none"}}) {
     auto const file = ZeroTouch::bootFile(c.server, c.file);
-    EXPECT_EQ(file ? file->url + (file->http ? " http" : "") + (file->https ? " https" : "") : "none",
-              c.expected);
+    EXPECT_EQ(file.objection.empty() ? file.url + " " + file.scheme : "none" + file.url, c.expected);
   }
 }
 
@@ -109,6 +108,9 @@ TEST_F(Fetch, takes_no_earlier_transfer_for_one_that_never_started) {
   sm.nextStateIs(State::stateFetchConfig);
   EXPECT_EQ(sm.transitionState(), State::stateRetry);
   EXPECT_EQ(sm.bytesRead(), 0U);
+  EXPECT_EQ(takeEvents(),
+            Strings{"BOOT_FILE_NOT_URL: The boot file HTTP://h/c cannot be downloaded: its scheme is none "
+                    "of http, https, ftp and tftp in lower case"});
 }
 
 TEST_F(Fetch, saves_the_configuration_in_a_file_below_the_flash_only) {

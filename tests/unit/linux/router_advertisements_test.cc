@@ -9,7 +9,7 @@
 #include <cstring>
 
 #include "platform/kel/testing/SimulatedTime.h"
-#include "platform/linux/RouterAdvertisements.h"
+#include "platform/linux/packets/RouterAdvertisements.h"
 #include "tests/unit/linux/NetworkTest.h"
 
 namespace Linux {
@@ -88,7 +88,7 @@ class Router {
   std::string solicitations(int count) const {
     std::string out;
     pollfd ready{socket_.get(), POLLIN, 0};
-    for (int i = 0; i < count && poll(&ready, 1, 5000) == 1; ++i) {
+    for (int i = 0; i < count && poll(&ready, 1, 60'000) == 1; ++i) {
       Wire::EthAddr sender;
       std::uint8_t message[100];
       ssize_t const length = recv(socket_.get(), message, sizeof message, 0);
@@ -141,7 +141,7 @@ class RouterAdvertisementsTest : public NetworkTest {
 TEST_F(RouterAdvertisementsTest, AreInForceWhileAddressAndLifetimeLast) {
   Router const router("far1");
   start();
-  Kel::Loop::instance().runUntil([&] { return !adapter->ports()->port(port1).linkLocal.isZero(); }, 10);
+  Kel::Loop::instance().runUntil([&] { return !adapter->ports()->port(port1).linkLocal.isZero(); }, patience);
   router.advertise(0xc0, 1800);
   expectSoon(records, "Ethernet1 managed other\n");
   router.advertise(0, 1800);

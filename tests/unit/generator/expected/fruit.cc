@@ -39,6 +39,29 @@ std::string Kel::Codec<Fruit::Leaf>::fromValue(Value const& value, Fruit::Leaf& 
   return {};
 }
 
+namespace Fruit {
+Plant::Plant(Kel::Name name, Fruit::Colour colour) : name_(std::move(name)), colour_(std::move(colour)) {}
+Plant::~Plant() = default;
+Kel::EntityType const* Plant::entityType() const { return &type; }
+Plant::NotifieeConst::NotifieeConst(Kel::Ptr<Plant const> const& notifier, unsigned deepest) : Kel::NotifieeBase(notifier, deepest) {}
+Plant::NotifieeConst::~NotifieeConst() = default;
+void Plant::heightIs(Kel::Seconds value) {
+  height_.set(*this, level, "height", std::move(value), &NotifieeConst::onHeight);
+}
+void Plant::leafIs(std::uint8_t const& key, Fruit::Leaf value) {
+  leaf_.set(*this, level, "leaf", key, std::move(value), &NotifieeConst::onLeaf);
+}
+void Plant::leafDel(std::uint8_t const& key) {
+  leaf_.del(*this, level, "leaf", key, &NotifieeConst::onLeaf);
+}
+void Plant::leafDelAll() {
+  leaf_.delAll(*this, level, "leaf", &NotifieeConst::onLeaf);
+}
+void Plant::leafNotify(std::uint8_t const& key) {
+  leaf_.announce(*this, level, "leaf", key, &NotifieeConst::onLeaf);
+}
+}
+
 static Kel::AttributeType const attributesOfPlant[] = {
     {"colour", Kel::AttributeKind::value, "", "Fruit::Colour", "", "Its colour.", nullptr,
      [](Kel::Entity const& e, std::string_view) { return Kel::Codec<Fruit::Colour>::toValue(static_cast<Fruit::Plant const&>(e).colour()); },
@@ -63,6 +86,38 @@ static Kel::AttributeType const attributesOfPlant[] = {
      []([[maybe_unused]] Kel::Entity* e, [[maybe_unused]] std::string_view k) { return Kel::withKey<std::uint8_t>(k, [&](std::uint8_t const& key) -> std::string { if (e != nullptr) static_cast<Fruit::Plant*>(e)->leafDel(key); return {}; }); }},
 };
 constinit Kel::EntityType const Fruit::Plant::type = {"Fruit::Plant", "Grows.", nullptr, attributesOfPlant};
+
+namespace Fruit {
+Tree::Tree(Kel::Name name, Fruit::Colour colour) : Fruit::Plant(std::move(name), std::move(colour)) {}
+Tree::~Tree() = default;
+Kel::EntityType const* Tree::entityType() const { return &type; }
+Tree::NotifieeConst::NotifieeConst(Kel::Ptr<Tree const> const& notifier, unsigned deepest) : Fruit::Plant::NotifieeConst(notifier, deepest) {}
+Tree::NotifieeConst::~NotifieeConst() = default;
+void Tree::graftIs(Kel::Ptr<Fruit::Plant> const& entity) {
+  graft_.set(*this, level, "graft", entity->name(), entity, &NotifieeConst::onGraft);
+}
+Kel::Ptr<Fruit::Plant> Tree::graftIs(Kel::Name const& key, Fruit::Colour const& colour) {
+  if (Kel::Ptr<Fruit::Plant> const found = graft(key)) {
+    Kel::checkSame("colour", colour, found->colour());
+    return found;
+  }
+  auto const created = Kel::makePtr<Fruit::Plant>(key, colour);
+  graftIs(created);
+  return created;
+}
+void Tree::graftDel(Kel::Name const& key) {
+  graft_.del(*this, level, "graft", key, &NotifieeConst::onGraft);
+}
+void Tree::graftDelAll() {
+  graft_.delAll(*this, level, "graft", &NotifieeConst::onGraft);
+}
+void Tree::graftNotify(Kel::Name const& key) {
+  graft_.announce(*this, level, "graft", key, &NotifieeConst::onGraft);
+}
+void Tree::seedIs(Kel::Ptr<Fruit::Plant const> value) {
+  seed_.set(*this, level, "seed", std::move(value), &NotifieeConst::onSeed);
+}
+}
 
 static Kel::AttributeType const attributesOfTree[] = {
     {"graft", Kel::AttributeKind::entities, "name", "Fruit::Plant", "", "By name.", &Fruit::Plant::type,

@@ -1,10 +1,7 @@
 // Generated from fruit.toml; do not edit.
 #pragma once
 
-#include "platform/kel/Attr.h"
-#include "platform/kel/Collection.h"
 #include "platform/kel/EntityType.h"
-#include "platform/kel/Described.h"
 
 namespace Fruit {
 
@@ -54,16 +51,16 @@ class Plant : public Kel::Entity {
 
   class NotifieeConst : public Kel::NotifieeBase {
    public:
-    explicit NotifieeConst(Kel::Ptr<Plant const> const& notifier, unsigned deepest = level)
-        : Kel::NotifieeBase(notifier, deepest) {}
+    explicit NotifieeConst(Kel::Ptr<Plant const> const& notifier, unsigned deepest = level);
+    ~NotifieeConst() override;
     Plant const& notifier() const { return static_cast<Plant const&>(*notifierEntity()); }
     virtual void onHeight() {}
     virtual void onLeaf(std::uint8_t const&) {}
   };
 
-  explicit Plant(Kel::Name name, Fruit::Colour colour)
-      : name_(std::move(name)), colour_(std::move(colour)) {}
-  Kel::EntityType const* entityType() const override { return &type; }
+  explicit Plant(Kel::Name name, Fruit::Colour colour);
+  ~Plant() override;
+  Kel::EntityType const* entityType() const override;
 
   Kel::Name const& name() const { return name_; }
 
@@ -72,15 +69,15 @@ class Plant : public Kel::Entity {
 
   // Height, in time to climb. (seconds)
   Kel::Seconds height() const { return height_.get(); }
-  void heightIs(Kel::Seconds value) { height_.set(*this, level, "height", std::move(value), &NotifieeConst::onHeight); }
+  void heightIs(Kel::Seconds value);
 
   // By number.
   Kel::Collection<std::uint8_t, Fruit::Leaf> const& leaf() const { return leaf_; }
   Fruit::Leaf const& leaf(std::uint8_t const& key) const { return leaf_.get(key); }
-  void leafIs(std::uint8_t const& key, Fruit::Leaf value) { leaf_.set(*this, level, "leaf", key, std::move(value), &NotifieeConst::onLeaf); }
-  void leafDel(std::uint8_t const& key) { leaf_.del(*this, level, "leaf", key, &NotifieeConst::onLeaf); }
-  void leafDelAll() { leaf_.delAll(*this, level, "leaf", &NotifieeConst::onLeaf); }
-  void leafNotify(std::uint8_t const& key) { leaf_.announce(*this, level, "leaf", key, &NotifieeConst::onLeaf); }
+  void leafIs(std::uint8_t const& key, Fruit::Leaf value);
+  void leafDel(std::uint8_t const& key);
+  void leafDelAll();
+  void leafNotify(std::uint8_t const& key);
 
  private:
   Kel::Name name_;
@@ -97,37 +94,29 @@ class Tree : public Fruit::Plant {
 
   class NotifieeConst : public Fruit::Plant::NotifieeConst {
    public:
-    explicit NotifieeConst(Kel::Ptr<Tree const> const& notifier, unsigned deepest = level)
-        : Fruit::Plant::NotifieeConst(notifier, deepest) {}
+    explicit NotifieeConst(Kel::Ptr<Tree const> const& notifier, unsigned deepest = level);
+    ~NotifieeConst() override;
     Tree const& notifier() const { return static_cast<Tree const&>(*notifierEntity()); }
     virtual void onGraft(Kel::Name const&) {}
     virtual void onSeed() {}
   };
 
-  explicit Tree(Kel::Name name, Fruit::Colour colour)
-      : Fruit::Plant(std::move(name), std::move(colour)) {}
-  Kel::EntityType const* entityType() const override { return &type; }
+  explicit Tree(Kel::Name name, Fruit::Colour colour);
+  ~Tree() override;
+  Kel::EntityType const* entityType() const override;
 
   // By name.
   Kel::Collection<Kel::Name, Kel::Ptr<Fruit::Plant>> const& graft() const { return graft_; }
   Kel::Ptr<Fruit::Plant> const& graft(Kel::Name const& key) const { return graft_.get(key); }
-  void graftIs(Kel::Ptr<Fruit::Plant> const& entity) { graft_.set(*this, level, "graft", entity->name(), entity, &NotifieeConst::onGraft); }
-  Kel::Ptr<Fruit::Plant> graftIs(Kel::Name const& key, Fruit::Colour const& colour) {
-    if (Kel::Ptr<Fruit::Plant> const found = graft(key)) {
-      Kel::checkSame("colour", colour, found->colour());
-      return found;
-    }
-    auto const created = Kel::makePtr<Fruit::Plant>(key, colour);
-    graftIs(created);
-    return created;
-  }
-  void graftDel(Kel::Name const& key) { graft_.del(*this, level, "graft", key, &NotifieeConst::onGraft); }
-  void graftDelAll() { graft_.delAll(*this, level, "graft", &NotifieeConst::onGraft); }
-  void graftNotify(Kel::Name const& key) { graft_.announce(*this, level, "graft", key, &NotifieeConst::onGraft); }
+  void graftIs(Kel::Ptr<Fruit::Plant> const& entity);
+  Kel::Ptr<Fruit::Plant> graftIs(Kel::Name const& key, Fruit::Colour const& colour);
+  void graftDel(Kel::Name const& key);
+  void graftDelAll();
+  void graftNotify(Kel::Name const& key);
 
   // What it grew from.
   Kel::Ptr<Fruit::Plant const> const& seed() const { return seed_.get(); }
-  void seedIs(Kel::Ptr<Fruit::Plant const> value) { seed_.set(*this, level, "seed", std::move(value), &NotifieeConst::onSeed); }
+  void seedIs(Kel::Ptr<Fruit::Plant const> value);
 
  private:
   Kel::Collection<Kel::Name, Kel::Ptr<Fruit::Plant>> graft_;

@@ -1,0 +1,65 @@
+// The report on a run: what it is made of (where provisioning stands, and the host's history, in plain
+// structures), and the parts of the page.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "platform/kel/Types.h"
+#include "platform/statebase/Client.h"
+
+namespace ZeroTouchCommand {
+
+struct Run {
+  struct State {
+    Kel::Seconds time, end;
+    std::string name, reason;
+  };
+  struct Timer {
+    std::string name;
+    Kel::Seconds started, timeout, ended;  // a timer that runs counts as ended now
+    bool runs, ranOut;
+  };
+  struct PortReport {
+    Kel::Seconds time;
+    std::string port, source, report, detail;
+  };
+  struct Change {
+    Kel::Seconds time;
+    std::string what, where, value;
+    bool undone;
+  };
+  struct Event {
+    Kel::Seconds time;
+    std::uint64_t severity;
+    std::string name, message;
+  };
+
+  Kel::Seconds now = 0;
+  Kel::Seconds start = 0;  // when the run left stateInit, or else when the history begins
+  Kel::Seconds end = 0;    // now, or shortly after the last state began when the run is over
+  Kel::Value status;       // as fetchStatus() gives it
+  std::string model, serial, systemMac;
+  std::vector<State> states;
+  std::vector<Timer> timers;
+  std::vector<PortReport> ports;
+  std::vector<Change> changes;
+  std::vector<Event> events;
+};
+
+// What `report --json` prints: {time, status, inventory, states, timers, ports, changes, events}.
+Kel::Value fetchRun(Statebase::Client& host);
+// The same as plain structures.
+Run runOf(Kel::Value const& fetched);
+
+// Whether the change was one of the system's settings, and not a wish of the operator or the reload.
+bool isApplied(Run::Change const& change);
+
+// The picture of a run over time: its states, what was applied, its ports and its events. It is HTML, an SVG
+// element with a legend.
+std::string timeline(Run const& run);
+
+// The tables of states, events, ports, what was applied, and timers, as HTML.
+std::string details(Run const& run);
+
+}  // namespace ZeroTouchCommand

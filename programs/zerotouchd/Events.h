@@ -1,0 +1,33 @@
+// Where events go, and what the host itself says.
+#pragma once
+
+#include <string>
+
+#include "platform/kel/Log.h"
+#include "platform/model/log.h"
+
+// A line of the host's own on its standard error.
+void say(std::string const& text);
+
+// A log sink for hosts without a service manager that keeps their standard error.
+void printEvent(Kel::LogEvent const& event);
+
+// Keeps the last events in the state tree, for people to read back.
+class EventRing {
+ public:
+  static constexpr std::size_t capacity = 1000;
+
+  EventRing();
+  ~EventRing();
+  EventRing(EventRing const&) = delete;
+  EventRing& operator=(EventRing const&) = delete;
+
+  Kel::Ptr<Log::Ring> const& entity() const { return ring_; }
+
+ private:
+  void add(Kel::LogEvent const& event);
+
+  Kel::Ptr<Log::Ring> ring_ = Kel::makePtr<Log::Ring>();
+  std::uint64_t last_ = 0;
+  int sink_;
+};
