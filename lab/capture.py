@@ -5,6 +5,7 @@ import struct
 import time
 
 from lab import cable
+from lab.polling import LIMIT
 
 ETH_P_ALL = 3
 SO_TIMESTAMPNS = 35
@@ -26,7 +27,7 @@ class Capture:
     def close(self):
         self.socket.close()
 
-    def message(self, port, kind, timeout=20):
+    def message(self, port, kind, timeout=LIMIT):
         """The options, by code, of the next message of that kind (option 53 of DHCPv4, the message type of DHCPv6) to
         a UDP port, and the time.time() at which it passed."""
         deadline = time.monotonic() + timeout

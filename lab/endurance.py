@@ -103,9 +103,9 @@ def flood(lab, clients=200):
     took, rows = [], [footprint(lab)]
     lab.flood(clients)
     try:
-        wait_for(lambda: status() and lab.host.get("/zerotouch/sm/retryCount") >= 2, "two retries", 60)
+        wait_for(lambda: status() and lab.host.get("/zerotouch/sm/retryCount") >= 2, "two retries")
         lab.serve("dhcpv4")
-        wait_for(lambda: status() and lab.host.reload_requested(), "the reload", 60)
+        wait_for(lambda: status() and lab.host.reload_requested(), "the reload")
     finally:
         lab.processes.stop("flood")
     lab.wait_reload()

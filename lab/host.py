@@ -6,7 +6,7 @@ import shutil
 import signal
 import subprocess
 
-from lab.polling import wait_for
+from lab.polling import LIMIT, wait_for
 from lab.processes import Processes
 
 ROOT = pathlib.Path(__file__).resolve().parents[1]
@@ -98,7 +98,7 @@ class Host:
     def cli(self, *arguments, code=0):
         """Runs the command line; its standard output, or its standard error when it is to fail with `code`."""
         result = subprocess.run([str(BUILD / "bin" / "zerotouch"), "--socket", str(self.socket), *arguments],
-                                capture_output=True, text=True, timeout=20, stdin=subprocess.DEVNULL)
+                                capture_output=True, text=True, timeout=LIMIT, stdin=subprocess.DEVNULL)
         assert result.returncode == code, result.stdout + result.stderr
         return result.stdout if code == 0 else result.stderr
 

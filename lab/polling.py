@@ -1,8 +1,10 @@
 """Waiting for what other programs do."""
 import time
 
+LIMIT = 60  # seconds that anything may take, on a machine that is busy with other things
 
-def wait_for(predicate, what, timeout=20):
+
+def wait_for(predicate, what, timeout=LIMIT):
     """Polls until `predicate` gives something true, which is returned; fails naming `what` was waited for."""
     deadline = time.monotonic() + timeout
     while True:

@@ -8,7 +8,7 @@ import select
 import signal
 import subprocess
 
-from lab.polling import wait_for
+from lab.polling import LIMIT, wait_for
 
 
 def start_time(pid):
@@ -63,7 +63,7 @@ class Processes:
             raise RuntimeError(f"{name} does not run")
         os.killpg(pid, number)
 
-    def stop(self, name, how=signal.SIGTERM, timeout=20):
+    def stop(self, name, how=signal.SIGTERM, timeout=LIMIT):
         """Ends a program and waits for its end. Returns its exit code if this process has started it, else None."""
         pid = self.running(name)
         if pid is not None:
@@ -80,7 +80,7 @@ class Processes:
         return self.folder / f"{name}.pid"
 
 
-def end(pid, how=signal.SIGTERM, timeout=20):
+def end(pid, how=signal.SIGTERM, timeout=LIMIT):
     """Ends any process and waits for its end; one that does not end in time is killed, and that is an error."""
     try:
         process = os.pidfd_open(pid)

@@ -7,8 +7,8 @@ from lab.polling import wait_for
 from lab.switch_lab import Lab
 
 BAD = "http://{server}:8080/"
-WAITS = {"INETRFACESSETUP": 0.2, "DHCLIENTQUERY": 5, "STATELESSDHCLIENTQUERY": 5, "CONFIGFETCHRETRY": 0.1,
-         "LEASERELEASE": 5}
+WAITS = {"INETRFACESSETUP": 0.2, "DHCLIENTQUERY": 20, "STATELESSDHCLIENTQUERY": 20, "CONFIGFETCHRETRY": 0.1,
+         "LEASERELEASE": 20}
 UNTIL_ADVERTISED = {"INETRFACESSETUP": 2.5, "DHCLIENTQUERY": 1}
 
 # What Switch.found() returns for a switch that has just booted.
@@ -33,8 +33,8 @@ class Switch(Lab):
     """A switch for many runs. Each run boots it with an empty flash, or with the files that `flash` names."""
 
     def begin(self, scenario="dhcpv4", boot_file="http://{server}/config", flash={}, lines=(), values=None, client="",
-              **waits):
-        """`client` is the DHCP client; by default the stock one."""
+              tick=0.1, **waits):
+        """`client` is the DHCP client, by default the stock one; `tick` is the interval at which a download is looked at."""
         self.host.stop()
         (self.switch.etc / "resolv.conf").write_text(FOUND["resolver"])
         for file in self.host.flash.iterdir():
@@ -43,7 +43,7 @@ class Switch(Lab):
             (self.host.flash / name).write_text(text)
         kept = {name: value for name, value in self.host.environment.items() if "_TIMER_" not in name}
         self.host.environment = kept | timers(0.2, **WAITS | waits) | {
-            "ZEROTOUCH_CONFIGFETCH_TIMER_INTERVAL": "0.1", "ZEROTOUCH_REAL_DHCLIENT": str(client)}
+            "ZEROTOUCH_CONFIGFETCH_TIMER_INTERVAL": str(tick), "ZEROTOUCH_REAL_DHCLIENT": str(client)}
         self.serve(scenario, boot_file, lines=lines) if scenario else self.stop_serving()
         self.host.boot_again(initial_values=values)
 

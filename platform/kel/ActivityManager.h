@@ -3,7 +3,7 @@
 #pragma once
 
 #include "platform/kel/Clock.h"
-#include "platform/kel/Collection.h"
+#include "platform/kel/EntityType.h"
 #include "platform/kel/Types.h"
 
 namespace Kel {

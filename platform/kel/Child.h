@@ -5,10 +5,13 @@
 #pragma once
 
 #include <sys/types.h>
+#include <systemd/sd-event.h>
 
 #include <cstdint>
+#include <map>
+#include <vector>
 
-#include "platform/kel/Attr.h"
+#include "platform/kel/Clock.h"
 
 namespace Kel {
 
@@ -54,6 +57,29 @@ class ChildRunner {
   virtual int runAndWait(char const* path, int stdinFd, int stdoutFd, int stderrFd, int timeout) = 0;
   virtual int kill(pid_t pid, int signal) = 0;
   virtual void reap(pid_t pid) = 0;
+};
+
+// The runner of real processes: posix_spawn, and a pidfd on the loop for each child.
+class PosixChildRunner : public ChildRunner {
+ public:
+  Ptr<ChildSiginfo> run(char const* const* argv, int stdinFd, int stdoutFd, int stderrFd) override;
+  int runAndWait(char const* path, int stdinFd, int stdoutFd, int stderrFd, int timeout) override;
+  int kill(pid_t pid, int signal) override;
+  void reap(pid_t pid) override;
+
+ private:
+  struct Running {
+    Ptr<ChildSiginfo> child;
+    sd_event_source* source;
+  };
+
+  void reportFailed();
+  static int onEnd(sd_event_source*, siginfo_t const* info, void* self);
+
+  // Held here until the end, so that a child is reaped also when nobody holds its record any more.
+  std::map<pid_t, Running> running_;
+  std::vector<Ptr<ChildSiginfo>> failed_;  // those that could not be started, to be told on the next pass
+  Alarm reportFailed_{[this] { reportFailed(); }};
 };
 
 // Starts argv[0] with the null-terminated `argv` and the environment of this process. A descriptor of -1

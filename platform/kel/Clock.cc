@@ -2,11 +2,12 @@
 
 #include <cmath>
 
+#include "platform/kel/ActivityManager.h"
 #include "platform/kel/Assert.h"
 
 namespace Kel {
 
-// Not registered with the clock as an entity: the schedule is all that the clock needs to know.
+// The notifiee is not registered with the clock as an entity: the clock needs its schedule only.
 Clock::NotifieeConst::NotifieeConst(Ptr<Clock const> clock)
     : NotifieeBase(nullptr, 1), clock_(std::move(clock)) {
   KEL_ASSERT(clock_ != nullptr, "clock");
@@ -41,6 +42,19 @@ void Clock::fire(Seconds time) const {
     // one.
     next = schedule_.lower_bound({due, armed, nullptr});
   }
+}
+
+Alarm::Alarm(std::function<void()> call, Ptr<Clock const> clock)
+    : firing_(makePtr<Firing>(clock ? clock : activityManager()->config()->clock(), std::move(call))) {}
+
+// When the alarm ends within the call, its notifiee lives on until the function returns.
+Alarm::~Alarm() {
+  cancel();
+  firing_->hasNotificationActiveIs(false);
+}
+
+void Alarm::in(Seconds delay) {
+  if (!isSet()) at(now() + delay);
 }
 
 }  // namespace Kel

@@ -1,7 +1,8 @@
-// The clock, whose notifiees are told when their time has come.
+// The clock, whose notifiees are told when their time has come, and the alarm, which calls a function then.
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <set>
 #include <tuple>
 
@@ -50,6 +51,42 @@ class Clock : public Entity {
 
   mutable std::set<Entry> schedule_;
   mutable std::uint64_t armings_ = 0;
+};
+
+// Calls a function at a time: once, on a later pass of the loop, never inside the call that set the time. It
+// is a member of the object whose function it calls; its end cancels it. The function may set the alarm
+// again, and may destroy it. What is set for the same time fires in the order in which it was set.
+class Alarm {
+ public:
+  // `clock` is that of the process unless given.
+  explicit Alarm(std::function<void()> call, Ptr<Clock const> clock = nullptr);
+  ~Alarm();
+  Alarm(Alarm const&) = delete;
+  Alarm& operator=(Alarm const&) = delete;
+
+  // Sets it for a point in time, whatever it was set for before; for the next pass when that has passed
+  // already. Kel::never cancels.
+  void at(Seconds time) { firing_->timeMinIs(time); }
+  // Sets it for `delay` seconds from now, unless it is set already: asked for often, it fires once.
+  void in(Seconds delay);
+  void cancel() { at(never); }
+
+  bool isSet() const { return time() != never; }
+  // What it is set for; Kel::never when it is not.
+  Seconds time() const { return firing_->timeMin(); }
+
+ private:
+  class Firing : public Clock::NotifieeConst {
+   public:
+    Firing(Ptr<Clock const> clock, std::function<void()> call)
+        : NotifieeConst(std::move(clock)), call_(std::move(call)) {}
+    void onTime() override { call_(); }
+
+   private:
+    std::function<void()> call_;
+  };
+
+  Ptr<Firing> firing_;
 };
 
 }  // namespace Kel

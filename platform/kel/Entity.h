@@ -1,16 +1,20 @@
 // Entities, and the notifications that they send when they change.
 //
-// The rules, which every generated accessor follows (Attr.h and Collection.h call notify()):
-//  - a setter compares first; equal changes nothing and notifies nobody, else it stores and then notifies, in
-//  the
-//    order of registration;
-//  - a notifiee that goes away during a delivery is not called, one that registers during it is not called
-//  either (it
-//    has just looked at the state itself);
+// Every generated accessor follows these rules, by way of Attr and Collection:
+//  - a setter compares first: an equal value changes nothing and notifies nobody; any other is stored, and
+//    then the notifiees are called in the order of their registration;
+//  - a notifiee that goes away during a delivery is not called; one that registers during it is not called
+//    either, for it has just looked at the state itself;
 //  - a handler may change or delete anything, the entity and itself included.
 #pragma once
 
+#include <array>
+#include <bit>
+#include <cstdint>
+#include <map>
+#include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "platform/kel/Ptr.h"
@@ -19,11 +23,21 @@ namespace Kel {
 
 class Entity;
 struct EntityType;
+template <typename T>
+struct Codec;
 
 // What a reactor derives from, through the NotifieeConst class of the entity that it watches. Always held by
-// a Ptr.
+// a Ptr. Where one function is to be called, Kel::Reactor (Reactor.h) saves writing a class.
 class NotifieeBase : public RefCounted {
  public:
+  // Tells the hooks of one entity apart: the bits of the pointer to the hook, which name its place in the
+  // table of virtual functions.
+  using HookId = std::array<std::uintptr_t, 2>;
+  template <typename N, typename... Key>
+  static HookId idOf(void (N::*hook)(Key const&...)) {
+    return std::bit_cast<HookId>(hook);
+  }
+
   bool hasNotificationActive() const { return active_; }
   void hasNotificationActiveIs(bool active) { active_ = active; }
 
@@ -36,6 +50,12 @@ class NotifieeBase : public RefCounted {
 
  private:
   friend class Entity;
+  friend class Reactor;
+
+  // A notifiee of this level has no hooks of its own: onHook() is told which one is meant, and where the key
+  // is (nullptr for a plain attribute).
+  static constexpr unsigned allHooks = ~0U;
+  virtual void onHook(HookId, void const*) {}
 
   Ptr<Entity const> notifier_;
   unsigned level_;
@@ -69,9 +89,10 @@ class Entity : public RefCounted {
 
   // Calls `hook` on each notifiee of class N, then tells the watchers. `level` counts the classes between
   // Entity and the one that declares the attribute: a notifiee of a base class, registered on an object of a
-  // derived class, has no hook for it. `keyText` gives the text of the collection's key.
-  template <typename N, typename Hook, typename KeyText>
-  void notify(unsigned level, std::string_view attribute, Hook&& hook, KeyText&& keyText) const {
+  // derived class, has no hook for it. `key` is that of a collection's entry, which outlives the call.
+  template <typename N, typename... Key>
+  void notify(unsigned level, std::string_view attribute, void (N::*hook)(Key const&...),
+              Key const&... key) const {
     if (!observed()) return;
     Delivery const delivery(*this);
     for (std::size_t i = 0, count = notifiees_.size(); i < count; ++i) {
@@ -79,9 +100,15 @@ class Entity : public RefCounted {
       if (notifiee == nullptr || notifiee->beingDestroyed()) continue;
       if (!notifiee->active_ || notifiee->level_ < level) continue;
       Ptr<NotifieeBase> const hold(notifiee);
-      hook(static_cast<N&>(*notifiee));
+      if (notifiee->level_ == NotifieeBase::allHooks) {
+        void const* keyAddress = nullptr;
+        ((keyAddress = &key), ...);
+        notifiee->onHook(NotifieeBase::idOf(hook), keyAddress);
+      } else {
+        (static_cast<N&>(*notifiee).*hook)(key...);
+      }
     }
-    if (!watchers_.empty()) notifyWatchers(attribute, keyText());
+    if (!watchers_.empty()) notifyWatchers(attribute, (std::string() + ... + Codec<Key>::toText(key)));
   }
 
  private:
@@ -111,6 +138,97 @@ class Entity : public RefCounted {
   mutable std::vector<Watcher*> watchers_;
   mutable unsigned deliveries_ = 0;
   mutable bool hasGaps_ = false;
+};
+
+// One attribute of an entity. The entity's class holds it and passes itself as the owner.
+template <typename T>
+class Attr {
+ public:
+  Attr() = default;
+  explicit Attr(T initial) : value_(std::move(initial)) {}
+
+  T const& get() const { return value_; }
+
+  // Stores and notifies, unless the value is the one already held.
+  template <typename N>
+  void set(Entity& owner, unsigned level, std::string_view name, T value, void (N::*hook)()) {
+    if (value_ == value) return;
+    value_ = std::move(value);
+    owner.notify(level, name, hook);
+  }
+
+ private:
+  T value_{};
+};
+
+// A keyed collection of an entity: of plain values, or (V a Kel::Ptr) of entities. Ordered by key.
+//
+// The entity's class holds it and passes itself as the owner. An entry is announced when it is created,
+// before its attributes are set, and after it is removed. Whoever calls handlers while walking walks keys(),
+// a copy.
+template <typename K, typename V>
+class Collection {
+ public:
+  using Map = std::map<K, V>;
+
+  auto begin() const { return entries_.begin(); }
+  auto end() const { return entries_.end(); }
+  std::size_t size() const { return entries_.size(); }
+  bool empty() const { return entries_.empty(); }
+  bool contains(K const& key) const { return entries_.contains(key); }
+  auto find(K const& key) const { return entries_.find(key); }
+  auto upper_bound(K const& key) const { return entries_.upper_bound(key); }
+
+  // The entry's value; a default one (a null handle) when there is none.
+  V const& get(K const& key) const {
+    static V const none{};
+    auto const found = entries_.find(key);
+    return found == entries_.end() ? none : found->second;
+  }
+
+  std::vector<K> keys() const {
+    std::vector<K> result;
+    result.reserve(entries_.size());
+    for (auto const& [key, value] : entries_) result.push_back(key);
+    return result;
+  }
+
+  template <typename N>
+  void set(Entity& owner, unsigned level, std::string_view name, K const& key, V value,
+           void (N::*hook)(K const&)) {
+    auto const [entry, created] = entries_.try_emplace(key, value);
+    if (!created) {
+      if (entry->second == value) return;
+      entry->second = std::move(value);
+    }
+    announce(owner, level, name, key, hook);
+  }
+
+  template <typename N>
+  void del(Entity& owner, unsigned level, std::string_view name, K const& key, void (N::*hook)(K const&)) {
+    auto const found = entries_.find(key);
+    if (found == entries_.end()) return;
+    // Outlives the delivery: `key` may live inside the entry, and handlers may still look at it.
+    auto const removed = entries_.extract(found);
+    announce(owner, level, name, removed.key(), hook);
+  }
+
+  template <typename N>
+  void delAll(Entity& owner, unsigned level, std::string_view name, void (N::*hook)(K const&)) {
+    Ptr<Entity> const hold(&owner);  // a handler may let go of the owner, and this collection with it
+    for (K const& key : keys()) del(owner, level, name, key, hook);
+  }
+
+  template <typename N>
+  void announce(Entity& owner, unsigned level, std::string_view name, K const& key,
+                void (N::*hook)(K const&)) {
+    if (!owner.observed()) return;
+    K const held = key;  // `key` may be part of what a handler deletes
+    owner.notify(level, name, hook, held);
+  }
+
+ private:
+  Map entries_;
 };
 
 }  // namespace Kel

@@ -5,7 +5,7 @@
 
 #include <cstdint>
 
-#include "platform/kel/Attr.h"
+#include "platform/kel/Entity.h"
 
 namespace Kel {
 

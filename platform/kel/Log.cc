@@ -1,3 +1,4 @@
+// What the process says: events, trace lines, failed assertions.
 #include "platform/kel/Log.h"
 
 #include <syslog.h>
@@ -5,9 +6,14 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdio>
+#include <cstdlib>
 #include <map>
+#include <vector>
 
+#include "platform/kel/Assert.h"
 #include "platform/kel/Clock.h"
+#include "platform/kel/Trace.h"
 
 namespace Kel {
 
@@ -17,15 +23,15 @@ char const* const CallSupportIfPersists =
 
 namespace {
 
-struct Registry {
+struct Events {
   std::vector<LogHandle const*> handles;
   std::map<int, LogSink> sinks;
   int lastSink = 0;
 };
 
-// Never destroyed: handles of other libraries leave it at exit.
-Registry& registry() {
-  static auto* const instance = new Registry;
+// It is never destroyed, because handles of other libraries remove themselves from it at exit.
+Events& events() {
+  static auto* const instance = new Events;
   return *instance;
 }
 
@@ -41,17 +47,17 @@ LogHandle::LogHandle(char const* name, std::uint32_t severity, char const* forma
       interval_(interval),
       burst_(burst),
       flags_(flags) {
-  registry().handles.push_back(this);
+  events().handles.push_back(this);
 }
 
-LogHandle::~LogHandle() { std::erase(registry().handles, this); }
+LogHandle::~LogHandle() { std::erase(events().handles, this); }
 
 bool LogHandle::okToLog() const {
   if ((flags_ & 1) != 0) return false;
   return interval_ <= 0 || windowOver(now()) || inWindow_ < burst_;
 }
 
-// A start that lies ahead comes from a simulated time that has ended since.
+// The start can lie ahead of `time` once a simulated time has ended.
 bool LogHandle::windowOver(Seconds time) const {
   return time - windowStart_ >= interval_ || time < windowStart_;
 }
@@ -64,19 +70,19 @@ void LogHandle::emit(String message) {
   }
   ++inWindow_;
   LogEvent const event{time, name_, severity_, std::move(message), explanation_, recommendedAction_};
-  for (auto const& [number, sink] : std::map<int, LogSink>(registry().sinks)) {
-    if (registry().sinks.contains(number)) sink(event);
+  for (auto const& [number, sink] : std::map<int, LogSink>(events().sinks)) {
+    if (events().sinks.contains(number)) sink(event);
   }
 }
 
-std::vector<LogHandle const*> const& logHandles() { return registry().handles; }
+std::vector<LogHandle const*> const& logHandles() { return events().handles; }
 
 int logSinkIs(LogSink sink) {
-  registry().sinks[++registry().lastSink] = std::move(sink);
-  return registry().lastSink;
+  events().sinks[++events().lastSink] = std::move(sink);
+  return events().lastSink;
 }
 
-void logSinkDel(int number) { registry().sinks.erase(number); }
+void logSinkDel(int number) { events().sinks.erase(number); }
 
 void logToSystem(LogEvent const& event) {
   // sd_journal_send succeeds silently where there is no journal.
@@ -88,6 +94,66 @@ void logToSystem(LogEvent const& event) {
   } else {
     syslog(static_cast<int>(event.severity), "%s: %s", event.name.c_str(), event.message.c_str());
   }
+}
+
+namespace {
+
+struct Facilities {
+  std::vector<TraceFacility*> facilities;
+  std::map<String, int> levels;
+  TraceSink sink;
+
+  int level(String const& name) const {
+    auto found = levels.find(name);
+    if (found == levels.end()) found = levels.find("*");
+    return found == levels.end() ? -1 : found->second;
+  }
+};
+
+// It is never destroyed, because facilities of other libraries remove themselves from it at exit.
+Facilities& traces() {
+  static auto* const instance = new Facilities;
+  return *instance;
+}
+
+}  // namespace
+
+TraceFacility::TraceFacility(char const* name) : name_(name), level_(traces().level(name)) {
+  traces().facilities.push_back(this);
+}
+
+TraceFacility::~TraceFacility() { std::erase(traces().facilities, this); }
+
+void TraceFacility::write(int level, String const& text) const {
+  if (traces().sink) {
+    traces().sink(*this, level, text);
+  } else {
+    std::fprintf(stderr, "%.6f %s %d %s\n", now(), name_, level, text.c_str());
+  }
+}
+
+String traceIs(String const& setting) {
+  std::map<String, int> levels;
+  std::istringstream parts(setting);
+  for (String part; std::getline(parts, part, ',');) {
+    std::size_t const equals = part.find('=');
+    bool const oneDigit = equals != String::npos && equals + 2 == part.size() && part[equals + 1] >= '0' &&
+                          part[equals + 1] <= '9';
+    if (!oneDigit || equals == 0)
+      return "'" + part + "' is no trace setting (expected FACILITY=LEVEL, LEVEL 0 to 9)";
+    levels[part.substr(0, equals)] = part[equals + 1] - '0';
+  }
+  traces().levels = std::move(levels);
+  for (TraceFacility* facility : traces().facilities) facility->levelIs(traces().level(facility->name()));
+  return {};
+}
+
+void traceSinkIs(TraceSink sink) { traces().sink = std::move(sink); }
+
+void assertionFailed(char const* file, int line, char const* text) {
+  std::fprintf(stderr, "%s:%d: Assertion failed: %s\n", file, line, text);
+  syslog(LOG_CRIT, "%s:%d: Assertion failed: %s", file, line, text);
+  std::abort();
 }
 
 }  // namespace Kel

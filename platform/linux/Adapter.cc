@@ -1,16 +1,15 @@
 #include "platform/linux/Adapter.h"
 
 #include "platform/kel/Loop.h"
-#include "platform/linux/KernelSettings.h"
-#include "platform/linux/LinkModeSetting.h"
 #include "platform/linux/Warnings.h"
+#include "platform/linux/settings/SettingKinds.h"
 
 namespace Linux {
 
 Adapter::Adapter(Entities const& entities, AdapterConfig const& config)
     : selection_(config.ports),
       netlink_(config.netlinkBuffer),
-      settings_(config.runDirectory + "/undo-journal"),
+      settings_(config.runDirectory + "/undo-journal", ports_),
       linkUpApplier_(entities, settings_),
       ip6Applier_(entities, settings_),
       mtuApplier_(entities, settings_),
@@ -27,11 +26,11 @@ Adapter::Adapter(Entities const& entities, AdapterConfig const& config)
       logHostApplier_(entities, config.system.logDropIn, config.system.logReloadCommand),
       reloadApplier_(entities, config.system.reloadCommand, [this] { keep_ = true; }) {
   kernelSettingsAre(settings_, netlink_);
-  settings_.settingIs(linkModeItem, std::make_unique<LinkModeSetting>());
+  settings_.settingIs(linkModeItem, std::make_unique<LinkModeSetting>(ports_));
   keep_ = config.takeOver;
   if (!keep_) undoLeftovers();
-  // An MTU that is too small for IPv6 takes all that IPv6 has away; and routers are asked for as soon as the
-  // link is up, so what may be learnt from them is settled by then. Addresses need IPv6 to be on.
+  // The order matters: an MTU that is too small for IPv6 removes all IPv6 settings; routers are solicited as
+  // soon as the link is up, so what may be learnt from them is set before; addresses need IPv6 to be on.
   for (PortApplier* applier : std::initializer_list<PortApplier*>{
            &mtuApplier_, &ip6Applier_, &linkModeApplier_, &linkUpApplier_, &addressApplier_}) {
     queue_.applierIs(applier);
@@ -40,8 +39,7 @@ Adapter::Adapter(Entities const& entities, AdapterConfig const& config)
   inventory_.emplace(config.inventory, ports_, entities.entityMibStatus);
 }
 
-// Once the system is to reload, the switch keeps what it was provisioned with until it does; the reload
-// clears the slate.
+// A switch that is about to reload keeps what it was provisioned with until then; the reload removes it.
 Adapter::~Adapter() {
   if (keep_) {
     settings_.keep();
@@ -53,7 +51,7 @@ Adapter::~Adapter() {
 }
 
 void Adapter::undo() {
-  // A service manager may end the command with this process.
+  // The command is waited for, since a service manager may end it together with this process.
   constexpr Kel::Seconds longest = 10;
   logHostApplier_.stop();
   if (logHostApplier_.busy()) {

@@ -4,25 +4,45 @@
 
 namespace Linux {
 
+DeviceIndices::DeviceIndices(Kel::Ptr<Interface::NetNsIntfStatusManagerRoot> manager,
+                             Kel::Ptr<Ports const> ports)
+    : manager_(std::move(manager)), ports_(std::move(ports)) {
+  managerReactor_ =
+      Kel::Reactor(manager_, &Interface::NetNsIntfStatusManagerRoot::NotifieeConst::onDeviceIntfStatusDir,
+                   [this] { handleDirectory(); });
+  portsReactor_ = Kel::Reactor(ports_, &Ports::NotifieeConst::onPort, this, &DeviceIndices::handlePort);
+  handleDirectory();
+}
+
+DeviceIndices::~DeviceIndices() {
+  if (directory_) directory_->deviceIndexDelAll();
+}
+
+void DeviceIndices::handleDirectory() {
+  if (directory_) directory_->deviceIndexDelAll();
+  directory_ = manager_->deviceIntfStatusDir();
+  for (Wire::IntfId const& intfId : ports_->port().keys()) handlePort(intfId);
+}
+
+void DeviceIndices::handlePort(Wire::IntfId const& intfId) {
+  if (!directory_) return;
+  Port const& port = ports_->port(intfId);
+  if (port) {
+    directory_->deviceIndexIs(intfId, static_cast<std::uint32_t>(port.ifIndex));
+  } else {
+    directory_->deviceIndexDel(intfId);
+  }
+}
+
 namespace {
 Kel::TraceFacility trace("LocalServices");
 }
 
-class LocalServices::Reactor : public Kel::ActivityManager::NotifieeConst {
- public:
-  explicit Reactor(LocalServices& services) : NotifieeConst(Kel::activityManager()), services_(services) {}
-  void onLocalEntity(Kel::Name const& name) override { services_.handleLocalEntity(name); }
-
- private:
-  LocalServices& services_;
-};
-
 LocalServices::LocalServices(Kel::Ptr<Ports const> ports) : ports_(std::move(ports)) {
-  reactor_ = Kel::makePtr<Reactor>(*this);
+  reactor_ = Kel::Reactor(Kel::activityManager(), &Kel::ActivityManager::NotifieeConst::onLocalEntity, this,
+                          &LocalServices::handleLocalEntity);
   for (Kel::Name const& name : Kel::activityManager()->localEntity().keys()) handleLocalEntity(name);
 }
-
-LocalServices::~LocalServices() = default;
 
 void LocalServices::handleLocalEntity(Kel::Name const& name) {
   packetSockets_.erase(name);

@@ -1,5 +1,9 @@
 #include "platform/linux/Warnings.h"
 
+#include <algorithm>
+
+#include "platform/model/values/Grammar.h"
+
 namespace Linux {
 
 namespace {
@@ -9,12 +13,12 @@ constexpr Kel::Seconds interval = 60;
 constexpr double burst = 20;
 }  // namespace
 
-Kel::LogHandle portSettingFailed("PORT_SETTING_FAILED", warning, "Cannot set %s of device %s to %s: %s",
+Kel::LogHandle portSettingFailed("PORT_SETTING_FAILED", warning, "Cannot set %s of %s to %s: %s",
                                  "The kernel or the device's driver refused a setting.",
                                  "Check what the device supports.", interval, burst, 0);
 
 Kel::LogHandle undoJournalFailed(
-    "UNDO_JOURNAL_FAILED", warning, "Undo journal %s: %s: %s",
+    "UNDO_JOURNAL_FAILED", warning, "Undo journal: %s",
     "Changes to this system cannot be recorded, or were not recorded properly. Should this process be "
     "killed, they stay.",
     "Check that the directory is writable and not full.", interval, burst, 0);
@@ -34,7 +38,7 @@ Kel::LogHandle portNameInvalid("PORT_NAME_INVALID", warning,
                                "Correct the rules for port names.", interval, burst, 0);
 
 Kel::LogHandle linkModeIgnored(
-    "LINK_MODE_IGNORED", warning, "Device %s does not run at %s though its driver accepted that",
+    "LINK_MODE_IGNORED", warning, "The speed of %s is not %s though its driver accepted that",
     "The driver took the setting of the port's speed, but does not report it back.",
     "Check what speeds the device and its module support.", interval, burst, 0);
 
@@ -68,7 +72,7 @@ Kel::LogHandle hostNameFailed("HOST_NAME_FAILED", warning, "Cannot set the host 
                               "The kernel refused the host name.", Kel::CallSupportIfPersists, interval,
                               burst, 0);
 
-Kel::LogHandle systemFileFailed("SYSTEM_FILE_FAILED", warning, "Cannot change %s: %s",
+Kel::LogHandle systemFileFailed("SYSTEM_FILE_FAILED", warning, "A file of the system is not changed: %s",
                                 "Name servers or log servers are not as they are configured.",
                                 "Check that the directory exists and is writable.", interval, burst, 0);
 
@@ -81,5 +85,11 @@ Kel::LogHandle reloadFailed("RELOAD_FAILED", warning, "Cannot reload the system:
                             "The command that reloads the system failed.",
                             "Check the command in the host's configuration, or reload the system by hand.",
                             interval, burst, 0);
+
+void Dropped::add(char const* what, std::string_view value, std::string_view fault) {
+  Kel::String const key = Kel::String(what) + " " + Kel::String(value);
+  if (now_.insert(key).second && !before_.contains(key))
+    valueDropped.log(what, Grammar::printable(value), fault);
+}
 
 }  // namespace Linux

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Turns the schemas (schema/*.toml) into C++ entity classes with uniform accessors, and into docs/state-model.md.
 
-    generate.py cpp OUTPUT_DIR SCHEMA...      one NAME.h and NAME.cc per schema
+    generate.py cpp OUTPUT_DIR SCHEMA...      one NAME.h and NAME.cc per schema, and handles.h for the one that lists handles
     generate.py markdown OUTPUT SCHEMA...     the description for people
 
 The generated code holds no logic: it calls Kel::Attr, Kel::Collection and Kel::Codec, where the rules live. What a schema
@@ -121,6 +121,30 @@ def accessors(a):
     return code + "".join(f"  {result} {signature};\n" for result, signature, _ in definitions), member, definitions
 
 
+def handles_code(schema):
+    """What is made of the list of handles: parameters, arguments, and the entities themselves with their places."""
+    macros = ""
+    for name, words, handles in (
+            ("AGENT_HANDLE", "The handles that the platform gives to the agent", schema.handles),
+            ("PASSED_HANDLE", "Those that the agent passes on to its state machine", [h for h in schema.handles if h.passed])):
+        parameters = ", \\\n  ".join(handle.parameter for handle in handles)
+        macros += (f"// {words}: as the parameters of a function, and as the arguments of a call.\n"
+                   f"#define {name}_PARAMETERS \\\n  {parameters}\n"
+                   f"#define {name}S {', '.join(handle.name for handle in handles)}\n\n")
+    members = "".join(f"  Kel::Ptr<{h.type}> {h.name} = Kel::makePtr<{h.type}>();\n" for h in schema.handles)
+    visits = "".join(f'    visit("{h.mount}", {h.name}, MountWriters::{h.writers});\n' for h in schema.handles)
+    return (f'#pragma once\n\n#include "platform/model/{schema.name}.h"\n\n{macros}namespace {schema.namespace} {{\n\n'
+            "// Who may write a mounted entity from outside, besides the platform: nobody, root, or the group too.\n"
+            "enum class MountWriters { platform, root, group };\n\n"
+            "// The entities that the agent is given, made fresh: what a host mounts into its state tree, and a test hands over.\n"
+            f"struct MountedEntities {{\n{members}\n"
+            "  // Calls `visit` with the path, the handle and the writers of each, in the order above.\n"
+            f"  template <typename Visit>\n  void each(Visit const& visit) const {{\n{visits}  }}\n\n"
+            "  // `factory` is the agent's agentCreatorFactory.\n"
+            "  template <typename Factory>\n  auto createAgent(Factory factory) const {\n    return factory(AGENT_HANDLES);\n"
+            "  }\n};\n\n}\n")
+
+
 def entity_code(entity):
     """The class of one entity, and the definitions of its members."""
     name, base = entity.name, entity.base.full if entity.base else "Kel::Entity"
@@ -139,6 +163,10 @@ def entity_code(entity):
         private = f"  {entity.key_type} {entity.key_name}_;\n" + private
     for operation, options in entity.operations.items():
         public += f"\n  // {options['doc']}\n  virtual {RESULTS[options['returns']]} {operation}() {{ return {{}}; }}\n"
+    if any(not handle.passed for handle in entity.handles):
+        passed = ", ".join(f"{handle.name}()" for handle in entity.handles if handle.passed)
+        public += ("\n  // Calls `use` with the handles that are passed on, in their order.\n"
+                   f"  template <typename Use>\n  void passHandles(Use const& use) const {{ use({passed}); }}\n")
     signature = f"{name}({', '.join(f'{cpp} {n}' for cpp, n in entity.parameters)})"
     own = entity.parameters[len(entity.inherited):] if entity.base else entity.parameters
     initialisers = [f"{base}({', '.join(f'std::move({n})' for _, n in entity.inherited)})"] if entity.inherited else []
@@ -222,15 +250,16 @@ def write_cpp(model, output):
                        f"{base}, {own}}};\n\n")
         notice = f"// Generated from {schema.path.name}; do not edit.\n"
         includes = "".join(f'#include "{header}"\n' for header in
-                           ["platform/kel/Attr.h", "platform/kel/Collection.h", "platform/kel/EntityType.h",
-                            "platform/kel/Described.h"] + model.includes(schema))
+                           ["platform/kel/EntityType.h"] + model.includes(schema))
         header = f"{notice}#pragma once\n\n{includes}\n"
         if types:
             header += f"namespace {schema.namespace} {{\n\n{types}}}\n\nnamespace Kel {{\n{codecs}}}\n\n"
         if classes:
             header += f"namespace {schema.namespace} {{\n\n{classes}}}\n"
-        for path, text in ((output / f"{schema.name}.h", header),
-                           (output / f"{schema.name}.cc", f'{notice}#include "platform/model/{schema.name}.h"\n\n{bodies}')):
+        files = {f"{schema.name}.h": header, f"{schema.name}.cc": f'{notice}#include "platform/model/{schema.name}.h"\n\n{bodies}'}
+        if schema.handles:
+            files["handles.h"] = notice + handles_code(schema)
+        for path, text in ((output / name, text) for name, text in files.items()):
             if not path.exists() or path.read_text() != text:
                 path.write_text(text)
 
@@ -239,6 +268,11 @@ def write_markdown(model, output):
     text = "# The state model\n\nEvery entity type, generated from `platform/model/schema`.\n"
     for schema in model.schemas:
         text += f"\n## {schema.namespace} (`{schema.name}.toml`)\n\n{schema.data.get('doc', '')}\n"
+        if schema.handles:
+            text += ("\nThe handles that the platform gives to the agent, in their order:\n\n"
+                     "| Handle | Type | Access | Mounted at |\n|---|---|---|---|\n")
+            for h in schema.handles:
+                text += f"| `{h.name}` | {h.type} | {'read' if h.attribute.get('const') else 'write'} | `{h.mount}` |\n"
         for enum in schema.enums:
             values = ", ".join(f"`{value}` {number}" for value, number in enum.values.items())
             text += f"\n**{enum.name}**: {enum.doc} Values: {values}.\n"

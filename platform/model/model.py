@@ -11,6 +11,12 @@ extends, key = "NAME: TYPE", attributes). An attribute is one line, an inline ta
   references  a collection of such handles         const
 Constructor attributes are given when the entity is created and never change.
 
+One schema may list, as `handles`, the entities that the platform gives to the agent, in their order: a line each, with
+  reference   the entity's type; `const`: the agent only reads it
+  mount       its path in the state tree, and in `writers` who may write it there: root, or the group too
+  passed      false for one that the agent's root keeps to itself
+An entity with `handles = "all"` or "passed" begins with them, as constructor attributes.
+
 An entity's operation (`entity.NAME.operations`) is one line too, with `doc` and `returns`: a virtual function without
 arguments, whose work a class that derives from the entity's does; by default it returns nothing.
 """
@@ -23,8 +29,8 @@ SCALARS = {"bool": "bool", "u8": "std::uint8_t", "u16": "std::uint16_t", "u32": 
            "u64": "std::uint64_t", "seconds": "Kel::Seconds", "string": "Kel::String", "name": "Kel::Name"}
 VALUE_TYPES = {"Wire::IntfId": "Wire", "Wire::EthAddr": "Wire", "Wire::IpAddr": "Wire", "Wire::Ip6Addr": "Wire",
                "Wire::IpGenAddr": "Wire", "Wire::IpAddrWithMask": "Wire", "Wire::Ip6AddrWithMask": "Wire",
-               "Wire::IpGenAddrWithMask": "Wire", "L3::VrfName": "VrfName", "Routing::Via": "Via",
-               "KernelNetInfo::NamespaceName": "NamespaceName"}
+               "Wire::IpGenAddrWithMask": "Wire", "L3::VrfName": "Names", "Routing::Via": "Wire",
+               "KernelNetInfo::NamespaceName": "Names"}
 RESULTS = SCALARS | {"bytes": "std::vector<std::uint8_t>"}
 
 # The options of each form of attribute, and what each must be.
@@ -33,7 +39,7 @@ FORMS = {"type": ("default", "unit", "min", "max", "max_bytes", "constructor"), 
 NUMBER = (int, float)
 KINDS = {"doc": str, "unit": str, "key": str, "extends": str, "type": str, "default": object, "min": NUMBER, "max": NUMBER,
          "max_bytes": int, "constructor": bool, "always": bool, "const": bool, "flags": bool, "values": dict,
-         "fields": dict, "attributes": dict, "operations": dict, "returns": str}
+         "fields": dict, "attributes": dict, "operations": dict, "returns": str, "passed": bool}
 KIND_WORDS = {str: "a string", int: "a whole number", NUMBER: "a number", bool: "true or false", dict: "a table"}
 
 # Members of every entity, and the words that C++ keeps for itself.
@@ -79,9 +85,11 @@ class Schema:
             number = line.group(1) if line else len(self.text.splitlines())
             raise SchemaError(f"{self.path}:{number}: {reason}") from error
         for key, entry in self.data.items():
-            if key not in ("namespace", "doc", "enum", "struct", "entity"):
+            if key not in ("namespace", "doc", "enum", "struct", "entity", "handles"):
                 self.fail(f"unknown entry '{key}'", key)
-            if key not in ("namespace", "doc"):
+            if key == "handles" and not isinstance(entry, dict):
+                self.fail("expected a table", key)
+            if key in ("enum", "struct", "entity"):
                 for name, declaration in entry.items() if isinstance(entry, dict) else self.fail("expected a table", key):
                     self.check_name(f"{key} '{name}'", name, r"[A-Z]\w*", f"{key}.{name}")
                     if not isinstance(declaration, dict):
@@ -155,10 +163,27 @@ class Struct:
             self.fields.append((field, cpp, default, options["doc"], options["type"]))
 
 
+class Handle:
+    """One of the entities that the platform gives to the agent."""
+
+    def __init__(self, schema, name, entry):
+        self.name, self.place, what = name, ("handles", name), f"handle '{name}'"
+        schema.check_options(what, entry, ("reference", "mount", "doc"), ("const", "writers", "passed"), *self.place)
+        self.mount, self.writers, self.passed = entry["mount"], entry.get("writers", "platform"), entry.get("passed", True)
+        if not re.fullmatch(r"(/\w+)+", self.mount):
+            schema.fail(f"{what}: 'mount' is no path", *self.place)
+        if self.writers not in ("platform", "root", "group"):
+            schema.fail(f"{what}: 'writers' is to be root or group", *self.place)
+        self.attribute = {option: entry[option] for option in ("reference", "const", "doc") if option in entry}
+        self.attribute["constructor"] = True
+        self.type = entry["reference"]
+        self.parameter = f"Kel::Ptr<{self.type}{' const' if entry.get('const') else ''}> const& {name}"
+
+
 class Attribute:
-    def __init__(self, entity, name, entry):
+    def __init__(self, entity, name, entry, place=None):
         self.entity, self.name, self.entry, model = entity, name, entry, entity.model
-        self.place = (f"entity.{entity.name}.attributes", name)
+        self.place = place or (f"entity.{entity.name}.attributes", name)
         entity.schema.check_name(f"attribute '{name}'", name, r"[a-z]\w*", *self.place)
         if name == entity.key_name or name in entity.inherited_names:
             self.fail("declared twice")
@@ -215,9 +240,13 @@ class Entity:
     def __init__(self, model, schema, name, entry):
         self.model, self.schema, self.name, self.base = model, schema, name, None
         self.full, self.table = f"{schema.namespace}::{name}", f"entity.{name}"
-        schema.check_options(f"entity '{name}'", entry, ("doc",), ("extends", "key", "attributes", "operations"), self.table)
+        schema.check_options(f"entity '{name}'", entry, ("doc",), ("extends", "key", "handles", "attributes", "operations"),
+                             self.table)
         self.doc, self.entry, self.operations = entry["doc"], entry, entry.get("operations", {})
         self.check_operations()
+        if entry.get("handles", "all") not in ("all", "passed") or ("handles" in entry and not schema.handles):
+            self.fail("'handles' is to be all or passed, of the handles that its schema lists", "handles")
+        self.handles = [h for h in schema.handles if h.passed or entry["handles"] == "all"] if "handles" in entry else []
         self.key_name, _, self.key_declared = entry.get("key", "").partition(": ")
         self.key_type = model.key_type(self.key_declared) or ""
         if "key" in entry and "extends" in entry:
@@ -259,7 +288,8 @@ class Entity:
         if self.base:
             self.base.complete()
         self.inherited_names = self.base.names if self.base else set()
-        self.attributes = [Attribute(self, *item) for item in self.entry.get("attributes", {}).items()]
+        self.attributes = [Attribute(self, handle.name, handle.attribute, handle.place) for handle in self.handles]
+        self.attributes += [Attribute(self, *item) for item in self.entry.get("attributes", {}).items()]
         self.names = self.inherited_names | {a.name for a in self.attributes}
         own = [(a.handle if a.holds_entity else a.cpp, a.name) for a in self.attributes if a.constructor]
         key = [(self.key_type, self.key_name)] if self.key_name and not self.base else []
@@ -305,6 +335,8 @@ class Model:
             for item in schema.data.get("struct", {}).items():
                 schema.structs.append(Struct(self, schema, *item))
                 self.add(self.types, schema.structs[-1:], "struct")
+        for schema in self.schemas:
+            schema.handles = [Handle(schema, *item) for item in schema.data.get("handles", {}).items()]
         for schema in self.schemas:
             schema.entities = [Entity(self, schema, *item) for item in schema.data.get("entity", {}).items()]
             self.add(self.entities, schema.entities, "entity")

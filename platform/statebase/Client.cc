@@ -18,7 +18,7 @@ namespace {
 using Kel::Value;
 using Kel::ValueMap;
 
-// A zero time-out means for ever, to the kernel.
+// The kernel takes a time-out of zero for "wait for ever".
 timeval toTimeval(Kel::Seconds timeout) {
   if (timeout == Kel::never) return {};
   double whole = 0;
@@ -72,14 +72,14 @@ void Client::receiveTimeoutIs(Kel::Seconds timeout) {
 
 Value Client::call(std::string const& method, ValueMap params) {
   Value const id = ++lastId_;
-  // When the host has closed its end, it may have said why.
+  // A failed send is no error yet: a host that has closed its end may have sent the reason before.
   sendLine({{"jsonrpc", "2.0"}, {"id", id}, {"method", method}, {"params", std::move(params)}});
   for (;;) {
     auto const message = readMessage();
     if (!message) fail("the host does not answer");
     Value const* const answered = member(*message, "id");
     Value const* const error = member(*message, "error");
-    // An answer to no request in particular says why the connection is about to end.
+    // An error without an id answers no request: it says why the host is about to end the connection.
     bool const isOurs =
         answered != nullptr && (*answered == id || (error != nullptr && *answered == Value()));
     if (!isOurs) continue;
@@ -87,6 +87,21 @@ Value Client::call(std::string const& method, ValueMap params) {
     Value const* const result = member(*message, "result");
     return result != nullptr ? *result : Value();
   }
+}
+
+std::map<std::string, Value> Client::get(std::vector<std::string> const& paths) {
+  return callForPaths("get", paths);
+}
+
+std::map<std::string, Value> Client::watch(std::vector<std::string> const& paths) {
+  return callForPaths("watch", paths);
+}
+
+std::map<std::string, Value> Client::callForPaths(char const* method, std::vector<std::string> const& paths) {
+  Value const result = call(method, {{"paths", Kel::ValueList(paths.begin(), paths.end())}});
+  auto const* members = result.as<ValueMap>();
+  if (members == nullptr) fail(std::string(method) + ": the host's answer is no object");
+  return {members->begin(), members->end()};
 }
 
 void Client::notify(std::string const& method, ValueMap params) {

@@ -2,12 +2,14 @@
 #pragma once
 
 #include <deque>
+#include <map>
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
+#include "platform/kel/EntityType.h"
 #include "platform/kel/Types.h"
-#include "platform/kel/Value.h"
 
 namespace Statebase {
 
@@ -45,6 +47,11 @@ class Client {
 
   // Sends a request and waits for its result. Throws CallError too.
   Kel::Value call(std::string const& method, Kel::ValueMap params);
+  // The values at these paths, at most maxPaths (Rpc.h), read at one moment: null for what does not exist.
+  std::map<std::string, Kel::Value> get(std::vector<std::string> const& paths);
+  // The same, and from now on a notification "changed" comes for each change below one of them. A path that
+  // cannot name anything is a CallError.
+  std::map<std::string, Kel::Value> watch(std::vector<std::string> const& paths);
   // Sends a notification, which is never answered.
   void notify(std::string const& method, Kel::ValueMap params);
   // The next notification that the host sent; nothing when `timeout` passes without one (Kel::never: no
@@ -52,6 +59,7 @@ class Client {
   std::optional<Notification> readNotification(Kel::Seconds timeout);
 
  private:
+  std::map<std::string, Kel::Value> callForPaths(char const* method, std::vector<std::string> const& paths);
   [[noreturn]] void fail(std::string const& reason) const;
   // False when the host has closed its end.
   bool sendLine(Kel::ValueMap message);

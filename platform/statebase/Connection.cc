@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <iterator>
 
 #include "platform/statebase/Json.h"
 
@@ -14,26 +15,8 @@ namespace {
 constexpr std::size_t pieceSize = 16 * 1024;
 }
 
-class Connection::Reactor : public Kel::FileDescriptor::NotifieeConst {
- public:
-  Reactor(Kel::Ptr<Kel::FileDescriptor const> descriptor, Connection& connection)
-      : NotifieeConst(std::move(descriptor)), connection_(connection) {}
-  void onReadableCount() override { connection_.onReadable(); }
-  void onWritableCount() override { connection_.onWritable(); }
-
- private:
-  Connection& connection_;
-};
-
 Connection::Connection(Tree& tree, int descriptor, Role role, OnClosed onClosed)
-    : tree_(tree),
-      descriptor_(descriptor),
-      role_(role),
-      onClosed_(std::move(onClosed)),
-      watched_(Kel::makePtr<Kel::FileDescriptor>()),
-      reactor_(Kel::makePtr<Reactor>(watched_, *this)),
-      changes_(Kel::makePtr<Alarm>([this] { onChanges(); })),
-      stall_(Kel::makePtr<Alarm>([this] { close(); })) {
+    : tree_(tree), descriptor_(descriptor), role_(role), onClosed_(std::move(onClosed)) {
   watched_->descriptorIs(descriptor_);
   watched_->notifyOnReadableIs(true);
 }
@@ -46,8 +29,8 @@ void Connection::close() {
   watched_->descriptorIs(-1);
   ::close(descriptor_);
   descriptor_ = -1;
-  changes_->timeMinIs(Kel::never);
-  stall_->timeMinIs(Kel::never);
+  changes_.cancel();
+  stall_.cancel();
   watches_.clear();
   onClosed_(this);
 }
@@ -88,7 +71,7 @@ bool Connection::receive() {
     close();
     return false;
   }
-  // The last line needs no newline.
+  // A last line without a newline counts as a line.
   if (!input_.empty()) input_ += '\n';
   inputEnded_ = true;
   return true;
@@ -134,7 +117,7 @@ void Connection::sendOutput() {
   ssize_t const count = send(descriptor_, output_.data(), output_.size(), MSG_NOSIGNAL);
   if (count > 0) {
     output_.erase(0, static_cast<std::size_t>(count));
-    stall_->timeMinIs(Kel::never);
+    stall_.cancel();
   } else if (errno != EAGAIN && errno != EINTR) {
     close();
   }
@@ -154,29 +137,28 @@ void Connection::goOn() {
     return;
   }
   if (output_.empty()) {
-    stall_->timeMinIs(Kel::never);
-  } else if (stall_->timeMin() == Kel::never) {
-    stall_->timeMinIs(Kel::now() + stallLimit);
+    stall_.cancel();
+  } else {
+    stall_.in(stallLimit);
   }
-  // Work that had no room goes on once the client can take more, on another pass of the loop, and after all
-  // who ask for one thing at a time.
+  // Work that is left goes on when the client can take more, on another pass of the loop, and after the
+  // clients that ask for one thing at a time.
   watched_->lateIs(!output_.empty() || hasWork);
   watched_->notifyOnWritableIs(!output_.empty() || hasWork);
   watched_->notifyOnReadableIs(!inputEnded_ && hasRoom() && !hasLine());
 }
 
-Kel::Value Connection::watch(std::string const& path) {
-  auto const followed =
-      std::ranges::find_if(watches_, [&](auto const& watch) { return watch->path() == path; });
-  if (followed != watches_.end()) return (*followed)->value();
-  if (watches_.size() == maxWatches) {
-    throw RpcError(RpcCode::tooMany, "more than " + std::to_string(maxWatches) + " watches", path);
+void Connection::watch(std::vector<std::string> const& paths) {
+  auto const onPending = [this] { changes_.in(0); };
+  std::vector<std::unique_ptr<Watch>> added;
+  for (std::string const& path : paths) {
+    if (std::ranges::any_of(watches_, [&](auto const& watch) { return watch->path() == path; })) continue;
+    if (watches_.size() + added.size() == maxWatches) {
+      throw RpcError(RpcCode::tooMany, "more than " + std::to_string(maxWatches) + " watches", path);
+    }
+    added.push_back(std::make_unique<Watch>(tree_, path, onPending));
   }
-  // Armed once, not put off by each further change.
-  auto const onPending = [this] {
-    if (changes_->timeMin() == Kel::never) changes_->timeMinIs(Kel::now());
-  };
-  return watches_.emplace_back(std::make_unique<Watch>(tree_, path, onPending))->value();
+  std::ranges::move(added, std::back_inserter(watches_));
 }
 
 bool Connection::unwatch(std::string const& path) {

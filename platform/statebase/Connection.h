@@ -7,8 +7,9 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/kel/Clock.h"
 #include "platform/kel/FileDescriptor.h"
-#include "platform/statebase/Alarm.h"
+#include "platform/kel/Reactor.h"
 #include "platform/statebase/Rpc.h"
 #include "platform/statebase/Watch.h"
 
@@ -29,7 +30,7 @@ class Connection : public Kel::RefCounted, private RpcSession {
   static constexpr std::size_t leastPerLine = 512;
   // A single answer can pass muchOutput, but not this.
   static constexpr std::size_t maxOutput = 16 * 1024 * 1024;
-  static constexpr std::size_t maxWatches = 64;
+  static constexpr std::size_t maxWatches = maxPaths;
   static constexpr Kel::Seconds stallLimit = 10;
 
   using OnClosed = std::function<void(Connection*)>;
@@ -40,10 +41,8 @@ class Connection : public Kel::RefCounted, private RpcSession {
   void close();
 
  private:
-  class Reactor;
-
   Role role() const override { return role_; }
-  Kel::Value watch(std::string const& path) override;
+  void watch(std::vector<std::string> const& paths) override;
   bool unwatch(std::string const& path) override;
 
   void onReadable();
@@ -69,10 +68,13 @@ class Connection : public Kel::RefCounted, private RpcSession {
   int descriptor_;
   Role role_;
   OnClosed onClosed_;
-  Kel::Ptr<Kel::FileDescriptor> watched_;
-  Kel::Ptr<Reactor> reactor_;
-  Kel::Ptr<Alarm> changes_;
-  Kel::Ptr<Alarm> stall_;
+  Kel::Ptr<Kel::FileDescriptor> watched_ = Kel::makePtr<Kel::FileDescriptor>();
+  Kel::Reactor readable_{watched_, &Kel::FileDescriptor::NotifieeConst::onReadableCount, this,
+                         &Connection::onReadable};
+  Kel::Reactor writable_{watched_, &Kel::FileDescriptor::NotifieeConst::onWritableCount, this,
+                         &Connection::onWritable};
+  Kel::Alarm changes_{[this] { onChanges(); }};
+  Kel::Alarm stall_{[this] { close(); }};
   std::vector<std::unique_ptr<Watch>> watches_;
   std::string input_;
   std::string output_;

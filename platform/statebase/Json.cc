@@ -2,15 +2,66 @@
 
 #include <nlohmann/json.hpp>
 
-#include "platform/statebase/Path.h"
-
 namespace Statebase {
+
+namespace {
+
+std::optional<std::string> unescaped(std::string_view segment) {
+  std::string result;
+  for (std::size_t i = 0; i < segment.size(); ++i) {
+    if (segment[i] != '~') {
+      result += segment[i];
+      continue;
+    }
+    if (++i == segment.size() || (segment[i] != '0' && segment[i] != '1')) return std::nullopt;
+    result += segment[i] == '0' ? '~' : '/';
+  }
+  return result;
+}
+
+}  // namespace
+
+std::optional<std::vector<std::string>> splitPath(std::string_view path) {
+  std::vector<std::string> segments;
+  if (path == "/") return segments;
+  if (path.empty()) return std::nullopt;
+  while (!path.empty()) {
+    if (path.front() != '/') return std::nullopt;
+    path.remove_prefix(1);
+    std::size_t const end = std::min(path.find('/'), path.size());
+    auto segment = unescaped(path.substr(0, end));
+    if (!segment || segment->empty()) return std::nullopt;
+    segments.push_back(*std::move(segment));
+    path.remove_prefix(end);
+  }
+  return segments;
+}
+
+std::string join(std::string_view path, std::string_view segment) {
+  std::string result(path == "/" ? "" : path);
+  result += '/';
+  for (char const c : segment) {
+    if (c == '~') {
+      result += "~0";
+    } else if (c == '/') {
+      result += "~1";
+    } else {
+      result += c;
+    }
+  }
+  return result;
+}
+
+bool isWithin(std::string_view path, std::string_view ancestor) {
+  if (ancestor == "/") return true;
+  return path.starts_with(ancestor) && (path.size() == ancestor.size() || path[ancestor.size()] == '/');
+}
 
 namespace {
 
 using Json = nlohmann::ordered_json;
 
-// Characters of a text; counts the lines as they are read.
+// Walks the characters of a text, and counts the lines while the parser reads them.
 class CountingIterator {
  public:
   using iterator_category = std::input_iterator_tag;
@@ -68,7 +119,7 @@ class Builder : public Json::json_sax_t {
   }
 
   bool parse_error(std::size_t, std::string const&, Json::exception const& error) override {
-    // The library's own prefix says what kind of exception it is, and repeats the position.
+    // The library begins with the kind of the exception and the position, which are not for operators.
     std::string reason = error.what();
     reason.erase(0, reason.find("] ") + 2);
     if (reason.starts_with("parse error")) reason.erase(0, reason.find(": ") + 2);
@@ -132,7 +183,7 @@ struct ToJson {
   }
   Json operator()(Kel::ValueMap const& map) const {
     Json result = Json::object();
-    // Past the check for a name that is there already, which would look at every member each time.
+    // Appended directly: the usual insertion compares with every member that is there already.
     auto& members = result.get_ref<Json::object_t&>();
     for (auto const& [name, item] : map) members.emplace_back(name, toJson(item));
     return result;

@@ -1,14 +1,30 @@
-// JSON text to and from Kel::Value. The order of members is kept in both directions.
+// The texts of the state tree: JSON, and the paths that name what is in it.
 #pragma once
 
 #include <map>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <vector>
 
-#include "platform/kel/Value.h"
+#include "platform/kel/EntityType.h"
 
 namespace Statebase {
+
+// A path in the state tree has "/" before each segment, and in a segment "~0" for "~" and "~1" for "/", as in
+// a JSON pointer (RFC 6901): keys are names of interfaces and the like, and may hold a "/". The root is "/".
+
+// The unescaped segments; nothing when `path` is malformed.
+std::optional<std::vector<std::string>> splitPath(std::string_view path);
+
+// `path` with one more segment.
+std::string join(std::string_view path, std::string_view segment);
+
+// Whether `path` is `ancestor` itself or lies below it.
+bool isWithin(std::string_view path, std::string_view ancestor);
+
+// JSON text is read into Kel::Value and written from it; the order of members is kept in both directions.
 
 // Deeper documents are refused: nobody needs them, and walking them would eat the stack.
 inline constexpr std::size_t maxJsonDepth = 32;
@@ -23,7 +39,7 @@ class JsonError : public std::runtime_error {
   unsigned line_;
 };
 
-// Where the members of a document stand: the line of each, by its path (Path.h) in the document. A member
+// Where the members of a document stand: the line of each, by its path in the document. A member
 // whose name is a path itself (it begins with "/") stands under that path.
 using JsonLines = std::map<std::string, unsigned>;
 

@@ -12,7 +12,7 @@ namespace {
 using Kel::Value;
 using Kel::ValueMap;
 
-// The named members of a request, each of which may be asked for once; what nobody asked for is refused.
+// The parameters of a request. A method takes those that it knows; end() refuses whatever is left.
 class Params {
  public:
   explicit Params(Value const* params) {
@@ -21,6 +21,8 @@ class Params {
     if (map == nullptr) throw RpcError(RpcCode::invalidParams, "'params' is no object");
     for (auto const& [name, value] : *map) left_.emplace_back(name, &value);
   }
+
+  bool has(std::string_view name) const { return std::ranges::count(left_, name, &Member::first) > 0; }
 
   Value const* take(std::string_view name) {
     auto const found = std::ranges::find(left_, name, &Member::first);
@@ -36,6 +38,28 @@ class Params {
     if (path == nullptr) throw RpcError(RpcCode::invalidParams, "'path' is missing or no string");
     path_ = *path;
     return *path;
+  }
+
+  // The path in "path", or those in "paths", which sets `isList`.
+  std::vector<std::string> takePaths(bool& isList) {
+    Value const* const value = take("paths");
+    isList = value != nullptr;
+    if (!isList) return {takePath()};
+    auto const* list = value->as<Kel::ValueList>();
+    if (list == nullptr) throw RpcError(RpcCode::invalidParams, "'paths' is no list");
+    if (list->size() > maxPaths) {
+      throw RpcError(RpcCode::tooMany, "more than " + std::to_string(maxPaths) + " paths");
+    }
+    std::vector<std::string> paths;
+    for (Value const& item : *list) {
+      auto const* path = item.as<std::string>();
+      if (path == nullptr) throw RpcError(RpcCode::invalidParams, "'paths' holds what is no string");
+      if (std::ranges::count(paths, *path) > 0) {
+        throw RpcError(RpcCode::invalidParams, "it is listed twice", *path);
+      }
+      paths.push_back(*path);
+    }
+    return paths;
   }
 
   bool takeFlag(std::string_view name) {
@@ -59,11 +83,31 @@ class Params {
   std::string path_;
 };
 
-// Of the methods whose one parameter is a path.
+// Takes the path, for methods that have no other parameter.
 std::string onlyPath(Params& params) {
   std::string path = params.takePath();
   params.end();
   return path;
+}
+
+// Carries out a method that takes one path or a list: calls `all` with the paths, then `one` for each path,
+// and returns what `one` returns, for a list as an object by path.
+template <typename All, typename One>
+Value forPaths(Params& params, All const& all, One const& one) {
+  bool isList = false;
+  std::vector<std::string> const paths = params.takePaths(isList);
+  params.end();
+  all(paths);
+  if (!isList) return one(paths.front());
+  ValueMap result;
+  for (std::string const& path : paths) result.emplace_back(path, one(path));
+  return result;
+}
+
+void checkPaths(std::vector<std::string> const& paths) {
+  for (std::string const& path : paths) {
+    if (!splitPath(path)) throw Refusal(Refusal::Kind::unknownPath, path, "malformed path");
+  }
 }
 
 Tree::Setting setting(Tree const& tree, Params& params) {
@@ -85,10 +129,21 @@ Tree::Setting setting(Tree const& tree, Params& params) {
 }
 
 Value carryOut(Tree& tree, RpcSession& session, std::string const& method, Params params) {
-  if (method == "get") return tree.get(onlyPath(params));
+  auto const value = [&](std::string const& path) { return tree.getOrNull(path); };
+  if (method == "get") {
+    if (!params.has("paths")) return tree.get(onlyPath(params));
+    return forPaths(params, checkPaths, value);
+  }
   if (method == "list") return tree.list(onlyPath(params));
-  if (method == "watch") return session.watch(onlyPath(params));
-  if (method == "unwatch") return session.unwatch(onlyPath(params));
+  if (method == "watch") {
+    return forPaths(
+        params, [&](auto const& paths) { session.watch(paths); }, value);
+  }
+  if (method == "unwatch") {
+    auto const unwatch = [&](std::string const& path) { return Value(session.unwatch(path)); };
+    return forPaths(
+        params, [](auto const&) {}, unwatch);
+  }
   if (method == "set") {
     tree.set(session.role(), setting(tree, params));
     return true;

@@ -1,21 +1,25 @@
 // JSON-RPC 2.0 over the state tree: one line in, at most one line out.
 //
 //   get     {path}                                  the value
+//   get     {paths}                                 the values by path, read at one moment
 //   list    {path}                                  what lies directly below: [{name, kind, ...}]
 //   set     {path, value}                           an attribute or an entry; true
 //   set     {path, attributes, replace}             an entity, made when it is absent; true
 //   delete  {path}                                  an entry, an optional entity or all of a collection; true
-//   watch   {path}                                  the value, and from then on notifications
-//   unwatch {path}                                  whether it was watched
+//   watch   {path} or {paths}                       the value or values, and from then on notifications
+//   unwatch {path} or {paths}                       whether it was watched; for a list by path
 //   time    {}                                      the host's clock, to which the times in the tree belong
 //
-// A watch sends {"method": "changed", "params": {path, value}}; the value is null for what is gone. Errors
-// carry data {path, reason}. Notifications (no id) are carried out and never answered, whatever becomes of
-// them.
+// A list of paths gives an object by path. A get of a list gives null for whatever does not exist; a watch,
+// of one path or of a list, gives null for what does not exist at present, and refuses all when one of its
+// paths cannot name anything. A watch sends {"method": "changed", "params": {path, value}}; the
+// value is null for what is gone. Errors carry data {path, reason}. Notifications (no id) are carried out and
+// never answered, whatever becomes of them.
 #pragma once
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "platform/statebase/Tree.h"
 
@@ -46,13 +50,17 @@ class RpcError : public std::runtime_error {
   std::string path_;
 };
 
+// The most paths that one request may name.
+inline constexpr std::size_t maxPaths = 64;
+
 // What a request needs to know of the connection that it came by.
 class RpcSession {
  public:
   virtual ~RpcSession() = default;
   virtual Role role() const = 0;
-  // Both throw RpcError or Refusal.
-  virtual Kel::Value watch(std::string const& path) = 0;
+  // Reports changes below these paths from now on: all of them, or none when it throws RpcError or Refusal.
+  virtual void watch(std::vector<std::string> const& paths) = 0;
+  // Whether the path was watched.
   virtual bool unwatch(std::string const& path) = 0;
 };
 

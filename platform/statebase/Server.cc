@@ -1,17 +1,81 @@
 #include "platform/statebase/Server.h"
 
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstring>
+#include <vector>
 
 #include "platform/statebase/Connection.h"
-#include "platform/statebase/Peer.h"
 
 namespace Statebase {
+
+namespace {
+
+std::vector<gid_t> supplementaryGroups(int descriptor) {
+  std::vector<gid_t> groups(32);
+  for (;;) {
+    socklen_t length = static_cast<socklen_t>(groups.size() * sizeof(gid_t));
+    int const got = getsockopt(descriptor, SOL_SOCKET, SO_PEERGROUPS, groups.data(), &length);
+    if (got != 0 && errno != ERANGE) return {};
+    groups.resize(length / sizeof(gid_t));
+    if (got == 0) return groups;
+  }
+}
+
+}  // namespace
+
+Role peerRole(int descriptor, std::optional<gid_t> group) {
+  ucred peer{};
+  socklen_t length = sizeof peer;
+  if (getsockopt(descriptor, SOL_SOCKET, SO_PEERCRED, &peer, &length) != 0) return Role::none;
+  if (peer.uid == 0 || peer.uid == geteuid()) return Role::root;
+  if (!group) return Role::none;
+  if (peer.gid == *group) return Role::group;
+  return std::ranges::count(supplementaryGroups(descriptor), *group) > 0 ? Role::group : Role::none;
+}
+
+namespace {
+
+std::string holder(int descriptor) {
+  char text[16] = {};
+  ssize_t const length = pread(descriptor, text, sizeof text - 1, 0);
+  std::string pid(text, length > 0 ? static_cast<std::size_t>(length) : 0);
+  std::erase_if(pid, [](unsigned char c) { return std::isdigit(c) == 0; });
+  // The file is empty for a moment: its holder locks it first and then writes its process id.
+  return pid.empty() ? "another process" : "process " + pid;
+}
+
+}  // namespace
+
+SocketLock::SocketLock(std::string const& socketPath) {
+  std::string const path = socketPath + ".lock";
+  // Readable by nobody else: whoever can open the file could lock it and keep the host from starting.
+  descriptor_ = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
+  if (descriptor_ < 0) throw SocketError(path + ": " + std::strerror(errno));
+  if (flock(descriptor_, LOCK_EX | LOCK_NB) != 0) {
+    std::string const reason =
+        errno == EWOULDBLOCK ? "held by " + holder(descriptor_) : std::string(std::strerror(errno));
+    close(descriptor_);
+    throw SocketError(socketPath + ": " + reason);
+  }
+  std::string const pid = std::to_string(getpid()) + "\n";
+  if (ftruncate(descriptor_, 0) != 0 ||
+      pwrite(descriptor_, pid.data(), pid.size(), 0) != static_cast<ssize_t>(pid.size())) {
+    std::string const reason = std::strerror(errno);
+    close(descriptor_);
+    throw SocketError(path + ": " + reason);
+  }
+}
+
+SocketLock::~SocketLock() { close(descriptor_); }
 
 namespace {
 
@@ -31,7 +95,7 @@ void makeDirectoryOf(std::string const& path) {
   if (mkdir(directory.c_str(), 0755) != 0 && errno != EEXIST) failSystem(directory);
 }
 
-// Only while the lock is held: what is there then belongs to no living process.
+// The caller holds the lock, so a socket that is there was left by a process that has died.
 void removeStale(std::string const& path) {
   struct stat status {};
   if (lstat(path.c_str(), &status) != 0) {
@@ -44,18 +108,7 @@ void removeStale(std::string const& path) {
 
 }  // namespace
 
-class Server::Listener : public Kel::FileDescriptor::NotifieeConst {
- public:
-  Listener(Kel::Ptr<Kel::FileDescriptor const> descriptor, Server& server)
-      : NotifieeConst(std::move(descriptor)), server_(server) {}
-  void onReadableCount() override { server_.acceptClients(); }
-
- private:
-  Server& server_;
-};
-
-Server::Server(Tree& tree, Options options)
-    : tree_(tree), options_(std::move(options)), watched_(Kel::makePtr<Kel::FileDescriptor>()) {
+Server::Server(Tree& tree, Options options) : tree_(tree), options_(std::move(options)) {
   if (!options_.roleOf)
     options_.roleOf = [this](int descriptor) { return peerRole(descriptor, options_.group); };
   makeDirectoryOf(options_.path);
@@ -66,8 +119,6 @@ Server::Server(Tree& tree, Options options)
     if (descriptor_ >= 0) close(descriptor_);
     throw;
   }
-  pause_ = Kel::makePtr<Alarm>([this] { watched_->notifyOnReadableIs(connections_.size() < maxClients); });
-  listener_ = Kel::makePtr<Listener>(watched_, *this);
   watched_->descriptorIs(descriptor_);
   watched_->notifyOnReadableIs(true);
 }
@@ -103,7 +154,7 @@ void Server::acceptClients() {
       admit(client);
     } else if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
       watched_->notifyOnReadableIs(false);
-      pause_->timeMinIs(Kel::now() + pauseWithoutDescriptors);
+      pause_.in(pauseWithoutDescriptors);
       return;
     } else if (errno != EINTR && errno != ECONNABORTED) {
       return;

@@ -12,14 +12,41 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <stdexcept>
 #include <string>
 
+#include "platform/kel/Clock.h"
 #include "platform/kel/FileDescriptor.h"
-#include "platform/statebase/Alarm.h"
-#include "platform/statebase/SocketLock.h"
+#include "platform/kel/Reactor.h"
 #include "platform/statebase/Tree.h"
 
 namespace Statebase {
+
+// The role of who is at the other end of a Unix socket, as the kernel saw it when it connected (unix(7):
+// SO_PEERCRED, SO_PEERGROUPS). The superuser and the user of this process are root; members of `group` are
+// the group; anyone else is nobody.
+Role peerRole(int descriptor, std::optional<gid_t> group);
+
+// Why a socket cannot be served: who holds it, or what is in the way.
+class SocketError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// Makes sure that one process at a time serves a socket: holds a lock on "<socket>.lock", which names the
+// process; the kernel drops the lock however the process ends. The file stays, since a file that is removed
+// could be locked by two.
+class SocketLock {
+ public:
+  // Throws SocketError, naming the process that holds the lock.
+  explicit SocketLock(std::string const& socketPath);
+  ~SocketLock();
+  SocketLock(SocketLock const&) = delete;
+  SocketLock& operator=(SocketLock const&) = delete;
+
+ private:
+  int descriptor_ = -1;
+};
 
 class Connection;
 
@@ -32,7 +59,7 @@ class Server {
     std::string path;
     // Members of this group may connect, besides root and the user of this process.
     std::optional<gid_t> group;
-    // By default peerRole (Peer.h). Who has no role is closed at once.
+    // By default peerRole. Who has no role is closed at once.
     std::function<Role(int descriptor)> roleOf;
   };
 
@@ -47,8 +74,6 @@ class Server {
   std::size_t clients() const { return connections_.size(); }
 
  private:
-  class Listener;
-
   void listenAt(std::string const& path);
   void acceptClients();
   void admit(int descriptor);
@@ -58,10 +83,11 @@ class Server {
   Options options_;
   std::unique_ptr<SocketLock> lock_;
   int descriptor_ = -1;
-  Kel::Ptr<Kel::FileDescriptor> watched_;
-  Kel::Ptr<Listener> listener_;
+  Kel::Ptr<Kel::FileDescriptor> watched_ = Kel::makePtr<Kel::FileDescriptor>();
+  Kel::Reactor listener_{watched_, &Kel::FileDescriptor::NotifieeConst::onReadableCount, this,
+                         &Server::acceptClients};
   // Ends a pause in accepting, when the process is out of descriptors.
-  Kel::Ptr<Alarm> pause_;
+  Kel::Alarm pause_{[this] { watched_->notifyOnReadableIs(connections_.size() < maxClients); }};
   std::map<Connection*, Kel::Ptr<Connection>> connections_;
 };
 

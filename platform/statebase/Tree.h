@@ -1,7 +1,7 @@
 // The state tree: entities mounted at paths, read and written by generic code through their type
 // descriptions.
 //
-// A path (Path.h) names a directory ("/interface"), a mounted entity, one of its attributes, an entry of a
+// A path (Json.h) names a directory ("/interface"), a mounted entity, one of its attributes, an entry of a
 // collection, or, through the entities held, anything further down:
 // /interface/status/ethPhy/intfStatus/Ethernet1~11/linkStatus. References are shown as null and never walked.
 //

@@ -1,5 +1,5 @@
-// Writing: the same walk twice, first only to check, then to apply.
-#include "platform/statebase/Path.h"
+// Writing walks the input twice: the first walk only checks, the second one applies.
+#include "platform/statebase/Json.h"
 #include "platform/statebase/Tree.h"
 
 namespace Statebase {
@@ -18,9 +18,9 @@ using Kel::ValueMap;
   throw Refusal(Refusal::Kind::badValue, std::move(path), std::move(reason));
 }
 
-// While checking, the functions of the type descriptions are given no entity: they look at the input only.
-// While applying, a handler may remove what is being written; then the rest of it has nowhere to go, which is
-// no error.
+// The walk that checks hands no entity to the functions of the type descriptions, so that they look at the
+// input only. During the walk that applies, a handler may remove the entity that is being written; the rest
+// of its input is then dropped, which is no error.
 class Writer {
  public:
   explicit Writer(bool checking) : checking_(checking) {}
@@ -53,7 +53,7 @@ class Writer {
     create(type, owner, key, path);
   }
 
-  // The entity that `owner` holds, made first when it is absent.
+  // Writes the entity that `owner` holds; makes it first when it is absent.
   void held(AttributeType const& type, Entity* owner, std::string const& key, std::string const& path,
             Value const& value, bool replace) const {
     Entity* existing = owner != nullptr ? type.child(*owner, key) : nullptr;

@@ -3,14 +3,14 @@
 #include <algorithm>
 
 #include "platform/kel/Assert.h"
-#include "platform/statebase/Path.h"
+#include "platform/statebase/Json.h"
 
 namespace Statebase {
 
 namespace {
 
-// What can be resolved of a path whose last part may not exist at present: an attribute that only a derived
-// type has is unknown while the entity is absent.
+// The deepest location on the way to `path` that can be resolved now. The end of a path may be unknown for a
+// time: an attribute of a derived type cannot be resolved while its entity is absent.
 Tree::Location closest(Tree const& tree, std::string path) {
   for (;;) {
     try {
@@ -39,7 +39,7 @@ void Watch::attach() {
     }
     paths.paths.insert(path);
   };
-  // Those on the way too: the path's end may come and go.
+  // The entities on the way to the path are watched too: they tell when its end comes and goes.
   Tree::Location const at = closest(tree_, path_);
   for (auto const& [entity, path] : at.passed) add(entity, path);
   tree_.visit(at, add);

@@ -22,7 +22,6 @@ class Watch : private Kel::Watcher {
   Watch& operator=(Watch const&) = delete;
 
   std::string const& path() const { return path_; }
-  Kel::Value value() const { return tree_.getOrNull(path_); }
 
   bool hasPending() const { return !pending_.empty(); }
   // The path that changed first and is not fetched yet; what it holds now is the tree's to say.

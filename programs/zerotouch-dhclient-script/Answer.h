@@ -2,8 +2,7 @@
 // boot-file name comes last, since the agent acts on it. Values that are missing or bad have none.
 #pragma once
 
-#include "platform/kel/Value.h"
-#include "programs/zerotouch-dhclient-script/Complaints.h"
+#include "platform/kel/EntityType.h"
 #include "programs/zerotouch-dhclient-script/Environment.h"
 
 namespace Hook {

@@ -1,6 +1,9 @@
 #include "programs/zerotouch-dhclient-script/Environment.h"
 
 #include <algorithm>
+#include <charconv>
+
+#include "platform/model/values/Grammar.h"
 
 namespace Hook {
 
@@ -57,6 +60,32 @@ std::string_view plainOption(Environment const& environment, std::string_view op
 
 std::string textOption(Environment const& environment, std::string_view option) {
   return unescaped(plainOption(environment, option));
+}
+
+std::vector<std::string_view> words(std::string_view text) {
+  std::vector<std::string_view> result;
+  for (;;) {
+    text.remove_prefix(std::min(text.find_first_not_of(' '), text.size()));
+    if (text.empty()) return result;
+    result.push_back(text.substr(0, text.find(' ')));
+    text.remove_prefix(result.back().size());
+  }
+}
+
+std::optional<std::uint32_t> number(std::string_view text, std::uint32_t least, std::uint32_t most) {
+  std::uint32_t result = 0;
+  auto const [end, error] = std::from_chars(text.data(), text.data() + text.size(), result);
+  bool const isNumber = error == std::errc() && end == text.data() + text.size();
+  return isNumber && result >= least && result <= most ? std::optional(result) : std::nullopt;
+}
+
+void Complaints::drop(std::string_view option, std::string_view value, std::string_view reason) {
+  add("dropped from option " + std::string(option) + ": " + quoted(value) + ": " + std::string(reason));
+}
+
+std::string quoted(std::string_view text) {
+  constexpr std::size_t longestShown = 64;
+  return '"' + Grammar::printable(text, longestShown) + '"';
 }
 
 }  // namespace Hook

@@ -1,11 +1,17 @@
 #include "programs/zerotouch-dhclient-script/Message.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
+#include <cerrno>
+#include <cstring>
+#include <limits>
 
-#include "platform/statebase/Path.h"
+#include "platform/model/values/Grammar.h"
+#include "platform/statebase/Json.h"
 #include "programs/zerotouch-dhclient-script/Answer.h"
-#include "programs/zerotouch-dhclient-script/Checks.h"
 
 namespace Hook {
 
@@ -60,7 +66,7 @@ std::optional<Message> messageFor(Environment const& environment, Complaints& co
   if (reason->effect == Effect::cleanUp) return Message{"delete", {{"path", records}}};
 
   std::string const device(variable(environment, "interface"));
-  if (auto const wrong = wrongWithDevice(device); !wrong.empty()) {
+  if (auto const wrong = Grammar::deviceNameFault(device); !wrong.empty()) {
     complaints.add("the variable 'interface' names no device: " + quoted(device) + " is " + wrong);
     return std::nullopt;
   }
@@ -73,6 +79,34 @@ std::optional<Message> messageFor(Environment const& environment, Complaints& co
 bool hostWaits(Environment const& environment) {
   Reason const* const reason = find(variable(environment, "reason"));
   return reason != nullptr && reason->effect == Effect::cleanUp;
+}
+
+std::string leaseRecord(Environment const& environment) {
+  Reason const* const reason = find(variable(environment, "reason"));
+  std::string_view const device = variable(environment, "interface");
+  if (reason == nullptr || reason->effect != Effect::answered || reason->v6 ||
+      !Grammar::deviceNameFault(device).empty())
+    return {};
+  auto const address = Wire::IpAddr::fromString(plainOption(environment, "ip-address"));
+  auto const server = Wire::IpAddr::fromString(plainOption(environment, "dhcp-server-identifier"));
+  auto const expiry =
+      number(plainOption(environment, "expiry"), 1, std::numeric_limits<std::uint32_t>::max());
+  if (!address || !server || !expiry || device.find('"') != std::string_view::npos) return {};
+  std::string const end = "epoch " + std::to_string(*expiry) + ";\n";
+  return "lease {\n  interface \"" + std::string(device) + "\";\n  fixed-address " + address->stringValue() +
+         ";\n  option dhcp-server-identifier " + server->stringValue() + ";\n  renew " + end + "  rebind " +
+         end + "  expire " + end + "}\n";
+}
+
+std::string keepLease(Environment const& environment) {
+  std::string const path(variable(environment, "ZEROTOUCH_LEASES"));
+  std::string const record = leaseRecord(environment);
+  if (path.empty() || record.empty()) return {};
+  int const file = open(path.c_str(), O_WRONLY | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+  bool const written = file >= 0 && write(file, record.data(), record.size()) == ssize_t(record.size());
+  std::string const error = written ? "" : "lease file " + path + ": " + std::strerror(errno);
+  if (file >= 0) close(file);
+  return error;
 }
 
 }  // namespace Hook

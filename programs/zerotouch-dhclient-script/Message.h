@@ -1,10 +1,7 @@
-// From the client's variables to what the state tree is told.
+// What the hook makes of the client's variables: the message for the state tree, and the record of the lease.
 #pragma once
 
-#include <optional>
-
-#include "platform/kel/Value.h"
-#include "programs/zerotouch-dhclient-script/Complaints.h"
+#include "platform/kel/EntityType.h"
 #include "programs/zerotouch-dhclient-script/Environment.h"
 
 namespace Hook {
@@ -21,7 +18,19 @@ struct Message {
 // texts are limited so that a message always fits into one line of the socket.
 std::optional<Message> messageFor(Environment const& environment, Complaints& complaints);
 
-// Whether the host waits for the end of the hook, and so cannot answer in the meantime.
+// Whether the host waits for the hook to end, and so cannot answer meanwhile.
 bool hostWaits(Environment const& environment);
+
+// The lease in the client's own file (dhclient.leases(5)).
+//
+// The DHCPv4 client writes a lease down only after its script has ended, and may be stopped before it comes
+// to that, because of what the script said. Without the record the lease could not be handed back.
+
+// The record of a DHCPv4 answer; empty when there is none, or values that it needs are missing or bad.
+std::string leaseRecord(Environment const& environment);
+
+// Appends the record to the file that the variable "ZEROTOUCH_LEASES" names; "" or what went wrong. Nothing
+// is done without the variable or a record. A file that is not there is not made.
+std::string keepLease(Environment const& environment);
 
 }  // namespace Hook

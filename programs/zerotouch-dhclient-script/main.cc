@@ -9,7 +9,6 @@
 #include <iostream>
 
 #include "platform/statebase/Client.h"
-#include "programs/zerotouch-dhclient-script/LeaseRecord.h"
 #include "programs/zerotouch-dhclient-script/Message.h"
 
 namespace {
@@ -21,14 +20,14 @@ constexpr char const* defaultSocket = "/run/zerotouch/statebase.sock";
 // has confirmed: it is to let go of that.
 int exitCode = 0;
 
-// Everything takes no longer than this, in seconds; less when the host stands still meanwhile.
+// The program ends after this many seconds, and sooner when the host waits for it.
 constexpr unsigned deadline = 5;
 constexpr unsigned deadlineOfHost = 1;
-// What connecting and sending may each take of it, while the host has too much to do to accept us.
+// How long connecting and sending may each take, in seconds, when the host is too busy to answer.
 constexpr double patience = 4;
 constexpr double patienceOfHost = 0.1;
 
-// What we were stuck in may have been the very output.
+// The program may have been stuck in writing to its standard error, so that is tested first.
 void onDeadline(int) {
   constexpr std::string_view text = "zerotouch-dhclient-script: gave up, it took too long\n";
   pollfd output{.fd = STDERR_FILENO, .events = POLLOUT, .revents = 0};
@@ -73,11 +72,12 @@ int main() {
   std::signal(SIGPIPE, SIG_IGN);
   openlog(name, 0, LOG_DAEMON);
 
-  // Before the message, which may have the client stopped.
+  // The lease is written down before the message is sent, since the message may make the host stop the
+  // client.
   std::string const leaseError = Hook::keepLease(environment);
   Hook::Complaints complaints;
   auto message = Hook::messageFor(environment, complaints);
-  // The message first: telling people can take its time.
+  // The message is sent before the warnings are written, since writing them can take long.
   if (message) send(std::move(*message), Hook::variable(environment, "STATEBASESOCKNAME"), hostWaits);
   if (!leaseError.empty()) warn(leaseError);
   for (auto const& line : complaints.lines()) warn(line);

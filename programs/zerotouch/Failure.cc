@@ -9,7 +9,6 @@
 #include <cstring>
 
 #include "platform/statebase/Json.h"
-#include "platform/statebase/Path.h"
 #include "programs/zerotouch/Nearest.h"
 #include "programs/zerotouch/Output.h"
 

@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "platform/kel/EntityType.h"
 #include "platform/kel/Types.h"
-#include "platform/kel/Value.h"
 
 namespace ZeroTouchCommand {
 

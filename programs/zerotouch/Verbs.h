@@ -5,7 +5,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "platform/kel/Value.h"
+#include "platform/kel/EntityType.h"
 #include "platform/statebase/Client.h"
 
 namespace ZeroTouchCommand {

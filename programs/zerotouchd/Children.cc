@@ -1,12 +1,9 @@
 #include "programs/zerotouchd/Children.h"
 
 #include <csignal>
-#include <filesystem>
 #include <fstream>
 #include <sstream>
 
-#include "platform/linux/Place.h"
-#include "platform/linux/WholeFile.h"
 #include "programs/zerotouchd/Console.h"
 
 namespace {
@@ -29,9 +26,8 @@ std::uint64_t startTime(pid_t pid) {
 
 }  // namespace
 
-Children::Children(Kel::String path) : path_(std::move(path)), place_(Linux::thisPlace("pid") + "\n") {
-  std::error_code error;
-  std::filesystem::create_directories(std::filesystem::path(path_).parent_path(), error);
+Children::Children(Kel::String const& runDirectory)
+    : memory_(runDirectory + "/children", Kel::BootMemory::inNamespace("pid")) {
   endLeftovers();
   Kel::childRunnerIs(this);
 }
@@ -55,9 +51,7 @@ int Children::kill(pid_t pid, int signal) { return runner_.kill(pid, signal); }
 void Children::reap(pid_t pid) { runner_.reap(pid); }
 
 void Children::endLeftovers() const {
-  std::istringstream file(Linux::readWhole(path_).value_or(""));
-  Kel::String place;
-  if (!std::getline(file, place) || place + "\n" != place_) return;
+  std::istringstream file(memory_.contents().value_or(""));
   pid_t pid = 0;
   std::uint64_t start = 0;
   while (file >> pid >> start) {
@@ -69,7 +63,7 @@ void Children::endLeftovers() const {
 
 // Without the file nothing is ended by the next host; there is no more to it.
 void Children::write() const {
-  Kel::String text = place_;
+  Kel::String text;
   for (auto const& [pid, start] : running_) text += std::to_string(pid) + " " + std::to_string(start) + "\n";
-  Linux::replaceWhole(path_, text, 0600);
+  memory_.keep(text);
 }

@@ -4,12 +4,13 @@
 
 #include <map>
 
-#include "platform/kel/PosixChildRunner.h"
+#include "platform/kel/BootMemory.h"
+#include "platform/kel/Child.h"
 
 class Children : public Kel::ChildRunner {
  public:
   // Becomes the runner of this process. Call once no other host can run.
-  explicit Children(Kel::String path);
+  explicit Children(Kel::String const& runDirectory);
   ~Children() override;
   Children(Children const&) = delete;
   Children& operator=(Children const&) = delete;
@@ -24,8 +25,7 @@ class Children : public Kel::ChildRunner {
   void write() const;
 
   Kel::PosixChildRunner runner_;
-  Kel::String path_;
-  Kel::String place_;
+  Kel::BootMemory memory_;
   // By process id the time of its start, which tells a process from a later one with its id.
   std::map<pid_t, std::uint64_t> running_;
 };

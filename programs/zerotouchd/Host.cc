@@ -36,7 +36,7 @@ Host::Host(HostConfig config, std::string initialValues, bool openTree)
   if (std::getenv("JOURNAL_STREAM") == nullptr) Kel::logSinkIs(printEvent);
   // Children that the agent starts while it is made need the socket already.
   serve();
-  children_.emplace(config_.runDirectory + "/children");
+  children_.emplace(config_.runDirectory);
   reloadMark_.emplace(config_.runDirectory);
   decideProvisioning();
   if (config_.linuxAdapter)

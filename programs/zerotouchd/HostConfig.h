@@ -7,9 +7,9 @@
 #include <optional>
 
 #include "platform/kel/Types.h"
-#include "platform/linux/Inventory.h"
-#include "platform/linux/PortSelection.h"
-#include "platform/linux/SystemConfig.h"
+#include "platform/linux/links/Ports.h"
+#include "platform/linux/system/Commands.h"
+#include "platform/linux/system/Inventory.h"
 
 struct HostConfig {
   // [system]

@@ -9,11 +9,11 @@ Linux::Entities adapted(ZeroTouch::MountedEntities const& entities) {
           .ethIntfStatusDir = entities.eisd,
           .allIntfStatusDir = entities.aisd,
           .allIntfStatusLocalDir = entities.aisld,
-          .kernelNetInfoStatus = entities.kernelNetInfo,
+          .kernelNetInfoStatus = entities.kernelNetInfoStatus,
           .ipStatus = entities.ipStatus,
           .ip6Status = entities.ip6Status,
           .raPacketStatus = entities.raPacketStatus,
-          .entityMibStatus = entities.entityMib,
+          .entityMibStatus = entities.entityMibStatus,
           .netStatus = entities.netStatus,
           .ethPhyIntfConfigDir = entities.epicd,
           .vlanIntfConfigDir = entities.vicd,
@@ -22,7 +22,7 @@ Linux::Entities adapted(ZeroTouch::MountedEntities const& entities) {
           .ip6Config = entities.ip6Config,
           .routingConfig = entities.routingConfig,
           .netConfig = entities.netConfig,
-          .logConfig = entities.logConfig,
+          .logConfig = entities.sysLoggingConfig,
           .reloadConfig = entities.reloadConfig};
 }
 

@@ -2,8 +2,8 @@
 #pragma once
 
 #include "platform/linux/Adapter.h"
+#include "platform/model/handles.h"
 #include "programs/zerotouchd/HostConfig.h"
-#include "zerotouch/agent/MountedEntities.h"
 
 class LinuxPlatform {
  public:

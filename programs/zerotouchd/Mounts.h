@@ -3,8 +3,8 @@
 
 #include <vector>
 
+#include "platform/model/handles.h"
 #include "platform/statebase/Tree.h"
-#include "zerotouch/agent/MountedEntities.h"
 
 // `open` lets root write all of them, as a platform does from inside: for tests and for trying things out.
 void mount(Statebase::Tree& tree, ZeroTouch::MountedEntities const& entities, bool open);

@@ -3,7 +3,7 @@
 #include <iostream>
 
 #include "platform/kel/Trace.h"
-#include "platform/linux/LogHostApplier.h"
+#include "platform/linux/system/LogHostApplier.h"
 #include "platform/statebase/InitialValues.h"
 #include "programs/zerotouchd/BadInput.h"
 #include "programs/zerotouchd/Console.h"

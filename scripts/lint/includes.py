@@ -18,6 +18,7 @@ ROOMS = {
     "platform/linux": ["platform/kel", "platform/model"],
     "zerotouch": ["platform/kel", "platform/model"],
     "programs": ["platform", "zerotouch"],
+    "bench": ["platform", "zerotouch"],
     "tests": ["platform", "zerotouch", "programs"],
 }
 
@@ -29,7 +30,8 @@ LIBRARIES = {
     r"linux/|net/|netinet/|netpacket/": ["platform/linux", "platform/model", "tests"],
     r"curl/": ["zerotouch/fetch", "tests"],
     r"toml\+\+/|CLI/": ["programs"],
-    r"gtest/|gmock/|benchmark/": ["tests"],
+    r"gtest/|gmock/": ["tests"],
+    r"benchmark/": ["bench"],
 }
 
 
@@ -54,7 +56,7 @@ def problems(path):
 
 
 def main():
-    found = [problem for folder in ("platform", "zerotouch", "programs", "tests")
+    found = [problem for folder in ("platform", "zerotouch", "programs", "bench", "tests")
              for path in sorted((ROOT / folder).rglob("*")) if path.suffix in (".h", ".cc")
              for problem in problems(path)]
     print("\n".join(found) if found else "includes: ok")

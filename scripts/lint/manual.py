@@ -5,6 +5,7 @@ import pathlib
 import re
 import subprocess
 import sys
+import tomllib
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 BIN = pathlib.Path(sys.argv[1]).resolve() / "bin"
@@ -65,9 +66,9 @@ def check_variables():
 
 def check_handles():
     """The entities that a platform mounts, in their order."""
-    handles = re.findall(r"^  Kel::Ptr<[\w:]+> (\w+) =", (ROOT / "zerotouch/agent/MountedEntities.h").read_text(), re.M)
+    handles = list(tomllib.loads((ROOT / "platform/model/schema/agent.toml").read_text())["handles"])
     if re.findall(r"^\| `(\w+)` \|", (ROOT / "docs/porting.md").read_text(), re.M) != handles:
-        problems.append("docs/porting.md: the entities are not those of MountedEntities.h, in their order")
+        problems.append("docs/porting.md: the entities are not the handles of agent.toml, in their order")
 
 
 def check_format():

@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "platform/kel/Assert.h"
-#include "platform/linux/WholeFile.h"
+#include "platform/kel/WholeFile.h"
 #include "tests/unit/support/TemporaryFolder.h"
 
 using namespace std::literals;
@@ -41,7 +41,7 @@ class ScratchFile {
     KEL_ASSERT(::write(file, content.data(), content.size()) == ssize_t(content.size()), "room for the file");
     close(file);
   }
-  std::string read() const { return Linux::readWhole(path_).value_or("(absent)"); }
+  std::string read() const { return Kel::readFile(path_).value_or("(absent)"); }
 
  private:
   TemporaryFolder folder_;

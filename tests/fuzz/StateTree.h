@@ -1,4 +1,4 @@
-// A state tree with entities of each kind of access, and what to expect of an answer.
+// A state tree with entities of each kind of access.
 #pragma once
 
 #include "platform/model/agent.h"
@@ -16,7 +16,7 @@ struct StateTree : Statebase::RpcSession {
     tree.mount("/entityMib/status", Kel::makePtr<EntityMib::Status>(), Statebase::Access::readOnly);
   }
   Statebase::Role role() const override { return Statebase::Role::root; }
-  Kel::Value watch(std::string const&) override { return {}; }
+  void watch(std::vector<std::string> const&) override {}
   bool unwatch(std::string const&) override { return false; }
   std::string answer(std::string_view line) { return rpcAnswer(tree, *this, line); }
 };
@@ -26,13 +26,4 @@ inline std::optional<Kel::Value> parsed(std::string_view text) try {
   return Statebase::parseJson(text);
 } catch (Statebase::JsonError const&) {
   return std::nullopt;
-}
-
-// The id in the answer to a request, as JSON; nothing when there is to be no answer.
-inline std::optional<std::string> answeredId(std::optional<Kel::Value> const& request) {
-  if (!request || request->as<Kel::ValueMap>() == nullptr) return "null";
-  Kel::Value const* const id = Statebase::member(*request, "id");
-  if (id == nullptr) return std::nullopt;
-  bool const isPlain = !id->as<bool>() && !id->as<Kel::ValueList>() && !id->as<Kel::ValueMap>();
-  return isPlain ? Statebase::dumpJson(*id) : "null";
 }

@@ -1,25 +1,18 @@
 // The system EEPROM: as it is given, and with a header and a checksum that fit what is given.
-#include "platform/linux/Eeprom.h"
+#include "platform/linux/system/Inventory.h"
 #include "tests/fuzz/Fuzz.h"
 
 namespace {
 
 void parse(std::string_view data) {
-  std::vector<std::uint8_t> const bytes(data.begin(), data.end());
   Linux::EepromContents out;
   out.serialNumber = "untouched";
-  if (!Linux::parseEeprom(bytes, out).empty()) {
+  if (!Linux::parseEeprom(std::vector<std::uint8_t>(data.begin(), data.end()), out).empty()) {
     KEL_ASSERT(out.serialNumber == "untouched" && !out.baseMacAddr, "refused contents change nothing");
     return;
   }
-  for (Kel::String const& text : {out.productName, out.serialNumber, out.labelRevision}) {
-    KEL_ASSERT(isPrintable(text) && !text.ends_with(' '), "a text for people");
-    KEL_ASSERT(data.find(text) != data.npos, "from the EEPROM");
-  }
-  if (out.baseMacAddr) {
-    std::string const mac(out.baseMacAddr->bytes.begin(), out.baseMacAddr->bytes.end());
-    KEL_ASSERT(data.find("\x24\x06" + mac) != data.npos, "from the EEPROM");
-  }
+  for (Kel::String const& text : {out.productName, out.serialNumber, out.labelRevision})
+    KEL_ASSERT(isPrintable(text) && data.find(text) != data.npos, "a text for people, from the EEPROM");
 }
 
 std::string bigEndian(std::size_t value, unsigned bytes) {

@@ -10,7 +10,7 @@ int main(int argc, char* argv[]) {
   for (auto const& entry : std::filesystem::directory_iterator(argv[1])) files.insert(entry.path());
   for (auto const& file : files) {
     std::cout << file.filename().string() << std::endl;  // the last one that is named has failed
-    fuzz(Linux::readWhole(file.string()).value());
+    fuzz(Kel::readFile(file.string()).value());
   }
   return files.empty() ? 1 : 0;
 }

@@ -1,8 +1,8 @@
 // What an HTTP request says of the switch, from the files of its software's version and of its architecture
 // and from what the firmware tells (DMI). In the input they are parted by a line of "--".
-#include "platform/linux/Inventory.h"
+#include "platform/linux/system/Inventory.h"
 #include "tests/fuzz/Fuzz.h"
-#include "zerotouch/fetch/RequestHeaders.h"
+#include "zerotouch/fetch/BootFile.h"
 
 void fuzz(std::string_view input) {
   static ScratchFile const version;

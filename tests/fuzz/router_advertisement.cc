@@ -1,5 +1,5 @@
 // Router advertisements: the hop limit, 16 bytes of source address, the message.
-#include "platform/linux/RouterAdvertisement.h"
+#include "platform/linux/packets/RouterAdvertisements.h"
 #include "tests/fuzz/Fuzz.h"
 
 void fuzz(std::string_view input) {

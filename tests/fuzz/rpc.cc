@@ -6,6 +6,15 @@ using Statebase::member;
 
 namespace {
 
+// The id in the answer to a request, as JSON; nothing when there is to be no answer.
+std::optional<std::string> answeredId(std::optional<Kel::Value> const& request) {
+  if (!request || request->as<Kel::ValueMap>() == nullptr) return "null";
+  Kel::Value const* const id = member(*request, "id");
+  if (id == nullptr) return std::nullopt;
+  bool const isPlain = !id->as<bool>() && !id->as<Kel::ValueList>() && !id->as<Kel::ValueMap>();
+  return isPlain ? dumpJson(*id) : "null";
+}
+
 // Whether the request was carried out, as far as the answer tells.
 bool checkAnswer(std::optional<Kel::Value> const& request, std::string const& answer) {
   auto const id = answeredId(request);

@@ -1,6 +1,6 @@
 // What a configuration script wrote, as an event tells it.
 #include "tests/fuzz/Fuzz.h"
-#include "zerotouch/fetch/ScriptOutput.h"
+#include "zerotouch/fetch/Install.h"
 
 void fuzz(std::string_view input) {
   static ScratchFile const file;

@@ -1,6 +1,6 @@
 // The settings file on flash, and where its SAVE_FILE puts the startup configuration.
 #include "tests/fuzz/Fuzz.h"
-#include "zerotouch/fetch/SaveFile.h"
+#include "zerotouch/fetch/Install.h"
 #include "zerotouch/utils/SettingsFile.h"
 
 namespace {

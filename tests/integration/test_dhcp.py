@@ -47,7 +47,7 @@ def switch(two_ports):
         lab.add_veth(1)
     lab.plug(1)
     yield from ended_well(lab)
-    wait_for(lambda: clients(lab) == [], "the clients to end", 5)
+    wait_for(lambda: clients(lab) == [], "the clients to end")
 
 
 def dhcp(lab):
@@ -64,13 +64,13 @@ def wait_dhcp(lab, rows):
 
 def wait_fetching(lab):
     lab.host.wait_state("stateFetchConfig")
-    wait_for(lambda: clients(lab) == [], "the clients to be stopped", 5)
+    wait_for(lambda: clients(lab) == [], "the clients to be stopped")
 
 
 def wait_provisioned(lab):
     wait_for(lab.host.reload_requested, "the reload")
     assert (lab.host.flash / "startup-config").read_text() == "hostname provisioned\n"
-    wait_for(lambda: clients(lab) == [], "the clients to end", 5)
+    wait_for(lambda: clients(lab) == [], "the clients to end")
 
 
 FIRST = "no, Ethernet2 was first"
@@ -96,7 +96,7 @@ def test_the_port_that_is_answered_is_chosen_and_its_lease_given_back(switch, sc
     assert switch.host.get("/zerotouch/sm/choosenIntf") == "Ethernet2"
     switch.host.cli("cancel")
     wait_for(switch.host.reload_requested, "the reload")
-    wait_for(lambda: clients(switch) == [], "the release to end", 5)
+    wait_for(lambda: clients(switch) == [], "the release to end")
     if scenario != "dhcpv6-stateless":  # which has no lease
         assert switch.processes.log("dnsmasq").read_text().count("DHCPRELEASE(p2)") == 1
         assert {row[3] for (port, _), row in dhcp(switch).items() if port == 2} == {"yes, its lease was given back"}

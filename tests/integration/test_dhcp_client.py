@@ -7,7 +7,7 @@ import subprocess
 import pytest
 
 from lab.host import BUILD
-from lab.polling import wait_for
+from lab.polling import LIMIT, wait_for
 from lab.processes import start_time
 
 HOOK = BUILD / "bin" / "zerotouch-dhclient-script"
@@ -17,7 +17,7 @@ SHIM = BUILD / "bin" / "zerotouch-dhclient"
 @pytest.mark.parametrize("reason, code", [("BOUND", 0), ("TIMEOUT", 1)])
 def test_the_hook_says_that_there_is_no_host(tmp_path, reason, code):
     environment = {"STATEBASESOCKNAME": f"{tmp_path}/none", "reason": reason, "interface": "et1"}
-    result = subprocess.run([HOOK], env=environment, capture_output=True, text=True, timeout=20)
+    result = subprocess.run([HOOK], env=environment, capture_output=True, text=True, timeout=LIMIT)
     assert result.returncode == code and "No such file or directory" in result.stderr
 
 
@@ -29,7 +29,7 @@ def test_the_hook_ends_though_nobody_takes_what_it_says(tmp_path):
             pass
     os.set_blocking(writer, True)
     environment = {"reason": "CLEANUP", "STATEBASESOCKNAME": f"{tmp_path}/none"}
-    assert subprocess.run([HOOK], env=environment, stderr=writer, timeout=4).returncode == 0
+    assert subprocess.run([HOOK], env=environment, stderr=writer, timeout=LIMIT).returncode == 0
     os.close(reader)
     os.close(writer)
 
@@ -59,7 +59,7 @@ def test_the_shim_becomes_the_client_and_goes_with_its_parent(fake):
                                            f"ZEROTOUCH_LEASES={fake / 'leases'}"])
     assert (fake / "leases").read_bytes() == b""
     (fake / "end").touch()
-    assert process.wait(20) == 7
+    assert process.wait(LIMIT) == 7
 
     (fake / "started").unlink()
     (fake / "end").unlink()
@@ -77,7 +77,7 @@ def test_a_release_outlasts_a_request_to_stop_but_not_for_ever(fake, finishes, h
     process.send_signal(how)
     if finishes:
         (fake / "end").touch()
-    assert process.wait(20) == code
+    assert process.wait(LIMIT) == code
     wait_for(lambda: start_time(pid) is None, "the client to be gone")
 
 
@@ -85,6 +85,6 @@ def test_without_a_client_the_shim_names_what_it_tried(tmp_path):
     (tmp_path / "self").symlink_to(SHIM)
     for client in (tmp_path / "none", tmp_path / "self"):
         result = subprocess.run([SHIM, "-4"], env={"ZEROTOUCH_REAL_DHCLIENT": str(client)}, capture_output=True,
-                                text=True, timeout=20)
+                                text=True, timeout=LIMIT)
         assert result.returncode == 127
         assert result.stderr == f"zerotouch-dhclient: no DHCP client found (tried {client})\n"

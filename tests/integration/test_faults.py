@@ -1,5 +1,6 @@
 """Runs to which something happens: the host is killed, servers fall silent, ports go and come back, disks are full."""
 import signal
+import subprocess
 
 import pytest
 
@@ -42,17 +43,23 @@ def test_after_a_host_that_was_killed_in_any_state_the_next_one_completes_the_ru
 def test_after_a_host_that_was_killed_in_shutdown_the_next_one_sees_to_the_reload(lab):
     lab.begin_in("stateShutdown")
     applied = lab.found()
+    bystander = subprocess.Popen(["sleep", "1000"])  # has the number of a process that the host started
+    with open(lab.host.run_directory / "children", "a", encoding="ascii") as children:
+        children.write(f"{bystander.pid} 1\n")
     for requests in (1, 2):  # before the first, while a lease is released, and after it
         kill_and_start(lab)
         wait_for(lambda: len(lab.host.reload_requested()) == requests, "the reload")
         lab.wait_quiet()
         assert lab.host.get("/zerotouch/config/enabled") is False
-        assert (lab.found(), lab.flash()) == (applied, DONE)
+        assert (lab.found(), lab.flash(), bystander.poll()) == (applied, DONE, None)
+    bystander.kill()
+    bystander.wait()
     assert (lab.host.stop(), lab.found()) == (0, applied)
     lab.host.boot_again()
     assert (lab.flash(), lab.host.reload_requested()) == ({"startup-config": CONFIG, "zerotouch-config": ""}, [])
 
 
+UNHURRIED = 12  # seconds that what is due after one may take on a busy machine; any other limit is longer
 DOWNLOAD = "ZTP_CONFIG_DOWNLOAD", "ZTP_CONFIG_DOWNLOAD_TIMEOUT"
 
 
@@ -72,7 +79,7 @@ def test_a_server_that_falls_silent_is_given_up_in_time_and_asked_again(lab, ser
         ended = wait_for(lambda: lab.events(end)[seen:], end)[0]["time"]
     finally:
         lab.processes.send(server, signal.SIGCONT)
-    assert 1 <= ended - max(event["time"] for event in lab.events(begin) if event["time"] < ended) < 2.5
+    assert 1 <= ended - max(event["time"] for event in lab.events(begin) if event["time"] < ended) < UNHURRIED
     lab.wait_reload()
     assert lab.flash() == DONE
 
@@ -131,7 +138,7 @@ def test_a_flooded_socket_holds_up_neither_the_run_nor_an_operator(lab, monkeypa
     no_quarantine = {"ASAN_OPTIONS": "quarantine_size_mb=1"}  # of what was freed: the sanitizer would keep 256 MB
     monkeypatch.setattr(lab.host, "environment", lab.host.environment | no_quarantine)
     took, rows = flood(lab)
-    assert max(took) < 5
+    assert max(took) < UNHURRIED
     assert max(row["resident"] for row in rows) < rows[0]["resident"] + 100_000
     assert lab.flash() == DONE
 
@@ -150,7 +157,7 @@ def test_a_clock_that_is_set_forth_and_back_changes_no_wait(lab, monkeypatch):
     lab.wait_reload()
     times = [event["time"] for event in lab.events("ZTP_INIT", "ZTP_DHCPv4_QUERY", "ZTP_RETRY")]
     waits = [after - before for before, after in zip(times, times[1:])]
-    assert [wait for wait in waits if not 1 <= wait < 2.5] == []
+    assert [wait for wait in waits if not 1 <= wait < UNHURRIED] == []
     assert -1.5 * DAY < int(lab.flash()["date"]) - times[0] < -0.5 * DAY  # it was set
 
 

@@ -7,6 +7,7 @@ import pytest
 
 from lab.host import ROOT
 from lab.namespace import run
+from lab.polling import LIMIT
 from lab.switch_lab import LABS
 
 pytestmark = pytest.mark.skipif(os.geteuid() != 0, reason="network namespaces need root")
@@ -15,7 +16,7 @@ NAME = f"zttest-{os.getpid()}-cli"
 
 def lab(verb, *arguments, code=0):
     result = subprocess.run([ROOT / "lab" / "lab", verb, "--name", NAME, *arguments], capture_output=True, text=True,
-                            timeout=60, stdin=subprocess.DEVNULL)
+                            timeout=LIMIT, stdin=subprocess.DEVNULL)
     assert result.returncode == code, result.stdout + result.stderr
     return result.stdout if code == 0 else result.stderr
 

@@ -6,7 +6,7 @@ import pytest
 
 from conftest import brought_up, ended_well
 from lab.host import Host, timers
-from lab.polling import wait_for
+from lab.polling import LIMIT, wait_for
 from lab.switch_lab import PLATFORM, Lab
 
 UNITS = ["zerotouchd.service", "zerotouch-settle.service"]
@@ -29,7 +29,7 @@ class InstalledHost(Host):
         return [*self.enter(), "/usr/sbin/zerotouchd", *arguments]
 
     def cli(self, *arguments):
-        return subprocess.run([*self.enter(), "/usr/bin/zerotouch", *arguments], capture_output=True, text=True, timeout=20,
+        return subprocess.run([*self.enter(), "/usr/bin/zerotouch", *arguments], capture_output=True, text=True, timeout=LIMIT,
                               stdin=subprocess.DEVNULL, check=True).stdout
 
 

@@ -5,7 +5,7 @@ import subprocess
 
 import pytest
 
-from lab.polling import wait_for
+from lab.polling import LIMIT, wait_for
 from lab.processes import Processes
 
 # Boots no further than basic.target: what else this system runs is no business of the container.
@@ -24,7 +24,7 @@ chroot root dpkg -i /usr/zerotouch.deb
 exec systemd-nspawn --quiet --directory=root --machine="$3" --register=no --keep-unit --link-journal=no --private-network \\
   --console=pipe --boot systemd.unit=basic.target
 """
-HASTY = "[Service]\nRestartSec=0.1\nWatchdogSec=1\nExecStartPost=/bin/sh -c 'sleep 1000 &'\n"
+HASTY = "[Service]\nRestartSec=0.1\nWatchdogSec=5\nExecStartPost=/bin/sh -c 'sleep 1000 &'\n"
 FAILED = {"ABRT": "status=6/ABRT", "KILL": "status=9/KILL", "STOP": "Watchdog timeout"}
 
 
@@ -46,7 +46,7 @@ class Machine:
 
     def run(self, *argv, check=True, text=""):
         result = subprocess.run(["nsenter", "--target", self.container, "--all", *argv], text=True, input=text,
-                                capture_output=True, timeout=30)
+                                capture_output=True, timeout=LIMIT)
         assert not check or result.returncode == 0, result.stdout + result.stderr
         return result.stdout
 

@@ -52,10 +52,8 @@ void advertisement(World& world, Choice& choice) {
   unsigned const index = choice.of(World::portCount + 1);
   bool const managed = choice.chance(2);
   bool const gone = choice.chance(4);
-  world.note(Kel::format("router on %s: %s", World::portName(index),
-                         gone      ? "gone"
-                         : managed ? "managed"
-                                   : "stateless"));
+  char const* const what = gone ? "gone" : managed ? "managed" : "stateless";
+  world.note(Kel::format("router on %s: %s", World::portName(index), what));
   if (gone) {
     world.platform.raPacketStatus->raPacketDel(World::port(index));
   } else {
@@ -77,26 +75,20 @@ void portChanges(World& world, Choice& choice) {
   unsigned const index = choice.of(World::portCount);
   auto const port = world.platform.episd->intfStatus(World::port(index));
   if (!port) return;
-  unsigned const what = choice.of(7);
+  auto const what =
+      choice.among({"link up", "operational", "active", "routed", "own device", "100g", "autoneg"});
   bool const on = choice.chance(2);
-  world.note(World::portName(index) + (what == 0   ? (on ? ": link up" : ": link down")
-                                       : what == 1 ? (on ? ": operational" : ": not operational")
-                                       : what == 2 ? (on ? ": active" : ": inactive")
-                                       : what == 3 ? (on ? " becomes routed" : " becomes switched")
-                                       : what == 4 ? (on ? " has its device" : " has another device")
-                                       : what == 6 ? (on ? " can negotiate" : " cannot negotiate")
-                                                   : (on ? " can run at 100g" : " cannot run at 100g")));
-  if (what == 0) port->linkStatusIs(on ? LinkStatus::up : LinkStatus::down);
-  if (what == 1) port->operStatusIs(on ? OperStatus::up : OperStatus::down);
-  if (what == 2) port->activeIs(on);
-  if (what == 3) port->forwardingModelIs(on ? IntfForwardingModel::routed : IntfForwardingModel::bridged);
-  if (what == 4) port->deviceNameIs(on ? World::device(index) : "renamed");
-  if (what == 6) port->autonegCapabilityIs(on ? AutonegCapability::capable : AutonegCapability::none);
-  if (what == 5) {
-    auto capabilities = port->linkModeCapabilities();
-    capabilities.mode100G = on;
-    port->linkModeCapabilitiesIs(capabilities);
-  }
+  world.note(World::portName(index) + ": " + what + (on ? ": yes" : ": no"));
+  auto const is = [what](std::string_view name) { return what == name; };
+  auto capabilities = port->linkModeCapabilities();
+  capabilities.mode100G = on;
+  if (is("link up")) port->linkStatusIs(on ? LinkStatus::up : LinkStatus::down);
+  if (is("operational")) port->operStatusIs(on ? OperStatus::up : OperStatus::down);
+  if (is("active")) port->activeIs(on);
+  if (is("routed")) port->forwardingModelIs(on ? IntfForwardingModel::routed : IntfForwardingModel::bridged);
+  if (is("own device")) port->deviceNameIs(on ? World::device(index) : "renamed");
+  if (is("100g")) port->linkModeCapabilitiesIs(capabilities);
+  if (is("autoneg")) port->autonegCapabilityIs(on ? AutonegCapability::capable : AutonegCapability::none);
 }
 
 void lagChanges(World& world, Choice& choice) {
@@ -110,7 +102,7 @@ void lagChanges(World& world, Choice& choice) {
   bool const replaced = !lags->intfStatus(name) || choice.chance(3);
   auto const lag = replaced ? Kel::makePtr<Interface::EthIntfStatus>(name) : lags->intfStatus(name);
   world.note(replaced ? "a port-channel comes" : "the port-channel changes");
-  lag->deviceNameIs("po1");
+  lag->deviceNameIs(choice.chance(4) ? "renamed" : "po1");
   lag->forwardingModelIs(choice.chance(2) ? Interface::IntfForwardingModel::routed
                                           : Interface::IntfForwardingModel::bridged);
   if (replaced) lags->intfStatusIs(lag);
@@ -120,6 +112,12 @@ void lldp(World& world, Choice& choice) {
   unsigned const index = choice.of(World::portCount);
   world.note("LLDP on " + World::portName(index));
   world.hearLldp(index);
+}
+
+void packetSocket(World& world, Choice& choice) {
+  unsigned const index = choice.of(World::portCount);
+  world.note("the packet socket changes of " + World::portName(index));
+  world.socketChanges(index);
 }
 
 void addresses(World& world, Choice& choice) {
@@ -167,9 +165,9 @@ void inventory(World& world, Choice& choice) {
   auto const status = choice.chance(4) ? EntityMib::InitStatus::failed : EntityMib::InitStatus::initialized;
   world.note(!there ? "the inventory goes" : "inventory: " + std::string(stringValue(status)));
   if (there) {
-    world.platform.entityMib->rootIs()->initStatusIs(status);
+    world.platform.entityMibStatus->rootIs()->initStatusIs(status);
   } else {
-    world.platform.entityMib->rootDel();
+    world.platform.entityMibStatus->rootDel();
   }
 }
 
@@ -216,17 +214,16 @@ void limits(World& world, Choice& choice) {
 }
 
 void cleanUp(World& world, Choice& choice) {
-  world.cleanUp = choice.among({World::CleanUp::prompt, World::CleanUp::later, World::CleanUp::never});
+  unsigned const when = choice.of(3);
+  world.cleanUp = std::array{World::CleanUp::prompt, World::CleanUp::later, World::CleanUp::never}[when];
   world.cleanUpTakes = choice.among({0.0, 0.0, 1.0, 10.0});
-  world.note(world.cleanUp == World::CleanUp::prompt  ? "the clean-up script works at once"
-             : world.cleanUp == World::CleanUp::later ? "the clean-up script's work arrives later"
-                                                      : "the clean-up script fails");
+  world.note(std::string("the clean-up script works ") + std::array{"at once", "later", "never"}[when]);
 }
 
 void standby(World& world, Choice& choice) {
   bool const synchronised = choice.chance(2);
   world.note(synchronised ? "the standby is synchronised" : "the standby is not synchronised");
-  world.platform.fileReplication->entryIs("RedSup")->synchronizedIs(synchronised);
+  world.platform.fileReplicationStatus->entryIs("RedSup")->synchronizedIs(synchronised);
 }
 
 }  // namespace
@@ -237,7 +234,7 @@ void progress(World& world, Choice& choice) {
   Choice none(0);
   switch (world.state()) {
     case stateInit:
-      world.platform.entityMib->rootIs()->initStatusIs(EntityMib::InitStatus::initialized);
+      world.platform.entityMibStatus->rootIs()->initStatusIs(EntityMib::InitStatus::initialized);
       return enable(world, choice);
     case stateSetupInterfaces:
       world.note("30 s pass");
@@ -299,6 +296,7 @@ constexpr std::array actions = {
     Action{"limits", 3, limits},
     Action{"clean-up", 2, cleanUp},
     Action{"standby", 2, standby},
+    Action{"packet socket", 2, packetSocket},
 };
 
 }  // namespace

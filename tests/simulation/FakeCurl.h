@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "zerotouch/fetch/Curl.h"
+#include "zerotouch/fetch/CurlTransfer.h"
 
 class FakeCurl {
  public:

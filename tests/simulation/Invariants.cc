@@ -20,6 +20,7 @@ void World::check() {
   if (agent) {
     checkNotStuck();
     checkOwners();
+    checkPorts();
     if (state() == stateInit) checkAtRest();
     bool const applied = (state() & (stateSetupSystemIdentity | stateFetchConfig | stateRetryFetchConfig |
                                      stateCopyConfigOrExecScript)) != stateInvalid;
@@ -39,7 +40,7 @@ void World::checkNotStuck() {
   require(sm().transitionState() == stateInvalid, "a transition is still pending");
   bool const done = sm().reloadRequested();
   if (state() == stateInit) {
-    auto const root = platform.entityMib->root();
+    auto const root = platform.entityMibStatus->root();
     bool const ready = root && root->initStatus() == EntityMib::InitStatus::initialized;
     require(!platform.config->enabled() || !ready, "rests in stateInit, enabled and ready");
     require(!sm().timerActive(), "a timer runs in stateInit");
@@ -99,6 +100,64 @@ void World::checkOwners() {
     require(sm().phyIntfStatus(intfId) != nullptr, "an unknown port is in the LLDP pool");
 }
 
+// The view of the ports follows the platform while they are set up and during a retry, and is frozen between.
+void World::checkPorts() {
+  bool const frozen = stateDhcpQuery <= state() && state() < stateRetry;
+  require(!frozen || knownPorts() == frozen_,
+          "the frozen view changes from " + frozen_ + " to " + knownPorts());
+  if (state() != stateSetupInterfaces && state() != stateRetry) return;
+  for (auto const& [intfId, port] : platform.episd->intfStatus()) {
+    auto const record = sm().phyIntfStatus(intfId);
+    require(record && record->ethIntfStatus() == port, "a port is not known");
+    bool const routed = port->forwardingModel() == Interface::IntfForwardingModel::routed;
+    require(sm().intfStatus().contains(intfId) == routed,
+            "a port is registered that is not routed, or the reverse");
+    require(sm().pamDesiredIntfDir()->intfDesired(intfId), "no packet socket is wanted");
+    auto const ip6 = platform.ip6Config->intf(intfId);
+    require(ip6 && ip6->enable() && ip6->acceptRaDefRtr() &&
+                ip6->addrSource() == Ip6::AddrSource::routerAdvertisement &&
+                ip6->l3Config() == platform.l3ConfigDir->intfConfig(intfId),
+            "a port is not set up");
+    if (!record) continue;
+    require(record->kernelIntfName() == port->deviceName(), "a port goes by another device");
+    auto const watch = record->intfPamSm(record->intfName());
+    require((watch ? watch->pam() : nullptr) == sm().ethDevPamCollection()->intfPam(intfId),
+            "a packet socket without a watch, or the reverse");
+    require(watch || !sm().intfLldpPool().contains(intfId), "a port without a watch is in the LLDP pool");
+  }
+  for (auto const& [intfId, lag] : platform.elisd->intfStatus()) {
+    auto const record = sm().lagIntfStatus(intfId);
+    require(record && record->ethIntfStatus() == lag, "a port-channel is not known");
+    require(record->kernelIntfName() == lag->deviceName(), "a port-channel goes by another device");
+    bool const routed = lag->forwardingModel() == Interface::IntfForwardingModel::routed;
+    require(sm().intfStatus().contains(intfId) == routed,
+            "a port-channel is registered that is not routed, or the reverse");
+  }
+  // The entries of the chosen interface stay until its identity is taken back, and then until the next retry.
+  bool const undone = !sm().choosenIntf() && !sm().awaitsDhcpCleanup();
+  auto const gone = [this](Wire::IntfId const& intfId) {
+    return !configured_.contains(intfId) && !platform.episd->intfStatus(intfId) &&
+           !platform.elisd->intfStatus(intfId);
+  };
+  for (auto const& intfId : platform.ip6Config->intf().keys())
+    require(!undone || !gone(intfId), "the IPv6 entry of an interface that is gone is kept");
+  for (auto const& intfId : platform.l3ConfigDir->intfConfig().keys())
+    require(!undone || !gone(intfId), "the layer-3 entry of an interface that is gone is kept");
+  for (auto const& [intfId, modes] : sm().linkModesOnIntf())
+    require(platform.episd->intfStatus(intfId) != nullptr, "speeds of a port that is gone are kept");
+  require(sm().phyIntfStatus().size() == platform.episd->intfStatus().size() &&
+              sm().lagIntfStatus().size() == platform.elisd->intfStatus().size(),
+          "a port that is gone is known");
+}
+
+std::string World::knownPorts() const {
+  std::string result;
+  for (auto const& [intfId, record] : sm().phyIntfStatus())
+    result += intfId.stringValue() + (sm().intfStatus().contains(intfId) ? " registered, " : ", ");
+  for (auto const& [intfId, record] : sm().lagIntfStatus()) result += intfId.stringValue() + ", ";
+  return result;
+}
+
 // Everything that a run writes has been taken back.
 void World::checkAtRest() {
   require(keys(platform.ipConfig->ipIntfConfig()) == configured_, "IPv4 configuration is left");
@@ -147,7 +206,7 @@ std::string World::identity() const {
   if (!net->domainName().empty()) add("domain=", net->domainName());
   for (auto const& [index, server] : net->nameServer()) add("ns=", server.stringValue());
   for (auto const& [index, server] : net->v6NameServer()) add("ns6=", server.stringValue());
-  for (auto const& [vrf, servers] : platform.logConfig->vrfLoggingHost()) {
+  for (auto const& [vrf, servers] : platform.sysLoggingConfig->vrfLoggingHost()) {
     for (auto const& [name, host] : servers->loggingHost()) add("log=", name);
   }
   for (auto const& [prefix, route] : platform.routingConfig->routeList()->route()) {

@@ -1,6 +1,7 @@
 // What is documented of the states: from which ones each may be entered, and how long it may last.
 #pragma once
 
+#include <algorithm>
 #include <bit>
 
 #include "zerotouch/sm/ZeroTouchSm.h"
@@ -28,6 +29,54 @@ inline bool mayFollow(State from, State to) {
                               stateStatelessDhcpQuery | answered,
                               running | stateInit};
   return (before[number(to)] & from) != stateInvalid;
+}
+
+// Each cause leads from certain states to one other.
+inline bool mayCause(ZeroTouch::TransitionCause cause, State from, State to) {
+  using enum ZeroTouch::ProvisioningState;
+  using enum ZeroTouch::TransitionCause;
+  struct Way {
+    ZeroTouch::TransitionCause cause;
+    State from, to;
+  };
+  constexpr auto any = static_cast<State>(0x3ff);
+  constexpr Way ways[] = {
+      {provisioningEnabled, stateInit, stateSetupInterfaces},
+      {portsSetUp, stateSetupInterfaces, stateDhcpQuery},
+      {dhcpQueryOver, stateDhcpQuery, stateStatelessDhcpQuery},
+      {bootFileNamed, stateDhcpQuery | stateStatelessDhcpQuery, stateSetupSystemIdentity},
+      {addressActive, stateSetupSystemIdentity, stateFetchConfig},
+      {identitySettled, stateSetupSystemIdentity, stateFetchConfig},
+      {downloadFailed, stateFetchConfig, stateRetryFetchConfig},
+      {downloadAgain, stateRetryFetchConfig, stateFetchConfig},
+      {fileReceived, stateFetchConfig, stateCopyConfigOrExecScript},
+      {noPortAsked, stateStatelessDhcpQuery, stateRetry},
+      {noBootFile, stateStatelessDhcpQuery, stateRetry},
+      {statelessUnanswered, stateStatelessDhcpQuery, stateRetry},
+      {statelessTimeout, stateStatelessDhcpQuery, stateRetry},
+      {identityNotActive, stateSetupSystemIdentity, stateRetry},
+      {bootFileNotUrl, stateFetchConfig, stateRetry},
+      {downloadNotStarted, stateFetchConfig, stateRetry},
+      {downloadRefusedAtOnce, stateFetchConfig, stateRetry},
+      {downloadTimeout, stateFetchConfig, stateRetry},
+      {addressLost, stateRetryFetchConfig, stateRetry},
+      {downloadTriesUsedUp, stateRetryFetchConfig, stateRetry},
+      {fileEmpty, stateCopyConfigOrExecScript, stateRetry},
+      {scriptFailed, stateCopyConfigOrExecScript, stateRetry},
+      {scriptKilled, stateCopyConfigOrExecScript, stateRetry},
+      {scriptTimeout, stateCopyConfigOrExecScript, stateRetry},
+      {attemptUndone, stateRetry, stateDhcpQuery},
+      {dhcpResultsGone, stateRetry, stateDhcpQuery},
+      {dhcpResultsRemain, stateRetry, stateDhcpQuery},
+      {provisioningDisabled, any, stateInit},
+      {provisioningCancelled, any, stateShutdown},
+      {configInstalled, stateCopyConfigOrExecScript, stateShutdown},
+      {scriptSucceeded, stateCopyConfigOrExecScript, stateShutdown},
+      {runTimeOver, stateRetry, stateShutdown},
+  };
+  return std::ranges::any_of(ways, [&](Way const& way) {
+    return way.cause == cause && (way.from & from) != stateInvalid && way.to == to;
+  });
 }
 
 // In seconds, of the state that has just been entered; its entry action may not have run yet.

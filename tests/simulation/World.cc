@@ -74,7 +74,7 @@ World::World(std::uint64_t bits, bool recorded) : recorded_(recorded) {
                                  "/run/zerotouch-dhclient.conf", "/run/zerotouch-dhclient6.conf"})
     unlink(file);
   Kel::activityManager()->config()->cellTypeIs(choice.chance(4) ? "modular" : "fixed");
-  if (choice.chance(2)) platform.fileReplication->entryIs("RedSup")->synchronizedIs(choice.chance(2));
+  if (choice.chance(2)) platform.fileReplicationStatus->entryIs("RedSup")->synchronizedIs(choice.chance(2));
   cleanUp = choice.among({CleanUp::prompt, CleanUp::prompt, CleanUp::later, CleanUp::never});
   children.onRunAndWait = [this](char const*) {
     bool const six = std::string(std::getenv("reason")) == "CLEANUP6";
@@ -97,6 +97,7 @@ World::World(std::uint64_t bits, bool recorded) : recorded_(recorded) {
     platform.l3ConfigDir->intfConfigIs(own);
   }
   logSink_ = Kel::logSinkIs([this](Kel::LogEvent const& event) {
+    if (event.severity <= 4) warned_ = true;
     if (event.name == "ZTP_EXEC_SCRIPT_SUCCESS" ||
         (event.name == "ZTP_CONFIG_DOWNLOAD_SUCCESS" && event.message.find("startup-config") < 30))
       expectDisable = true;
@@ -115,7 +116,7 @@ World::World() : World(5, false) {
     addPort(i, choice);
     if (i > 0) platform.raPacketStatus->raPacketIs(port(i))->managedIs(i == 1);
   }
-  platform.entityMib->rootIs()->initStatusIs(EntityMib::InitStatus::initialized);
+  platform.entityMibStatus->rootIs()->initStatusIs(EntityMib::InitStatus::initialized);
 }
 
 World::~World() {
@@ -222,6 +223,16 @@ void World::hearLldp(unsigned index) {
     Kel::Ptr<Wire::Pam>(const_cast<Wire::Pam*>(pam.get()))->readableCountIs(pam->readableCount() + 1);
 }
 
+void World::socketChanges(unsigned index) {
+  auto const& sockets = agent->ztPamMan()->ethDevPamCollection();
+  bool const wanted = agent->ztPamMan()->pamDesiredIntfDir()->intfDesired(port(index));
+  if (sockets->intfPam(port(index))) {
+    sockets->intfPamDel(port(index));
+  } else if (wanted) {
+    sockets->intfPamIs(Kel::makePtr<Pam>(port(index)));
+  }
+}
+
 std::vector<Kel::Ptr<Kel::ChildSiginfo>> World::running() const {
   std::vector<Kel::Ptr<Kel::ChildSiginfo>> result;
   for (auto const& start : children.started) {
@@ -256,6 +267,19 @@ void World::handleState() {
   require(now != State::stateRetry || last_ != State::stateSetupSystemIdentity || identity().empty(),
           "an identity that did not work is left");
   if (now == State::stateSetupSystemIdentity) identity_ = identityOfAnswer();
+  auto const cause = sm().transitionCause();
+  require(mayCause(cause, last_, now), std::string(stringValue(now)) + " was entered from " +
+                                           stringValue(last_) + " with the cause " + stringValue(cause));
+  require(!sm().transitionReason().empty(), "a change of state has no reason");
+  bool const failed = now == State::stateRetry || now == State::stateRetryFetchConfig;
+  require(!failed || warned_,
+          "an attempt has failed without an event that says why: " + sm().transitionReason());
+  require(!failed || (sm().lastFailureState() == last_ && sm().lastFailureTime() == Kel::now()),
+          "the failure is not kept");
+  if ((now & (State::stateDhcpQuery | State::stateSetupSystemIdentity | State::stateFetchConfig |
+              State::stateCopyConfigOrExecScript)) != State::stateInvalid)
+    warned_ = false;
+  if (now == State::stateDhcpQuery) frozen_ = knownPorts();
   last_ = now;
   note("-> " + std::string(stringValue(now)));
 }

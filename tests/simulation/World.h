@@ -12,7 +12,7 @@
 #include "platform/kel/testing/SimulatedTime.h"
 #include "tests/simulation/FakeCurl.h"
 #include "tests/simulation/Limits.h"
-#include "zerotouch/agent/MountedEntities.h"
+#include "zerotouch/agent/ZeroTouchAgent.h"
 
 // Bits from which choices are drawn, so that the same bits always choose the same.
 class Choice {
@@ -65,6 +65,8 @@ class World {
   // The configured addresses become active on all ports, or all are lost.
   void addressesAre(bool active);
   void hearLldp(unsigned index);
+  // A packet socket that is wanted is lost, or opened anew.
+  void socketChanges(unsigned index);
   // The children that run, in the order of their start.
   std::vector<Kel::Ptr<Kel::ChildSiginfo>> running() const;
 
@@ -112,8 +114,10 @@ class World {
   void handleState();
   void checkNotStuck();
   void checkOwners();
+  void checkPorts();
   void checkAtRest();
   void checkEnding();
+  std::string knownPorts() const;
   std::string identity() const;
   std::string identityOfAnswer() const;
 
@@ -123,8 +127,10 @@ class World {
   unsigned reloads_ = 0;
   bool cleansUp_ = false;
   bool cleansUp6_ = false;
+  bool warned_ = false;  // an event has said what is wrong since the last failure
   State last_ = State::stateInit;
   std::string identity_;               // of the answer that was chosen last
+  std::string frozen_;                 // the ports that were known when the view of them was frozen
   std::set<Wire::IntfId> configured_;  // interfaces whose configuration is not the agent's
   Kel::Ptr<StateWatch> stateWatch_;
   Kel::Ptr<Forwarding> forwarding_;

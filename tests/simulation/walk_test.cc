@@ -82,7 +82,7 @@ class Walk {
   void shutDown(char letter) {
     if (letter == 'W') {
       Kel::activityManager()->config()->cellTypeIs("modular");
-      world.platform.fileReplication->entryIs("RedSup")->synchronizedIs(false);
+      world.platform.fileReplicationStatus->entryIs("RedSup")->synchronizedIs(false);
     }
     cancel();
     world.time.settle();
@@ -245,9 +245,11 @@ Event const events[] = {
     {"a router goes", ".............",
      [](Walk& w) { return w.world.platform.raPacketStatus->raPacketDel(World::port(1)), true; }},
     {"the inventory goes", ".............",
-     [](Walk& w) { return w.world.platform.entityMib->rootDel(), true; }},
+     [](Walk& w) { return w.world.platform.entityMibStatus->rootDel(), true; }},
     {"the standby is synchronised", ".............",
-     [](Walk& w) { return w.world.platform.fileReplication->entryIs("RedSup")->synchronizedIs(true), true; }},
+     [](Walk& w) {
+       return w.world.platform.fileReplicationStatus->entryIs("RedSup")->synchronizedIs(true), true;
+     }},
     {"the script's limit changes", ".......X.....",
      [](Walk& w) { return w.world.platform.config->scriptExecTimeoutIs(7), true; }},
     {"the run's time is up", ".............",

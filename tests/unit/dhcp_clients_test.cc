@@ -1,7 +1,8 @@
 // The DHCP clients: which interfaces are asked, with what command lines and files, what is said when nobody
 // answers, and the release of leases.
 #include "tests/unit/support/Ports.h"
-#include "zerotouch/dhcp/DhclientFiles.h"
+#include "zerotouch/agent/Events.h"
+#include "zerotouch/dhcp/DhcpClient.h"
 
 class DhcpClients : public PortTest {
  protected:
@@ -74,6 +75,16 @@ TEST_F(DhcpClients, each_family_asks_on_the_interfaces_that_can_answer) {
             Strings{"ZTP_DHCPv4_QUERY: Sending DHCPv4 request on [ lo, d2, dev-Ethernet3, all ]"});
 }
 
+TEST_F(DhcpClients, the_first_answer_with_a_boot_file_is_taken) {
+  addUpPort("Ethernet1", "d1");
+  addUpPort("Ethernet2", "d2");
+  inQuery();
+  for (auto const* const device : {"d2", "d1"})
+    platform.dhcpStatus->intfDhcpStatusIs(device)->bootFileNameIs("http://h/c");
+  time.settle();
+  EXPECT_EQ(sm().choosenIntf()->intfName(), "Ethernet2");
+}
+
 TEST_F(DhcpClients, a_query_that_failed_on_every_interface_is_reported_and_its_client_stopped) {
   addUpPort("Ethernet1", "d1");
   addUpPort("Ethernet2", "d2");
@@ -117,28 +128,31 @@ TEST_F(DhcpClients, stateless_interfaces_are_asked_one_after_the_other_once_the_
 
 TEST_F(DhcpClients, a_release_that_runs_is_left_alone_until_the_next_query) {
   addUpPort("Ethernet1", "lo");
+  hearRouter("Ethernet1", true);
   inQuery();
   sm().doReleaseLease();  // none is chosen
-  EXPECT_EQ(children.started.size(), 1);
+  EXPECT_EQ(children.started.size(), 2);
   sm().choosenIntfIs(sm().phyIntfStatus(id("Ethernet1")));
   for (int i : {0, 1}) {
     SCOPED_TRACE(i);
     sm().doReleaseLease();
     sm().doReleaseLease6();
-    EXPECT_EQ(commands(), (Strings{head + v4 + "lo", head + v4 + "-r lo", head + v6 + "-r lo"}));
+    EXPECT_EQ(commands(),
+              (Strings{head + v4 + "lo", head + v6 + "lo", head + v4 + "-r lo", head + v6 + "-r lo"}));
   }
+  for (std::size_t asks : {0, 1}) EXPECT_EQ(children.started[asks].signals, std::vector{SIGTERM});
   sm().nextStateIs(State::stateRetry);
-  EXPECT_EQ(children.started.size(), 3);
-  EXPECT_TRUE(children.started[1].signals.empty() && children.started[2].signals.empty());
-  children.started[1].child->exitedIs(0);
+  EXPECT_EQ(children.started.size(), 4);
+  EXPECT_TRUE(children.started[2].signals.empty() && children.started[3].signals.empty());
+  children.started[2].child->exitedIs(0);
   time.advance(15.1);
-  EXPECT_EQ(children.started[2].signals, std::vector{SIGTERM});
-  EXPECT_EQ(commands().back(), head + v4 + "lo");
+  EXPECT_EQ(children.started[3].signals, std::vector{SIGTERM});
+  EXPECT_EQ(commands().back(), head + v6 + "lo");
 }
 
 TEST_F(DhcpClients, the_configuration_files_tell_who_asks) {
-  platform.entityMib->systemMacAddrIs(*Wire::EthAddr::fromString("02:1a:b3:0a:0b:0c"));
-  auto const chassis = platform.entityMib->rootIs();
+  platform.entityMibStatus->systemMacAddrIs(*Wire::EthAddr::fromString("02:1a:b3:0a:0b:0c"));
+  auto const chassis = platform.entityMibStatus->rootIs();
   chassis->modelNameIs("M\"\n");
   chassis->serialNumIs("\x80");
   std::string const id = "send dhcp-client-identifier 02:1a:b3:0a:0b:0c;\n";
@@ -156,12 +170,29 @@ TEST_F(DhcpClients, the_configuration_files_tell_who_asks) {
 
   flash.write("/template", "timeout 9;\n\n# end");
   flash.write("/empty", "");
-  for (auto const* const base : {"/template", "/empty", "/none", "/template"})
+  // A folder opens like a file, and then cannot be read.
+  for (auto const* const base : {"/template", "/empty", "/none", "/", "/template"})
     EXPECT_TRUE(ZeroTouch::appendTemplate(flash.path(base).c_str(), flash.path("/made").c_str()));
   EXPECT_EQ(flash.read("/made"), "timeout 9;\n\n# endtimeout 9;\n\n# end");
   EXPECT_FALSE(ZeroTouch::appendTemplate("/none", "/none/made"));
   sm().addIdentifierStatementsToDhclientConfig(flash.path("/other").c_str(), "v5");
   EXPECT_EQ(flash.read("/other"), id);
+
+  // What was copied counts, not the size of the template: this one has 0 bytes until it is read.
+  std::string const made = flash.path("/of-proc");
+  ZeroTouch::DhcpClient client({.name = "",
+                                .request = "",
+                                .query = ZeroTouch::ZTP_DHCPv4_QUERY,
+                                .arguments = {},
+                                .baseConfig = "/proc/version",
+                                .config = made.c_str(),
+                                .version = "v5",
+                                .handleStatus = nullptr,
+                                .intfIs = nullptr,
+                                .intfDelAll = nullptr},
+                               sm());
+  client.createConfig();
+  EXPECT_EQ(flash.read("/of-proc"), TemporaryFolder::contentOf("/proc/version") + id);
 }
 
 TEST_F(DhcpClients, clients_of_an_earlier_run_are_ended) {

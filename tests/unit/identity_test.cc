@@ -47,7 +47,7 @@ TEST_F(Identity, of_dhcpv4_is_told_and_goes_before_that_of_dhcpv6) {
   platform.routingConfig->routeList()->routeIs(prefix("192.0.2.0/24"), Routing::RouteType::forward);
   time.advance(60);
   EXPECT_TRUE(platform.routingConfig->routeList()->route().empty());
-  EXPECT_TRUE(platform.logConfig->vrfLoggingHost().empty());
+  EXPECT_TRUE(platform.sysLoggingConfig->vrfLoggingHost().empty());
 }
 
 TEST_F(Identity, of_dhcpv6_is_less) {

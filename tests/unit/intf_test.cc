@@ -1,77 +1,169 @@
-// Which interfaces take part, what is configured on them, and when the view of them is frozen.
+// Which speeds ports are tried at, when, and which ports are left alone. Which ports are known, registered
+// and set up, the simulated runs show.
 #include "tests/unit/support/Ports.h"
 
-class Intf : public PortTest {};
+using Autoneg = Interface::AutonegCapability;
+using Mode = Interface::EthLinkMode;
 
-TEST_F(Intf, the_set_up_pass_configures_every_port_and_registers_the_routed_ones) {
-  addPort("Ethernet1", routed);
-  addPort("Ethernet2", bridged);
-  addPort("Management1", unconfigured);
-  addLag("Port-Channel1", routed);
-  inSetup();
-  for (char const* const name : {"Ethernet1", "Ethernet2", "Management1", "Port-Channel1"}) {
-    auto const ip6 = platform.ip6Config->intf(id(name));
-    ASSERT_TRUE(ip6) << name;
-    EXPECT_EQ(ip6->l3Config(), platform.l3ConfigDir->intfConfig(id(name)));
-    EXPECT_TRUE(ip6->enable());
-    EXPECT_EQ(ip6->addrSource(), Ip6::AddrSource::routerAdvertisement);
-    EXPECT_TRUE(ip6->acceptRaDefRtr());
+class Intf : public PortTest {
+ protected:
+  // The mode and, if it is a negotiated one, what is advertised.
+  std::string configured(std::string const& name) {
+    auto const config = platform.epicd->intfConfig(id(name));
+    if (!config) return "nothing";
+    std::string text = stringValue(config->linkModeLocal());
+    auto const& advertised = config->advertisedModesLocal();
+    if (config->linkModeLocal() == Mode::linkModeAutoneg) {
+      text += std::string(advertised.mode25G ? " 25g" : "") + (advertised.mode100G ? " 100g" : "");
+    }
+    return text;
   }
-  EXPECT_EQ(registered(), "Ethernet1 Port-Channel1");
-  EXPECT_EQ(known(), "Ethernet1 Ethernet2 Management1");
-  EXPECT_EQ(socketsWanted(), "Ethernet1 Ethernet2 Management1");
-  EXPECT_EQ(sm().phyIntfStatus(id("Ethernet1"))->kernelIntfName(), "dev-Ethernet1");
+  std::string spared() { return names(sm().intfNoSpeedChangePool()); }
+};
+
+TEST_F(Intf, each_port_walks_through_its_own_cycle) {
+  struct Case {
+    std::vector<std::string> speeds;
+    Autoneg autoneg;
+    Strings announced;   // in the event, one toggle after the other
+    Strings configured;  // on the port
+  };
+  for (Case const& c : {
+           Case{{"10g", "25g", "40g"},
+                Autoneg::capable,
+                {"default speed", "forced 10g", "forced 25g", "auto 25g", "forced 40g", "auto 40g",
+                 "default speed"},
+                {"linkModeDefault", "linkMode10G", "linkMode25G", "linkModeAutoneg 25g", "linkMode40G",
+                 "linkModeAutoneg40G", "linkModeDefault"}},
+           Case{{"10g"},
+                Autoneg::capable,
+                {"default speed", "forced 10g", "default speed"},
+                {"linkModeDefault", "linkMode10G", "linkModeDefault"}},
+           Case{{"25g", "100g"},
+                Autoneg::none,
+                {"default speed", "forced 25g", "forced 100g", "default speed"},
+                {"linkModeDefault", "linkMode25G", "linkMode100G", "linkModeDefault"}},
+           Case{{"100g"},
+                Autoneg::capable,
+                {"default speed", "forced 100g", "auto 100g", "default speed"},
+                {"linkModeDefault", "linkMode100G", "linkModeAutoneg 100g", "linkModeDefault"}},
+           Case{{"10g", "25g"}, Autoneg::baseT, {}, {"nothing"}},
+           Case{{}, Autoneg::capable, {}, {"nothing"}},
+       }) {
+    addPort("Ethernet1", routed, c.speeds, c.autoneg);
+    inSetup();
+    events.clear();
+    Strings announced, configuredModes;
+    for (std::size_t i = 0; i < c.configured.size(); ++i) {
+      sm().toggleIntfSpeed();
+      configuredModes.push_back(configured("Ethernet1"));
+      for (auto const& event : takeEvents()) {
+        std::string const prefix = "ZTP_INTERFACE_SPEED: Setting interface speed to ",
+                          suffix = " for [Ethernet1]";
+        ASSERT_TRUE(event.starts_with(prefix) && event.ends_with(suffix)) << event;
+        announced.push_back(event.substr(prefix.size(), event.size() - prefix.size() - suffix.size()));
+      }
+    }
+    EXPECT_EQ(announced, c.announced);
+    EXPECT_EQ(configuredModes, c.configured);
+    startOver();
+  }
 }
 
-TEST_F(Intf, management_ports_can_be_left_out_but_are_configured_all_the_same) {
+TEST_F(Intf, the_first_retry_toggles_and_then_every_sixth_and_ports_share_events) {
+  addPort("Ethernet1", routed, {"10g"});
+  addPort("Ethernet2", bridged, {"10g", "25g"});
+  addPort("Ethernet3", routed, {"25g"});
+  inSetup();
+  std::map<std::uint32_t, Strings> toggled;  // by the retry
+  for (std::uint32_t retry = 1; retry <= 12; ++retry) {
+    ASSERT_TRUE(time.advanceUntil([&] { return sm().retryCount() == retry; }, 100));
+    for (auto const& event : takeEvents()) {
+      std::string const text = "ZTP_INTERFACE_SPEED: Setting interface speed to ";
+      if (event.starts_with(text)) toggled[retry].push_back(event.substr(text.size()));
+    }
+  }
+  EXPECT_EQ(toggled, (std::map<std::uint32_t, Strings>{
+                         {1, {"default speed for [Ethernet1, Ethernet2, Ethernet3]"}},
+                         {7, {"forced 10g for [Ethernet1, Ethernet2]", "forced 25g for [Ethernet3]"}}}));
+}
+
+TEST_F(Intf, a_port_with_a_link_or_an_inactive_one_is_left_alone) {
+  auto const port = addPort("Ethernet1", routed, {"10g"});
+  auto const inactive = addPort("Ethernet2", routed, {"10g"});
+  auto const tenAndForty = addPort("Ethernet3", routed, {"10g", "40g"});
+  inactive->activeIs(false);
+  port->linkStatusIs(Interface::LinkStatus::up);
+  tenAndForty->linkStatusIs(Interface::LinkStatus::up);
+  inSetup();
+  EXPECT_EQ(spared(), "Ethernet1 Ethernet2");
+  events.clear();
+  sm().toggleIntfSpeed();
+  EXPECT_EQ(takeEvents(),
+            Strings{"ZTP_INTERFACE_SPEED: Setting interface speed to default speed for [Ethernet3]"});
+
+  time.advance(119);
+  EXPECT_EQ(spared(), "Ethernet1 Ethernet2");
+  port->linkStatusIs(Interface::LinkStatus::down);  // a flap: the 120 seconds start again
+  EXPECT_EQ(spared(), "Ethernet2");
+  port->linkStatusIs(Interface::LinkStatus::up);
+  time.advance(119);
+  EXPECT_EQ(spared(), "Ethernet1 Ethernet2");
+  time.advance(1);
+  EXPECT_EQ(spared(), "Ethernet2");
+  inactive->activeIs(true);
+  EXPECT_EQ(spared(), "");
+}
+
+TEST_F(Intf, the_next_run_spares_what_the_disabled_one_did) {
+  addPort("Ethernet1", routed, {"10g"})->linkStatusIs(Interface::LinkStatus::up);
+  auto const inactive = addPort("Ethernet2", routed, {"10g"});
+  inactive->activeIs(false);
+  auto const gone = addPort("Ethernet3", routed, {"10g"});
+  gone->linkStatusIs(Interface::LinkStatus::up);
+  inSetup();
+  gone->linkStatusIs(Interface::LinkStatus::down);
+  time.advance(20);
+  platform.config->enabledIs(false);
+  EXPECT_EQ(spared(), "");
+  time.advance(20);
+  platform.config->enabledIs(true);
+  time.settle();
+  EXPECT_EQ(spared(), "Ethernet1 Ethernet2");
+  time.advance(80);  // 120 seconds after the link came up
+  EXPECT_EQ(spared(), "Ethernet2");
+}
+
+TEST_F(Intf, a_port_found_to_run_at_10_and_40_gigabit_is_spared_no_longer) {
+  auto const port = addPort("Ethernet1", routed);
+  port->activeIs(false);
+  inSetup();
+  EXPECT_EQ(spared(), "Ethernet1");
+  port->linkModeCapabilitiesIs({.mode10G = true, .mode40G = true});
+  port->activeIs(true);
+  port->linkStatusIs(Interface::LinkStatus::up);
+  EXPECT_EQ(spared(), "");
+}
+
+TEST_F(Intf, new_capabilities_restart_the_cycle) {
+  auto const port = addPort("Ethernet1", routed, {"10g"});
+  inSetup();
+  sm().toggleIntfSpeed();
+  sm().toggleIntfSpeed();
+  port->linkModeCapabilitiesIs({.mode25G = true});
+  EXPECT_EQ(sm().nextLinkModeForIntf(id("Ethernet1")), Mode::linkModeDefault);
+  sm().toggleIntfSpeed();
+  sm().toggleIntfSpeed();
+  EXPECT_EQ(configured("Ethernet1"), "linkMode25G");
+}
+
+TEST_F(Intf, management_ports_can_be_left_out_but_are_set_up_all_the_same) {
   environment.set("ZEROTOUCH_IGNORE_MANAGEMENT", "");
   addPort("Management1", routed);
   addPort("Managemen1", routed);
   inSetup();
-  EXPECT_EQ(registered(), "Managemen1");
-  EXPECT_EQ(known(), "Managemen1");
-  EXPECT_EQ(socketsWanted(), "Managemen1");
+  EXPECT_EQ(names(sm().intfStatus()), "Managemen1");
+  EXPECT_EQ(names(sm().phyIntfStatus()), "Managemen1");
+  EXPECT_EQ(names(sm().pamDesiredIntfDir()->intfDesired()), "Managemen1");
   EXPECT_TRUE(platform.ip6Config->intf(id("Management1"))->enable());
-}
-
-TEST_F(Intf, ports_are_followed_while_the_view_is_live) {
-  auto const port = addPort("Ethernet1", unconfigured);
-  inSetup();
-  EXPECT_EQ(registered(), "");
-  port->forwardingModelIs(routed);
-  EXPECT_EQ(registered(), "Ethernet1");
-  port->forwardingModelIs(bridged);
-  EXPECT_EQ(registered(), "");
-  addPort("Ethernet2", routed);
-  addLag("Port-Channel1", routed);
-  EXPECT_EQ(registered(), "Ethernet2 Port-Channel1");
-  removePort("Ethernet1");
-  removePort("Ethernet2");
-  removeLag("Port-Channel1");
-  EXPECT_EQ(registered() + known() + socketsWanted(), "");
-  EXPECT_TRUE(sm().lagIntfStatus().empty() && sm().linkModesOnIntf().empty() &&
-              sm().nextLinkModeForIntf().empty());
-}
-
-TEST_F(Intf, what_changes_while_the_view_is_frozen_is_looked_at_on_the_next_retry) {
-  auto const turns = addPort("Ethernet1", bridged);
-  addPort("Ethernet2", routed);
-  auto const steady = addPort("Ethernet3", routed);
-  inSetup();
-  sm().currentStateIs(State::stateDhcpQuery);
-  sm().doCancelTimer();
-  turns->forwardingModelIs(routed);
-  removePort("Ethernet2");
-  addLag("Port-Channel1", routed);
-  addPort("Ethernet4", routed);
-  auto const replaced = replacePort("Ethernet3", routed);
-  EXPECT_EQ(registered(), "Ethernet2 Ethernet3");
-  EXPECT_EQ(sm().phyIntfStatus(id("Ethernet3"))->ethIntfStatus(), steady);
-
-  sm().doStateTransition(State::stateDhcpQuery, State::stateRetry);
-  time.settle();
-  EXPECT_EQ(registered(), "Ethernet1 Ethernet3 Ethernet4 Port-Channel1");
-  EXPECT_EQ(known(), "Ethernet1 Ethernet3 Ethernet4");
-  EXPECT_EQ(sm().phyIntfStatus(id("Ethernet3"))->ethIntfStatus(), replaced);
-  EXPECT_TRUE(platform.ip6Config->intf(id("Ethernet4"))->enable());
 }

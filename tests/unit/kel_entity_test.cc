@@ -3,6 +3,7 @@
 
 #include <functional>
 
+#include "platform/kel/Reactor.h"
 #include "platform/model/zerotouch.h"
 
 namespace {
@@ -78,6 +79,14 @@ TEST_F(Notifications, tell_changes_only_in_the_order_of_registration_and_watcher
   port->loggingHostIs("a", {"", 2});
   EXPECT_EQ(taken(), (Log{"first:a=1", "second:a=1", "watcher:loggingHost[a]", "first:a=2", "second:a=2",
                           "watcher:loggingHost[a]"}));
+  // The key may be part of what a handler deletes.
+  auto key = std::make_unique<std::string>("an address too long to be kept inside the string object itself");
+  first->act = [&] { key = nullptr; };
+  std::string const text = *key;
+  port->loggingHostIs(*key, {"", 1});
+  first->act = nullptr;
+  EXPECT_EQ(taken(),
+            (Log{"first:" + text + "=1", "second:" + text + "=1", "watcher:loggingHost[" + text + "]"}));
   silent->hasNotificationActiveIs(true);
   port->watcherDel(&notebook);
   port->loggingHostDel("a");
@@ -123,15 +132,65 @@ TEST_F(Notifications, go_on_when_a_handler_lets_go_of_the_entity) {
   EXPECT_TRUE(ended);
 }
 
-TEST_F(Notifications, keep_the_key_alive_that_a_handler_deletes) {
-  Notebook notebook(log);
-  port->watcherIs(&notebook);
-  auto key = std::make_unique<std::string>("an address too long to be kept inside the string object itself");
-  std::string const text = *key;
-  auto const a = reactor("a", [&] { key = nullptr; });
-  port->loggingHostIs(*key, {"", 1});
-  EXPECT_EQ(taken(), (Log{"a:" + text + "=1", "watcher:loggingHost[" + text + "]"}));
-  port->watcherDel(&notebook);
+TEST_F(Notifications, call_functions_through_reactors_until_those_end) {
+  using Hooks = ZeroTouch::IntfDhcpStatus::NotifieeConst;
+  auto const note = [this](std::string const& what) { return [this, what] { log.push_back(what); }; };
+  Kel::Reactor mtu(port, &Hooks::onMtu, note("mtu"));
+  Kel::Reactor host(port, &Hooks::onLoggingHost, [this](std::string const& key) { log.push_back(key); });
+  Kel::Reactor some(port, {&Hooks::onLoggingHost, &Hooks::onHostname}, note("some"));
+  Kel::Reactor member;
+  struct Owner {
+    void handle(std::string const&) {
+      ++calls;
+      reactor = {};  // destroys the notifiee's handle within its own call ...
+      port.loggingHostIs("nested", {"", 1});
+      port.loggingHostDel("nested");  // ... after which it hears nothing more
+    }
+    Port& port;
+    Kel::Reactor& reactor;
+    int calls = 0;
+  } owner{*port, member};
+  Kel::Reactor any(port, note("any"));
+  port->mtuIs(9000);
+  port->hostnameIs("h");
+  EXPECT_EQ(taken(), (Log{"mtu", "any", "some", "any"}));
+  mtu = Kel::Reactor();
+  any = std::move(mtu);
+  port->mtuIs(1);
+  EXPECT_EQ(any.notifier(), nullptr);
+  port->loggingHostIs("a", {"", 1});
+  EXPECT_EQ(taken(), (Log{"a", "some"}));
+  member = Kel::Reactor(port, &Hooks::onLoggingHost, &owner, &Owner::handle);
+  EXPECT_EQ(member.notifier(), port.get());
+  port->loggingHostDel("a");
+  EXPECT_EQ(owner.calls, 1);
+  EXPECT_EQ(taken(), (Log{"a", "some", "nested", "some", "nested", "some"}));
+}
+
+TEST(Entries, are_followed_each_by_a_reactor) {
+  auto const dir = Kel::makePtr<ZeroTouch::DhcpStatus>();
+  auto const first = dir->intfDhcpStatusIs("e0");
+  Log log;
+  std::unique_ptr<Kel::EntryReactors<Kel::Name>> reactors;
+  bool last = false;
+  reactors.reset(new Kel::EntryReactors<Kel::Name>(dir, &ZeroTouch::DhcpStatus::intfDhcpStatus,
+                                                   &ZeroTouch::DhcpStatus::NotifieeConst::onIntfDhcpStatus,
+                                                   [&](Kel::Name const& name) {
+                                                     if (last) reactors = nullptr;
+                                                     log.push_back(name);
+                                                   }));
+  dir->intfDhcpStatusIs("e1")->mtuIs(9000);
+  dir->intfDhcpStatusNotify("e1");  // the same entity still has one reactor
+  first->reasonIs("BOUND");
+  dir->intfDhcpStatusDel("e0");
+  first->reasonIs("FAIL");
+  dir->intfDhcpStatusIs(first);
+  first->mtuIs(1);
+  EXPECT_EQ(std::exchange(log, {}), (Log{"e0", "e1", "e1", "e1", "e0", "e0", "e0", "e0"}));
+  last = true;
+  first->mtuIs(2);
+  first->mtuIs(3);
+  EXPECT_EQ(log, (Log{"e0"}));
 }
 
 TEST(Pointers, count_alike_in_both_modes_and_survive_their_own_release) {

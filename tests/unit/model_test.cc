@@ -1,6 +1,10 @@
 // The generated state model: what the accessors do.
 #include <gtest/gtest.h>
 
+#include <array>
+#include <tuple>
+
+#include "platform/kel/Reactor.h"
 #include "platform/model/agent.h"
 #include "platform/model/entitymib.h"
 #include "platform/model/interface.h"
@@ -14,21 +18,15 @@ using Log = std::vector<std::string>;
 Wire::IntfId const ethernet1("Ethernet1");
 
 TEST(Model, collections_of_entities_create_once_announce_and_refuse_another_constructor_attribute) {
-  class Reactor : public ZeroTouch::ZeroTouchSmModel::NotifieeConst {
-   public:
-    using NotifieeConst::NotifieeConst;
-    void onPhyIntfStatus(Wire::IntfId const& id) override {
-      auto const port = notifier().phyIntfStatus(id);
-      log.push_back(id.stringValue() + (port ? " created with '" + port->intfName() + "'" : " removed"));
-    }
-    void onIntfStatus(Wire::IntfId const& id) override { log.push_back(id.stringValue() + " registered"); }
-    Log log;
-  };
-  auto const sm = Kel::makePtr<ZeroTouch::ZeroTouchSmModel>(
-      nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
-      nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
-      nullptr, nullptr);
-  auto const reactor = Kel::makePtr<Reactor>(sm);
+  using Hooks = ZeroTouch::ZeroTouchSmModel::NotifieeConst;
+  auto const sm = std::apply([](auto... none) { return Kel::makePtr<ZeroTouch::ZeroTouchSmModel>(none...); },
+                             std::array<std::nullptr_t, 24>());
+  Log log;
+  Kel::Reactor const ports(sm, &Hooks::onPhyIntfStatus, [&](Wire::IntfId const& id) {
+    auto const port = sm->phyIntfStatus(id);
+    log.push_back(id.stringValue() + (port ? " created with '" + port->intfName() + "'" : " removed"));
+  });
+  Kel::Reactor const registered(sm, &Hooks::onIntfStatus, [&] { log.push_back("registered"); });
   auto const status = Kel::makePtr<Interface::EthPhyIntfStatus>(ethernet1);
   auto const other = Kel::makePtr<Interface::EthPhyIntfStatus>(ethernet1);
 
@@ -54,31 +52,26 @@ TEST(Model, collections_of_entities_create_once_announce_and_refuse_another_cons
   sm->phyIntfStatusDelAll();
   EXPECT_EQ(sm->phyIntfStatus(ethernet1), nullptr);
   EXPECT_EQ(sm->intfStatus(ethernet1), port);
-  EXPECT_EQ(reactor->log, (Log{"Ethernet1 created with ''", "Ethernet1 registered", "Ethernet1 removed"}));
+  EXPECT_EQ(log, (Log{"Ethernet1 created with ''", "registered", "Ethernet1 removed"}));
 }
 
 TEST(Model, contained_entities_come_go_and_may_be_there_from_the_start) {
-  struct Reactor : EntityMib::Status::NotifieeConst {
-    explicit Reactor(Kel::Ptr<EntityMib::Status> const& status) : NotifieeConst(status), mib(status.get()) {}
-    void onRoot() override {
-      log.push_back(mib->root() ? "there" : "gone");
-      if (removeAtOnce) mib->rootDel();
-    }
-    EntityMib::Status* mib;
-    bool removeAtOnce = false;
-    Log log;
-  };
   auto const mib = Kel::makePtr<EntityMib::Status>();
-  auto const reactor = Kel::makePtr<Reactor>(mib);
+  bool removeAtOnce = false;
+  Log log;
+  Kel::Reactor const reactor(mib, &EntityMib::Status::NotifieeConst::onRoot, [&] {
+    log.push_back(mib->root() ? "there" : "gone");
+    if (removeAtOnce) mib->rootDel();
+  });
   EXPECT_EQ(mib->root(), nullptr);
   auto const root = mib->rootIs();
   EXPECT_EQ(mib->rootIs(), root);
   mib->rootDel();
   mib->rootDel();
-  reactor->removeAtOnce = true;
+  removeAtOnce = true;
   EXPECT_NE(mib->rootIs(), nullptr);  // who creates it gets it, whatever handlers did
   EXPECT_EQ(mib->root(), nullptr);
-  EXPECT_EQ(reactor->log, (Log{"there", "gone", "there", "gone"}));
+  EXPECT_EQ(log, (Log{"there", "gone", "there", "gone"}));
   EXPECT_NE(Kel::makePtr<Routing::Config>()->routeList(), nullptr);
 }
 

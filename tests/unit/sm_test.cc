@@ -5,6 +5,7 @@
 namespace {
 
 std::string const started = "ZTP_INIT: No startup-config found, starting Zero Touch Provisioning";
+std::string const nobodyAsked = "DHCP_NOT_ASKED: No DHCP server could be asked: no port takes part";
 std::string const reloading = "ZTP_RELOAD: Rebooting the system";
 std::string const waiting =
     "ZTP_STARTUP_FILE_SYNC_TIMEOUT: Waiting on File Replicator to synchronize the startup-config ";
@@ -45,7 +46,9 @@ TEST_F(StateMachine, a_run_without_interfaces_retries_until_the_time_limit) {
   agent = createAgent();
   time.advance(45);
   EXPECT_EQ(takeEvents(),
-            (Strings{started, "ZTP_RETRY: Retrying Zero Touch Provisioning from the beginning (attempt 1)"}));
+            (Strings{started, nobodyAsked,
+                     "ZTP_RETRY: Retrying Zero Touch Provisioning from the beginning (attempt 1)"}));
+  EXPECT_EQ(sm().lastFailureCause(), "no port could be asked for a boot file: no port takes part");
   EXPECT_STREQ(std::getenv("SYSNAME"), "sw1");
   time.advance(59.9);
   EXPECT_EQ(sm().retryCount(), 2);
@@ -53,7 +56,8 @@ TEST_F(StateMachine, a_run_without_interfaces_retries_until_the_time_limit) {
   time.advance(0.2);
   EXPECT_EQ(
       takeEvents(),
-      (Strings{"ZTP_RETRY: Retrying Zero Touch Provisioning from the beginning (attempt 2)", reloading}));
+      (Strings{nobodyAsked, "ZTP_RETRY: Retrying Zero Touch Provisioning from the beginning (attempt 2)",
+               nobodyAsked, reloading}));
   EXPECT_EQ(platform.status->runTime(), 105);
   EXPECT_EQ(platform.reloadConfig->reason(), "ZTP RELOAD");
   EXPECT_EQ(platform.reloadConfig->reloadTime(), sm().startTime() + 105);
@@ -66,7 +70,7 @@ TEST_F(StateMachine, a_forced_shutdown_ends_the_first_retry) {
   platform.config->enabledIs(true);
   agent = createAgent();
   time.advance(45);
-  EXPECT_EQ(takeEvents(), (Strings{started, reloading}));
+  EXPECT_EQ(takeEvents(), (Strings{started, nobodyAsked, reloading}));
 }
 
 TEST_F(StateMachine, a_refused_request_changes_nothing_but_cancels_the_timer) {
@@ -74,20 +78,23 @@ TEST_F(StateMachine, a_refused_request_changes_nothing_but_cancels_the_timer) {
   sm.nextStateIs(State::stateRetry);  // held already: its entry action does not run again
   EXPECT_EQ(sm.retryCount(), 1);
   ASSERT_EQ(runningTimer(), "RetryWaitTimer");
-  sm.doStateTransition(State::stateDhcpQuery, State::stateStatelessDhcpQuery);
+  sm.doStateTransition(State::stateDhcpQuery, State::stateStatelessDhcpQuery,
+                       ZeroTouch::TransitionCause::dhcpQueryOver);
   time.settle();
   EXPECT_EQ(sm.currentState(), State::stateRetry);
   EXPECT_EQ(runningTimer(), "");
   EXPECT_EQ(takeEvents(), Strings{});
 }
 
-TEST_F(StateMachine, nothing_leaves_a_shutdown_that_is_pending_or_done) {
-  Sm& sm = inRetry();
-  for (State const request : {State::stateShutdown, State::stateInit}) {
-    sm.doStateTransition(State::stateInvalid, request);
+TEST_F(StateMachine, nothing_overtakes_a_stop_that_is_pending) {
+  for (State const stop : {State::stateInit, State::stateShutdown}) {
+    Sm& sm = inRetry();
+    stop == State::stateInit ? platform.config->enabledIs(false) : platform.config->cancelledIs(true);
     sm.doStateTransition(State::stateInvalid, State::stateDhcpQuery);
     time.settle();
-    EXPECT_EQ(sm.currentState(), State::stateShutdown);
+    EXPECT_EQ(sm.currentState(), stop);
+    std::filesystem::remove(flash.path("/flash/zerotouch-config"));
+    startOver();
   }
 }
 
@@ -106,35 +113,26 @@ TEST_F(StateMachine, fetch_retries_back_off_three_times_then_the_run_retries) {
   EXPECT_EQ(sm().currentState(), State::stateRetry);
 }
 
-TEST_F(StateMachine, a_retry_waits_until_the_script_has_taken_both_families_of_results_away) {
+// The script that takes results away finds its reason in the environment. What follows from when they go, and
+// that the wait has an end, the simulated runs show.
+TEST_F(StateMachine, the_clean_up_is_told_its_reason_and_can_be_left_out) {
   environment.set("reason", "something else");
-  Strings reasons;
-  bool removes = false;
-  children.onRunAndWait = [&](char const*) {
-    reasons.emplace_back(std::getenv("reason"));
-    if (removes) platform.dhcpStatus->intfDhcpStatusDelAll();
-    return 1;
-  };
-  Sm& sm = inRetry();
-  EXPECT_EQ(reasons, (Strings{"CLEANUP", "CLEANUP6"}));  // at the start of the run
-  EXPECT_EQ(std::getenv("reason"), nullptr);
-  EXPECT_EQ(children.ranAndWaited.back(), "/usr/bin/zerotouch-dhclient-script");
-  platform.dhcpStatus->intfDhcpStatusIs("et1");
-  platform.dhcpStatus->intfDhcp6StatusIs("et1");
-  time.advance(15);
-  EXPECT_EQ(reasons.size(), 4);
-  platform.dhcpStatus->intfDhcpStatusDel("et1");
-  EXPECT_EQ(sm.transitionState(), State::stateInvalid);
-  platform.dhcpStatus->intfDhcp6StatusDel("et1");
-  EXPECT_EQ(sm.transitionState(), State::stateDhcpQuery);
-
-  for (removes = true; char const* const variable : {"UNRELATED", "ZEROTOUCH_IGNORE_DHCLIENTCLEANUP"}) {
-    startOver();
+  for (char const* const variable : {"UNRELATED", "ZEROTOUCH_IGNORE_DHCLIENTCLEANUP"}) {
+    Strings reasons;
+    children.onRunAndWait = [&](char const* path) {
+      reasons.push_back(std::string(path) + " " + std::getenv("reason"));
+      return 1;
+    };
     environment.set(variable, "1");
-    inRetry();
+    Sm& sm = inRetry();
     platform.dhcpStatus->intfDhcpStatusIs("et1");
-    EXPECT_EQ(untilRequested(State::stateDhcpQuery), 15) << variable;
-    removes = false;
+    time.advance(15);
+    bool const left = sm.awaitsDhcpCleanup();
+    EXPECT_EQ(left, variable == std::string("UNRELATED"));
+    std::string const script = "/usr/bin/zerotouch-dhclient-script CLEANUP";
+    EXPECT_EQ(reasons, left ? (Strings{script, script + "6", script, script + "6"}) : Strings{});
+    EXPECT_TRUE(!left || std::getenv("reason") == nullptr);
+    startOver();
   }
 }
 
@@ -155,11 +153,11 @@ TEST_F(StateMachine, a_standby_is_waited_for_six_times_at_the_most) {
         Case{"supervisor", Standby::never, sixWaits, 30}}) {
     Kel::activityManager()->config()->cellTypeIs(c.cellType);
     inRetry();
-    auto const& replication = platform.fileReplication;
+    auto const& replication = platform.fileReplicationStatus;
     if (c.standby != Standby::none)
       replication->entryIs("RedSup")->synchronizedIs(c.standby == Standby::synchronized);
     Kel::Seconds const start = Kel::now();
-    sm().doStateTransition(State::stateRetry, State::stateShutdown);
+    sm().doStateTransition(State::stateRetry, State::stateShutdown, ZeroTouch::TransitionCause::runTimeOver);
     if (c.standby == Standby::afterTwo) {
       time.advance(7);
       replication->entry("RedSup")->synchronizedIs(true);
@@ -186,10 +184,14 @@ TEST_F(StateMachine, readiness_follows_the_family_that_brought_the_boot_file) {
   EXPECT_FALSE(sm().readyToFetchConfig());
   sm().systemIdentitySetupTimerExpiredIs(true);
   EXPECT_TRUE(sm().readyToFetchConfig());
+  sm().choosenIntfIs(nullptr);
+  EXPECT_FALSE(sm().readyToFetchConfig());
 
-  // The DHCPv4 record now says nothing but FAIL.
-  platform.dhcpStatus->intfDhcpStatus("et1")->bootFileNameIs("");
+  // A DHCPv4 report that comes after the DHCPv6 answer was chosen does not change for what is waited.
+  platform.dhcpStatus->intfDhcpStatusDelAll();
   platform.dhcpStatus->intfDhcp6StatusIs("et1")->bootFileNameIs("http://h/c");
+  sm().choosenIntfIs(chosen);
+  platform.dhcpStatus->intfDhcpStatusIs("et1")->bootFileNameIs("http://h/c");
   EXPECT_FALSE(sm().readyToFetchConfig());
   platform.ip6Status->intfIs(port)->addrIs(*Wire::Ip6AddrWithMask::fromString("2001:db8::5/64"));
   EXPECT_TRUE(sm().readyToFetchConfig());
@@ -229,10 +231,12 @@ TEST_F(StateMachine, its_timers_have_built_in_times_that_the_environment_overrid
     environment.set(variables + "_INTERVAL", "0.25");
     environment.set(variables + "_TIMEOUT", "2.5 seconds");
     expectTimes(0.25, 2.5);
-    for (char const* const noNumber : {"soon", "", "inf", "nan"}) {
+    for (char const* const noNumber : {"soon", "", "nan"}) {
       environment.set(variables + "_TIMEOUT", noNumber);
       expectTimes(0.25, 0);
     }
+    environment.set(variables + "_TIMEOUT", "inf");
+    expectTimes(0.25, Kel::never);
   }
 }
 

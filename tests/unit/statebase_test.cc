@@ -8,7 +8,6 @@
 
 #include <algorithm>
 
-#include "platform/statebase/Peer.h"
 #include "platform/statebase/Server.h"
 #include "tests/unit/StatebaseFixture.h"
 
@@ -87,13 +86,11 @@ class StateSocket : public ::testing::Test, protected TestTree {
     EXPECT_EQ(peer.write(text), text.size());
     return heard(peer);
   }
-  std::string refusalToServe(std::string const& socketPath) {
-    try {
-      Server const second(tree, {.path = socketPath, .group = {}, .roleOf = {}});
-      return "";
-    } catch (SocketError const& error) {
-      return error.what();
-    }
+  std::string refusalToServe(std::string const& socketPath) try {
+    Server const second(tree, {.path = socketPath, .group = {}, .roleOf = {}});
+    return "";
+  } catch (SocketError const& error) {
+    return error.what();
   }
 
   Kel::testing::SimulatedTime time;
@@ -175,6 +172,15 @@ TEST_F(StateSocket, AWatchReportsTheLastValueOncePerPassAndFollowsRemovalAndRetu
   dhcpStatus->intfDhcpStatus("et1")->mtuIs(1);
   EXPECT_EQ(heard(ofMtu), "");
 
+  // What an entity that comes later holds.
+  std::string const model = "/entityMib/status/root/modelName";
+  Peer ofModel(path);
+  EXPECT_EQ(exchange(ofModel, on("watch", model)), result("null"));
+  for (std::string const name : {"M1", "M2"}) {
+    entityMib->rootIs()->modelNameIs(name);
+    EXPECT_EQ(heard(ofModel), changed(model, '"' + name + '"'));
+  }
+
   // An attribute that the collection's declared type does not have.
   auto const port = ports->intfStatus(*Wire::IntfId::fromString("Ethernet1/1"));
   allPorts->intfStatusDelAll();
@@ -205,6 +211,28 @@ TEST_F(StateSocket, ChangesCoalesceWhileAWatcherDoesNotRead) {
   std::string const answers = exchange(peer, watches);
   EXPECT_NE(answers.find(result("null", 62)), std::string::npos);
   EXPECT_NE(answers.find("more than 64 watches"), std::string::npos);
+}
+
+TEST_F(StateSocket, AListOfPathsIsWatchedWholeOrNotAtAll) {
+  std::string const address = "/entityMib/status/systemMacAddr", zero = R"("00:00:00:00:00:00")";
+  std::string const both = R"({"paths":[")" + enabledPath + R"(",")" + address + R"("]})";
+  std::string const values = "{\"" + enabledPath + "\":false,\"" + address + "\":" + zero + "}";
+  Peer peer(path);
+  std::string const refused =
+      exchange(peer, call("watch", R"({"paths":[")" + enabledPath + R"(","/zerotouch/config/x"]})"));
+  EXPECT_NE(refused.find("has no attribute 'x'"), std::string::npos) << refused;
+  config->enabledIs(true);
+  EXPECT_EQ(heard(peer), "");
+  config->enabledIs(false);
+  EXPECT_EQ(exchange(peer, call("watch", both)), result(values));
+  EXPECT_EQ(exchange(peer, call("watch", both)), result(values));  // watches each once still
+  config->enabledIs(true);
+  entityMib->systemMacAddrIs(*Wire::EthAddr::fromString("02:00:00:00:00:01"));
+  EXPECT_EQ(heard(peer), changed(enabledPath, "true") + changed(address, R"("02:00:00:00:00:01")"));
+  EXPECT_EQ(exchange(peer, call("unwatch", both)),
+            result("{\"" + enabledPath + "\":true,\"" + address + "\":true}"));
+  config->enabledIs(false);
+  EXPECT_EQ(heard(peer), "");
 }
 
 TEST_F(StateSocket, WhoHasNoRoleIsClosedAndMoreThan256ClientsWait) {

@@ -38,7 +38,7 @@ class StateTree : public ::testing::Test, protected TestTree, private RpcSession
 
  private:
   Role role() const override { return role_; }
-  Value watch(std::string const&) override { return nullptr; }
+  void watch(std::vector<std::string> const&) override {}
   bool unwatch(std::string const&) override { return false; }
 
   Kel::testing::SimulatedTime time_{1'700'000'000};
@@ -78,6 +78,21 @@ TEST_F(StateTree, EveryKindOfPathIsReadable) {
     EXPECT_EQ(get(path), value) << path;
   }
   EXPECT_EQ(request("time", "{}"), "1700000000.0");
+  std::string const enabled = "/zerotouch/config/enabled";
+  for (
+      auto const& [paths, answer] : std::vector<std::pair<std::string, std::string>>{
+          {"[]", "{}"},
+          {R"(["/nowhere", "/entityMib/status/root/modelNumber", "/entityMib/status/systemMacAddr", "/zerotouch/config/enabled"])",
+           R"({"/nowhere":null,"/entityMib/status/root/modelNumber":null,"/entityMib/status/systemMacAddr":"00:00:00:00:00:00","/zerotouch/config/enabled":false})"},
+          {R"(["/entityMib", "entityMib"])", "-32001 entityMib: malformed path"},
+          {R"(["/entityMib", "/", "/entityMib"])", "-32602 /entityMib: it is listed twice"},
+          {R"(["/entityMib", 1])", "-32602 'paths' holds what is no string"},
+          {R"("/entityMib")", "-32602 'paths' is no list"},
+          {"[]"
+           ", \"path\": \"/\"",
+           "-32602 unknown or repeated parameter 'path'"}}) {
+    EXPECT_EQ(request("get", R"({"paths": )" + paths + "}"), answer) << paths;
+  }
 }
 
 TEST_F(StateTree, OneMessageCreatesTheEntryThenSetsInTheOrderGiven) {

@@ -1,8 +1,8 @@
 // The network value types: every text that is accepted comes back, everything else is refused.
 #include <gtest/gtest.h>
 
-#include "platform/model/values/Via.h"
-#include "platform/model/values/VrfName.h"
+#include "platform/model/values/Grammar.h"
+#include "platform/model/values/Names.h"
 #include "platform/model/values/Wire.h"
 
 namespace {
@@ -60,6 +60,46 @@ TEST(Values, refuse_everything_else) {
 TEST(Values, are_ordered_by_their_number_not_their_text) {
   EXPECT_LT(Wire::IpGenAddr(), *Wire::IpGenAddr::fromString("10.0.0.1"));
   EXPECT_LT(*Wire::IpAddr::fromString("9.0.0.0"), *Wire::IpAddr::fromString("10.0.0.0"));
+}
+
+TEST(Grammar, host_names_are_those_of_rfc_1123) {
+  std::string const label(63, 'a');
+  std::string const longest = label + "." + label + "." + label + "." + std::string(61, 'a');
+  for (auto const& name : std::vector<std::string>{"a", "sw-1.example.com", "0", longest}) {
+    EXPECT_EQ(Grammar::nameFault(name), "") << name;
+  }
+  using namespace std::string_literals;
+  for (auto const& name :
+       std::vector<std::string>{"", ".", "a.", ".a", "a..b", "-a", "a-", "a_b", "a b", "a\nb", "a\0"s,
+                                "\xc3\xa4", "a\"b", "$(a)", label + "a", longest + "a"}) {
+    EXPECT_NE(Grammar::nameFault(name), "") << name;
+  }
+}
+
+TEST(Grammar, addresses_that_no_neighbour_has_are_refused) {
+  for (auto const& [address, port, host] : std::vector<std::tuple<std::string, char const*, char const*>>{
+           {"10.0.0.5/24", "", ""},
+           {"10.0.0.5/0", "an address without a mask", ""},
+           {"0.0.0.1/8", "of no machine", "of no machine"},
+           {"240.0.0.1/24", "a multicast, broadcast or reserved address",
+            "a multicast, broadcast or reserved address"},
+           {"2001:db8::5/64", "", ""},
+           {"fe80::1/64", "", "a link-local address"},
+           {"ff02::1/64", "a multicast address", "a multicast address"},
+           {"::ffff:10.0.0.1/96", "of no machine, a loopback or an embedded IPv4 address",
+            "of no machine, a loopback or an embedded IPv4 address"}}) {
+    auto const value = *Wire::IpGenAddrWithMask::fromString(address);
+    EXPECT_EQ(Grammar::portAddressFault(value), port) << address;
+    EXPECT_EQ(value.isV6() ? Grammar::hostFault(value.v6().address) : Grammar::hostFault(value.v4().address),
+              host)
+        << address;
+  }
+  for (auto const& [prefix, good] : std::vector<std::pair<char const*, bool>>{{"0.0.0.0/0", true},
+                                                                              {"0.0.0.0/1", true},
+                                                                              {"0.0.0.0/8", false},
+                                                                              {"10.1.2.3/16", true},
+                                                                              {"127.0.0.0/8", false}})
+    EXPECT_EQ(Grammar::prefixFault(*Wire::IpAddrWithMask::fromString(prefix)).empty(), good) << prefix;
 }
 
 }  // namespace

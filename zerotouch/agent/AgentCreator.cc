@@ -25,12 +25,15 @@ void AgentCreator::handleInitialized() {
   ztPamManIs("ztPamMan", aisd(), aisld(), kernelNetInfoStatus());
   auto const clock = Kel::activityManager()->config()->clock();
   auto const stateTransitionClock = Kel::activityManager()->config()->clock();
-  ztSmIs(config(), status(), dhcpStatus(), epicd(), episd(), vicd(), visd(), aisd(), elisd(),
-         entityMibStatus(), ipConfig(), l3ConfigDir(), ipStatus(), ip6Config(), ip6Status(), routingConfig(),
-         netConfig(), netStatus(), reloadConfig(), fileReplicationStatus(), sysLoggingConfig(),
-         raPacketStatus(), ztPamMan_->ethDevPamCollection(), ztPamMan_->pamDesiredIntfDir(), clock,
-         stateTransitionClock);
+  passHandles([&](auto const&... handles) {
+    ztSmIs(handles..., ztPamMan_->ethDevPamCollection(), ztPamMan_->pamDesiredIntfDir(), clock,
+           stateTransitionClock);
+  });
   initializedIs(true);
+}
+
+Kel::Ptr<AgentCreator> agentCreatorFactory(AGENT_HANDLE_PARAMETERS) {
+  return AgentCreator::AgentCreatorIs(AGENT_HANDLES);
 }
 
 }  // namespace ZeroTouch

@@ -2,13 +2,13 @@
 #pragma once
 
 #include "platform/model/agent.h"
-#include "zerotouch/intf/ZeroTouchPamMan.h"
+#include "zerotouch/intf/LldpWatch.h"
 #include "zerotouch/sm/ZeroTouchSm.h"
 
 namespace ZeroTouch {
 
-// Owns the packet-socket manager and the state machine. The 25 handles are those of AgentCreatorModel, in its
-// order.
+// Owns the packet-socket manager and the state machine. The handles are those that the schema of
+// AgentCreatorModel lists, in its order.
 class AgentCreator : public AgentCreatorModel {
  public:
   template <typename... Handles>
@@ -19,7 +19,9 @@ class AgentCreator : public AgentCreatorModel {
 
   template <typename... Handles>
   static Kel::Ptr<AgentCreator> AgentCreatorIs(Handles const&... handles) {
-    return Kel::makePtr<AgentCreator>(handles...);
+    auto agent = Kel::makePtr<AgentCreator>(handles...);
+    agent->hasNotificationActiveIs(true);
+    return agent;
   }
 
   Kel::Ptr<ZeroTouchPamMan> const& ztPamMan() const { return ztPamMan_; }
@@ -34,7 +36,7 @@ class AgentCreator : public AgentCreatorModel {
   // Takes what ZeroTouchSm's constructor takes.
   template <typename... Handles>
   void ztSmIs(Handles const&... handles) {
-    AgentCreatorModel::ztSmIs(Kel::makePtr<ZeroTouchSm>(handles...));
+    AgentCreatorModel::ztSmIs(ZeroTouchSm::ZeroTouchSmIs(handles...));
   }
   void ztSmDel() { AgentCreatorModel::ztSmIs(nullptr); }
 

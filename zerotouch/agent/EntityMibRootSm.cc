@@ -7,7 +7,9 @@ namespace ZeroTouch {
 
 EntityMibRootSm::EntityMibRootSm(ZeroTouchSm* ztSm, Kel::Ptr<EntityMib::Fru const> const& entityMibRoot)
     : EntityMibRootSmModel(entityMibRoot), ztSm_(ztSm) {
-  if (entityMibRoot) kelEntityMibRoot_ = Kel::makePtr<KelEntityMibRoot>(entityMibRoot, *this);
+  if (entityMibRoot)
+    initStatus_ = Kel::Reactor(entityMibRoot, &EntityMib::Fru::NotifieeConst::onInitStatus, this,
+                               &EntityMibRootSm::handleEntityMibInitStatus);
   handleEntityMibInitStatus();
 }
 

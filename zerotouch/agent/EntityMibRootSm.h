@@ -2,6 +2,7 @@
 // changes.
 #pragma once
 
+#include "platform/kel/Reactor.h"
 #include "platform/model/agent.h"
 
 namespace ZeroTouch {
@@ -14,21 +15,12 @@ class EntityMibRootSm : public EntityMibRootSmModel {
  public:
   EntityMibRootSm(ZeroTouchSm* ztSm, Kel::Ptr<EntityMib::Fru const> const& entityMibRoot);
 
+  ZeroTouchSm* ztSm() const { return ztSm_; }
   void handleEntityMibInitStatus();
 
  private:
-  class KelEntityMibRoot : public EntityMib::Fru::NotifieeConst {
-   public:
-    KelEntityMibRoot(Kel::Ptr<EntityMib::Fru const> const& root, EntityMibRootSm& owner)
-        : NotifieeConst(root), owner_(owner) {}
-    void onInitStatus() override { owner_.handleEntityMibInitStatus(); }
-
-   private:
-    EntityMibRootSm& owner_;
-  };
-
   ZeroTouchSm* ztSm_;  // the owner
-  Kel::Ptr<KelEntityMibRoot> kelEntityMibRoot_;
+  Kel::Reactor initStatus_;
 };
 
 }  // namespace ZeroTouch

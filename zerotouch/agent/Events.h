@@ -1,6 +1,6 @@
 // The event catalogue: every externally visible step of a run. Each handle is raised by name with the values
 // for the placeholders of its format. The texts are part of what operators see and search for; they are kept
-// as they are.
+// as they are. The warnings at the end are the system's own.
 #pragma once
 
 #include "platform/kel/Log.h"
@@ -32,5 +32,15 @@ extern Kel::LogHandle ZTP_RELOAD;
 extern Kel::LogHandle ZTP_RETRY;  // retry count
 extern Kel::LogHandle ZTP_CANCEL;
 extern Kel::LogHandle ZTP_INTERFACE_SPEED;  // speed, interfaces
+
+extern Kel::LogHandle downloadImpossible;  // reason
+extern Kel::LogHandle saveFileIgnored;     // value, reason
+extern Kel::LogHandle downloadNotUsable;   // what failed, with path and reason
+extern Kel::LogHandle dhclientConfigCut;   // path
+extern Kel::LogHandle dhcpNotAsked;        // reason
+extern Kel::LogHandle dhcpResultsLeft;
+extern Kel::LogHandle addressNotActive;  // address and port
+extern Kel::LogHandle addressGone;       // address and port
+extern Kel::LogHandle bootFileUnusable;  // its name, reason
 
 }  // namespace ZeroTouch

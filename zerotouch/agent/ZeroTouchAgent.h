@@ -1,8 +1,10 @@
-// The library's entry point: the symbol that the host looks up, and the environment that children are given.
+// The library's entry point: the symbol that the host looks up, the environment that children are given, and
+// the root of the agent's own tree.
 #pragma once
 
 #include <array>
 
+#include "platform/model/handles.h"
 #include "zerotouch/agent/AgentCreator.h"
 
 namespace ZeroTouch {
@@ -12,23 +14,27 @@ inline constexpr std::array defaultEnvVars = {"SYSNAME", "STATEBASESOCKNAME", "S
 
 // Makes the agent from the mounted entities; it runs from here on, on the caller's loop, until the handle is
 // dropped. The symbol is the plain name. Nothing is thrown.
-extern "C" Kel::Ptr<AgentCreator> agentCreatorFactory(
-    Kel::Ptr<Config> const& config, Kel::Ptr<Status> const& status,
-    Kel::Ptr<DhcpStatus const> const& dhcpStatus, Kel::Ptr<Interface::AllEthPhyIntfConfigDir> const& epicd,
-    Kel::Ptr<Interface::AllEthPhyIntfStatusDir const> const& episd,
-    Kel::Ptr<Interface::VlanIntfConfigDir> const& vicd,
-    Kel::Ptr<Interface::VlanIntfStatusDir const> const& visd,
-    Kel::Ptr<Interface::AllIntfStatusDir const> const& aisd,
-    Kel::Ptr<Interface::AllIntfStatusLocalDir const> const& aisld,
-    Kel::Ptr<KernelNetInfo::Status const> const& kernelNetInfoStatus,
-    Kel::Ptr<Interface::EthLagIntfStatusDir> const& elisd, Kel::Ptr<Interface::EthIntfStatusDir> const& eisd,
-    Kel::Ptr<EntityMib::Status const> const& entityMibStatus, Kel::Ptr<Ip::Config> const& ipConfig,
-    Kel::Ptr<L3::Intf::ConfigDir> const& l3ConfigDir, Kel::Ptr<Ip::Status const> const& ipStatus,
-    Kel::Ptr<Ip6::Config> const& ip6Config, Kel::Ptr<Ip6::Status const> const& ip6Status,
-    Kel::Ptr<Routing::Config> const& routingConfig, Kel::Ptr<System::NetConfig> const& netConfig,
-    Kel::Ptr<System::NetStatus const> const& netStatus, Kel::Ptr<System::Reload::Config> const& reloadConfig,
-    Kel::Ptr<FileReplication::Status const> const& fileReplicationStatus,
-    Kel::Ptr<LogMgr::LogConfig> const& sysLoggingConfig,
-    Kel::Ptr<RouterAdvt::RaPacketStatus const> const& raPacketStatus);
+extern "C" Kel::Ptr<AgentCreator> agentCreatorFactory(AGENT_HANDLE_PARAMETERS);
+
+class Root : public Kel::Entity {
+ public:
+  explicit Root(Kel::Name name) : name_(std::move(name)) {}
+
+  Kel::Name const& name() const { return name_; }
+  bool hasBackupSupport() const { return false; }
+
+  Kel::Ptr<AgentCreator> const& agent() const { return agent_; }
+  // Creates the one agent from the 25 handles, or returns the one there is.
+  template <typename... Handles>
+  Kel::Ptr<AgentCreator> const& agentIs(Handles const&... handles) {
+    if (!agent_) agent_ = AgentCreator::AgentCreatorIs(handles...);
+    return agent_;
+  }
+  void agentDel() { agent_ = nullptr; }
+
+ private:
+  Kel::Name name_;
+  Kel::Ptr<AgentCreator> agent_;
+};
 
 }  // namespace ZeroTouch

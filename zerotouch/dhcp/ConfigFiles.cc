@@ -1,15 +1,14 @@
 // The configuration files of the DHCP clients: a template, then statements that tell the server which switch
 // is asking. Written once per start attempt, before any client runs.
-#include <cstdlib>
+#include <array>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
 
 #include "platform/kel/Assert.h"
 #include "platform/kel/Format.h"
-#include "zerotouch/agent/Warnings.h"
-#include "zerotouch/dhcp/DhclientFiles.h"
-#include "zerotouch/sm/ZeroTouchSm.h"
+#include "zerotouch/agent/Events.h"
+#include "zerotouch/dhcp/DhcpClient.h"
 #include "zerotouch/utils/ZeroTouchUtils.h"
 
 namespace ZeroTouch {
@@ -28,7 +27,8 @@ Kel::String vendorId(EntityMib::Fru const& chassis) {
   return result;
 }
 
-// As dhclient reads the text back between quotes (dhclient.conf(5)); a plain identity stays as it is.
+// Escapes quotes, backslashes and control bytes so that dhclient reads the same text back from between quotes
+// (dhclient.conf(5)).
 Kel::String escaped(Kel::String const& text) {
   Kel::String result;
   for (char const c : text) {
@@ -52,7 +52,8 @@ Kel::String vendorOpts(Kel::String const& data) {
   Kel::String result;
   for (std::size_t i = 0; i < header.size(); i += 2) result += header.substr(i, 2) + ":";
   for (std::size_t i = 0; i < data.size(); ++i) {
-    // Widened as a signed character: a byte above 0x7f shows as ffffff80 and so on. Identities are ASCII.
+    // A byte above 0x7f is widened as a signed character and shows as ffffff80 and so on. Identities are
+    // ASCII.
     auto const widened = static_cast<std::uint32_t>(static_cast<signed char>(data[i]));
     result += (i == 0 ? "" : ":") + Kel::format("%02x", widened);
   }
@@ -74,45 +75,55 @@ std::uintmax_t sizeOf(char const* path) {
   return error ? 0 : size;
 }
 
-// False when the disk has no room for all of it; then the file is as it was before.
-bool create(ZeroTouchSm const& sm, char const* base, char const* generated, char const* version) {
-  auto const before = sizeOf(generated);
-  if (!appendTemplate(base, generated)) {
-    std::cerr << "Unable to open either " << base << " or " << generated << "\n";
-    KEL_ASSERT(!"dhclient configuration", "!\"dhclient configuration\"");
-  }
-  sm.addIdentifierStatementsToDhclientConfig(generated, version);
-  auto const added = sizeOf(base) + identifierStatements(sm, version).size();
-  if (sizeOf(generated) == before + added) return true;
-  std::error_code ignored;
-  std::filesystem::resize_file(generated, before, ignored);
-  dhclientConfigCut.log(generated);
-  return false;
+// Empty when the file cannot be read to its end: half a template would be a mistake in the configuration.
+Kel::String contentOf(char const* path) {
+  std::ifstream in(path, std::ios::binary);
+  Kel::String result;
+  std::array<char, 4096> block;
+  while (in.read(block.data(), block.size()) || in.gcount() > 0) result.append(block.data(), in.gcount());
+  return in.bad() ? "" : result;
 }
 
 }  // namespace
 
-// Not truncated: a second start attempt in the same boot appends, and in these files the last statement wins.
-bool appendTemplate(char const* base, char const* generated) {
-  std::ifstream in(base, std::ios::binary);
+// The generated file is not truncated: a second start attempt in the same boot appends, and of two equal
+// statements the last one counts.
+std::optional<std::size_t> appendTemplate(char const* base, char const* generated) {
   std::ofstream out(generated, std::ios::binary | std::ios::app);
-  if (!out) return false;
-  if (in && in.peek() != std::ifstream::traits_type::eof()) out << in.rdbuf();
-  return true;
+  if (!out) return std::nullopt;
+  Kel::String const content = contentOf(base);
+  out << content;
+  return content.size();
 }
 
-void ZeroTouchSm::doCreateDhclientConfigFile() {
-  dhclientConfigCut_ = !create(*this, dhclientBaseConfigPath, dhclientConfigPath, "v4");
+void DhcpClient::createConfig() {
+  auto const before = sizeOf(kind_.config);
+  auto const copied = appendTemplate(kind_.baseConfig, kind_.config);
+  if (!copied) {
+    std::cerr << "Unable to open either " << kind_.baseConfig << " or " << kind_.config << "\n";
+    KEL_ASSERT(!"dhclient configuration", "!\"dhclient configuration\"");
+  }
+  sm_.addIdentifierStatementsToDhclientConfig(kind_.config, kind_.version);
+  auto const added = *copied + identifierStatements(sm_, kind_.version).size();
+  configCut_ = sizeOf(kind_.config) != before + added;
+  if (!configCut_) return;
+  std::error_code ignored;
+  std::filesystem::resize_file(kind_.config, before, ignored);
+  dhclientConfigCut.log(kind_.config);
 }
 
-void ZeroTouchSm::doCreateDhclient6ConfigFile() {
-  dhclient6ConfigCut_ = !create(*this, dhclient6BaseConfigPath, dhclient6ConfigPath, "v6");
+void DhcpClient::completeConfig() {
+  if (configCut_) createConfig();
 }
 
-// Without it a client would not even ask for a boot file.
+void ZeroTouchSm::doCreateDhclientConfigFile() { dhcpClients_->dhclient.createConfig(); }
+
+void ZeroTouchSm::doCreateDhclient6ConfigFile() { dhcpClients_->dhclient6.createConfig(); }
+
+// A client without its configuration would not even ask for a boot file.
 void ZeroTouchSm::doCompleteDhclientConfigFiles() {
-  if (dhclientConfigCut_) doCreateDhclientConfigFile();
-  if (dhclient6ConfigCut_) doCreateDhclient6ConfigFile();
+  dhcpClients_->dhclient.completeConfig();
+  dhcpClients_->dhclient6.completeConfig();
 }
 
 void ZeroTouchSm::addIdentifierStatementsToDhclientConfig(char const* file, Kel::String version) const {

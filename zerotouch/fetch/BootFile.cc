@@ -1,46 +1,160 @@
-// Which URL a DHCP answer asks for.
-#include <array>
+#include "zerotouch/fetch/BootFile.h"
+
+#include <optional>
+#include <sstream>
 
 #include "platform/kel/Assert.h"
+#include "platform/kel/Format.h"
 #include "zerotouch/agent/Events.h"
-#include "zerotouch/fetch/BootFile.h"
+#include "zerotouch/fetch/CurlTransfer.h"
 #include "zerotouch/sm/SmTrace.h"
 #include "zerotouch/sm/ZeroTouchSm.h"
+#include "zerotouch/utils/ZeroTouchUtils.h"
 
 namespace ZeroTouch {
 
-std::optional<BootFile> bootFile(Kel::String const& serverName, Kel::String const& bootFileName) {
-  if (!serverName.empty()) return BootFile{"tftp://" + serverName + "/" + bootFileName, false, false};
-  std::size_t const colon = bootFileName.find(':');
-  if (colon == Kel::String::npos) return std::nullopt;
-  Kel::String const scheme = bootFileName.substr(0, colon);
-  bool const https = scheme == "https";
-  bool const http = https || scheme == "http";
-  if (!http && scheme != "ftp" && scheme != "tftp") return std::nullopt;
-  return BootFile{bootFileName, http, https};
+namespace {
+
+constexpr std::size_t maxFileBytes = 65'536;
+constexpr std::size_t maxValueBytes = 1'024;
+
+#define HEADERS_TRACE(level, text) \
+  KEL_TRACE(traceZeroTouchSm, level, "ZeroTouchSm::doBuildCurlHttpHeaders" << text)
+
+// A line end in a value would make the rest of it a header of its own.
+Kel::String header(char const* name, Kel::String value) {
+  std::erase_if(value, isControl);
+  if (value.size() > maxValueBytes) value.resize(maxValueBytes);
+  return Kel::String(name) + value;
 }
 
-// No event when there is no URL: an unknown scheme is nothing to report.
-void ZeroTouchSm::doTryFetchConfigFromServer() {
-  KEL_ASSERT(choosenIntf(), "choosenIntf()");
-  auto const& device = choosenIntf()->kernelIntfName();
-  auto answer = dhcpStatus()->intfDhcpStatus(device);
-  if (!answer || answer->bootFileName().empty()) answer = dhcpStatus()->intfDhcp6Status(device);
-  if (!answer || answer->bootFileName().empty()) return;
-  auto const file = bootFile(answer->serverName(), answer->bootFileName());
-  if (!file) {
-    SM_TRACE(1, " - No URL in bootfile-name " << answer->bootFileName());
-    return;
+Kel::String traced(char const* before, Kel::String line) {
+  HEADERS_TRACE(5, before << line);
+  return line;
+}
+
+// libcurl takes a line without a value for the wish not to send that header; an empty one ends with a
+// semicolon (CURLOPT_HTTPHEADER(3)).
+Kel::String forCurl(Kel::String line) {
+  if (line.ends_with(": ")) line.replace(line.size() - 2, 2, ";");
+  return line;
+}
+
+std::optional<Kel::String> readVersion(Kel::String const& path) {
+  auto const content = readStart(path, maxFileBytes);
+  if (!content) {
+    HEADERS_TRACE(5, " - Failed to open " << path);
+    return std::nullopt;
   }
-  option67UriIs(file->url);
-  option67UriIsHttpIs(file->http);
-  option67UriIsHttpsIs(file->https);
+  std::optional<Kel::String> version;
+  std::istringstream lines(content->text);
+  for (Kel::String line; std::getline(lines, line);) {
+    std::size_t const equals = line.find('=');
+    if (equals != Kel::String::npos && line.substr(0, equals) == "KVO_VERSION")
+      version = line.substr(equals + 1);
+  }
+  return version;
+}
+
+std::optional<Kel::String> readEtcArch(Kel::String const& path) {
+  auto const content = readStart(path, maxFileBytes);
+  if (!content) {
+    HEADERS_TRACE(5, " Failed to open " << path);
+    return std::nullopt;
+  }
+  Kel::String const line = content->text.substr(0, content->text.find('\n'));
+  return line.substr(0, line.find(' '));
+}
+
+}  // namespace
+
+BootFile bootFile(Kel::String const& serverName, Kel::String const& bootFileName) {
+  if (!serverName.empty()) return {"tftp://" + serverName + "/" + bootFileName, "tftp", ""};
+  std::size_t const colon = bootFileName.find(':');
+  if (colon == Kel::String::npos) return {"", "", "it is no URL, and the answer names no TFTP server"};
+  Kel::String const scheme = bootFileName.substr(0, colon);
+  bool const known = scheme == "http" || scheme == "https" || scheme == "ftp" || scheme == "tftp";
+  if (!known) return {"", "", "its scheme is none of http, https, ftp and tftp in lower case"};
+  return {bootFileName, scheme, ""};
+}
+
+void ZeroTouchSm::choosenIntfIs(Kel::Ptr<IntfStatus> const& intf) {
+  ZeroTouchSmModel::choosenIntfIs(intf);
+  chooseAnswer();
+}
+
+// The one place where the winner is decided: DHCPv4, if both families have named a boot file on the port.
+// What is reported once the identity is applied, as by a client that has not ended yet, changes nothing.
+void ZeroTouchSm::chooseAnswer() {
+  auto const intf = choosenIntf();
+  Kel::Ptr<ChosenAnswer> answer;
+  if (intf) {
+    auto const v4 = dhcpStatus()->intfDhcpStatus(intf->kernelIntfName());
+    auto const v6 = dhcpStatus()->intfDhcp6Status(intf->kernelIntfName());
+    if (v4 && !v4->bootFileName().empty()) {
+      answer = answerFrom(AnswerFamily::dhcpv4, v4);
+    } else if (v6 && !v6->bootFileName().empty()) {
+      bool const stateless = v6->addrWithMask().v6().address.isZero();
+      answer = answerFrom(stateless ? AnswerFamily::statelessDhcpv6 : AnswerFamily::dhcpv6, v6);
+    }
+  }
+  chosenAnswerIs(answer);
+}
+
+Kel::Ptr<ChosenAnswer> ZeroTouchSm::answerFrom(AnswerFamily family,
+                                               Kel::Ptr<IntfDhcpStatus const> const& result) {
+  BootFile const file = bootFile(result->serverName(), result->bootFileName());
+  return Kel::makePtr<ChosenAnswer>(family, result, file.url, file.scheme, file.objection);
+}
+
+Cause ZeroTouchSm::doTryFetchConfigFromServer() {
+  KEL_ASSERT(choosenIntf(), "choosenIntf()");
+  auto const answer = chosenAnswer();
+  if (!answer) return {TransitionCause::bootFileNotUrl, "the answer names none"};
+  Kel::String const& name = answer->result()->bootFileName();
+  if (answer->url().empty()) {
+    SM_TRACE(1, " - No URL in bootfile-name " << name);
+    bootFileUnusable.log(name, answer->objection());
+    return {TransitionCause::bootFileNotUrl, name + ": " + answer->objection()};
+  }
+  option67UriIs(answer->url());
+  option67UriIsHttpIs(answer->scheme() == "http" || answer->scheme() == "https");
+  option67UriIsHttpsIs(answer->scheme() == "https");
   doTryFetchUri();
-  if (curlTransferDone() && !curlSuccess()) reportFailedDownload();
+  if (!curlTransferDone()) return TransitionCause::downloadNotStarted;  // unless it runs
+  if (!curlSuccess()) reportFailedDownload();
+  return {TransitionCause::downloadRefusedAtOnce, curlErrorStr()};
 }
 
 void ZeroTouchSm::reportFailedDownload() {
   ZTP_CONFIG_DOWNLOAD_FAIL.log(option67Uri(), curlErrorStr().empty() ? "unknown" : curlErrorStr());
+}
+
+std::vector<Kel::String> requestHeaders(Wire::EthAddr const& systemMacAddr, EntityMib::Fru const& root,
+                                        Kel::String const& versionPath, Kel::String const& archPath) {
+  auto const& mac = systemMacAddr.bytes;
+  std::vector<Kel::String> headers{
+      header("X-Ostrel-SystemMAC: ",
+             Kel::format("%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2], mac[3], mac[4], mac[5])),
+      traced(" ", header("X-Ostrel-ModelName: ", root.modelName())),
+      traced(" ", header("X-Ostrel-Serial: ", root.serialNum())),
+      traced(" ", header("X-Ostrel-HardwareVersion: ", root.hardwareRev())),
+  };
+  if (auto const version = readVersion(versionPath))
+    headers.push_back(traced(" - ", header("X-Ostrel-SoftwareVersion: ", *version)));
+  if (auto const architecture = readEtcArch(archPath))
+    headers.push_back(traced(" - ", header("X-Ostrel-Architecture: ", *architecture)));
+  return headers;
+}
+
+void ZeroTouchSm::doBuildCurlHttpHeaders() {
+  KEL_ASSERT(chassis(), "entityMibRoot");
+  for (auto const& line : requestHeaders(entityMibStatus()->systemMacAddr(), *chassis())) {
+    auto* const longer = curlCBData_->curl->slistAppend(curlCBData_->headers, forCurl(line).c_str());
+    if (longer == nullptr) curlCBData_->curl->slistFreeAll(curlCBData_->headers);
+    curlCBData_->headers = longer;
+    if (longer == nullptr) return;  // without memory, the request goes out without any
+  }
 }
 
 }  // namespace ZeroTouch

@@ -1,20 +1,30 @@
-// Which URL a DHCP answer asks for.
+// Which URL a DHCP answer asks for, and what an HTTP request for it says about the switch.
 #pragma once
 
-#include <optional>
+#include <vector>
 
 #include "platform/kel/Types.h"
+#include "platform/model/entitymib.h"
 
 namespace ZeroTouch {
 
 struct BootFile {
-  Kel::String url;
-  bool http;   // http or https: the request says which switch is asking
-  bool https;  // its certificate is not checked
+  Kel::String url;        // empty when there is an objection
+  Kel::String scheme;     // "http", "https", "ftp" or "tftp"
+  Kel::String objection;  // why the name is no URL that can be downloaded; empty when it is one
 };
 
 // A server name means TFTP. Without one the boot file's name is the URL, when its scheme is, to the letter,
-// "http", "https", "ftp" or "tftp"; nothing otherwise.
-std::optional<BootFile> bootFile(Kel::String const& serverName, Kel::String const& bootFileName);
+// "http", "https", "ftp" or "tftp".
+BootFile bootFile(Kel::String const& serverName, Kel::String const& bootFileName);
+
+inline constexpr char const* softwareVersionPath = "/etc/kvo-version";
+inline constexpr char const* architecturePath = "/etc/arch";
+
+// The header lines, in their order: MAC address, model, serial number, hardware revision, and, as far as the
+// two files have them, software version and architecture. No line holds a control byte.
+std::vector<Kel::String> requestHeaders(Wire::EthAddr const& systemMacAddr, EntityMib::Fru const& root,
+                                        Kel::String const& versionPath = softwareVersionPath,
+                                        Kel::String const& archPath = architecturePath);
 
 }  // namespace ZeroTouch

@@ -4,10 +4,10 @@
 #include <filesystem>
 
 #include "platform/kel/Assert.h"
+#include "platform/kel/WholeFile.h"
 #include "zerotouch/agent/Events.h"
-#include "zerotouch/agent/Warnings.h"
 #include "zerotouch/fetch/CurlTransfer.h"
-#include "zerotouch/fetch/SaveFile.h"
+#include "zerotouch/fetch/Install.h"
 #include "zerotouch/sm/SmTrace.h"
 #include "zerotouch/sm/ZeroTouchSm.h"
 #include "zerotouch/utils/SettingsFile.h"
@@ -74,7 +74,7 @@ void ZeroTouchSm::doCopyConfigOrExecScript() {
 
 bool ZeroTouchSm::copyFile(char const* from, char const* to) const {
   SM_TRACE(5, " - Copying " << from << " to " << to);
-  auto const error = replaceFileByCopy(to, from);
+  auto const error = Kel::replaceFileByCopy(to, from);
   if (error.empty()) return true;
   SM_TRACE(1, " - Failed to open file for copying: " << error);
   downloadNotUsable.log(error);

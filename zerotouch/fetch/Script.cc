@@ -1,21 +1,20 @@
-// The downloaded script as a child process: started, bounded, stopped, and what its end means.
+// The downloaded script as a child process: started, bounded, stopped, what its end means, and what it wrote.
 #include <sys/stat.h>
 
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <sstream>
 
 #include "platform/kel/Assert.h"
 #include "platform/kel/Format.h"
-#include "zerotouch/agent/ChildLauncher.h"
 #include "zerotouch/agent/Events.h"
-#include "zerotouch/agent/Warnings.h"
 #include "zerotouch/fetch/CurlTransfer.h"
-#include "zerotouch/fetch/ScriptOutput.h"
+#include "zerotouch/fetch/Install.h"
 #include "zerotouch/sm/ProvisioningTimers.h"
-#include "zerotouch/sm/Reactors.h"
 #include "zerotouch/sm/SmTrace.h"
+#include "zerotouch/sm/ZeroTouchSm.h"
 #include "zerotouch/utils/ZeroTouchUtils.h"
 
 namespace ZeroTouch {
@@ -26,13 +25,29 @@ constexpr char const* configScriptStdOutPath = "/var/run/ztp-config-script.stdou
 constexpr char const* configScriptStdErrPath = "/var/run/ztp-config-script.stderr";
 constexpr mode_t ownerMayRun = 0700;
 
+constexpr std::size_t maxOutputBytes = 4'096;
+
+// A line for an event: what a terminal or a log would take for more than text is made harmless.
+Kel::String printable(Kel::String line) {
+  unsigned before = 0;
+  for (char& byte : line) {
+    auto const now = static_cast<unsigned char>(byte);
+    // The second set of control characters, bare or in UTF-8.
+    bool const isC1 = now >= 0x80 && now < 0xa0 && (before < 0x80 || before == 0xc2);
+    if (isControl(byte) || isC1) byte = byte == '\t' ? ' ' : '?';
+    // As it stands now: one that has been replaced does not begin anything.
+    before = static_cast<unsigned char>(byte);
+  }
+  return line;
+}
+
 }  // namespace
 
-Kel::Ptr<Kel::ChildSiginfo const> ZeroTouchSm::scriptChildProcess() const {
-  return scriptChildProcess_ ? scriptChildProcess_->child() : nullptr;
-}
 void ZeroTouchSm::scriptChildProcessIs(Kel::Ptr<Kel::ChildSiginfo> const& child) {
-  scriptChildProcess_ = child ? Kel::makePtr<KelScriptChildProcess>(child, *this) : nullptr;
+  scriptChildProcess_ = child;
+  scriptStatus_ = child ? Kel::Reactor(child, &Kel::ChildSiginfo::NotifieeConst::onStatusCode, this,
+                                       &ZeroTouchSm::handleScriptChildProcessStatus)
+                        : Kel::Reactor();
   scriptSignalled_ = false;
 }
 void ZeroTouchSm::scriptChildProcessDel() { scriptChildProcessIs(nullptr); }
@@ -62,16 +77,18 @@ void ZeroTouchSm::handleScriptChildProcessStatus() {
   if (!decides) return;
   if (script->statusCode() == Kel::ChildSiginfo::killed) {
     ZTP_EXEC_SCRIPT_SIGNALED.log(strsignal(script->signal()));
-    doStateTransition(stateCopyConfigOrExecScript(), stateRetry());
+    doStateTransition(stateCopyConfigOrExecScript(), stateRetry(),
+                      {TransitionCause::scriptKilled, strsignal(script->signal())});
   } else if (script->exitStatus() == 0) {
     ZTP_EXEC_SCRIPT_SUCCESS.log();
-    doCreateGuardFileAndShutdown();
+    doCreateGuardFileAndShutdown(TransitionCause::scriptSucceeded);
   } else {
     Kel::String error = Kel::format("%d. ", script->exitStatus());
     Kel::String const output = configScriptOutput();
     if (!output.empty()) error += "Output: " + output;
     ZTP_EXEC_SCRIPT_FAIL.log(error);
-    doStateTransition(stateCopyConfigOrExecScript(), stateRetry());
+    doStateTransition(stateCopyConfigOrExecScript(), stateRetry(),
+                      {TransitionCause::scriptFailed, Kel::format("exit status %d", script->exitStatus())});
   }
 }
 
@@ -104,6 +121,15 @@ void ZeroTouchSm::handleScriptExecTimeoutValue() {
   if (!scriptChildProcess() || !bounded || !mayActIn(stateCopyConfigOrExecScript())) return;
   doCancelTimer();
   doStartScriptExecTimer();
+}
+
+Kel::String scriptOutput(char const* path) {
+  auto const output = readStart(path, maxOutputBytes);
+  if (!output) return "";
+  Kel::String result;
+  std::istringstream lines(output->text);
+  for (Kel::String line; std::getline(lines, line);) result += printable(std::move(line)) + ". ";
+  return output->cut ? result + "[output cut] " : result;
 }
 
 }  // namespace ZeroTouch

@@ -10,8 +10,8 @@
 #include "platform/kel/FileDescriptor.h"
 #include "zerotouch/agent/Events.h"
 #include "zerotouch/fetch/CurlTransfer.h"
-#include "zerotouch/sm/Reactors.h"
 #include "zerotouch/sm/SmTrace.h"
+#include "zerotouch/sm/ZeroTouchSm.h"
 
 namespace ZeroTouch {
 
@@ -38,29 +38,24 @@ void setOptions(CurlTransfer& transfer, Kel::String const& url) {
 
 }  // namespace
 
-Kel::Ptr<Kel::FileDescriptor> ZeroTouchSm::curlSockFd() const {
-  return curlSockFd_ ? curlSockFd_->descriptor() : nullptr;
-}
+void ZeroTouchSm::TransferEnd::operator()(CurlTransfer* transfer) const { delete transfer; }
 
 void ZeroTouchSm::doTryFetchUri() {
   KEL_ASSERT(!option67Uri().empty(), "uri");
   SM_TRACE(5, " - DHCP (option 67) bootfile-name is: " << option67Uri());
   ZTP_CONFIG_DOWNLOAD.log(option67Uri());
   forgetTransfer();
+  KEL_ASSERT(!curlCBData_, "!curlCBData_");
   Curl const* const curl = Curl::load();
-  CURL* const easy = curl != nullptr ? curl->easyInit() : nullptr;
-  CURLM* const multi = curl != nullptr ? curl->multiInit() : nullptr;
-  if (easy == nullptr || multi == nullptr) {
+  if (curl == nullptr) return;
+  std::unique_ptr<CurlTransfer, TransferEnd> transfer(new CurlTransfer(*curl));
+  CURL* const easy = transfer->easy;
+  if (easy == nullptr || transfer->multi == nullptr) {
     SM_TRACE(1, " - Failed to init libCURL");
-    if (multi != nullptr) curl->multiCleanup(multi);
-    if (easy != nullptr) curl->easyCleanup(easy);
+    downloadImpossible.log("libcurl cannot prepare a transfer");
     return;
   }
-  KEL_ASSERT(!curlCBData_, "!curlCBData_");
-  curlCBData_ = new CurlTransfer{};
-  curlCBData_->curl = curl;
-  curlCBData_->easy = easy;
-  curlCBData_->multi = multi;
+  curlCBData_ = std::move(transfer);
   // What was read is counted in 32 bits.
   curlCBData_->maxBytes =
       static_cast<std::uint32_t>(std::min<std::uint64_t>(config()->maxDownloadSize(), UINT32_MAX));
@@ -79,7 +74,8 @@ void ZeroTouchSm::doTryFetchUri() {
   // An FTP server that falls silent after the file, or does not answer the farewell, is waited for within a
   // call.
   curl->easySetopt(easy, CURLOPT_SERVER_RESPONSE_TIMEOUT, ftpResponseTimeoutSeconds);
-  if (curl->multiAddHandle(multi, easy) != CURLM_OK) {
+  if (curl->multiAddHandle(curlCBData_->multi, easy) != CURLM_OK) {
+    downloadImpossible.log("libcurl cannot start the transfer");
     doCurlShutdown();
     return;
   }
@@ -137,7 +133,10 @@ void ZeroTouchSm::watchCurlSocket() {
       auto const watch = Kel::makePtr<Kel::FileDescriptor>();
       watch->descriptorIs(fd);
       watch->nonBlockingIs(true);
-      curlSockFd_ = Kel::makePtr<KelCurlSockFd>(watch, *this);
+      curlSockFd_ = watch;
+      using Hooks = Kel::FileDescriptor::NotifieeConst;
+      curlSockFdReady_ = Kel::Reactor(watch, {&Hooks::onReadableCount, &Hooks::onWritableCount},
+                                      [this] { handleCurlSockFd(); });
     }
   }
   if (!curlSockFd()) return;
@@ -150,7 +149,7 @@ void ZeroTouchSm::watchCurlSocket() {
 }
 
 void ZeroTouchSm::doCheckCurlErrors() {
-  auto const* const cd = curlCBData_;
+  auto const* const cd = curlCBData();
   KEL_ASSERT(cd, "cd");
   CURLcode result = CURLE_FAILED_INIT;  // unless libcurl says how the transfer ended
   int left = 0;
@@ -187,15 +186,10 @@ void ZeroTouchSm::doCurlClose() {
 void ZeroTouchSm::doCurlShutdown() {
   if (curlSockFd()) {
     curlSockFd()->descriptorIs(-1);
+    curlSockFdReady_ = {};
     curlSockFd_ = nullptr;
   }
-  CurlTransfer* const cd = std::exchange(curlCBData_, nullptr);
-  if (cd == nullptr) return;
-  if (cd->output != nullptr) std::fclose(cd->output);
-  cd->curl->slistFreeAll(cd->headers);
-  cd->curl->multiCleanup(cd->multi);
-  cd->curl->easyCleanup(cd->easy);
-  delete cd;
+  curlCBData_ = nullptr;
 }
 
 void ZeroTouchSm::handleCurlSockFd() {
@@ -204,8 +198,12 @@ void ZeroTouchSm::handleCurlSockFd() {
   if (!curlTransferDone()) return;
   if (!curlSuccess()) reportFailedDownload();
   if (!mayActIn(stateFetchConfig())) return;
-  doStateTransition(stateFetchConfig(),
-                    curlSuccess() ? stateCopyConfigOrExecScript() : stateRetryFetchConfig());
+  if (curlSuccess()) {
+    doStateTransition(stateFetchConfig(), stateCopyConfigOrExecScript(), TransitionCause::fileReceived);
+  } else {
+    doStateTransition(stateFetchConfig(), stateRetryFetchConfig(),
+                      {TransitionCause::downloadFailed, curlErrorStr()});
+  }
 }
 
 }  // namespace ZeroTouch

@@ -8,9 +8,9 @@
 
 namespace ZeroTouch {
 
-ZeroTouchSm::IdentityWriter::IdentityWriter(ZeroTouchSm& sm, Kel::Ptr<IntfDhcpStatus const> answer)
+ZeroTouchSm::IdentityWriter::IdentityWriter(ZeroTouchSm& sm)
     : sm_(sm),
-      answer_(std::move(answer)),
+      answer_(sm.chosenAnswer()->result()),
       intf_(sm.choosenIntf()),
       summary_(Kel::format("%s  [ ", intf_->intfName())) {}
 
@@ -97,11 +97,10 @@ void ZeroTouchSm::IdentityWriter::addRoute(Wire::IpAddrWithMask const& prefix, W
   sm_.routingConfig()->routeList()->routeIs(prefix, Routing::RouteType::forward)->viaIs({hop, {}}, true);
 }
 
+// What the server has named, also when it is no URL.
 void ZeroTouchSm::IdentityWriter::bootFile() {
-  Kel::String const& server = answer_->serverName();
-  Kel::String const location =
-      server.empty() ? answer_->bootFileName() : "tftp://" + server + "/" + answer_->bootFileName();
-  summary_ += Kel::format("Boot File: %s ]", location);
+  Kel::String const& url = sm_.chosenAnswer()->url();
+  summary_ += Kel::format("Boot File: %s ]", url.empty() ? answer_->bootFileName() : url);
 }
 
 }  // namespace ZeroTouch

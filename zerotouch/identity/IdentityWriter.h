@@ -10,8 +10,8 @@ class ZeroTouchSm::IdentityWriter {
  public:
   enum class Family { v4, v6 };
 
-  // The answer is the one on the chosen interface.
-  IdentityWriter(ZeroTouchSm& sm, Kel::Ptr<IntfDhcpStatus const> answer);
+  // Writes the chosen answer of `sm`, which outlives the writer.
+  explicit IdentityWriter(ZeroTouchSm& sm);
 
   void mtu();
   void address4();
@@ -22,7 +22,7 @@ class ZeroTouchSm::IdentityWriter {
   void domainName();
   void staticRoutes();
   void gateways();
-  // For the summary only: the download works it out again.
+  // For the summary only.
   void bootFile();
 
   Kel::String const& summary() const { return summary_; }

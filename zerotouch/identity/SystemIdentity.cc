@@ -1,32 +1,34 @@
-// Applying the identity that the DHCP answer brought, and taking it back.
-#include "zerotouch/identity/IdentityWriter.h"
-
+// Applying the identity that the DHCP answer brought, waiting for its address, and taking it back.
 #include "platform/kel/Assert.h"
 #include "zerotouch/agent/Events.h"
+#include "zerotouch/identity/IdentityWriter.h"
+#include "zerotouch/intf/Ports.h"
 #include "zerotouch/sm/SmTrace.h"
 
 namespace ZeroTouch {
 
 namespace {
+
 constexpr std::uint32_t defaultMtu = 1500;
 constexpr Wire::IpAddrWithMask noAddress{{}, 32};
+
 }  // namespace
 
-// DHCPv4 wins when both families have answered.
 void ZeroTouchSm::doConfigureSystemIdentity() {
   auto const intfStatus = choosenIntf();
   KEL_ASSERT(intfStatus, "intfStatus");
-  auto const v4 = dhcpStatus()->intfDhcpStatus(intfStatus->kernelIntfName());
-  auto const v6 = dhcpStatus()->intfDhcp6Status(intfStatus->kernelIntfName());
-  if (v4 && !v4->bootFileName().empty()) {
+  chooseAnswer();  // The other family may have answered since the port was chosen.
+  auto const answer = chosenAnswer();
+  if (!answer) return;
+  if (answer->family() == AnswerFamily::dhcpv4) {
     doConfigureSystemIdentityV4();
-  } else if (v6 && !v6->bootFileName().empty()) {
+  } else {
     doConfigureSystemIdentityV6();
   }
 }
 
 void ZeroTouchSm::doConfigureSystemIdentityV4() {
-  IdentityWriter writer(*this, dhcpStatus()->intfDhcpStatus(choosenIntf()->kernelIntfName()));
+  IdentityWriter writer(*this);
   writer.mtu();
   writer.address4();
   writer.hostname();
@@ -41,14 +43,13 @@ void ZeroTouchSm::doConfigureSystemIdentityV4() {
 
 // Host name, log servers, routes and gateways are not taken from a DHCPv6 answer.
 void ZeroTouchSm::doConfigureSystemIdentityV6() {
-  auto const answer = dhcpStatus()->intfDhcp6Status(choosenIntf()->kernelIntfName());
-  IdentityWriter writer(*this, answer);
+  IdentityWriter writer(*this);
   writer.mtu();
   writer.address6();
   writer.nameServers(IdentityWriter::Family::v6);
   writer.domainName();
   writer.bootFile();
-  bool const stateless = answer->addrWithMask().v6().address.isZero();
+  bool const stateless = chosenAnswer()->family() == AnswerFamily::statelessDhcpv6;
   (stateless ? ZTP_STATELESS_DHCPv6_SUCCESS : ZTP_DHCPv6_SUCCESS).log(writer.summary());
 }
 
@@ -58,11 +59,7 @@ void ZeroTouchSm::doConfigureInterfaceIPv4(Kel::Ptr<IntfStatus> const& intf,
   KEL_ASSERT(intfId, "intfId");
   SM_TRACE(5,
            " - Configuring interface " << intfId.stringValue() << " IP address as: " << addr.stringValue());
-  if (!ipConfig()->ipIntfConfig().contains(intfId)) createdIpConfig_.insert(intfId);
-  if (!l3ConfigDir()->intfConfig().contains(intfId)) createdL3Config_.insert(intfId);
-  auto const ip = ipConfig()->ipIntfConfigIs(intfId);
-  ip->l3ConfigIs(l3ConfigDir()->intfConfigIs(intfId));
-  ip->addrWithMaskIs(addr);
+  portConfig_->ipIntfConfigIs(intfId)->addrWithMaskIs(addr);
   identityIntf_ = intfId;
 }
 
@@ -72,11 +69,7 @@ void ZeroTouchSm::doConfigureInterfaceIPv6(Kel::Ptr<IntfStatus> const& intf,
   KEL_ASSERT(intfId, "intfId");
   SM_TRACE(5,
            " - Configuring interface " << intfId.stringValue() << " IP address as: " << addr.stringValue());
-  if (!ip6Config()->intf().contains(intfId)) createdIp6Config_.insert(intfId);
-  if (!l3ConfigDir()->intfConfig().contains(intfId)) createdL3Config_.insert(intfId);
-  auto const ip6 = ip6Config()->intfIs(intfId);
-  ip6->l3ConfigIs(l3ConfigDir()->intfConfigIs(intfId));
-  ip6->addrIs(addr);
+  portConfig_->ip6IntfConfigIs(intfId)->addrIs(addr);
   identityIntf_ = intfId;
   identityAddr6_ = addr;
 }
@@ -103,6 +96,40 @@ void ZeroTouchSm::doUnconfigureSystemIdentity() {
   if (auto const config = intfConfig(intfId)) config->mtuIs(defaultMtu);
   if (auto const ip = ipConfig()->ipIntfConfig(intfId)) ip->addrWithMaskIs(noAddress);
   if (auto const ip6 = ip6Config()->intf(intfId); ip6 && addr6) ip6->addrDel(*addr6);
+}
+
+void ZeroTouchSm::ipIntfStatusIs(Wire::IntfId const& intfId) {
+  Kel::follow(ipIntfStatus_, intfId, ipStatus()->ipIntfStatus(intfId), [this, intfId](auto const& status) {
+    return Kel::Reactor(status, &Ip::IpIntfStatus::NotifieeConst::onActiveAddrWithMask,
+                        [this, intfId] { handleActiveAddrWithMask(intfId); });
+  });
+}
+
+void ZeroTouchSm::ip6IntfStatusIs(Wire::IntfId const& intfId) {
+  Kel::follow(ip6IntfStatus_, intfId, ip6Status()->intf(intfId), [this, intfId](auto const& status) {
+    return Kel::Reactor(status, &Ip6::IntfStatus::NotifieeConst::onAddr,
+                        [this, intfId](Wire::Ip6AddrWithMask const& addr) { handleAddr(intfId, addr); });
+  });
+}
+
+void ZeroTouchSm::handleActiveAddrWithMask(Wire::IntfId const& intfId) {
+  if (!mayMoveOnFrom(stateSetupSystemIdentity())) return;
+  Kel::Ptr<IntfStatus> intf;
+  findIntfStatusForInterface(intfId.stringValue(), intf);
+  auto const status = ipStatus()->ipIntfStatus(intfId);
+  bool const active = status && status->activeAddrWithMask() != Wire::IpAddrWithMask{};
+  if (!intf || !active || !readyToFetchConfigV4()) return;
+  doStateTransition(stateSetupSystemIdentity(), stateFetchConfig(), TransitionCause::addressActive);
+}
+
+void ZeroTouchSm::handleAddr(Wire::IntfId const& intfId, Wire::Ip6AddrWithMask const& addr) {
+  if (!mayMoveOnFrom(stateSetupSystemIdentity())) return;
+  Kel::Ptr<IntfStatus> intf;
+  findIntfStatusForInterface(intfId.stringValue(), intf);
+  auto const status = ip6Status()->intf(intfId);
+  bool const added = status && status->addr(addr) && !addr.address.isZero();
+  if (!intf || !added || !readyToFetchConfigV6()) return;
+  doStateTransition(stateSetupSystemIdentity(), stateFetchConfig(), TransitionCause::addressActive);
 }
 
 }  // namespace ZeroTouch

@@ -1,10 +1,8 @@
 // Which ports and port-channels take part in provisioning.
 #include <cstdlib>
 
-#include "zerotouch/intf/KelEthPhyIntfStatus.h"
-#include "zerotouch/sm/EntryReactors.h"
+#include "zerotouch/intf/Ports.h"
 #include "zerotouch/sm/SmTrace.h"
-#include "zerotouch/sm/ZeroTouchSm.h"
 
 namespace ZeroTouch {
 
@@ -42,19 +40,21 @@ bool ignoredAsManagement(Kel::String const& intfName) {
 
 bool ZeroTouchSm::shouldProcessIntfStatus() const { return mayActIn(stateSetupInterfaces() | stateRetry()); }
 
-void ZeroTouchSm::ethPhyIntfStatusIs(Wire::IntfId const& intfId) {
-  auto const port = episd()->intfStatus(intfId);
-  follow(ethPhyIntfStatus_, intfId, port, *this);
-  if (!port) intfNoSpeedChangePoolDel(intfId);
+void ZeroTouchSm::doSetupInterfaces() {
+  SM_TRACE(5, "");
+  ports_->handleRunStart();
+  handleEthPhyIntfStatus();
+  handleEthLagIntfStatus();
+  ports_->lookAtSkipped();
 }
 
 void ZeroTouchSm::handleEthPhyIntfStatus(Wire::IntfId intfId) {
   if (!enabled() || !shouldProcessIntfStatus()) {
-    skippedEthPhy_.insert(intfId);
+    ports_->skipEthPhy(intfId);
     return;
   }
   if (episd()->intfStatus(intfId)) {
-    configureLayer3(intfId);
+    portConfig_->layer3Is(intfId);
     doRegisterEthPhyIntf(intfId.stringValue());
     addKnownLinkMode(intfId);
   } else {
@@ -62,6 +62,7 @@ void ZeroTouchSm::handleEthPhyIntfStatus(Wire::IntfId intfId) {
     linkModesOnIntfDel(intfId);
     nextLinkModeForIntfDel(intfId);
     nextAnegModeForIntfDel(intfId);
+    if (!portConfig_->layer3Del(intfId)) ports_->skipEthPhy(intfId);
   }
 }
 
@@ -71,24 +72,20 @@ void ZeroTouchSm::handleEthPhyIntfStatus() {
 
 void ZeroTouchSm::handleEthLagIntfStatus(Wire::IntfId intfId) {
   if (!shouldProcessIntfStatus()) {
-    skippedLag_.insert(intfId);
+    ports_->skipLag(intfId);
     return;
   }
   if (elisd()->intfStatus(intfId)) {
-    configureLayer3(intfId);
+    portConfig_->layer3Is(intfId);
     doRegisterLagIntf(intfId.stringValue());
   } else {
     doUnregisterLagIntf(intfId.stringValue());
+    if (!portConfig_->layer3Del(intfId)) ports_->skipLag(intfId);
   }
 }
 
 void ZeroTouchSm::handleEthLagIntfStatus() {
   for (auto const& intfId : elisd()->intfStatus().keys()) handleEthLagIntfStatus(intfId);
-}
-
-void ZeroTouchSm::lookAtSkippedIntfs() {
-  for (auto const& intfId : std::exchange(skippedEthPhy_, {})) handleEthPhyIntfStatus(intfId);
-  for (auto const& intfId : std::exchange(skippedLag_, {})) handleEthLagIntfStatus(intfId);
 }
 
 void ZeroTouchSm::doRegisterEthPhyIntf(Kel::String intfName) {
@@ -98,7 +95,7 @@ void ZeroTouchSm::doRegisterEthPhyIntf(Kel::String intfName) {
   if (!port) return;
   auto record = phyIntfStatus(intfId);
   if (record && record->ethIntfStatus() != port) {
-    // Removed and created again while nobody looked; the old record watches a port that is gone.
+    // The port was removed and made again while the view was frozen; the old record watches one that is gone.
     doUnregisterEthPhyIntf(intfName);
     record = nullptr;
   }
@@ -114,14 +111,14 @@ void ZeroTouchSm::doRegisterEthPhyIntf(Kel::String intfName) {
     SM_TRACE(5, " " << intfName << " unregistering, non-routed interface");
     doUnregisterIntf(record);
   }
-  reconcileLldpWatch(record);
+  ports_->reconcileLldpWatch(record);
 }
 
 void ZeroTouchSm::doUnregisterEthPhyIntf(Kel::String intfName) {
   Wire::IntfId const intfId(intfName);
   if (auto const record = phyIntfStatus(intfId)) {
     doUnregisterIntf(record);
-    lldpWatchDel(record);
+    ports_->lldpWatchDel(record);
   }
   pamDesiredIntfDir()->intfDesiredDel(intfId);
   phyIntfStatusDel(intfId);

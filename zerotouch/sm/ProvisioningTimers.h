@@ -1,12 +1,33 @@
 // The ten timers that bound the waiting steps of a run.
 #pragma once
 
-#include "zerotouch/sm/TimerBase.h"
+#include "platform/model/agent.h"
 
 namespace ZeroTouch {
 
+class ZeroTouchSm;
+
+// The state machine holds at most one, the one that runs; its single timer clock drives it. The first firing
+// comes after one interval: a timer whose interval equals its timeout never ticks. What a tick and a stop do
+// is the subclass's (ProvisioningTimers.h).
+class TimerBase : public TimerBaseModel {
+ public:
+  TimerBase(Kel::Name name, ZeroTouchSm* ztSm, Kel::Seconds interval, Kel::Seconds timeout,
+            Kel::Seconds initTime)
+      : TimerBaseModel(std::move(name), interval, timeout, initTime), ztSm_(ztSm) {}
+
+  virtual void handleTimerTick() {}
+  virtual void handleTimerStop() {}
+
+ protected:
+  ZeroTouchSm* ztSm() const { return ztSm_; }
+
+ private:
+  ZeroTouchSm* ztSm_;  // the owner
+};
+
 // The built-in times of a timer class, and the environment variables that override them (read when a timer is
-// started; seconds, as strtod(3) reads them: what is no number counts as 0).
+// started; seconds, as strtod(3) reads them: "inf" means never, and what is no number counts as 0).
 struct TimerSettings {
   char const* name;
   Kel::Seconds interval;

@@ -1,19 +1,31 @@
-// What starts a run and what stops it.
+// What starts a run and what ends it: enabling, disabling, cancelling, the retry, the shutdown with its
+// reload request, and the settings file.
 #include <cstdlib>
 
 #include "platform/kel/ActivityManager.h"
 #include "zerotouch/agent/Events.h"
-#include "zerotouch/dhcp/DhclientFiles.h"
+#include "zerotouch/dhcp/DhcpClient.h"
+#include "zerotouch/intf/Ports.h"
 #include "zerotouch/sm/SmTrace.h"
 #include "zerotouch/sm/ZeroTouchSm.h"
+#include "zerotouch/utils/SettingsFile.h"
+#include "zerotouch/utils/ZeroTouchUtils.h"
 
 namespace ZeroTouch {
+
+namespace {
+
+constexpr std::uint16_t maxStartupFileSyncWaits = 5;
+
+}  // namespace
 
 void ZeroTouchSm::handleInitialized() {
   if (initialized()) return;
   initializedIs(true);
   startTimeIs(Kel::now());
   stateTimeIs(startTime());
+  transitionCauseIs(TransitionCause::agentStarted);
+  transitionReasonIs(Cause(TransitionCause::agentStarted).reason());
   doReadConfigFile();
   handleEntityMibRoot();
   handleEnabled();
@@ -80,7 +92,7 @@ void ZeroTouchSm::doTryStartZeroTouch() {
   doCleanupDhclientState();
   doCreateDhclientConfigFile();
   doCreateDhclient6ConfigFile();
-  doStateTransition(stateInit(), stateSetupInterfaces());
+  doStateTransition(stateInit(), stateSetupInterfaces(), TransitionCause::provisioningEnabled);
 }
 
 void ZeroTouchSm::doStopZeroTouch(bool cancelled) {
@@ -88,13 +100,13 @@ void ZeroTouchSm::doStopZeroTouch(bool cancelled) {
   bool const ran = currentState() != stateInit() || transitionState() != stateInvalid();
   doCleanupCurrentState();
   if (cancelled) {
-    doCreateGuardFileAndShutdown();
+    doCreateGuardFileAndShutdown(TransitionCause::provisioningCancelled);
     return;
   }
   // Requested first: what the platform reports while things are taken back is no reason to take them up
   // again.
-  doStateTransition(stateInvalid(), stateInit());
-  // Without a run nothing here is ours.
+  doStateTransition(stateInvalid(), stateInit(), TransitionCause::provisioningDisabled);
+  // Before a run starts, the agent has changed nothing that it could take back.
   if (ran) leaveAsFound();
 }
 
@@ -113,8 +125,117 @@ void ZeroTouchSm::leaveAsFound() {
   intfStatus6StatelessDelAll();
   intfLldpPoolDelAll();
   intfNoSpeedChangePoolDelAll();
-  restoreSpeeds();
-  withdrawLayer3();
+  portConfig_->linkModeDelAll();
+  portConfig_->layer3DelAll();
+}
+
+// The running timer is left alone: the state change that follows cancels it.
+void ZeroTouchSm::doCleanupCurrentState() {
+  SM_TRACE(5, " - currentState=" << stringValue(currentState()));
+  if (currentState() == stateDhcpQuery()) {
+    doStopDhclient();
+    doStopDhclient6();
+  } else if (currentState() == stateStatelessDhcpQuery()) {
+    doStopDhclient6Stateless();
+  } else if (currentState() == stateFetchConfig()) {
+    doCurlShutdown();
+  } else if (currentState() == stateCopyConfigOrExecScript()) {
+    doKillRunningScript();
+  }
+}
+
+// Interfaces are not set up again on a retry.
+void ZeroTouchSm::doCleanupAndRetry() {
+  doUnconfigureSystemIdentity();
+  choosenIntfIs(nullptr);
+  bool const results = !dhcpStatus()->intfDhcpStatus().empty() || !dhcpStatus()->intfDhcp6Status().empty();
+  if (!results || std::getenv("ZEROTOUCH_IGNORE_DHCLIENTCLEANUP") != nullptr) {
+    doStateTransition(stateRetry(), stateDhcpQuery(), TransitionCause::attemptUndone);
+    return;
+  }
+  // The script reports that the results are gone, maybe already while it runs here; a script that is missing
+  // or fails never does, so the wait is bounded by the same timer once more.
+  awaitsDhcpCleanupIs(true);
+  doStartRetryWaitTimer();
+  doCleanupDhclientState();
+}
+
+void ZeroTouchSm::resumeAfterDhcpCleanup() {
+  if (!awaitsDhcpCleanup() || !mayActIn(stateRetry())) return;
+  if (!dhcpStatus()->intfDhcpStatus().empty() || !dhcpStatus()->intfDhcp6Status().empty()) return;
+  awaitsDhcpCleanupIs(false);
+  doStateTransition(stateRetry(), stateDhcpQuery(), TransitionCause::dhcpResultsGone);
+}
+
+// The reactor on Config.enabled does the rest.
+void ZeroTouchSm::doCancelZeroTouch() { config()->enabledIs(false); }
+
+void ZeroTouchSm::doCreateGuardFileAndShutdown(Cause const& cause) {
+  doAddConfigEntry(disableSetting, disableOnNextReload);
+  doWriteConfigFile();
+  doStateTransition(stateInvalid(), stateShutdown(), cause);
+}
+
+bool ZeroTouchSm::isFixedSystem() {
+  if (!fixedSystem_) fixedSystem_ = Kel::activityManager()->config()->cellType() == "fixed";
+  return *fixedSystem_;
+}
+
+void ZeroTouchSm::doShutdown() {
+  if (reloadRequested()) return;
+  bool const fixed = isFixedSystem();
+  if (!fixed) {
+    auto const standby = fileReplicationStatus()->entry("RedSup");
+    // Without an entry there is no standby to wait for.
+    bool const synchronised = !standby || standby->synchronized();
+    if (!synchronised && startupFileSyncCounter() <= maxStartupFileSyncWaits) {
+      startupFileSyncCounterIs(static_cast<std::uint16_t>(startupFileSyncCounter() + 1));
+      doStartStartupFileSyncWaitTimer();
+      return;
+    }
+  }
+  ZTP_RELOAD.log();
+  if (!fixed && startupFileSyncCounter() > maxStartupFileSyncWaits) ZTP_STARTUP_FILE_SYNC_FAIL.log();
+  doCancelTimer();
+  reloadRequestedIs(true);
+  if (!fixed) reloadConfig()->allIs(true);
+  reloadConfig()->reasonIs("ZTP RELOAD");
+  reloadConfig()->reloadTimeIs(Kel::now());
+}
+
+void ZeroTouchSm::doReadConfigFile() {
+  auto const settings = readSettings(filePathFromFSRoot(defaultConfigFilePath));
+  if (!settings) {
+    SM_TRACE(5, " Failed to open config file");
+    return;
+  }
+  for (auto const& [key, value] : *settings) {
+    SM_TRACE(5, " - read key=" << key << " value=" << value);
+    configEntryIs(key, value);
+  }
+}
+
+void ZeroTouchSm::doWriteConfigFile() {
+  if (!configModified()) return;
+  Settings settings;
+  for (auto const& [key, value] : configEntry()) {
+    SM_TRACE(5, " Writing key=" << key << " value=" << value << " to the config file");
+    settings[key] = value;
+  }
+  auto const error = writeSettings(filePathFromFSRoot(defaultConfigFilePath), settings);
+  if (!error.empty()) SM_TRACE(1, " " << error);
+}
+
+void ZeroTouchSm::doAddConfigEntry(Kel::String key, Kel::String value) {
+  SM_TRACE(5, " key: " << key << " value: " << value);
+  configEntryIs(key, std::move(value));
+  configModifiedIs(true);
+}
+
+void ZeroTouchSm::doRemoveConfigEntry(Kel::String key) {
+  SM_TRACE(5, " key: " << key);
+  configEntryDel(key);
+  configModifiedIs(true);
 }
 
 }  // namespace ZeroTouch

@@ -3,7 +3,7 @@
 
 #include "platform/kel/Assert.h"
 #include "zerotouch/agent/Events.h"
-#include "zerotouch/sm/Reactors.h"
+#include "zerotouch/intf/Ports.h"
 #include "zerotouch/sm/SmTrace.h"
 #include "zerotouch/sm/ZeroTouchSm.h"
 
@@ -13,7 +13,7 @@ namespace {
 constexpr std::uint16_t maxConfigFetchTries = 3;
 }
 
-void ZeroTouchSm::doStateTransition(State fromStates, State toState) {
+void ZeroTouchSm::doStateTransition(State fromStates, State toState, Cause const& cause) {
   SM_TRACE(9, " - Transitioning from " << stringValue(currentState()) << " to " << stringValue(toState));
   doCancelTimer();
   if (fromStates != stateInvalid() && (fromStates & currentState()) == stateInvalid()) {
@@ -28,12 +28,15 @@ void ZeroTouchSm::doStateTransition(State fromStates, State toState) {
                     << stringValue(toState));
     return;
   }
+  transitionCauseIs(cause.kind);
+  transitionCauseArgumentIs(cause.argument);
+  transitionReasonIs(cause.reason());
   if (std::getenv("ZEROTOUCH_FORCE_IMMEDIATE_STATE_TRANSITIONS") != nullptr) {
     nextStateIs(toState);
     return;
   }
   transitionStateIs(toState);
-  stateTransitionClock_->timeMinIs(Kel::now());
+  stateTransitionAlarm_.at(Kel::now());
 }
 
 bool ZeroTouchSm::mayActIn(State states) const {
@@ -61,8 +64,25 @@ void ZeroTouchSm::nextStateIs(State state) {
 }
 
 void ZeroTouchSm::enter(State state) {
+  SM_TRACE(
+      5, " - " << stringValue(currentState()) << " -> " << stringValue(state) << ": " << transitionReason());
+  noteOutcome(state);
   currentStateIs(state);
   stateTimeIs(Kel::now());
+}
+
+// A failure stays to be read until a run has succeeded: the attempts that follow it do not explain
+// themselves.
+void ZeroTouchSm::noteOutcome(State entered) {
+  bool const failed = entered == stateRetry() || entered == stateRetryFetchConfig();
+  bool const succeeded = Cause(transitionCause()).isSuccess();
+  if (!failed && !succeeded) return;
+  auto const answer = failed ? chosenAnswer() : nullptr;
+  lastFailureTimeIs(failed ? Kel::now() : 0);
+  lastFailureStateIs(failed ? currentState() : stateInvalid());
+  lastFailureCauseIs(failed ? transitionReason() : "");
+  lastFailurePortIs(failed && choosenIntf() ? choosenIntf()->intfName() : "");
+  lastFailureUrlIs(answer ? answer->url() : "");
 }
 
 void ZeroTouchSm::handleNextState() {
@@ -134,14 +154,15 @@ void ZeroTouchSm::handleNextState() {
 void ZeroTouchSm::enterFetchConfig() {
   endLeftoverScript();
   forgetTransfer();
-  doTryFetchConfigFromServer();
+  Cause const failure = doTryFetchConfigFromServer();
   if (!mayActIn(stateFetchConfig())) {
     doCurlShutdown();
   } else if (curlCBData() != nullptr) {
     doStartConfigFetchTimer();
+  } else if (curlTransferDone() && curlSuccess()) {
+    doStateTransition(stateFetchConfig(), stateCopyConfigOrExecScript(), TransitionCause::fileReceived);
   } else {
-    bool const fetched = curlTransferDone() && curlSuccess();
-    doStateTransition(stateFetchConfig(), fetched ? stateCopyConfigOrExecScript() : stateRetry());
+    doStateTransition(stateFetchConfig(), stateRetry(), failure);
   }
 }
 
@@ -151,7 +172,8 @@ void ZeroTouchSm::enterRetryFetchConfig() {
     doStartConfigFetchRetryTimer(configFetchTryCounter());
   } else {
     configFetchTryCounterIs(0);
-    doStateTransition(stateRetryFetchConfig(), stateRetry());
+    doStateTransition(stateRetryFetchConfig(), stateRetry(),
+                      {TransitionCause::downloadTriesUsedUp, curlErrorStr()});
   }
 }
 
@@ -163,9 +185,9 @@ void ZeroTouchSm::enterCopyConfigOrExecScript() {
   } else if (scriptChildProcess()) {
     doStartScriptExecTimer();
   } else if (fileCopySuccess()) {
-    doCreateGuardFileAndShutdown();
+    doCreateGuardFileAndShutdown(TransitionCause::configInstalled);
   } else {
-    doStateTransition(stateCopyConfigOrExecScript(), stateRetry());
+    doStateTransition(stateCopyConfigOrExecScript(), stateRetry(), TransitionCause::fileEmpty);
   }
 }
 
@@ -176,11 +198,11 @@ void ZeroTouchSm::enterRetry() {
     ZTP_RETRY.log(retryCount());
     doReleaseLease();
     doReleaseLease6();
-    lookAtSkippedIntfs();
+    ports_->lookAtSkipped();
     configureMultiSpeedInterfaces();
     doStartRetryWaitTimer();
   } else {
-    doStateTransition(stateRetry(), stateShutdown());
+    doStateTransition(stateRetry(), stateShutdown(), TransitionCause::runTimeOver);
   }
 }
 

@@ -1,11 +1,13 @@
-// Starting, cancelling and driving the one provisioning timer.
+// Starting, cancelling and driving the one provisioning timer, and what each of the ten does when it ticks
+// and when it stops.
 #include <cmath>
 #include <cstdlib>
 
 #include "platform/kel/Assert.h"
+#include "zerotouch/agent/Events.h"
 #include "zerotouch/sm/ProvisioningTimers.h"
-#include "zerotouch/sm/Reactors.h"
 #include "zerotouch/sm/SmTrace.h"
+#include "zerotouch/sm/ZeroTouchSm.h"
 
 namespace ZeroTouch {
 
@@ -15,9 +17,7 @@ Kel::Seconds overridden(char const* variable, Kel::Seconds builtIn) {
   char const* const value = std::getenv(variable);
   if (value == nullptr) return builtIn;
   Kel::Seconds const parsed = std::strtod(value, nullptr);
-  // strtod also reads "inf" and "nan": no number of seconds, and a timer that never fires would hold the run
-  // for ever.
-  return std::isfinite(parsed) ? parsed : 0;
+  return std::isnan(parsed) ? 0 : parsed;
 }
 
 }  // namespace
@@ -29,8 +29,10 @@ Kel::Ptr<TimerBase> ZeroTouchSm::timer() const {
 template <typename Timer>
 void ZeroTouchSm::startTimer(Kel::Seconds interval, Kel::Seconds timeout) {
   TimerSettings const& settings = Timer::settings;
-  auto const timer = Kel::makePtr<Timer>(settings.name, this, overridden(settings.intervalVariable, interval),
-                                         overridden(settings.timeoutVariable, timeout), Kel::now());
+  Kel::Seconds const ends = overridden(settings.timeoutVariable, timeout);
+  Kel::Seconds ticks = overridden(settings.intervalVariable, interval);
+  if (std::isinf(ticks)) ticks = ends;  // It never ticks, but it ends.
+  auto const timer = Kel::makePtr<Timer>(settings.name, this, ticks, ends, Kel::now());
   timer->defaultIntervalIs(interval);
   timer->defaultTimeoutIs(timeout);
   timerIs(timer);
@@ -41,14 +43,14 @@ void ZeroTouchSm::doStartTimer() {
   auto const current = timer();
   SM_TRACE(9, " - Started timer " << current->name() << " interval:" << current->interval()
                                   << " timeout:" << current->timeout());
-  clock_->timeMinIs(current->initTime() + current->interval());
+  timerAlarm_.at(current->initTime() + current->interval());
   timerActiveIs(true);
 }
 
 void ZeroTouchSm::doCancelTimer() {
   if (auto const current = timer()) SM_TRACE(8, " - " << current->name());
   timerActiveIs(false);
-  clock_->timeMinIs(Kel::never);
+  timerAlarm_.at(Kel::never);
 }
 
 void ZeroTouchSm::handleTimer() {
@@ -61,13 +63,13 @@ void ZeroTouchSm::handleTimer() {
   if (now >= current->initTime() + current->timeout()) {
     SM_TRACE(9, " - Stopping timer " << current->name());
     timerActiveIs(false);
-    clock_->timeMinIs(Kel::never);
+    timerAlarm_.at(Kel::never);
     current->handleTimerStop();
   } else {
     SM_TRACE(9, " - Timer tick " << current->name());
     current->handleTimerTick();
     // Unless the tick has asked for a change of state, which cancels the timer, or started another one.
-    if (timer() == current && timerActive()) clock_->timeMinIs(now + current->interval());
+    if (timer() == current && timerActive()) timerAlarm_.at(now + current->interval());
   }
 }
 
@@ -90,4 +92,120 @@ void ZeroTouchSm::doStartScriptExecTimer() {
 void ZeroTouchSm::doStartRetryWaitTimer() { startTimer<RetryWaitTimer>(); }
 void ZeroTouchSm::doStartLeaseReleaseTimer() { startTimer<LeaseReleaseTimer>(); }
 void ZeroTouchSm::doStartStartupFileSyncWaitTimer() { startTimer<StartupFileSyncWaitTimer>(); }
+
+void InterfacesSetupTimer::handleTimerStop() {
+  ztSm()->doStateTransition(ztSm()->stateSetupInterfaces(), ztSm()->stateDhcpQuery(),
+                            TransitionCause::portsSetUp);
+}
+
+void DhclientQueryTimer::handleTimerStop() {
+  if (ztSm()->currentState() != ztSm()->stateDhcpQuery()) return;
+  if (ztSm()->dhclientChildProcess()) {
+    ztSm()->reportQueryFailure(ZTP_DHCPv4_QUERY_FAIL);
+    ztSm()->doStopDhclient();
+  }
+  if (ztSm()->dhclient6ChildProcess()) {
+    ztSm()->reportQueryFailure(ZTP_DHCPv6_QUERY_FAIL);
+    ztSm()->doStopDhclient6();
+  }
+  ztSm()->doStateTransition(ztSm()->stateDhcpQuery(), ztSm()->stateStatelessDhcpQuery(),
+                            TransitionCause::dhcpQueryOver);
+}
+
+void StatelessDhclientQueryTimer::handleTimerTick() {
+  if (ztSm()->currentState() != ztSm()->stateStatelessDhcpQuery()) return;
+  ztSm()->doStopDhclient6Stateless();
+  if (ztSm()->askNextStatelessIntf()) return;
+  ztSm()->reportQueryFailure(ZTP_STATELESS_DHCPv6_QUERY_FAIL);
+  ztSm()->doStateTransition(ztSm()->stateStatelessDhcpQuery(), ztSm()->stateRetry(),
+                            TransitionCause::statelessUnanswered);
+}
+
+void StatelessDhclientQueryTimer::handleTimerStop() {
+  ztSm()->doStopDhclient6Stateless();
+  ztSm()->reportQueryFailure(ZTP_STATELESS_DHCPv6_QUERY_FAIL);
+  ztSm()->doStateTransition(ztSm()->stateStatelessDhcpQuery(), ztSm()->stateRetry(),
+                            TransitionCause::statelessTimeout);
+}
+
+void SystemIdentitySetupTimer::handleTimerTick() {
+  ztSm()->systemIdentitySetupTimerExpiredIs(true);
+  if (ztSm()->readyToFetchConfig()) {
+    ztSm()->doStateTransition(ztSm()->stateSetupSystemIdentity(), ztSm()->stateFetchConfig(),
+                              TransitionCause::identitySettled);
+  }
+}
+
+void SystemIdentitySetupTimer::handleTimerStop() {
+  ztSm()->systemIdentitySetupTimerExpiredIs(true);
+  if (ztSm()->readyToFetchConfig()) {
+    ztSm()->doStateTransition(ztSm()->stateSetupSystemIdentity(), ztSm()->stateFetchConfig(),
+                              TransitionCause::identitySettled);
+  } else {
+    Kel::String const missing = ztSm()->missingAddress();
+    addressNotActive.log(missing);
+    ztSm()->doUnconfigureSystemIdentity();
+    ztSm()->doStateTransition(ztSm()->stateSetupSystemIdentity(), ztSm()->stateRetry(),
+                              {TransitionCause::identityNotActive, missing});
+  }
+}
+
+void ConfigFetchTimer::handleTimerTick() { ztSm()->handleCurlSockFd(); }
+
+void ConfigFetchTimer::handleTimerStop() {
+  ztSm()->doCurlShutdown();
+  ZTP_CONFIG_DOWNLOAD_TIMEOUT.log(ztSm()->option67Uri(), timeout());
+  ztSm()->doStateTransition(ztSm()->stateFetchConfig(), ztSm()->stateRetry(),
+                            TransitionCause::downloadTimeout);
+}
+
+void ConfigFetchRetryTimer::handleTimerStop() {
+  // Networks lose addresses; what the retry needs may be gone by now.
+  if (ztSm()->readyToFetchConfig()) {
+    ztSm()->doStateTransition(ztSm()->stateRetryFetchConfig(), ztSm()->stateFetchConfig(),
+                              TransitionCause::downloadAgain);
+    return;
+  }
+  KEL_TRACE(traceZeroTouchSm, 1, "ConfigFetchRetryTimer::handleTimerStop not ztSm()->readyToFetchConfig()");
+  Kel::String const missing = ztSm()->missingAddress();
+  addressGone.log(missing);
+  ztSm()->doStateTransition(ztSm()->stateRetryFetchConfig(), ztSm()->stateRetry(),
+                            {TransitionCause::addressLost, missing});
+}
+
+void ScriptExecTimer::handleTimerStop() {
+  ztSm()->doKillRunningScript();
+  ZTP_EXEC_SCRIPT_TIMEOUT.log(timeout());
+  ztSm()->doStateTransition(ztSm()->stateCopyConfigOrExecScript(), ztSm()->stateRetry(),
+                            TransitionCause::scriptTimeout);
+}
+
+void RetryWaitTimer::handleTimerStop() {
+  if (ztSm()->awaitsDhcpCleanup()) {
+    // The query goes on with whatever is left of the results.
+    dhcpResultsLeft.log();
+    ztSm()->doStateTransition(ztSm()->stateRetry(), ztSm()->stateDhcpQuery(),
+                              TransitionCause::dhcpResultsRemain);
+    return;
+  }
+  ztSm()->doStopDhclient();
+  ztSm()->doStopDhclient6();
+  ztSm()->doStopDhclient6Stateless();
+  ztSm()->doCleanupAndRetry();
+}
+
+void LeaseReleaseTimer::handleTimerStop() {
+  KEL_ASSERT(ztSm()->currentState() == ztSm()->stateShutdown(),
+             "ztSm()->currentState() == ztSm()->stateShutdown()");
+  ztSm()->doStopDhclient();
+  ztSm()->doStopDhclient6();
+  ztSm()->doStopDhclient6Stateless();
+  ztSm()->doShutdown();
+}
+
+void StartupFileSyncWaitTimer::handleTimerStop() {
+  ZTP_STARTUP_FILE_SYNC_TIMEOUT.log();
+  ztSm()->doShutdown();
+}
+
 }  // namespace ZeroTouch

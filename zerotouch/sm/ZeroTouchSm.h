@@ -37,19 +37,24 @@
 #pragma once
 
 #include <map>
+#include <memory>
 #include <optional>
 #include <set>
 
 #include "platform/kel/Child.h"
 #include "platform/kel/Clock.h"
 #include "platform/kel/FileDescriptor.h"
-#include "platform/model/agent.h"
+#include "platform/kel/Log.h"
+#include "platform/kel/Reactor.h"
+#include "platform/model/handles.h"
 #include "zerotouch/agent/EntityMibRootSm.h"
-#include "zerotouch/sm/TimerBase.h"
+#include "zerotouch/sm/Cause.h"
+#include "zerotouch/sm/ProvisioningTimers.h"
 
 namespace ZeroTouch {
 
 struct CurlTransfer;
+struct DhcpClients;
 struct TimerSettings;
 using U32Ptr = std::uint32_t*;
 
@@ -71,30 +76,22 @@ class ZeroTouchSm : public ZeroTouchSmModel {
 
   // Brings the machine up from whatever the entities already say. None of the handles is null, but those of
   // the inventory and of the packet sockets may be.
-  ZeroTouchSm(Kel::Ptr<Config> config, Kel::Ptr<Status> status, Kel::Ptr<DhcpStatus const> dhcpStatus,
-              Kel::Ptr<Interface::AllEthPhyIntfConfigDir> epicd,
-              Kel::Ptr<Interface::AllEthPhyIntfStatusDir const> episd,
-              Kel::Ptr<Interface::VlanIntfConfigDir> vicd, Kel::Ptr<Interface::VlanIntfStatusDir const> visd,
-              Kel::Ptr<Interface::AllIntfStatusDir const> aisd,
-              Kel::Ptr<Interface::EthLagIntfStatusDir> elisd,
-              Kel::Ptr<EntityMib::Status const> entityMibStatus, Kel::Ptr<Ip::Config> ipConfig,
-              Kel::Ptr<L3::Intf::ConfigDir> l3ConfigDir, Kel::Ptr<Ip::Status const> ipStatus,
-              Kel::Ptr<Ip6::Config> ip6Config, Kel::Ptr<Ip6::Status const> ip6Status,
-              Kel::Ptr<Routing::Config> routingConfig, Kel::Ptr<System::NetConfig> netConfig,
-              Kel::Ptr<System::NetStatus const> netStatus, Kel::Ptr<System::Reload::Config> reloadConfig,
-              Kel::Ptr<FileReplication::Status const> fileReplicationStatus,
-              Kel::Ptr<LogMgr::LogConfig> sysLoggingConfig,
-              Kel::Ptr<RouterAdvt::RaPacketStatus const> raPacketStatus,
-              Kel::Ptr<Interface::EthDevPamCollection const> ethDevPamCollection,
-              Kel::Ptr<Interface::PamDesiredIntfDir> pamDesiredIntfDir, Kel::Ptr<Kel::Clock const> clock,
-              Kel::Ptr<Kel::Clock const> stateTransitionClock);
+  ZeroTouchSm(PASSED_HANDLE_PARAMETERS, Kel::Ptr<Interface::EthDevPamCollection const> ethDevPamCollection,
+              Kel::Ptr<Interface::PamDesiredIntfDir> pamDesiredIntfDir,
+              Kel::Ptr<Kel::Clock const> const& clock,
+              Kel::Ptr<Kel::Clock const> const& stateTransitionClock);
   ~ZeroTouchSm() override;
+  // The same, from the same handles.
+  template <typename... Handles>
+  static Kel::Ptr<ZeroTouchSm> ZeroTouchSmIs(Handles const&... handles) {
+    return Kel::makePtr<ZeroTouchSm>(handles...);
+  }
 
   // --- States and transitions (sm/States.cc) ---
 
-  // The only way to ask for a change. `fromStates` is the set of states from which it is allowed,
-  // stateInvalid() for any. Cancels the running timer even when the request is refused.
-  void doStateTransition(State fromStates, State toState);
+  // The only way to ask for a change, and to say why. `fromStates` is the set of states from which it is
+  // allowed, stateInvalid() for any. Cancels the running timer even when the request is refused.
+  void doStateTransition(State fromStates, State toState, Cause const& cause);
   // Whether a handler that runs late may still act: the current state is one of `states`, and it is not about
   // to be left for stateInit or stateShutdown.
   bool mayActIn(State states) const;
@@ -115,8 +112,11 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   bool preConditionsMet() const;
   void doStopZeroTouch(bool cancelled);
 
-  // --- Timers (sm/Timers.cc; their ticks and stops in sm/ProvisioningTimers.cc) ---
+  // --- Timers (sm/Timers.cc) ---
 
+  // The clocks that drive the timer and the changes of state.
+  Kel::Ptr<Kel::Clock const> const& clock() const { return clock_; }
+  Kel::Ptr<Kel::Clock const> const& stateTransitionClock() const { return stateTransitionClock_; }
   Kel::Ptr<TimerBase> timer() const;
   void timerIs(Kel::Ptr<TimerBase> const& timer) { ZeroTouchSmModel::timerIs(timer); }
   void doStartTimer();
@@ -133,15 +133,15 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   void doStartLeaseReleaseTimer();
   void doStartStartupFileSyncWaitTimer();
 
-  // --- Retry, cancel and shutdown (sm/Retry.cc, sm/Shutdown.cc) ---
+  // --- Retry, cancel and shutdown (sm/StartStop.cc) ---
 
   void doCleanupCurrentState();
   void doCleanupAndRetry();
   void doCancelZeroTouch();
-  void doCreateGuardFileAndShutdown();
+  void doCreateGuardFileAndShutdown(Cause const& cause);
   void doShutdown();
 
-  // --- Settings file (agent/Settings.cc) ---
+  // --- Settings file (sm/StartStop.cc) ---
 
   void doReadConfigFile();
   void doWriteConfigFile();
@@ -157,7 +157,7 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   Kel::Ptr<EntityMibRootSm> entityMibRootSmIs(ZeroTouchSm* ztSm, Kel::Ptr<EntityMib::Fru const> const& root);
   void entityMibRootSmDel() { entityMibRootSm_ = nullptr; }
 
-  // --- Interfaces: which take part, their set-up (intf/IntfTracking.cc, intf/IntfSetup.cc) ---
+  // --- Interfaces: which take part, their set-up (intf/IntfTracking.cc, intf/PortConfig.cc) ---
 
   // Whether the view of the interfaces follows the platform now. In all other states it is frozen: what
   // changes meanwhile is remembered and looked at on the next entry to one of these.
@@ -181,7 +181,7 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   void findIntfStatusForKernelIntf(Kel::String kernelName, Kel::Ptr<IntfStatus>& out) const;
   void findIntfStatusForInterface(Kel::String intfName, Kel::Ptr<IntfStatus>& out) const;
 
-  // --- Speeds of the ports (intf/LinkModes.cc, intf/SpeedToggle.cc) ---
+  // --- Speeds of the ports (intf/Speeds.cc) ---
 
   using LinkModes = ZeroTouch::LinkModes;
   void initializeLinkModes();
@@ -210,7 +210,7 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   void handleDhclient6ChildProcessStatus();
   void handleDhclient6StatelessChildProcessStatus();
 
-  // Command lines (dhcp/CommandLines.cc): null when there is nobody to ask. The caller frees them. `idx` is
+  // Command lines (dhcp/DhcpClient.cc): null when there is nobody to ask. The caller frees them. `idx` is
   // the next free slot; of the stateless client, the one for the caller to fill with an interface.
   void formBasicCommandLine(char** argv, U32Ptr idx) const;
   char** allocDhclientAcquireCommandline() const;
@@ -229,7 +229,7 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   void doCompleteDhclientConfigFiles();
   void addIdentifierStatementsToDhclientConfig(char const* file, Kel::String version) const;
 
-  // Starting the clients (dhcp/Queries.cc, dhcp/LeaseRelease.cc).
+  // Starting the clients (dhcp/Queries.cc).
   void doStartDhcpQuery();
   void doStartStatelessDhcpQuery();
   // Starts a stateless client on the next interface to ask, and its timer. False when there is none.
@@ -238,6 +238,11 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   void doReleaseLease();
   void doReleaseLease6();
 
+  // Their records: each has a reactor, made or replaced with ...Is and dropped with ...Del.
+  void intfDhcpStatusIs(Kel::Name const& name);
+  void intfDhcpStatusDel(Kel::Name const& name);
+  void intfDhcp6StatusIs(Kel::Name const& name);
+  void intfDhcp6StatusDel(Kel::Name const& name);
   void handleIntfDhcpStatus(Kel::Name const& name);
   void handleIntfDhcpStatus();
   void handleIntfDhcp6Status(Kel::Name const& name);
@@ -246,6 +251,10 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   bool readyToFetchConfig() const;
   bool readyToFetchConfigV4() const;
   bool readyToFetchConfigV6() const;
+  // The address for which readyToFetchConfig() waits, and its port, for people.
+  Kel::String missingAddress() const;
+  // Raises one of the events that say that a query has failed.
+  void reportQueryFailure(Kel::LogHandle& event);
   // Lets the clean-up script remove what clients left configured. Blocks while the script runs, twice.
   void doCleanupDhclientState();
 
@@ -261,12 +270,17 @@ class ZeroTouchSm : public ZeroTouchSmModel {
 
   // --- Download and install (fetch/) ---
 
-  void doTryFetchConfigFromServer();
+  // Chooses the interface, and with it the answer (chosenAnswer()), which is final when the identity is
+  // applied; null forgets both.
+  void choosenIntfIs(Kel::Ptr<IntfStatus> const& intf);
+  // Starts the download. When it neither runs nor has succeeded by then, an event has said so, and the cause
+  // says why.
+  Cause doTryFetchConfigFromServer();
   // Starts a transfer of option67Uri().
   void doTryFetchUri();
   // Null when no transfer runs.
-  CurlTransfer const* curlCBData() const { return curlCBData_; }
-  Kel::Ptr<Kel::FileDescriptor> curlSockFd() const;
+  CurlTransfer const* curlCBData() const { return curlCBData_.get(); }
+  Kel::Ptr<Kel::FileDescriptor> const& curlSockFd() const { return curlSockFd_; }
   void doBuildCurlHttpHeaders();
   // Lets libcurl run, and watches its socket for what it waits for next.
   void doCurlPerform();
@@ -279,7 +293,7 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   // Replaces the whole file `to`; false, and a warning that says why, when that fails.
   bool copyFile(char const* from, char const* to) const;
   void doExecScript();
-  Kel::Ptr<Kel::ChildSiginfo const> scriptChildProcess() const;
+  Kel::Ptr<Kel::ChildSiginfo const> const& scriptChildProcess() const { return scriptChildProcess_; }
   void scriptChildProcessIs(Kel::Ptr<Kel::ChildSiginfo> const& child);
   void scriptChildProcessDel();
   // What the script said, errors first, each line followed by ". "; of each stream the first few KiB.
@@ -290,37 +304,12 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   void handleScriptExecTimeoutValue();
 
  private:
-  // The reactors, one for each entity, clock and child that is watched; defined in sm/Reactors.h, that of a
-  // port in intf/KelEthPhyIntfStatus.h.
-  template <typename Watched>
-  class Reactor;
-  class KelConfig;
-  class KelDhcpStatus;
-  class KelIntfDhcpResult;
-  class KelIntfDhcpStatus;
-  class KelIntfDhcp6Status;
-  class KelIpStatus;
-  class KelIpIntfStatus;
-  class KelIp6Status;
-  class KelIp6IntfStatus;
-  class KelEpisd;
-  class KelElisd;
-  class KelEthPhyIntfStatus;
-  class KelEthDevPamCollection;
-  class KelEntityMibStatus;
-  class KelClock;
-  class KelStateTransitionClock;
-  template <void (ZeroTouchSm::*handler)()>
-  class KelChildProcess;
-  using KelDhclientChildProcess = KelChildProcess<&ZeroTouchSm::handleDhclientChildProcessStatus>;
-  using KelDhclient6ChildProcess = KelChildProcess<&ZeroTouchSm::handleDhclient6ChildProcessStatus>;
-  using KelDhclient6StatelessChildProcess =
-      KelChildProcess<&ZeroTouchSm::handleDhclient6StatelessChildProcessStatus>;
-  class KelCurlSockFd;
-  using KelScriptChildProcess = KelChildProcess<&ZeroTouchSm::handleScriptChildProcessStatus>;
+  // ZeroTouchSm.cc
+  void watchPlatform();
 
   // States.cc
   void enter(State state);
+  void noteOutcome(State entered);
   void enterFetchConfig();
   void enterRetryFetchConfig();
   void enterCopyConfigOrExecScript();
@@ -336,42 +325,33 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   void startTimer(Kel::Seconds interval = Timer::settings.interval,
                   Kel::Seconds timeout = Timer::settings.timeout);
 
-  // Retry.cc, Shutdown.cc
   void resumeAfterDhcpCleanup();
   // Asked once: the kind of system does not change while the agent lives.
   bool isFixedSystem();
 
   // intf/
-  void configureLayer3(Wire::IntfId const& intfId);
-  void withdrawLayer3();
-  void ethPhyIntfStatusIs(Wire::IntfId const& intfId);
-  void lookAtSkippedIntfs();
-  void reconcileLldpWatch(Kel::Ptr<IntfStatus> const& record);
-  void lldpWatchDel(Kel::Ptr<IntfStatus> const& record);
-  void applyLinkMode(Wire::IntfId const& intfId, Interface::EthLinkMode mode, bool autoneg);
-  void restoreSpeeds();
-  void reportSpeedChanges();
+  class Ports;
+  class PortConfig;
 
   // identity/
   class IdentityWriter;
   Kel::Ptr<Interface::IntfConfig> intfConfig(Wire::IntfId const& intfId) const;
 
-  // The reactors on the entries of the collections that are watched: each is made, replaced and dropped as
-  // its entry comes, is replaced and goes.
-  void intfDhcpStatusIs(Kel::Name const& name);
-  void intfDhcp6StatusIs(Kel::Name const& name);
+  // Each keeps the reactor on the addresses of an interface, which comes and goes with the interface's entry.
   void ipIntfStatusIs(Wire::IntfId const& intfId);
   void ip6IntfStatusIs(Wire::IntfId const& intfId);
+  void handleActiveAddrWithMask(Wire::IntfId const& intfId);
+  void handleAddr(Wire::IntfId const& intfId, Wire::Ip6AddrWithMask const& addr);
 
   // dhcp/
+  struct DhcpResults;
   std::vector<Kel::String> dhcpDevices() const;
-  char** allocReleaseCommandline(bool six, char const* caller) const;
   void selectIntfs6();
-  // Starts a client and frees its command line.
-  static Kel::Ptr<Kel::ChildSiginfo> execClient(char** cmdLine, char const* caller);
-  bool readyWith(bool bootFile, char const* addrLabel, bool addrConfigured) const;
+  Kel::String whyNobodyIsAsked() const;
 
   // fetch/
+  void chooseAnswer();
+  static Kel::Ptr<ChosenAnswer> answerFrom(AnswerFamily family, Kel::Ptr<IntfDhcpStatus const> const& result);
   void forgetTransfer();
   void watchCurlSocket();
   void reportFailedDownload();
@@ -379,44 +359,33 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   void endLeftoverScript();
 
   std::optional<bool> fixedSystem_;
-  Kel::Ptr<KelConfig> kelConfig_;
-  Kel::Ptr<KelDhcpStatus> kelDhcpStatus_;
-  Kel::Ptr<KelIpStatus> kelIpStatus_;
-  Kel::Ptr<KelIp6Status> kelIp6Status_;
-  Kel::Ptr<KelEpisd> kelEpisd_;
-  Kel::Ptr<KelElisd> kelElisd_;
-  Kel::Ptr<KelEthDevPamCollection> kelEthDevPamCollection_;
-  Kel::Ptr<KelEntityMibStatus> kelEntityMibStatus_;
-  Kel::Ptr<KelClock> clock_;
-  Kel::Ptr<KelStateTransitionClock> stateTransitionClock_;
+  Kel::Ptr<Kel::Clock const> clock_;
+  Kel::Ptr<Kel::Clock const> stateTransitionClock_;
+  Kel::Alarm timerAlarm_;
+  Kel::Alarm stateTransitionAlarm_;
+  std::vector<Kel::Reactor> reactors_;  // on the entities that the platform gives
   Kel::Ptr<EntityMibRootSm> entityMibRootSm_;
-  Kel::Ptr<EntityMib::Fru const> chassis_;  // as the run found it
-  std::map<Wire::IntfId, Kel::Ptr<KelEthPhyIntfStatus>> ethPhyIntfStatus_;
-  std::map<Kel::Name, Kel::Ptr<KelIntfDhcpStatus>> intfDhcpStatus_;
-  std::map<Kel::Name, Kel::Ptr<KelIntfDhcp6Status>> intfDhcp6Status_;
-  std::map<Wire::IntfId, Kel::Ptr<KelIpIntfStatus>> ipIntfStatus_;
-  std::map<Wire::IntfId, Kel::Ptr<KelIp6IntfStatus>> ip6IntfStatus_;
-  // Changes that came while the view was frozen.
-  std::set<Wire::IntfId> skippedEthPhy_;
-  std::set<Wire::IntfId> skippedLag_;
-  // The configuration entries that this run has made; of the ports whose speed it has set, whether it made
-  // the entry.
-  std::set<Wire::IntfId> createdIpConfig_;
-  std::set<Wire::IntfId> createdIp6Config_;
-  std::set<Wire::IntfId> createdL3Config_;
-  std::map<Wire::IntfId, bool> speedSet_;
+  Kel::Ptr<EntityMib::Fru const> chassis_;             // as the run found it
+  std::map<Wire::IntfId, Kel::Reactor> ipIntfStatus_;  // on the addresses of each interface
+  std::map<Wire::IntfId, Kel::Reactor> ip6IntfStatus_;
   // Where the identity was applied, and the IPv6 address: by the time it is undone the answer may be gone.
   Wire::IntfId identityIntf_;
   std::optional<Wire::Ip6AddrWithMask> identityAddr6_;
-  Kel::Ptr<KelDhclientChildProcess> dhclientChildProcess_;
-  Kel::Ptr<KelDhclient6ChildProcess> dhclient6ChildProcess_;
-  Kel::Ptr<KelDhclient6StatelessChildProcess> dhclient6StatelessChildProcess_;
-  CurlTransfer* curlCBData_ = nullptr;  // owned
-  Kel::Ptr<KelCurlSockFd> curlSockFd_;
-  Kel::Ptr<KelScriptChildProcess> scriptChildProcess_;
-  bool dhclientConfigCut_ = false;
-  bool dhclient6ConfigCut_ = false;
-  bool scriptSignalled_ = false;  // it was asked to end
+  std::unique_ptr<Ports> ports_;
+  std::unique_ptr<PortConfig> portConfig_;
+  std::unique_ptr<DhcpClients> dhcpClients_;
+  std::unique_ptr<DhcpResults> dhcpResults_;
+  // Its type is known where libcurl is (fetch/).
+  struct TransferEnd {
+    void operator()(CurlTransfer* transfer) const;
+  };
+  std::unique_ptr<CurlTransfer, TransferEnd> curlCBData_;
+  Kel::Ptr<Kel::FileDescriptor> curlSockFd_;
+  Kel::Reactor curlSockFdReady_;
+  Kel::Ptr<Kel::ChildSiginfo const> scriptChildProcess_;
+  Kel::Reactor scriptStatus_;
+  bool queryFailureReported_ = false;  // by an event, in this attempt
+  bool scriptSignalled_ = false;       // it was asked to end
 };
 
 // Whether the interface is a management one, and those are to be left alone.

@@ -2,7 +2,7 @@
 
 #include <fstream>
 
-#include "zerotouch/utils/ZeroTouchUtils.h"
+#include "platform/kel/WholeFile.h"
 
 namespace ZeroTouch {
 
@@ -20,7 +20,7 @@ std::optional<Settings> readSettings(Kel::String const& path) {
 Kel::String writeSettings(Kel::String const& path, Settings const& settings) {
   Kel::String content;
   for (auto const& [key, value] : settings) content.append(key).append("=").append(value).append("\n");
-  return replaceFile(path, content);
+  return Kel::replaceFile(path, content);
 }
 
 }  // namespace ZeroTouch

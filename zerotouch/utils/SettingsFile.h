@@ -24,7 +24,7 @@ using Settings = std::map<Kel::String, Kel::String>;
 // Nothing when the file cannot be opened. `path` is the real one, already rooted.
 std::optional<Settings> readSettings(Kel::String const& path);
 
-// Replaces the file; "" or the reason of the failure, as replaceFile.
+// Replaces the file; "" or the reason of the failure, as Kel::replaceFile.
 Kel::String writeSettings(Kel::String const& path, Settings const& settings);
 
 }  // namespace ZeroTouch

@@ -7,29 +7,10 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
-#include <cstring>
-#include <filesystem>
-#include <functional>
-#include <string_view>
 
 namespace ZeroTouch {
 
 namespace {
-
-bool writeAll(int fd, std::string_view rest) {
-  while (!rest.empty()) {
-    ssize_t const written = write(fd, rest.data(), rest.size());
-    if (written < 0 && errno == EINTR) continue;
-    if (written < 0) return false;
-    rest.remove_prefix(static_cast<std::size_t>(written));
-  }
-  return true;
-}
-
-// "cannot <step> <path>: " and the error's text.
-Kel::String failed(char const* step, Kel::String const& path) {
-  return Kel::String("cannot ") + step + " " + path + ": " + std::strerror(errno);
-}
 
 ssize_t readSome(int fd, char* buffer, std::size_t size) {
   ssize_t got = 0;
@@ -49,44 +30,10 @@ int openRegular(Kel::String const& path, int flags) {
   return -1;
 }
 
-Kel::String copyAll(int from, Kel::String const& source, int to, Kel::String const& target) {
-  constexpr std::size_t pieceBytes = 262'144;
-  Kel::String piece(pieceBytes, '\0');
-  while (true) {
-    ssize_t const got = readSome(from, piece.data(), piece.size());
-    if (got < 0) return failed("read", source);
-    if (got == 0) return "";
-    if (!writeAll(to, std::string_view(piece).substr(0, static_cast<std::size_t>(got))))
-      return failed("write", target);
-  }
-}
+constexpr mode_t outputMode = 0644;
 
-// Makes a rename in `folder` last.
-bool flushFolder(Kel::String const& folder) {
-  int const fd = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (fd < 0) return false;
-  bool const flushed = fsync(fd) == 0;
-  close(fd);
-  return flushed;
-}
-
-// As replaceFile; `fill` writes the content and returns "" or the reason of its failure.
-Kel::String replaceWith(Kel::String const& path, std::function<Kel::String(int fd)> const& fill) {
-  Kel::String temporary = path + ".XXXXXX";
-  int const fd = mkostemp(temporary.data(), O_CLOEXEC);
-  if (fd < 0) return failed("write beside", path);
-
-  constexpr mode_t readableByAll = 0644;
-  Kel::String error = fill(fd);
-  if (error.empty() && (fchmod(fd, readableByAll) != 0 || fsync(fd) != 0)) error = failed("write", path);
-  close(fd);
-  if (error.empty() && rename(temporary.c_str(), path.c_str()) != 0) error = failed("replace", path);
-  if (!error.empty()) {
-    unlink(temporary.c_str());
-    return error;
-  }
-  Kel::String const folder = std::filesystem::path(path).parent_path();
-  return flushFolder(folder.empty() ? "." : folder) ? "" : failed("flush the folder of", path);
+int openOutput(char const* path) {
+  return path == nullptr ? -1 : open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, outputMode);
 }
 
 }  // namespace
@@ -100,18 +47,6 @@ Kel::String argvToString(char const* const* argv) {
   Kel::String result;
   for (; *argv != nullptr; ++argv) result += Kel::String(*argv) + " ";
   return result;
-}
-
-Kel::String replaceFile(Kel::String const& path, Kel::String const& content) {
-  return replaceWith(path, [&](int fd) { return writeAll(fd, content) ? "" : failed("write", path); });
-}
-
-Kel::String replaceFileByCopy(Kel::String const& path, Kel::String const& source) {
-  int const from = openRegular(source, O_NOFOLLOW);
-  if (from < 0) return failed("read", source);
-  Kel::String const error = replaceWith(path, [&](int fd) { return copyAll(from, source, fd, path); });
-  close(from);
-  return error;
 }
 
 std::optional<FileStart> readStart(Kel::String const& path, std::size_t limit) {
@@ -128,6 +63,15 @@ std::optional<FileStart> readStart(Kel::String const& path, std::size_t limit) {
   result.cut = length > limit;
   result.text.resize(std::min(length, limit));
   return result;
+}
+
+Kel::Ptr<Kel::ChildSiginfo> runCmd(char** argv, char const* stdoutPath, char const* stderrPath) {
+  int const out = openOutput(stdoutPath);
+  int const err = openOutput(stderrPath);
+  auto child = Kel::run(argv, -1, out, err, -1);
+  if (out >= 0) close(out);
+  if (err >= 0) close(err);
+  return child;
 }
 
 }  // namespace ZeroTouch

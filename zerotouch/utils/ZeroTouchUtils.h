@@ -1,8 +1,10 @@
-// What several rooms share: path rooting, argument vectors, whole-file replacement.
+// What several rooms share: path rooting, argument vectors, the first bytes of a file, starting child
+// processes.
 #pragma once
 
 #include <optional>
 
+#include "platform/kel/Child.h"
 #include "platform/kel/Types.h"
 
 namespace ZeroTouch {
@@ -14,14 +16,6 @@ Kel::String filePathFromFSRoot(Kel::String const& path);
 // Every element of a null-terminated vector followed by a blank, for trace lines.
 Kel::String argvToString(char const* const* argv);
 
-// Replaces the file as a whole: a temporary file in the same folder is written and flushed, then renamed over
-// it, and the folder is flushed. After a power cut there is either the old file or the new one. Returns "" or
-// the reason of the failure, which leaves the old file as it was.
-Kel::String replaceFile(Kel::String const& path, Kel::String const& content);
-
-// The same with the content of the regular file `source`, of any size.
-Kel::String replaceFileByCopy(Kel::String const& path, Kel::String const& source);
-
 // The first `limit` bytes of a regular file, and whether it holds more; nothing when there is no such file or
 // it cannot be opened. Never waits, as reading a named pipe would.
 struct FileStart {
@@ -32,5 +26,10 @@ std::optional<FileStart> readStart(Kel::String const& path, std::size_t limit);
 
 // Whether a byte is no text: below the blank, or DEL.
 inline bool isControl(char byte) { return static_cast<unsigned char>(byte) < 0x20 || byte == 0x7f; }
+
+// Starts argv[0] (null-terminated `argv`, the caller's) and returns its record; a reactor on the record
+// learns of the end. A path, when not null, receives that stream: created if missing, truncated, mode 0644. A
+// stream whose path is null or cannot be opened is the agent's own.
+Kel::Ptr<Kel::ChildSiginfo> runCmd(char** argv, char const* stdoutPath, char const* stderrPath);
 
 }  // namespace ZeroTouch

@@ -12,7 +12,7 @@ namespace {
 
 constexpr std::size_t maxNameLength = 64;
 
-// The whole of `text` as a number of at most `max`; a decimal one without leading zeros.
+// Reads the whole of `text` as a number of at most `max`. A decimal number has no leading zeros.
 std::optional<std::uint8_t> number(std::string_view text, int base, unsigned max) {
   if (base == 10 && text.size() > 1 && text.front() == '0') return std::nullopt;
   unsigned value = 0;
@@ -21,7 +21,7 @@ std::optional<std::uint8_t> number(std::string_view text, int base, unsigned max
   return static_cast<std::uint8_t>(value);
 }
 
-// inet_pton(3) on text that may hold a NUL, behind which anything could hide.
+// Calls inet_pton(3), which stops at a NUL, so a text that holds one is refused.
 bool parseAddress(int family, std::string_view text, void* out) {
   return text.find('\0') == std::string_view::npos && inet_pton(family, Kel::String(text).c_str(), out) == 1;
 }

@@ -59,7 +59,7 @@ ChangeRecorder::ChangeRecorder(ZeroTouch::MountedEntities const& entities, Ring<
   follow(*entities.epicd, "");
   follow(*entities.vicd, "");
   follow(*entities.routingConfig, "");
-  follow(*entities.logConfig, "");
+  follow(*entities.sysLoggingConfig, "");
 }
 
 ChangeRecorder::~ChangeRecorder() {

@@ -3,8 +3,8 @@
 
 #include <map>
 
+#include "platform/model/handles.h"
 #include "programs/zerotouchd/history/Ring.h"
-#include "zerotouch/agent/MountedEntities.h"
 
 // Goes before the entities do, and after all who change them. Of the entities, only the history is changed,
 // whose own watchers take note only.

@@ -1,29 +1,18 @@
 #include "programs/zerotouchd/history/MachineRecorder.h"
 
 #include "platform/kel/Clock.h"
-#include "programs/zerotouchd/history/Reasons.h"
 #include "programs/zerotouchd/history/Shortened.h"
-
-using State = ZeroTouch::ProvisioningState;
 
 MachineRecorder::MachineRecorder(Kel::Ptr<ZeroTouch::ZeroTouchSmModel const> const& machine,
                                  Ring<History::State>& states, Ring<History::Timer>& timers)
     : NotifieeConst(machine), states_(states), timers_(timers) {
   states_.add({machine->stateTime(), stringValue(machine->currentState()), "the host has started"});
-  noteReason();
   noteTimer();
 }
 
-// The machine still shows what has led to the change; once the state is entered, it may not.
-void MachineRecorder::noteReason() {
-  State const wanted = notifier().transitionState();
-  if (wanted == State::stateInvalid) return;
-  bool const ranOut = timer_.ranOut && timer_.ended >= notifier().stateTime();
-  reason_ = shortened(reasonFor(notifier(), wanted, ranOut));
-}
-
 void MachineRecorder::onCurrentState() {
-  states_.add({Kel::now(), stringValue(notifier().currentState()), std::exchange(reason_, "")});
+  auto const& machine = notifier();
+  states_.add({Kel::now(), stringValue(machine.currentState()), shortened(machine.transitionReason())});
 }
 
 void MachineRecorder::onTimer() {

@@ -9,19 +9,16 @@ class MachineRecorder : public ZeroTouch::ZeroTouchSmModel::NotifieeConst {
   MachineRecorder(Kel::Ptr<ZeroTouch::ZeroTouchSmModel const> const& machine, Ring<History::State>& states,
                   Ring<History::Timer>& timers);
 
-  void onTransitionState() override { noteReason(); }
   void onCurrentState() override;
   void onTimer() override;
   void onTimerActive() override { noteTimer(); }
 
  private:
-  void noteReason();
   void noteTimer();
   void endTimer();
 
   Ring<History::State>& states_;
   Ring<History::Timer>& timers_;
-  Kel::String reason_;         // of the change that was asked for
   std::uint64_t running_ = 0;  // the entry of the timer that runs; 0 for none
   History::Timer timer_;
 };

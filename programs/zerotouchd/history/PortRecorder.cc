@@ -47,8 +47,7 @@ PortRecorder::PortRecorder(ZeroTouch::MountedEntities const& entities, Ring<Hist
       dhcp_(entities.dhcpStatus),
       ring_(ring),
       ports_(Kel::makePtr<Ports>(dir_, *this)),
-      dhcpReactor_(Kel::makePtr<Dhcp>(dhcp_, *this)),
-      alarm_(Kel::makePtr<Statebase::Alarm>([this] { writeReports(); })) {
+      dhcpReactor_(Kel::makePtr<Dhcp>(dhcp_, *this)) {
   for (auto const& id : dir_->intfStatus().keys()) portCame(id);
 }
 
@@ -65,7 +64,7 @@ void PortRecorder::portCame(Wire::IntfId const& id) {
 
 void PortRecorder::reported(Family family, Kel::Name const& device) {
   pending_.try_emplace({family, device}, Kel::now());
-  if (alarm_->timeMin() == Kel::never) alarm_->timeMinIs(Kel::now());
+  alarm_.in(0);
 }
 
 void PortRecorder::writeReports() {

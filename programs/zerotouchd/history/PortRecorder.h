@@ -3,9 +3,9 @@
 
 #include <map>
 
-#include "platform/statebase/Alarm.h"
+#include "platform/kel/Clock.h"
+#include "platform/model/handles.h"
 #include "programs/zerotouchd/history/Ring.h"
-#include "zerotouch/agent/MountedEntities.h"
 
 class PortRecorder {
  public:
@@ -33,5 +33,5 @@ class PortRecorder {
   std::map<Wire::IntfId, Kel::Ptr<Link>> links_;
   // A report replaces the record and then fills it; it is looked at once that is done.
   std::map<std::pair<Family, Kel::Name>, Kel::Seconds> pending_;
-  Kel::Ptr<Statebase::Alarm> alarm_;
+  Kel::Alarm alarm_{[this] { writeReports(); }};
 };

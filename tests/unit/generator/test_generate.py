@@ -60,6 +60,10 @@ BAD = {
     "limit out of range": (ENTITY + 'a = { type = "u8", max = 300, doc = "a" }\n', 6, "attribute 'a': 'max' is no u8"),
     "attribute of the base": (ENTITY + '[entity.F]\ndoc = "F."\nextends = "N::E"\n[entity.F.attributes]\n'
                               'fine = { type = "u8", doc = "f" }\n', 10, "attribute 'fine': declared twice"),
+    "handle that is mounted nowhere": (ENTITY + '[handles]\na = { reference = "N::E", mount = "here", doc = "a" }\n', 7,
+                                       "handle 'a': 'mount' is no path"),
+    "handles that nobody lists": (HEAD + '[entity.E]\ndoc = "E."\nhandles = "all"\n', 4,
+                                  "entity 'E': 'handles' is to be all or passed, of the handles that its schema lists"),
     "unknown enumerator": (ENUM + '[entity.E]\ndoc = "E."\n[entity.E.attributes]\n'
                            'a = { type = "N::C", default = "blue", doc = "a" }\n', 8, "attribute 'a': 'default' is no N::C"),
     "declared twice": (ENUM + '[struct.C]\ndoc = "C."\n[struct.C.fields]\n', 5, "struct 'C': declared twice"),

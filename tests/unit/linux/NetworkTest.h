@@ -108,9 +108,12 @@ class NetworkTest : public ::testing::Test {
     adapter = std::make_unique<Adapter>(entities, config);
   }
 
+  // How long a test waits before it gives up, in seconds: far longer than anything takes on a loaded machine.
+  static constexpr Kel::Seconds patience = 60;
+
   // Runs the loop until `text` gives what is expected, and asserts it.
   static void expectSoon(std::function<std::string()> const& text, std::string const& expected) {
-    Kel::Loop::instance().runUntil([&] { return text() == expected; }, 10);
+    Kel::Loop::instance().runUntil([&] { return text() == expected; }, patience);
     EXPECT_EQ(text(), expected);
   }
 

@@ -1,7 +1,6 @@
 // The hardware inventory and its sources.
-#include "platform/linux/Inventory.h"
+#include "platform/linux/system/Inventory.h"
 
-#include "platform/linux/Eeprom.h"
 #include "tests/unit/linux/NetworkTest.h"
 
 namespace Linux {

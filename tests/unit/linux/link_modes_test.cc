@@ -2,8 +2,8 @@
 #include <gtest/gtest.h>
 #include <linux/ethtool.h>
 
-#include "platform/linux/LinkModeSetting.h"
-#include "platform/linux/LinkModeTable.h"
+#include "platform/linux/links/LinkModes.h"
+#include "platform/linux/settings/SettingKinds.h"
 
 namespace Linux {
 namespace {
@@ -109,6 +109,16 @@ TEST(LinkModes, AreTakenWhenTheDriverSaysSoOrCannotTell) {
   EXPECT_FALSE(linkModeTaken(forced, settings(true, 25000, {})));
   EXPECT_TRUE(linkModeTaken(negotiated, settings(true, 10000, some)));
   EXPECT_FALSE(linkModeTaken(negotiated, settings(true, 0, others)));
+}
+
+TEST(LinkModes, StayKnownUnlessTheDriverHasNone) {
+  Interface::EthPhyIntfStatus status{Wire::IntfId("Ethernet1")};
+  for (auto const& [device, expected] : {std::pair("gone", "25g capable"), std::pair("lo", "none")}) {
+    status.linkModeCapabilitiesIs({.mode25G = true});
+    status.autonegCapabilityIs(Interface::AutonegCapability::capable);
+    readLinkModes(device, status);
+    EXPECT_EQ(shown(status.linkModeCapabilities()) + stringValue(status.autonegCapability()), expected);
+  }
 }
 
 }  // namespace

@@ -4,7 +4,7 @@
 #include <net/if.h>
 #include <sys/socket.h>
 
-#include "platform/linux/PacketSocket.h"
+#include "platform/linux/packets/PacketSockets.h"
 #include "tests/unit/linux/NetworkTest.h"
 
 namespace Linux {
@@ -31,7 +31,7 @@ TEST_F(NetworkTest, AFloodOfFramesHoldsUpNobody) {
         most = std::max(most, frames->readableCount() - std::exchange(seen, frames->readableCount()));
         return seen >= 20;
       },
-      10));
+      patience));
   EXPECT_EQ(most, 1U);
 }
 

@@ -9,7 +9,7 @@
 #include <cstring>
 
 #include "platform/kel/testing/SimulatedTime.h"
-#include "platform/linux/RouterAdvertisements.h"
+#include "platform/linux/packets/RouterAdvertisements.h"
 #include "tests/unit/linux/NetworkTest.h"
 
 namespace Linux {
@@ -66,6 +66,14 @@ class Router {
     set(SOL_SOCKET, SO_BINDTOIFINDEX, ifIndex_);
   }
 
+  // As another router, whose address has been given to the device.
+  void addressIs(std::string const& text) const {
+    sockaddr_in6 source{AF_INET6, 0, 0, {}, ifIndex_};
+    std::ranges::copy(Wire::Ip6Addr::fromString(text)->bytes, source.sin6_addr.s6_addr);
+    EXPECT_EQ(bind(socket_.get(), reinterpret_cast<sockaddr const*>(&source), sizeof source), 0)
+        << std::strerror(errno);
+  }
+
   void advertise(std::uint8_t flags, std::uint16_t lifetime, int hopLimit = 255) const {
     set(IPPROTO_IPV6, IPV6_MULTICAST_HOPS, hopLimit);
     sockaddr_in6 const allNodes{AF_INET6, 0, 0, group(1), ifIndex_};
@@ -80,7 +88,7 @@ class Router {
   std::string solicitations(int count) const {
     std::string out;
     pollfd ready{socket_.get(), POLLIN, 0};
-    for (int i = 0; i < count && poll(&ready, 1, 5000) == 1; ++i) {
+    for (int i = 0; i < count && poll(&ready, 1, 60'000) == 1; ++i) {
       Wire::EthAddr sender;
       std::uint8_t message[100];
       ssize_t const length = recv(socket_.get(), message, sizeof message, 0);
@@ -133,15 +141,22 @@ class RouterAdvertisementsTest : public NetworkTest {
 TEST_F(RouterAdvertisementsTest, AreInForceWhileAddressAndLifetimeLast) {
   Router const router("far1");
   start();
-  Kel::Loop::instance().runUntil([&] { return !adapter->ports()->port(port1).linkLocal.isZero(); }, 10);
+  Kel::Loop::instance().runUntil([&] { return !adapter->ports()->port(port1).linkLocal.isZero(); }, patience);
   router.advertise(0xc0, 1800);
   expectSoon(records, "Ethernet1 managed other\n");
   router.advertise(0, 1800);
   expectSoon(records, "Ethernet1\n");
+  auto const record = entities.raPacketStatus->raPacket(port1);
   // Not from this link, so it does not end the record.
   router.advertise(0, 0, 64);
+  // Nor does it end the record that another router stops.
+  ip("addr add fe80::99/64 dev far1 nodad");
+  Router const other("far1");
+  other.addressIs("fe80::99");
+  other.advertise(0, 0);
   router.advertise(0x40, 1800);
   expectSoon(records, "Ethernet1 other\n");
+  EXPECT_EQ(entities.raPacketStatus->raPacket(port1), record);
   router.advertise(0x80, 0);
   expectSoon(records, "");
 

@@ -80,8 +80,8 @@ TEST_F(RoutesTest, UseTheNextHopsThatAreReachableAndTheOthersOnceTheyAre) {
   viaIs("224.0.0.0/4", "10.0.1.1");
   expectSoon(routes, "default 10.0.1.1 eth1\n");
   std::string const dropped =
-      "VALUE_DROPPED: The next hop '10.8.0.0/16 via 127.0.0.1' is not used: not an address of a host\n"
-      "VALUE_DROPPED: The route '224.0.0.0/4' is not used: not a destination for routes\n";
+      "VALUE_DROPPED: The next hop '10.8.0.0/16 via 127.0.0.1' is not used: a loopback address\n"
+      "VALUE_DROPPED: The route '224.0.0.0/4' is not used: a multicast, broadcast or reserved address\n";
   std::string const refused =
       "ROUTE_NOT_IN_USE: Route 0.0.0.0/0 does not use 10.6.0.1 (there is no port Ethernet9), 10.7.0.1 "
       "(Network is unreachable)\n"

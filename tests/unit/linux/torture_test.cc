@@ -26,7 +26,8 @@ class Torture : public NetworkTest {
     entities.ethPhyIntfConfigDir->intfConfig(port1)->mtuIs(1450);
     entities.netConfig->hostnameIs("sw1");
     auto const inUse = [this] { return addresses() == "Ethernet1 10.0.0.5/24\n"; };
-    bool const done = Kel::Loop::instance().runUntil([&] { return inUse() || !warned.text().empty(); }, 10);
+    bool const done =
+        Kel::Loop::instance().runUntil([&] { return inUse() || !warned.text().empty(); }, patience);
     adapter.reset();
     Faults::onIs(false);
     bool const silent = warned.text().empty();

@@ -9,7 +9,7 @@
 #include "platform/kel/testing/SimulatedTime.h"
 #include "tests/unit/support/Environment.h"
 #include "tests/unit/support/TemporaryFolder.h"
-#include "zerotouch/agent/MountedEntities.h"
+#include "zerotouch/agent/ZeroTouchAgent.h"
 
 class AgentTest : public ::testing::Test {
  protected:
@@ -38,7 +38,7 @@ class AgentTest : public ::testing::Test {
     children.started.clear();
     events.clear();
   }
-  void inventoryIs(EntityMib::InitStatus status) { platform.entityMib->rootIs()->initStatusIs(status); }
+  void inventoryIs(EntityMib::InitStatus status) { platform.entityMibStatus->rootIs()->initStatusIs(status); }
 
   // Creates the agent with provisioning disabled, without the noise of that.
   Sm& atRest() {

@@ -62,7 +62,6 @@ FALLIBLE(EMFILE, int, open, (char const* path, int flags, mode_t mode), (path, f
 FALLIBLE(EMFILE, std::FILE*, fopen, (char const* path, char const* mode), (path, mode))
 FALLIBLE(EMFILE, std::FILE*, fopen64, (char const* path, char const* mode), (path, mode))
 FALLIBLE(ENOMEM, std::FILE*, fdopen, (int fd, char const* mode), (fd, mode))
-FALLIBLE(ENOSPC, int, mkostemp, (char* path, int flags), (path, flags))
 FALLIBLE(EIO, ssize_t, read, (int fd, void* data, std::size_t size), (fd, data, size))
 FALLIBLE(ENOSPC, ssize_t, write, (int fd, void const* data, std::size_t size), (fd, data, size))
 FALLIBLE(ENOSPC, int, fflush, (std::FILE * file), (file))
@@ -96,9 +95,8 @@ extern "C" void* faulty_calloc(std::size_t count, std::size_t size) {
 }
 
 std::vector<std::string> const& Faults::libcCalls() {
-  static std::vector<std::string> const all{"open",      "fopen",   "fopen64", "fdopen", "mkostemp",
-                                            "read",      "write",   "fflush",  "fsync",  "fstat",
-                                            "fchmod",    "chmod",   "rename",  "unlink", "socket",
-                                            "ftruncate", "sendmsg", "recvmsg", "ioctl",  "calloc"};
+  static std::vector<std::string> const all{
+      "open",  "fopen",  "fopen64", "fdopen", "read",      "write",   "fflush",  "fsync", "fstat", "fchmod",
+      "chmod", "rename", "unlink",  "socket", "ftruncate", "sendmsg", "recvmsg", "ioctl", "calloc"};
   return all;
 }

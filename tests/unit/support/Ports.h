@@ -1,4 +1,4 @@
-// Ports and port-channels for the agent under test.
+// Ports for the agent under test.
 #pragma once
 
 #include "tests/unit/support/AgentTest.h"
@@ -34,20 +34,6 @@ class PortTest : public AgentTest {
     platform.episd->intfStatusIs(port);
     return port;
   }
-  void removePort(std::string const& name) {
-    platform.episd->intfStatusDel(id(name));
-    platform.aisd->intfStatusDel(id(name));
-  }
-  Port replacePort(std::string const& name, Forwarding forwarding) {
-    removePort(name);
-    return addPort(name, forwarding);
-  }
-  void addLag(std::string const& name, Forwarding forwarding) {
-    auto const lag = Kel::makePtr<Interface::EthIntfStatus>(id(name));
-    lag->forwardingModelIs(forwarding);
-    platform.elisd->intfStatusIs(lag);
-  }
-  void removeLag(std::string const& name) { platform.elisd->intfStatusDel(id(name)); }
 
   // Starts a run and stops time in stateSetupInterfaces.
   Sm& inSetup() {
@@ -72,7 +58,4 @@ class PortTest : public AgentTest {
       result += (result.empty() ? "" : " ") + intfId.stringValue();
     return result;
   }
-  std::string registered() { return names(sm().intfStatus()); }
-  std::string known() { return names(sm().phyIntfStatus()); }
-  std::string socketsWanted() { return names(sm().pamDesiredIntfDir()->intfDesired()); }
 };

@@ -1,10 +1,7 @@
 // Generated from fruit.toml; do not edit.
 #pragma once
 
-#include "platform/kel/Attr.h"
-#include "platform/kel/Collection.h"
 #include "platform/kel/EntityType.h"
-#include "platform/kel/Described.h"
 
 namespace Fruit {
 

@@ -1,0 +1,37 @@
+// Files that are read, and replaced, as a whole.
+//
+// A file is replaced by one that is written beside it, flushed and renamed over it, so that a reader and a
+// power cut find the old contents or the new ones. The file beside it is called PATH.zerotouch-new: a crash
+// leaves at most that one, and the next replacement removes it. It is made anew each time, so that a link or
+// a file that somebody put there is never written through. The functions that change something return "" or
+// what failed, with the path and the system's reason; the file is then as it was, unless only the last flush
+// failed.
+#pragma once
+
+#include <optional>
+
+#include "platform/kel/Types.h"
+
+namespace Kel {
+
+// The contents of a regular file; nothing when there is none or it cannot be read. A named pipe is no regular
+// file, so that this never waits. `failure`, when given, is set to what failed, or to "" when the file was
+// read or there is none.
+std::optional<String> readFile(String const& path, String* failure = nullptr);
+
+// Replaces what stands at `path`, be it a link, by a file with this mode that belongs to this process.
+String replaceFile(String const& path, String const& contents, unsigned mode = 0644);
+
+// The same with the contents of the regular file `source`, of any size; `source` must not be a link.
+String replaceFileByCopy(String const& path, String const& source, unsigned mode = 0644);
+
+// Changes a file that belongs to the system: the contents behind a link are replaced and the link stays, and
+// so do mode and owner of a file that exists; a new one gets `mode`. Where only the file itself can be
+// written (it is a mount of its own, or its folder is read-only), it is rewritten in place, and for a moment
+// holds neither the old contents nor the new ones.
+String changeFile(String const& path, String const& contents, unsigned mode = 0644);
+
+// Removes the file, or what a link leads to. That there is none is no failure.
+String removeFile(String const& path);
+
+}  // namespace Kel

@@ -1,0 +1,160 @@
+#include "zerotouch/fetch/CurlTransfer.h"
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <cstring>
+#include <string_view>
+
+#include "platform/kel/Assert.h"
+#include "platform/kel/Format.h"
+#include "zerotouch/agent/Events.h"
+#include "zerotouch/sm/SmTrace.h"
+
+namespace ZeroTouch {
+
+namespace {
+
+constexpr mode_t ownerOnly = 0600;
+constexpr std::size_t outputBufferBytes = 65'536;
+constexpr std::string_view contentLengthHeader = "Content-Length:";
+constexpr std::string_view bootImageUrlHeader = "X-Ostrel-BootImage-Url:";
+
+// What is wrong with the open file; "" when it may be written.
+char const* objection(struct stat const& file) {
+  if (!S_ISREG(file.st_mode)) return "not a regular file";
+  if (file.st_uid != geteuid()) return "it belongs to another user";
+  if (file.st_nlink != 1) return "the file has another name too";
+  return "";
+}
+
+// HTTP only, and for people: libcurl itself compares it with what comes. Names of headers know no case (RFC
+// 9110, 5.1).
+void noteContentLength(CurlTransfer& transfer, std::string_view line) {
+  if (line.size() <= contentLengthHeader.size() ||
+      strncasecmp(line.data(), contentLengthHeader.data(), contentLengthHeader.size()) != 0)
+    return;
+  line.remove_prefix(contentLengthHeader.size());
+  line.remove_prefix(std::min(line.find_first_not_of(' '), line.size()));
+  std::uint64_t length = 0;
+  if (std::from_chars(line.data(), line.data() + line.size(), length).ec == std::errc())
+    transfer.contentLength = length;
+}
+
+void keepFirstBytes(CurlTransfer& transfer, std::string_view data) {
+  for (std::uint8_t* const byte : {&transfer.firstByte, &transfer.secondByte}) {
+    if (*byte != 0 || data.empty()) continue;
+    *byte = data.front() == '\0' ? '*' : static_cast<std::uint8_t>(data.front());
+    data.remove_prefix(1);
+  }
+}
+
+}  // namespace
+
+namespace {
+Curl const* replaced = nullptr;
+}
+
+void Curl::replacementIs(Curl const* replacement) { replaced = replacement; }
+
+Curl const* Curl::load() {
+  if (replaced != nullptr) return replaced;
+  static Curl curl;
+  if (curl.easyCleanup != nullptr) return &curl;
+  void* const library = dlopen("libcurl.so.4", RTLD_LAZY | RTLD_LOCAL);
+  auto const find = [&](auto& function, char const* name) {
+    function = reinterpret_cast<std::remove_reference_t<decltype(function)>>(dlsym(library, name));
+    return function != nullptr;
+  };
+  bool const complete =
+      library != nullptr && find(curl.easyInit, "curl_easy_init") &&
+      find(curl.multiInit, "curl_multi_init") && find(curl.easySetopt, "curl_easy_setopt") &&
+      find(curl.multiAddHandle, "curl_multi_add_handle") && find(curl.multiPerform, "curl_multi_perform") &&
+      find(curl.multiFdset, "curl_multi_fdset") && find(curl.multiInfoRead, "curl_multi_info_read") &&
+      find(curl.easyStrerror, "curl_easy_strerror") && find(curl.slistAppend, "curl_slist_append") &&
+      find(curl.slistFreeAll, "curl_slist_free_all") && find(curl.multiCleanup, "curl_multi_cleanup") &&
+      find(curl.easyCleanup, "curl_easy_cleanup");
+  if (complete) return &curl;
+  char const* const reason = dlerror();
+  downloadImpossible.log(reason != nullptr ? reason : "libcurl.so.4 is not complete");
+  if (library != nullptr) dlclose(library);
+  return nullptr;
+}
+
+CurlTransfer::~CurlTransfer() {
+  if (output != nullptr) std::fclose(output);
+  if (headers != nullptr) curl->slistFreeAll(headers);
+  if (multi != nullptr) curl->multiCleanup(multi);
+  if (easy != nullptr) curl->easyCleanup(easy);
+}
+
+std::FILE* openDownload(char const* path, Kel::String& failure) {
+  // O_NONBLOCK: a named pipe must not hold the loop.
+  int const fd = open(path, O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, ownerOnly);
+  struct stat file {};
+  bool const known = fd >= 0 && fstat(fd, &file) == 0;
+  Kel::String reason = known ? objection(file) : std::strerror(errno);
+  if (reason.empty()) {
+    // The kernel writes a file that was truncated to the disk when it is closed, even one that was empty: an
+    // empty one is therefore not truncated.
+    bool const empty = file.st_size == 0 || ftruncate(fd, 0) == 0;
+    std::FILE* const output = empty ? fdopen(fd, "wb") : nullptr;
+    if (output != nullptr) {
+      // libcurl hands over 16 KiB at a time; the default buffer would make two writes of that.
+      std::setvbuf(output, nullptr, _IOFBF, outputBufferBytes);
+      return output;
+    }
+    reason = std::strerror(errno);
+  }
+  if (fd >= 0) close(fd);
+  failure = Kel::format("cannot write %s: %s", path, reason);
+  return nullptr;
+}
+
+std::size_t curlWriteCB(void* buf, std::size_t size, std::size_t n, void* data) {
+  auto* const cd = static_cast<CurlTransfer*>(data);
+  KEL_ASSERT(cd, "cd");
+  std::string_view const body(static_cast<char const*>(buf), size * n);
+  if (body.empty()) return 0;
+  if (cd->output == nullptr) {
+    KEL_ASSERT(cd->outFileName, "cd->outFileName");
+    cd->output = openDownload(cd->outFileName, cd->failure);
+    if (cd->output == nullptr) return static_cast<std::size_t>(-1);
+  }
+  keepFirstBytes(*cd, body);
+  if (body.size() > cd->maxBytes - cd->byteCount) {
+    cd->failure = Kel::format("the file is larger than the limit of %u bytes", cd->maxBytes);
+    return 0;
+  }
+  std::size_t const written = std::fwrite(body.data(), 1, body.size(), cd->output);
+  if (written < body.size())
+    cd->failure = Kel::format("cannot write %s: %s", cd->outFileName, std::strerror(errno));
+  cd->byteCount += static_cast<std::uint32_t>(written);
+  KEL_TRACE(traceZeroTouchSm, 8,
+            "ZeroTouchSm::" << __func__ << " - Written " << written << " bytes to " << cd->outFileName);
+  return written;
+}
+
+std::size_t curlHeaderCB(void* buf, std::size_t size, std::size_t n, void* data) {
+  auto* const cd = static_cast<CurlTransfer*>(data);
+  KEL_ASSERT(cd, "cd");
+  std::string_view line(static_cast<char const*>(buf), size * n);
+  noteContentLength(*cd, line);
+  if (!line.starts_with(bootImageUrlHeader)) return size * n;
+  line.remove_prefix(bootImageUrlHeader.size());
+  line.remove_prefix(std::min(line.find_first_not_of(' '), line.size()));
+  if (line.empty() || line.size() >= cd->bootImageUrl.size()) return size * n;
+  std::string_view const url = line.substr(0, line.find(' '));
+  *std::copy(url.begin(), url.end(), cd->bootImageUrl.begin()) = '\0';
+  cd->bootImageUrlPresent = true;
+  KEL_TRACE(traceZeroTouchSm, 5,
+            "ZeroTouchSm::" << __func__ << "- BootImage-Url=" << cd->bootImageUrl.data());
+  return size * n;
+}
+
+}  // namespace ZeroTouch
