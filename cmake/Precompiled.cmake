@@ -20,6 +20,8 @@ precompiled(precompiled_model ${model})
 add_dependencies(precompiled_model model_sources)
 
 if(BUILD_TESTS OR BUILD_BENCHMARKS)
+  find_package(GTest REQUIRED)
   precompiled(precompiled_tests ${model} <gmock/gmock.h> <gtest/gtest.h>)
+  target_link_libraries(precompiled_tests PRIVATE GTest::gmock GTest::gtest)  # for their definitions
   add_dependencies(precompiled_tests model_sources)
 endif()

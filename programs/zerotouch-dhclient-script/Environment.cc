@@ -80,10 +80,10 @@ std::optional<std::uint32_t> number(std::string_view text, std::uint32_t least, 
 }
 
 void Complaints::drop(std::string_view option, std::string_view value, std::string_view reason) {
-  add("dropped from option " + std::string(option) + ": " + quoted(value) + ": " + std::string(reason));
+  add("dropped from option " + std::string(option) + ": " + inQuotes(value) + ": " + std::string(reason));
 }
 
-std::string quoted(std::string_view text) {
+std::string inQuotes(std::string_view text) {
   constexpr std::size_t longestShown = 64;
   return '"' + Grammar::printable(text, longestShown) + '"';
 }

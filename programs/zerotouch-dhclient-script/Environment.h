@@ -53,6 +53,6 @@ class Complaints {
 };
 
 // A text from outside between quotation marks, in a form that is safe to show, and short.
-std::string quoted(std::string_view text);
+std::string inQuotes(std::string_view text);
 
 }  // namespace Hook

@@ -67,7 +67,7 @@ std::optional<Message> messageFor(Environment const& environment, Complaints& co
 
   std::string const device(variable(environment, "interface"));
   if (auto const wrong = Grammar::deviceNameFault(device); !wrong.empty()) {
-    complaints.add("the variable 'interface' names no device: " + quoted(device) + " is " + wrong);
+    complaints.add("the variable 'interface' names no device: " + inQuotes(device) + " is " + wrong);
     return std::nullopt;
   }
   complaints.deviceIs(device);

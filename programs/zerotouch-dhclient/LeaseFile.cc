@@ -1,4 +1,4 @@
-#include "programs/zerotouch-dhclient/LeaseFile.h"
+#include "programs/zerotouch-dhclient/Shim.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -19,7 +19,7 @@ void complain(char const* path) {
   std::fprintf(stderr, "zerotouch-dhclient: lease file %s: %s\n", path, std::strerror(errno));
 }
 
-// A symbolic link, which could lead anywhere, is not followed.
+// Opens the file or makes it. A symbolic link is not followed, since it could lead to any file.
 int openFile(char const* path) {
   int const file = open(path, O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0644);
   if (file < 0) complain(path);
@@ -34,7 +34,7 @@ std::string contents(int file) {
   return result;
 }
 
-// The last one counts; the client writes it in one line.
+// The line with the identifier. The client writes it in one line, and of several the last one counts.
 std::string identifierIn(std::string const& text) {
   std::string result;
   for (std::size_t begin = 0; begin < text.size();) {

@@ -1,5 +1,6 @@
-#include "programs/zerotouch-dhclient/Release.h"
+#include "programs/zerotouch-dhclient/Shim.h"
 
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -9,11 +10,9 @@
 #include <cstring>
 #include <initializer_list>
 
-#include "programs/zerotouch-dhclient/Parent.h"
-
 namespace {
 
-constexpr unsigned grace = 3;  // seconds
+constexpr unsigned grace = 3;  // seconds that the client has once it is asked to stop
 constexpr int cannotExecute = 127;
 
 sigset_t awaitedSignals() {
@@ -31,7 +30,7 @@ sigset_t awaitedSignals() {
   _exit(cannotExecute);
 }
 
-// The exit code of the child, once it has ended.
+// Waits until the child has ended, and returns its exit code.
 int waitFor(pid_t child, sigset_t const& awaited) {
   bool stopping = false;
   for (;;) {
@@ -51,12 +50,17 @@ int waitFor(pid_t child, sigset_t const& awaited) {
 
 }  // namespace
 
+void dieWithParent(pid_t parent, int signal) {
+  prctl(PR_SET_PDEATHSIG, signal);
+  if (getppid() != parent) raise(signal);
+}
+
 int runRelease(char* const* argv, pid_t parent) {
   sigset_t const awaited = awaitedSignals();
   sigset_t mask;
-  std::signal(SIGCHLD, SIG_DFL);  // ignored, the child's exit code would be lost
+  std::signal(SIGCHLD, SIG_DFL);  // when this signal is ignored, the exit code of the child is lost
   sigprocmask(SIG_BLOCK, &awaited, &mask);
-  dieWithParent(parent, SIGTERM);  // a request to stop like any other
+  dieWithParent(parent, SIGTERM);  // the end of the parent is a request to stop
   pid_t const self = getpid();
   pid_t const child = fork();
   if (child < 0) {

@@ -1,24 +1,47 @@
 // zerotouch-dhclient, a shim in front of the stock DHCP client: drops the one argument that it refuses, ties
 // its life to that of the host, and becomes it, so that the process id stays. Releases run as a child
-// (Release.h).
+// (runRelease).
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "programs/zerotouch-dhclient/LeaseFile.h"
-#include "programs/zerotouch-dhclient/Parent.h"
-#include "programs/zerotouch-dhclient/RealClient.h"
-#include "programs/zerotouch-dhclient/Release.h"
+#include "programs/zerotouch-dhclient/Shim.h"
 
 namespace {
 
 constexpr int cannotExecute = 127;
+
+bool isOurselves(struct stat const& file) {
+  struct stat own {};
+  return stat("/proc/self/exe", &own) == 0 && own.st_dev == file.st_dev && own.st_ino == file.st_ino;
+}
+
+// Where the real client may be, in the order in which the places are tried: only the one that
+// ZEROTOUCH_REAL_DHCLIENT names, or else the usual ones.
+std::vector<std::string> clientCandidates() {
+  char const* const configured = std::getenv("ZEROTOUCH_REAL_DHCLIENT");
+  if (configured != nullptr && *configured != '\0') return {configured};
+  return {"/sbin/dhclient", "/usr/sbin/dhclient"};
+}
+
+// The first candidate that can be executed and is not this program itself; empty when there is none.
+std::string findClient(std::vector<std::string> const& candidates) {
+  for (auto const& path : candidates) {
+    struct stat file {};
+    bool const isProgram =
+        stat(path.c_str(), &file) == 0 && S_ISREG(file.st_mode) && access(path.c_str(), X_OK) == 0;
+    if (isProgram && !isOurselves(file)) return path;
+  }
+  return {};
+}
 
 int notFound(std::vector<std::string> const& candidates) {
   std::string tried;
@@ -51,11 +74,12 @@ int main(int argc, char** argv) {
   }
   if (leaseFile != nullptr) {
     leases += leaseFile;
-    // With a DHCPv6 lease from an earlier attempt, the client would have the server confirm the address and
-    // take all else from the lease: a boot file that the server names by now would never be heard of.
+    // With a DHCPv6 lease of an earlier attempt, the client only asks the server to confirm the address and
+    // takes everything else from that lease, so it would not learn of a boot file that the server names by
+    // now.
     (isV6 && !isRelease ? forgetLeases : makeLeaseFile)(leaseFile);
   }
-  // For the hook, which writes the lease down before anybody can stop the client.
+  // The hook needs the lease file: it writes the lease there before anybody can stop the client.
   for (char* const argument : {option, leases.data()}) arguments.push_back(argument);
   arguments.push_back(nullptr);
 

@@ -1,4 +1,5 @@
-// enable, disable, cancel: what the operator wants of provisioning.
+// enable, disable, cancel: what the operator wants of provisioning. What is printed is what the host says
+// afterwards, not what was asked of it.
 #include "programs/zerotouch/Output.h"
 #include "programs/zerotouch/Status.h"
 #include "programs/zerotouch/Verbs.h"
@@ -7,47 +8,77 @@ namespace ZeroTouchCommand {
 
 namespace {
 
-char const* const configPath = "/zerotouch/config";
+constexpr char const* configPath = "/zerotouch/config";
 
-void setConfig(Context const& context, Kel::ValueMap attributes, char const* done) {
-  Statebase::Client host(context.socketPath);
-  Kel::Value const status = fetchStatus(host);
-  if (text(at(status, {"sm", "currentState"})) == "stateShutdown")
-    throw Refused("the run has ended and the system is about to reload; nothing changes that");
-  Kel::Value const result = host.call("set", {{"path", configPath}, {"attributes", std::move(attributes)}});
-  if (context.json) {
-    printJson(result);
-  } else {
-    print(std::string(done) + "\n");
+bool isEnabled(Kel::Value const& tree) { return isTrue(at(tree, {"config", "enabled"})); }
+
+bool isCancelled(Kel::Value const& tree) { return isTrue(at(tree, {"config", "cancelled"})); }
+
+// The state that is about to be entered, or else the present one; empty when no agent is loaded.
+std::string stateOf(Kel::Value const& tree) {
+  std::string const next = memberText(at(tree, {"sm"}), "transitionState");
+  return next.empty() || next == "stateInvalid" ? memberText(at(tree, {"sm"}), "currentState") : next;
+}
+
+std::string inState(Kel::Value const& tree) {
+  std::string const state = stateOf(tree);
+  return state.empty() ? "no agent is loaded" : "the state is " + state;
+}
+
+// The host as a verb of this file sees and changes it.
+class Controls {
+ public:
+  // Throws Refused once the run is over.
+  explicit Controls(Context const& context) : context_(context), host_(context.socketPath) {
+    if (stateOf(now()) == "stateShutdown")
+      throw Refused("the run has ended and the system is about to reload; nothing changes that");
   }
-}
 
-void enable(Context const& context) {
-  // An earlier cancel is taken back first, so that a later one is a change again.
-  setConfig(context, {{"cancelled", false}, {"enabled", true}}, "Provisioning is enabled.");
-}
-
-void disable(Context const& context) {
-  setConfig(context, {{"enabled", false}}, "Provisioning is disabled.");
-}
-
-void cancel(Context const& context) {
-  if (!isTrue(context.call("get", {{"path", std::string(configPath) + "/enabled"}}))) {
-    throw Refused("provisioning is not enabled, so there is nothing to cancel");
+  // Where provisioning stands.
+  Kel::Value now() { return fetchStatus(host_); }
+  void set(Kel::ValueMap attributes) {
+    host_.call("set", {{"path", configPath}, {"attributes", std::move(attributes)}});
   }
-  setConfig(context, {{"cancelled", true}}, "Provisioning is cancelled; the system reloads without it.");
-}
+  // Says what has come about. Throws Refused with `otherwise` and the state when it has not.
+  void tell(bool done, Kel::Value const& tree, std::string const& what, std::string const& otherwise) const {
+    if (!done) throw Refused(otherwise + "; " + inState(tree));
+    context_.json ? printJson(true) : print(what + "; " + inState(tree) + ".\n");
+  }
+
+ private:
+  Context const& context_;
+  Statebase::Client host_;
+};
 
 }  // namespace
 
-void addControls(CLI::App& program, Context const& context) {
-  addVerb(program, "enable", "Let provisioning run", {"zerotouch enable"})->callback([&context] {
-    enable(context);
-  });
-  addVerb(program, "disable", "Stop it, and leave the system as it was found", {"zerotouch disable"})
-      ->callback([&context] { disable(context); });
-  addVerb(program, "cancel", "End it for good: reload with it disabled", {"zerotouch cancel"})
-      ->callback([&context] { cancel(context); });
+void enable(Context const& context) {
+  Controls controls(context);
+  // An earlier cancel is taken back first, so that a later one is a change again.
+  controls.set({{"cancelled", false}, {"enabled", true}});
+  Kel::Value const tree = controls.now();
+  controls.tell(isEnabled(tree), tree, "Provisioning is enabled", "provisioning was disabled again at once");
+}
+
+void disable(Context const& context) {
+  Controls controls(context);
+  controls.set({{"enabled", false}});
+  Kel::Value const tree = controls.now();
+  controls.tell(!isEnabled(tree), tree, "Provisioning is disabled", "provisioning was enabled again at once");
+}
+
+void cancel(Context const& context) {
+  Controls controls(context);
+  Kel::Value const before = controls.now();
+  if (!isEnabled(before)) throw Refused("provisioning is not enabled, so there is nothing to cancel");
+  // The agent acts when the attribute changes. It is set already when somebody cancelled while provisioning
+  // was disabled.
+  if (isCancelled(before)) controls.set({{"cancelled", false}});
+  controls.set({{"cancelled", true}});
+  Kel::Value const tree = controls.now();
+  controls.tell(stateOf(tree) == "stateShutdown", tree,
+                "Provisioning is cancelled, and the system reloads without it",
+                "the request to cancel is noted, but the agent has not acted on it");
 }
 
 }  // namespace ZeroTouchCommand

@@ -4,74 +4,50 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <numeric>
+#include <utility>
 
 #include "platform/statebase/Json.h"
-#include "programs/zerotouch/Nearest.h"
 #include "programs/zerotouch/Output.h"
+#include "programs/zerotouch/Verbs.h"
 
 namespace ZeroTouchCommand {
 
 namespace {
 
-using Words = std::vector<std::string>;
+std::string lower(std::string text) {
+  std::ranges::transform(text, text.begin(), [](unsigned char c) { return std::tolower(c); });
+  return text;
+}
+
+// How many characters have to be inserted, removed, replaced or swapped with their neighbour to get from a to
+// b.
+std::size_t editDistance(std::string const& a, std::string const& b) {
+  std::vector<std::size_t> before, last, now(b.size() + 1);
+  std::iota(now.begin(), now.end(), std::size_t{0});
+  for (std::size_t i = 1; i <= a.size(); ++i) {
+    before = std::exchange(last, now);
+    now[0] = i;
+    for (std::size_t j = 1; j <= b.size(); ++j) {
+      bool const same = a[i - 1] == b[j - 1];
+      now[j] = std::min({last[j] + 1, now[j - 1] + 1, last[j - 1] + (same ? 0 : 1)});
+      bool const swapped = i > 1 && j > 1 && a[i - 1] == b[j - 2] && a[i - 2] == b[j - 1];
+      if (swapped) now[j] = std::min(now[j], before[j - 2] + 1);
+    }
+  }
+  return now.back();
+}
 
 ExitCode fail(Context const& context, ExitCode code, std::string const& message, Kel::Value const& error) {
   std::string const text = context.json ? Statebase::dumpJson(Kel::ValueMap{{"error", error}})
                                         : "zerotouch: " + printable(message);
   std::fprintf(stderr, "%s\n", text.c_str());
   return code;
-}
-
-ExitCode fail(Context const& context, ExitCode code, std::string const& message) {
-  return fail(context, code, message, Kel::ValueMap{{"message", message}});
-}
-
-CLI::App const* chosenVerb(CLI::App const& program) {
-  auto const chosen = program.get_subcommands();
-  return chosen.empty() ? nullptr : chosen.front();
-}
-
-Words verbs(CLI::App const& program) {
-  Words names;
-  for (auto const* verb : program.get_subcommands([](CLI::App const*) { return true; }))
-    names.push_back(verb->get_name());
-  return names;
-}
-
-Words options(CLI::App const& program) {
-  Words names;
-  for (auto const* app : {&program, chosenVerb(program)}) {
-    if (app == nullptr) continue;
-    for (auto const* option : app->get_options()) {
-      for (auto const& name : option->get_lnames()) names.push_back("--" + name);
-    }
-  }
-  return names;
-}
-
-std::string unexpected(CLI::App const& program, std::string const& word) {
-  auto const* const verb = chosenVerb(program);
-  std::string const name = word.substr(0, word.find('='));
-  if (name.starts_with('-')) {
-    return "there is no option '" + name + "'" + (verb != nullptr ? " of " + verb->get_name() : "") +
-           didYouMean(name, options(program));
-  }
-  if (verb == nullptr) {
-    return "there is no verb '" + word + "'" + didYouMean(word, verbs(program)) +
-           "; zerotouch --help lists them";
-  }
-  return verb->get_name() + " takes no '" + word + "'";
-}
-
-std::string wrongWords(CLI::App const& program, CLI::ParseError const& error) {
-  auto const* const verb = chosenVerb(program);
-  auto const extras = program.remaining(true);
-  if (!extras.empty()) return unexpected(program, extras.front());
-  if (verb == nullptr) return "say what to do; zerotouch --help lists the verbs";
-  return verb->get_name() + ": " + error.what() + "; zerotouch " + verb->get_name() + " --help";
 }
 
 std::string notReached(Context const& context, Statebase::ConnectionError const& error) {
@@ -87,7 +63,8 @@ std::string notReached(Context const& context, Statebase::ConnectionError const&
   return "you may not open " + path + ": that is for root and the group '" + name + "'";
 }
 
-// What lies beside the first part of the path that is not there.
+// Where the first part of the path that does not exist was probably mistyped, a hint that names what does
+// exist.
 std::string otherPath(Context const& context, std::string const& path) {
   for (std::size_t end = path.find('/', 1); !path.empty(); end = path.find('/', end + 1)) {
     std::string const parent = path.substr(0, path.rfind('/', end - 1));
@@ -95,7 +72,7 @@ std::string otherPath(Context const& context, std::string const& path) {
     Kel::Value const entries = context.call("list", {{"path", parent.empty() ? "/" : parent}});
     auto const* const list = entries.as<Kel::ValueList>();
     if (list == nullptr) return {};
-    Words names;
+    std::vector<std::string> names;
     for (auto const& entry : *list) names.push_back(memberText(entry, "name"));
     if (std::ranges::find(names, wanted) == names.end()) {
       std::string const meant = nearest(wanted, names);
@@ -113,7 +90,7 @@ ExitCode refused(Context const& context, Statebase::CallError const& error) {
     try {
       hint = otherPath(context, text(at(error.error(), {"data", "path"})));
     } catch (std::exception const&) {
-      // The hint is a favour.
+      // The error is told without a hint.
     }
   }
   return fail(context, failed, error.what() + hint, error.error());
@@ -121,20 +98,43 @@ ExitCode refused(Context const& context, Statebase::CallError const& error) {
 
 }  // namespace
 
+std::string nearest(std::string const& word, std::vector<std::string> const& candidates) {
+  constexpr std::size_t longestWord = 64;
+  if (word.empty() || word.size() > longestWord) return {};
+  std::string const wanted = lower(word);
+  std::string best;
+  std::size_t bestDistance = std::max<std::size_t>(2, word.size() / 3) + 1;
+  for (auto const& candidate : candidates) {
+    std::string const other = lower(candidate);
+    // A part of a name is as good as a name with one mistake.
+    bool const isPart = wanted.size() >= 3 && other.find(wanted) != std::string::npos;
+    std::size_t const distance = isPart ? 1 : editDistance(wanted, other);
+    if (distance < bestDistance || (distance == bestDistance && isPart && other.size() < best.size())) {
+      best = candidate;
+      bestDistance = distance;
+    }
+  }
+  return best;
+}
+
+std::string didYouMean(std::string const& word, std::vector<std::string> const& candidates) {
+  std::string const meant = nearest(word, candidates);
+  return meant.empty() ? "" : " (did you mean " + meant + "?)";
+}
+
+ExitCode fail(Context const& context, ExitCode code, std::string const& message) {
+  return fail(context, code, message, Kel::ValueMap{{"message", message}});
+}
+
 ExitCode finishOutput(Context const& context) {
   int const error = flushOutput();
   if (error == 0 || error == EPIPE) return ok;
   return fail(context, failed, std::string("standard output: ") + std::strerror(error));
 }
 
-ExitCode reportFailure(CLI::App const& program, Context const& context) {
+ExitCode reportFailure(Context const& context) {
   try {
     throw;
-  } catch (CLI::Success const& help) {
-    program.exit(help);
-    return finishOutput(context);
-  } catch (CLI::ParseError const& error) {
-    return fail(context, wrongUsage, wrongWords(program, error));
   } catch (WrongUsage const& error) {
     return fail(context, wrongUsage, error.what());
   } catch (Statebase::ConnectionError const& error) {

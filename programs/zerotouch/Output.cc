@@ -14,7 +14,7 @@ namespace ZeroTouchCommand {
 
 namespace {
 
-// The first failure counts: a later one may be of another kind.
+// Why the first print or flush that failed did so; later failures only follow from it.
 int outputError = 0;
 
 }  // namespace

@@ -10,36 +10,37 @@
 
 namespace ZeroTouchCommand {
 
-// Control characters become "?": texts from the network must not steer a terminal.
+// Replaces control characters by "?", since texts from the network must not steer a terminal.
 std::string printable(std::string text);
 
-// "45 s", "2 min 5 s", "1 h 0 min", "3 d 4 h"; "unlimited".
+// Two units at most, as in "45 s", "2 min 5 s", "1 h 0 min" and "3 d 4 h"; "unlimited" for Kel::never.
 std::string duration(Kel::Seconds seconds);
-// "0.35 s" below ten seconds, then as duration() has it.
+// As "0.35 s" below ten seconds, and like duration() from there on.
 std::string preciseDuration(Kel::Seconds seconds);
-// Local date and time.
+// The local date and time, as in "2026-03-01 14:03:22".
 std::string dateAndTime(Kel::Seconds since1970);
 
-// The member at a path of names; null when any of them is missing.
+// The member at a path of names, or null when one of them is missing.
 Kel::Value const& at(Kel::Value const& object, std::vector<std::string> const& names);
-// As a plain text: strings without quotes, everything else as JSON.
+// The value as text: a string without quotes, everything else as JSON.
 std::string text(Kel::Value const& value);
-// 0 for what is no number, Kel::never for "unlimited".
+// The value as a number: Kel::never for "unlimited", 0 for what is no number.
 double number(Kel::Value const& value);
-// The text of a member; empty when it is missing.
+// The text of a member, or "" when there is none.
 std::string memberText(Kel::Value const& object, std::string const& name);
-// Whether a list of names has that one.
+// Whether the list of names holds `name`.
 bool contains(Kel::Value const& list, std::string const& name);
 bool isTrue(Kel::Value const& value);
 
-// To standard output.
+// These write to standard output; flushOutput() tells whether that has worked.
 void print(std::string const& text);
 void printJson(Kel::Value const& value);
-// What that prints.
+// The text that printJson() prints.
 std::string jsonText(Kel::Value const& value);
-// On one line, for values that follow each other.
+// Prints the value on one line, for values that follow each other.
 void printJsonLine(Kel::Value const& value);
-// Hands over what was printed so far; why that, or a print before, has failed, else 0.
+// Hands over what was printed so far. Returns 0, or the errno of the first failure, of this or an earlier
+// print.
 int flushOutput();
 
 }  // namespace ZeroTouchCommand

@@ -1,42 +1,61 @@
-// ports: what takes part in provisioning, and why the rest does not.
+// ports: what takes part in provisioning, why the rest does not, and what DHCP has brought.
 #include <map>
 
 #include "programs/zerotouch/Output.h"
-#include "programs/zerotouch/PortDhcp.h"
-#include "programs/zerotouch/Table.h"
+#include "programs/zerotouch/Status.h"
+#include "programs/zerotouch/Terminal.h"
 #include "programs/zerotouch/Verbs.h"
 
 namespace ZeroTouchCommand {
 
 namespace {
 
-// What the host knows, fetched at once.
+// What the host knows, read at one moment.
 struct View {
   Kel::Seconds now = 0;
   Kel::Value ports, lags, configs;
-  DhcpView dhcp;
   Kel::Value phyRecords, registered, noSpeedChangePool, lldpPool, nextMode, nextAutoneg;
+  Kel::Value results4, results6;                 // what DHCP has brought, by device
+  Kel::Value served4, served6, servedStateless;  // devices with a client that runs
+  Kel::Value members6, waitingStateless;         // interfaces that DHCPv6 is for
+  Kel::Value releases4, releases6;               // whether that client hands a lease back
+  Kel::Value chosenIntf;
+  std::string chosen;  // its name, or ""
 };
 
 View fetch(Context const& context) {
-  Statebase::Client host(context.socketPath);
-  auto const get = [&host](char const* path) { return host.call("get", {{"path", path}}); };
   View view;
-  view.now = number(host.call("time", {}));
-  view.ports = get("/interface/status/ethPhy/intfStatus");
-  view.lags = get("/interface/status/ethLag/intfStatus");
-  view.configs = get("/interface/config/ethPhy/intfConfig");
-  view.phyRecords = get("/zerotouch/sm/phyIntfStatus");
-  view.registered = get("/zerotouch/sm/intfStatus");
-  view.noSpeedChangePool = get("/zerotouch/sm/intfNoSpeedChangePool");
-  view.lldpPool = get("/zerotouch/sm/intfLldpPool");
-  view.nextMode = get("/zerotouch/sm/nextLinkModeForIntf");
-  view.nextAutoneg = get("/zerotouch/sm/nextAnegModeForIntf");
-  view.dhcp = fetchDhcp(host);
+  std::pair<char const*, Kel::Value*> const parts[] = {
+      {"/interface/status/ethPhy/intfStatus", &view.ports},
+      {"/interface/status/ethLag/intfStatus", &view.lags},
+      {"/interface/config/ethPhy/intfConfig", &view.configs},
+      {"/zerotouch/sm/phyIntfStatus", &view.phyRecords},
+      {"/zerotouch/sm/intfStatus", &view.registered},
+      {"/zerotouch/sm/intfNoSpeedChangePool", &view.noSpeedChangePool},
+      {"/zerotouch/sm/intfLldpPool", &view.lldpPool},
+      {"/zerotouch/sm/nextLinkModeForIntf", &view.nextMode},
+      {"/zerotouch/sm/nextAnegModeForIntf", &view.nextAutoneg},
+      {"/zerotouch/dhcpStatus/intfDhcpStatus", &view.results4},
+      {"/zerotouch/dhcpStatus/intfDhcp6Status", &view.results6},
+      {"/zerotouch/sm/dhclientIntf", &view.served4},
+      {"/zerotouch/sm/dhclient6Intf", &view.served6},
+      {"/zerotouch/sm/dhclient6StatelessIntf", &view.servedStateless},
+      {"/zerotouch/sm/intfStatus6", &view.members6},
+      {"/zerotouch/sm/intfStatus6Stateless", &view.waitingStateless},
+      {"/zerotouch/sm/dhclientReleases", &view.releases4},
+      {"/zerotouch/sm/dhclient6Releases", &view.releases6},
+      {"/zerotouch/sm/choosenIntf", &view.chosenIntf}};
+  Snapshot::Paths paths;
+  for (auto const& [path, value] : parts) paths.emplace_back(path);
+  Statebase::Client host(context.socketPath);
+  Snapshot const snapshot(host, paths);
+  for (auto const& [path, value] : parts) *value = snapshot[path];
+  view.now = snapshot.time();
+  if (view.chosenIntf != Kel::Value()) view.chosen = text(view.chosenIntf);
   return view;
 }
 
-// "linkMode25G" as "25g", and with which hand it is set.
+// A speed as people write it: "25g" for linkMode25G, and "auto 25g" when only that speed is negotiated.
 std::string speed(std::string const& mode, bool autoneg) {
   static std::map<std::string, std::string> const words{
       {"linkModeAutoneg", "auto"}, {"linkModeAutoneg40G", "auto 40g"},
@@ -52,7 +71,7 @@ std::string speed(std::string const& mode, bool autoneg) {
   return (autoneg ? "auto " : "") + word->second;
 }
 
-// "auto" alone says too little: the one speed that is advertised goes with it.
+// The speed that a port is set to. Where speeds are negotiated, the one that is advertised is named too.
 std::string speedNow(Kel::Value const& config) {
   std::string const mode = text(at(config, {"linkModeLocal"}));
   if (mode != "linkModeAutoneg") return speed(mode, false);
@@ -71,7 +90,7 @@ std::string registration(View const& view, std::string const& name, Kel::Value c
   return known ? "no, not looked at yet" : "no, not taken in";
 }
 
-// Why a port keeps its speed for now.
+// Why the speed of a port is left alone for now, or "-".
 std::string spared(View const& view, std::string const& name, Kel::Value const& port) {
   if (contains(view.lldpPool, name)) return "hears LLDP";
   if (!contains(view.noSpeedChangePool, name)) return "-";
@@ -82,7 +101,8 @@ struct Row {
   std::string port, device, link, oper, forwarding, registered, speed, next, lldp, keepsSpeed;
   Kel::Seconds heard;  // LLDP; 0 for never
 
-  // For people: who takes part is routed, and who does not is told why; the state differs seldom.
+  // People are not shown the forwarding model, which the fourth column tells where it matters, and the
+  // operational state only where it differs from the link.
   std::vector<std::string> cells() const {
     std::string const state = link == oper ? link : link + ", is " + oper;
     return {port, device, state, registered, speed, next, lldp, keepsSpeed};
@@ -119,11 +139,74 @@ Row row(View const& view, std::string const& name, Kel::Value const& port, bool 
           .heard = heard};
 }
 
-// Adds a port's DHCP to the table, and gives it for programs.
+struct DhcpRow {
+  std::string port, family, client, report, bootFile, chosen;
+};
+
+bool hasBootFile(Kel::Value const& result) { return !memberText(result, "bootFileName").empty(); }
+
+std::string whyNotChosen(View const& view, Kel::Value const& result, bool asks, bool linkUp) {
+  std::string const reason = memberText(result, "reason");
+  if (hasBootFile(result)) return view.chosen.empty() ? "not yet" : "no, " + view.chosen + " was first";
+  if (reason == "FAIL" || reason == "TIMEOUT") return "no, nobody answered";
+  if (result != Kel::Value()) return "no, the answer names no boot file";
+  if (asks) return "no answer yet";
+  if (!linkUp) return "not asked, no link";
+  return view.chosen.empty() ? "not asked now" : "no, " + view.chosen + " was first";
+}
+
+DhcpRow dhcpRow(View const& view, std::string const& port, Kel::Value const& result, std::string family,
+                std::string client, bool linkUp) {
+  bool const asks = client == "asks";
+  std::string const reason = memberText(result, "reason");
+  std::string const bootFile = memberText(result, "bootFileName");
+  return {.port = port,
+          .family = std::move(family),
+          .client = std::move(client),
+          .report = reason.empty() ? "-" : reason,
+          .bootFile = bootFile.empty() ? "-" : bootFile,
+          .chosen = whyNotChosen(view, result, asks, linkUp)};
+}
+
+// Says on the port that was chosen which of the two families was taken.
+void settleChosen(std::vector<DhcpRow>& rows, Kel::Value const& four, Kel::Value const& six) {
+  if (hasBootFile(four)) {
+    rows[0].chosen = "yes";
+    if (rows.size() > 1) rows[1].chosen = "no, DHCPv4 goes first";
+  } else if (hasBootFile(six)) {
+    if (four == Kel::Value()) rows[0].chosen = "no, DHCPv6 was first";
+    rows[1].chosen = "yes";
+  } else {
+    for (auto& row : rows) row.chosen = row.report == "-" ? "yes, its lease was given back" : row.chosen;
+  }
+}
+
+// What DHCP has brought on a port, one row for each family that is asked there.
+std::vector<DhcpRow> dhcpRows(View const& view, std::string const& port, std::string const& device,
+                              bool linkUp) {
+  Kel::Value const& four = at(view.results4, {device});
+  Kel::Value const& six = at(view.results6, {device});
+  auto const client = [&](Kel::Value const& served, bool releases) {
+    return !contains(served, device) ? "-" : releases ? "releases" : "asks";
+  };
+  std::vector<DhcpRow> rows{
+      dhcpRow(view, port, four, "DHCPv4", client(view.served4, isTrue(view.releases4)), linkUp)};
+  bool const waits = contains(view.waitingStateless, port);
+  bool const stateless = waits || contains(view.servedStateless, device);
+  if (stateless) {
+    rows.push_back(dhcpRow(view, port, six, "DHCPv6 stateless", waits ? "waits its turn" : "asks", linkUp));
+  } else if (contains(view.members6, port) || contains(view.served6, device) || six != Kel::Value()) {
+    rows.push_back(dhcpRow(view, port, six, "DHCPv6", client(view.served6, isTrue(view.releases6)), linkUp));
+  }
+  if (view.chosen == port) settleChosen(rows, four, six);
+  return rows;
+}
+
+// Adds to the table what DHCP has brought on a port, and returns the same for programs.
 Kel::ValueList dhcp(View const& view, Row const& port, Rows& table) {
   Kel::ValueList list;
   if (!contains(view.registered, port.port)) return list;
-  for (auto const& one : dhcpRows(view.dhcp, port.port, port.device, port.link == "up")) {
+  for (auto const& one : dhcpRows(view, port.port, port.device, port.link == "up")) {
     table.push_back({one.port, one.family, one.client, one.report, one.bootFile, one.chosen});
     list.push_back(Kel::ValueMap{{"family", one.family},
                                  {"client", one.client},
@@ -133,6 +216,8 @@ Kel::ValueList dhcp(View const& view, Row const& port, Rows& table) {
   }
   return list;
 }
+
+}  // namespace
 
 void showPorts(Context const& context) {
   View const view = fetch(context);
@@ -157,14 +242,6 @@ void showPorts(Context const& context) {
     print(table(rows));
     if (dhcpTable.size() > 1) print("\n" + table(dhcpTable));
   }
-}
-
-}  // namespace
-
-void addPorts(CLI::App& program, Context const& context) {
-  auto* const verb = addVerb(program, "ports", "Show the ports, and which of them take part",
-                             {"zerotouch ports", "zerotouch ports --json | jq '.[].port'"});
-  verb->callback([&context] { showPorts(context); });
 }
 
 }  // namespace ZeroTouchCommand

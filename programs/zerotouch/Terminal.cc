@@ -6,7 +6,10 @@
 #include <algorithm>
 #include <charconv>
 #include <cstdlib>
+#include <numeric>
 #include <string_view>
+
+#include "programs/zerotouch/Output.h"
 
 namespace ZeroTouchCommand {
 
@@ -24,6 +27,137 @@ bool inColour() {
   static bool const answer =
       onTerminal() && variable("NO_COLOR").empty() && variable("TERM") != "dumb" && !variable("TERM").empty();
   return answer;
+}
+
+constexpr std::size_t gap = 2;
+constexpr std::size_t leastText = 20;
+
+using Widths = std::vector<std::size_t>;
+
+// Whether the byte begins a character: in UTF-8, the bytes that continue one take no room.
+bool startsCharacter(char c) { return (c & 0xc0) != 0x80; }
+
+// How many columns the text takes.
+std::size_t displayWidth(std::string const& text) {
+  return static_cast<std::size_t>(std::ranges::count_if(text, startsCharacter));
+}
+
+// The text in lines that are at most `width` wide, broken at blanks where there are any. There is at least
+// one line.
+std::vector<std::string> wrapped(std::string const& text, std::size_t width) {
+  std::vector<std::string> lines;
+  std::size_t start = 0;
+  std::size_t blank = std::string::npos;
+  std::size_t shown = 0;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (text[i] == ' ' && i > start) blank = i;
+    if (!startsCharacter(text[i]) || ++shown <= width) continue;
+    std::size_t const end = blank != std::string::npos ? blank : i;
+    lines.push_back(text.substr(start, end - start));
+    start = blank != std::string::npos ? blank + 1 : i;
+    shown = displayWidth(text.substr(start, i + 1 - start));
+    blank = std::string::npos;
+  }
+  lines.push_back(text.substr(start));
+  return lines;
+}
+
+Widths naturalWidths(Rows const& rows) {
+  Widths widths;
+  for (auto const& row : rows) {
+    widths.resize(std::max(widths.size(), row.size()));
+    for (std::size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], displayWidth(row[i]));
+  }
+  return widths;
+}
+
+std::size_t total(Widths const& widths) {
+  return std::accumulate(widths.begin(), widths.end(), std::size_t{0}) + gap * (widths.size() - 1);
+}
+
+std::size_t longestWord(std::string const& text) {
+  std::size_t longest = 0;
+  std::size_t length = 0;
+  for (char const c : text) {
+    if (startsCharacter(c)) length = c == ' ' ? 0 : length + 1;
+    longest = std::max(longest, length);
+  }
+  return longest;
+}
+
+// The least widths of the columns: words stay whole, except in the last column, which stays readable.
+Widths leastWidths(Rows const& rows, Widths const& natural) {
+  Widths least(natural.size());
+  for (auto const& row : rows) {
+    for (std::size_t i = 0; i < row.size(); ++i) least[i] = std::max(least[i], longestWord(row[i]));
+  }
+  least.back() = std::min(natural.back(), leastText);
+  return least;
+}
+
+// Makes the last column narrower, and then always the widest one, until the table fits. Returns false when it
+// cannot.
+bool narrow(Widths& widths, Widths const& least, std::size_t limit) {
+  for (std::size_t i = widths.size() - 1; total(widths) > limit;) {
+    if (widths[i] > least[i]) {
+      --widths[i];
+      continue;
+    }
+    for (std::size_t other = 0; other < widths.size(); ++other) {
+      bool const wider = widths[i] <= least[i] || widths[other] > widths[i];
+      if (widths[other] > least[other] && wider) i = other;
+    }
+    if (widths[i] <= least[i]) return false;
+  }
+  return true;
+}
+
+std::string line(std::vector<std::string> const& cells, Widths const& widths, bool heading) {
+  std::string result;
+  std::size_t const filled = static_cast<std::size_t>(
+      std::ranges::find_if(cells.rbegin(), cells.rend(), [](auto const& cell) { return !cell.empty(); })
+          .base() -
+      cells.begin());
+  // Blanks fill a cell up only when another one follows that is not empty, so that no line ends with blanks.
+  for (std::size_t i = 0; i < filled; ++i) {
+    result += heading ? styled(Style::heading, cells[i]) : cells[i];
+    if (i + 1 < filled) result.append(widths[i] - displayWidth(cells[i]) + gap, ' ');
+  }
+  return result + '\n';
+}
+
+std::string laidOut(Rows const& rows, Widths const& widths, bool headings) {
+  std::string result;
+  for (auto const& row : rows) {
+    std::vector<std::vector<std::string>> pieces;
+    std::size_t height = 1;
+    for (std::size_t i = 0; i < row.size(); ++i) {
+      pieces.push_back(wrapped(printable(row[i]), widths[i]));
+      height = std::max(height, pieces.back().size());
+    }
+    for (std::size_t i = 0; i < height; ++i) {
+      std::vector<std::string> cells;
+      for (auto const& cell : pieces) cells.push_back(i < cell.size() ? cell[i] : "");
+      result += line(cells, widths, headings && &row == &rows.front());
+    }
+  }
+  return result;
+}
+
+// Each row as a block of lines, for narrow terminals.
+std::string stacked(Rows const& rows, std::size_t limit) {
+  std::string result;
+  std::size_t label = 0;
+  for (auto const& heading : rows.front()) label = std::max(label, displayWidth(heading) + gap);
+  for (std::size_t i = 1; i < rows.size(); ++i) {
+    if (i > 1) result += '\n';
+    for (std::size_t column = 0; column < rows[i].size(); ++column) {
+      std::string const& heading = rows.front()[column];
+      result += styled(Style::heading, heading) + std::string(label - displayWidth(heading), ' ') +
+                paragraph(rows[i][column], label, limit);
+    }
+  }
+  return result;
 }
 
 }  // namespace
@@ -47,6 +181,44 @@ std::string styled(Style style, std::string const& text) {
   if (!inColour() || text.empty()) return text;
   static constexpr char const* codes[] = {"1", "2", "33", "31"};
   return std::string("\x1b[") + codes[static_cast<std::size_t>(style)] + "m" + text + "\x1b[0m";
+}
+
+std::string severityWord(std::uint64_t level) {
+  static constexpr char const* words[] = {"emergency", "alert",  "critical", "error",
+                                          "warning",   "notice", "info",     "debug"};
+  return level < std::size(words) ? words[level] : std::to_string(level);
+}
+
+std::string styledSeverity(std::uint64_t level, std::string const& text) {
+  if (level > severityWarning) return text;
+  return styled(level == severityWarning ? Style::warning : Style::error, text);
+}
+
+std::string table(Rows const& rows) {
+  Widths widths = naturalWidths(rows);
+  std::size_t const limit = outputColumns();
+  if (limit > 0 && !narrow(widths, leastWidths(rows, widths), limit)) return stacked(rows, limit);
+  return laidOut(rows, widths, true);
+}
+
+std::string facts(Rows const& rows) {
+  Widths widths = naturalWidths(rows);
+  std::size_t const limit = outputColumns();
+  if (limit > 0 && total(widths) > limit) {
+    widths.back() = std::max(leastText, limit - std::min(limit, widths.front() + gap));
+  }
+  return laidOut(rows, widths, false);
+}
+
+std::string paragraph(std::string const& text, std::size_t indent, std::size_t width) {
+  std::string const shown = printable(text);
+  if (width == 0) return shown + '\n';
+  std::string result;
+  for (auto const& piece : wrapped(shown, std::max(leastText, width - std::min(width, indent)))) {
+    if (!result.empty()) result.append(indent, ' ');
+    result += piece + '\n';
+  }
+  return result;
 }
 
 }  // namespace ZeroTouchCommand

@@ -1,16 +1,14 @@
 // get, set, list: the state tree itself.
-#include <memory>
-
 #include "platform/statebase/Json.h"
 #include "programs/zerotouch/Output.h"
-#include "programs/zerotouch/Table.h"
+#include "programs/zerotouch/Terminal.h"
 #include "programs/zerotouch/Verbs.h"
 
 namespace ZeroTouchCommand {
 
 namespace {
 
-// JSON or, failing that, a string: unlimited, 10.0.0.1.
+// The argument as JSON. What is no JSON, such as unlimited or 10.0.0.1, is a string.
 Kel::Value fromArgument(std::string const& argument) {
   try {
     return Statebase::parseJson(argument);
@@ -19,7 +17,9 @@ Kel::Value fromArgument(std::string const& argument) {
   }
 }
 
-void get(Context const& context, std::string const& path) {
+}  // namespace
+
+void getPath(Context const& context, std::string const& path) {
   Kel::Value const value = context.call("get", {{"path", path}});
   if (context.json) {
     printJson(value);
@@ -29,12 +29,12 @@ void get(Context const& context, std::string const& path) {
   }
 }
 
-void set(Context const& context, std::string const& path, std::string const& value) {
+void setPath(Context const& context, std::string const& path, std::string const& value) {
   Kel::Value const result = context.call("set", {{"path", path}, {"value", fromArgument(value)}});
   if (context.json) printJson(result);
 }
 
-void list(Context const& context, std::string const& path) {
+void listPath(Context const& context, std::string const& path) {
   Kel::Value const entries = context.call("list", {{"path", path}});
   if (context.json) {
     printJson(entries);
@@ -51,28 +51,6 @@ void list(Context const& context, std::string const& path) {
     rows.push_back(std::move(row));
   }
   print(table(rows));
-}
-
-}  // namespace
-
-void addTreeVerbs(CLI::App& program, Context const& context) {
-  auto const path = std::make_shared<std::string>();
-  auto const value = std::make_shared<std::string>();
-  auto const add = [&](char const* name, char const* does, std::vector<std::string> const& examples) {
-    CLI::App* const verb = addVerb(program, name, does, examples);
-    verb->add_option("path", *path, "As in /zerotouch/config/enabled")->required()->type_name("");
-    return verb;
-  };
-  add("get", "Show a part of the state tree",
-      {"zerotouch get /zerotouch/config", "zerotouch get /zerotouch/sm/currentState"})
-      ->callback([&context, path] { get(context, *path); });
-  add("list", "Show what lies below a path", {"zerotouch list /", "zerotouch list /zerotouch/sm"})
-      ->callback([&context, path] { list(context, *path); });
-  CLI::App* const setter = add("set", "Write a part of the state tree",
-                               {"zerotouch set /zerotouch/config/maxRunTime 3600",
-                                "zerotouch set /zerotouch/config/maxRunTime unlimited"});
-  setter->add_option("value", *value, "JSON, or a string")->required()->type_name("");
-  setter->callback([&context, path, value] { set(context, *path, *value); });
 }
 
 }  // namespace ZeroTouchCommand

@@ -1,7 +1,7 @@
-// The verbs of the command line. Each adds itself to the program and is called back when it is the one given.
+// The verbs of the command line. Each prints what it has found or done; when it cannot do it, it throws one
+// of the exceptions below, or one of Statebase::Client's.
 #pragma once
 
-#include <CLI/CLI.hpp>
 #include <stdexcept>
 #include <string>
 
@@ -10,13 +10,13 @@
 
 namespace ZeroTouchCommand {
 
-// A verb that makes no sense now; the message says why.
+// The verb makes no sense now, or what it asked for did not come about; the message says why.
 class Refused : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
 
-// Words that make no sense at all.
+// The words of the command line make no sense.
 class WrongUsage : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
@@ -36,7 +36,7 @@ struct Context {
   Kel::Value call(std::string const& method, Kel::ValueMap params) const {
     return Statebase::Client(socketPath).call(method, std::move(params));
   }
-  // Calls `loop`, in which a host that was reached may go away.
+  // Calls `loop`, and throws HostGone when the host goes away in it.
   template <typename Loop>
   void whileHostRuns(Loop const& loop) const {
     try {
@@ -47,19 +47,24 @@ struct Context {
   }
 };
 
-// `examples`: lines for the end of its help, without the indentation.
-CLI::App* addVerb(CLI::App& program, std::string const& name, std::string const& does,
-                  std::vector<std::string> const& examples);
+void showStatus(Context const& context);
+// `until` names the state at which it ends; with "" it goes on until interrupted.
+void watch(Context const& context, std::string const& until);
+void showPorts(Context const& context);
+void showEvents(Context const& context);
+void followEvents(Context const& context);
+// `event` is the name of an event, in upper or lower case; with "" it lists all events.
+void explain(Context const& context, std::string const& event);
+// `file` is the file to write; "" is the standard output.
+void report(Context const& context, std::string const& file);
 
-void addStatus(CLI::App& program, Context const& context);
-void addWatch(CLI::App& program, Context const& context);
-void addPorts(CLI::App& program, Context const& context);
-void addEvents(CLI::App& program, Context const& context);
-void addExplain(CLI::App& program, Context const& context);
-void addReport(CLI::App& program, Context const& context);
-// enable, disable, cancel
-void addControls(CLI::App& program, Context const& context);
-// get, set, list
-void addTreeVerbs(CLI::App& program, Context const& context);
+void enable(Context const& context);
+void disable(Context const& context);
+void cancel(Context const& context);
+
+void getPath(Context const& context, std::string const& path);
+void listPath(Context const& context, std::string const& path);
+// `value` is JSON or, where it is none, a string.
+void setPath(Context const& context, std::string const& path, std::string const& value);
 
 }  // namespace ZeroTouchCommand

@@ -1,30 +1,22 @@
-// The command line of provisioning: shows and steers what the host does, over the state tree's socket.
+// The command line of provisioning: shows and steers what the host does, over the state tree's socket. This
+// file knows the verbs with their options and their help, and says what is wrong with words that make no
+// sense.
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <csignal>
+#include <functional>
 #include <string_view>
 
 #include "programs/zerotouch/Failure.h"
-
-namespace ZeroTouchCommand {
-
-CLI::App* addVerb(CLI::App& program, std::string const& name, std::string const& does,
-                  std::vector<std::string> const& examples) {
-  CLI::App* const verb = program.add_subcommand(name, does);
-  std::string text = "Examples:\n";
-  for (auto const& example : examples) text += "  " + example + "\n";
-  verb->group("Verbs");
-  verb->footer(text + "\nTakes --json and --socket too.");
-  return verb;
-}
-
-}  // namespace ZeroTouchCommand
+#include "programs/zerotouch/Verbs.h"
 
 namespace {
 
 using namespace ZeroTouchCommand;
+using Words = std::vector<std::string>;
 
 constexpr char const* more =
     "Exit codes: 0, 1 for what is refused or fails, 2 for wrong usage, 3 when no\n"
@@ -36,29 +28,166 @@ constexpr char const* more =
     "  zerotouch explain ZTP_RETRY\n"
     "  zerotouch VERB --help";
 
-void addEverything(CLI::App& program, Context& context) {
-  program.name("zerotouch");
-  program.get_formatter()->column_width(26);
-  program.get_formatter()->label("SUBCOMMAND", "VERB");
-  program.footer(more);
-  program.set_version_flag("--version", "zerotouch " ZEROTOUCH_VERSION, "Print the version and exit");
-  program.add_option("--socket", context.socketPath, "The host's socket")
-      ->type_name("PATH")
-      ->envname("STATEBASESOCKNAME");
-  program.add_flag("--json", context.json, "Output for programs");
-  program.require_subcommand(1);
-  program.fallthrough();
-  addStatus(program, context);
-  addWatch(program, context);
-  addPorts(program, context);
-  addEvents(program, context);
-  addExplain(program, context);
-  addReport(program, context);
-  addControls(program, context);
-  addTreeVerbs(program, context);
-}
+// What the verbs take, besides the context.
+struct Arguments {
+  std::string path, value, event, file, until;
+  bool follow = false;
+};
 
-// Else the socket would become standard output, and the host be sent what is meant for people.
+class CommandLine {
+ public:
+  CommandLine() : program_("Shows and steers zero-touch provisioning.") {
+    program_.name("zerotouch");
+    program_.get_formatter()->column_width(26);
+    program_.get_formatter()->label("SUBCOMMAND", "VERB");
+    program_.footer(more);
+    program_.set_version_flag("--version", "zerotouch " ZEROTOUCH_VERSION, "Print the version and exit");
+    program_.add_option("--socket", context_.socketPath, "The host's socket")
+        ->type_name("PATH")
+        ->envname("STATEBASESOCKNAME");
+    program_.add_flag("--json", context_.json, "Output for programs");
+    program_.require_subcommand(1);
+    program_.fallthrough();
+    addViews();
+    addControls();
+    addTreeVerbs();
+  }
+
+  // Does what the words ask for, and returns the exit code.
+  ExitCode run(int argc, char** argv) {
+    // Errors in the words themselves are to be JSON too, so this one is looked for before they are parsed.
+    context_.json = std::any_of(argv, argv + argc, [](std::string_view word) { return word == "--json"; });
+    try {
+      program_.parse(argc, argv);
+      return finishOutput(context_);
+    } catch (CLI::Success const& help) {
+      program_.exit(help);
+      return finishOutput(context_);
+    } catch (CLI::ParseError const& error) {
+      return fail(context_, wrongUsage, wrongWords(error));
+    } catch (...) {
+      return reportFailure(context_);
+    }
+  }
+
+ private:
+  CLI::App* add(char const* name, char const* does, Words const& examples, std::function<void()> verb) {
+    CLI::App* const app = program_.add_subcommand(name, does);
+    std::string text = "Examples:\n";
+    for (auto const& example : examples) text += "  " + example + "\n";
+    app->group("Verbs");
+    app->footer(text + "\nTakes --json and --socket too.");
+    app->callback(std::move(verb));
+    return app;
+  }
+
+  void addViews() {
+    add("status", "Show where provisioning stands",
+        {"zerotouch status", "zerotouch status --json | jq -r .sm.currentState"},
+        [this] { showStatus(context_); });
+    add("watch", "Show where provisioning stands, live",
+        {"zerotouch watch", "zerotouch watch --until stateShutdown"},
+        [this] { watch(context_, given_.until); })
+        ->add_option("--until", given_.until, "End when this state is reached")
+        ->type_name("STATE");
+    add("ports", "Show the ports, and which of them take part",
+        {"zerotouch ports", "zerotouch ports --json | jq '.[].port'"}, [this] { showPorts(context_); });
+    add("events", "Show what has happened",
+        {"zerotouch events", "zerotouch events --follow", "zerotouch events --follow --json | jq .name"},
+        [this] { given_.follow ? followEvents(context_) : showEvents(context_); })
+        ->add_flag("-f,--follow", given_.follow, "Go on with what happens, until interrupted");
+    add("explain", "Explain an event, and what to do about it",
+        {"zerotouch explain", "zerotouch explain ZTP_CONFIG_DOWNLOAD_FAIL"},
+        [this] { explain(context_, given_.event); })
+        ->add_option("event", given_.event, "Its name in any case; without it, all are listed")
+        ->type_name("");
+    add("report", "Write a web page about the run",
+        {"zerotouch report --output run.html", "zerotouch report --json | jq '.states[].reason'"},
+        [this] { report(context_, given_.file); })
+        ->add_option("-o,--output", given_.file, "The file to write, else standard output")
+        ->type_name("FILE");
+  }
+
+  void addControls() {
+    add("enable", "Let provisioning run", {"zerotouch enable"}, [this] { enable(context_); });
+    add("disable", "Stop it, and leave the system as it was found", {"zerotouch disable"},
+        [this] { disable(context_); });
+    add("cancel", "End it for good: reload with it disabled", {"zerotouch cancel"},
+        [this] { cancel(context_); });
+  }
+
+  void addTreeVerbs() {
+    auto const takesPath = [this](CLI::App* verb) {
+      verb->add_option("path", given_.path, "As in /zerotouch/config/enabled")->required()->type_name("");
+      return verb;
+    };
+    takesPath(add("get", "Show a part of the state tree",
+                  {"zerotouch get /zerotouch/config", "zerotouch get /zerotouch/sm/currentState"},
+                  [this] { getPath(context_, given_.path); }));
+    takesPath(add("list", "Show what lies below a path", {"zerotouch list /", "zerotouch list /zerotouch/sm"},
+                  [this] { listPath(context_, given_.path); }));
+    takesPath(add("set", "Write a part of the state tree",
+                  {"zerotouch set /zerotouch/config/maxRunTime 3600",
+                   "zerotouch set /zerotouch/config/maxRunTime unlimited"},
+                  [this] { setPath(context_, given_.path, given_.value); }))
+        ->add_option("value", given_.value, "JSON, or a string")
+        ->required()
+        ->type_name("");
+  }
+
+  CLI::App const* chosenVerb() const {
+    auto const chosen = program_.get_subcommands();
+    return chosen.empty() ? nullptr : chosen.front();
+  }
+
+  Words verbs() const {
+    Words names;
+    for (auto const* verb : program_.get_subcommands([](CLI::App const*) { return true; }))
+      names.push_back(verb->get_name());
+    return names;
+  }
+
+  // Those of the program and of the chosen verb.
+  Words options() const {
+    Words names;
+    CLI::App const* const program = &program_;
+    for (auto const* app : {program, chosenVerb()}) {
+      if (app == nullptr) continue;
+      for (auto const* option : app->get_options()) {
+        for (auto const& name : option->get_lnames()) names.push_back("--" + name);
+      }
+    }
+    return names;
+  }
+
+  std::string unexpected(std::string const& word) const {
+    auto const* const verb = chosenVerb();
+    std::string const name = word.substr(0, word.find('='));
+    if (name.starts_with('-')) {
+      return "there is no option '" + name + "'" + (verb != nullptr ? " of " + verb->get_name() : "") +
+             didYouMean(name, options());
+    }
+    if (verb == nullptr) {
+      return "there is no verb '" + word + "'" + didYouMean(word, verbs()) + "; zerotouch --help lists them";
+    }
+    return verb->get_name() + " takes no '" + word + "'";
+  }
+
+  std::string wrongWords(CLI::ParseError const& error) const {
+    auto const* const verb = chosenVerb();
+    auto const extras = program_.remaining(true);
+    if (!extras.empty()) return unexpected(extras.front());
+    if (verb == nullptr) return "say what to do; zerotouch --help lists the verbs";
+    return verb->get_name() + ": " + error.what() + "; zerotouch " + verb->get_name() + " --help";
+  }
+
+  Context context_;
+  Arguments given_;
+  CLI::App program_;
+};
+
+// A standard stream that is closed is taken by /dev/null. Otherwise the socket would get its number, and what
+// is meant for people would be sent to the host.
 void openStandardStreams() {
   for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream) {
     if (fcntl(stream, F_GETFD) < 0)
@@ -71,15 +200,5 @@ void openStandardStreams() {
 int main(int argc, char** argv) {
   openStandardStreams();
   std::signal(SIGPIPE, SIG_IGN);
-  Context context;
-  // Known before the words are parsed: they may be wrong.
-  context.json = std::any_of(argv, argv + argc, [](std::string_view word) { return word == "--json"; });
-  CLI::App program("Shows and steers zero-touch provisioning.");
-  addEverything(program, context);
-  try {
-    program.parse(argc, argv);
-    return finishOutput(context);
-  } catch (...) {
-    return reportFailure(program, context);
-  }
+  return CommandLine().run(argc, argv);
 }

@@ -4,16 +4,17 @@
 #include <fstream>
 #include <sstream>
 
-#include "programs/zerotouchd/Console.h"
+#include "programs/zerotouchd/Events.h"
 
 namespace {
 
-// In ticks since the boot; 0 when there is no such process, or only its remains.
+// When a process was started, in ticks since the boot; 0 when there is none with that id, or only a zombie.
 std::uint64_t startTime(pid_t pid) {
   Kel::String line;
   std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
   if (!std::getline(file, line)) return 0;
-  // After the name, which may hold anything: the state, then eighteen numbers of other kinds.
+  // The name may hold anything and ends with the last ")". The state follows, and eighteen numbers that do
+  // not matter.
   std::istringstream fields(line.substr(line.rfind(')') + 1));
   char state = 0;
   fields >> state;
@@ -61,7 +62,7 @@ void Children::endLeftovers() const {
   }
 }
 
-// Without the file nothing is ended by the next host; there is no more to it.
+// When this fails, the next host does not end what this one leaves behind, and nothing else is lost.
 void Children::write() const {
   Kel::String text;
   for (auto const& [pid, start] : running_) text += std::to_string(pid) + " " + std::to_string(start) + "\n";

@@ -1,5 +1,6 @@
-// Which processes the host has started and that may still run, kept in a file: those that a killed host left
-// behind are ended by the next one, so that no script and no client of an earlier run goes on beside its own.
+// Runs the processes of the host, and keeps in a file which of them may still run. When a host was killed,
+// the next one ends those processes, so that no script and no client of an earlier run goes on beside its
+// own.
 #pragma once
 
 #include <map>
@@ -9,7 +10,8 @@
 
 class Children : public Kel::ChildRunner {
  public:
-  // Becomes the runner of this process. Call once no other host can run.
+  // Ends what an earlier host has left behind, and becomes the runner of this process. The caller makes sure
+  // that no other host runs.
   explicit Children(Kel::String const& runDirectory);
   ~Children() override;
   Children(Children const&) = delete;
@@ -26,6 +28,6 @@ class Children : public Kel::ChildRunner {
 
   Kel::PosixChildRunner runner_;
   Kel::BootMemory memory_;
-  // By process id the time of its start, which tells a process from a later one with its id.
+  // The time of the start by process id: a later process with the same id has another one.
   std::map<pid_t, std::uint64_t> running_;
 };

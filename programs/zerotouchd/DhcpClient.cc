@@ -1,19 +1,38 @@
 #include "programs/zerotouchd/DhcpClient.h"
 
-#include <unistd.h>
-
 #include <cstdlib>
 #include <filesystem>
 
-void exportDhcpClient(Kel::String const& client) {
-  if (!client.empty()) setenv("ZEROTOUCH_REAL_DHCLIENT", client.c_str(), 1);
-  if (std::getenv("ZEROTOUCH_DHCLIENT") != nullptr) return;
+namespace {
+
+constexpr char const* agentsClient = "ZEROTOUCH_DHCLIENT";
+constexpr char const* shimsClient = "ZEROTOUCH_REAL_DHCLIENT";
+
+void checkProgram(char const* variable, Kel::String const& path) {
+  if (!isProgram(path))
+    throw BadInput(Kel::String(variable) + ": the DHCP client '" + path +
+                   "' is no program that can be executed");
+}
+
+}  // namespace
+
+void checkDhcpClient(HostConfig const& config) {
+  // What platform.toml names was looked at when the file was read, where file and line could be said.
+  if (char const* const client = std::getenv(agentsClient)) checkProgram(agentsClient, client);
+  char const* const real = std::getenv(shimsClient);
+  bool const counts = config.dhcpClient.empty() && real != nullptr && *real != '\0';
+  if (counts) checkProgram(shimsClient, real);
+}
+
+void exportDhcpClient(HostConfig const& config) {
+  if (!config.dhcpClient.empty()) setenv(shimsClient, config.dhcpClient.c_str(), 1);
+  if (std::getenv(agentsClient) != nullptr) return;
   std::error_code error;
   auto const own = std::filesystem::read_symlink("/proc/self/exe", error);
   for (Kel::String const& shim :
        {(own.parent_path() / "zerotouch-dhclient").string(), Kel::String(INSTALLED_DHCLIENT)}) {
-    if (access(shim.c_str(), X_OK) != 0) continue;
-    setenv("ZEROTOUCH_DHCLIENT", shim.c_str(), 1);
+    if (!isProgram(shim)) continue;
+    setenv(agentsClient, shim.c_str(), 1);
     return;
   }
 }

@@ -1,9 +1,14 @@
-// Tells the agent, through the environment, which DHCP client to run.
+// Which DHCP client the agent runs. It is told through the environment: ZEROTOUCH_DHCLIENT names what the
+// agent runs, which usually is the shim, and ZEROTOUCH_REAL_DHCLIENT the client that the shim becomes.
 #pragma once
 
-#include "platform/kel/Types.h"
+#include "programs/zerotouchd/HostConfig.h"
 
-// ZEROTOUCH_DHCLIENT becomes the shim's path: the one beside this program, as in a build tree, else the
-// installed one. It stays as it is when an operator has set it, or when there is no shim. `client`, if not
-// empty, is the client that the shim is to run (ZEROTOUCH_REAL_DHCLIENT).
-void exportDhcpClient(Kel::String const& client);
+// Throws BadInput when an operator has named a client that cannot be executed, in platform.toml or in the
+// environment.
+void checkDhcpClient(HostConfig const& config);
+
+// Sets ZEROTOUCH_REAL_DHCLIENT if platform.toml names a client, and ZEROTOUCH_DHCLIENT, unless an operator
+// has set it, to the shim's path: the one beside this program, as in a build tree, else the installed one.
+// Without a shim it stays unset.
+void exportDhcpClient(HostConfig const& config);

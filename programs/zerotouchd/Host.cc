@@ -1,5 +1,6 @@
 #include "programs/zerotouchd/Host.h"
 
+#include <dlfcn.h>
 #include <systemd/sd-daemon.h>
 #include <unistd.h>
 
@@ -9,15 +10,14 @@
 
 #include "platform/kel/ActivityManager.h"
 #include "platform/kel/Loop.h"
+#include "platform/linux/Adapter.h"
 #include "platform/statebase/InitialValues.h"
-#include "programs/zerotouchd/Console.h"
 #include "programs/zerotouchd/DhcpClient.h"
-#include "programs/zerotouchd/Mounts.h"
-#include "programs/zerotouchd/ProvisioningSwitch.h"
 
 namespace {
 
-// The host name may be that of an answer until the platform has undone what a killed host left.
+// The name of the system. By default it is the host name, which must be read once the adapter has undone what
+// a killed host left: until then it may be one that DHCP brought.
 Kel::String systemName(HostConfig const& config) {
   if (!config.systemName.empty()) return config.systemName;
   std::array<char, 256> name{};
@@ -27,24 +27,31 @@ Kel::String systemName(HostConfig const& config) {
 
 }  // namespace
 
+AgentFactory loadAgent(Kel::String const& library) {
+  void* const loaded = dlopen(library.c_str(), RTLD_NOW | RTLD_LOCAL);
+  if (loaded == nullptr) throw std::runtime_error(Kel::String("cannot load the agent: ") + dlerror());
+  void* const symbol = dlsym(loaded, "agentCreatorFactory");
+  if (symbol == nullptr) throw std::runtime_error(library + " is no agent library: " + dlerror());
+  return reinterpret_cast<AgentFactory>(symbol);
+}
+
 Host::Host(HostConfig config, std::string initialValues, bool openTree)
     : config_(std::move(config)), initialValues_(std::move(initialValues)) {
   buildTree(openTree);
   listenToSignals();
   Kel::logSinkIs(Kel::logToSystem);
-  // Under a service manager that keeps our standard error, the system log is enough.
+  // When the service manager keeps our standard error in the journal, each event would stand there twice.
   if (std::getenv("JOURNAL_STREAM") == nullptr) Kel::logSinkIs(printEvent);
-  // Children that the agent starts while it is made need the socket already.
+  // The agent starts children while it is made, and these need the socket.
   serve();
   children_.emplace(config_.runDirectory);
   reloadMark_.emplace(config_.runDirectory);
   decideProvisioning();
-  if (config_.linuxAdapter)
-    platform_ = std::make_unique<LinuxPlatform>(entities_, config_, reloadMark_->left());
+  if (config_.linuxAdapter) platform_ = startAdapter(entities_, config_, reloadMark_->left());
   startAgent();
 }
 
-// The agent goes first: its clients are to end before the ports are put back under them.
+// The agent goes before the adapter, since its DHCP clients have to end before the ports are put back.
 Host::~Host() {
   server_.reset();
   tree_.unmount("/zerotouch/sm");
@@ -85,7 +92,7 @@ void Host::serve() {
   server_.emplace(tree_, Statebase::Server::Options{
                              .path = config_.socketPath, .group = config_.socketGroup, .roleOf = {}});
   setenv("STATEBASESOCKNAME", config_.socketPath.c_str(), 1);
-  exportDhcpClient(config_.dhcpClient);
+  exportDhcpClient(config_);
 }
 
 void Host::decideProvisioning() {
@@ -97,13 +104,12 @@ void Host::decideProvisioning() {
           : provisioningAtBoot(config_.runDirectory);
   say(stringValue(provisioning));
   entities_.config->enabledIs(provisioning.on);
-  applyInitialValues();  // once more, in case the file knows better
+  applyInitialValues();  // once more, since the file may set what was decided here
 }
 
 void Host::startAgent() {
   Kel::activityManager()->config()->systemNameIs(systemName(config_));
-  library_.emplace(config_.library);
-  agent_ = entities_.createAgent(library_->factory());
+  agent_ = entities_.createAgent(loadAgent(config_.library));
   tree_.mount("/zerotouch/sm", agent_->ztSm(), Statebase::Access::readOnly);
   history_.machineIs(agent_->ztSm());
   reloadMark_->follow(agent_->ztSm());

@@ -5,11 +5,18 @@
 
 #include <cstdint>
 #include <optional>
+#include <stdexcept>
 
 #include "platform/kel/Types.h"
 #include "platform/linux/links/Ports.h"
 #include "platform/linux/system/Commands.h"
 #include "platform/linux/system/Inventory.h"
+
+// What an operator gave us is wrong: the host says so and ends with exit code 2, before anything is touched.
+class BadInput : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
 
 struct HostConfig {
   // [system]
@@ -42,3 +49,6 @@ struct HostConfig {
 // Reads the file. A file that is absent gives the built-in values, unless `mustExist`. Throws BadInput, as
 // "file:line: reason", for what does not parse, for unknown keys and for values of a wrong kind.
 HostConfig readHostConfig(Kel::String const& path, bool mustExist);
+
+// Whether the path names a regular file that this process may execute.
+bool isProgram(Kel::String const& path);

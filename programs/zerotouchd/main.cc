@@ -5,10 +5,8 @@
 #include "platform/kel/Trace.h"
 #include "platform/linux/system/LogHostApplier.h"
 #include "platform/statebase/InitialValues.h"
-#include "programs/zerotouchd/BadInput.h"
-#include "programs/zerotouchd/Console.h"
+#include "programs/zerotouchd/DhcpClient.h"
 #include "programs/zerotouchd/Host.h"
-#include "programs/zerotouchd/ProvisioningSwitch.h"
 
 namespace {
 
@@ -31,7 +29,8 @@ HostConfig configOf(Options const& options) {
 
 int check(Options const& options) try {
   HostConfig const config = configOf(options);
-  AgentLibrary const library(config.library);
+  checkDhcpClient(config);
+  loadAgent(config.library);
   std::cout << options.config << ": ok" << std::endl;
   return 0;
 } catch (BadInput const& error) {
@@ -50,10 +49,13 @@ int settle(Options const& options) {
   return 0;
 }
 
-// Everything that can be wrong with what we are given is found before anything is touched.
+// What is wrong with the options or the configuration is found here, before anything of the system is
+// touched.
 int run(Options const& options) {
   if (auto const error = Kel::traceIs(options.trace); !error.empty()) throw BadInput("--trace: " + error);
-  return Host(configOf(options), options.initialValues, options.openTree).run();
+  HostConfig const config = configOf(options);
+  checkDhcpClient(config);
+  return Host(config, options.initialValues, options.openTree).run();
 }
 
 }  // namespace

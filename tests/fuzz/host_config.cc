@@ -1,5 +1,4 @@
 // The host's platform.toml: it is used, or refused with its name and line.
-#include "programs/zerotouchd/BadInput.h"
 #include "programs/zerotouchd/HostConfig.h"
 #include "tests/fuzz/Fuzz.h"
 

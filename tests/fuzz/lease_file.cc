@@ -1,5 +1,5 @@
-// The DHCP client's lease file, of which only an identifier is kept.
-#include "programs/zerotouch-dhclient/LeaseFile.h"
+// The DHCP client's lease file, of which only the last identifier is kept.
+#include "programs/zerotouch-dhclient/Shim.h"
 #include "tests/fuzz/Fuzz.h"
 
 void fuzz(std::string_view input) {

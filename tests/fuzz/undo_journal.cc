@@ -1,8 +1,8 @@
 // What an earlier host left to be put back: the journal of settings, behind its first line.
 #include "platform/kel/BootMemory.h"
 #include "platform/kel/Log.h"
-#include "platform/linux/settings/SettingKinds.h"
 #include "platform/linux/settings/DeviceSettings.h"
+#include "platform/linux/settings/SettingKinds.h"
 #include "tests/fuzz/Fuzz.h"
 
 void fuzz(std::string_view input) {

@@ -1,7 +1,11 @@
 """The agent host and its command line, as an operator meets them."""
+import json
+import os
 import subprocess
 
 import pytest
+
+from lab.host import BUILD
 
 READY = {"/entityMib/status": {"systemMacAddr": "02:00:00:00:00:01", "root": {"initStatus": "initialized"}}}
 
@@ -21,6 +25,34 @@ def test_a_cancelled_system_stays_off_for_one_boot(host, socket_elsewhere):
     (host.run_directory / "disabled-for-this-boot").unlink()  # what a reboot does
     host.start(initial_values=READY)
     assert host.get("/zerotouch/config/enabled") is True
+
+
+def test_a_cancel_that_was_noted_while_disabled_does_not_keep_cancel_from_cancelling(host):
+    host.start(initial_values=READY)
+    watch = subprocess.Popen([BUILD / "bin" / "zerotouch", "--socket", host.socket, "watch", "--until", "stateShutdown"],
+                             stdout=subprocess.PIPE, text=True)
+    seen = [watch.stdout.readline()]
+    assert host.cli("disable") == "Provisioning is disabled; the state is stateInit.\n"
+    for attribute in ("cancelled", "enabled"):
+        host.cli("set", f"/zerotouch/config/{attribute}", "true")
+    host.wait_state("stateSetupInterfaces")
+    assert host.cli("cancel") == "Provisioning is cancelled, and the system reloads without it; the state is stateShutdown.\n"
+    for verb in ("enable", "disable", "cancel"):
+        assert "the run has ended" in host.cli(verb, code=1)
+    seen += watch.communicate(timeout=60)[0].splitlines(keepends=True)
+    states = json.loads(host.cli("report", "--json"))["states"]
+    assert [line[21:] for line in seen] == [f"{state['state']}: {state['reason']}\n" for state in states][-len(seen):]
+    assert len(seen) > 3, "no state was missed, however short it was"
+
+
+@pytest.mark.parametrize("variable", ["ZEROTOUCH_DHCLIENT", "ZEROTOUCH_REAL_DHCLIENT"])
+def test_a_client_that_cannot_be_executed_is_said_before_anything_is_touched(host, variable):
+    for arguments in ((), ("--check",)):
+        result = subprocess.run(host.command(*arguments), env={**os.environ, variable: "/etc"}, capture_output=True, text=True,
+                                timeout=20)
+        assert (result.returncode, result.stderr) == (
+            2, f"zerotouchd: {variable}: the DHCP client '/etc' is no program that can be executed\n")
+    assert not host.run_directory.exists()
 
 
 INITIAL = "--initial-values"

@@ -1,6 +1,7 @@
 // The agent's shell: settings file, path rooting, root entity, event catalogue.
 #include <algorithm>
 
+#include "platform/kel/WholeFile.h"
 #include "tests/unit/support/AgentTest.h"
 #include "zerotouch/agent/Events.h"
 #include "zerotouch/agent/ZeroTouchAgent.h"
@@ -18,7 +19,7 @@ TEST_F(Agent, flash_paths_are_rooted) {
 
 TEST_F(Agent, a_file_that_cannot_be_replaced_leaves_none_beside_it) {
   flash.write("/flash/file", "");
-  EXPECT_NE(ZeroTouch::replaceFile(flash.path("/flash"), "x"), "");
+  EXPECT_NE(Kel::replaceFile(flash.path("/flash"), "x"), "");
   std::filesystem::directory_iterator const entries(flash.path());
   EXPECT_EQ(std::distance(begin(entries), end(entries)), 1);
 }

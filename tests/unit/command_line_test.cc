@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <future>
 
+#include "platform/model/history.h"
 #include "platform/statebase/Server.h"
 #include "tests/unit/StatebaseFixture.h"
 
@@ -17,6 +18,7 @@ class CommandLine : public ::testing::Test, protected TestTree {
   CommandLine() {
     tree.mount("/zerotouch/sm", machine, Access::readOnly);
     tree.mount("/zerotouch/status", machine->status(), Access::readOnly);
+    tree.mount("/log/history", history, Access::readOnly);
   }
 
   // What it prints, standard error included, then its exit code.
@@ -36,6 +38,7 @@ class CommandLine : public ::testing::Test, protected TestTree {
   }
 
   Kel::testing::SimulatedTime time;
+  Kel::Ptr<History::Log> history = Kel::makePtr<History::Log>();
   Kel::Ptr<ZeroTouch::ZeroTouchSmModel> machine = Kel::makePtr<ZeroTouch::ZeroTouchSmModel>(
       config, Kel::makePtr<ZeroTouch::Status>(), dhcpStatus, nullptr, nullptr, nullptr, nullptr, nullptr,
       nullptr, entityMib, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
@@ -57,13 +60,21 @@ TEST_F(CommandLine, StatusShowsWhereProvisioningStands) {
   machine->retryCountIs(2);
   machine->timerIs(Kel::makePtr<ZeroTouch::TimerBaseModel>("DhclientQueryTimer", 15, 15, Kel::now() + 3600));
   machine->timerActiveIs(true);
+  machine->transitionReasonIs("the ports are set up");
+  machine->lastFailureTimeIs(Kel::now() + 3000);
+  machine->lastFailureStateIs(ZeroTouch::ProvisioningState::stateFetchConfig);
+  machine->lastFailureCauseIs("the download has failed");
+  machine->lastFailurePortIs("1/1");
+  machine->lastFailureUrlIs("http://h/x");
   time.advance(3605);
   EXPECT_EQ(run("status"),
             "Provisioning:    enabled\n"
             "State:           stateDhcpQuery, for 5 s\n"
+            "Because:         the ports are set up\n"
             "Retries:         2\n"
-            "Waits for:       DhclientQueryTimer, until 2023-11-14 23:13:35 (in 10 s of 15 s)\n"
+            "Waits for:       DhclientQueryTimer, until 2023-11-14 23:13:35 (10 s of 15 s are left)\n"
             "Run time:        1 h 0 min\n"
+            "Last failure:    23:03:20 in stateFetchConfig on 1/1: the download has failed, http://h/x\n"
             "Run time limit:  1 d 1 h\n"
             "Script limit:    1 h 0 min\n"
             "exit 0");
@@ -139,6 +150,7 @@ TEST_F(CommandLine, PortsTellWhetherTheyTakePartAndWhyNot) {
 
 TEST_F(CommandLine, ValuesAndExitCodes) {
   std::string const maxRunTime = "/zerotouch/config/maxRunTime";
+  history->stateIs(1, {Kel::now(), "stateInit", "the host has started"});
   // A pipe that nobody reads any more.
   int closedPipe[2];
   ASSERT_EQ(pipe(closedPipe), 0);
@@ -156,13 +168,15 @@ TEST_F(CommandLine, ValuesAndExitCodes) {
       {"get /zerotouch/config/scriptExecTimeout", "5\nexit 0"},
       {"cancel", "zerotouch: provisioning is not enabled, so there is nothing to cancel\nexit 1"},
       {"set /zerotouch/config/cancelled true", "exit 0"},
-      {"enable", "Provisioning is enabled.\nexit 0"},
+      {"enable --json", "true\nexit 0"},
       {"get /zerotouch/config/cancelled", "false\nexit 0"},
-      {"cancel --json", "true\nexit 0"},
+      // Nobody acts on it here.
+      {"cancel",
+       "zerotouch: the request to cancel is noted, but the agent has not acted on it; the state is "
+       "stateInit\nexit 1"},
       {"get /zerotouch/config/cancelled", "true\nexit 0"},
-      {"disable", "Provisioning is disabled.\nexit 0"},
-      {"get /zerotouch/config/enabled", "false\nexit 0"},
-      {"watch --until stateInit", "2023-11-14 22:13:20  stateInit\nexit 0"},
+      {"disable", "Provisioning is disabled; the state is stateInit.\nexit 0"},
+      {"watch --until stateInit", "2023-11-14 22:13:20  stateInit: the host has started\nexit 0"},
       {"list /zerotouch",
        "Name        Kind    Type                         Unit  Meaning\n"
        "config      entity  ZeroTouch::Config                  What the operator asks for. The command line "

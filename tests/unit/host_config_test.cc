@@ -7,7 +7,6 @@
 #include <map>
 #include <set>
 
-#include "programs/zerotouchd/BadInput.h"
 #include "tests/unit/support/TemporaryFolder.h"
 
 namespace {

@@ -90,7 +90,8 @@ TEST_F(StateMachine, nothing_overtakes_a_stop_that_is_pending) {
   for (State const stop : {State::stateInit, State::stateShutdown}) {
     Sm& sm = inRetry();
     stop == State::stateInit ? platform.config->enabledIs(false) : platform.config->cancelledIs(true);
-    sm.doStateTransition(State::stateInvalid, State::stateDhcpQuery);
+    sm.doStateTransition(State::stateInvalid, State::stateDhcpQuery,
+                         ZeroTouch::TransitionCause::dhcpQueryOver);
     time.settle();
     EXPECT_EQ(sm.currentState(), stop);
     std::filesystem::remove(flash.path("/flash/zerotouch-config"));

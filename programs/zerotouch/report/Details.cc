@@ -1,10 +1,10 @@
-#include "programs/zerotouch/report/Details.h"
+#include "programs/zerotouch/report/Report.h"
 
 #include <cmath>
 #include <set>
 
 #include "programs/zerotouch/Output.h"
-#include "programs/zerotouch/Severity.h"
+#include "programs/zerotouch/Terminal.h"
 #include "programs/zerotouch/report/Html.h"
 
 namespace ZeroTouchCommand {
@@ -13,7 +13,7 @@ namespace {
 
 using Html::Cell;
 
-// The time of day, with the date where the run began on another one.
+// The time of day to a tenth of a second, with the date when that is not the day on which the run began.
 Cell timeCell(Run const& run, Kel::Seconds time) {
   std::string const date = dateAndTime(time);
   bool const sameDay = date.substr(0, 10) == dateAndTime(run.start).substr(0, 10);

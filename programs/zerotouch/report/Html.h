@@ -1,4 +1,5 @@
-// Pieces of HTML. Texts are escaped where they enter: what a DHCP server sent must stay text.
+// Pieces of HTML. Each function escapes the texts that it is given, since what a DHCP server sent must stay
+// text.
 #pragma once
 
 #include <string>
@@ -6,16 +7,16 @@
 
 namespace ZeroTouchCommand::Html {
 
-// For contents and quoted attribute values; control characters become "?".
+// The text for the content of an element or a quoted attribute; control characters become "?".
 std::string escaped(std::string const& text);
 
-// A cell's text, with a class of the style sheet for it.
+// The text of a cell, and its class in the style sheet.
 struct Cell {
   std::string text;
   std::string style = {};
 };
 
-// The first cell of a row is its heading. `about` says what an empty table would have held.
+// The first cell of each row is the heading of the row. `empty` is shown in place of a table without rows.
 struct Table {
   std::string caption;
   std::vector<std::string> headings;
@@ -25,7 +26,7 @@ struct Table {
 
 std::string table(Table const& table);
 
-// A part of the page under a heading; `content` is HTML.
+// A section of the page with its heading; `content` is HTML, and `id` unique on the page.
 std::string section(std::string const& id, std::string const& heading, std::string const& content);
 
 // The whole page; `body` is HTML.

@@ -6,13 +6,11 @@
 #include <memory>
 
 #include "programs/zerotouch/Output.h"
-#include "programs/zerotouch/Severity.h"
 #include "programs/zerotouch/Status.h"
 #include "programs/zerotouch/Terminal.h"
 #include "programs/zerotouch/Verbs.h"
-#include "programs/zerotouch/report/Details.h"
 #include "programs/zerotouch/report/Html.h"
-#include "programs/zerotouch/report/Timeline.h"
+#include "programs/zerotouch/report/Report.h"
 
 namespace ZeroTouchCommand {
 
@@ -22,7 +20,7 @@ struct Verdict {
   std::string tone, words;
 };
 
-// Only the installation, or the script, leads to the shutdown by itself.
+// How the run has gone. A run is a success when the shutdown follows the installation or the script.
 Verdict verdict(Run const& run) {
   std::size_t const count = run.states.size();
   std::string const state = count > 0 ? run.states.back().name : "stateInit";
@@ -49,7 +47,7 @@ std::string summary(Run const& run) {
   }
   auto const warnings = static_cast<std::size_t>(
       std::ranges::count_if(run.events, [](auto const& event) { return event.severity <= severityWarning; }));
-  // The first states of a long run are forgotten.
+  // The host keeps only the last states of a long run, so the run may have begun before the first of them.
   double const startTime = number(at(run.status, {"sm", "startTime"}));
   std::string const line =
       duration(run.now - std::min(run.start, startTime)) + " since its start, " +
@@ -85,6 +83,8 @@ void writeFile(std::string const& path, std::string const& content) {
   if (!written) throw Refused(path + ": " + std::strerror(errno));
 }
 
+}  // namespace
+
 void report(Context const& context, std::string const& path) {
   if (path.empty() && !context.json && onTerminal()) {
     throw WrongUsage("the report is a web page: give it a file with --output FILE");
@@ -93,17 +93,6 @@ void report(Context const& context, std::string const& path) {
   Kel::Value const fetched = fetchRun(host);
   std::string const content = context.json ? jsonText(fetched) : pageOf(runOf(fetched));
   path.empty() ? print(content) : writeFile(path, content);
-}
-
-}  // namespace
-
-void addReport(CLI::App& program, Context const& context) {
-  auto* const verb =
-      addVerb(program, "report", "Write a web page about the run",
-              {"zerotouch report --output run.html", "zerotouch report --json | jq '.states[].reason'"});
-  auto const path = std::make_shared<std::string>();
-  verb->add_option("-o,--output", *path, "The file to write, else standard output")->type_name("FILE");
-  verb->callback([&context, path] { report(context, *path); });
 }
 
 }  // namespace ZeroTouchCommand

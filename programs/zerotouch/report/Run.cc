@@ -1,4 +1,4 @@
-#include "programs/zerotouch/report/Run.h"
+#include "programs/zerotouch/report/Report.h"
 
 #include <algorithm>
 
@@ -11,7 +11,7 @@ namespace {
 
 using Kel::Value;
 
-// The values of a collection that is kept by number, in that order.
+// The entries of a numbered collection, in the order of their numbers.
 Value values(Value const& collection) {
   Kel::ValueList list;
   if (auto const* const members = collection.as<Kel::ValueMap>()) {
@@ -36,7 +36,7 @@ bool isOver(Run const& run) {
   return run.states.back().name == "stateInit" || isTrue(at(run.status, {"sm", "reloadRequested"}));
 }
 
-// What the picture is to show: not the hours before the run, nor those after it.
+// Sets which time the picture shows, which is neither the hours before the run nor those after it.
 void setBounds(Run& run) {
   run.start = run.states.empty() ? run.now : run.states.front().time;
   auto const first = std::ranges::find_if(run.states, [](auto const& s) { return s.name != "stateInit"; });
@@ -50,14 +50,18 @@ void setBounds(Run& run) {
 }  // namespace
 
 Value fetchRun(Statebase::Client& host) {
-  auto const get = [&host](char const* path) { return host.call("get", {{"path", path}}); };
-  Value const history = get("/log/history");
-  Value const inventory = get("/entityMib/status");
-  auto const member = [&](char const* name) { return values(at(history, {name})); };
+  constexpr char const* historyPath = "/log/history";
+  constexpr char const* eventsPath = "/log/events/event";
+  constexpr char const* inventoryPath = "/entityMib/status";
+  Snapshot::Paths paths = statusPaths();
+  for (char const* const path : {historyPath, eventsPath, inventoryPath}) paths.emplace_back(path);
+  Snapshot const snapshot(host, paths);
+  Value const& inventory = snapshot[inventoryPath];
+  auto const member = [&](char const* name) { return values(at(snapshot[historyPath], {name})); };
   auto const root = [&](char const* name) { return memberText(at(inventory, {"root"}), name); };
   return Kel::ValueMap{
-      {"time", host.call("time", {})},
-      {"status", fetchStatus(host)},
+      {"time", snapshot.time()},
+      {"status", statusOf(snapshot)},
       {"inventory", Kel::ValueMap{{"modelName", root("modelName")},
                                   {"serialNum", root("serialNum")},
                                   {"systemMacAddr", memberText(inventory, "systemMacAddr")}}},
@@ -65,7 +69,7 @@ Value fetchRun(Statebase::Client& host) {
       {"timers", member("timer")},
       {"ports", member("port")},
       {"changes", member("change")},
-      {"events", values(get("/log/events/event"))}};
+      {"events", values(snapshot[eventsPath])}};
 }
 
 Run runOf(Value const& fetched) {

@@ -1,13 +1,13 @@
-#include "programs/zerotouch/report/Timeline.h"
-
+// The timeline of a report.
 #include <algorithm>
 #include <map>
 #include <optional>
 
+#include "platform/kel/Format.h"
 #include "programs/zerotouch/Output.h"
-#include "programs/zerotouch/Severity.h"
+#include "programs/zerotouch/Terminal.h"
 #include "programs/zerotouch/report/Html.h"
-#include "programs/zerotouch/report/Scale.h"
+#include "programs/zerotouch/report/Report.h"
 
 namespace ZeroTouchCommand {
 
@@ -34,6 +34,55 @@ constexpr char const* stateOrder[] = {"stateInit",
 std::string number(double value) { return Kel::format("%.1f", value); }
 
 std::string title(std::string const& text) { return "<title>" + Html::escaped(text) + "</title>"; }
+
+// The class of a state in the style sheet: calm, work, wait or done.
+std::string toneOf(std::string const& state) {
+  if (state == "stateInit") return "calm";
+  if (state == "stateRetry" || state == "stateRetryFetchConfig") return "wait";
+  return state == "stateShutdown" ? "done" : "work";
+}
+
+// Turns times into horizontal places on the picture.
+class Scale {
+ public:
+  static constexpr double left = 232;
+  static constexpr double right = 1076;
+
+  explicit Scale(Run const& run) : start_(run.start), length_(std::max(run.end - run.start, 0.1)) {}
+
+  // Times outside the picture are moved to its edge.
+  double x(Kel::Seconds time) const {
+    return std::clamp(left + (time - start_) / length_ * (right - left), left, right);
+  }
+  bool shows(Kel::Seconds from, Kel::Seconds to) const { return to >= start_ && from <= start_ + length_; }
+
+  struct Tick {
+    double x;
+    std::string label;
+  };
+  // About eight marks, at round times since the start.
+  std::vector<Tick> ticks() const {
+    static constexpr double steps[] = {0.1,  0.2,   0.5,   1,     2,     5,      10,    20,
+                                       30,   60,    120,   300,   600,   1200,   1800,  3600,
+                                       7200, 14400, 21600, 43200, 86400, 172800, 604800};
+    auto const* step = std::ranges::find_if(steps, [&](double s) { return s * 9 >= length_; });
+    double const size = step != std::end(steps) ? *step : length_ / 8;
+    std::vector<Tick> result;
+    for (int i = 0; i * size <= length_; ++i) result.push_back({x(start_ + i * size), label(i * size, size)});
+    return result;
+  }
+
+ private:
+  static std::string label(double seconds, double step) {
+    if (step >= 86400) return Kel::format("+%d d", static_cast<unsigned>(seconds / 86400));
+    if (step >= 1800) return Kel::format("+%g h", seconds / 3600);
+    if (step >= 60) return Kel::format("+%d min", static_cast<unsigned>(seconds / 60));
+    return Kel::format("+%g s", seconds);
+  }
+
+  Kel::Seconds start_;
+  double length_;
+};
 
 class Picture {
  public:
@@ -65,10 +114,11 @@ class Picture {
     return result + attempts(bottom);
   }
 
-  // Where an attempt after the first begins, with its number where there is room.
+  // Marks where each attempt but the first begins, and writes its number where there is room.
   std::string attempts(double bottom) const {
     std::string result;
-    // The first ones of a long run are forgotten.
+    // The host keeps only the last states of a long run; the attempts before them are known from the count of
+    // retries.
     auto const retries =
         static_cast<std::int64_t>(ZeroTouchCommand::number(at(run_.status, {"sm", "retryCount"})));
     auto attempt = 1 + std::max<std::int64_t>(
@@ -91,7 +141,7 @@ class Picture {
     return result;
   }
 
-  // A line of the picture with its name; `y_` is its top.
+  // Adds a row with its name to the picture, below the rows that are there.
   void row(std::string const& label, std::string const& content, double height = rowHeight) {
     marks_ += Kel::format("<text class=\"label\" x=\"0\" y=\"%.1f\">", y_ + barHeight - 2.5) +
               Html::escaped(label) + "</text>\n" + content +
@@ -110,7 +160,7 @@ class Picture {
            title(about) + "</rect>\n";
   }
 
-  // The timers of a state stand below it: it guards nothing else.
+  // The bars of a state, and below each of them those of the timers that were started in it.
   void drawState(std::string const& name) {
     std::string bars;
     for (auto const& state : run_.states) {
@@ -129,7 +179,7 @@ class Picture {
     if (!bars.empty()) row(name, bars);
   }
 
-  // From the first thing that is applied until the last one is undone.
+  // Bars from the first setting that is applied until the last one is undone.
   void drawApplied() {
     std::string bars;
     int applied = 0;
@@ -144,7 +194,7 @@ class Picture {
     if (!bars.empty()) row("applied to the system", bars);
   }
 
-  // Those that DHCP has told most of; the tables hold them all.
+  // Only the ports with the most DHCP reports have a row; the tables hold all ports.
   void drawPorts() {
     std::map<std::string, std::size_t> reports;
     for (auto const& report : run_.ports) reports[report.port] += report.source == "link" ? 1 : 1000;
@@ -183,7 +233,7 @@ class Picture {
            "</circle>\n";
   }
 
-  // Those that happened at almost the same time stand in steps.
+  // Marks of events that happened at almost the same time are placed below each other.
   void drawEvents() {
     std::string marks;
     double lastX = -100;
@@ -214,17 +264,33 @@ class Picture {
   std::string marks_;
 };
 
-}  // namespace
-
-std::string toneOf(std::string const& state) {
-  if (state == "stateInit") return "calm";
-  if (state == "stateRetry" || state == "stateRetryFetchConfig") return "wait";
-  return state == "stateShutdown" ? "done" : "work";
+std::string legendItem(std::string const& shape, std::string const& text) {
+  return "<li><svg viewBox=\"0 0 14 14\" aria-hidden=\"true\">" + shape + "</svg>" + text + "</li>\n";
 }
+
+std::string legend() {
+  auto const box = [](char const* tone) {
+    return Kel::format("<rect class=\"%s\" y=\"2\" width=\"14\" height=\"10\" rx=\"1.5\"/>", tone);
+  };
+  auto const strip = [](char const* tone) {
+    return Kel::format("<rect class=\"%s\" y=\"5\" width=\"14\" height=\"4\" rx=\"1\"/>", tone);
+  };
+  return "<ul class=\"legend\">\n" + legendItem(box("work"), "at work") +
+         legendItem(box("wait"), "waits to try again") + legendItem(box("done"), "shuts down") +
+         legendItem(strip("wait"), "timer that ran out") +
+         legendItem(strip("stopped"), "timer that was stopped") +
+         legendItem(box("held"), "settings applied") + legendItem(strip("done"), "link up") +
+         legendItem("<circle class=\"work\" cx=\"7\" cy=\"7\" r=\"5\"/>", "DHCP answer") +
+         legendItem("<circle class=\"hollow\" cx=\"7\" cy=\"7\" r=\"5\"/>", "DHCP failure") +
+         legendItem("<circle class=\"calm\" cx=\"7\" cy=\"7\" r=\"4\"/>", "event") +
+         legendItem("<path class=\"bad\" d=\"M7 2l6 10h-12z\"/>", "warning") + "</ul>\n";
+}
+
+}  // namespace
 
 std::string timeline(Run const& run) {
   return "<div class=\"scroll\" role=\"region\" tabindex=\"0\" aria-label=\"Timeline\">\n" +
-         Picture(run).draw() + "</div>\n" + timelineLegend();
+         Picture(run).draw() + "</div>\n" + legend();
 }
 
 }  // namespace ZeroTouchCommand

@@ -1,12 +1,11 @@
 #include "programs/zerotouchd/history/ChangeRecorder.h"
 
 #include "platform/kel/Clock.h"
-#include "programs/zerotouchd/history/Shortened.h"
 
 namespace {
 
-// What is worth writing down. Of a set of keys, or of entries with the same name as their key, the key is
-// what counts.
+// Attributes whose changes are written down, and as what. With `keyCounts`, the key of a collection's entry
+// is written down, not its value.
 struct Rule {
   std::string_view attribute;
   char const* what;
@@ -34,7 +33,7 @@ Rule const* ruleFor(std::string_view attribute) {
   return rule != std::end(rules) ? rule : nullptr;
 }
 
-// Empty for what is not set.
+// The value for people, or "" for one that means that nothing is set.
 Kel::String textOf(Kel::Value const& value) {
   if (auto const* flag = value.as<bool>()) return *flag ? "yes" : "";
   if (auto const* number = value.as<std::uint64_t>()) return *number == 1500 ? "" : std::to_string(*number);
@@ -80,7 +79,7 @@ void ChangeRecorder::follow(Kel::Entity const& entity, std::string_view key) {
 }
 
 void ChangeRecorder::onChange(Kel::Entity const& entity, std::string_view name, std::string_view key) {
-  // One that was forgotten may still be held by somebody.
+  // An entity that was removed may live on, since others may hold it; its changes do not matter any more.
   if (!followed_.contains(&entity)) return;
   auto const& attribute = *entity.entityType()->attribute(name);
   Place const place{&entity, attribute.name, Kel::String(key)};
@@ -103,7 +102,7 @@ void ChangeRecorder::childChanged(Place const& place, Kel::AttributeType const& 
   follow(*child, entry->first.key);
 }
 
-// Those that come and go hold no others.
+// Takes an entity for undone that has been removed. Entities that are removed hold no other entities.
 void ChangeRecorder::forget(Kel::Entity const& entity) {
   Place const first{&entity, "", ""};
   while (!known_.empty()) {
@@ -124,7 +123,7 @@ void ChangeRecorder::valueChanged(Place const& place, Kel::AttributeType const& 
   write(place, !there ? "" : ruleFor(place.attribute)->keyCounts ? place.key : textOf(entry));
 }
 
-// An empty value takes back what was there.
+// Writes down that the value at `place` has become `value`; "" means that it was taken back.
 void ChangeRecorder::write(Place const& place, Kel::String const& value) {
   auto const known = known_.find(place);
   bool const undone = value.empty();
@@ -134,7 +133,7 @@ void ChangeRecorder::write(Place const& place, Kel::String const& value) {
   auto const add = [&](Kel::String const& text, bool takenBack) {
     ring_.add({Kel::now(), ruleFor(place.attribute)->what, where, shortened(text), takenBack});
   };
-  // What replaces another value takes that back, so that each that was applied is taken back once.
+  // A value that is replaced counts as undone, so that each value that was applied is undone exactly once.
   if (known != known_.end()) add(known->second, true);
   if (undone) {
     known_.erase(known);

@@ -6,8 +6,8 @@
 #include "platform/model/handles.h"
 #include "programs/zerotouchd/history/Ring.h"
 
-// Goes before the entities do, and after all who change them. Of the entities, only the history is changed,
-// whose own watchers take note only.
+// Must be destroyed before the entities, and after everything that changes them. A watcher of the history
+// must change no entity.
 class ChangeRecorder : private Kel::Watcher {
  public:
   ChangeRecorder(ZeroTouch::MountedEntities const& entities, Ring<History::Change>& ring);
@@ -16,15 +16,16 @@ class ChangeRecorder : private Kel::Watcher {
   ChangeRecorder& operator=(ChangeRecorder const&) = delete;
 
  private:
-  // An entity, with its key: the port or prefix that it is about. The key stands in children_.
+  // An entity and its key in the collection that holds it, such as a port or a prefix. children_ owns the
+  // key.
   struct Followed {
     Kel::Ptr<Kel::Entity const> entity;
     std::string_view key;
   };
-  // An attribute's, or a collection's entry's.
+  // An attribute of an entity or, with a key, an entry of a collection.
   struct Place {
     Kel::Entity const* entity;
-    std::string_view attribute;  // as its type names it
+    std::string_view attribute;  // points into the type description
     Kel::String key;
     auto operator<=>(Place const&) const = default;
   };
@@ -39,5 +40,5 @@ class ChangeRecorder : private Kel::Watcher {
   Ring<History::Change>& ring_;
   std::map<Kel::Entity const*, Followed> followed_;
   std::map<Place, Kel::Entity const*> children_;
-  std::map<Place, Kel::String> known_;  // what is applied now
+  std::map<Place, Kel::String> known_;  // the values that are applied now
 };

@@ -1,65 +1,31 @@
 #include "programs/zerotouchd/history/PortRecorder.h"
 
-#include "programs/zerotouchd/history/Shortened.h"
-
-class PortRecorder::Link : public Interface::EthIntfStatus::NotifieeConst {
- public:
-  Link(Kel::Ptr<Interface::EthIntfStatus const> const& port, Ring<History::Port>& ring)
-      : NotifieeConst(port), ring_(ring) {
-    note();
-  }
-
-  void onLinkStatus() override { note(); }
-
- private:
-  void note() {
-    auto const status = notifier().linkStatus();
-    if (status == Interface::LinkStatus::unknown) return;
-    ring_.add({Kel::now(), notifier().intfId().stringValue(), "link", stringValue(status), ""});
-  }
-
-  Ring<History::Port>& ring_;
-};
-
-class PortRecorder::Ports : public Interface::AllEthPhyIntfStatusDir::NotifieeConst {
- public:
-  Ports(Kel::Ptr<Interface::AllEthPhyIntfStatusDir const> const& dir, PortRecorder& recorder)
-      : NotifieeConst(dir), recorder_(recorder) {}
-  void onIntfStatus(Wire::IntfId const& id) override { recorder_.portCame(id); }
-
- private:
-  PortRecorder& recorder_;
-};
-
-class PortRecorder::Dhcp : public ZeroTouch::DhcpStatus::NotifieeConst {
- public:
-  Dhcp(Kel::Ptr<ZeroTouch::DhcpStatus const> const& status, PortRecorder& recorder)
-      : NotifieeConst(status), recorder_(recorder) {}
-  void onIntfDhcpStatus(Kel::Name const& device) override { recorder_.reported(Family::v4, device); }
-  void onIntfDhcp6Status(Kel::Name const& device) override { recorder_.reported(Family::v6, device); }
-
- private:
-  PortRecorder& recorder_;
-};
-
 PortRecorder::PortRecorder(ZeroTouch::MountedEntities const& entities, Ring<History::Port>& ring)
-    : dir_(entities.episd),
-      dhcp_(entities.dhcpStatus),
-      ring_(ring),
-      ports_(Kel::makePtr<Ports>(dir_, *this)),
-      dhcpReactor_(Kel::makePtr<Dhcp>(dhcp_, *this)) {
+    : dir_(entities.episd), dhcp_(entities.dhcpStatus), ring_(ring) {
+  using Answers = ZeroTouch::DhcpStatus::NotifieeConst;
+  ports_ = Kel::Reactor(dir_, &Interface::AllEthPhyIntfStatusDir::NotifieeConst::onIntfStatus, this,
+                        &PortRecorder::portCame);
+  answers4_ = Kel::Reactor(dhcp_, &Answers::onIntfDhcpStatus,
+                           [this](Kel::Name const& device) { reported(Family::v4, device); });
+  answers6_ = Kel::Reactor(dhcp_, &Answers::onIntfDhcp6Status,
+                           [this](Kel::Name const& device) { reported(Family::v6, device); });
   for (auto const& id : dir_->intfStatus().keys()) portCame(id);
 }
 
-PortRecorder::~PortRecorder() = default;
-
 void PortRecorder::portCame(Wire::IntfId const& id) {
   auto const port = dir_->intfStatus(id);
-  if (port) {
-    links_.insert_or_assign(id, Kel::makePtr<Link>(port, ring_));
-  } else if (links_.erase(id) > 0) {
-    ring_.add({Kel::now(), id.stringValue(), "link", "gone", ""});
-  }
+  bool const changed = Kel::follow(links_, id, port, [this](auto const& entity) {
+    auto const note = [this, followed = entity.get()] { noteLink(*followed); };
+    note();
+    return Kel::Reactor(entity, &Interface::EthIntfStatus::NotifieeConst::onLinkStatus, note);
+  });
+  if (changed && !port) ring_.add({Kel::now(), id.stringValue(), "link", "gone", ""});
+}
+
+void PortRecorder::noteLink(Interface::EthIntfStatus const& port) {
+  auto const status = port.linkStatus();
+  if (status == Interface::LinkStatus::unknown) return;
+  ring_.add({Kel::now(), port.intfId().stringValue(), "link", stringValue(status), ""});
 }
 
 void PortRecorder::reported(Family family, Kel::Name const& device) {

@@ -3,16 +3,36 @@
 
 #include <optional>
 
+#include "platform/model/agent.h"
 #include "programs/zerotouchd/history/ChangeRecorder.h"
-#include "programs/zerotouchd/history/MachineRecorder.h"
 #include "programs/zerotouchd/history/PortRecorder.h"
+
+// Writes down the states and timers of the agent's state machine.
+class MachineRecorder : public ZeroTouch::ZeroTouchSmModel::NotifieeConst {
+ public:
+  MachineRecorder(Kel::Ptr<ZeroTouch::ZeroTouchSmModel const> const& machine, Ring<History::State>& states,
+                  Ring<History::Timer>& timers);
+
+  void onCurrentState() override;
+  void onTimer() override;
+  void onTimerActive() override { noteTimer(); }
+
+ private:
+  void noteTimer();
+  void endTimer();
+
+  Ring<History::State>& states_;
+  Ring<History::Timer>& timers_;
+  std::uint64_t running_ = 0;  // the entry of the timer that runs; 0 for none
+  History::Timer timer_;
+};
 
 class Recorder {
  public:
   explicit Recorder(ZeroTouch::MountedEntities const& entities)
       : ports_(entities, port_), changes_(entities, change_) {}
 
-  // From now on; it is held until the null handle comes instead.
+  // Records the states and timers of `machine` from now on; null ends that.
   void machineIs(Kel::Ptr<ZeroTouch::ZeroTouchSmModel const> const& machine) {
     machine_ = machine ? Kel::makePtr<MachineRecorder>(machine, state_, timer_) : nullptr;
   }

@@ -1,7 +1,6 @@
-#include "programs/zerotouchd/history/MachineRecorder.h"
+#include "programs/zerotouchd/history/Recorder.h"
 
 #include "platform/kel/Clock.h"
-#include "programs/zerotouchd/history/Shortened.h"
 
 MachineRecorder::MachineRecorder(Kel::Ptr<ZeroTouch::ZeroTouchSmModel const> const& machine,
                                  Ring<History::State>& states, Ring<History::Timer>& timers)

@@ -1,4 +1,4 @@
-#include "programs/zerotouchd/Console.h"
+#include "programs/zerotouchd/Events.h"
 
 #include <array>
 #include <ctime>
@@ -13,4 +13,13 @@ void printEvent(Kel::LogEvent const& event) {
   std::array<char, 32> time{};
   std::strftime(time.data(), time.size(), "%F %T", &local);
   std::cerr << time.data() << " " << event.name << ": " << event.message << std::endl;
+}
+EventRing::EventRing() : sink_(Kel::logSinkIs([this](Kel::LogEvent const& event) { add(event); })) {}
+
+EventRing::~EventRing() { Kel::logSinkDel(sink_); }
+
+void EventRing::add(Kel::LogEvent const& event) {
+  ring_->eventIs(++last_,
+                 {event.time, event.name, event.severity, event.message, event.explanation, event.action});
+  if (ring_->event().size() > capacity) ring_->eventDel(ring_->event().begin()->first);
 }

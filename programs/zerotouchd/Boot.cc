@@ -1,22 +1,24 @@
-#include "programs/zerotouchd/ProvisioningSwitch.h"
+#include "programs/zerotouchd/Boot.h"
 
 #include <filesystem>
+#include <utility>
 
-#include "platform/kel/BootMemory.h"
+#include "programs/zerotouchd/Events.h"
 #include "zerotouch/utils/SettingsFile.h"
 #include "zerotouch/utils/ZeroTouchUtils.h"
 
 namespace {
 
-// The mark comes first: if the power goes between the two, provisioning is off once too often rather than
-// once too seldom. A flash that cannot be written keeps the entry, to the same effect.
+// Whether the settings file had the entry. The mark is written before the entry is removed: if the power
+// fails in between, provisioning is off once too often rather than once too seldom. A flash that cannot be
+// written keeps the entry, to the same effect.
 bool consumeDisableEntry(Kel::BootMemory const& mark) {
   Kel::String const path = ZeroTouch::filePathFromFSRoot(ZeroTouch::defaultConfigFilePath);
   auto settings = ZeroTouch::readSettings(path);
   if (!settings) return false;
   auto const entry = settings->find(ZeroTouch::disableSetting);
   if (entry == settings->end() || entry->second != ZeroTouch::disableOnNextReload) return false;
-  // Without the mark a host restarted within this boot would not know; then the entry has to stay.
+  // Without the mark, only the entry tells a host that is restarted within this boot, so it stays.
   if (!mark.keep("").empty()) return true;
   settings->erase(entry);
   ZeroTouch::writeSettings(path, *settings);
@@ -37,4 +39,27 @@ ProvisioningSwitch provisioningAtBoot(Kel::String const& runDirectory) {
     return {false, "there is a startup configuration, " + startupConfig};
   if (disabledOnce) return {false, "it was switched off for this boot"};
   return {true, "there is no startup configuration, " + startupConfig};
+}
+
+ReloadMark::ReloadMark(Kel::String const& runDirectory)
+    : memory_(runDirectory + "/reload-is-due", Kel::BootMemory::inNamespace("uts")),
+      left_(memory_.contents().has_value()) {}
+
+void ReloadMark::follow(Kel::Ptr<ZeroTouch::ZeroTouchSmModel const> const& sm) {
+  using Hooks = ZeroTouch::ZeroTouchSmModel::NotifieeConst;
+  if (!sm) {
+    reactor_ = {};
+    return;
+  }
+  // A shutdown that is asked for always comes about, so the mark is left when it is asked for.
+  reactor_ =
+      Kel::Reactor(sm, {&Hooks::onTransitionState, &Hooks::onCurrentState}, [this, machine = sm.get()] {
+        constexpr auto shutdown = ZeroTouch::ProvisioningState::stateShutdown;
+        if (machine->transitionState() == shutdown || machine->currentState() == shutdown) leave();
+      });
+}
+
+void ReloadMark::leave() {
+  if (std::exchange(written_, true)) return;
+  if (Kel::String const failure = memory_.keep(""); !failure.empty()) say(failure);
 }

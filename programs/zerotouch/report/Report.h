@@ -1,4 +1,5 @@
-// What a report is made of: where provisioning stands, and the host's history, in plain structures.
+// The report on a run: what it is made of (where provisioning stands, and the host's history, in plain
+// structures), and the parts of the page.
 #pragma once
 
 #include <string>
@@ -16,7 +17,7 @@ struct Run {
   };
   struct Timer {
     std::string name;
-    Kel::Seconds started, timeout, ended;  // ended: now, while it runs
+    Kel::Seconds started, timeout, ended;  // a timer that runs counts as ended now
     bool runs, ranOut;
   };
   struct PortReport {
@@ -35,8 +36,8 @@ struct Run {
   };
 
   Kel::Seconds now = 0;
-  Kel::Seconds start = 0;  // of the run: when stateInit was left, if it was
-  Kel::Seconds end = 0;    // now, or shortly after the last state when nothing more is to happen
+  Kel::Seconds start = 0;  // when the run left stateInit, or else when the history begins
+  Kel::Seconds end = 0;    // now, or shortly after the last state began when the run is over
   Kel::Value status;       // as fetchStatus() gives it
   std::string model, serial, systemMac;
   std::vector<State> states;
@@ -46,12 +47,19 @@ struct Run {
   std::vector<Event> events;
 };
 
-// For programs: {time, status, inventory, states, timers, ports, changes, events}.
+// What `report --json` prints: {time, status, inventory, states, timers, ports, changes, events}.
 Kel::Value fetchRun(Statebase::Client& host);
-// The same, understood.
+// The same as plain structures.
 Run runOf(Kel::Value const& fetched);
 
-// Whether a change is to the system, not a wish of the operator's or the reload.
+// Whether the change was one of the system's settings, and not a wish of the operator or the reload.
 bool isApplied(Run::Change const& change);
+
+// The picture of a run over time: its states, what was applied, its ports and its events. It is HTML, an SVG
+// element with a legend.
+std::string timeline(Run const& run);
+
+// The tables of states, events, ports, what was applied, and timers, as HTML.
+std::string details(Run const& run);
 
 }  // namespace ZeroTouchCommand

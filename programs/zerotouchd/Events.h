@@ -1,9 +1,18 @@
-// Keeps the last events in the state tree, for people to read back.
+// Where events go, and what the host itself says.
 #pragma once
+
+#include <string>
 
 #include "platform/kel/Log.h"
 #include "platform/model/log.h"
 
+// A line of the host's own on its standard error.
+void say(std::string const& text);
+
+// A log sink for hosts without a service manager that keeps their standard error.
+void printEvent(Kel::LogEvent const& event);
+
+// Keeps the last events in the state tree, for people to read back.
 class EventRing {
  public:
   static constexpr std::size_t capacity = 1000;

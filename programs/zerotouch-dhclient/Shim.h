@@ -1,0 +1,22 @@
+// The parts of the shim in front of the DHCP client.
+#pragma once
+
+#include <sys/types.h>
+
+// Makes the file of the client's leases, without which the client does not start. One that exists is left
+// alone.
+void makeLeaseFile(char const* path);
+
+// Leaves nothing in the lease file but the identifier by which servers know the client.
+void forgetLeases(char const* path);
+
+// From now on the kernel sends this process `signal` when `parent` ends. If it has ended already, the process
+// sends the signal to itself. The arrangement outlasts an exec, but is not inherited by children.
+void dieWithParent(pid_t parent, int signal);
+
+// Runs argv[0], with its arguments, as a child for a release, which has to get out even when whoever wants it
+// stops waiting. Returns the child's exit code, or 128 plus the signal that ended it. A request to stop, or
+// the end of `parent`, is not passed on: the child has 3 s from then to finish, and is killed after that. It
+// does not outlive this process. Without such a request there is no limit, since the client itself limits how
+// often it sends.
+int runRelease(char* const* argv, pid_t parent);
