@@ -253,20 +253,39 @@ void checkSame(char const* attribute, T const& wanted, T const& current) {
                        " than the current value of " + shown(current) + " not allowed");
 }
 
-// Reads a key from `text`, or a value, and hands it to `use`. Returns the reason when it cannot be read, else
-// what `use` returns.
-template <typename K, typename Use>
-std::string withKey(std::string_view text, Use&& use) {
+// These read a key from `text` or a value from `value`, and hand both to `use` with the entity. With a null
+// entity the input is only checked. They return the reason for a refusal, or "". `check` does the same for a
+// value that was read. The functions are plain pointers, so that each of these is compiled once for each
+// type.
+template <typename K>
+std::string withKey(Entity* entity, std::string_view text, void (*use)(Entity&, K const&)) {
   K key{};
   if (auto error = Codec<K>::fromText(text, key); !error.empty()) return error;
-  return use(key);
+  if (entity != nullptr) use(*entity, key);
+  return {};
 }
 
-template <typename T, typename Use>
-std::string withValue(Value const& value, Use&& use) {
-  T parsed{};
-  if (auto error = Codec<T>::fromValue(value, parsed); !error.empty()) return error;
-  return use(parsed);
+template <typename V>
+std::string withValue(Entity* entity, Value const& value, void (*use)(Entity&, V const&),
+                      std::string (*check)(V const&) = nullptr) {
+  V parsed{};
+  if (auto error = Codec<V>::fromValue(value, parsed); !error.empty()) return error;
+  if (check != nullptr) {
+    if (auto error = check(parsed); !error.empty()) return error;
+  }
+  if (entity != nullptr) use(*entity, parsed);
+  return {};
+}
+
+template <typename K, typename V>
+std::string withKeyAndValue(Entity* entity, std::string_view text, Value const& value,
+                            void (*use)(Entity&, K const&, V const&)) {
+  K key{};
+  if (auto error = Codec<K>::fromText(text, key); !error.empty()) return error;
+  V parsed{};
+  if (auto error = Codec<V>::fromValue(value, parsed); !error.empty()) return error;
+  if (entity != nullptr) use(*entity, key, parsed);
+  return {};
 }
 
 template <typename K, typename V>
