@@ -24,47 +24,6 @@ class Pam : public Wire::Pam {
 
 }  // namespace
 
-class World::StateWatch : public ZeroTouch::ZeroTouchSmModel::NotifieeConst {
- public:
-  explicit StateWatch(World& world) : NotifieeConst(world.agent->ztSm()), world_(world) {}
-  void onCurrentState() override { world_.handleState(); }
-
- private:
-  World& world_;
-};
-
-// Makes a port routed once a layer-3 interface is wanted.
-class World::Forwarding : public L3::Intf::ConfigDir::NotifieeConst {
- public:
-  explicit Forwarding(World& world) : NotifieeConst(world.platform.l3ConfigDir), world_(world) {}
-  void onIntfConfig(Wire::IntfId const& intfId) override {
-    using enum Interface::IntfForwardingModel;
-    if (auto const port = world_.platform.episd->intfStatus(intfId))
-      port->forwardingModelIs(notifier().intfConfig(intfId) ? routed : bridged);
-  }
-
- private:
-  World& world_;
-};
-
-// Opens packet sockets where they are wanted.
-class World::Sockets : public Interface::PamDesiredIntfDir::NotifieeConst {
- public:
-  explicit Sockets(World& world)
-      : NotifieeConst(world.agent->ztPamMan()->pamDesiredIntfDir()),
-        open_(world.agent->ztPamMan()->ethDevPamCollection()) {}
-  void onIntfDesired(Wire::IntfId const& intfId) override {
-    if (notifier().intfDesired(intfId)) {
-      open_->intfPamIs(Kel::makePtr<Pam>(intfId));
-    } else {
-      open_->intfPamDel(intfId);
-    }
-  }
-
- private:
-  Kel::Ptr<Interface::EthDevPamCollection> open_;
-};
-
 World::World(std::uint64_t bits, bool recorded) : recorded_(recorded) {
   Choice choice(bits);
   namespace fs = std::filesystem;
@@ -104,10 +63,20 @@ World::World(std::uint64_t bits, bool recorded) : recorded_(recorded) {
     if (event.name == "ZTP_RELOAD") ++reloads_;
     note("  " + event.name + ": " + event.message);
   });
-  forwarding_ = Kel::makePtr<Forwarding>(*this);
+  // A port becomes routed once a layer-3 interface is wanted.
+  using enum Interface::IntfForwardingModel;
+  forwarding_ =
+      Kel::Reactor(platform.l3ConfigDir, &L3::Intf::ConfigDir::NotifieeConst::onIntfConfig,
+                   [this](Wire::IntfId const& id) {
+                     if (auto const intf = platform.episd->intfStatus(id))
+                       intf->forwardingModelIs(platform.l3ConfigDir->intfConfig(id) ? routed : bridged);
+                   });
   agent = platform.createAgent(ZeroTouch::agentCreatorFactory);
-  stateWatch_ = Kel::makePtr<StateWatch>(*this);
-  sockets_ = Kel::makePtr<Sockets>(*this);
+  stateWatch_ = Kel::Reactor(agent->ztSm(), &ZeroTouch::ZeroTouchSmModel::NotifieeConst::onCurrentState, this,
+                             &World::handleState);
+  sockets_ =
+      Kel::Reactor(agent->ztPamMan()->pamDesiredIntfDir(),
+                   &Interface::PamDesiredIntfDir::NotifieeConst::onIntfDesired, this, &World::openSocket);
 }
 
 World::World() : World(5, false) {
@@ -125,8 +94,8 @@ World::~World() {
 }
 
 void World::drop() {
-  stateWatch_ = nullptr;
-  sockets_ = nullptr;
+  stateWatch_ = {};
+  sockets_ = {};
   agent = nullptr;
 }
 
@@ -223,14 +192,19 @@ void World::hearLldp(unsigned index) {
     Kel::Ptr<Wire::Pam>(const_cast<Wire::Pam*>(pam.get()))->readableCountIs(pam->readableCount() + 1);
 }
 
-void World::socketChanges(unsigned index) {
-  auto const& sockets = agent->ztPamMan()->ethDevPamCollection();
-  bool const wanted = agent->ztPamMan()->pamDesiredIntfDir()->intfDesired(port(index));
-  if (sockets->intfPam(port(index))) {
-    sockets->intfPamDel(port(index));
-  } else if (wanted) {
-    sockets->intfPamIs(Kel::makePtr<Pam>(port(index)));
+// Opens a packet socket when it is wanted, otherwise closes it.
+void World::openSocket(Wire::IntfId const& intfId) {
+  auto const& open = agent->ztPamMan()->ethDevPamCollection();
+  if (agent->ztPamMan()->pamDesiredIntfDir()->intfDesired(intfId)) {
+    open->intfPamIs(Kel::makePtr<Pam>(intfId));
+  } else {
+    open->intfPamDel(intfId);
   }
+}
+
+void World::socketChanges(unsigned index) {
+  auto const& open = agent->ztPamMan()->ethDevPamCollection();
+  open->intfPam(port(index)) ? open->intfPamDel(port(index)) : openSocket(port(index));
 }
 
 std::vector<Kel::Ptr<Kel::ChildSiginfo>> World::running() const {

@@ -8,6 +8,7 @@
 
 #include "platform/kel/ActivityManager.h"
 #include "platform/kel/Log.h"
+#include "platform/kel/Reactor.h"
 #include "platform/kel/testing/FakeChildRunner.h"
 #include "platform/kel/testing/SimulatedTime.h"
 #include "tests/simulation/FakeCurl.h"
@@ -107,11 +108,8 @@ class World {
   Kel::Ptr<ZeroTouch::AgentCreator> agent;
 
  private:
-  class StateWatch;
-  class Forwarding;
-  class Sockets;
-
   void handleState();
+  void openSocket(Wire::IntfId const& intfId);
   void checkNotStuck();
   void checkOwners();
   void checkPorts();
@@ -132,7 +130,5 @@ class World {
   std::string identity_;               // of the answer that was chosen last
   std::string frozen_;                 // the ports that were known when the view of them was frozen
   std::set<Wire::IntfId> configured_;  // interfaces whose configuration is not the agent's
-  Kel::Ptr<StateWatch> stateWatch_;
-  Kel::Ptr<Forwarding> forwarding_;
-  Kel::Ptr<Sockets> sockets_;
+  Kel::Reactor stateWatch_, forwarding_, sockets_;
 };

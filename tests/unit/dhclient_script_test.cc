@@ -14,33 +14,16 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-Environment const bound = {
-    {"reason", "BOUND"},
-    {"interface", "e0"},
-    {"new_bootfile_name", R"(http://10.9.0.1/cfg?a=1\&b=2\'\"\\\$\`\|;~)"},
-    {"new_domain_name", "example.com"},
-    {"new_domain_name_servers", "8.8.8.8 9.9.9.9"},
-    {"new_filename", "/bootp"},
-    {"new_host_name", "host-a"},
-    {"new_interface_mtu", "1400"},
-    {"new_ip_address", "10.9.0.50"},
-    {"new_log_servers", "10.9.0.7"},
-    {"new_rfc3442_classless_static_routes", "24 10 1 2 10 9 0 1 0 10 9 0 9 20 172 16 31 10 9 0 2"},
-    {"new_routers", "10.9.0.1 10.9.0.2"},
-    {"new_static_routes", "10.0.0.0 10.9.0.3 192.168.7.1 10.9.0.4 0.0.0.0 10.9.0.5"},
-    {"new_subnet_mask", "255.255.255.0"},
-    {"new_tftp_server_name", "tftp.example.com"},
-};
+Environment read(std::string const& variables) {
+  Environment result;
+  std::istringstream lines(variables);
+  for (std::string line; std::getline(lines, line);)
+    result[line.substr(0, line.find('='))] = line.substr(line.find('=') + 1);
+  return result;
+}
 
-Environment const bound6 = {
-    {"reason", "BOUND6"},
-    {"interface", "e0"},
-    {"new_dhcp6_bootfile_url", R"(http://[fd00:9::1]/cfg?a=1\&b=\'2\')"},
-    {"new_dhcp6_domain_search", "example.com. b.example.org."},
-    {"new_dhcp6_name_servers", "fd00:9::1 fd00:9::2"},
-    {"new_ip6_address", "fd00:9::1c9"},
-    {"new_ip6_prefixlen", "128"},
-};
+auto const answers = Statebase::testing::transcript("dhclient_answers.txt");
+Environment const bound = read(answers[0].second), bound6 = read(answers[1].second);
 
 Environment with(Environment environment, Environment const& changes) {
   for (auto const& [name, value] : changes) environment[name] = value;
@@ -79,19 +62,8 @@ std::pair<std::string, Complaints> recorded(Environment const& environment) {
 }
 
 TEST(DhclientScript, AnAnswerBecomesARecord) {
-  for (auto const& [environment, record] : std::vector<std::pair<Environment, std::string>>{
-           {bound,
-            R"({"reason":"BOUND","bootFileName":"http://10.9.0.1/cfg?a=1&b=2'\"\\$`|;~",)"
-            R"("addrWithMask":"10.9.0.50/24","mtu":1400,)"
-            R"("staticRoute":{"0":{"prefix":"10.1.2.0/24","nextHop":"10.9.0.1"},)"
-            R"("1":{"prefix":"172.16.16.0/20","nextHop":"10.9.0.2"}},"gateway":{"0":"10.9.0.9"},)"
-            R"("hostname":"host-a","nameServer":{"0":"8.8.8.8","1":"9.9.9.9"},"domainName":"example.com",)"
-            R"("serverName":"tftp.example.com","loggingHost":{"10.9.0.7":{"host":"10.9.0.7","port":514}}})"},
-           {bound6,
-            R"({"reason":"BOUND6","bootFileName":"http://[fd00:9::1]/cfg?a=1&b='2'",)"
-            R"("addrWithMask":"fd00:9::1c9/128","mtu":0,"staticRoute":{},"gateway":{},"hostname":"",)"
-            R"("nameServer":{"0":"fd00:9::1","1":"fd00:9::2"},"domainName":"example.com","serverName":"",)"
-            R"("loggingHost":{}})"}}) {
+  for (auto const& [record, variables] : answers) {
+    Environment const environment = read(variables);
     EXPECT_EQ(recorded(environment), std::pair(record, Complaints()));
     Hook::Complaints none;
     Kel::Value const params = Hook::messageFor(environment, none)->params;
@@ -172,68 +144,24 @@ std::string times(std::size_t count, std::string const& text) {
 
 // One attribute of an otherwise good answer is left out or takes another value, and that is complained of.
 TEST(DhclientScript, BadValuesAreDroppedAndTheRestCounts) {
-  std::string const longName = times(127, "a.") + "a";  // 255 bytes
-  std::string const url4k = "http://h/" + std::string(4096 - 9, 'x');
-  struct {
-    char const* variable;
-    std::string value;
-    char const* attribute;
-    std::string expected;   // JSON
-    std::string complaint;  // empty for none
-  } const cases[] = {
-      {"bootfile_name", "", "bootFileName", R"("/bootp")", ""},
-      {"bootfile_name", R"(cfg\000\000)", "bootFileName", R"("cfg")", ""},
-      {"bootfile_name", R"(a\\101\\)", "bootFileName", R"("a\\101\\")", ""},
-      {"bootfile_name", url4k, "bootFileName", "\"" + url4k + "\"", ""},
-      {"bootfile_name", url4k + "x", "bootFileName", R"("/bootp")", "longer than 4096 bytes"},
-      {"bootfile_name", R"(a\012b)", "bootFileName", R"("/bootp")",
-       R"(bootfile-name: "a?b": something else)"},
-      {"bootfile_name", "a\nb\x1b[2J", "bootFileName", R"("/bootp")", R"("a?b?[2J": something else)"},
-      {"bootfile_name", R"(a\000b)", "bootFileName", R"("/bootp")", "printable"},
-      {"bootfile_name", R"(\303\251\377)", "bootFileName", R"("/bootp")", "printable"},
-      {"host_name", R"(a\;reboot)", "hostname", R"("")", R"("a;reboot": something else than letters)"},
-      {"host_name", longName, "hostname", R"("")", "longer than 253"},
-      {"domain_name", "a..b", "domainName", R"("")", "empty label"},
-      {"tftp_server_name", R"(\001\177q)", "serverName", R"("")", R"(tftp-server-name: "??q": )"},
-      {"interface_mtu", "67", "mtu", "0", "68 to 65535"},
-      {"interface_mtu", "68", "mtu", "68", ""},
-      {"interface_mtu", "70000", "mtu", "0", "68 to 65535"},
-      {"interface_mtu", "1400x", "mtu", "0", "68 to 65535"},
-      {"ip_address", "255.255.255.255", "addrWithMask", R"("0.0.0.0/0")", "broadcast"},
-      {"ip_address", "10.9.0", "addrWithMask", R"("0.0.0.0/0")", "no IPv4 address"},
-      {"ip_address", "", "addrWithMask", R"("0.0.0.0/0")", ""},
-      {"subnet_mask", "255.255.255.255", "addrWithMask", R"("10.9.0.50/32")", ""},
-      {"subnet_mask", "255.0.255.0", "addrWithMask", R"("10.9.0.50/8")", "no mask"},
-      {"subnet_mask", "0.0.0.0", "addrWithMask", R"("10.9.0.50/8")", "no mask"},
-      {"subnet_mask", "", "addrWithMask", R"("10.9.0.50/8")", ""},
-      {"domain_name_servers", "127.0.0.1 8.8.8.8 x", "nameServer", R"({"0":"8.8.8.8"})",
-       R"("127.0.0.1": a loopback)"},
-      {"domain_name_servers", times(40, "8.8.8.8 "), "nameServer",
-       R"({"0":"8.8.8.8","1":"8.8.8.8","2":"8.8.8.8","3":"8.8.8.8","4":"8.8.8.8","5":"8.8.8.8",)"
-       R"("6":"8.8.8.8","7":"8.8.8.8"})",
-       "has 40 entries: only the first 8"},
-      {"log_servers", "255.255.255.255", "loggingHost", "{}", "log-servers"},
-      {"rfc3442_classless_static_routes", "32 1 2 3 4 10 9 0 1 0 10 9 0 9 24 1 2", "staticRoute",
-       R"({"0":{"prefix":"1.2.3.4/32","nextHop":"10.9.0.1"}})", "malformed after 2 usable"},
-      {"rfc3442_classless_static_routes", "0 10 9 0 9 8 10 224 0 0 1", "staticRoute", "{}",
-       R"("10.0.0.0/8 by 224.0.0.1": the next hop is a multicast)"},
-      {"rfc3442_classless_static_routes", "8 7 10 9 0 1", "gateway", "{}", ""},
-      {"ip6_address", "ff02::1", "addrWithMask", R"("0.0.0.0/0")", "multicast"},
-      {"ip6_address", "", "addrWithMask", R"("0.0.0.0/0")", ""},
-      {"ip6_prefixlen", "129", "addrWithMask", R"("0.0.0.0/0")", "129"},
-      {"dhcp6_name_servers", "fe80::1 fd00::2", "nameServer", R"({"0":"fd00::2"})", "fe80::1"},
-      {"dhcp6_domain_search", R"(a\098c.com. b.com.)", "domainName", R"("")", "a"},
-      {"dhcp6_bootfile_url", R"(http://h/\033)", "bootFileName", R"("")", "printable"},
-  };
+  auto cases = Statebase::testing::transcript("dhclient_values.txt");
+  cases.emplace_back("bootfile_name=a\nb\x1b[2J", "bootFileName \"/bootp\"\n\"a?b?[2J\": something else\n");
+  cases.emplace_back("bootfile_name=" + std::string(4097, 'x'),
+                     "bootFileName \"/bootp\"\nlonger than 4096\n");
   Kel::Value const before = Statebase::parseJson(recorded(bound).first);
   Kel::Value const before6 = Statebase::parseJson(recorded(bound6).first);
-  for (auto const& [variable, value, attribute, expected, complaint] : cases) {
-    SCOPED_TRACE(std::string(variable) + " " + value);
-    std::string const name = std::string("new_") + variable;
+  for (auto const& [asked, outcome] : cases) {
+    SCOPED_TRACE(asked);
+    std::size_t const equals = asked.find('='), blank = outcome.find(' '), end = outcome.find('\n');
+    std::string const name = "new_" + asked.substr(0, equals), attribute = outcome.substr(0, blank);
+    std::string const expected = outcome.substr(blank + 1, end - blank - 1);
+    std::string const complaint =
+        end + 1 < outcome.size() ? outcome.substr(end + 1, outcome.size() - end - 2) : "";
     bool const six = bound6.contains(name);
-    auto const [record, complaints] = recorded(with(six ? bound6 : bound, {{name, value}}));
+    auto const [record, complaints] =
+        recorded(with(six ? bound6 : bound, {{name, asked.substr(equals + 1)}}));
     Kel::Value const after = Statebase::parseJson(record);
-    bool const ofRoutes = std::string_view(variable).starts_with("rfc3442");
+    bool const ofRoutes = name.starts_with("new_rfc3442");
     for (auto const& [other, old] : *(six ? before6 : before).as<Kel::ValueMap>()) {
       if (other != attribute && ofRoutes && (other == "gateway" || other == "staticRoute")) continue;
       EXPECT_EQ(Statebase::dumpJson(*Statebase::member(after, other)),

@@ -30,7 +30,6 @@ class StateTree : public ::testing::Test, protected TestTree, private RpcSession
     return dumpJson(*member(*error, "code")) + " " + (path.empty() ? "" : path + ": ") + reason;
   }
 
-  std::string get(std::string const& path) { return request("get", R"({"path": ")" + path + "\"}"); }
   std::string set(std::string const& params, Role role = Role::host) { return request("set", params, role); }
   std::string del(std::string const& path, Role role = Role::host) {
     return request("delete", R"({"path": ")" + path + "\"}", role);
@@ -58,41 +57,19 @@ struct Recorder : Kel::Watcher {
 
 }  // namespace
 
-TEST_F(StateTree, EveryKindOfPathIsReadable) {
+TEST_F(StateTree, AnswersAreThoseWrittenDownAndNeitherReadsNorMistakesChangeAnything) {
   entityMib->rootIs()->modelNameIs("S1\x01\xff");
   dhcpStatus->intfDhcpStatusIs("et1")->nameServerIs(3, *Wire::IpGenAddr::fromString("10.0.0.1"));
-  for (
-      auto const& [path, value] : std::vector<std::pair<char const*, char const*>>{
-          {"/zerotouch/config/maxRunTime", R"("unlimited")"},
-          {"/zerotouch/config",
-           R"({"enabled":false,"cancelled":false,"scriptExecTimeout":3600,"maxDownloadSize":268435456,"maxRunTime":"unlimited"})"},
-          {"/interface/status/ethPhy/intfStatus/Ethernet1~11/linkStatus", R"("unknown")"},
-          // An attribute of the derived type, through a collection of its base.
-          {"/interface/status/all/intfStatus/Ethernet1~11/macAddr", R"("00:00:00:00:00:00")"},
-          {"/zerotouch/dhcpStatus/intfDhcpStatus/et1/nameServer", R"({"3":"10.0.0.1"})"},
-          {"/zerotouch/dhcpStatus/intfDhcpStatus/et1/nameServer/3", R"("10.0.0.1")"},
-          {"/entityMib",
-           "{\"status\":{\"systemMacAddr\":\"00:00:00:00:00:00\",\"root\":{\"initStatus\":"
-           "\"uninitialized\",\"modelName\":\"S1\\u0001\xef\xbf\xbd\",\"hardwareRev\":\"\",\"serialNum\":"
-           "\"\"}}}"}}) {
-    EXPECT_EQ(get(path), value) << path;
+  std::string const before = dump();
+  for (auto const& [asked, answer] : transcript("requests.txt")) {
+    std::size_t const blank = asked.find(' ');
+    std::string const method = asked.substr(0, blank), rest = asked.substr(blank + 1);
+    std::string const got = method == "line" ? answerTo(rest) : request(method, rest);
+    EXPECT_EQ(got.empty() ? got : got + "\n", answer) << asked;
+    EXPECT_EQ(dump(), before) << asked;
   }
-  EXPECT_EQ(request("time", "{}"), "1700000000.0");
-  std::string const enabled = "/zerotouch/config/enabled";
-  for (
-      auto const& [paths, answer] : std::vector<std::pair<std::string, std::string>>{
-          {"[]", "{}"},
-          {R"(["/nowhere", "/entityMib/status/root/modelNumber", "/entityMib/status/systemMacAddr", "/zerotouch/config/enabled"])",
-           R"({"/nowhere":null,"/entityMib/status/root/modelNumber":null,"/entityMib/status/systemMacAddr":"00:00:00:00:00:00","/zerotouch/config/enabled":false})"},
-          {R"(["/entityMib", "entityMib"])", "-32001 entityMib: malformed path"},
-          {R"(["/entityMib", "/", "/entityMib"])", "-32602 /entityMib: it is listed twice"},
-          {R"(["/entityMib", 1])", "-32602 'paths' holds what is no string"},
-          {R"("/entityMib")", "-32602 'paths' is no list"},
-          {"[]"
-           ", \"path\": \"/\"",
-           "-32602 unknown or repeated parameter 'path'"}}) {
-    EXPECT_EQ(request("get", R"({"paths": )" + paths + "}"), answer) << paths;
-  }
+  EXPECT_TRUE(answerTo("").starts_with("-32700 not JSON: syntax error while parsing value"));
+  EXPECT_EQ(answerTo(std::string(40'000, '[')), "-32700 not JSON: nested deeper than 32 levels");
 }
 
 TEST_F(StateTree, OneMessageCreatesTheEntryThenSetsInTheOrderGiven) {
@@ -126,98 +103,6 @@ TEST_F(StateTree, DeleteTakesEntriesWholeCollectionsAndOptionalEntities) {
   EXPECT_TRUE(dhcpStatus->intfDhcpStatus().empty());
   EXPECT_EQ(del("/entityMib/status/root"), "true");
   EXPECT_FALSE(entityMib->root());
-}
-
-TEST_F(StateTree, BadInputIsNamedAndChangesNothing) {
-  dhcpStatus->intfDhcpStatusIs("et1");
-  std::string const before = dump();
-  std::string const conf = "/zerotouch/config", enabled = conf + "/enabled",
-                    limit = conf + "/scriptExecTimeout", dhcp = "/zerotouch/dhcpStatus",
-                    et1 = dhcp + "/intfDhcpStatus/et1", et2 = dhcp + "/intfDhcpStatus/et2",
-                    link = "/interface/status/ethPhy/intfStatus/Ethernet1~11/linkStatus";
-  struct {
-    std::string path;
-    char const* parameters;
-    int code;
-    char const* error;  // behind the path
-  } const cases[] = {
-      {enabled, R"(, "value": true, "valeu": 1)", -32602, ": unknown or repeated parameter 'valeu'"},
-      {enabled, "", -32602, ": 'value' is missing"},
-      {conf, R"(, "attributes": {}, "value": {})", -32602, ": 'value' and 'attributes' exclude each other"},
-      {conf, R"(, "replace": 1)", -32602, ": 'replace' is no boolean"},
-      {"zerotouch", "", -32001, ": malformed path"},
-      {"/zerotouch//config", "", -32001, ": malformed path"},
-      {"/zerotouch/~2", "", -32001, ": malformed path"},
-      {"/nowhere/x", "", -32001, ": nothing is at /nowhere"},
-      {"/zerotouch", R"(, "value": {})", -32002, ": a directory cannot be written"},
-      {enabled + "/x", R"(, "value": 1)", -32001, ": nothing lies below /zerotouch/config/enabled"},
-      {conf + "/x", R"(, "value": 1)", -32001, ": ZeroTouch::Config has no attribute 'x'"},
-      {conf, R"(, "replace": true)", -32002, ": only an entity that another one holds can be replaced"},
-      {conf, R"(, "attributes": {"enabled": true, "cancelled": 1})", -32002,
-       "/cancelled: expected true or false"},
-      {conf, R"(, "attributes": {"enabled": true, "x/y": 1})", -32001,
-       "/x~1y: ZeroTouch::Config has no attribute 'x/y'"},
-      {conf, R"(, "attributes": [1])", -32002, ": expected an object"},
-      {limit, R"(, "value": -1)", -32002, ": expected a whole number from 0 to 4294967295"},
-      {limit, R"(, "value": 4294967296)", -32002, ": expected a whole number from 0 to 4294967295"},
-      {conf + "/maxRunTime", R"(, "value": "long")", -32002,
-       ": expected seconds (a number from 0 on) or \"unlimited\""},
-      {et1 + "/mtu", R"(, "value": 65536)", -32002, ": expected at most 65535"},
-      {et1 + "/reason", R"(, "value": "0123456789abcdef0123456789abcdef0")", -32002,
-       ": longer than 32 bytes"},
-      {et2 + "/mtu", R"(, "value": 1)", -32001, ": what should hold it does not exist"},
-      {et2, R"(, "attributes": {"mtu": 1, "hostname": 1})", -32002, "/hostname: expected a string"},
-      {et1, R"(, "replace": true, "attributes": {"mtu": ""})", -32002,
-       "/mtu: expected a whole number from 0 to 4294967295"},
-      {et1 + "/gateway/256", R"(, "value": "10.0.0.1")", -32001,
-       ": '256': expected a whole number from 0 to 255"},
-      {et1 + "/gateway/00", R"(, "value": "10.0.0.1")", -32001,
-       ": '00': expected a whole number from 0 to 255"},
-      {et1, R"(, "attributes": {"mtu": 1, "gateway": {"0": "10.0.0.1", "1": "10.0.0.256"}})", -32002,
-       "/gateway/1: '10.0.0.256' is no IP address"},
-      {et1 + "/addrWithMask", R"(, "value": "10.0.0.5/33")", -32002,
-       ": '10.0.0.5/33' is no IP address with mask"},
-      {et1 + "/staticRoute/0", R"(, "value": {"prefix": "10.0.0.0/33"})", -32002,
-       ": prefix: '10.0.0.0/33' is no IPv4 address with mask"},
-      {dhcp, R"(, "attributes": {"intfDhcpStatus": {"": {}}})", -32002, "/intfDhcpStatus/: an empty key"},
-      {link, R"(, "value": "sideways")", -32002, ": expected one of unknown, down, up"},
-      {link, R"(, "value": 2)", -32002, ": expected one of unknown, down, up"},
-  };
-  for (auto const& c : cases) {
-    std::string const params = R"({"path": ")" + c.path + "\"" + c.parameters + "}";
-    EXPECT_EQ(set(params), std::to_string(c.code) + " " + c.path + c.error);
-    EXPECT_EQ(dump(), before) << params;
-  }
-  EXPECT_EQ(set("{}"), "-32602 'path' is missing or no string");
-  EXPECT_EQ(set("[]"), "-32602 'params' is no object");
-  EXPECT_EQ(get(et2), "-32001 " + et2 + ": no such entry");
-  EXPECT_EQ(del(conf), "-32002 /zerotouch/config: what is mounted cannot be deleted");
-  for (std::string const& path : {enabled, std::string("/routing/config/routeList")})
-    EXPECT_EQ(del(path), "-32002 " + path + ": it cannot be deleted");
-  EXPECT_EQ(del("/zerotouch"), "-32002 /zerotouch: a directory cannot be written");
-  EXPECT_EQ(dump(), before);
-}
-
-TEST_F(StateTree, RequestsThatAreNoneAreRefusedAndNotificationsNeverAnswered) {
-  std::string const none = "syntax error while parsing value - unexpected end of input; ";
-  for (auto const& [line, answer] : std::vector<std::pair<std::string, std::string>>{
-           {"", "-32700 not JSON: " + none + "expected '[', '{', or a literal"},
-           {R"({"jsonrpc": "2.0", "id": 1)",
-            "-32700 not JSON: syntax error while parsing object - unexpected end of input; expected '}'"},
-           {std::string(40'000, '['), "-32700 not JSON: nested deeper than 32 levels"},
-           {"[]", "-32600 a request is an object"},
-           {R"({"id": 1, "method": "get"})", "-32600 'jsonrpc' is not \"2.0\""},
-           {R"({"jsonrpc": "2.0", "id": 1})", "-32600 'method' is missing or no string"},
-           {R"({"jsonrpc": "2.0", "id": [], "method": "time"})", "-32600 'id' is no string and no number"},
-           {R"({"jsonrpc": "2.0", "id": "a", "method": "reboot"})", "-32601 unknown method 'reboot'"},
-           {R"({"jsonrpc": "2.0", "id": null, "method": "time"})", "1700000000.0"},
-           // Without an id, whatever is wrong.
-           {R"({"jsonrpc": "2.0", "method": "get", "params": {"path": "/zerotouch"}})", ""},
-           {R"({"jsonrpc": "2.0", "method": "set", "params": {"path": "/nowhere"}})", ""},
-           {R"({"jsonrpc": "1.0", "method": 1, "params": 2})", ""},
-           {R"({})", ""}}) {
-    EXPECT_EQ(answerTo(line), answer) << line.substr(0, 80);
-  }
 }
 
 TEST_F(StateTree, RolesDecideWhoMayWrite) {
