@@ -132,6 +132,8 @@ TEST_F(CommandLine, PortsTellWhetherTheyTakePartAndWhyNot) {
   machine->dhclientIntfIs("et1/1");
   machine->dhclientReleasesIs(true);
   machine->choosenIntfIs(record);
+  machine->chosenAnswerIs(Kel::makePtr<ZeroTouch::ChosenAnswer>(
+      ZeroTouch::AnswerFamily::dhcpv6, dhcpStatus->intfDhcp6Status("et1/1"), "http://h/\033c", "http", ""));
   time.advance(12);
   EXPECT_EQ(run("ports"),
             "Port  Device  Link         Takes part   Speed     Next  LLDP      Keeps speed\n"
