@@ -225,7 +225,8 @@ class Collection {
 
   void announce(Entity& owner, unsigned level, std::string_view name, K const& key, AnyHook<K> hook) {
     if (!owner.observed()) return;
-    K const held = key;  // `key` may be part of what a handler deletes
+    // `key` may be part of what a handler deletes.
+    K const held = key;  // NOLINT(performance-unnecessary-copy-initialization)
     owner.notify(level, name, hook, held);
   }
 

@@ -19,7 +19,7 @@ struct View {
   Kel::Value served4, served6, servedStateless;  // devices with a client that runs
   Kel::Value members6, waitingStateless;         // interfaces that DHCPv6 is for
   Kel::Value releases4, releases6;               // whether that client hands a lease back
-  Kel::Value chosenIntf;
+  Kel::Value chosenIntf, chosenAnswer;
   std::string chosen;  // its name, or ""
 };
 
@@ -44,7 +44,8 @@ View fetch(Context const& context) {
       {"/zerotouch/sm/intfStatus6Stateless", &view.waitingStateless},
       {"/zerotouch/sm/dhclientReleases", &view.releases4},
       {"/zerotouch/sm/dhclient6Releases", &view.releases6},
-      {"/zerotouch/sm/choosenIntf", &view.chosenIntf}};
+      {"/zerotouch/sm/choosenIntf", &view.chosenIntf},
+      {"/zerotouch/sm/chosenAnswer", &view.chosenAnswer}};
   Snapshot::Paths paths;
   for (auto const& [path, value] : parts) paths.emplace_back(path);
   Statebase::Client host(context.socketPath);
@@ -168,16 +169,20 @@ DhcpRow dhcpRow(View const& view, std::string const& port, Kel::Value const& res
           .chosen = whyNotChosen(view, result, asks, linkUp)};
 }
 
-// Says on the port that was chosen which of the two families was taken.
-void settleChosen(std::vector<DhcpRow>& rows, Kel::Value const& four, Kel::Value const& six) {
-  if (hasBootFile(four)) {
-    rows[0].chosen = "yes";
-    if (rows.size() > 1) rows[1].chosen = "no, DHCPv4 goes first";
-  } else if (hasBootFile(six)) {
-    if (four == Kel::Value()) rows[0].chosen = "no, DHCPv6 was first";
-    rows[1].chosen = "yes";
-  } else {
-    for (auto& row : rows) row.chosen = row.report == "-" ? "yes, its lease was given back" : row.chosen;
+// Says on the port that was chosen which family's answer was taken. The agent keeps that, since the record of
+// the answer goes when its lease is handed back.
+void settleChosen(std::vector<DhcpRow>& rows, std::string const& family) {
+  if (family.empty()) return;
+  std::size_t const winner = family == "dhcpv4" ? 0 : 1;
+  for (std::size_t i = 0; i < rows.size(); ++i) {
+    auto& row = rows[i];
+    if (i == winner) {
+      row.chosen = row.report == "-" ? "yes, its lease was given back" : "yes";
+    } else if (winner == 0) {
+      row.chosen = "no, DHCPv4 goes first";
+    } else if (row.report == "-" || row.bootFile != "-") {
+      row.chosen = "no, DHCPv6 was first";
+    }
   }
 }
 
@@ -195,10 +200,11 @@ std::vector<DhcpRow> dhcpRows(View const& view, std::string const& port, std::st
   bool const stateless = waits || contains(view.servedStateless, device);
   if (stateless) {
     rows.push_back(dhcpRow(view, port, six, "DHCPv6 stateless", waits ? "waits its turn" : "asks", linkUp));
-  } else if (contains(view.members6, port) || contains(view.served6, device) || six != Kel::Value()) {
+  } else if (contains(view.members6, port) || contains(view.served6, device) || six != Kel::Value() ||
+             (view.chosen == port && memberText(view.chosenAnswer, "family") != "dhcpv4")) {
     rows.push_back(dhcpRow(view, port, six, "DHCPv6", client(view.served6, isTrue(view.releases6)), linkUp));
   }
-  if (view.chosen == port) settleChosen(rows, four, six);
+  if (view.chosen == port) settleChosen(rows, memberText(view.chosenAnswer, "family"));
   return rows;
 }
 
