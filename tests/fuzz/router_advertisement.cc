@@ -15,7 +15,7 @@ void fuzz(std::string_view input) {
     KEL_ASSERT(out.managed && out.other && out.lifetime == -1, "a refused message changes nothing");
     return;
   }
-  KEL_ASSERT(bytes[0] == 255 && source.stringValue().starts_with("fe"), "of a neighbour");
+  KEL_ASSERT(bytes[0] == 255 && bytes[1] == 0xfe && bytes[2] >> 6 == 2, "of a neighbour, from its fe80::/10");
   KEL_ASSERT(message.size() >= 16 && message.size() % 8 == 0, "whole options");
   KEL_ASSERT(message[0] == 134 && message[1] == 0, "a router advertisement");
   KEL_ASSERT(out.managed == (message[5] >> 7 & 1) && out.other == (message[5] >> 6 & 1), "its flags");

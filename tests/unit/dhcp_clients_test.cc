@@ -85,24 +85,6 @@ TEST_F(DhcpClients, the_first_answer_with_a_boot_file_is_taken) {
   EXPECT_EQ(sm().choosenIntf()->intfName(), "Ethernet2");
 }
 
-TEST_F(DhcpClients, a_query_that_failed_on_every_interface_is_reported_and_its_client_stopped) {
-  addUpPort("Ethernet1", "d1");
-  addUpPort("Ethernet2", "d2");
-  inQuery();
-  takeEvents();
-  for (auto const& [device, reason] : std::initializer_list<std::pair<char const*, char const*>>{
-           {"d1", "FAIL"}, {"d2", "BOUND"}, {"d2", "TIMEOUT"}}) {
-    EXPECT_EQ(takeEvents(), Strings{});
-    platform.dhcpStatus->intfDhcpStatusIs(device)->reasonIs(reason);
-  }
-  EXPECT_EQ(takeEvents(), Strings{"ZTP_DHCPv4_QUERY_FAIL: Failed to get a valid DHCPv4 response"});
-  EXPECT_EQ(children.last().signals, std::vector{SIGTERM});
-  EXPECT_EQ(runningTimer(), "DhclientQueryTimer");
-  sm().currentStateIs(State::stateRetry);  // in which the client of the record releases a lease
-  platform.dhcpStatus->intfDhcpStatusIs("d2")->reasonIs("FAIL");
-  EXPECT_EQ(takeEvents(), Strings{});
-}
-
 TEST_F(DhcpClients, stateless_interfaces_are_asked_one_after_the_other_once_the_others_are_silent) {
   // All are lo: only a real device has a switch for IPv6.
   for (auto const* const port : {"Ethernet1", "Ethernet2", "Ethernet3", "Ethernet4"}) {

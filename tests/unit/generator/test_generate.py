@@ -37,47 +37,16 @@ def test_output_that_is_the_same_is_not_written_again(tmp_path):
     assert {path: path.stat().st_mtime_ns for path in before} == before
 
 
-HEAD = 'namespace = "N"\n'
-ENTITY = HEAD + '[entity.E]\ndoc = "E."\n[entity.E.attributes]\nfine = { type = "u8", doc = "f" }\n'
-ENUM = HEAD + '[enum.C]\ndoc = "C."\nvalues = { red = 1 }\n'
-STRUCT = HEAD + '[struct.S]\ndoc = "S."\n[struct.S.fields]\n'
-
-# A schema, the line that is named, the reason.
-BAD = {
-    "no TOML": (HEAD + "x = = 1\n", 2, "Invalid value"),
-    "unknown entry": (HEAD + "color = 1\n", 2, "unknown entry 'color'"),
-    "unknown base": (HEAD + '[entity.E]\ndoc = "E."\nextends = "N::F"\n', 4, "entity 'E': unknown base 'N::F'"),
-    "base of its base": (ENTITY + '[entity.F]\ndoc = "F."\nextends = "N::G"\n[entity.G]\ndoc = "G."\nextends = "N::F"\n', 8,
-                         "entity 'F': extends itself"),
-    "no inline table": (ENTITY + 'a = "u8"\n', 6,
-                        "attribute 'a': needs exactly one of type, values, keys, entity, entities, reference, references"),
-    "unknown option": (ENTITY + 'a = { type = "u8", doc = "a", maximum = 3 }\n', 6,
-                       "attribute 'a': unknown option 'maximum'"),
-    "key of truth": (ENTITY + 'a = { keys = "bool", doc = "a" }\n', 6, "attribute 'a': 'bool' is no key type"),
-    "held without a key": (ENTITY + 'a = { entities = "N::E", doc = "a" }\n', 6, "attribute 'a': 'N::E' declares no 'key'"),
-    "reserved name": (ENTITY + 'class = { type = "u8", doc = "a" }\n', 6, "attribute 'class': not a usable name"),
-    "default too large": (ENTITY + 'a = { type = "u8", default = 256, doc = "a" }\n', 6, "attribute 'a': 'default' is no u8"),
-    "limit out of range": (ENTITY + 'a = { type = "u8", max = 300, doc = "a" }\n', 6, "attribute 'a': 'max' is no u8"),
-    "attribute of the base": (ENTITY + '[entity.F]\ndoc = "F."\nextends = "N::E"\n[entity.F.attributes]\n'
-                              'fine = { type = "u8", doc = "f" }\n', 10, "attribute 'fine': declared twice"),
-    "handle that is mounted nowhere": (ENTITY + '[handles]\na = { reference = "N::E", mount = "here", doc = "a" }\n', 7,
-                                       "handle 'a': 'mount' is no path"),
-    "handles that nobody lists": (HEAD + '[entity.E]\ndoc = "E."\nhandles = "all"\n', 4,
-                                  "entity 'E': 'handles' is to be all or passed, of the handles that its schema lists"),
-    "unknown enumerator": (ENUM + '[entity.E]\ndoc = "E."\n[entity.E.attributes]\n'
-                           'a = { type = "N::C", default = "blue", doc = "a" }\n', 8, "attribute 'a': 'default' is no N::C"),
-    "declared twice": (ENUM + '[struct.C]\ndoc = "C."\n[struct.C.fields]\n', 5, "struct 'C': declared twice"),
-    "entities in a circle": (ENTITY + 'a = { reference = "N::F", doc = "a" }\n[entity.F]\ndoc = "F."\n[entity.F.attributes]\n'
-                             'b = { reference = "N::E", doc = "b" }\n', 2, "entity 'E': needs itself through others"),
-}
+# What is said of a schema, behind the line that it is said of, and the schema.
+MISTAKES = (HERE / "expected" / "mistakes.txt").read_text().split("$ ")[1:]
 
 
-@pytest.mark.parametrize("schema, line, reason", BAD.values(), ids=BAD)
-def test_mistakes_are_told_with_file_and_line(tmp_path, schema, line, reason):
+@pytest.mark.parametrize("said, schema", [case.split("\n", 1) for case in MISTAKES])
+def test_mistakes_are_told_with_file_and_line(tmp_path, said, schema):
     path = tmp_path / "bad.toml"
     path.write_text(schema)
     result = generate("cpp", tmp_path, path)
-    assert (result.returncode, result.stderr.strip()) == (1, f"{path}:{line}: {reason}")
+    assert (result.returncode, result.stderr.strip()) == (1, f"{path}:{said}")
     assert [p.name for p in tmp_path.iterdir()] == ["bad.toml"]  # nothing is written
 
 
