@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <optional>
 
 #include "zerotouch/sm/ZeroTouchSm.h"
 
@@ -12,35 +13,18 @@ inline unsigned number(State state) {
   return static_cast<unsigned>(std::countr_zero(static_cast<std::uint32_t>(state)));
 }
 
-inline bool mayFollow(State from, State to) {
-  using enum ZeroTouch::ProvisioningState;
-  constexpr auto answered =
-      stateSetupSystemIdentity | stateFetchConfig | stateRetryFetchConfig | stateCopyConfigOrExecScript;
-  constexpr auto running =
-      stateSetupInterfaces | stateDhcpQuery | stateStatelessDhcpQuery | answered | stateRetry;
-  constexpr State before[] = {running,
-                              stateInit,
-                              stateSetupInterfaces | stateRetry,
-                              stateDhcpQuery,
-                              stateDhcpQuery | stateStatelessDhcpQuery,
-                              stateSetupSystemIdentity | stateRetryFetchConfig,
-                              stateFetchConfig,
-                              stateFetchConfig,
-                              stateStatelessDhcpQuery | answered,
-                              running | stateInit};
-  return (before[number(to)] & from) != stateInvalid;
-}
-
 // Each cause leads from certain states to one other.
-inline bool mayCause(ZeroTouch::TransitionCause cause, State from, State to) {
+struct Way {
+  ZeroTouch::TransitionCause cause;
+  State from, to;
+};
+inline auto const& ways() {
   using enum ZeroTouch::ProvisioningState;
   using enum ZeroTouch::TransitionCause;
-  struct Way {
-    ZeroTouch::TransitionCause cause;
-    State from, to;
-  };
-  constexpr auto any = static_cast<State>(0x3ff);
-  constexpr Way ways[] = {
+  constexpr auto running = stateSetupInterfaces | stateDhcpQuery | stateStatelessDhcpQuery |
+                           stateSetupSystemIdentity | stateFetchConfig | stateRetryFetchConfig |
+                           stateCopyConfigOrExecScript | stateRetry;
+  static constexpr Way all[] = {
       {provisioningEnabled, stateInit, stateSetupInterfaces},
       {portsSetUp, stateSetupInterfaces, stateDhcpQuery},
       {dhcpQueryOver, stateDhcpQuery, stateStatelessDhcpQuery},
@@ -68,14 +52,17 @@ inline bool mayCause(ZeroTouch::TransitionCause cause, State from, State to) {
       {attemptUndone, stateRetry, stateDhcpQuery},
       {dhcpResultsGone, stateRetry, stateDhcpQuery},
       {dhcpResultsRemain, stateRetry, stateDhcpQuery},
-      {provisioningDisabled, any, stateInit},
-      {provisioningCancelled, any, stateShutdown},
+      {provisioningDisabled, running, stateInit},
+      {provisioningCancelled, running | stateInit, stateShutdown},
       {configInstalled, stateCopyConfigOrExecScript, stateShutdown},
       {scriptSucceeded, stateCopyConfigOrExecScript, stateShutdown},
       {runTimeOver, stateRetry, stateShutdown},
   };
-  return std::ranges::any_of(ways, [&](Way const& way) {
-    return way.cause == cause && (way.from & from) != stateInvalid && way.to == to;
+  return all;
+}
+inline bool mayFollow(State from, State to, std::optional<ZeroTouch::TransitionCause> cause = {}) {
+  return std::ranges::any_of(ways(), [&](Way const& way) {
+    return (way.from & from) != State::stateInvalid && way.to == to && way.cause == cause.value_or(way.cause);
   });
 }
 

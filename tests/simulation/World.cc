@@ -235,15 +235,14 @@ void World::note(std::string const& text) const {
 void World::handleState() {
   State const now = state();
   onTransition(last_, now);
-  require(mayFollow(last_, now), std::string(stringValue(now)) + " was entered from " + stringValue(last_));
   require(Kel::now() <= deadline + 0.001, std::string(stringValue(last_)) + " was left too late");
   deadline = Kel::now() + longestTimeIn(sm());
   require(now != State::stateRetry || last_ != State::stateSetupSystemIdentity || identity().empty(),
           "an identity that did not work is left");
   if (now == State::stateSetupSystemIdentity) identity_ = identityOfAnswer();
   auto const cause = sm().transitionCause();
-  require(mayCause(cause, last_, now), std::string(stringValue(now)) + " was entered from " +
-                                           stringValue(last_) + " with the cause " + stringValue(cause));
+  require(mayFollow(last_, now, cause), std::string(stringValue(now)) + " was entered from " +
+                                            stringValue(last_) + " with the cause " + stringValue(cause));
   require(!sm().transitionReason().empty(), "a change of state has no reason");
   bool const failed = now == State::stateRetry || now == State::stateRetryFetchConfig;
   require(!failed || warned_,

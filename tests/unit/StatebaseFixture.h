@@ -13,6 +13,7 @@
 #include "platform/statebase/Json.h"
 #include "platform/statebase/Tree.h"
 #include "tests/unit/support/TemporaryFolder.h"
+#include "tests/unit/support/Transcript.h"
 
 namespace Statebase::testing {
 
@@ -36,21 +37,6 @@ struct TestTree {
 
   std::string dump() const { return dumpJson(tree.get("/")); }
 };
-
-// The cases of a file in expected/: what is asked, in a line behind "$ ", and the lines of the answer.
-inline std::vector<std::pair<std::string, std::string>> transcript(std::string const& name) {
-  std::vector<std::pair<std::string, std::string>> cases;
-  std::ifstream file(PROJECT_FOLDER "/tests/unit/expected/" + name);
-  for (std::string line; std::getline(file, line);) {
-    if (line.starts_with("$ ")) {
-      cases.emplace_back(line.substr(2), "");
-    } else if (!line.starts_with("# ")) {
-      cases.back().second += line + "\n";
-    }
-  }
-  EXPECT_FALSE(cases.empty()) << name;
-  return cases;
-}
 
 struct TemporaryDirectory : TemporaryFolder {
   std::string operator/(std::string const& name) const { return path("/" + name); }

@@ -22,7 +22,7 @@ Environment read(std::string const& variables) {
   return result;
 }
 
-auto const answers = Statebase::testing::transcript("dhclient_answers.txt");
+auto const answers = transcript("dhclient_answers.txt");
 Environment const bound = read(answers[0].second), bound6 = read(answers[1].second);
 
 Environment with(Environment environment, Environment const& changes) {
@@ -144,7 +144,7 @@ std::string times(std::size_t count, std::string const& text) {
 
 // One attribute of an otherwise good answer is left out or takes another value, and that is complained of.
 TEST(DhclientScript, BadValuesAreDroppedAndTheRestCounts) {
-  auto cases = Statebase::testing::transcript("dhclient_values.txt");
+  auto cases = transcript("dhclient_values.txt");
   cases.emplace_back("bootfile_name=a\nb\x1b[2J", "bootFileName \"/bootp\"\n\"a?b?[2J\": something else\n");
   cases.emplace_back("bootfile_name=" + std::string(4097, 'x'),
                      "bootFileName \"/bootp\"\nlonger than 4096\n");

@@ -91,12 +91,6 @@ TEST(Codec, reads_numbers_of_every_kind_exactly) {
     EXPECT_EQ(Kel::Codec<double>::toText(seconds), text);
   }
   EXPECT_NE(Kel::Codec<double>::fromValue(std::nan(""), seconds), "");
-  std::uint8_t kept = 9;
-  for (char const* bad : {"", "-1", "+1", " 1", "1 ", "0x1", "01", "256", "1.0"}) {
-    EXPECT_NE(Kel::Codec<std::uint8_t>::fromText(bad, kept), "") << bad;
-  }
-  EXPECT_NE(Kel::Codec<std::uint8_t>::fromValue("1", kept), "");
-  EXPECT_EQ(kept, 9);
 }
 
 }  // namespace
