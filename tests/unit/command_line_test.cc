@@ -6,6 +6,7 @@
 #include <future>
 
 #include "platform/model/history.h"
+#include "platform/statebase/InitialValues.h"
 #include "platform/statebase/Server.h"
 #include "tests/unit/StatebaseFixture.h"
 
@@ -56,20 +57,9 @@ class CommandLine : public ::testing::Test, protected TestTree {
 }  // namespace
 
 TEST_F(CommandLine, StatusShowsWhereProvisioningStands) {
-  config->enabledIs(true);
-  config->maxRunTimeIs(90'000);
-  machine->currentStateIs(ZeroTouch::ProvisioningState::stateDhcpQuery);
-  machine->startTimeIs(Kel::now());
-  machine->stateTimeIs(Kel::now() + 3600);
-  machine->retryCountIs(2);
+  applyInitialValues(tree, PROJECT_FOLDER "/tests/unit/expected/status.json");
   machine->timerIs(Kel::makePtr<ZeroTouch::TimerBaseModel>("DhclientQueryTimer", 15, 15, Kel::now() + 3600));
   machine->timerActiveIs(true);
-  machine->transitionReasonIs("the ports are set up");
-  machine->lastFailureTimeIs(Kel::now() + 3000);
-  machine->lastFailureStateIs(ZeroTouch::ProvisioningState::stateFetchConfig);
-  machine->lastFailureCauseIs("the download has failed");
-  machine->lastFailurePortIs("1/1");
-  machine->lastFailureUrlIs("http://h/x");
   time.advance(3605);
   expectTranscript("status.txt");
   machine->timerActiveIs(false);
@@ -97,32 +87,18 @@ TEST_F(CommandLine, PortsTellWhetherTheyTakePartAndWhyNot) {
   ports->intfStatusDelAll();
   EXPECT_TRUE(run("ports").starts_with("There are no ports."));
 
-  auto const add = [&](std::string const& name, Interface::IntfForwardingModel model, bool up) {
-    auto const port = ports->intfStatusIs(Wire::IntfId(name));
-    port->deviceNameIs("et" + name);
-    port->forwardingModelIs(model);
-    port->linkStatusIs(up ? Interface::LinkStatus::up : Interface::LinkStatus::down);
-    port->operStatusIs(up ? Interface::OperStatus::up : Interface::OperStatus::down);
-    return port;
-  };
-  using Model = Interface::IntfForwardingModel;
-  Wire::IntfId const first("1/1");
-  auto const record = machine->phyIntfStatusIs(first, add("1/1", Model::routed, true));
+  applyInitialValues(tree, PROJECT_FOLDER "/tests/unit/expected/ports.json");
+  Wire::IntfId const first("1/1"), second("1/2"), third("1/3");
+  auto const record = machine->phyIntfStatusIs(first, ports->intfStatus(first));
   machine->intfStatusIs(record);
   machine->intfLldpPoolIs(ports->intfStatus(first));
   record->intfPamSmIs("1/1", Kel::makePtr<Wire::Pam>(first))->heardTimeIs(Kel::now());
-  machine->intfNoSpeedChangePoolIs(add("1/2", Model::bridged, false));
-  ports->intfStatus(Wire::IntfId("1/2"))->linkStatusIs(Interface::LinkStatus::up);
-  add("1/3", Model::routed, false);
+  machine->intfNoSpeedChangePoolIs(ports->intfStatus(second));
   configs->intfConfigIs(first)->linkModeLocalIs(Interface::EthLinkMode::linkModeAutoneg);
   configs->intfConfigIs(first)->advertisedModesLocalIs({.mode25G = true});
   machine->nextLinkModeForIntfIs(first, Interface::EthLinkMode::linkMode40G);
-  auto const second = ports->intfStatus(Wire::IntfId("1/3"));
-  machine->intfStatusIs(machine->phyIntfStatusIs(Wire::IntfId("1/3"), second));
-  dhcpStatus->intfDhcpStatusIs("et1/1")->reasonIs("FAIL");
-  dhcpStatus->intfDhcp6StatusIs("et1/1")->reasonIs("BOUND6");
-  dhcpStatus->intfDhcp6StatusIs("et1/1")->bootFileNameIs("http://h/\033c");
-  machine->intfStatus6StatelessIs(machine->intfStatus(Wire::IntfId("1/3")));
+  machine->intfStatusIs(machine->phyIntfStatusIs(third, ports->intfStatus(third)));
+  machine->intfStatus6StatelessIs(machine->intfStatus(third));
   machine->dhclientIntfIs("et1/1");
   machine->dhclientReleasesIs(true);
   machine->choosenIntfIs(record);
