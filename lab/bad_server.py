@@ -20,6 +20,7 @@ The first word of the path selects how:
 import collections
 import http.server
 import socket
+import socketserver
 import struct
 import sys
 import time
@@ -101,6 +102,10 @@ class Handler(http.server.BaseHTTPRequestHandler):
 class Server(http.server.ThreadingHTTPServer):
     address_family = socket.AF_INET6  # and IPv4
     daemon_threads = True
+
+    def server_bind(self):
+        """As a plain server does it: an HTTP server asks a name server for its own name, which may not answer here."""
+        socketserver.TCPServer.server_bind(self)
 
 
 def main():

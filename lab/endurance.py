@@ -78,7 +78,14 @@ def ports(lab, seconds, count=64):
 
     lab.begin(None, INETRFACESSETUP=seconds + 3600)
     wait_for(lambda: lab.host.get("/zerotouch/sm/phyIntfStatus").get("Ethernet1", {}).get("intfPamSm"), "Ethernet1")
-    others = footprint(lab)["descriptors"] - 1
+    readings = []
+
+    def is_steady():  # Nobody who has asked for something is still connected.
+        readings.append(footprint(lab)["descriptors"])
+        return len(set(readings[-20:])) == 1 and len(readings) >= 20
+
+    wait_for(is_steady, "a steady number of descriptors")
+    others = readings[-1] - 1
     there, gone, end = [], [row(1)], time.monotonic() + seconds
     while time.monotonic() < end or len(gone) < 3:
         for_each(add)
