@@ -147,22 +147,13 @@ TEST_F(StateTree, InitialValuesAreAppliedWholeOrNotAtAll) {
     }
   };
   std::string const before = dump();
-  std::string const start = "{\n  \"/zerotouch/config\": {\"enabled\": true},\n";
-  for (auto const& [content, error] : std::vector<std::pair<std::string, char const*>>{
-           {"[\n]", ":1: expected an object with paths as its members"},
-           {start + "  \"/entityMib/status\": {}\n  \"x\": 1}",
-            ":4: syntax error while parsing object - unexpected string literal; expected '}'"},
-           {start + "  \"/interface/status/ethPhy\": {\n    \"intfStatus\": {\n      \"Ethernet1/1\": {\n"
-                    "        \"speed\": 1}}}}",
-            ":6: /interface/status/ethPhy/intfStatus/Ethernet1~11/speed: "
-            "Interface::EthPhyIntfStatus has no attribute 'speed'"},
-           {start + "  \"/zerotouch/config/maxRunTime\": null}",
-            ":3: /zerotouch/config/maxRunTime: expected seconds (a number from 0 on) or \"unlimited\""}}) {
+  for (auto const& [error, content] : transcript("initial_values.txt")) {
     EXPECT_EQ(apply(content), error);
     EXPECT_EQ(dump(), before) << error;
   }
-  EXPECT_EQ(apply(start + R"("/entityMib/status": {"systemMacAddr": "02:00:00:00:00:01",
-                                                   "root": {"initStatus": "initialized"}}})"),
+  EXPECT_EQ(apply(R"({"/zerotouch/config": {"enabled": true},
+                      "/entityMib/status": {"systemMacAddr": "02:00:00:00:00:01",
+                                            "root": {"initStatus": "initialized"}}})"),
             "");
   EXPECT_TRUE(config->enabled());
   EXPECT_EQ(entityMib->systemMacAddr().stringValue(), "02:00:00:00:00:01");
