@@ -8,6 +8,7 @@ namespace Statebase::testing {
 namespace {
 
 using Kel::Value;
+using namespace std::string_literals;
 
 class StateTree : public ::testing::Test, protected TestTree, private RpcSession {
  protected:
@@ -211,11 +212,19 @@ TEST_F(StateTree, RequestsThatAreNoneAreRefusedAndNotificationsNeverAnswered) {
            {R"({"jsonrpc": "2.0", "id": [], "method": "time"})", "-32600 'id' is no string and no number"},
            {R"({"jsonrpc": "2.0", "id": "a", "method": "reboot"})", "-32601 unknown method 'reboot'"},
            {R"({"jsonrpc": "2.0", "id": null, "method": "time"})", "1700000000.0"},
-           // Without an id, whatever is wrong.
+           {R"({"jsonrpc": "2.0", "id": 1, "method": "get", "params": 5})", "-32600 'params' is no object"},
+           {"{\"jsonrpc\": \"2.0\", \"id\": 1, \"method\": \"time\"}"s + '\0' + "more",
+            "-32700 not JSON: byte 45 is zero, which no JSON text holds"},
+           // No request, and hence no notification either.
+           {R"({"jsonrpc": "1.0", "method": 1, "params": 2})", "-32600 'jsonrpc' is not \"2.0\""},
+           {R"({"jsonrpc": "2.0", "params": {}})", "-32600 'method' is missing or no string"},
+           {R"({"jsonrpc": "2.0", "method": "get", "params": "/"})", "-32600 'params' is no object"},
+           {R"({})", "-32600 'jsonrpc' is not \"2.0\""},
+           // A notification, whatever is wrong with it.
            {R"({"jsonrpc": "2.0", "method": "get", "params": {"path": "/zerotouch"}})", ""},
            {R"({"jsonrpc": "2.0", "method": "set", "params": {"path": "/nowhere"}})", ""},
-           {R"({"jsonrpc": "1.0", "method": 1, "params": 2})", ""},
-           {R"({})", ""}}) {
+           {R"({"jsonrpc": "2.0", "method": "get", "params": []})", ""},
+           {R"({"jsonrpc": "2.0", "method": "reboot"})", ""}}) {
     EXPECT_EQ(answerTo(line), answer) << line.substr(0, 80);
   }
 }
