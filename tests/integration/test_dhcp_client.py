@@ -1,7 +1,9 @@
 """The programs around the DHCP client: the hook that it runs, and the shim in front of it."""
 import contextlib
 import os
+import pathlib
 import signal
+import socket
 import subprocess
 
 import pytest
@@ -19,6 +21,19 @@ def test_the_hook_says_that_there_is_no_host(tmp_path, reason, code):
     environment = {"STATEBASESOCKNAME": f"{tmp_path}/none", "reason": reason, "interface": "et1"}
     result = subprocess.run([HOOK], env=environment, capture_output=True, text=True, timeout=LIMIT)
     assert result.returncode == code and "No such file or directory" in result.stderr
+
+
+def test_the_hook_tries_again_until_there_is_a_host(tmp_path):
+    environment = {"STATEBASESOCKNAME": f"{tmp_path}/socket", "reason": "BOUND", "interface": "et1"}
+    hook = subprocess.Popen([HOOK], env=environment, stderr=subprocess.PIPE, text=True)
+    wait_for(lambda: pathlib.Path(f"/proc/{hook.pid}/stat").read_text().split(")")[1].split()[0] == "S", "a first failure")
+    with socket.socket(socket.AF_UNIX) as host:
+        host.bind(environment["STATEBASESOCKNAME"])
+        host.listen()
+        host.settimeout(LIMIT)
+        with host.accept()[0].makefile() as message:
+            assert '"/zerotouch/dhcpStatus/intfDhcpStatus/et1"' in message.read()
+    assert hook.communicate(timeout=LIMIT) == (None, "") and hook.returncode == 0
 
 
 def test_the_hook_ends_though_nobody_takes_what_it_says(tmp_path):
