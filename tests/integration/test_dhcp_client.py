@@ -96,6 +96,28 @@ def test_a_release_outlasts_a_request_to_stop_but_not_for_ever(fake, finishes, h
     wait_for(lambda: start_time(pid) is None, "the client to be gone")
 
 
+@pytest.mark.parametrize("reported", [True, False])
+def test_the_next_client_waits_for_a_late_release_and_its_report_but_not_for_ever(fake, reported):
+    (fake / "client").write_text(
+        '#!/bin/sh\ncase " $* " in\n*" -r "*)\n'
+        '  echo release >log\n  (while [ ! -e reported ]; do sleep 0.02; done; echo report >>log) &\n'
+        '  exec sleep infinity ;;\nesac\necho query >>log\n')
+    environment = {**os.environ, "ZEROTOUCH_REAL_DHCLIENT": str(fake / "client")}
+    command, log = [SHIM, "-6", "-lf", str(fake / "leases"), "et1"], fake / "log"
+    release = subprocess.Popen([*command, "-r"], cwd=fake, env=environment)
+    wait_for(log.exists, "the release")
+    release.terminate()
+    query = subprocess.Popen(command, cwd=fake, env=environment, stderr=subprocess.PIPE, text=True)
+    assert release.wait(LIMIT) == 128 + signal.SIGKILL
+    assert log.read_text() == "release\n"
+    if reported:
+        (fake / "reported").touch()
+    complaint = "" if reported else f"zerotouch-dhclient: lease file {fake / 'leases'}: a release of it does not end\n"
+    assert query.communicate(timeout=LIMIT) == (None, complaint)
+    assert log.read_text() == "release\n" + "report\n" * reported + "query\n"
+    (fake / "reported").touch()
+
+
 def test_without_a_client_the_shim_names_what_it_tried(tmp_path):
     (tmp_path / "self").symlink_to(SHIM)
     for client in (tmp_path / "none", tmp_path / "self"):
