@@ -258,7 +258,7 @@ TEST_F(StateSocket, WhoHasNoRoleIsClosedAndNobodyTakesThePlacesOfOthers) {
   };
   std::string const full = "all 64 connections of user 1 are taken";
   EXPECT_EQ(connect(2, Server::maxOfUser), result("false"));
-  time.advance(1);
+  time.advance(0.5);
   EXPECT_EQ(connect(1, Server::maxOfUser), result("false"));
   Peer& watching = *peers[Server::maxOfUser];
   Peer& heardOf = *peers[Server::maxOfUser + 1];

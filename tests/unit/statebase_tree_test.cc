@@ -214,7 +214,7 @@ TEST_F(StateTree, RequestsThatAreNoneAreRefusedAndNotificationsNeverAnswered) {
            {R"({"jsonrpc": "2.0", "id": null, "method": "time"})", "1700000000.0"},
            {R"({"jsonrpc": "2.0", "id": 1, "method": "get", "params": 5})", "-32600 'params' is no object"},
            {"{\"jsonrpc\": \"2.0\", \"id\": 1, \"method\": \"time\"}"s + '\0' + "more",
-            "-32700 not JSON: byte 45 is zero, which no JSON text holds"},
+            "-32700 not JSON: byte 46 is zero, which no JSON text holds"},
            // No request, and hence no notification either.
            {R"({"jsonrpc": "1.0", "method": 1, "params": 2})", "-32600 'jsonrpc' is not \"2.0\""},
            {R"({"jsonrpc": "2.0", "params": {}})", "-32600 'method' is missing or no string"},
