@@ -108,4 +108,19 @@ String formatArguments(std::string_view format, std::initializer_list<FormatArgu
   return result;
 }
 
+String printable(std::string_view text, std::size_t maxShown) {
+  String result(text.substr(0, maxShown));
+  unsigned before = 0;
+  for (char& byte : result) {
+    auto const now = static_cast<unsigned char>(byte);
+    bool const isControl = now < 0x20 || now == 0x7f;
+    // A byte of the second set is part of a longer character when it follows one of its bytes.
+    bool const isC1 = now >= 0x80 && now < 0xa0 && (before < 0x80 || before == 0xc2);
+    if (isControl || isC1) byte = now == '\t' ? ' ' : '?';
+    // A byte that was replaced begins no character.
+    before = static_cast<unsigned char>(byte);
+  }
+  return text.size() > maxShown ? result + "..." : result;
+}
+
 }  // namespace Kel

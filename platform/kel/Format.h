@@ -1,4 +1,5 @@
-// printf-style formatting that knows the types of its arguments.
+// Texts for people: printf-style formatting that knows the types of its arguments, and foreign texts made fit
+// to be shown.
 #pragma once
 
 #include <concepts>
@@ -35,5 +36,13 @@ template <typename... Args>
 String format(std::string_view text, Args const&... args) {
   return formatArguments(text, {FormatArgument(args)...});
 }
+
+// As much of a foreign value as a message repeats, in bytes.
+inline constexpr std::size_t longestShown = 80;
+
+// The first `maxShown` bytes of a text that came from outside, with "..." when there are more, for a
+// terminal, a log or an event: a tab becomes a blank, and every other control character "?", be it one of
+// ASCII or one of U+0080 to U+009F, in UTF-8 or as a bare byte. All else stays, whatever its encoding.
+String printable(std::string_view text, std::size_t maxShown = String::npos);
 
 }  // namespace Kel

@@ -125,10 +125,11 @@ TraceFacility::TraceFacility(char const* name) : name_(name), level_(traces().le
 TraceFacility::~TraceFacility() { std::erase(traces().facilities, this); }
 
 void TraceFacility::write(int level, String const& text) const {
+  String const line = printable(text);
   if (traces().sink) {
-    traces().sink(*this, level, text);
+    traces().sink(*this, level, line);
   } else {
-    std::fprintf(stderr, "%.6f %s %d %s\n", now(), name_, level, text.c_str());
+    std::fprintf(stderr, "%.6f %s %d %s\n", now(), name_, level, line.c_str());
   }
 }
 

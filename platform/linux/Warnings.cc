@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "platform/model/values/Grammar.h"
+#include "platform/kel/Format.h"
 
 namespace Linux {
 
@@ -68,6 +68,12 @@ Kel::LogHandle routeNotInUse("ROUTE_NOT_IN_USE", warning, "Route %s does not use
                              "Check the DHCP server's routes against the address and mask that it gives.",
                              interval, burst, 0);
 
+Kel::LogHandle routesTakeOver(
+    "ROUTES_TAKE_OVER", warning, "Routes by %s take over %s",
+    "The routes of a DHCP server win against others of this system. They are in use "
+    "as they were sent.",
+    "Check that the DHCP server on that port is one of yours, and its routes.", interval, burst, 0);
+
 Kel::LogHandle hostNameFailed("HOST_NAME_FAILED", warning, "Cannot set the host name to %s: %s",
                               "The kernel refused the host name.", Kel::CallSupportIfPersists, interval,
                               burst, 0);
@@ -89,7 +95,7 @@ Kel::LogHandle reloadFailed("RELOAD_FAILED", warning, "Cannot reload the system:
 void Dropped::add(char const* what, std::string_view value, std::string_view fault) {
   Kel::String const key = Kel::String(what) + " " + Kel::String(value);
   if (now_.insert(key).second && !before_.contains(key))
-    valueDropped.log(what, Grammar::printable(value), fault);
+    valueDropped.log(what, Kel::printable(value, Kel::longestShown), fault);
 }
 
 }  // namespace Linux

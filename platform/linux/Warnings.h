@@ -20,6 +20,7 @@ extern Kel::LogHandle routerAdvertisementsFailed;  // reason
 extern Kel::LogHandle eepromInvalid;               // path, reason
 extern Kel::LogHandle valueDropped;                // what, value, reason
 extern Kel::LogHandle routeNotInUse;               // prefix, next hops with reasons
+extern Kel::LogHandle routesTakeOver;              // port, what they take
 extern Kel::LogHandle hostNameFailed;              // name, reason
 extern Kel::LogHandle systemFileFailed;            // what failed
 extern Kel::LogHandle logReloadFailed;             // command, reason

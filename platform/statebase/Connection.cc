@@ -35,6 +35,11 @@ void Connection::close() {
   onClosed_(this);
 }
 
+std::optional<Kel::Seconds> Connection::idleSince() const {
+  bool const isIdle = watches_.empty() && output_.empty() && !hasLine();
+  return isIdle ? std::optional(lastActive_) : std::nullopt;
+}
+
 void Connection::onReadable() {
   Kel::Ptr<Connection> const hold(this);
   if (descriptor_ < 0 || !receive()) return;
@@ -64,6 +69,7 @@ bool Connection::receive() {
   ssize_t const count = recv(descriptor_, piece, sizeof piece, 0);
   if (count > 0) {
     input_.append(piece, static_cast<std::size_t>(count));
+    lastActive_ = Kel::now();
     return true;
   }
   if (count < 0 && (errno == EAGAIN || errno == EINTR)) return false;
@@ -117,6 +123,7 @@ void Connection::sendOutput() {
   ssize_t const count = send(descriptor_, output_.data(), output_.size(), MSG_NOSIGNAL);
   if (count > 0) {
     output_.erase(0, static_cast<std::size_t>(count));
+    lastActive_ = Kel::now();
     stall_.cancel();
   } else if (errno != EAGAIN && errno != EINTR) {
     close();

@@ -3,6 +3,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -39,6 +40,10 @@ class Connection : public Kel::RefCounted, private RpcSession {
   Connection(Tree& tree, int descriptor, Role role, OnClosed onClosed);
 
   void close();
+
+  // Since when it has neither received nor sent anything; nothing while it watches a path or has something
+  // left to do or to send.
+  std::optional<Kel::Seconds> idleSince() const;
 
  private:
   Role role() const override { return role_; }
@@ -78,6 +83,7 @@ class Connection : public Kel::RefCounted, private RpcSession {
   std::vector<std::unique_ptr<Watch>> watches_;
   std::string input_;
   std::string output_;
+  Kel::Seconds lastActive_ = Kel::now();
   std::size_t added_ = 0;    // to the output, in this pass; see outputPerPass
   bool inputEnded_ = false;  // by the client, or because of what it sent
 };

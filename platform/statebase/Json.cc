@@ -1,5 +1,6 @@
 #include "platform/statebase/Json.h"
 
+#include <algorithm>
 #include <nlohmann/json.hpp>
 
 namespace Statebase {
@@ -200,6 +201,11 @@ Json toJson(Kel::Value const& value) { return std::visit(ToJson(), value.variant
 
 Kel::Value parseJson(std::string_view text, JsonLines* lines) {
   unsigned line = 1;
+  // The parser takes a zero byte for the end of the text, and would not look at what follows it.
+  if (std::size_t const zero = text.find('\0'); zero != std::string_view::npos) {
+    line += static_cast<unsigned>(std::ranges::count(text.substr(0, zero), '\n'));
+    throw JsonError(line, "byte " + std::to_string(zero + 1) + " is zero, which no JSON text holds");
+  }
   Builder builder(line, lines);
   Json::sax_parse(CountingIterator(text.data(), &line), CountingIterator(text.data() + text.size(), &line),
                   &builder);

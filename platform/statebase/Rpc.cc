@@ -159,15 +159,20 @@ Value carryOut(Tree& tree, RpcSession& session, std::string const& method, Param
   throw RpcError(RpcCode::methodNotFound, "unknown method '" + method + "'");
 }
 
-Value carryOut(Tree& tree, RpcSession& session, Value const& request) {
+// Throws RpcError when `request`, an object, is no request or notification by the rules of JSON-RPC.
+void checkForm(Value const& request) {
   Value const* const version = member(request, "jsonrpc");
   if (version == nullptr || *version != Value("2.0")) {
     throw RpcError(RpcCode::invalidRequest, "'jsonrpc' is not \"2.0\"");
   }
   Value const* const method = member(request, "method");
-  auto const* name = method != nullptr ? method->as<std::string>() : nullptr;
-  if (name == nullptr) throw RpcError(RpcCode::invalidRequest, "'method' is missing or no string");
-  return carryOut(tree, session, *name, Params(member(request, "params")));
+  if (method == nullptr || method->as<std::string>() == nullptr) {
+    throw RpcError(RpcCode::invalidRequest, "'method' is missing or no string");
+  }
+  Value const* const params = member(request, "params");
+  if (params != nullptr && params->as<ValueMap>() == nullptr && params->as<Kel::ValueList>() == nullptr) {
+    throw RpcError(RpcCode::invalidRequest, "'params' is no object");
+  }
 }
 
 int codeOf(Refusal::Kind kind) {
@@ -223,11 +228,17 @@ std::string rpcAnswer(Tree& tree, RpcSession& session, std::string_view line) {
   auto const failed = [&](RpcError const& error) {
     return given != nullptr ? rpcErrorLine(id, error) : std::string();
   };
-  if (given != nullptr && !canBeId(*given)) {
-    return failed(RpcError(RpcCode::invalidRequest, "'id' is no string and no number"));
+  try {
+    if (given != nullptr && !canBeId(*given)) {
+      throw RpcError(RpcCode::invalidRequest, "'id' is no string and no number");
+    }
+    checkForm(request);
+  } catch (RpcError const& error) {
+    return rpcErrorLine(id, error);
   }
   try {
-    Value result = carryOut(tree, session, request);
+    std::string const& method = *member(request, "method")->as<std::string>();
+    Value result = carryOut(tree, session, method, Params(member(request, "params")));
     return given != nullptr ? answer(id, "result", std::move(result)) : std::string();
   } catch (Refusal const& refusal) {
     return failed(RpcError(codeOf(refusal.kind()), refusal.reason(), refusal.path()));

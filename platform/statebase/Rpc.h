@@ -14,7 +14,8 @@
 // of one path or of a list, gives null for what does not exist at present, and refuses all of its paths when
 // one of them cannot name anything. It sends {"method": "changed", "params": {path, value}}, where the value
 // is null for what is gone. Errors carry data {path, reason}. Notifications (no id) are carried out and
-// never answered, whatever becomes of them.
+// never answered, whatever becomes of them. What is no valid request is refused, with or without an id; an id
+// that cannot be told is null in the answer.
 #pragma once
 
 #include <string>

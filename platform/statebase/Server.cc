@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "platform/statebase/Connection.h"
+#include "platform/statebase/Rpc.h"
 
 namespace Statebase {
 
@@ -32,14 +33,14 @@ std::vector<gid_t> supplementaryGroups(int descriptor) {
 
 }  // namespace
 
-Role peerRole(int descriptor, std::optional<gid_t> group) {
+Caller callerOf(int descriptor, std::optional<gid_t> group) {
   ucred peer{};
   socklen_t length = sizeof peer;
-  if (getsockopt(descriptor, SOL_SOCKET, SO_PEERCRED, &peer, &length) != 0) return Role::none;
-  if (peer.uid == 0 || peer.uid == geteuid()) return Role::root;
-  if (!group) return Role::none;
-  if (peer.gid == *group) return Role::group;
-  return std::ranges::count(supplementaryGroups(descriptor), *group) > 0 ? Role::group : Role::none;
+  if (getsockopt(descriptor, SOL_SOCKET, SO_PEERCRED, &peer, &length) != 0) return {};
+  if (peer.uid == 0 || peer.uid == geteuid()) return {peer.uid, Role::root};
+  bool const isMember =
+      group && (peer.gid == *group || std::ranges::count(supplementaryGroups(descriptor), *group) > 0);
+  return {peer.uid, isMember ? Role::group : Role::none};
 }
 
 namespace {
@@ -109,8 +110,8 @@ void removeStale(std::string const& path) {
 }  // namespace
 
 Server::Server(Tree& tree, Options options) : tree_(tree), options_(std::move(options)) {
-  if (!options_.roleOf)
-    options_.roleOf = [this](int descriptor) { return peerRole(descriptor, options_.group); };
+  if (!options_.callerOf)
+    options_.callerOf = [this](int descriptor) { return callerOf(descriptor, options_.group); };
   makeDirectoryOf(options_.path);
   lock_ = std::make_unique<SocketLock>(options_.path);
   try {
@@ -124,7 +125,7 @@ Server::Server(Tree& tree, Options options) : tree_(tree), options_(std::move(op
 }
 
 Server::~Server() {
-  while (!connections_.empty()) connections_.begin()->second->close();
+  while (!clients_.empty()) clients_.begin()->second.connection->close();
   watched_->descriptorIs(-1);
   close(descriptor_);
   unlink(options_.path.c_str());
@@ -148,7 +149,7 @@ void Server::listenAt(std::string const& path) {
 }
 
 void Server::acceptClients() {
-  for (int i = 0; i < acceptedPerPass && connections_.size() < maxClients; ++i) {
+  for (int i = 0; i < acceptedPerPass; ++i) {
     int const client = accept4(descriptor_, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
     if (client >= 0) {
       admit(client);
@@ -160,23 +161,56 @@ void Server::acceptClients() {
       return;
     }
   }
-  if (connections_.size() == maxClients) watched_->notifyOnReadableIs(false);
 }
 
 void Server::admit(int descriptor) {
-  Role const role = options_.roleOf(descriptor);
-  if (role == Role::none) {
+  Caller const caller = options_.callerOf(descriptor);
+  std::string const fault = caller.role == Role::none ? "" : placeFault(caller);
+  if (!fault.empty()) {
+    std::string const line = rpcErrorLine(nullptr, RpcError(RpcCode::tooMany, fault));
+    // A new socket has room for it, unless its owner has made it small; then the owner is not told.
+    [[maybe_unused]] ssize_t const sent = send(descriptor, line.data(), line.size(), MSG_NOSIGNAL);
+  }
+  if (!fault.empty() || caller.role == Role::none) {
     close(descriptor);
     return;
   }
-  auto const connection =
-      Kel::makePtr<Connection>(tree_, descriptor, role, [this](Connection* closed) { left(closed); });
-  connections_.emplace(connection.get(), connection);
+  auto const connection = Kel::makePtr<Connection>(
+      tree_, descriptor, caller.role, [this](Connection const* closed) { clients_.erase(closed); });
+  clients_[connection.get()] = {caller, connection};
 }
 
-void Server::left(Connection* connection) {
-  connections_.erase(connection);
-  watched_->notifyOnReadableIs(true);
+std::string Server::placeFault(Caller const& newcomer) {
+  auto const taken = [](std::string const& whose, std::size_t most) {
+    return "all " + std::to_string(most) + " connections" + whose + " are taken";
+  };
+  bool const isRoot = newcomer.role == Role::root;
+  auto const ofUser = [&](Caller const& other) { return other.user == newcomer.user; };
+  auto const ofOthers = [](Caller const& other) { return other.role != Role::root; };
+  auto const ofAnyone = [](Caller const&) { return true; };
+  constexpr std::size_t maxOfOthers = maxClients - keptForRoot;
+  if (!isRoot && !hasPlace(ofUser, maxOfUser, idleLimit))
+    return taken(" of user " + std::to_string(newcomer.user), maxOfUser);
+  if (!isRoot && !hasPlace(ofOthers, maxOfOthers, idleLimit)) return taken(" of users but root", maxOfOthers);
+  return hasPlace(ofAnyone, maxClients, isRoot ? idleLimitForRoot : idleLimit) ? "" : taken("", maxClients);
+}
+
+bool Server::hasPlace(Filter const& filter, std::size_t most, Kel::Seconds limit) {
+  std::size_t count = 0;
+  Connection* idlest = nullptr;
+  Kel::Seconds idleSince = Kel::now() - limit;
+  for (auto const& [address, client] : clients_) {
+    if (!filter(client.caller)) continue;
+    ++count;
+    auto const since = client.connection->idleSince();
+    if (!since || *since > idleSince) continue;
+    idlest = client.connection.get();
+    idleSince = *since;
+  }
+  if (count < most) return true;
+  if (idlest == nullptr) return false;
+  idlest->close();
+  return true;
 }
 
 }  // namespace Statebase

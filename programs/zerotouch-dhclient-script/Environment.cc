@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <charconv>
 
-#include "platform/model/values/Grammar.h"
+#include "platform/kel/Format.h"
 
 namespace Hook {
 
@@ -84,8 +84,8 @@ void Complaints::drop(std::string_view option, std::string_view value, std::stri
 }
 
 std::string inQuotes(std::string_view text) {
-  constexpr std::size_t longestShown = 64;
-  return '"' + Grammar::printable(text, longestShown) + '"';
+  constexpr std::size_t longestQuoted = 64;  // bytes
+  return '"' + Kel::printable(text, longestQuoted) + '"';
 }
 
 }  // namespace Hook

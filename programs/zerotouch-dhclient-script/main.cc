@@ -26,6 +26,10 @@ constexpr unsigned deadlineOfHost = 1;
 // How long connecting and sending may each take, in seconds, when the host is too busy to answer.
 constexpr double patience = 4;
 constexpr double patienceOfHost = 0.1;
+// A host that cannot be reached, for instance since it is being started again, is tried this often, which
+// leaves enough of the deadline to say that it was in vain.
+constexpr int attempts = 42;
+constexpr int pauseBetweenAttempts = 100;  // milliseconds
 
 // The program may have been stuck in writing to its standard error, so that is tested first.
 void onDeadline(int) {
@@ -52,14 +56,23 @@ void warn(std::string const& text) {
   syslog(LOG_DAEMON | LOG_WARNING, "%s", text.c_str());
 }
 
-void send(Hook::Message message, std::string_view socket, bool hostWaits) {
+// Returns why the host was not told; "" when it was.
+std::string trySend(Hook::Message const& message, std::string const& socket, double seconds) try {
+  Statebase::Client(socket, seconds).notify(message.method, message.params);
+  return "";
+} catch (Statebase::ConnectionError const& error) {
+  return error.what();
+}
+
+void send(Hook::Message const& message, std::string_view socket, bool hostWaits) {
   std::string const path(socket.empty() ? defaultSocket : socket);
-  try {
-    Statebase::Client client(path, hostWaits ? patienceOfHost : patience);
-    client.notify(message.method, std::move(message.params));
-  } catch (Statebase::ConnectionError const& error) {
-    warn(std::string("the state tree was not told: ") + error.what());
+  std::string reason = trySend(message, path, hostWaits ? patienceOfHost : patience);
+  // A host that waits is the one that has the socket, so nothing changes meanwhile.
+  for (int i = 1; i < attempts && !reason.empty() && !hostWaits; ++i) {
+    poll(nullptr, 0, pauseBetweenAttempts);
+    reason = trySend(message, path, patience);
   }
+  if (!reason.empty()) warn("the state tree was not told: " + reason);
 }
 
 }  // namespace
@@ -78,7 +91,7 @@ int main() {
   Hook::Complaints complaints;
   auto message = Hook::messageFor(environment, complaints);
   // The message is sent before the warnings are written, since writing them can take long.
-  if (message) send(std::move(*message), Hook::variable(environment, "STATEBASESOCKNAME"), hostWaits);
+  if (message) send(*message, Hook::variable(environment, "STATEBASESOCKNAME"), hostWaits);
   if (!leaseError.empty()) warn(leaseError);
   for (auto const& line : complaints.lines()) warn(line);
   return exitCode;

@@ -10,6 +10,13 @@ void makeLeaseFile(char const* path);
 // Leaves nothing in the lease file but the identifier by which servers know the client.
 void forgetLeases(char const* path);
 
+// Waits until no release of these leases runs any more, neither the client nor what it has started: two
+// clients must not share the file, and the report of a release that comes late would remove the record of a
+// new answer. A release has at most 3 s once it is told to stop, and its script 5 s; after 9 s there is a
+// complaint, and the program goes on. A release then keeps others waiting until it has ended: it and its
+// children hold a lock.
+void waitForRelease(char const* leaseFile, bool isRelease);
+
 // From now on the kernel sends this process `signal` when `parent` ends. If it has ended already, the process
 // sends the signal to itself. The arrangement outlasts an exec, but is not inherited by children.
 void dieWithParent(pid_t parent, int signal);

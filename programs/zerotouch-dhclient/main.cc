@@ -72,8 +72,10 @@ int main(int argc, char** argv) {
     arguments.push_back(argv[i]);
     if (argument == "-lf" && i + 1 < argc) leaseFile = argv[i + 1];
   }
+  if (!isRelease) dieWithParent(parent, SIGKILL);
   if (leaseFile != nullptr) {
     leases += leaseFile;
+    waitForRelease(leaseFile, isRelease);
     // With a DHCPv6 lease of an earlier attempt, the client only asks the server to confirm the address and
     // takes everything else from that lease, so it would not learn of a boot file that the server names by
     // now.
@@ -84,7 +86,6 @@ int main(int argc, char** argv) {
   arguments.push_back(nullptr);
 
   if (isRelease) return runRelease(arguments.data(), parent);
-  dieWithParent(parent, SIGKILL);
   execv(client.c_str(), arguments.data());
   std::fprintf(stderr, "zerotouch-dhclient: %s: %s\n", client.c_str(), std::strerror(errno));
   return cannotExecute;

@@ -12,6 +12,7 @@
 #include <numeric>
 #include <utility>
 
+#include "platform/kel/Format.h"
 #include "platform/statebase/Json.h"
 #include "programs/zerotouch/Output.h"
 #include "programs/zerotouch/Verbs.h"
@@ -45,7 +46,7 @@ std::size_t editDistance(std::string const& a, std::string const& b) {
 
 ExitCode fail(Context const& context, ExitCode code, std::string const& message, Kel::Value const& error) {
   std::string const text = context.json ? Statebase::dumpJson(Kel::ValueMap{{"error", error}})
-                                        : "zerotouch: " + printable(message);
+                                        : "zerotouch: " + Kel::printable(message);
   std::fprintf(stderr, "%s\n", text.c_str());
   return code;
 }

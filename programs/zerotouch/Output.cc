@@ -1,7 +1,6 @@
 #include "programs/zerotouch/Output.h"
 
 #include <algorithm>
-#include <cctype>
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
@@ -18,12 +17,6 @@ namespace {
 int outputError = 0;
 
 }  // namespace
-
-std::string printable(std::string text) {
-  std::ranges::replace_if(
-      text, [](unsigned char c) { return std::iscntrl(c) != 0; }, '?');
-  return text;
-}
 
 std::string duration(Kel::Seconds seconds) {
   if (seconds == Kel::never) return "unlimited";

@@ -10,9 +10,6 @@
 
 namespace ZeroTouchCommand {
 
-// Replaces control characters by "?", since texts from the network must not steer a terminal.
-std::string printable(std::string text);
-
 // Two units at most, as in "45 s", "2 min 5 s", "1 h 0 min" and "3 d 4 h"; "unlimited" for Kel::never.
 std::string duration(Kel::Seconds seconds);
 // As "0.35 s" below ten seconds, and like duration() from there on.

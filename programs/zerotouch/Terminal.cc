@@ -9,6 +9,7 @@
 #include <numeric>
 #include <string_view>
 
+#include "platform/kel/Format.h"
 #include "programs/zerotouch/Output.h"
 
 namespace ZeroTouchCommand {
@@ -132,7 +133,7 @@ std::string laidOut(Rows const& rows, Widths const& widths, bool headings) {
     std::vector<std::vector<std::string>> pieces;
     std::size_t height = 1;
     for (std::size_t i = 0; i < row.size(); ++i) {
-      pieces.push_back(wrapped(printable(row[i]), widths[i]));
+      pieces.push_back(wrapped(Kel::printable(row[i]), widths[i]));
       height = std::max(height, pieces.back().size());
     }
     for (std::size_t i = 0; i < height; ++i) {
@@ -211,7 +212,7 @@ std::string facts(Rows const& rows) {
 }
 
 std::string paragraph(std::string const& text, std::size_t indent, std::size_t width) {
-  std::string const shown = printable(text);
+  std::string const shown = Kel::printable(text);
   if (width == 0) return shown + '\n';
   std::string result;
   for (auto const& piece : wrapped(shown, std::max(leastText, width - std::min(width, indent)))) {

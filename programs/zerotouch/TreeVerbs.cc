@@ -1,4 +1,5 @@
 // get, set, list: the state tree itself.
+#include "platform/kel/Format.h"
 #include "platform/statebase/Json.h"
 #include "programs/zerotouch/Output.h"
 #include "programs/zerotouch/Terminal.h"
@@ -25,7 +26,7 @@ void getPath(Context const& context, std::string const& path) {
     printJson(value);
   } else {
     auto const* string = value.as<std::string>();
-    print((string != nullptr ? printable(*string) : text(value)) + "\n");
+    print((string != nullptr ? Kel::printable(*string) : text(value)) + "\n");
   }
 }
 

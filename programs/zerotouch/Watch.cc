@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "platform/kel/Clock.h"
+#include "platform/kel/Format.h"
 #include "platform/model/agent.h"
 #include "platform/statebase/Json.h"
 #include "programs/zerotouch/Failure.h"
@@ -85,7 +86,7 @@ void printState(Kel::Value const& status, Kel::Value const& entry, bool json) {
     return;
   }
   print(dateAndTime(number(at(entry, {"time"}))) + "  " +
-        printable(memberText(entry, "state") + ": " + memberText(entry, "reason")) + "\n");
+        Kel::printable(memberText(entry, "state") + ": " + memberText(entry, "reason")) + "\n");
 }
 
 // Throws WrongUsage when `name` is no state.

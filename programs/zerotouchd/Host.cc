@@ -90,7 +90,7 @@ void Host::listenToSignals() {
 
 void Host::serve() {
   server_.emplace(tree_, Statebase::Server::Options{
-                             .path = config_.socketPath, .group = config_.socketGroup, .roleOf = {}});
+                             .path = config_.socketPath, .group = config_.socketGroup, .callerOf = {}});
   setenv("STATEBASESOCKNAME", config_.socketPath.c_str(), 1);
   exportDhcpClient(config_);
 }

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "platform/kel/Assert.h"
@@ -29,6 +30,17 @@ inline std::string_view take(std::string_view& rest, std::string_view end = "\n"
 
 inline bool isPrintable(std::string_view text) {
   return std::ranges::all_of(text, [](char c) { return c >= ' ' && c <= '~'; });
+}
+
+// Whether no byte of a text, which may hold any encoding, steers a terminal.
+inline bool isHarmless(std::string_view text) {
+  unsigned before = 0;
+  return std::ranges::all_of(text, [&before](char c) {
+    auto const byte = static_cast<unsigned char>(c);
+    unsigned const last = std::exchange(before, byte);
+    bool const isC1 = byte >= 0x80 && byte < 0xa0 && (last < 0x80 || last == 0xc2);
+    return byte >= 0x20 && byte != 0x7f && !isC1;
+  });
 }
 
 // A file in a folder of its own.

@@ -6,11 +6,21 @@ using Statebase::member;
 
 namespace {
 
+// Whether JSON-RPC calls it a request or a notification, apart from its id.
+bool isValid(Kel::Value const& request) {
+  Kel::Value const* const version = member(request, "jsonrpc");
+  Kel::Value const* const method = member(request, "method");
+  Kel::Value const* const params = member(request, "params");
+  return version != nullptr && *version == Kel::Value("2.0") && method != nullptr &&
+         method->as<std::string>() &&
+         (params == nullptr || params->as<Kel::ValueMap>() || params->as<Kel::ValueList>());
+}
+
 // The id in the answer to a request, as JSON; nothing when there is to be no answer.
 std::optional<std::string> answeredId(std::optional<Kel::Value> const& request) {
   if (!request || request->as<Kel::ValueMap>() == nullptr) return "null";
   Kel::Value const* const id = member(*request, "id");
-  if (id == nullptr) return std::nullopt;
+  if (id == nullptr) return isValid(*request) ? std::nullopt : std::optional<std::string>("null");
   bool const isPlain = !id->as<bool>() && !id->as<Kel::ValueList>() && !id->as<Kel::ValueMap>();
   return isPlain ? dumpJson(*id) : "null";
 }
@@ -18,7 +28,7 @@ std::optional<std::string> answeredId(std::optional<Kel::Value> const& request) 
 // Whether the request was carried out, as far as the answer tells.
 bool checkAnswer(std::optional<Kel::Value> const& request, std::string const& answer) {
   auto const id = answeredId(request);
-  KEL_ASSERT(id.has_value() == !answer.empty(), "an answer to what has an id");
+  KEL_ASSERT(id.has_value() == !answer.empty(), "an answer to what has an id or is no request");
   if (!id) return false;
   KEL_ASSERT(answer.find('\n') == answer.size() - 1, "one line");
   auto const message = parsed(answer);

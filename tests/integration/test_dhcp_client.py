@@ -1,7 +1,9 @@
 """The programs around the DHCP client: the hook that it runs, and the shim in front of it."""
 import contextlib
 import os
+import pathlib
 import signal
+import socket
 import subprocess
 
 import pytest
@@ -19,6 +21,19 @@ def test_the_hook_says_that_there_is_no_host(tmp_path, reason, code):
     environment = {"STATEBASESOCKNAME": f"{tmp_path}/none", "reason": reason, "interface": "et1"}
     result = subprocess.run([HOOK], env=environment, capture_output=True, text=True, timeout=LIMIT)
     assert result.returncode == code and "No such file or directory" in result.stderr
+
+
+def test_the_hook_tries_again_until_there_is_a_host(tmp_path):
+    environment = {"STATEBASESOCKNAME": f"{tmp_path}/socket", "reason": "BOUND", "interface": "et1"}
+    hook = subprocess.Popen([HOOK], env=environment, stderr=subprocess.PIPE, text=True)
+    wait_for(lambda: pathlib.Path(f"/proc/{hook.pid}/stat").read_text().split(")")[1].split()[0] == "S", "a first failure")
+    with socket.socket(socket.AF_UNIX) as host:
+        host.bind(environment["STATEBASESOCKNAME"])
+        host.listen()
+        host.settimeout(LIMIT)
+        with host.accept()[0].makefile() as message:
+            assert '"/zerotouch/dhcpStatus/intfDhcpStatus/et1"' in message.read()
+    assert hook.communicate(timeout=LIMIT) == (None, "") and hook.returncode == 0
 
 
 def test_the_hook_ends_though_nobody_takes_what_it_says(tmp_path):
@@ -79,6 +94,28 @@ def test_a_release_outlasts_a_request_to_stop_but_not_for_ever(fake, finishes, h
         (fake / "end").touch()
     assert process.wait(LIMIT) == code
     wait_for(lambda: start_time(pid) is None, "the client to be gone")
+
+
+@pytest.mark.parametrize("reported", [True, False])
+def test_the_next_client_waits_for_a_late_release_and_its_report_but_not_for_ever(fake, reported):
+    (fake / "client").write_text(
+        '#!/bin/sh\ncase " $* " in\n*" -r "*)\n'
+        '  echo release >log\n  (while [ ! -e reported ]; do sleep 0.02; done; echo report >>log) &\n'
+        '  exec sleep infinity ;;\nesac\necho query >>log\n')
+    environment = {**os.environ, "ZEROTOUCH_REAL_DHCLIENT": str(fake / "client")}
+    command, log = [SHIM, "-6", "-lf", str(fake / "leases"), "et1"], fake / "log"
+    release = subprocess.Popen([*command, "-r"], cwd=fake, env=environment)
+    wait_for(log.exists, "the release")
+    release.terminate()
+    query = subprocess.Popen(command, cwd=fake, env=environment, stderr=subprocess.PIPE, text=True)
+    assert release.wait(LIMIT) == 128 + signal.SIGKILL
+    assert log.read_text() == "release\n"
+    if reported:
+        (fake / "reported").touch()
+    complaint = "" if reported else f"zerotouch-dhclient: lease file {fake / 'leases'}: a release of it does not end\n"
+    assert query.communicate(timeout=LIMIT) == (None, complaint)
+    assert log.read_text() == "release\n" + "report\n" * reported + "query\n"
+    (fake / "reported").touch()
 
 
 def test_without_a_client_the_shim_names_what_it_tried(tmp_path):

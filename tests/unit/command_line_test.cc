@@ -51,7 +51,7 @@ class CommandLine : public ::testing::Test, protected TestTree {
   TemporaryDirectory directory;
   std::string path = directory / "statebase.sock";
   std::unique_ptr<Server> server =
-      std::make_unique<Server>(tree, Server::Options{.path = path, .group = {}, .roleOf = {}});
+      std::make_unique<Server>(tree, Server::Options{.path = path, .group = {}, .callerOf = {}});
 };
 
 }  // namespace

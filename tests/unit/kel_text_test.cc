@@ -25,6 +25,20 @@ TEST(Format, follows_printf_and_the_type_of_the_argument) {
   EXPECT_EQ(Kel::format("%s", std::string("a\0b", 3)), std::string("a\0b", 3));
 }
 
+TEST(Printable, leaves_nothing_that_steers_a_terminal) {
+  for (auto const& [text, shown] : std::initializer_list<std::pair<std::string, char const*>>{
+           {"a\tb\n\x1b[2J\x7f", "a b??[2J?"},
+           {std::string("a\0b", 3), "a?b"},
+           {"M\xc3\xbcller \xe2\x9b\x94 M\xfcller", "M\xc3\xbcller \xe2\x9b\x94 M\xfcller"},
+           {"\x9b"
+            "2J \xc2\x9b"
+            "2J",
+            "?2J \xc2?2J"}}) {
+    EXPECT_EQ(Kel::printable(text), shown);
+  }
+  EXPECT_EQ(Kel::printable("abc", 3) + Kel::printable("a\nbc", 3), "abca?b...");
+}
+
 TEST(LogEvents, repeat_within_their_limit_only) {
   Kel::testing::SimulatedTime time{1000};
   std::vector<Kel::LogEvent> seen;
@@ -58,14 +72,14 @@ TEST(Trace, writes_what_the_setting_asks_for_and_costs_nothing_else) {
   int evaluated = 0;
   for (auto const& [setting, expected] : std::initializer_list<std::pair<std::string, std::string>>{
            {"", ""},
-           {"Before=0,After=9", "Before0:1|After0:2|After5:3|After9:4|"},
-           {"*=5,After=0", "Before0:5|Before5:6|After0:7|"}}) {
+           {"Before=0,After=9", "Before0?1|After0?2|After5?3|After9?4|"},
+           {"*=5,After=0", "Before0?5|Before5?6|After0?7|"}}) {
     Kel::TraceFacility const before("Before");
     EXPECT_EQ(Kel::traceIs(setting), "");
     Kel::TraceFacility const after("After");  // as in a library that is loaded later
     lines.clear();
     for (Kel::TraceFacility const* facility : {&before, &after}) {
-      for (int const level : {0, 5, 9}) KEL_TRACE(*facility, level, ":" << ++evaluated);
+      for (int const level : {0, 5, 9}) KEL_TRACE(*facility, level, "\n" << ++evaluated);
     }
     EXPECT_EQ(lines, expected);
   }

@@ -75,7 +75,7 @@ class StateSocket : public ::testing::Test, protected TestTree {
 
   void start() {
     server = std::make_unique<Server>(
-        tree, Server::Options{.path = path, .group = {}, .roleOf = [this](int) { return role; }});
+        tree, Server::Options{.path = path, .group = {}, .callerOf = [this](int) { return caller; }});
   }
   std::string heard(Peer& peer) {
     time.settle();
@@ -87,7 +87,7 @@ class StateSocket : public ::testing::Test, protected TestTree {
     return heard(peer);
   }
   std::string refusalToServe(std::string const& socketPath) try {
-    Server const second(tree, {.path = socketPath, .group = {}, .roleOf = {}});
+    Server const second(tree, {.path = socketPath, .group = {}, .callerOf = {}});
     return "";
   } catch (SocketError const& error) {
     return error.what();
@@ -96,7 +96,7 @@ class StateSocket : public ::testing::Test, protected TestTree {
   Kel::testing::SimulatedTime time;
   TemporaryDirectory directory;
   std::string path = directory / "statebase.sock";
-  Role role = Role::root;
+  Caller caller{0, Role::root};
   std::unique_ptr<Server> server;
 };
 
@@ -235,23 +235,55 @@ TEST_F(StateSocket, AListOfPathsIsWatchedWholeOrNotAtAll) {
   EXPECT_EQ(heard(peer), "");
 }
 
-TEST_F(StateSocket, WhoHasNoRoleIsClosedAndMoreThan256ClientsWait) {
-  role = Role::none;
+TEST_F(StateSocket, WhoHasNoRoleIsClosedAndNobodyTakesThePlacesOfOthers) {
+  caller = {9, Role::none};
   Peer stranger(path);
   EXPECT_EQ(exchange(stranger, get(enabledPath)), "");
   EXPECT_TRUE(stranger.atEnd());
-  role = Role::group;
+
   std::vector<std::unique_ptr<Peer>> peers;
-  for (std::size_t i = 0; i < Server::maxClients + 3; ++i) {
-    peers.push_back(std::make_unique<Peer>(path));
-    ASSERT_TRUE(peers.back()->connected());
-    time.settle();
-  }
+  // What the newest of so many connections of a user is answered.
+  auto const connect = [&](uid_t user, std::size_t count) {
+    caller = {user, user == 0 ? Role::root : Role::group};
+    for (std::size_t i = 0; i < count; ++i) {
+      peers.push_back(std::make_unique<Peer>(path));
+      time.settle();
+    }
+    peers.back()->write(get(enabledPath));
+    return heard(*peers.back());
+  };
+  auto const refusal = [](std::string const& reason) {
+    return R"({"jsonrpc":"2.0","id":null,"error":{"code":-32004,"message":")" + reason +
+           R"(","data":{"path":"","reason":")" + reason + "\"}}}\n";
+  };
+  std::string const full = "all 64 connections of user 1 are taken";
+  EXPECT_EQ(connect(2, Server::maxOfUser), result("false"));
+  time.advance(0.5);
+  EXPECT_EQ(connect(1, Server::maxOfUser), result("false"));
+  Peer& watching = *peers[Server::maxOfUser];
+  Peer& heardOf = *peers[Server::maxOfUser + 1];
+  EXPECT_EQ(connect(1, 10), refusal(full));
+  EXPECT_TRUE(peers.back()->atEnd());
+  EXPECT_EQ(server->clients(), 2 * Server::maxOfUser);
+  EXPECT_EQ(connect(3, Server::maxOfUser), result("false"));
+  EXPECT_EQ(connect(4, 1), refusal("all 192 connections of users but root are taken"));
+  EXPECT_EQ(connect(0, Server::keptForRoot), result("false"));
+  EXPECT_EQ(connect(0, 1), refusal("all 256 connections are taken"));
+
+  // A client that has been idle gives up its place, unless it watches something or is heard of now and then.
+  EXPECT_EQ(exchange(watching, on("watch", enabledPath)), result("false"));
+  time.advance(1);
+  EXPECT_EQ(connect(0, 1), result("false"));  // for root a second is enough; it takes one of user 2
+  time.advance(58);
+  EXPECT_EQ(exchange(heardOf, get(enabledPath)), result("false"));
+  EXPECT_EQ(connect(1, 1), refusal(full));
+  time.advance(1);
+  for (std::size_t i = 0; i < Server::maxOfUser - 2; ++i) EXPECT_EQ(connect(1, 1), result("false"));
+  EXPECT_EQ(connect(1, 2), refusal(full));
+  EXPECT_EQ(exchange(heardOf, get(enabledPath)), result("false"));
+  config->enabledIs(true);
+  EXPECT_EQ(heard(watching), changed(enabledPath, "true"));
   EXPECT_EQ(server->clients(), Server::maxClients);
-  EXPECT_EQ(exchange(*peers.back(), get(enabledPath)), "");
-  EXPECT_EQ(exchange(*peers.front(), get(enabledPath)), result("false"));
-  peers.erase(peers.begin(), peers.begin() + 3);
-  EXPECT_EQ(heard(*peers.back()), result("false"));
 }
 
 TEST_F(StateSocket, OneHostServesASocket) {
@@ -291,10 +323,10 @@ TEST_F(StateSocket, TheKernelSaysWhoAClientIs) {
   for (auto const& [uid, gid, supplementary, expected] :
        {Case{0, 0, 0, Role::root}, Case{65534, group, 65534, Role::group},
         Case{65534, 65534, group, Role::group}, Case{65534, 65534, 65534, Role::none}}) {
-    Role seen = Role::host;
+    Caller seen{1, Role::host};
     std::string const other = directory / "roles.sock";
-    Server const roles(tree, {.path = other, .group = group, .roleOf = [&](int descriptor) {
-                                return seen = peerRole(descriptor, group);
+    Server const roles(tree, {.path = other, .group = group, .callerOf = [&](int descriptor) {
+                                return seen = callerOf(descriptor, group);
                               }});
     // So that the check itself is reached by those whom the mode keeps out.
     chmod(other.c_str(), 0666);
@@ -308,7 +340,8 @@ TEST_F(StateSocket, TheKernelSaysWhoAClientIs) {
     ASSERT_EQ(waitpid(child, &status, 0), child);
     EXPECT_EQ(status, 0);
     time.settle();
-    EXPECT_EQ(seen, expected) << uid << " " << gid << " " << supplementary;
+    EXPECT_EQ(seen.user, uid);
+    EXPECT_EQ(seen.role, expected) << uid << " " << gid << " " << supplementary;
   }
 }
 

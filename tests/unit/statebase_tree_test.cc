@@ -70,6 +70,9 @@ TEST_F(StateTree, AnswersAreThoseWrittenDownAndNeitherReadsNorMistakesChangeAnyt
   }
   EXPECT_TRUE(answerTo("").starts_with("-32700 not JSON: syntax error while parsing value"));
   EXPECT_EQ(answerTo(std::string(40'000, '[')), "-32700 not JSON: nested deeper than 32 levels");
+  using namespace std::string_literals;
+  EXPECT_EQ(answerTo("{\"jsonrpc\": \"2.0\", \"id\": 1, \"method\": \"time\"}"s + '\0' + "more"),
+            "-32700 not JSON: byte 46 is zero, which no JSON text holds");
 }
 
 TEST_F(StateTree, OneMessageCreatesTheEntryThenSetsInTheOrderGiven) {

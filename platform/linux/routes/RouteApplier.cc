@@ -12,6 +12,7 @@
 #include <new>
 #include <utility>
 
+#include "platform/kel/Format.h"
 #include "platform/kel/Trace.h"
 #include "platform/linux/Warnings.h"
 #include "platform/model/values/Grammar.h"
@@ -166,6 +167,7 @@ RouteApplier::RouteApplier(Entities const& entities, Netlink& netlink, Kel::Ptr<
       netlink_(netlink),
       kernel_(netlink),
       ports_(std::move(ports)),
+      takeovers_(netlink, ports_),
       routes_(routeList_, &Routing::RouteList::route, &Routing::RouteList::NotifieeConst::onRoute,
               [this](Wire::IpAddrWithMask const&) {
                 mayBePresent_ = true;
@@ -182,6 +184,7 @@ void RouteApplier::soon() {
 
 void RouteApplier::apply() {
   auto const routes = wanted();
+  takeovers_.look(routes);
   auto present = kernel_.read();
   if (!present) return pass_.in(readAgainDelay);
   for (auto const& [prefix, hops] : *present) {
@@ -225,7 +228,7 @@ Kel::String RouteApplier::install(Wire::IpAddrWithMask const& prefix, Vias const
   for (Routing::Via const& via : vias) {
     NextHop const hop{via.hop, via.intf ? ports_->port(via.intf).ifIndex : 0};
     if (via.intf && hop.ifIndex == 0) {
-      refuse(hop, "there is no port " + Grammar::printable(via.intf.stringValue()));
+      refuse(hop, "there is no port " + Kel::printable(via.intf.stringValue(), Kel::longestShown));
       continue;
     }
     all.insert(hop);

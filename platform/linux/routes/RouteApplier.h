@@ -11,6 +11,7 @@
 #include "platform/linux/Warnings.h"
 #include "platform/linux/links/Netlink.h"
 #include "platform/linux/links/Ports.h"
+#include "platform/linux/routes/Takeovers.h"
 
 namespace Linux {
 
@@ -83,6 +84,7 @@ class RouteApplier : private Netlink::Listener {
   KernelRoutes kernel_;
   Kel::Ptr<Ports const> ports_;
   Dropped dropped_;
+  Takeovers takeovers_;
   std::map<Wire::IpAddrWithMask, Refusal> refusals_;
   bool mayBePresent_ = false;  // whether the kernel may have routes of ours
   Kel::Alarm pass_{[this] { apply(); }};

@@ -10,9 +10,9 @@
 #include <utility>
 
 #include "platform/kel/Assert.h"
+#include "platform/kel/Format.h"
 #include "platform/kel/Trace.h"
 #include "platform/linux/Warnings.h"
-#include "platform/model/values/Grammar.h"
 
 namespace Linux {
 
@@ -97,7 +97,8 @@ void UndoJournal::read(Kel::String const& line) {
   words.ignore(1);
   std::getline(words, entry.original);
   if (ifIndex <= 0 || entry.item.empty() || (sign != '+' && sign != '-')) {
-    undoJournalFailed.log(memory_.path() + ": line not understood: " + Grammar::printable(line));
+    undoJournalFailed.log(memory_.path() +
+                          ": line not understood: " + Kel::printable(line, Kel::longestShown));
     return;
   }
   auto& ofDevice = entries_[ifIndex];
@@ -251,7 +252,8 @@ bool DeviceSettings::putBack(int ifIndex, UndoJournal::Entry const& entry) {
   Kel::String const name = ports_->describe(ifIndex);
   KEL_TRACE(trace, 5, name << " " << entry.item << ": back to " << entry.original << " " << reason);
   if (!reason.empty() && !name.empty())
-    portSettingFailed.log(Grammar::printable(entry.item), name, Grammar::printable(entry.original), reason);
+    portSettingFailed.log(Kel::printable(entry.item, Kel::longestShown), name,
+                          Kel::printable(entry.original, Kel::longestShown), reason);
   journal_.entryDel(ifIndex, entry.item);
   return reason.empty();
 }

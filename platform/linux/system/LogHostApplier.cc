@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "platform/kel/Format.h"
 #include "platform/kel/WholeFile.h"
 #include "platform/linux/Warnings.h"
 #include "platform/model/values/Grammar.h"
@@ -62,7 +63,8 @@ Kel::String LogHostApplier::contents() {
   dropped_.begin();
   for (auto const& [vrf, hosts] : config_->vrfLoggingHost()) {
     if (vrf != L3::VrfName(defaultVrf)) {
-      others += "# Not sent to: the servers of VRF " + Grammar::printable(vrf.stringValue()) + "\n";
+      others +=
+          "# Not sent to: the servers of VRF " + Kel::printable(vrf.stringValue(), Kel::longestShown) + "\n";
       continue;
     }
     for (auto const& [key, server] : hosts->loggingHost()) {

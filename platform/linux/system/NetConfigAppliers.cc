@@ -8,6 +8,7 @@
 #include <cstring>
 #include <sstream>
 
+#include "platform/kel/Format.h"
 #include "platform/kel/WholeFile.h"
 #include "platform/linux/Warnings.h"
 #include "platform/model/values/Grammar.h"
@@ -71,7 +72,7 @@ void HostNameApplier::keep() { original_.discard(); }
 
 bool HostNameApplier::set(Kel::String const& name) {
   if (sethostname(name.data(), name.size()) == 0) return true;
-  hostNameFailed.log(Grammar::printable(name), std::strerror(errno));
+  hostNameFailed.log(Kel::printable(name, Kel::longestShown), std::strerror(errno));
   return false;
 }
 

@@ -113,11 +113,4 @@ bool isLinkLocal(Wire::IpGenAddrWithMask const& address) {
   return address.isV6() ? isLinkLocal(address.v6().address) : address.v4().address.value >> 16 == 0xa9fe;
 }
 
-std::string printable(std::string_view text, std::size_t maxShown) {
-  std::string result(text.substr(0, maxShown));
-  std::ranges::replace_if(
-      result, [](char c) { return !isPrintable(c); }, '?');
-  return text.size() > maxShown ? result + "..." : result;
-}
-
 }  // namespace Grammar

@@ -52,8 +52,4 @@ std::uint8_t classMaskLength(Wire::IpAddr address);
 bool isLinkLocal(Wire::Ip6Addr const& address);
 bool isLinkLocal(Wire::IpGenAddrWithMask const& address);
 
-// The first `maxShown` bytes of a text for a message, with "..." when there are more. Everything but
-// printable ASCII becomes "?", so that no terminal and no log takes it for something else.
-std::string printable(std::string_view text, std::size_t maxShown = 80);
-
 }  // namespace Grammar

@@ -1,6 +1,6 @@
 #include "programs/zerotouch/report/Html.h"
 
-#include "programs/zerotouch/Output.h"
+#include "platform/kel/Format.h"
 
 namespace ZeroTouchCommand::Html {
 
@@ -73,7 +73,7 @@ svg .attempt { stroke: var(--calm); stroke-dasharray: 3 3; }
 
 std::string escaped(std::string const& text) {
   std::string result;
-  for (char const c : printable(text)) {
+  for (char const c : Kel::printable(text)) {
     switch (c) {
       case '&':
         result += "&amp;";

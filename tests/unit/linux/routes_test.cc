@@ -94,5 +94,31 @@ TEST_F(RoutesTest, UseTheNextHopsThatAreReachableAndTheOthersOnceTheyAre) {
   EXPECT_EQ(warned.text(), dropped + refused);
 }
 
+TEST_F(RoutesTest, ThatTakeOverEverythingOrTheManagementNetworkAreToldOf) {
+  ip("link add ma1 type veth peer name ma2", "addr add 10.9.3.5/24 dev ma1");
+  start();
+  Warned const warned;
+  std::string const all = " (device eth1) take over all addresses: they win against every default route\n";
+  auto const seen = [&] { return warned.text(); };
+  // A default route is what it says, these are as good as none, and a network of the port itself is its own.
+  for (char const* prefix : {"0.0.0.0/0", "128.0.0.0/1", "64.0.0.0/2", "10.0.1.0/25", "10.8.0.0/16"})
+    viaIs(prefix, "10.0.1.1");
+  viaIs("0.0.0.0/2", "10.0.2.1");  // by another port
+  auto const count = [](std::string const& to) { return output("ip route show " + to + " | wc -l"); };
+  expectSoon([&] { return count("0.0.0.0/2"); }, "1\n");
+  EXPECT_EQ(seen(),
+            "ROUTES_TAKE_OVER: Routes by port Ethernet2 (device eth2) take over addresses of the management "
+            "network 10.9.3.0/24 of device ma1, by 0.0.0.0/2\n");
+  std::string const before = seen();
+  viaIs("0.0.0.0/2", "0.0.0.0@Ethernet1");
+  viaIs("10.9.3.128/25", "10.0.1.1");
+  expectSoon(seen, before +
+                       "ROUTES_TAKE_OVER: Routes by port Ethernet1 (device eth1) take over addresses of the "
+                       "management network 10.9.3.0/24 of device ma1, by 0.0.0.0/2\n"
+                       "ROUTES_TAKE_OVER: Routes by port Ethernet1" +
+                       all);
+  expectSoon([&] { return count("10.9.3.128/25"); }, "1\n");  // applied all the same
+}
+
 }  // namespace
 }  // namespace Linux
