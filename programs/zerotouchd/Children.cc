@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr int patience = 1'000;        // milliseconds that the host waits for the end of what it has killed
+constexpr int patience = 1;            // seconds that the host waits for the end of what it has killed
 constexpr int secondsToEnd = 1;        // that a script has which was asked to end, when the host stops
 constexpr Kel::Seconds nextTry = 0.1;  // for a group whose members have not ended yet
 

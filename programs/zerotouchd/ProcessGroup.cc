@@ -11,6 +11,8 @@
 #include <fstream>
 #include <sstream>
 
+#include "platform/kel/Child.h"
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -72,7 +74,7 @@ void waitUntilEmpty(std::string const& folder, int timeout) {
     if (pread(events, text, sizeof text - 1, 0) <= 0) break;
     if (std::string(text).find("populated 0") != std::string::npos) break;
     pollfd change{events, POLLPRI, 0};
-    if (poll(&change, 1, timeout) <= 0) break;
+    if (poll(&change, 1, timeout * 1'000) <= 0) break;
   }
   close(events);
 }
@@ -148,7 +150,7 @@ void ProcessGroup::leaderIs(pid_t pid) {
 }
 
 bool ProcessGroup::end(int timeout) const {
-  return folder_.empty() ? endSession() : endControlGroup(timeout);
+  return folder_.empty() ? endSession(timeout) : endControlGroup(timeout);
 }
 
 bool ProcessGroup::endControlGroup(int timeout) const {
@@ -162,7 +164,7 @@ bool ProcessGroup::endControlGroup(int timeout) const {
 
 // The id of a session is nobody else's while it has a member. Afterwards it may be that of another leader,
 // who was started later than ours.
-bool ProcessGroup::endSession() const {
+bool ProcessGroup::endSession(int timeout) const {
   if (leader_ <= 1) return true;
   auto const leader = processStat(std::to_string(leader_));
   if (leader.lives() && leader.start != start_) return true;
@@ -180,6 +182,7 @@ bool ProcessGroup::endSession() const {
       if (process.session != leader_ || !process.lives()) continue;
       found = true;
       ::kill(pid, SIGKILL);
+      if (timeout > 0) Kel::endsWithin(pid, timeout);
     }
   }
   return !found;

@@ -30,13 +30,13 @@ class ProcessGroup {
   // Says which process has been started in the group, or else in a session of its own; 0 when none could be.
   void leaderIs(pid_t pid);
 
-  // Kills all members, waits at most `timeout` milliseconds for their end, and removes the control group.
+  // Kills all members, waits at most about `timeout` seconds for their end, and removes the control group.
   // Returns whether nothing is left of it. To be called again when there is.
   bool end(int timeout = 0) const;
 
  private:
   bool endControlGroup(int timeout) const;
-  bool endSession() const;
+  bool endSession(int timeout) const;
 
   std::string folder_;
   pid_t leader_ = 0;

@@ -21,7 +21,10 @@ class HostChildren : public testing::TestWithParam<bool> {
   void SetUp() override {
     if (GetParam() && access(parent_.c_str(), W_OK) != 0) GTEST_SKIP() << "no control group to write to";
     startHost();
+    look();
   }
+  // The files that a script writes are looked at again a hundred times a second.
+  void look() { look_.in(0.01); }
   void startHost() { host_ = std::make_unique<Children>(folder_.path("/run"), GetParam() ? parent_ : ""); }
 
   Kel::Ptr<Kel::ChildSiginfo> start(std::string const& script) {
@@ -62,6 +65,7 @@ class HostChildren : public testing::TestWithParam<bool> {
   TemporaryFolder folder_;
   std::string const parent_ = ownControlGroup();
   std::unique_ptr<Children> host_;
+  Kel::Alarm look_{[this] { look(); }};
 };
 
 INSTANTIATE_TEST_SUITE_P(, HostChildren, testing::Bool(),
@@ -84,7 +88,7 @@ TEST_P(HostChildren, what_a_script_has_started_ends_with_it_unless_it_succeeds) 
     ASSERT_TRUE(runUntil([this] { return std::filesystem::exists(folder_.path("/started")); })) << c.rest;
     std::filesystem::remove(folder_.path("/started"));
     if (c.signal != 0) Kel::kill(child->pid(), c.signal);
-    if (c.ends) ASSERT_TRUE(runUntil([&] { return child->ended(); })) << c.rest;
+    EXPECT_TRUE(!c.ends || runUntil([&] { return child->ended(); })) << c.rest;
     if (c.leaves) {
       EXPECT_EQ(living(), 5) << c.rest;
       start("exit 0");  // before which all of it ends
@@ -116,15 +120,14 @@ TEST_P(HostChildren, of_what_a_script_writes_the_beginning_and_the_end_are_kept)
   ASSERT_TRUE(runUntil([child = start("echo some; echo more")] { return child->ended(); }));
   EXPECT_EQ(folder_.read("/out"), "some\nmore\n");
   // Lines of eight bytes: 4 MiB exactly, then much more.
-  for (std::uint64_t const lines : {524'288, 5'000'000}) {
+  for (std::uint64_t const lines : {524'288, 1'000'000}) {
     auto const child = start("seq -f %07.0f " + std::to_string(lines));
     ASSERT_TRUE(runUntil([&] { return child->ended(); }));
     EXPECT_EQ(child->exitStatus(), 0);
     std::string const output = folder_.read("/out");
     EXPECT_LE(output.size(), CapturedOutput::limit);
     EXPECT_TRUE(output.starts_with("0000001\n0000002\n"));
-    EXPECT_TRUE(output.ends_with("\n0" + std::to_string(lines) + "\n") ||
-                output.ends_with("\n" + std::to_string(lines) + "\n"));
+    EXPECT_TRUE(output.ends_with(std::to_string(lines) + "\n"));
     auto const from = output.find("\n\n["), to = output.find(" bytes left out]\n");
     EXPECT_EQ(from == std::string::npos, lines * 8 == CapturedOutput::limit);
     if (from == std::string::npos) continue;
