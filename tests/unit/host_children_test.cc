@@ -1,6 +1,7 @@
 // The host's runner with real processes: what a contained child leaves behind, and what it writes.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/mount.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -20,8 +21,14 @@ class HostChildren : public testing::TestWithParam<bool> {
  protected:
   void SetUp() override {
     if (GetParam() && access(parent_.c_str(), W_OK) != 0) GTEST_SKIP() << "no control group to write to";
+    // The folder has room for the output, which the tests' /tmp has not.
+    ASSERT_EQ(mount("tmpfs", folder_.path().c_str(), "tmpfs", 0, "size=16m"), 0);
     startHost();
     look();
+  }
+  void TearDown() override {
+    host_.reset();
+    umount2(folder_.path().c_str(), MNT_DETACH);
   }
   // The files that a script writes are looked at again a hundred times a second.
   void look() { look_.in(0.01); }
