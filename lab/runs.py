@@ -15,7 +15,7 @@ UNTIL_ADVERTISED = {"INETRFACESSETUP": 2.5, "DHCLIENTQUERY": 1}
 FOUND = {"addresses": [], "up": False, "mtu": 1500, "routes": [], "host name": "switch", "ip6": ["0", "1"],
          "resolver": "# no name server is known yet\n", "log": []}
 
-SCRIPT = "#!/bin/sh\nuntil [ -e /tmp/go ]; do sleep 0.1; done\nexit 1\n"
+SCRIPT = "#!/bin/sh\nsetsid sleep 1000 &\nuntil [ -e /tmp/go ]; do sleep 0.1; done\nexit 1\n"
 STATES = {  # the states that last, and how a run comes to stay in each
     "stateSetupInterfaces": {"scenario": None, "INETRFACESSETUP": 60},
     "stateDhcpQuery": {"scenario": None, "DHCLIENTQUERY": 60},

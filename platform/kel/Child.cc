@@ -25,13 +25,19 @@ ChildRunner* injected = nullptr;
 
 constexpr std::uint8_t cannotStart = 127;
 
-// Returns 0, or the error number.
-int spawn(pid_t& pid, char const* const* argv, int stdinFd, int stdoutFd, int stderrFd) {
+// The arguments of a child, with what becomes its standard input, output and error; -1 leaves it as it is.
+struct Command {
+  char const* const* argv;
+  int descriptors[3];
+};
+
+// Returns 0, or the error number. `flags` are further ones of posix_spawnattr_setflags.
+int spawn(pid_t& pid, Command const& command, short flags = 0) {
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
-  int const wanted[] = {stdinFd, stdoutFd, stderrFd};
   for (int target = 0; target < 3; ++target) {
-    if (wanted[target] >= 0) posix_spawn_file_actions_adddup2(&actions, wanted[target], target);
+    if (command.descriptors[target] < 0) continue;
+    posix_spawn_file_actions_adddup2(&actions, command.descriptors[target], target);
   }
   posix_spawn_file_actions_addclosefrom_np(&actions, 3);
 
@@ -43,30 +49,53 @@ int spawn(pid_t& pid, char const* const* argv, int stdinFd, int stdoutFd, int st
   sigfillset(&all);
   posix_spawnattr_setsigmask(&attributes, &none);
   posix_spawnattr_setsigdefault(&attributes, &all);
-  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+  posix_spawnattr_setflags(&attributes,
+                           static_cast<short>(POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | flags));
 
   // posix_spawn does not write to argv; its type is older than const.
-  int const error =
-      posix_spawn(&pid, argv[0], &actions, &attributes, const_cast<char* const*>(argv), environ);  // NOLINT
+  int const error = posix_spawn(&pid, command.argv[0], &actions, &attributes,
+                                const_cast<char* const*>(command.argv), environ);  // NOLINT
   posix_spawnattr_destroy(&attributes);
   posix_spawn_file_actions_destroy(&actions);
   return error;
 }
 
-// Whether the child ends within `timeout` seconds. Does not reap it.
-bool endsWithin(pid_t pid, int timeout) {
-  int const pidfd = static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
-  if (pidfd < 0) return false;
-  using std::chrono::steady_clock;
-  auto const deadline = steady_clock::now() + std::chrono::seconds(timeout);
-  pollfd end{pidfd, POLLIN, 0};
-  int ready = 0;
-  do {
-    auto const left = std::chrono::ceil<std::chrono::milliseconds>(deadline - steady_clock::now()).count();
-    ready = poll(&end, 1, static_cast<int>(std::clamp<std::int64_t>(left, 0, INT_MAX)));
-  } while (ready < 0 && errno == EINTR);
-  close(pidfd);
-  return ready > 0;
+// What the new process does until it becomes the program, as posix_spawn would. Like any child of a process
+// that may have threads, it calls nothing that takes a lock. A program that cannot be executed has exit
+// status 127.
+[[noreturn]] void become(Command const& command) {
+  for (int signal = 1; signal < NSIG; ++signal) ::signal(signal, SIG_DFL);
+  for (int target = 0; target < 3; ++target) {
+    int const source = command.descriptors[target];
+    if (source == target) {
+      fcntl(target, F_SETFD, 0);
+    } else if (source >= 0 && dup2(source, target) < 0) {
+      _exit(cannotStart);
+    }
+  }
+  close_range(3, ~0U, 0);
+  sigset_t none;
+  sigemptyset(&none);
+  sigprocmask(SIG_SETMASK, &none, nullptr);
+  execve(command.argv[0], const_cast<char* const*>(command.argv), environ);  // NOLINT
+  _exit(cannotStart);
+}
+
+// posix_spawn of this C library cannot start a child in a control group, so this makes the system call
+// itself. Returns whether the child is there.
+bool spawnInGroup(pid_t& pid, Command const& command, int group) {
+  struct {  // the kernel's struct clone_args, in its third version
+    std::uint64_t flags, pidfd, childTid, parentTid, exitSignal, stack, stackSize, tls, setTid, setTidSize,
+        cgroup;
+  } arguments{};
+  constexpr std::uint64_t cloneIntoCgroup = 0x200000000;
+  arguments.flags = cloneIntoCgroup;
+  arguments.exitSignal = SIGCHLD;
+  arguments.cgroup = static_cast<std::uint64_t>(group);
+  auto const child = syscall(SYS_clone3, &arguments, sizeof arguments);
+  if (child == 0) become(command);
+  pid = static_cast<pid_t>(child);
+  return child > 0;
 }
 
 }  // namespace
@@ -87,14 +116,32 @@ void PosixChildRunner::reportFailed() {
 
 Ptr<ChildSiginfo> PosixChildRunner::run(char const* const* argv, int stdinFd, int stdoutFd, int stderrFd) {
   KEL_ASSERT(argv != nullptr && argv[0] != nullptr, "argv[0]");
+  Loop::instance();  // blocks SIGCHLD before the first child can end
   pid_t pid = 0;
-  Loop& loop = Loop::instance();  // blocks SIGCHLD before the first child can end
-  if (spawn(pid, argv, stdinFd, stdoutFd, stderrFd) != 0) {
-    auto child = makePtr<ChildSiginfo>(0);
-    failed_.push_back(child);
-    reportFailed_.in(0);
-    return child;
-  }
+  bool const started = spawn(pid, {argv, {stdinFd, stdoutFd, stderrFd}}) == 0;
+  return started ? follow(pid) : couldNotStart();
+}
+
+Ptr<ChildSiginfo> PosixChildRunner::runApart(char const* const* argv, int stdinFd, int stdoutFd, int stderrFd,
+                                             int group) {
+  KEL_ASSERT(argv != nullptr && argv[0] != nullptr, "argv[0]");
+  Loop::instance();
+  Command const command{argv, {stdinFd, stdoutFd, stderrFd}};
+  pid_t pid = 0;
+  bool const started =
+      (group >= 0 && spawnInGroup(pid, command, group)) || spawn(pid, command, POSIX_SPAWN_SETSID) == 0;
+  return started ? follow(pid) : couldNotStart();
+}
+
+Ptr<ChildSiginfo> PosixChildRunner::couldNotStart() {
+  auto child = makePtr<ChildSiginfo>(0);
+  failed_.push_back(child);
+  reportFailed_.in(0);
+  return child;
+}
+
+Ptr<ChildSiginfo> PosixChildRunner::follow(pid_t pid) {
+  Loop& loop = Loop::instance();
   auto child = makePtr<ChildSiginfo>(pid);
   sd_event_source* source = nullptr;
   int const added = sd_event_add_child(loop.event(), &source, pid, WEXITED, onEnd, this);
@@ -123,7 +170,7 @@ int PosixChildRunner::onEnd(sd_event_source*, siginfo_t const* info, void* self)
 int PosixChildRunner::runAndWait(char const* path, int stdinFd, int stdoutFd, int stderrFd, int timeout) {
   char const* const argv[] = {path, nullptr};
   pid_t pid = 0;
-  if (spawn(pid, argv, stdinFd, stdoutFd, stderrFd) != 0) return cannotStart;
+  if (spawn(pid, {argv, {stdinFd, stdoutFd, stderrFd}}) != 0) return cannotStart;
   if (!endsWithin(pid, timeout)) ::kill(pid, SIGKILL);
   int status = 0;
   while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
@@ -149,6 +196,10 @@ Ptr<ChildSiginfo> run(char const* const* argv, int stdinFd, int stdoutFd, int st
   return childRunner().run(argv, stdinFd, stdoutFd, stderrFd);
 }
 
+Ptr<ChildSiginfo> runContained(char const* const* argv, int stdinFd, int stdoutFd, int stderrFd) {
+  return childRunner().runContained(argv, stdinFd, stdoutFd, stderrFd);
+}
+
 int runAndWait(char const* path, int stdinFd, int stdoutFd, int stderrFd, int timeout) {
   constexpr int defaultTimeout = 10;
   return childRunner().runAndWait(path, stdinFd, stdoutFd, stderrFd, timeout < 0 ? defaultTimeout : timeout);
@@ -160,6 +211,21 @@ int kill(pid_t pid, int signal) {
     return -1;
   }
   return childRunner().kill(pid, signal);
+}
+
+bool endsWithin(pid_t pid, int timeout) {
+  int const pidfd = static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
+  if (pidfd < 0) return false;
+  using std::chrono::steady_clock;
+  auto const deadline = steady_clock::now() + std::chrono::seconds(timeout);
+  pollfd end{pidfd, POLLIN, 0};
+  int ready = 0;
+  do {
+    auto const left = std::chrono::ceil<std::chrono::milliseconds>(deadline - steady_clock::now()).count();
+    ready = poll(&end, 1, static_cast<int>(std::clamp<std::int64_t>(left, 0, INT_MAX)));
+  } while (ready < 0 && errno == EINTR);
+  close(pidfd);
+  return ready > 0;
 }
 
 void reap(pid_t pid) {

@@ -54,15 +54,22 @@ class ChildRunner {
  public:
   virtual ~ChildRunner() = default;
   virtual Ptr<ChildSiginfo> run(char const* const* argv, int stdinFd, int stdoutFd, int stderrFd) = 0;
+  // For Kel::runContained. A runner that cannot contain a child starts it as any other.
+  virtual Ptr<ChildSiginfo> runContained(char const* const* argv, int stdinFd, int stdoutFd, int stderrFd) {
+    return run(argv, stdinFd, stdoutFd, stderrFd);
+  }
   virtual int runAndWait(char const* path, int stdinFd, int stdoutFd, int stderrFd, int timeout) = 0;
   virtual int kill(pid_t pid, int signal) = 0;
   virtual void reap(pid_t pid) = 0;
 };
 
-// The runner of real processes: posix_spawn, and a pidfd on the loop for each child.
+// The runner of real processes, with a pidfd on the loop for each child.
 class PosixChildRunner : public ChildRunner {
  public:
   Ptr<ChildSiginfo> run(char const* const* argv, int stdinFd, int stdoutFd, int stderrFd) override;
+  // Starts the child in the control group whose folder is open as `group` (cgroup v2), so that none of its
+  // descendants is ever outside; where that is -1 or the kernel refuses it, in a session of its own.
+  Ptr<ChildSiginfo> runApart(char const* const* argv, int stdinFd, int stdoutFd, int stderrFd, int group);
   int runAndWait(char const* path, int stdinFd, int stdoutFd, int stderrFd, int timeout) override;
   int kill(pid_t pid, int signal) override;
   void reap(pid_t pid) override;
@@ -73,6 +80,8 @@ class PosixChildRunner : public ChildRunner {
     sd_event_source* source;
   };
 
+  Ptr<ChildSiginfo> follow(pid_t pid);
+  Ptr<ChildSiginfo> couldNotStart();
   void reportFailed();
   static int onEnd(sd_event_source*, siginfo_t const* info, void* self);
 
@@ -87,6 +96,11 @@ class PosixChildRunner : public ChildRunner {
 // too.
 Ptr<ChildSiginfo> run(char const* const* argv, int stdinFd, int stdoutFd, int stderrFd, int reserved);
 
+// The same for a program that nobody vouches for: unless it ends by itself with exit status 0, what it has
+// started ends with it, and what it writes to the given descriptors is bounded, where the runner can see to
+// that.
+Ptr<ChildSiginfo> runContained(char const* const* argv, int stdinFd, int stdoutFd, int stderrFd);
+
 // Runs a program without arguments and waits for its end, at most `timeout` seconds (-1: 10), then kills it:
 // the loop stands still meanwhile. Returns the exit status, 128 + the signal that ended it, or 127 when it
 // could not be started.
@@ -94,6 +108,9 @@ int runAndWait(char const* path, int stdinFd = -1, int stdoutFd = -1, int stderr
 
 // kill(2) for a single process. An id below 2 is refused with ESRCH: it means init, a group or everybody.
 int kill(pid_t pid, int signal);
+
+// Whether `pid` ends within `timeout` seconds: the loop stands still meanwhile. Does not reap it.
+bool endsWithin(pid_t pid, int timeout);
 
 // Reaps the child `pid` if it has ended (waitpid(2) with WNOHANG), whoever started it. Nothing happens when
 // it still runs or is no child.

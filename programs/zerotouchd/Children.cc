@@ -1,39 +1,35 @@
 #include "programs/zerotouchd/Children.h"
 
+#include <unistd.h>
+
 #include <csignal>
-#include <fstream>
 #include <sstream>
 
 #include "programs/zerotouchd/Events.h"
 
 namespace {
 
-// When a process was started, in ticks since the boot; 0 when there is none with that id, or only a zombie.
-std::uint64_t startTime(pid_t pid) {
-  Kel::String line;
-  std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
-  if (!std::getline(file, line)) return 0;
-  // The name may hold anything and ends with the last ")". The state follows, and eighteen numbers that do
-  // not matter.
-  std::istringstream fields(line.substr(line.rfind(')') + 1));
-  char state = 0;
-  fields >> state;
-  Kel::String skipped;
-  for (int i = 0; i < 18; ++i) fields >> skipped;
-  std::uint64_t start = 0;
-  fields >> start;
-  return state == 'Z' || state == 'X' ? 0 : start;
-}
+constexpr int patience = 1;            // seconds that the host waits for the end of what it has killed
+constexpr int secondsToEnd = 1;        // that a script has which was asked to end, when the host stops
+constexpr Kel::Seconds nextTry = 0.1;  // for a group whose members have not ended yet
 
 }  // namespace
 
-Children::Children(Kel::String const& runDirectory)
-    : memory_(runDirectory + "/children", Kel::BootMemory::inNamespace("pid")) {
+Children::Children(Kel::String const& runDirectory, std::string parent)
+    : memory_(runDirectory + "/children", Kel::BootMemory::inNamespace("pid")), parent_(std::move(parent)) {
   endLeftovers();
   Kel::childRunnerIs(this);
 }
 
-Children::~Children() { Kel::childRunnerIs(nullptr); }
+Children::~Children() {
+  Kel::childRunnerIs(nullptr);
+  for (auto& contained : contained_) {
+    contained.status = {};
+    bool const runs = contained.child && !contained.child->ended() && contained.child->pid() > 1;
+    if (runs && contained.signalled) Kel::endsWithin(contained.child->pid(), secondsToEnd);
+    contained.group.end(patience);
+  }
+}
 
 Kel::Ptr<Kel::ChildSiginfo> Children::run(char const* const* argv, int stdinFd, int stdoutFd, int stderrFd) {
   auto child = runner_.run(argv, stdinFd, stdoutFd, stderrFd);
@@ -43,22 +39,88 @@ Kel::Ptr<Kel::ChildSiginfo> Children::run(char const* const* argv, int stdinFd, 
   return child;
 }
 
+Kel::Ptr<Kel::ChildSiginfo> Children::runContained(char const* const* argv, int stdinFd, int stdoutFd,
+                                                   int stderrFd) {
+  for (auto& other : contained_) endContained(other);
+  Contained& contained = contained_.emplace_back(ProcessGroup::make(parent_), stdoutFd, stderrFd);
+  write();  // a host that is killed right after the start has written down the group already
+  int const out = contained.out.writeEnd();
+  int const err = contained.err.writeEnd();
+  int const group = contained.group.openFolder();
+  contained.child =
+      runner_.runApart(argv, stdinFd, out >= 0 ? out : stdoutFd, err >= 0 ? err : stderrFd, group);
+  if (group >= 0) close(group);
+  contained.out.closeWriteEnd();
+  contained.err.closeWriteEnd();
+  contained.group.leaderIs(contained.child->pid());
+  // This is the record's first reactor, so that whoever reads the output at the end of the child finds all of
+  // it.
+  contained.status =
+      Kel::Reactor(contained.child, &Kel::ChildSiginfo::NotifieeConst::onStatusCode, [this, &contained] {
+        if (contained.child->ended()) handleEnd(contained);
+      });
+  write();
+  return contained.child;
+}
+
+void Children::handleEnd(Contained& contained) {
+  contained.out.drain();
+  contained.err.drain();
+  bool const succeeded = contained.child->statusCode() == Kel::ChildSiginfo::exited &&
+                         contained.child->exitStatus() == 0 && !contained.signalled;
+  if (!succeeded) endContained(contained);
+}
+
+// The members are killed here; the record goes on a later pass, once all of them have ended.
+void Children::endContained(Contained& contained) {
+  contained.over = true;
+  contained.group.end();
+  endGroups_.in(0);
+}
+
+void Children::endGroups() {
+  auto const ended = std::erase_if(contained_, [](Contained const& contained) {
+    bool const runs = contained.child && !contained.child->ended();
+    return contained.over && contained.group.end() && !runs;
+  });
+  if (ended > 0) write();
+  for (auto const& contained : contained_) {
+    if (contained.over) endGroups_.in(nextTry);
+  }
+}
+
 int Children::runAndWait(char const* path, int stdinFd, int stdoutFd, int stderrFd, int timeout) {
   return runner_.runAndWait(path, stdinFd, stdoutFd, stderrFd, timeout);
 }
 
-int Children::kill(pid_t pid, int signal) { return runner_.kill(pid, signal); }
+int Children::kill(pid_t pid, int signal) {
+  for (auto& contained : contained_) {
+    if (!contained.child || contained.child->pid() != pid || contained.child->ended()) continue;
+    contained.signalled = true;
+    if (signal == SIGKILL) endContained(contained);
+  }
+  return runner_.kill(pid, signal);
+}
 
 void Children::reap(pid_t pid) { runner_.reap(pid); }
 
+// The lines of the file: the process id and the time of the start of a child, and for a contained one its
+// group.
 void Children::endLeftovers() const {
   std::istringstream file(memory_.contents().value_or(""));
-  pid_t pid = 0;
-  std::uint64_t start = 0;
-  while (file >> pid >> start) {
-    if (pid <= 1 || start == 0 || startTime(pid) != start) continue;
-    say("ending process " + std::to_string(pid) + ", which an earlier host has left behind");
-    ::kill(pid, SIGKILL);
+  for (Kel::String line; std::getline(file, line);) {
+    std::istringstream words(line);
+    pid_t pid = 0;
+    std::uint64_t start = 0;
+    Kel::String group;
+    words >> pid >> start >> group;
+    bool const lives = pid > 1 && start != 0 && startTime(pid) == start;
+    if (lives) say("ending process " + std::to_string(pid) + ", which an earlier host has left behind");
+    if (group.empty()) {
+      if (lives) ::kill(pid, SIGKILL);
+    } else if (auto const contained = ProcessGroup::of(line)) {
+      contained->end(patience);
+    }
   }
 }
 
@@ -66,5 +128,6 @@ void Children::endLeftovers() const {
 void Children::write() const {
   Kel::String text;
   for (auto const& [pid, start] : running_) text += std::to_string(pid) + " " + std::to_string(start) + "\n";
+  for (auto const& contained : contained_) text += contained.group.asText() + "\n";
   memory_.keep(text);
 }

@@ -113,13 +113,14 @@ def test_scripts_end_in_all_ways(lab):
         lab.host.cli("set", "/zerotouch/config/scriptExecTimeout", "1" if "after 1" in expected else "60")
         assert outcome(f"#!{script}\n") == expected
     lab.host.cli("set", "/zerotouch/config/scriptExecTimeout", "60")
-    lab.switch.run("mount", "-o", "remount,size=200m", "/run")
     process = pathlib.Path("/proc", str(lab.host.process.pid))
     (process / "clear_refs").write_text("5")  # the peak so far is forgotten
     before = peak_kib(process)
     said = outcome("#!/bin/sh\nyes | head -c 100000000\nexit 5\n")
     assert said == FAILED + "5. Output: " + "y. " * 2048 + "[output cut] "
     assert peak_kib(process) - before < 16_000
+    size, mode = lab.switch.run("stat", "-c", "%s %a", "/run/ztp-config-script.stdout").split()
+    assert (3 << 20 <= int(size) <= 4 << 20, mode) == (True, "644")
     outcome('#!/bin/sh\nsleep 1000 & echo "$ZTP_EXEC_SCRIPT $!" >/tmp/result; exit 0\n')
     wait_for(lab.host.reload_requested, "the reload")
     seen, child = lab.switch.run("cat", "/tmp/result").split()

@@ -1,5 +1,8 @@
 // The DHCP clients: which interfaces are asked, with what command lines and files, what is said when nobody
 // answers, and the release of leases.
+#include <spawn.h>
+#include <sys/wait.h>
+
 #include "tests/unit/support/Ports.h"
 #include "zerotouch/agent/Events.h"
 #include "zerotouch/dhcp/DhcpClient.h"
@@ -177,16 +180,34 @@ TEST_F(DhcpClients, the_configuration_files_tell_who_asks) {
   EXPECT_EQ(flash.read("/of-proc"), TemporaryFolder::contentOf("/proc/version") + id);
 }
 
-TEST_F(DhcpClients, clients_of_an_earlier_run_are_ended) {
+TEST_F(DhcpClients, clients_of_an_earlier_run_are_ended_and_nobody_else) {
   auto const leftover = [this](std::string const& pid) {
     std::ofstream(ZeroTouch::dhclientPidFilePath) << pid;
     children.strayed.clear();
+    children.reaped.clear();
     ZeroTouch::doKillRunningDhclient(ZeroTouch::dhclientPidFilePath);
     return std::filesystem::exists(ZeroTouch::dhclientPidFilePath);
   };
-  EXPECT_FALSE(leftover(std::to_string(getppid()) + "\n"));
-  EXPECT_EQ(children.strayed, (std::vector<std::pair<pid_t, int>>{{getppid(), SIGKILL}}));
-  EXPECT_EQ(children.reaped, std::vector{getppid()});
+  std::string const client = flash.path("/dhclient");
+  std::filesystem::copy_file("/bin/sleep", client);
+  struct {
+    std::vector<char const*> argv;
+    bool isClient;
+  } cases[] = {{{client.c_str(), "1000"}, true},
+               {{"/bin/sh", "-c", "kill -STOP $$", "script", ZeroTouch::dhclientPidFilePath}, true},
+               {{"/bin/sleep", "1000"}, false}};
+  for (auto& c : cases) {
+    c.argv.push_back(nullptr);
+    pid_t pid = 0;
+    auto* const argv = const_cast<char* const*>(c.argv.data());
+    ASSERT_EQ(posix_spawn(&pid, argv[0], nullptr, nullptr, argv, environ), 0);
+    EXPECT_FALSE(leftover(std::to_string(pid) + "\n")) << argv[0];
+    using Signals = std::vector<std::pair<pid_t, int>>;
+    EXPECT_EQ(children.strayed, c.isClient ? Signals({{pid, SIGKILL}}) : Signals()) << argv[0];
+    EXPECT_EQ(children.reaped, c.isClient ? std::vector{pid} : std::vector<pid_t>()) << argv[0];
+    kill(pid, SIGKILL);
+    waitpid(pid, nullptr, 0);
+  }
   for (std::string const& nobody :
        {std::string("99999999"), std::string("garbage"), std::to_string(getpid())}) {
     EXPECT_TRUE(leftover(nobody)) << nobody;

@@ -10,6 +10,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 
 #include "platform/kel/ActivityManager.h"
@@ -210,8 +211,26 @@ void freeCommandline(void* cmdLine) {
   std::free(argv);
 }
 
-// Whatever process now has the id is ended: the word that is examined is the label of the file's first line,
-// not the process's name. The file lives under /var/run, so the id is one of this boot.
+namespace {
+
+// Whether the process is a DHCP client: by the name of its executable, or, since a client may be a script, by
+// the pid file among its arguments. True as well when /proc does not tell which executable a process has.
+bool isDhcpClient(unsigned pid, Kel::String const& pidFilePath) {
+  std::error_code error;
+  auto const executable = std::filesystem::read_symlink(Kel::format("/proc/%u/exe", pid), error);
+  if (error || executable.filename().native().find("dhclient") != Kel::String::npos) return true;
+  std::ifstream arguments(Kel::format("/proc/%u/cmdline", pid));
+  for (Kel::String argument; std::getline(arguments, argument, '\0');) {
+    if (argument == pidFilePath) return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+// The id may have become another process's, which is left alone. The word that is examined is the label of
+// the status file's first line, not the process's name. The file lives under /var/run, so the id is one of
+// this boot.
 void doKillRunningDhclient(char const* pidFilePath) {
   std::ifstream pidFile(pidFilePath);
   if (!pidFile) return;
@@ -223,7 +242,7 @@ void doKillRunningDhclient(char const* pidFilePath) {
   if (!status || static_cast<pid_t>(pid) == getpid()) return;
   Kel::String word;
   status >> word;
-  if (word.find("dhclient") != 0) {
+  if (word.find("dhclient") != 0 && isDhcpClient(pid, pidFilePath)) {
     KEL_TRACE(traceZeroTouchSm, 5, __func__ << " - Process is a dhclient instance, killing: " << pid);
     Kel::kill(static_cast<pid_t>(pid), SIGKILL);
     Kel::reap(static_cast<pid_t>(pid));

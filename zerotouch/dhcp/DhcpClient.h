@@ -118,7 +118,8 @@ struct DhcpClients {
 // nothing when the generated file cannot be opened.
 std::optional<std::size_t> appendTemplate(char const* base, char const* generated);
 
-// Ends a client that an earlier run left behind, told by its pid file.
+// Ends the client that an earlier run left behind, whose process the pid file names, and removes the pid
+// file. Another program that has the id by now is left alone.
 void doKillRunningDhclient(char const* pidFilePath);
 
 }  // namespace ZeroTouch

@@ -68,7 +68,8 @@ std::optional<FileStart> readStart(Kel::String const& path, std::size_t limit) {
 Kel::Ptr<Kel::ChildSiginfo> runCmd(char** argv, char const* stdoutPath, char const* stderrPath) {
   int const out = openOutput(stdoutPath);
   int const err = openOutput(stderrPath);
-  auto child = Kel::run(argv, -1, out, err, -1);
+  bool const contained = stdoutPath != nullptr || stderrPath != nullptr;
+  auto child = contained ? Kel::runContained(argv, -1, out, err) : Kel::run(argv, -1, out, err, -1);
   if (out >= 0) close(out);
   if (err >= 0) close(err);
   return child;

@@ -29,7 +29,8 @@ inline bool isControl(char byte) { return static_cast<unsigned char>(byte) < 0x2
 
 // Starts argv[0] (null-terminated `argv`, the caller's) and returns its record; a reactor on the record
 // learns of the end. A path, when not null, receives that stream: created if missing, truncated, mode 0644. A
-// stream whose path is null or cannot be opened is the agent's own.
+// stream whose path is null or cannot be opened is the agent's own. A child with a path is contained
+// (Kel::runContained).
 Kel::Ptr<Kel::ChildSiginfo> runCmd(char** argv, char const* stdoutPath, char const* stderrPath);
 
 }  // namespace ZeroTouch
