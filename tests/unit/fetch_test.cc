@@ -24,7 +24,10 @@ TEST(BootFile, the_server_or_the_scheme_makes_the_url) {
         Case{"10.0.0.1", "cfg", "tftp://10.0.0.1/cfg tftp"},
         Case{"s", "http://h/c", "tftp://s/http://h/c tftp"}, Case{"", "HTTP://h/c", "none"},
         Case{"", "cfg", "none"}, Case{"", "file:///etc/shadow", "none"}, Case{"", ":x", "none"},
-        Case{"", "httpx://h/c", "none"}}) {
+        Case{"", "httpx://h/c", "none"}, Case{"", "http:x@dict.host:2628/", "none"},
+        Case{"", "ftp:/h/c", "none"}, Case{"", "ftp:///c", "none"}, Case{"", "http://:80/c", "none"},
+        Case{"", "ftp://u:p@/c", "none"}, Case{"", "ftp://u:p@h", "ftp://u:p@h ftp"},
+        Case{"", "http://[::1]:80?c", "http://[::1]:80?c http"}}) {
     auto const file = ZeroTouch::bootFile(c.server, c.file);
     EXPECT_EQ(file.objection.empty() ? file.url + " " + file.scheme : "none" + file.url, c.expected);
   }

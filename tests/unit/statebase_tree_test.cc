@@ -65,7 +65,7 @@ TEST_F(StateTree, EveryKindOfPathIsReadable) {
       auto const& [path, value] : std::vector<std::pair<char const*, char const*>>{
           {"/zerotouch/config/maxRunTime", R"("unlimited")"},
           {"/zerotouch/config",
-           R"({"enabled":false,"cancelled":false,"scriptExecTimeout":3600,"maxDownloadSize":268435456,"maxRunTime":"unlimited"})"},
+           R"({"enabled":false,"cancelled":false,"scriptExecTimeout":3600,"maxDownloadSize":268435456,"maxRunTime":"unlimited","proxyFromEnvironment":false,"installMode":384})"},
           {"/interface/status/ethPhy/intfStatus/Ethernet1~11/linkStatus", R"("unknown")"},
           // An attribute of the derived type, through a collection of its base.
           {"/interface/status/all/intfStatus/Ethernet1~11/macAddr", R"("00:00:00:00:00:00")"},

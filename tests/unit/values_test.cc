@@ -76,6 +76,22 @@ TEST(Grammar, host_names_are_those_of_rfc_1123) {
   }
 }
 
+TEST(Grammar, passwords_in_urls_are_not_shown) {
+  for (auto const& [url, shown] : std::initializer_list<std::pair<char const*, char const*>>{
+           {"http://h/c", "http://h/c"},
+           {"ftp://user@h/c", "ftp://user@h/c"},
+           {"ftp://user:secret@h:21/c", "ftp://user:***@h:21/c"},
+           {"http://u:p@q:r@h?x:y@z", "http://u:***@h?x:y@z"},
+           {"http://h/a:b@c", "http://h/a:b@c"},
+           {"http://u:@h", "http://u:***@h"},
+           {"tftp://s/ftp://u:p@h/c", "tftp://s/ftp://u:***@h/c"},
+           {"ftp:u:p@h/c", "ftp:***@h/c"},
+           {"cfg", "cfg"},
+           {"//", "//"},
+           {"", ""}})
+    EXPECT_EQ(Grammar::withoutPasswords(url), shown);
+}
+
 TEST(Grammar, addresses_that_no_neighbour_has_are_refused) {
   for (auto const& [address, port, host] : std::vector<std::tuple<std::string, char const*, char const*>>{
            {"10.0.0.5/24", "", ""},

@@ -215,8 +215,8 @@ Kel::LogHandle addressGone("ADDRESS_LOST", warning,
 
 Kel::LogHandle bootFileUnusable(
     "BOOT_FILE_NOT_URL", warning, "The boot file %s cannot be downloaded: %s",
-    "The boot file's name must be a URL that begins with http, https, ftp or tftp in lower case, or the name "
-    "of a file on the TFTP server that the answer names.",
+    "The boot file's name must be a URL that begins with http, https, ftp or tftp in lower case, followed by "
+    ":// and a host, or the name of a file on the TFTP server that the answer names.",
     "Correct the boot file's name on the DHCP server (DHCPv4 option 67, DHCPv6 option 59), or name a TFTP "
     "server (DHCPv4 option 66).",
     interval, burst, 0);

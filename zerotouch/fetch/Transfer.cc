@@ -23,6 +23,9 @@ constexpr long ftpResponseTimeoutSeconds = 10;
 void setOptions(CurlTransfer& transfer, Kel::String const& url) {
   auto const setopt = [&transfer](CURLoption option, auto value) {
     transfer.curl->easySetopt(transfer.easy, option, value);
+  setopt(CURLOPT_PROTOCOLS_STR, scheme.c_str());
+  // An empty name makes libcurl leave http_proxy and its like alone.
+  if (!proxies) setopt(CURLOPT_PROXY, "");
   };
   setopt(CURLOPT_NOPROGRESS, 1L);
   setopt(CURLOPT_IPRESOLVE, static_cast<long>(CURL_IPRESOLVE_WHATEVER));
@@ -42,8 +45,8 @@ void ZeroTouchSm::TransferEnd::operator()(CurlTransfer* transfer) const { delete
 
 void ZeroTouchSm::doTryFetchUri() {
   KEL_ASSERT(!option67Uri().empty(), "uri");
-  SM_TRACE(5, " - DHCP (option 67) bootfile-name is: " << option67Uri());
-  ZTP_CONFIG_DOWNLOAD.log(option67Uri());
+  SM_TRACE(5, " - DHCP (option 67) bootfile-name is: " << shownUri());
+  ZTP_CONFIG_DOWNLOAD.log(shownUri());
   forgetTransfer();
   KEL_ASSERT(!curlCBData_, "!curlCBData_");
   Curl const* const curl = Curl::load();
@@ -59,7 +62,7 @@ void ZeroTouchSm::doTryFetchUri() {
   // What was read is counted in 32 bits.
   curlCBData_->maxBytes =
       static_cast<std::uint32_t>(std::min<std::uint64_t>(config()->maxDownloadSize(), UINT32_MAX));
-  setOptions(*curlCBData_, option67Uri());
+  setOptions(*curlCBData_, option67Uri(), chosenAnswer()->scheme(), config()->proxyFromEnvironment());
   if (option67UriIsHttp()) {
     doBuildCurlHttpHeaders();
     if (curlCBData_->headers != nullptr) curl->easySetopt(easy, CURLOPT_HTTPHEADER, curlCBData_->headers);

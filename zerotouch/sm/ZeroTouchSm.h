@@ -278,6 +278,8 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   Cause doTryFetchConfigFromServer();
   // Starts a transfer of option67Uri().
   void doTryFetchUri();
+  // option67Uri() as events and traces show it: without its password.
+  Kel::String shownUri() const;
   // Null when no transfer runs.
   CurlTransfer const* curlCBData() const { return curlCBData_.get(); }
   Kel::Ptr<Kel::FileDescriptor> const& curlSockFd() const { return curlSockFd_; }

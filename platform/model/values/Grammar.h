@@ -52,6 +52,10 @@ std::uint8_t classMaskLength(Wire::IpAddr address);
 bool isLinkLocal(Wire::Ip6Addr const& address);
 bool isLinkLocal(Wire::IpGenAddrWithMask const& address);
 
+// The URL, or a text that may be one, as people may see it: the password before the "@" of its authority (RFC
+// 3986, 3.2.1) is replaced by "***".
+std::string withoutPasswords(std::string url);
+
 // The first `maxShown` bytes of a text for a message, with "..." when there are more. Everything but
 // printable ASCII becomes "?", so that no terminal and no log takes it for something else.
 std::string printable(std::string_view text, std::size_t maxShown = 80);
