@@ -70,8 +70,9 @@ struct CurlTransfer {
 std::FILE* openDownload(char const* path, Kel::String& failure);
 
 // libcurl's callbacks. The first keeps the body and returns how much of it was kept: less than it was given,
-// or -1 when the file cannot be opened, ends the transfer. The second looks for the boot image's URL and
-// the body's length, and never ends it.
+// or -1 when the file cannot be opened, ends the transfer. The second looks for the boot image's URL, the
+// body's length and the reply of an FTP server that announces the file, and never ends it. The third closes a
+// socket of FTP; the one that brought the file goes before libcurl waits for the server's last reply.
 std::size_t curlWriteCB(void* buf, std::size_t size, std::size_t n, void* cd);
 std::size_t curlHeaderCB(void* buf, std::size_t size, std::size_t n, void* cd);
 
