@@ -133,6 +133,8 @@ std::size_t curlHeaderCB(void* buf, std::size_t size, std::size_t n, void* data)
   KEL_ASSERT(cd, "cd");
   std::string_view line(static_cast<char const*>(buf), size * n);
   noteContentLength(*cd, line);
+  // RFC 959, 4.2.1: the data connection is open, or about to be opened.
+  if (line.starts_with("125") || line.starts_with("150")) cd->ftpFileFollows = true;
   if (!line.starts_with(bootImageUrlHeader)) return size * n;
   line.remove_prefix(bootImageUrlHeader.size());
   line.remove_prefix(std::min(line.find_first_not_of(' '), line.size()));
@@ -143,6 +145,14 @@ std::size_t curlHeaderCB(void* buf, std::size_t size, std::size_t n, void* data)
   KEL_TRACE(traceZeroTouchSm, 5,
             "ZeroTouchSm::" << __func__ << "- BootImage-Url=" << cd->bootImageUrl.data());
   return size * n;
+}
+
+int curlCloseSocketCB(void* data, curl_socket_t socket) {
+  auto const* const cd = static_cast<CurlTransfer*>(data);
+  KEL_ASSERT(cd, "cd");
+  if (cd->ftpFileFollows)
+    cd->curl->easySetopt(cd->easy, CURLOPT_SERVER_RESPONSE_TIMEOUT, ftpFarewellTimeoutSeconds);
+  return close(socket);
 }
 
 }  // namespace ZeroTouch

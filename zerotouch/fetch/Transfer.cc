@@ -18,9 +18,8 @@ namespace ZeroTouch {
 namespace {
 
 constexpr long connectTimeoutSeconds = 60;
-constexpr long ftpResponseTimeoutSeconds = 10;
 
-void setOptions(CurlTransfer& transfer, Kel::String const& url) {
+void setOptions(CurlTransfer& transfer, Kel::String const& url, Kel::String const& scheme, bool proxies) {
   auto const setopt = [&transfer](CURLoption option, auto value) {
     transfer.curl->easySetopt(transfer.easy, option, value);
   setopt(CURLOPT_PROTOCOLS_STR, scheme.c_str());
@@ -37,6 +36,13 @@ void setOptions(CurlTransfer& transfer, Kel::String const& url) {
   setopt(CURLOPT_HEADERFUNCTION, curlHeaderCB);
   setopt(CURLOPT_HEADERDATA, &transfer);
   setopt(CURLOPT_DNS_CACHE_TIMEOUT, 0L);
+  if (scheme == "ftp") {
+    setopt(CURLOPT_SERVER_RESPONSE_TIMEOUT, ftpResponseTimeoutSeconds);
+    // When it is freed, libcurl waits 60 s for the answer to its farewell, if it has kept the connection.
+    setopt(CURLOPT_FORBID_REUSE, 1L);
+    setopt(CURLOPT_CLOSESOCKETFUNCTION, curlCloseSocketCB);
+    setopt(CURLOPT_CLOSESOCKETDATA, &transfer);
+  }
 }
 
 }  // namespace
@@ -74,9 +80,6 @@ void ZeroTouchSm::doTryFetchUri() {
   }
   // Says nothing about the transfer: to end one must not wait, on the loop, for a name server that is silent.
   curl->easySetopt(easy, CURLOPT_QUICK_EXIT, 1L);
-  // An FTP server that falls silent after the file, or does not answer the farewell, is waited for within a
-  // call.
-  curl->easySetopt(easy, CURLOPT_SERVER_RESPONSE_TIMEOUT, ftpResponseTimeoutSeconds);
   if (curl->multiAddHandle(curlCBData_->multi, easy) != CURLM_OK) {
     downloadImpossible.log("libcurl cannot start the transfer");
     doCurlShutdown();
