@@ -62,6 +62,7 @@ inline bool mayCause(ZeroTouch::TransitionCause cause, State from, State to) {
       {addressLost, stateRetryFetchConfig, stateRetry},
       {downloadTriesUsedUp, stateRetryFetchConfig, stateRetry},
       {fileEmpty, stateCopyConfigOrExecScript, stateRetry},
+      {configNotInstalled, stateCopyConfigOrExecScript, stateRetry},
       {scriptFailed, stateCopyConfigOrExecScript, stateRetry},
       {scriptKilled, stateCopyConfigOrExecScript, stateRetry},
       {scriptTimeout, stateCopyConfigOrExecScript, stateRetry},

@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "platform/kel/WholeFile.h"
 #include "tests/unit/support/AgentTest.h"
 #include "zerotouch/fetch/BootFile.h"
 #include "zerotouch/fetch/CurlTransfer.h"
@@ -73,8 +74,13 @@ TEST_F(Fetch, replaces_whatever_stands_in_the_place_of_the_download_and_writes_t
     prepare();
     CurlTransfer transfer;
     char body[] = "#!";
-    EXPECT_EQ(ZeroTouch::curlWriteCB(body, 1, 2, &transfer), static_cast<std::size_t>(-1));
-    EXPECT_EQ(transfer.failure, "cannot write /tmp/zt-download: " + reason);
+    EXPECT_EQ(ZeroTouch::curlWriteCB(body, 1, 2, &transfer),
+              failure.empty() ? 2 : static_cast<std::size_t>(-1));
+    EXPECT_EQ(transfer.failure, failure);
+    struct stat file {};
+    EXPECT_EQ(lstat(path, &file), 0);
+    if (failure.empty())
+      EXPECT_EQ(std::pair(file.st_mode, file.st_uid), std::pair(S_IFREG | 0600U, geteuid()));
     EXPECT_EQ(flash.read("/other"), "precious");
     std::filesystem::remove(path);
   }
@@ -130,6 +136,30 @@ TEST_F(Fetch, saves_the_configuration_in_a_file_below_the_flash_only) {
                                               {"/link/x", "it leads out of the flash"},
                                               {"/" + std::string(250, 'x'), "its name is too long"}})
     EXPECT_EQ(ZeroTouch::saveFileObjection(value), objection) << value;
+}
+
+TEST_F(Fetch, copies_in_pieces_and_keeps_the_mode_of_the_file_that_is_replaced) {
+  constexpr std::size_t twoPiecesAndMore = 9 << 20;
+  flash.write("/source", std::string(twoPiecesAndMore, 'x'));
+  auto const target = flash.path("/flash/target");
+  for (mode_t const mode : {0600U, 0640U}) {
+    if (mode != 0600) std::filesystem::permissions(target, static_cast<std::filesystem::perms>(mode));
+    unsigned signs = 0;
+    EXPECT_EQ(Kel::replaceFileByCopy(target, flash.path("/source"), 0600, [&] { ++signs; }), "");
+    EXPECT_EQ(signs, 3U);
+    EXPECT_EQ(std::filesystem::file_size(target), twoPiecesAndMore);
+    EXPECT_EQ(std::filesystem::status(target).permissions(), static_cast<std::filesystem::perms>(mode));
+  }
+}
+
+TEST_F(Fetch, removes_at_its_start_what_a_killed_copy_has_left) {
+  flash.write("/flash/zerotouch-config", "SAVE_FILE=/kept\n");
+  for (char const* const name : {"/flash/startup-config", "/flash/kept", "/flash/other"})
+    flash.write(std::string(name) + ".zerotouch-new", "half");
+  atRest();
+  EXPECT_EQ(flash.read("/flash/startup-config.zerotouch-new"), "(absent)");
+  EXPECT_EQ(flash.read("/flash/kept.zerotouch-new"), "(absent)");
+  EXPECT_EQ(flash.read("/flash/other.zerotouch-new"), "half");
 }
 
 }  // namespace

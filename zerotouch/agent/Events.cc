@@ -181,9 +181,11 @@ Kel::LogHandle saveFileIgnored("SAVE_FILE_IGNORED", warning, "Setting SAVE_FILE=
                                "the flash.",
                                "Correct or remove SAVE_FILE in the settings file.", interval, burst, 0);
 
-Kel::LogHandle downloadNotUsable("DOWNLOAD_NOT_USABLE", error, "The download cannot be used: %s",
-                                 "The downloaded file can neither be installed nor run; the agent stops.",
-                                 "Check that the flash is there, writable and not full.", interval, burst, 0);
+Kel::LogHandle downloadNotUsable(
+    "DOWNLOAD_NOT_USABLE", error, "The download cannot be used: %s",
+    "The downloaded file can neither be installed nor run. The attempt has failed, and "
+    "provisioning starts over.",
+    "Check that the flash is there, writable and not full.", interval, burst, 0);
 
 Kel::LogHandle dhclientConfigCut(
     "DHCP_CONFIG_NOT_WRITTEN", error, "No room for the DHCP client's configuration %s",

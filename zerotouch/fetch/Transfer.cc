@@ -22,10 +22,10 @@ constexpr long connectTimeoutSeconds = 60;
 void setOptions(CurlTransfer& transfer, Kel::String const& url, Kel::String const& scheme, bool proxies) {
   auto const setopt = [&transfer](CURLoption option, auto value) {
     transfer.curl->easySetopt(transfer.easy, option, value);
+  };
   setopt(CURLOPT_PROTOCOLS_STR, scheme.c_str());
   // An empty name makes libcurl leave http_proxy and its like alone.
   if (!proxies) setopt(CURLOPT_PROXY, "");
-  };
   setopt(CURLOPT_NOPROGRESS, 1L);
   setopt(CURLOPT_IPRESOLVE, static_cast<long>(CURL_IPRESOLVE_WHATEVER));
   setopt(CURLOPT_URL, url.c_str());

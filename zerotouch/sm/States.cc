@@ -180,7 +180,7 @@ void ZeroTouchSm::enterRetryFetchConfig() {
 
 void ZeroTouchSm::enterCopyConfigOrExecScript() {
   fileCopySuccessIs(false);
-  doCopyConfigOrExecScript();
+  Cause const failure = doCopyConfigOrExecScript();
   if (!mayActIn(stateCopyConfigOrExecScript())) {
     doKillRunningScript();
   } else if (scriptChildProcess()) {
@@ -188,7 +188,7 @@ void ZeroTouchSm::enterCopyConfigOrExecScript() {
   } else if (fileCopySuccess()) {
     doCreateGuardFileAndShutdown(TransitionCause::configInstalled);
   } else {
-    doStateTransition(stateCopyConfigOrExecScript(), stateRetry(), TransitionCause::fileEmpty);
+    doStateTransition(stateCopyConfigOrExecScript(), stateRetry(), failure);
   }
 }
 
