@@ -79,8 +79,8 @@ TEST_F(Fetch, replaces_whatever_stands_in_the_place_of_the_download_and_writes_t
     EXPECT_EQ(transfer.failure, failure);
     struct stat file {};
     EXPECT_EQ(lstat(path, &file), 0);
-    if (failure.empty())
-      EXPECT_EQ(std::pair(file.st_mode, file.st_uid), std::pair(S_IFREG | 0600U, geteuid()));
+    bool const isOurs = S_ISREG(file.st_mode) && (file.st_mode & 0777U) == 0600 && file.st_uid == geteuid();
+    EXPECT_EQ(isOurs, failure.empty());
     EXPECT_EQ(flash.read("/other"), "precious");
     std::filesystem::remove(path);
   }
@@ -139,15 +139,15 @@ TEST_F(Fetch, saves_the_configuration_in_a_file_below_the_flash_only) {
 }
 
 TEST_F(Fetch, copies_in_pieces_and_keeps_the_mode_of_the_file_that_is_replaced) {
-  constexpr std::size_t twoPiecesAndMore = 9 << 20;
-  flash.write("/source", std::string(twoPiecesAndMore, 'x'));
+  constexpr std::size_t aPieceAndMore = 5 << 20;
+  flash.write("/source", std::string(aPieceAndMore, 'x'));
   auto const target = flash.path("/flash/target");
   for (mode_t const mode : {0600U, 0640U}) {
     if (mode != 0600) std::filesystem::permissions(target, static_cast<std::filesystem::perms>(mode));
     unsigned signs = 0;
     EXPECT_EQ(Kel::replaceFileByCopy(target, flash.path("/source"), 0600, [&] { ++signs; }), "");
-    EXPECT_EQ(signs, 3U);
-    EXPECT_EQ(std::filesystem::file_size(target), twoPiecesAndMore);
+    EXPECT_EQ(signs, 2U);
+    EXPECT_EQ(std::filesystem::file_size(target), aPieceAndMore);
     EXPECT_EQ(std::filesystem::status(target).permissions(), static_cast<std::filesystem::perms>(mode));
   }
 }
