@@ -1,5 +1,6 @@
 // The download: which URL, what the request says, where the body is kept and the configuration saved.
 // Transfers and scripts as a whole are shown by the simulation and by the runs in the lab.
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -138,15 +139,24 @@ TEST_F(Fetch, saves_the_configuration_in_a_file_below_the_flash_only) {
     EXPECT_EQ(ZeroTouch::saveFileObjection(value), objection) << value;
 }
 
-TEST_F(Fetch, copies_in_pieces_and_keeps_the_mode_of_the_file_that_is_replaced) {
+TEST_F(Fetch, copies_in_pieces_where_there_is_room_and_keeps_the_mode_of_the_file_that_is_replaced) {
   constexpr std::size_t aPieceAndMore = 5 << 20;
-  flash.write("/source", std::string(aPieceAndMore, 'x'));
+  flash.write("/source", "x");
+  std::filesystem::resize_file(flash.path("/source"), aPieceAndMore);
   auto const target = flash.path("/flash/target");
+  unsigned signs = 0;
+  auto const copy = [&] {
+    return Kel::replaceFileByCopy(target, flash.path("/source"), 0600, [&] { ++signs; });
+  };
+  auto const room = std::filesystem::space(target.substr(0, target.rfind('/'))).free;
+  EXPECT_EQ(copy(), "cannot write " + target + ": No space left on device, " +
+                        std::to_string(aPieceAndMore - room) + " bytes are missing");
+  EXPECT_EQ(signs, 0U);
+  ASSERT_EQ(mount("tmpfs", "/tmp", nullptr, MS_REMOUNT, "size=16m"), 0) << std::strerror(errno);
   for (mode_t const mode : {0600U, 0640U}) {
     if (mode != 0600) std::filesystem::permissions(target, static_cast<std::filesystem::perms>(mode));
-    unsigned signs = 0;
-    EXPECT_EQ(Kel::replaceFileByCopy(target, flash.path("/source"), 0600, [&] { ++signs; }), "");
-    EXPECT_EQ(signs, 2U);
+    EXPECT_EQ(copy(), "");
+    EXPECT_EQ(std::exchange(signs, 0), 2U);  // before the first piece and after it
     EXPECT_EQ(std::filesystem::file_size(target), aPieceAndMore);
     EXPECT_EQ(std::filesystem::status(target).permissions(), static_cast<std::filesystem::perms>(mode));
   }
