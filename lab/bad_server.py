@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
-"""An HTTP server that misbehaves.
+"""Servers that misbehave: one for HTTP, and one for FTP on each of two ports, the given one and the next.
 
-    bad_server.py PORT
+    bad_server.py HTTP_PORT FTP_PORT
 
-The first word of the path selects how:
+The first word of an HTTP request's path selects how:
 
     /reset         the connection is reset as soon as the request is there
     /silent        no answer
@@ -16,6 +16,13 @@ The first word of the path selects how:
     /redirect      to /config of the server on port 80
     /404, /500     that status; any three digits will do
     /turns/A/B/C   A for the first request, B for the second, C for the third and all that follow
+
+With FTP the name of the file does. On the second port the greeting takes 11 s.
+
+    /silent-RETR   the file is not sent, nor is it refused
+    /silent-END    the reply that follows the file stays away
+    /silent-SIZED  the same, and the size of the file is not told
+    /silent-QUIT   the farewell is not answered
 """
 import collections
 import http.server
@@ -23,6 +30,7 @@ import socket
 import socketserver
 import struct
 import sys
+import threading
 import time
 
 BODY = b"hostname bad\n! from the server that cannot behave\n"
@@ -99,6 +107,52 @@ class Handler(http.server.BaseHTTPRequestHandler):
             pass
 
 
+class FtpHandler(socketserver.StreamRequestHandler):
+    greets_after = 0
+    replies = {"USER": "331 password", "PASS": "230 welcome", "PWD": '257 "/"', "TYPE": "200 so be it", "QUIT": "221 bye"}
+    silent = ""  # the mode of the file that was asked for last
+
+    def handle(self):
+        try:
+            time.sleep(self.greets_after)
+            self.say("220 ready")
+            for line in self.rfile:
+                self.obey(*line.decode().strip().partition(" ")[::2])
+        except OSError:  # the client has had enough
+            pass
+
+    def say(self, reply):
+        self.wfile.write(reply.encode() + b"\r\n")
+
+    def obey(self, word, name):
+        if word in ("SIZE", "RETR"):
+            self.silent = name.rpartition("silent-")[2]
+        if word == "EPSV":
+            address = self.connection.getsockname()[0], 0
+            self.data = socket.create_server(address, family=socket.AF_INET6, dualstack_ipv6=True)
+            self.say(f"229 (|||{self.data.getsockname()[1]}|)")
+        elif word == "SIZE":
+            self.say("500 unknown" if self.silent == "SIZED" else f"213 {len(BODY)}")
+        elif word == "RETR" and self.silent != "RETR":
+            self.say("150 here it comes")
+            with self.data, self.data.accept()[0] as connection:
+                connection.sendall(BODY)
+            if self.silent not in ("END", "SIZED"):
+                self.say("226 there it was")
+        elif word in self.replies and self.silent != word:
+            self.say(self.replies[word])
+
+
+class LateFtpHandler(FtpHandler):
+    greets_after = 11
+
+
+class FtpServer(socketserver.ThreadingTCPServer):
+    address_family = socket.AF_INET6
+    allow_reuse_address = True
+    daemon_threads = True
+
+
 class Server(http.server.ThreadingHTTPServer):
     address_family = socket.AF_INET6  # and IPv4
     daemon_threads = True
@@ -110,11 +164,14 @@ class Server(http.server.ThreadingHTTPServer):
 
 def main():
     try:
-        server = Server(("::", int(sys.argv[1])), Handler)
-    except (IndexError, ValueError):
+        http_port, ftp_port = map(int, sys.argv[1:])
+        server = Server(("::", http_port), Handler)
+        for number, handler in ((ftp_port, FtpHandler), (ftp_port + 1, LateFtpHandler)):
+            threading.Thread(target=FtpServer(("::", number), handler).serve_forever, daemon=True).start()
+    except ValueError:
         sys.exit(__doc__.strip())
     except OSError as error:
-        sys.exit(f"port {sys.argv[1]}: {error.strerror}")
+        sys.exit(f"ports {sys.argv[1]}, {sys.argv[2]}: {error.strerror}")
     print("ready", flush=True)
     server.serve_forever()
 

@@ -179,7 +179,7 @@ class Lab:
 
     def serve_files(self):
         """Serves the files in self.www over HTTP, HTTPS, FTP and TFTP, by address and by the name boot.example, on the
-        ports that there are now, and runs bad_server.py on port 8080; all this in place of what ran before."""
+        ports that there are now, and runs bad_server.py on ports 8080, 2121 and 2122; all this in place of what ran before."""
         self.stop_serving_files()
         self.www.mkdir(exist_ok=True)
         if not (self.www / "config").exists():
@@ -191,7 +191,7 @@ class Lab:
         self.processes.start("nginx", [*enter, "nginx", "-e", "stderr", "-c", self._configure("nginx")],
                              ready=lambda: self._listens(80))
         self.processes.start("vsftpd", [*enter, "vsftpd", self._configure("vsftpd")], ready=lambda: self._listens(21))
-        self.processes.start("bad-server", [*enter, HERE / "bad_server.py", 8080])
+        self.processes.start("bad-server", [*enter, HERE / "bad_server.py", 8080, 2121])
 
     def stop_serving_files(self):
         for name in FILE_SERVERS:

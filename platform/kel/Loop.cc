@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <sys/epoll.h>
+#include <systemd/sd-daemon.h>
 
 #include <cmath>
 #include <csignal>
@@ -138,6 +139,10 @@ void Loop::onSignal(int signal, std::function<void()> handler) {
 }
 
 void Loop::watchdogIs(bool on) { sd_event_set_watchdog(event_, on ? 1 : 0); }
+
+void Loop::signOfLife() const {
+  if (sd_event_get_watchdog(event_) > 0) sd_notify(0, "WATCHDOG=1");
+}
 
 void Loop::simulate(Seconds start) {
   sd_event_source_set_enabled(timer_, SD_EVENT_OFF);

@@ -32,6 +32,8 @@ class Loop {
   void onSignal(int signal, std::function<void()> handler);
   // Pets the service manager's watchdog, if there is one (WATCHDOG_USEC).
   void watchdogIs(bool on);
+  // Pets it once, if it is on. For a handler that lasts long, since the loop does so between handlers only.
+  void signOfLife() const;
 
   Seconds now() const;
 

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -59,7 +60,9 @@ ssize_t readSome(int fd, String& piece) {
   return got;
 }
 
-constexpr std::size_t pieceBytes = 262'144;
+constexpr std::size_t bufferBytes = 262'144;
+// Of a file that is copied: 30 s on a disk that takes 140 KB/s.
+constexpr std::size_t pieceBytes = 16 * bufferBytes;
 
 // A regular file for reading; -1 with errno set when there is none. O_NONBLOCK keeps a named pipe from making
 // us wait.
@@ -96,6 +99,37 @@ int writeAside(String const& aside, Fill const& fill, unsigned mode, struct stat
   return fchmod(file.get(), wanted) == 0 && fsync(file.get()) == 0 ? 0 : errno;
 }
 
+// How many bytes the file system of the descriptor lacks for so many more; 0 when they fit, or when it does
+// not tell.
+std::uint64_t missingRoom(int fd, std::uint64_t bytes) {
+  struct statvfs room {};
+  if (fstatvfs(fd, &room) != 0 || room.f_blocks == 0) return 0;
+  std::uint64_t const available = (geteuid() == 0 ? room.f_bfree : room.f_bavail) * room.f_frsize;
+  return bytes > available ? bytes - available : 0;
+}
+
+// Copies to the end of `from`; each piece is on the disk before the next one is begun. `readError` is set
+// when it was the reading that failed.
+int copyPieces(int from, int to, std::function<void()> const& betweenPieces, int& readError) {
+  String buffer(bufferBytes, '\0');
+  betweenPieces();
+  std::size_t unflushed = 0;
+  while (ssize_t const got = readSome(from, buffer)) {
+    if (got < 0) return readError = errno;
+    auto const size = static_cast<std::size_t>(got);
+    if (int const error = writeAll(to, std::string_view(buffer).substr(0, size)); error != 0) return error;
+    unflushed += size;
+    if (unflushed < pieceBytes) continue;
+    unflushed = 0;
+    if (fdatasync(to) != 0) return errno;
+    betweenPieces();
+  }
+  return 0;
+}
+
+// Where the new contents of a file are written.
+String besides(String const& path) { return path + ".zerotouch-new"; }
+
 // Makes a rename in the folder of `path` last.
 int flushFolder(String const& path) {
   String const folder = std::filesystem::path(path).parent_path();
@@ -104,7 +138,7 @@ int flushFolder(String const& path) {
 }
 
 int replace(String const& path, Fill const& fill, unsigned mode, struct stat const* old) {
-  String const aside = path + ".zerotouch-new";
+  String const aside = besides(path);
   int error = writeAside(aside, fill, mode, old);
   if (error == 0 && rename(aside.c_str(), path.c_str()) != 0) error = errno;
   if (error == 0) return flushFolder(path);
@@ -131,7 +165,7 @@ std::optional<String> readFile(String const& path, String* failure) {
   if (failure != nullptr) failure->clear();
   Descriptor const file(openRegular(path, 0));
   if (!file) return refuse(errno);
-  String contents, piece(pieceBytes, '\0');
+  String contents, piece(bufferBytes, '\0');
   while (ssize_t const got = readSome(file.get(), piece)) {
     if (got < 0) return refuse(errno);
     contents.append(piece, 0, static_cast<std::size_t>(got));
@@ -144,24 +178,26 @@ String replaceFile(String const& path, String const& contents, unsigned mode) {
                            path, [&](int fd) { return writeAll(fd, contents); }, mode, nullptr));
 }
 
-String replaceFileByCopy(String const& path, String const& source, unsigned mode) {
+String replaceFileByCopy(String const& path, String const& source, unsigned mode,
+                         std::function<void()> const& betweenPieces) {
   Descriptor const from(openRegular(source, O_NOFOLLOW));
-  if (!from) return failed("read", source, errno);
+  struct stat wanted {};
+  if (!from || fstat(from.get(), &wanted) != 0) return failed("read", source, errno);
+  struct stat old {};
+  bool const keepsMode = lstat(path.c_str(), &old) == 0 && S_ISREG(old.st_mode);
+  std::uint64_t missing = 0;
   int readError = 0;
-  int const error = replace(
-      path,
-      [&](int fd) {
-        String piece(pieceBytes, '\0');
-        while (ssize_t const got = readSome(from.get(), piece)) {
-          if (got < 0) return readError = errno;
-          auto const part = std::string_view(piece).substr(0, static_cast<std::size_t>(got));
-          if (int const writeError = writeAll(fd, part); writeError != 0) return writeError;
-        }
-        return 0;
-      },
-      mode, nullptr);
-  return readError != 0 ? failed("read", source, readError) : outcome(path, error);
+  auto const copy = [&](int to) {
+    missing = missingRoom(to, static_cast<std::uint64_t>(wanted.st_size));
+    return missing > 0 ? ENOSPC : copyPieces(from.get(), to, betweenPieces, readError);
+  };
+  int const error = replace(path, copy, mode, keepsMode ? &old : nullptr);
+  if (readError != 0) return failed("read", source, readError);
+  String const result = outcome(path, error);
+  return missing > 0 ? result + ", " + std::to_string(missing) + " bytes are missing" : result;
 }
+
+void removeUnfinished(String const& path) { unlink(besides(path).c_str()); }
 
 String changeFile(String const& path, String const& contents, unsigned mode) {
   String const target = behindLinks(path);

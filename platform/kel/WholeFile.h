@@ -2,12 +2,13 @@
 //
 // A file is replaced by one that is written beside it, flushed and renamed over it, so that a reader and a
 // power cut find the old contents or the new ones. The file beside it is called PATH.zerotouch-new: a crash
-// leaves at most that one, and the next replacement removes it. It is made anew each time, so that a link or
-// a file that somebody put there is never written through. The functions that change something return "" or
-// what failed, with the path and the system's reason; the file is then as it was, unless only the last flush
-// failed.
+// leaves at most that one, and the next replacement or removeUnfinished() removes it. It is made anew each
+// time, so that a link or a file that somebody put there is never written through. The functions that change
+// something return "" or what failed, with the path and the system's reason; the file is then as it was,
+// unless only the last flush failed.
 #pragma once
 
+#include <functional>
 #include <optional>
 
 #include "platform/kel/Types.h"
@@ -22,8 +23,16 @@ std::optional<String> readFile(String const& path, String* failure = nullptr);
 // Replaces what stands at `path`, be it a link, by a file with this mode that belongs to this process.
 String replaceFile(String const& path, String const& contents, unsigned mode = 0644);
 
-// The same with the contents of the regular file `source`, of any size; `source` must not be a link.
-String replaceFileByCopy(String const& path, String const& source, unsigned mode = 0644);
+// The same with the contents of the regular file `source`, of any size; `source` must not be a link. A
+// regular file that is replaced leaves its mode and its owner to the new one. Nothing is written when the
+// file system has not enough room; what is missing is then said in bytes. On a slow disk this takes long:
+// 4 MiB are flushed to it at a time, and `betweenPieces` is called before the first such piece and after
+// each.
+String replaceFileByCopy(String const& path, String const& source, unsigned mode,
+                         std::function<void()> const& betweenPieces);
+
+// Removes the file beside `path` that a replacement leaves when it is killed.
+void removeUnfinished(String const& path);
 
 // Changes a file that belongs to the system: the contents behind a link are replaced and the link stays, and
 // so do mode and owner of a file that exists; a new one gets `mode`. Where only the file itself can be

@@ -1,6 +1,7 @@
 // ports: what takes part in provisioning, why the rest does not, and what DHCP has brought.
 #include <map>
 
+#include "platform/model/values/Grammar.h"
 #include "programs/zerotouch/Output.h"
 #include "programs/zerotouch/Status.h"
 #include "programs/zerotouch/Terminal.h"
@@ -160,7 +161,7 @@ DhcpRow dhcpRow(View const& view, std::string const& port, Kel::Value const& res
                 std::string client, bool linkUp) {
   bool const asks = client == "asks";
   std::string const reason = memberText(result, "reason");
-  std::string const bootFile = memberText(result, "bootFileName");
+  std::string const bootFile = Grammar::withoutPasswords(memberText(result, "bootFileName"));
   return {.port = port,
           .family = std::move(family),
           .client = std::move(client),

@@ -4,6 +4,7 @@
 #include <algorithm>
 
 #include "platform/kel/Clock.h"
+#include "platform/model/values/Grammar.h"
 #include "programs/zerotouch/Output.h"
 #include "programs/zerotouch/Verbs.h"
 
@@ -111,7 +112,11 @@ Snapshot::Paths statusPaths() {
 
 Kel::Value statusOf(Snapshot const& snapshot) {
   Kel::ValueMap machine, failure;
-  for (char const* const name : machineAttributes) machine.emplace_back(name, snapshot[machinePath + name]);
+  for (char const* const name : machineAttributes) {
+    machine.emplace_back(name, snapshot[machinePath + name]);
+    if (std::string_view(name) == "option67Uri")
+      machine.back().second = Grammar::withoutPasswords(text(machine.back().second));
+  }
   for (auto const& [shown, name] : failureAttributes)
     failure.emplace_back(shown, snapshot[machinePath + name]);
   bool const loaded = machine.front().second != Kel::Value();

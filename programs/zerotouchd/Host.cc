@@ -68,6 +68,8 @@ void Host::buildTree(bool openTree) {
   entities_.config->scriptExecTimeoutIs(config_.scriptExecTimeout);
   entities_.config->maxRunTimeIs(config_.maxRunTime);
   entities_.config->maxDownloadSizeIs(config_.maxDownloadSize);
+  entities_.config->proxyFromEnvironmentIs(config_.proxyFromEnvironment);
+  entities_.config->installModeIs(config_.installMode);
   applyInitialValues();
 }
 

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <charconv>
 #include <filesystem>
 #include <functional>
 #include <limits>
@@ -96,6 +97,25 @@ Setter adapter(bool& target) {
     auto const name = node.value_exact<std::string>();
     if (name != "linux" && name != "none") fail(node.source(), "expected \"linux\" or \"none\"");
     target = name == "linux";
+  };
+}
+
+Setter proxy(bool& target) {
+  return [&target](toml::node const& node) {
+    auto const name = node.value_exact<std::string>();
+    if (name != "environment" && name != "none") fail(node.source(), "expected \"environment\" or \"none\"");
+    target = name == "environment";
+  };
+}
+
+Setter fileMode(std::uint32_t& target) {
+  return [&target](toml::node const& node) {
+    constexpr int octal = 8;
+    auto const digits = node.value_exact<std::string>().value_or("");
+    char const* const end = digits.data() + digits.size();
+    auto const [rest, error] = std::from_chars(digits.data(), end, target, octal);
+    if (error != std::errc() || rest != end || target > 0777)
+      fail(node.source(), "expected a mode in octal digits, as \"0600\"");
   };
 }
 
@@ -198,6 +218,8 @@ HostConfig readHostConfig(Kel::String const& path, bool mustExist) {
                   {"system_mac", macAddress(config.inventory.systemMacAddr)},
                   {"eeprom", text(config.inventory.eeprom)}}},
                 {"dhcp", {{"client", program(config.dhcpClient)}}},
+                {"download", {{"proxy", proxy(config.proxyFromEnvironment)}}},
+                {"install", {{"mode", fileMode(config.installMode)}}},
                 {"socket", {{"path", text(config.socketPath)}, {"group", groupName(config.socketGroup)}}},
                 {"provisioning",
                  {{"script_exec_timeout", seconds(config.scriptExecTimeout, false)},

@@ -35,6 +35,10 @@ struct HostConfig {
   Linux::InventoryConfig inventory;  // model_name, serial_num, hardware_rev, system_mac, eeprom
   // [dhcp]
   Kel::String dhcpClient;  // client: the DHCP client's path; by default dhclient where it usually is
+  // [download]
+  bool proxyFromEnvironment = false;  // proxy: "none", or "environment" for http_proxy and its like
+  // [install]
+  std::uint32_t installMode = 0600;  // mode: of a startup configuration that replaces none, in octal digits
   // [socket]
   Kel::String socketPath;            // path: by default statebase.sock in the run directory
   std::optional<gid_t> socketGroup;  // group: whose members may connect, besides root

@@ -27,6 +27,8 @@ FakeCurl::FakeCurl() : socket_(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {
   table_.easyInit = []() -> CURL* {
     if (fails("easyInit")) return nullptr;
     ++current->alive_;
+    current->protocols = "all";
+    current->proxy = "-";
     return easyHandle;
   };
   table_.multiInit = []() -> CURLM* {
@@ -78,6 +80,8 @@ CURLcode FakeCurl::setopt(CURL*, CURLoption option, ...) {
   va_start(arguments, option);
   if (option == CURLOPT_WRITEFUNCTION) current->writeFunction_ = va_arg(arguments, curl_write_callback);
   if (option == CURLOPT_WRITEDATA) current->writeData_ = va_arg(arguments, void*);
+  if (option == CURLOPT_PROTOCOLS_STR) current->protocols = va_arg(arguments, char const*);
+  if (option == CURLOPT_PROXY) current->proxy = va_arg(arguments, char const*);
   va_end(arguments);
   return CURLE_OK;
 }

@@ -22,6 +22,9 @@ class FakeCurl {
 
   // Makes the socket ready, until libcurl looks at it.
   void socketReady() const;
+  // What the last transfer was told; the protocols that it may speak, and its proxy ("-" for that of the
+  // environment).
+  std::string protocols, proxy;
   // Handles and lists that were made and not freed.
   int alive() const { return alive_; }
 

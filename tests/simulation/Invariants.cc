@@ -89,6 +89,10 @@ void World::checkOwners() {
   }
   require((sm().curlCBData() != nullptr) == (curl.alive() > 0), "a transfer's handles outlive it");
   require(sm().curlCBData() == nullptr || state() == stateFetchConfig, "a transfer runs in the wrong state");
+  require(
+      sm().curlCBData() == nullptr || (curl.protocols == sm().chosenAnswer()->scheme() && curl.proxy.empty()),
+      "a transfer may use another protocol or a proxy");
+  require(sm().lastFailureUrl().find("secret") == std::string::npos, "a password is kept");
   require(!sm().curlSockFd() || sm().curlCBData() != nullptr, "a socket's watch outlives the transfer");
   bool const chosen = sm().choosenIntf() != nullptr;
   require(chosen ? state() >= stateSetupSystemIdentity

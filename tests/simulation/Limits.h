@@ -46,6 +46,7 @@ inline auto const& ways() {
       {addressLost, stateRetryFetchConfig, stateRetry},
       {downloadTriesUsedUp, stateRetryFetchConfig, stateRetry},
       {fileEmpty, stateCopyConfigOrExecScript, stateRetry},
+      {configNotInstalled, stateCopyConfigOrExecScript, stateRetry},
       {scriptFailed, stateCopyConfigOrExecScript, stateRetry},
       {scriptKilled, stateCopyConfigOrExecScript, stateRetry},
       {scriptTimeout, stateCopyConfigOrExecScript, stateRetry},

@@ -57,6 +57,7 @@ World::World(std::uint64_t bits, bool recorded) : recorded_(recorded) {
   }
   logSink_ = Kel::logSinkIs([this](Kel::LogEvent const& event) {
     if (event.severity <= 4) warned_ = true;
+    require(event.message.find("secret") == std::string::npos, "a password is shown");
     if (event.name == "ZTP_EXEC_SCRIPT_SUCCESS" ||
         (event.name == "ZTP_CONFIG_DOWNLOAD_SUCCESS" && event.message.find("startup-config") < 30))
       expectDisable = true;
@@ -161,8 +162,8 @@ void World::answer(unsigned index, bool six, Choice& choice) {
     result->gatewayIs(0, ip("10.4.%d.1", "2001:db8:4::%d"));
   }
   if (choice.chance(6)) result->serverNameIs(Kel::format("10.5.%d.1", n));
-  result->bootFileNameIs(choice.among(
-      {"http://h/c", "https://h/c", "ftp://h/c", "tftp://h/c", "http://h/c", "gopher://h/c", "cfg", ""}));
+  result->bootFileNameIs(choice.among({"http://h/c", "https://h/c", "ftp://u:secret@h/c", "tftp://h/c",
+                                       "http://h/c", "gopher://h/c", "cfg", ""}));
   note(Kel::format("  (answer %d: %s, boot file '%s')", n, result->addrWithMask().stringValue(),
                    result->bootFileName()));
 }

@@ -113,7 +113,9 @@ Outcome playWith(std::string const& kind, unsigned nth) {
   bool const asserted = WIFSIGNALED(status) && WTERMSIG(status) == SIGABRT;
   std::string said;
   std::getline(std::ifstream(errors), said);
-  if (asserted && !result.saysWhy && !said.starts_with("Unable to open "))
+  // Only a script that cannot be made executable ends the agent after that event.
+  bool const saysWhy = result.saysWhy && kind == "chmod";
+  if (asserted && !saysWhy && !said.starts_with("Unable to open "))
     std::snprintf(result.problem, sizeof result.problem, "an assertion");
   if (!asserted && status != 0) std::snprintf(result.problem, sizeof result.problem, "ended with %d", status);
   return result;

@@ -1,8 +1,10 @@
 // The download: which URL, what the request says, where the body is kept and the configuration saved.
 // Transfers and scripts as a whole are shown by the simulation and by the runs in the lab.
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "platform/kel/WholeFile.h"
 #include "tests/unit/support/AgentTest.h"
 #include "zerotouch/fetch/BootFile.h"
 #include "zerotouch/fetch/CurlTransfer.h"
@@ -24,7 +26,10 @@ TEST(BootFile, the_server_or_the_scheme_makes_the_url) {
         Case{"10.0.0.1", "cfg", "tftp://10.0.0.1/cfg tftp"},
         Case{"s", "http://h/c", "tftp://s/http://h/c tftp"}, Case{"", "HTTP://h/c", "none"},
         Case{"", "cfg", "none"}, Case{"", "file:///etc/shadow", "none"}, Case{"", ":x", "none"},
-        Case{"", "httpx://h/c", "none"}}) {
+        Case{"", "httpx://h/c", "none"}, Case{"", "http:x@dict.host:2628/", "none"},
+        Case{"", "ftp:/h/c", "none"}, Case{"", "ftp:///c", "none"}, Case{"", "http://:80/c", "none"},
+        Case{"", "ftp://u:p@/c", "none"}, Case{"", "ftp://u:p@h", "ftp://u:p@h ftp"},
+        Case{"", "http://[::1]:80?c", "http://[::1]:80?c http"}}) {
     auto const file = ZeroTouch::bootFile(c.server, c.file);
     EXPECT_EQ(file.objection.empty() ? file.url + " " + file.scheme : "none" + file.url, c.expected);
   }
@@ -56,21 +61,27 @@ class Fetch : public AgentTest {
   Fetch() { std::filesystem::remove(configDownloadPath); }
 };
 
-TEST_F(Fetch, writes_to_nothing_that_is_not_the_agents_own_file) {
+TEST_F(Fetch, replaces_whatever_stands_in_the_place_of_the_download_and_writes_to_nothing_else) {
   flash.write("/other", "precious");
   auto const other = flash.path("/other");
   char const* const path = configDownloadPath;
-  for (auto const& [prepare, reason] : std::initializer_list<std::pair<std::function<void()>, std::string>>{
-           {[&] { std::filesystem::create_symlink(other, path); }, "Too many levels of symbolic links"},
-           {[&] { std::filesystem::create_hard_link(other, path); }, "the file has another name too"},
-           {[&] { mkfifo(path, 0600); }, "No such device or address"},
-           {[&] { std::ofstream(path) << "x", chown(path, 65534, 65534) == 0 || (std::abort(), 0); },
-            "it belongs to another user"}}) {
+  for (auto const& [prepare, failure] : std::initializer_list<std::pair<std::function<void()>, std::string>>{
+           {[&] { std::filesystem::create_symlink(other, path); }, ""},
+           {[&] { std::filesystem::create_hard_link(other, path); }, ""},
+           {[&] { mkfifo(path, 0600); }, ""},
+           {[&] { std::ofstream(path) << "x", chown(path, 65534, 65534) == 0 || (std::abort(), 0); }, ""},
+           {[&] { std::filesystem::create_directory(path); },
+            "cannot write /tmp/zt-download: Is a directory"}}) {
     prepare();
     CurlTransfer transfer;
     char body[] = "#!";
-    EXPECT_EQ(ZeroTouch::curlWriteCB(body, 1, 2, &transfer), static_cast<std::size_t>(-1));
-    EXPECT_EQ(transfer.failure, "cannot write /tmp/zt-download: " + reason);
+    EXPECT_EQ(ZeroTouch::curlWriteCB(body, 1, 2, &transfer),
+              failure.empty() ? 2 : static_cast<std::size_t>(-1));
+    EXPECT_EQ(transfer.failure, failure);
+    struct stat file {};
+    EXPECT_EQ(lstat(path, &file), 0);
+    bool const isOurs = S_ISREG(file.st_mode) && (file.st_mode & 0777U) == 0600 && file.st_uid == geteuid();
+    EXPECT_EQ(isOurs, failure.empty());
     EXPECT_EQ(flash.read("/other"), "precious");
     std::filesystem::remove(path);
   }
@@ -126,6 +137,39 @@ TEST_F(Fetch, saves_the_configuration_in_a_file_below_the_flash_only) {
                                               {"/link/x", "it leads out of the flash"},
                                               {"/" + std::string(250, 'x'), "its name is too long"}})
     EXPECT_EQ(ZeroTouch::saveFileObjection(value), objection) << value;
+}
+
+TEST_F(Fetch, copies_in_pieces_where_there_is_room_and_keeps_the_mode_of_the_file_that_is_replaced) {
+  constexpr std::size_t aPieceAndMore = 5 << 20;
+  flash.write("/source", "x");
+  std::filesystem::resize_file(flash.path("/source"), aPieceAndMore);
+  auto const target = flash.path("/flash/target");
+  unsigned signs = 0;
+  auto const copy = [&] {
+    return Kel::replaceFileByCopy(target, flash.path("/source"), 0600, [&] { ++signs; });
+  };
+  auto const room = std::filesystem::space(target.substr(0, target.rfind('/'))).free;
+  EXPECT_EQ(copy(), "cannot write " + target + ": No space left on device, " +
+                        std::to_string(aPieceAndMore - room) + " bytes are missing");
+  EXPECT_EQ(signs, 0U);
+  ASSERT_EQ(mount("tmpfs", "/tmp", nullptr, MS_REMOUNT, "size=16m"), 0) << std::strerror(errno);
+  for (mode_t const mode : {0600U, 0640U}) {
+    if (mode != 0600) std::filesystem::permissions(target, static_cast<std::filesystem::perms>(mode));
+    EXPECT_EQ(copy(), "");
+    EXPECT_EQ(std::exchange(signs, 0), 2U);  // before the first piece and after it
+    EXPECT_EQ(std::filesystem::file_size(target), aPieceAndMore);
+    EXPECT_EQ(std::filesystem::status(target).permissions(), static_cast<std::filesystem::perms>(mode));
+  }
+}
+
+TEST_F(Fetch, removes_at_its_start_what_a_killed_copy_has_left) {
+  flash.write("/flash/zerotouch-config", "SAVE_FILE=/kept\n");
+  for (char const* const name : {"/flash/startup-config", "/flash/kept", "/flash/other"})
+    flash.write(std::string(name) + ".zerotouch-new", "half");
+  atRest();
+  EXPECT_EQ(flash.read("/flash/startup-config.zerotouch-new"), "(absent)");
+  EXPECT_EQ(flash.read("/flash/kept.zerotouch-new"), "(absent)");
+  EXPECT_EQ(flash.read("/flash/other.zerotouch-new"), "half");
 }
 
 }  // namespace

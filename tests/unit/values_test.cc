@@ -66,4 +66,20 @@ TEST(Values, are_ordered_by_their_number_not_their_text) {
   EXPECT_LT(*Wire::IpAddr::fromString("9.0.0.0"), *Wire::IpAddr::fromString("10.0.0.0"));
 }
 
+TEST(Grammar, passwords_in_urls_are_not_shown) {
+  for (auto const& [url, shown] : std::initializer_list<std::pair<char const*, char const*>>{
+           {"http://h/c", "http://h/c"},
+           {"ftp://user@h/c", "ftp://user@h/c"},
+           {"ftp://user:secret@h:21/c", "ftp://user:***@h:21/c"},
+           {"http://u:p@q:r@h?x:y@z", "http://u:***@h?x:y@z"},
+           {"http://h/a:b@c", "http://h/a:b@c"},
+           {"http://u:@h", "http://u:***@h"},
+           {"tftp://s/ftp://u:p@h/c", "tftp://s/ftp://u:***@h/c"},
+           {"ftp:u:p@h/c", "ftp:***@h/c"},
+           {"cfg", "cfg"},
+           {"//", "//"},
+           {"", ""}})
+    EXPECT_EQ(Grammar::withoutPasswords(url), shown);
+}
+
 }  // namespace

@@ -181,9 +181,11 @@ Kel::LogHandle saveFileIgnored("SAVE_FILE_IGNORED", warning, "Setting SAVE_FILE=
                                "the flash.",
                                "Correct or remove SAVE_FILE in the settings file.", interval, burst, 0);
 
-Kel::LogHandle downloadNotUsable("DOWNLOAD_NOT_USABLE", error, "The download cannot be used: %s",
-                                 "The downloaded file can neither be installed nor run; the agent stops.",
-                                 "Check that the flash is there, writable and not full.", interval, burst, 0);
+Kel::LogHandle downloadNotUsable(
+    "DOWNLOAD_NOT_USABLE", error, "The download cannot be used: %s",
+    "The downloaded file can neither be installed nor run. The attempt has failed, and "
+    "provisioning starts over.",
+    "Check that the flash is there, writable and not full.", interval, burst, 0);
 
 Kel::LogHandle dhclientConfigCut(
     "DHCP_CONFIG_NOT_WRITTEN", error, "No room for the DHCP client's configuration %s",
@@ -215,8 +217,8 @@ Kel::LogHandle addressGone("ADDRESS_LOST", warning,
 
 Kel::LogHandle bootFileUnusable(
     "BOOT_FILE_NOT_URL", warning, "The boot file %s cannot be downloaded: %s",
-    "The boot file's name must be a URL that begins with http, https, ftp or tftp in lower case, or the name "
-    "of a file on the TFTP server that the answer names.",
+    "The boot file's name must be a URL that begins with http, https, ftp or tftp in lower case, followed by "
+    ":// and a host, or the name of a file on the TFTP server that the answer names.",
     "Correct the boot file's name on the DHCP server (DHCPv4 option 67, DHCPv6 option 59), or name a TFTP "
     "server (DHCPv4 option 66).",
     interval, burst, 0);

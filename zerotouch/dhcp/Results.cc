@@ -6,6 +6,7 @@
 
 #include "platform/kel/Child.h"
 #include "platform/kel/Reactor.h"
+#include "platform/model/values/Grammar.h"
 #include "zerotouch/agent/Events.h"
 #include "zerotouch/dhcp/DhcpClient.h"
 #include "zerotouch/sm/SmTrace.h"
@@ -85,11 +86,13 @@ void ZeroTouchSm::handleIntfDhcp6Status(Kel::Name const& name) {
 void ZeroTouchSm::DhcpResults::KelIntfDhcpResult::handleBootFileName() {
   Kel::String const& bootFileName = notifier().bootFileName();
   Kel::String const& device = notifier().intfName();
-  KEL_TRACE(traceZeroTouchSm, 5, "KelIntfDhcpStatus::" << __func__ << " bootFileName: " << bootFileName);
+  KEL_TRACE(
+      traceZeroTouchSm, 5,
+      "KelIntfDhcpStatus::" << __func__ << " bootFileName: " << Grammar::withoutPasswords(bootFileName));
   if (bootFileName.empty() || !sm_.mayActIn(stateDhcpQuery() | stateStatelessDhcpQuery())) return;
   KEL_TRACE(traceZeroTouchSm, 5,
-            "KelIntfDhcpStatus::" << __func__ << " - DHCP bootfile-name= " << bootFileName << " learnt for "
-                                  << device);
+            "KelIntfDhcpStatus::" << __func__ << " - DHCP bootfile-name= "
+                                  << Grammar::withoutPasswords(bootFileName) << " learnt for " << device);
   Kel::Ptr<IntfStatus> intf;
   sm_.findIntfStatusForKernelIntf(device, intf);
   if (!intf) return;

@@ -2,9 +2,11 @@
 
 #include <optional>
 #include <sstream>
+#include <string_view>
 
 #include "platform/kel/Assert.h"
 #include "platform/kel/Format.h"
+#include "platform/model/values/Grammar.h"
 #include "zerotouch/agent/Events.h"
 #include "zerotouch/fetch/CurlTransfer.h"
 #include "zerotouch/sm/SmTrace.h"
@@ -66,6 +68,16 @@ std::optional<Kel::String> readEtcArch(Kel::String const& path) {
   return line.substr(0, line.find(' '));
 }
 
+// Whether "//" and a host follow the scheme (RFC 3986, 3.2). Without them libcurl guesses another protocol
+// from the host's name.
+bool namesHost(std::string_view afterScheme) {
+  if (!afterScheme.starts_with("//")) return false;
+  afterScheme.remove_prefix(2);
+  std::string_view const authority = afterScheme.substr(0, afterScheme.find_first_of("/?#"));
+  std::string_view const host = authority.substr(authority.rfind('@') + 1);
+  return !host.empty() && !host.starts_with(':');
+}
+
 }  // namespace
 
 BootFile bootFile(Kel::String const& serverName, Kel::String const& bootFileName) {
@@ -75,6 +87,8 @@ BootFile bootFile(Kel::String const& serverName, Kel::String const& bootFileName
   Kel::String const scheme = bootFileName.substr(0, colon);
   bool const known = scheme == "http" || scheme == "https" || scheme == "ftp" || scheme == "tftp";
   if (!known) return {"", "", "its scheme is none of http, https, ftp and tftp in lower case"};
+  if (!namesHost(std::string_view(bootFileName).substr(colon + 1)))
+    return {"", "", "its scheme is not followed by :// and a host"};
   return {bootFileName, scheme, ""};
 }
 
@@ -113,9 +127,10 @@ Cause ZeroTouchSm::doTryFetchConfigFromServer() {
   if (!answer) return {TransitionCause::bootFileNotUrl, "the answer names none"};
   Kel::String const& name = answer->result()->bootFileName();
   if (answer->url().empty()) {
-    SM_TRACE(1, " - No URL in bootfile-name " << name);
-    bootFileUnusable.log(name, answer->objection());
-    return {TransitionCause::bootFileNotUrl, name + ": " + answer->objection()};
+    Kel::String const shown = Grammar::withoutPasswords(name);
+    SM_TRACE(1, " - No URL in bootfile-name " << shown);
+    bootFileUnusable.log(shown, answer->objection());
+    return {TransitionCause::bootFileNotUrl, shown + ": " + answer->objection()};
   }
   option67UriIs(answer->url());
   option67UriIsHttpIs(answer->scheme() == "http" || answer->scheme() == "https");
@@ -126,8 +141,10 @@ Cause ZeroTouchSm::doTryFetchConfigFromServer() {
   return {TransitionCause::downloadRefusedAtOnce, curlErrorStr()};
 }
 
+Kel::String ZeroTouchSm::shownUri() const { return Grammar::withoutPasswords(option67Uri()); }
+
 void ZeroTouchSm::reportFailedDownload() {
-  ZTP_CONFIG_DOWNLOAD_FAIL.log(option67Uri(), curlErrorStr().empty() ? "unknown" : curlErrorStr());
+  ZTP_CONFIG_DOWNLOAD_FAIL.log(shownUri(), curlErrorStr().empty() ? "unknown" : curlErrorStr());
 }
 
 std::vector<Kel::String> requestHeaders(Wire::EthAddr const& systemMacAddr, EntityMib::Fru const& root,

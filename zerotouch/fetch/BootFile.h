@@ -15,7 +15,7 @@ struct BootFile {
 };
 
 // A server name means TFTP. Without one the boot file's name is the URL, when its scheme is, to the letter,
-// "http", "https", "ftp" or "tftp".
+// "http", "https", "ftp" or "tftp", and is followed by "://" and a host.
 BootFile bootFile(Kel::String const& serverName, Kel::String const& bootFileName);
 
 inline constexpr char const* softwareVersionPath = "/etc/kvo-version";

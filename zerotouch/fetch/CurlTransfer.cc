@@ -2,7 +2,6 @@
 
 #include <dlfcn.h>
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -24,14 +23,6 @@ constexpr mode_t ownerOnly = 0600;
 constexpr std::size_t outputBufferBytes = 65'536;
 constexpr std::string_view contentLengthHeader = "Content-Length:";
 constexpr std::string_view bootImageUrlHeader = "X-Ostrel-BootImage-Url:";
-
-// What is wrong with the open file; "" when it may be written.
-char const* objection(struct stat const& file) {
-  if (!S_ISREG(file.st_mode)) return "not a regular file";
-  if (file.st_uid != geteuid()) return "it belongs to another user";
-  if (file.st_nlink != 1) return "the file has another name too";
-  return "";
-}
 
 // HTTP only, and for people: libcurl itself compares it with what comes. Names of headers know no case (RFC
 // 9110, 5.1).
@@ -94,25 +85,22 @@ CurlTransfer::~CurlTransfer() {
 }
 
 std::FILE* openDownload(char const* path, Kel::String& failure) {
-  // O_NONBLOCK: a named pipe must not hold the loop.
-  int const fd = open(path, O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, ownerOnly);
-  struct stat file {};
-  bool const known = fd >= 0 && fstat(fd, &file) == 0;
-  Kel::String reason = known ? objection(file) : std::strerror(errno);
-  if (reason.empty()) {
-    // The kernel writes a file that was truncated to the disk when it is closed, even one that was empty: an
-    // empty one is therefore not truncated.
-    bool const empty = file.st_size == 0 || ftruncate(fd, 0) == 0;
-    std::FILE* const output = empty ? fdopen(fd, "wb") : nullptr;
-    if (output != nullptr) {
-      // libcurl hands over 16 KiB at a time; the default buffer would make two writes of that.
-      std::setvbuf(output, nullptr, _IOFBF, outputBufferBytes);
-      return output;
-    }
-    reason = std::strerror(errno);
+  // Somebody else may put another file there in between, but not for ever.
+  constexpr int tries = 100;
+  int fd = -1;
+  for (int i = 0; i < tries && fd < 0; ++i) {
+    if (unlink(path) != 0 && errno != ENOENT) break;
+    fd = open(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, ownerOnly);
+    if (fd < 0 && errno != EEXIST) break;
   }
+  std::FILE* const output = fd >= 0 ? fdopen(fd, "wb") : nullptr;
+  if (output != nullptr) {
+    // libcurl hands over 16 KiB at a time; the default buffer would make two writes of that.
+    std::setvbuf(output, nullptr, _IOFBF, outputBufferBytes);
+    return output;
+  }
+  failure = Kel::format("cannot write %s: %s", path, std::strerror(errno));
   if (fd >= 0) close(fd);
-  failure = Kel::format("cannot write %s: %s", path, reason);
   return nullptr;
 }
 
@@ -145,6 +133,8 @@ std::size_t curlHeaderCB(void* buf, std::size_t size, std::size_t n, void* data)
   KEL_ASSERT(cd, "cd");
   std::string_view line(static_cast<char const*>(buf), size * n);
   noteContentLength(*cd, line);
+  // RFC 959, 4.2.1: the data connection is open, or about to be opened.
+  if (line.starts_with("125") || line.starts_with("150")) cd->ftpFileFollows = true;
   if (!line.starts_with(bootImageUrlHeader)) return size * n;
   line.remove_prefix(bootImageUrlHeader.size());
   line.remove_prefix(std::min(line.find_first_not_of(' '), line.size()));
@@ -155,6 +145,14 @@ std::size_t curlHeaderCB(void* buf, std::size_t size, std::size_t n, void* data)
   KEL_TRACE(traceZeroTouchSm, 5,
             "ZeroTouchSm::" << __func__ << "- BootImage-Url=" << cd->bootImageUrl.data());
   return size * n;
+}
+
+int curlCloseSocketCB(void* data, curl_socket_t socket) {
+  auto const* const cd = static_cast<CurlTransfer*>(data);
+  KEL_ASSERT(cd, "cd");
+  if (cd->ftpFileFollows)
+    cd->curl->easySetopt(cd->easy, CURLOPT_SERVER_RESPONSE_TIMEOUT, ftpFarewellTimeoutSeconds);
+  return close(socket);
 }
 
 }  // namespace ZeroTouch

@@ -58,21 +58,29 @@ struct CurlTransfer {
   // Of the body; a zero byte is kept as '*', 0 means that it has not come yet.
   std::uint8_t firstByte = 0;
   std::uint8_t secondByte = 0;
+  bool ftpFileFollows = false;  // an FTP server has said that it sends the file
   bool bootImageUrlPresent = false;
   std::array<char, 1024> bootImageUrl{};  // with the end of its line, unless a blank comes before that
   std::uint32_t maxBytes = UINT32_MAX;    // a longer body fails
   Kel::String failure;                    // why the body could not be kept; "" if it could
 };
 
-// Opens the file of the body, empty: it is made, or it is the agent's own regular file under no other name.
-// The file's folder is everybody's, so nothing else that lies there is written to. Null, and the reason in
-// `failure`.
+// How long an FTP server may take for a reply: while the transfer runs, which the loop need not wait for, and
+// once the file has come, when libcurl waits within a call.
+inline constexpr long ftpResponseTimeoutSeconds = 60;
+inline constexpr long ftpFarewellTimeoutSeconds = 1;
+
+// Makes the file of the body in place of whatever stands there. The file's folder is everybody's, so nothing
+// that lies there is written to. Null, and the reason in `failure`, when that cannot be removed (a folder) or
+// the file cannot be made.
 std::FILE* openDownload(char const* path, Kel::String& failure);
 
 // libcurl's callbacks. The first keeps the body and returns how much of it was kept: less than it was given,
-// or -1 when the file cannot be opened, ends the transfer. The second looks for the boot image's URL and
-// the body's length, and never ends it.
+// or -1 when the file cannot be opened, ends the transfer. The second looks for the boot image's URL, the
+// body's length and the reply of an FTP server that announces the file, and never ends it. The third closes a
+// socket of FTP; the one that brought the file goes before libcurl waits for the server's last reply.
 std::size_t curlWriteCB(void* buf, std::size_t size, std::size_t n, void* cd);
 std::size_t curlHeaderCB(void* buf, std::size_t size, std::size_t n, void* cd);
+int curlCloseSocketCB(void* cd, curl_socket_t socket);
 
 }  // namespace ZeroTouch

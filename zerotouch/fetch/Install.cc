@@ -3,7 +3,7 @@
 
 #include <filesystem>
 
-#include "platform/kel/Assert.h"
+#include "platform/kel/Loop.h"
 #include "platform/kel/WholeFile.h"
 #include "zerotouch/agent/Events.h"
 #include "zerotouch/fetch/CurlTransfer.h"
@@ -57,28 +57,40 @@ Kel::String ZeroTouchSm::startupConfigDestination() const {
   return filePathFromFSRoot(defaultStartupConfigPath);
 }
 
-void ZeroTouchSm::doCopyConfigOrExecScript() {
+Cause ZeroTouchSm::doCopyConfigOrExecScript() {
   if (bytesRead() == 0) {
-    ZTP_CONFIG_DOWNLOAD_FAIL.log(option67Uri(), "Zero bytes read");
-  } else if (fileIsHashPling()) {
-    ZTP_CONFIG_DOWNLOAD_SUCCESS.log("config script", option67Uri());
-    doExecScript();
-  } else {
-    bool const success = copyFile(configDownloadPath, startupConfigDestination().c_str());
-    // There is nothing to go on with when the flash does not take the configuration.
-    KEL_ASSERT(success, "success");
-    fileCopySuccessIs(true);
-    ZTP_CONFIG_DOWNLOAD_SUCCESS.log("startup-config", option67Uri());
+    ZTP_CONFIG_DOWNLOAD_FAIL.log(shownUri(), "Zero bytes read");
+    return TransitionCause::fileEmpty;
   }
+  if (fileIsHashPling()) {
+    ZTP_CONFIG_DOWNLOAD_SUCCESS.log("config script", shownUri());
+    doExecScript();
+    return TransitionCause::none;
+  }
+  Kel::String failure;
+  if (!copyFile(configDownloadPath, startupConfigDestination().c_str(), failure)) {
+    downloadNotUsable.log(failure);
+    return {TransitionCause::configNotInstalled, failure};
+  }
+  fileCopySuccessIs(true);
+  ZTP_CONFIG_DOWNLOAD_SUCCESS.log("startup-config", shownUri());
+  return TransitionCause::none;
 }
 
-bool ZeroTouchSm::copyFile(char const* from, char const* to) const {
+bool ZeroTouchSm::copyFile(char const* from, char const* to, Kel::String& failure) const {
   SM_TRACE(5, " - Copying " << from << " to " << to);
-  auto const error = Kel::replaceFileByCopy(to, from);
-  if (error.empty()) return true;
-  SM_TRACE(1, " - Failed to open file for copying: " << error);
-  downloadNotUsable.log(error);
+  failure =
+      Kel::replaceFileByCopy(to, from, config()->installMode(), [] { Kel::Loop::instance().signOfLife(); });
+  if (failure.empty()) return true;
+  SM_TRACE(1, " - Failed to open file for copying: " << failure);
   return false;
+}
+
+void ZeroTouchSm::removeUnfinishedCopies() const {
+  Kel::String const value = configEntry().contains("SAVE_FILE") ? configEntry("SAVE_FILE") : "";
+  Kel::removeUnfinished(filePathFromFSRoot(defaultStartupConfigPath));
+  if (!value.empty() && saveFileObjection(value).empty())
+    Kel::removeUnfinished(filePathFromFSRoot(flashPath + value));
 }
 
 }  // namespace ZeroTouch

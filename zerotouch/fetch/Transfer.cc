@@ -18,12 +18,14 @@ namespace ZeroTouch {
 namespace {
 
 constexpr long connectTimeoutSeconds = 60;
-constexpr long ftpResponseTimeoutSeconds = 10;
 
-void setOptions(CurlTransfer& transfer, Kel::String const& url) {
+void setOptions(CurlTransfer& transfer, Kel::String const& url, Kel::String const& scheme, bool proxies) {
   auto const setopt = [&transfer](CURLoption option, auto value) {
     transfer.curl->easySetopt(transfer.easy, option, value);
   };
+  setopt(CURLOPT_PROTOCOLS_STR, scheme.c_str());
+  // An empty name makes libcurl leave http_proxy and its like alone.
+  if (!proxies) setopt(CURLOPT_PROXY, "");
   setopt(CURLOPT_NOPROGRESS, 1L);
   setopt(CURLOPT_IPRESOLVE, static_cast<long>(CURL_IPRESOLVE_WHATEVER));
   setopt(CURLOPT_URL, url.c_str());
@@ -34,6 +36,13 @@ void setOptions(CurlTransfer& transfer, Kel::String const& url) {
   setopt(CURLOPT_HEADERFUNCTION, curlHeaderCB);
   setopt(CURLOPT_HEADERDATA, &transfer);
   setopt(CURLOPT_DNS_CACHE_TIMEOUT, 0L);
+  if (scheme == "ftp") {
+    setopt(CURLOPT_SERVER_RESPONSE_TIMEOUT, ftpResponseTimeoutSeconds);
+    // When it is freed, libcurl waits 60 s for the answer to its farewell, if it has kept the connection.
+    setopt(CURLOPT_FORBID_REUSE, 1L);
+    setopt(CURLOPT_CLOSESOCKETFUNCTION, curlCloseSocketCB);
+    setopt(CURLOPT_CLOSESOCKETDATA, &transfer);
+  }
 }
 
 }  // namespace
@@ -42,8 +51,8 @@ void ZeroTouchSm::TransferEnd::operator()(CurlTransfer* transfer) const { delete
 
 void ZeroTouchSm::doTryFetchUri() {
   KEL_ASSERT(!option67Uri().empty(), "uri");
-  SM_TRACE(5, " - DHCP (option 67) bootfile-name is: " << option67Uri());
-  ZTP_CONFIG_DOWNLOAD.log(option67Uri());
+  SM_TRACE(5, " - DHCP (option 67) bootfile-name is: " << shownUri());
+  ZTP_CONFIG_DOWNLOAD.log(shownUri());
   forgetTransfer();
   KEL_ASSERT(!curlCBData_, "!curlCBData_");
   Curl const* const curl = Curl::load();
@@ -59,7 +68,7 @@ void ZeroTouchSm::doTryFetchUri() {
   // What was read is counted in 32 bits.
   curlCBData_->maxBytes =
       static_cast<std::uint32_t>(std::min<std::uint64_t>(config()->maxDownloadSize(), UINT32_MAX));
-  setOptions(*curlCBData_, option67Uri());
+  setOptions(*curlCBData_, option67Uri(), chosenAnswer()->scheme(), config()->proxyFromEnvironment());
   if (option67UriIsHttp()) {
     doBuildCurlHttpHeaders();
     if (curlCBData_->headers != nullptr) curl->easySetopt(easy, CURLOPT_HTTPHEADER, curlCBData_->headers);
@@ -71,9 +80,6 @@ void ZeroTouchSm::doTryFetchUri() {
   }
   // Says nothing about the transfer: to end one must not wait, on the loop, for a name server that is silent.
   curl->easySetopt(easy, CURLOPT_QUICK_EXIT, 1L);
-  // An FTP server that falls silent after the file, or does not answer the farewell, is waited for within a
-  // call.
-  curl->easySetopt(easy, CURLOPT_SERVER_RESPONSE_TIMEOUT, ftpResponseTimeoutSeconds);
   if (curl->multiAddHandle(curlCBData_->multi, easy) != CURLM_OK) {
     downloadImpossible.log("libcurl cannot start the transfer");
     doCurlShutdown();

@@ -1,6 +1,7 @@
 #include "zerotouch/identity/IdentityWriter.h"
 
 #include "platform/kel/Format.h"
+#include "platform/model/values/Grammar.h"
 #include "zerotouch/sm/SmTrace.h"
 
 #define IDENTITY_TRACE(what, value) \
@@ -100,7 +101,8 @@ void ZeroTouchSm::IdentityWriter::addRoute(Wire::IpAddrWithMask const& prefix, W
 // What the server has named, also when it is no URL.
 void ZeroTouchSm::IdentityWriter::bootFile() {
   Kel::String const& url = sm_.chosenAnswer()->url();
-  summary_ += Kel::format("Boot File: %s ]", url.empty() ? answer_->bootFileName() : url);
+  summary_ +=
+      Kel::format("Boot File: %s ]", Grammar::withoutPasswords(url.empty() ? answer_->bootFileName() : url));
 }
 
 }  // namespace ZeroTouch

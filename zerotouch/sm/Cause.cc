@@ -74,6 +74,8 @@ char const* sentence(TransitionCause cause) {
       return "the script has succeeded";
     case TransitionCause::runTimeOver:
       return "provisioning has run out of time";
+    case TransitionCause::configNotInstalled:
+      return "the configuration cannot be installed";
   }
   return "";
 }

@@ -27,6 +27,7 @@ void ZeroTouchSm::handleInitialized() {
   transitionCauseIs(TransitionCause::agentStarted);
   transitionReasonIs(Cause(TransitionCause::agentStarted).reason());
   doReadConfigFile();
+  removeUnfinishedCopies();
   handleEntityMibRoot();
   handleEnabled();
   initializeLinkModes();

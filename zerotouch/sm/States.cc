@@ -2,6 +2,7 @@
 #include <cstdlib>
 
 #include "platform/kel/Assert.h"
+#include "platform/model/values/Grammar.h"
 #include "zerotouch/agent/Events.h"
 #include "zerotouch/intf/Ports.h"
 #include "zerotouch/sm/SmTrace.h"
@@ -82,7 +83,7 @@ void ZeroTouchSm::noteOutcome(State entered) {
   lastFailureStateIs(failed ? currentState() : stateInvalid());
   lastFailureCauseIs(failed ? transitionReason() : "");
   lastFailurePortIs(failed && choosenIntf() ? choosenIntf()->intfName() : "");
-  lastFailureUrlIs(answer ? answer->url() : "");
+  lastFailureUrlIs(answer ? Grammar::withoutPasswords(answer->url()) : "");
 }
 
 void ZeroTouchSm::handleNextState() {
@@ -179,7 +180,7 @@ void ZeroTouchSm::enterRetryFetchConfig() {
 
 void ZeroTouchSm::enterCopyConfigOrExecScript() {
   fileCopySuccessIs(false);
-  doCopyConfigOrExecScript();
+  Cause const failure = doCopyConfigOrExecScript();
   if (!mayActIn(stateCopyConfigOrExecScript())) {
     doKillRunningScript();
   } else if (scriptChildProcess()) {
@@ -187,7 +188,7 @@ void ZeroTouchSm::enterCopyConfigOrExecScript() {
   } else if (fileCopySuccess()) {
     doCreateGuardFileAndShutdown(TransitionCause::configInstalled);
   } else {
-    doStateTransition(stateCopyConfigOrExecScript(), stateRetry(), TransitionCause::fileEmpty);
+    doStateTransition(stateCopyConfigOrExecScript(), stateRetry(), failure);
   }
 }
 

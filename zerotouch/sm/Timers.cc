@@ -154,7 +154,7 @@ void ConfigFetchTimer::handleTimerTick() { ztSm()->handleCurlSockFd(); }
 
 void ConfigFetchTimer::handleTimerStop() {
   ztSm()->doCurlShutdown();
-  ZTP_CONFIG_DOWNLOAD_TIMEOUT.log(ztSm()->option67Uri(), timeout());
+  ZTP_CONFIG_DOWNLOAD_TIMEOUT.log(ztSm()->shownUri(), timeout());
   ztSm()->doStateTransition(ztSm()->stateFetchConfig(), ztSm()->stateRetry(),
                             TransitionCause::downloadTimeout);
 }

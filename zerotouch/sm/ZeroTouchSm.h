@@ -278,6 +278,8 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   Cause doTryFetchConfigFromServer();
   // Starts a transfer of option67Uri().
   void doTryFetchUri();
+  // option67Uri() as events and traces show it: without its password.
+  Kel::String shownUri() const;
   // Null when no transfer runs.
   CurlTransfer const* curlCBData() const { return curlCBData_.get(); }
   Kel::Ptr<Kel::FileDescriptor> const& curlSockFd() const { return curlSockFd_; }
@@ -289,9 +291,14 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   void doCurlClose();
   void doCurlShutdown();
 
-  void doCopyConfigOrExecScript();
-  // Replaces the whole file `to`; false, and a warning that says why, when that fails.
-  bool copyFile(char const* from, char const* to) const;
+  // Installs the download or starts it as a script. When it has done neither, an event has said so, and the
+  // cause says why.
+  Cause doCopyConfigOrExecScript();
+  // Replaces the whole file `to`; false, and the reason in `failure`, when that fails. Takes as long as the
+  // flash does, and gives the watchdog a sign of life meanwhile.
+  bool copyFile(char const* from, char const* to, Kel::String& failure) const;
+  // Removes what a host that was killed while it copied left on the flash.
+  void removeUnfinishedCopies() const;
   void doExecScript();
   Kel::Ptr<Kel::ChildSiginfo const> const& scriptChildProcess() const { return scriptChildProcess_; }
   void scriptChildProcessIs(Kel::Ptr<Kel::ChildSiginfo> const& child);

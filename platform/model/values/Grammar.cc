@@ -113,4 +113,18 @@ bool isLinkLocal(Wire::IpGenAddrWithMask const& address) {
   return address.isV6() ? isLinkLocal(address.v6().address) : address.v4().address.value >> 16 == 0xa9fe;
 }
 
+std::string withoutPasswords(std::string url) {
+  // An authority follows each "//", since a path can hold another URL. A text without a scheme begins with
+  // one.
+  for (std::size_t begin = 0;;) {
+    std::size_t const end = std::min(url.find_first_of("/?#", begin), url.size());
+    std::size_t const at = url.substr(0, end).rfind('@');
+    std::size_t const colon = url.find(':', begin);
+    if (at != std::string::npos && colon < at) url.replace(colon + 1, at - colon - 1, "***");
+    std::size_t const next = url.find("//", begin);
+    if (next == std::string::npos) return url;
+    begin = next + 2;
+  }
+}
+
 }  // namespace Grammar

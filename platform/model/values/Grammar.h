@@ -52,4 +52,8 @@ std::uint8_t classMaskLength(Wire::IpAddr address);
 bool isLinkLocal(Wire::Ip6Addr const& address);
 bool isLinkLocal(Wire::IpGenAddrWithMask const& address);
 
+// The URL, or a text that may be one, as people may see it: the password before the "@" of its authority (RFC
+// 3986, 3.2.1) is replaced by "***".
+std::string withoutPasswords(std::string url);
+
 }  // namespace Grammar

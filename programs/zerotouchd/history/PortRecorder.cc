@@ -1,5 +1,7 @@
 #include "programs/zerotouchd/history/PortRecorder.h"
 
+#include "platform/model/values/Grammar.h"
+
 PortRecorder::PortRecorder(ZeroTouch::MountedEntities const& entities, Ring<History::Port>& ring)
     : dir_(entities.episd), dhcp_(entities.dhcpStatus), ring_(ring) {
   using Answers = ZeroTouch::DhcpStatus::NotifieeConst;
@@ -45,7 +47,8 @@ void PortRecorder::writeReports() {
       bool const leased = !address.v4().address.isZero() || !address.v6().address.isZero();
       if (leased) entry.detail = address.stringValue();
       if (!record->bootFileName().empty()) {
-        entry.detail += (entry.detail.empty() ? "boot file " : ", boot file ") + record->bootFileName();
+        entry.detail += entry.detail.empty() ? "boot file " : ", boot file ";
+        entry.detail += Grammar::withoutPasswords(record->bootFileName());
       }
       entry.detail = shortened(entry.detail);
     }
