@@ -3,6 +3,7 @@
 #include <grp.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <filesystem>
@@ -27,13 +28,70 @@
 
 #include <toml++/toml.h>
 
+#include "platform/kel/WholeFile.h"
+#include "platform/model/values/Grammar.h"
+
 namespace {
 
 using Setter = std::function<void(toml::node const&)>;
 using Section = std::map<std::string, Setter, std::less<>>;
 
+// The library walks nested tables recursively, and each dot of a key nests one more. A file that is larger or
+// has more dots than any switch needs is refused before it is parsed.
+constexpr std::uintmax_t maxFileBytes = 256 << 10;
+constexpr std::size_t maxDots = 4096;
+constexpr std::size_t maxReason = 1000;  // bytes of a message, which may quote what the file says
+
+// Every message about the file is made here, since it may quote control characters of the file.
+[[noreturn]] void refuse(Kel::String const& message) {
+  throw BadInput(Grammar::printable(message, maxReason));
+}
+
+[[noreturn]] void fail(Kel::String const& path, std::size_t line, std::string_view reason) {
+  refuse(path + ":" + std::to_string(line) + ": " + Kel::String(reason));
+}
+
 [[noreturn]] void fail(toml::source_region const& where, std::string const& reason) {
-  throw BadInput(*where.path + ":" + std::to_string(where.begin.line) + ": " + reason);
+  fail(*where.path, where.begin.line, reason);
+}
+
+// What the file holds; nothing when there is none, which `mustExist` makes an error.
+std::optional<Kel::String> contentsOf(Kel::String const& path, bool mustExist) {
+  std::error_code error;
+  auto const status = std::filesystem::status(path, error);
+  if (exists(status) && !is_regular_file(status)) refuse(path + ": no regular file");
+  if (is_regular_file(status) && std::filesystem::file_size(path, error) > maxFileBytes)
+    refuse(path + ": larger than " + std::to_string(maxFileBytes) + " bytes");
+  Kel::String failure;
+  auto result = Kel::readFile(path, &failure);
+  if (!failure.empty()) refuse(failure);
+  if (!result && mustExist) refuse(path + ": no such file");
+  return result;
+}
+
+toml::table parsed(Kel::String const& contents, Kel::String const& path) {
+  std::size_t line = 1;
+  std::size_t dots = 0;
+  for (char const c : contents) {
+    if (c == '\n') ++line;
+    if (c == '.' && ++dots > maxDots) fail(path, line, "more than " + std::to_string(maxDots) + " dots");
+  }
+  try {
+    return toml::parse(contents, path);
+  } catch (toml::parse_error const& error) {
+    fail(path, error.source().begin.line, error.description());
+  }
+}
+
+// A control character would reach terminals, logs and command lines with the value. U+0080 to U+009F are some
+// too; in UTF-8 they begin with 0xc2.
+bool hasControlCharacter(std::string_view text) {
+  unsigned char before = 0;
+  return std::ranges::any_of(text, [&before](unsigned char c) {
+    bool const isControl = c < ' ' || c == 0x7f || (before == 0xc2 && c < 0xa0);
+    before = c;
+    return isControl;
+  });
 }
 
 std::string names(auto const& map) {
@@ -70,6 +128,7 @@ Setter text(Kel::String& target) {
   return [&target](toml::node const& node) {
     auto const value = node.value_exact<std::string>();
     if (!value || value->empty()) fail(node.source(), "expected a string that is not empty");
+    if (hasControlCharacter(*value)) fail(node.source(), "a control character in a string");
     target = *value;
   };
 }
@@ -198,37 +257,31 @@ Setter bytes(std::uint32_t& target) {
 HostConfig readHostConfig(Kel::String const& path, bool mustExist) {
   HostConfig config;
   config.library = INSTALLED_LIBRARY;
-  if (mustExist && !std::filesystem::exists(path)) throw BadInput(path + ": no such file");
-  if (std::filesystem::exists(path)) {
-    try {
-      readFile(toml::parse_file(path),
-               {{"system", {{"name", text(config.systemName)}, {"cell_type", text(config.cellType)}}},
-                {"host",
-                 {{"run_directory", text(config.runDirectory)},
-                  {"library", text(config.library)},
-                  {"adapter", adapter(config.linuxAdapter)},
-                  {"reload_command", commandLine(config.system.reloadCommand)}}},
-                {"logging", {{"reload_command", commandLine(config.system.logReloadCommand)}}},
-                {"ports",
-                 {{"devices", deviceNames(config.ports.devices)}, {"names", nameRules(config.ports.names)}}},
-                {"inventory",
-                 {{"model_name", text(config.inventory.modelName)},
-                  {"serial_num", text(config.inventory.serialNum)},
-                  {"hardware_rev", text(config.inventory.hardwareRev)},
-                  {"system_mac", macAddress(config.inventory.systemMacAddr)},
-                  {"eeprom", text(config.inventory.eeprom)}}},
-                {"dhcp", {{"client", program(config.dhcpClient)}}},
-                {"download", {{"proxy", proxy(config.proxyFromEnvironment)}}},
-                {"install", {{"mode", fileMode(config.installMode)}}},
-                {"socket", {{"path", text(config.socketPath)}, {"group", groupName(config.socketGroup)}}},
-                {"provisioning",
-                 {{"script_exec_timeout", seconds(config.scriptExecTimeout, false)},
-                  {"max_run_time", seconds(config.maxRunTime, true)},
-                  {"max_download_size", bytes(config.maxDownloadSize)}}}});
-    } catch (toml::parse_error const& error) {
-      throw BadInput(path + ":" + std::to_string(error.source().begin.line) + ": " +
-                     std::string(error.description()));
-    }
+  if (auto const contents = contentsOf(path, mustExist)) {
+    readFile(parsed(*contents, path),
+             {{"system", {{"name", text(config.systemName)}, {"cell_type", text(config.cellType)}}},
+              {"host",
+               {{"run_directory", text(config.runDirectory)},
+                {"library", text(config.library)},
+                {"adapter", adapter(config.linuxAdapter)},
+                {"reload_command", commandLine(config.system.reloadCommand)}}},
+              {"logging", {{"reload_command", commandLine(config.system.logReloadCommand)}}},
+              {"ports",
+               {{"devices", deviceNames(config.ports.devices)}, {"names", nameRules(config.ports.names)}}},
+              {"inventory",
+               {{"model_name", text(config.inventory.modelName)},
+                {"serial_num", text(config.inventory.serialNum)},
+                {"hardware_rev", text(config.inventory.hardwareRev)},
+                {"system_mac", macAddress(config.inventory.systemMacAddr)},
+                {"eeprom", text(config.inventory.eeprom)}}},
+              {"dhcp", {{"client", program(config.dhcpClient)}}},
+              {"download", {{"proxy", proxy(config.proxyFromEnvironment)}}},
+              {"install", {{"mode", fileMode(config.installMode)}}},
+              {"socket", {{"path", text(config.socketPath)}, {"group", groupName(config.socketGroup)}}},
+              {"provisioning",
+               {{"script_exec_timeout", seconds(config.scriptExecTimeout, false)},
+                {"max_run_time", seconds(config.maxRunTime, true)},
+                {"max_download_size", bytes(config.maxDownloadSize)}}}});
   }
   if (config.socketPath.empty()) config.socketPath = config.runDirectory + "/statebase.sock";
   return config;

@@ -50,8 +50,10 @@ struct HostConfig {
   bool operator==(HostConfig const&) const = default;
 };
 
-// Reads the file. A file that is absent gives the built-in values, unless `mustExist`. Throws BadInput, as
-// "file:line: reason", for what does not parse, for unknown keys and for values of a wrong kind.
+// Reads the file. A file that is absent gives the built-in values, unless `mustExist`. Throws BadInput: as
+// "file: reason" for what is no regular file or is too large, and as "file:line: reason" for what does not
+// parse, for unknown keys and for values of a wrong kind. The message is printable ASCII, whatever the file
+// has.
 HostConfig readHostConfig(Kel::String const& path, bool mustExist);
 
 // Whether the path names a regular file that this process may execute.

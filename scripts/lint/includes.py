@@ -26,7 +26,7 @@ ROOMS = {
 LIBRARIES = {
     r"systemd/": ["platform/kel", "programs", "tests"],
     r"nlohmann/": ["platform/statebase", "programs", "tests"],
-    r"netlink/": ["platform/linux", "tests"],
+    r"netlink/|re2/": ["platform/linux", "tests"],
     r"linux/|net/|netinet/|netpacket/": ["platform/linux", "platform/model", "tests"],
     r"curl/": ["zerotouch/fetch", "tests"],
     r"toml\+\+/|CLI/": ["programs"],

@@ -5,8 +5,8 @@
 namespace {
 
 void check(HostConfig const& config) {
-  for (Kel::String const& text : {config.systemName, config.cellType, config.runDirectory, config.library,
-                                  config.socketPath, config.inventory.eeprom})
+  for (Kel::String const& text :
+       {config.cellType, config.runDirectory, config.library, config.socketPath, config.inventory.eeprom})
     KEL_ASSERT(!text.empty(), "a value");
   KEL_ASSERT(config.maxRunTime >= 0 && config.maxDownloadSize > 0, "a limit");
   KEL_ASSERT(!config.system.reloadCommand.empty() && !config.system.logReloadCommand.empty(), "a program");
@@ -27,6 +27,6 @@ void fuzz(std::string_view input) {
     KEL_ASSERT(
         take(text, ":") == file.path() && take(text, ": ").find_first_not_of("0123456789") == text.npos,
         "the file and the line");
-    KEL_ASSERT(!text.empty(), "the reason");
+    KEL_ASSERT(!text.empty() && isPrintable(text), "the reason");
   }
 }

@@ -1,17 +1,21 @@
 """The Debian package that scripts/package has made, on a switch of the lab that has nothing of ours."""
 import os
+import platform
+import re
 import subprocess
 
 import pytest
 
 from conftest import brought_up, ended_well
-from lab.host import Host, timers
+from lab.host import ROOT, Host, timers
 from lab.polling import LIMIT, wait_for
 from lab.switch_lab import PLATFORM, Lab
 
 UNITS = ["zerotouchd.service", "zerotouch-settle.service"]
 CLIENT_PROFILE = "/etc/apparmor.d/sbin.dhclient"
 OWN_RULES = "# an operator's own\n"
+# Where branches may lead to. Debian's start files lack them, so no file has the note that says so of all of it.
+ENDBR64 = b"\xf3\x0f\x1e\xfa"
 # What dpkg remembers of a package that is gone, caches that are made anew, and a mark that systemctl leaves.
 BOOKKEEPING = ("/var/lib/dpkg", "/var/log", "/var/cache", "/etc/ld.so.cache", "/run/systemd")
 
@@ -93,3 +97,39 @@ def test_the_package_provisions_a_switch_and_leaves_nothing_behind(lab, package)
     assert changed == {"/etc/resolv.conf"}  # which is given for good when the system is to reload
     assert "zerotouch" not in lab.client_rules()
     assert sorted(file.name for file in lab.host.flash.iterdir()) == ["startup-config", "zerotouch-config"]
+
+
+def elf(option, file):
+    return subprocess.run(["readelf", "--wide", option, file], capture_output=True, text=True, check=True).stdout
+
+
+def runpath(file):
+    """The folders in which the loader looks for libraries first."""
+    found = re.search(r"\((?:RPATH|RUNPATH)\).*\[(.*)\]", elf("--dynamic", file))
+    return found.group(1) if found else ""
+
+
+def test_programs_and_libraries_are_hardened(package, tmp_path):
+    subprocess.run(["dpkg-deb", "--extract", package, tmp_path], check=True)
+    files = [file for file in tmp_path.rglob("*") if file.is_file() and file.read_bytes()[:4] == b"\x7fELF"]
+    assert len(files) == 7
+    for file in files:
+        symbols, segments = elf("--dyn-syms", file), elf("--segments", file)
+        faults = {
+            "stack protector": "__stack_chk_fail" not in symbols,
+            "assertions of the C++ library": "__glibcxx_assert_fail" not in symbols,
+            "position-independent": " DYN " not in elf("--file-header", file),
+            "relocations read-only": "GNU_RELRO" not in segments,
+            "bound at the start": not re.search(r"FLAGS\).*BIND_NOW", elf("--dynamic", file)),
+            "stack not executable": not re.search(r"GNU_STACK .* RW  ", segments),
+            "branches checked": platform.machine() == "x86_64" and file.read_bytes().count(ENDBR64) < 10,
+            "libraries": not re.fullmatch(r"\$ORIGIN/\.\./lib:/usr/lib/[^/:]+/zerotouch", runpath(file)),
+        }
+        assert [what for what, wrong in faults.items() if wrong] == [], file
+    # Few programs call a function of the C library that has a checked variant.
+    assert any(re.search(r" __\w+_chk\b", elf("--dyn-syms", file)) for file in files)
+
+    installed = {file.name: runpath(file) for file in files}
+    built = {file.name: runpath(file) for folder in ("bin", "lib") for file in (ROOT / "build" / "release" / folder).iterdir()
+             if file.name in installed}
+    assert built == installed, "of the programs in the build tree"

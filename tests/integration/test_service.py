@@ -24,7 +24,15 @@ chroot root dpkg -i /usr/zerotouch.deb
 exec systemd-nspawn --quiet --directory=root --machine="$3" --register=no --keep-unit --link-journal=no --private-network \\
   --console=pipe --boot systemd.unit=basic.target
 """
+LOG_SERVERS = "/etc/rsyslog.d/50-zerotouch.conf"
 HASTY = "[Service]\nRestartSec=0.1\nWatchdogSec=5\nExecStartPost=/bin/sh -c 'sleep 1000 &'\n"
+# What configuration scripts may do, and what the unit keeps all of its processes from.
+ALLOWED = ["touch /etc/own /usr/own /root/own /mnt/flash/own", "install -m 4755 /bin/true /usr/local/bin/own",
+           "mount -t tmpfs tmpfs /media && umount /media", "unshare --mount --net --pid --fork true", "hostname $(hostname)",
+           "sysctl -qw net.ipv4.ip_forward=1", "python3 -c 'import mmap; mmap.mmap(-1, 4096, prot=7)'", "nice -n -5 true",
+           "setpriv --reuid=nobody --clear-groups --no-new-privs true", "grep -q '^NoNewPrivs:.0$' /proc/self/status",
+           "grep -qF \"$(grep CapBnd /proc/1/status)\" /proc/self/status", "ulimit -n 4096"]
+REFUSED = ["test $(ulimit -Hc) != 0", "chrt --fifo 1 true", "linux32 true"]
 FAILED = {"ABRT": "status=6/ABRT", "KILL": "status=9/KILL", "STOP": "Watchdog timeout"}
 
 
@@ -89,6 +97,21 @@ def test_a_host_that_ends_badly_is_started_again_and_takes_its_children_along(ma
         assert reason in machine.journal()
 
 
+def trying(commands):
+    return "".join(f"({command}) >&2 && echo done || echo refused\n" for command in commands)
+
+
+def test_a_script_may_do_what_root_may_but_for_what_none_misses(machine):
+    assert machine.run("sh", "-c", trying(REFUSED)).split() == ["done"] * len(REFUSED), "outside of the service"
+    machine.write("/run/script", trying(ALLOWED + REFUSED))
+    machine.write("/run/systemd/system/zerotouchd.service.d/script.conf",
+                  "[Service]\nExecStartPost=/bin/sh -c 'sh /run/script >/run/outcome'\n")
+    machine.run("systemctl", "daemon-reload")
+    machine.run("systemctl", "restart", "zerotouchd")
+    outcome = machine.run("cat", "/run/outcome").split()
+    assert outcome == ["done"] * len(ALLOWED) + ["refused"] * len(REFUSED), machine.journal()
+
+
 def test_a_mistake_in_the_configuration_stops_it_with_the_reason(machine):
     machine.write("/etc/zerotouch/platform.toml", "[nonsense]\n")
     machine.run("systemctl", "restart", "zerotouchd", check=False)
@@ -103,7 +126,11 @@ def test_a_switch_that_has_its_configuration_runs_no_host_but_forgets_the_last_r
     machine.run("rm", "-rf", "/run/zerotouch")  # as after a boot
     machine.write("/mnt/flash/startup-config", "hostname done\n")
     machine.write("/mnt/flash/zerotouch-config", "DISABLE=NextReload\nKEEP=me\n")
+    machine.write(LOG_SERVERS, "# Written by zerotouchd, which also removes this file.\n")
     machine.run("systemctl", "start", "zerotouchd", "zerotouch-settle")
+    machine.run("test", "!", "-e", LOG_SERVERS)
+    # The mark that it leaves names the namespace in which the next host looks for it.
+    assert machine.run("readlink", "/proc/1/ns/uts").strip() in machine.run("cat", "/run/zerotouch/disabled-for-this-boot")
     assert machine.show("ConditionResult") == "no" and machine.show("ActiveState") == "inactive"
     assert machine.run("cat", "/mnt/flash/zerotouch-config") == "KEEP=me\n"
     machine.run("systemctl", "start", "zerotouchd")  # a host has been here since the boot, and may have been killed

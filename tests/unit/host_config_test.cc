@@ -1,4 +1,5 @@
-// The installed platform.toml, in which everything is commented out, against what the host makes of it.
+// What the host makes of platform.toml: of the installed one, in which everything is commented out, and of
+// bad ones.
 #include "programs/zerotouchd/HostConfig.h"
 
 #include <gtest/gtest.h>
@@ -32,16 +33,20 @@ class InstalledConfigTest : public ::testing::Test {
     folder_.write("/platform.toml", text);
     return readHostConfig(folder_.path("/platform.toml"), true);
   }
-  // What the host says that it knows, when it is given something else.
-  std::string known(std::string const& text) const {
+  // What the host says of a file that it refuses, without its path.
+  std::string refused(std::string const& text) const {
     try {
       read(text);
     } catch (BadInput const& error) {
-      std::string const message = error.what();
-      std::size_t const begin = message.find("(known: ") + 8;
-      return message.substr(begin, message.find(')', begin) - begin);
+      return std::string(error.what()).substr(folder_.path("/platform.toml").size());
     }
     return "accepted";
+  }
+  // What the host says that it knows, when it is given something else.
+  std::string known(std::string const& text) const {
+    std::string const message = refused(text);
+    std::size_t const begin = message.find("(known: ") + 8;
+    return message.substr(begin, message.find(')', begin) - begin);
   }
   static std::string listOf(auto const& names, auto nameOf) {
     std::string result;
@@ -64,6 +69,33 @@ TEST_F(InstalledConfigTest, namesEveryKeyAndItsDefault) {
   EXPECT_EQ(builtIn, readHostConfig(PLATFORM_TOML, true)) << "something is not commented out";
   EXPECT_EQ(builtIn, read(defaults_));
   EXPECT_NE(builtIn, read(everything_)) << "which is accepted";
+}
+
+TEST_F(InstalledConfigTest, RefusesWhatWouldHangOverflowOrReachATerminal) {
+  auto const named = [](std::string const& pattern) {
+    return "[ports]\nnames = [{ device = '" + pattern + "', shown = 'x' }]\n";
+  };
+  auto const chain = [](int keys) {
+    std::string text = "[system]\n";
+    for (int i = 0; i < keys; ++i) text += "a.";
+    return text + "a = 1\n";
+  };
+  std::vector<std::pair<std::string, std::string>> const cases{
+      {named(".********x"), ":2: port name pattern '.********x': bad repetition operator: **"},
+      {named("(a)\\1"), ":2: port name pattern '(a)\\1': invalid escape sequence: \\1"},
+      {named("((((x{100}){100}){100}){100})"), ":2: port name pattern '"},
+      {chain(250'000), ": larger than 262144 bytes"},
+      {chain(4'097), ":2: more than 4096 dots"},
+      {chain(4'096), ":2: unknown key 'a'"},
+      {"[\"a\\u001b[2J\"]\n", ":1: unknown section [a?[2J] (known: "},
+      {"[system]\nname = \"a\\u001b[2J\"\n", ":2: a control character in a string"},
+      {"[system]\nname = \"a\\u009b2J\"\n", ":2: a control character in a string"},
+      {"[host]\nreload_command = [\"a\\u0000\"]\n", ":2: a control character in a string"},
+  };
+  for (auto const& [text, expected] : cases)
+    EXPECT_TRUE(refused(text).starts_with(expected)) << text.substr(0, 80) << "\n" << refused(text);
+  EXPECT_EQ(read("[system]\nname = \"Zürich\"\n").systemName, "Zürich");
+  EXPECT_THROW(readHostConfig(folder_.path(""), true), BadInput) << "which is a folder";
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include <fnmatch.h>
 #include <net/if.h>
+#include <re2/re2.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -14,22 +15,42 @@ namespace Linux {
 
 namespace {
 
-// The library compiles a pattern recursively: a very long one would not fit on the stack.
-constexpr std::size_t maxPattern = 256;
+constexpr int maxGroups = 10;  // \1 to \9, and the whole name before them
+using Groups = std::array<re2::StringPiece, maxGroups>;
+
+// A pattern takes time in proportion to the name, whatever it is made of, and bounded memory. It and the name
+// are bytes, since the kernel gives device names no encoding.
+std::shared_ptr<re2::RE2 const> compiled(Kel::String const& pattern) {
+  RE2::Options options(RE2::Latin1);
+  options.set_log_errors(false);
+  options.set_max_mem(1 << 20);
+  auto result = std::make_shared<re2::RE2 const>(pattern, options);
+  if (!result->ok()) throw std::invalid_argument("port name pattern '" + pattern + "': " + result->error());
+  return result;
+}
+
+// Puts the groups into `shown`: a backslash and a digit stand for a group, & for the whole name, and a
+// backslash makes any other character stand for itself. A group that matched nothing is empty.
+Kel::String filledIn(Kel::String const& shown, Groups const& groups) {
+  Kel::String result;
+  for (std::size_t i = 0; i < shown.size(); ++i) {
+    bool const escaped = shown[i] == '\\' && i + 1 < shown.size();
+    char const c = escaped ? shown[++i] : shown[i];
+    if (escaped && c >= '0' && c <= '9') {
+      result += groups.at(static_cast<std::size_t>(c - '0')).as_string();
+    } else if (!escaped && c == '&') {
+      result += groups[0].as_string();
+    } else {
+      result += c;
+    }
+  }
+  return result;
+}
 
 }  // namespace
 
 PortSelection::PortSelection(PortSelectionConfig config) : config_(std::move(config)) {
-  for (auto const& rule : config_.names) {
-    if (rule.device.size() > maxPattern) {
-      throw std::invalid_argument("port name pattern of more than " + std::to_string(maxPattern) + " bytes");
-    }
-    try {
-      rules_.emplace_back(rule.device);
-    } catch (std::regex_error const& error) {
-      throw std::invalid_argument("port name pattern '" + rule.device + "': " + error.what());
-    }
-  }
+  for (auto const& rule : config_.names) patterns_.push_back(compiled(rule.device));
 }
 
 bool PortSelection::selects(Kel::String const& deviceName) const {
@@ -42,11 +63,12 @@ bool PortSelection::selects(Kel::String const& deviceName) const {
 }
 
 Wire::IntfId PortSelection::intfId(Kel::String const& deviceName) const {
-  for (std::size_t i = 0; i < rules_.size(); ++i) {
-    std::smatch match;
-    if (!std::regex_match(deviceName, match, rules_[i])) continue;
-    Kel::String const shown = match.format(config_.names[i].shown, std::regex_constants::format_sed);
-    return Wire::IntfId::fromString(shown).value_or(Wire::IntfId());
+  for (std::size_t i = 0; i < patterns_.size(); ++i) {
+    Groups groups;
+    int const wanted = std::min(maxGroups, patterns_[i]->NumberOfCapturingGroups() + 1);
+    if (!patterns_[i]->Match(deviceName, 0, deviceName.size(), RE2::ANCHOR_BOTH, groups.data(), wanted))
+      continue;
+    return Wire::IntfId::fromString(filledIn(config_.names[i].shown, groups)).value_or(Wire::IntfId());
   }
   return Wire::IntfId(deviceName);
 }

@@ -3,19 +3,23 @@
 #pragma once
 
 #include <map>
-#include <regex>
+#include <memory>
 #include <vector>
 
 #include "platform/kel/EntityType.h"
 #include "platform/model/values/Wire.h"
+
+namespace re2 {
+class RE2;
+}
 
 namespace Linux {
 
 // What the configuration says; the defaults take every device that is backed by hardware under its own name.
 struct PortSelectionConfig {
   struct NameRule {
-    Kel::String device;  // regular expression (ECMAScript) for a whole device name, as "eth(.*)"
-    Kel::String shown;   // what it is called, with \1 to \9 for the groups, as "Ethernet\1"
+    Kel::String device;  // regular expression (re2-syntax) for a whole device name, as "eth(.*)"
+    Kel::String shown;   // what it is called, with \1 to \9 for the groups and & for the device's name
 
     bool operator==(NameRule const&) const = default;
   };
@@ -31,8 +35,8 @@ struct PortSelectionConfig {
 // Which network devices the adapter may touch, and the names that people see for them.
 class PortSelection {
  public:
-  // Throws std::invalid_argument, with a text that names the rule, when a regular expression cannot be
-  // understood.
+  // Throws std::invalid_argument, with a text that names the pattern, when a regular expression cannot be
+  // understood or would take too much memory.
   explicit PortSelection(PortSelectionConfig config);
 
   // By name alone; what kind of device it is, the link watcher judges.
@@ -42,7 +46,7 @@ class PortSelection {
 
  private:
   PortSelectionConfig config_;
-  std::vector<std::regex> rules_;  // one per config_.names
+  std::vector<std::shared_ptr<re2::RE2 const>> patterns_;  // one per config_.names
 };
 
 // The selected devices that are present now. The link watcher fills it; whoever needs a socket, an ioctl or a

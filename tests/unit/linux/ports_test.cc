@@ -24,11 +24,12 @@ TEST(PortSelection, NamesPortsByTheFirstRuleThatFitsTheWholeName) {
                                  {{"eth(\\d+)_(\\d+)", "Ethernet\\1/\\2"},
                                   {"eth(.*)", "Ethernet\\1"},
                                   {"ma(.*)", "Management\\1"},
+                                  {"sw(p)?([[:digit:]]+)", "\\&\\1\\2&\\9\\"},
                                   {"long", std::string(65, 'x')}}});
   std::string shown;
-  for (auto const* device : {"eth7", "eth7_2", "ma1", "xma1", "long"})
+  for (auto const* device : {"eth7", "eth7_2", "ma1", "sw1", "xma1", "long"})
     shown += selection.intfId(device).stringValue() + " ";
-  EXPECT_EQ(shown, "Ethernet7 Ethernet7/2 Management1 xma1  ");
+  EXPECT_EQ(shown, "Ethernet7 Ethernet7/2 Management1 &1sw1\\ xma1  ");
   EXPECT_THROW(PortSelection({{}, {{"eth(", "x"}}}), std::invalid_argument);
 }
 
