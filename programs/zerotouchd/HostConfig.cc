@@ -28,8 +28,8 @@
 
 #include <toml++/toml.h>
 
+#include "platform/kel/Format.h"
 #include "platform/kel/WholeFile.h"
-#include "platform/model/values/Grammar.h"
 
 namespace {
 
@@ -43,9 +43,7 @@ constexpr std::size_t maxDots = 4096;
 constexpr std::size_t maxReason = 1000;  // bytes of a message, which may quote what the file says
 
 // Every message about the file is made here, since it may quote control characters of the file.
-[[noreturn]] void refuse(Kel::String const& message) {
-  throw BadInput(Grammar::printable(message, maxReason));
-}
+[[noreturn]] void refuse(Kel::String const& message) { throw BadInput(Kel::printable(message, maxReason)); }
 
 [[noreturn]] void fail(Kel::String const& path, std::size_t line, std::string_view reason) {
   refuse(path + ":" + std::to_string(line) + ": " + Kel::String(reason));

@@ -4,6 +4,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstring>
+
 #include "platform/kel/WholeFile.h"
 #include "tests/unit/support/AgentTest.h"
 #include "zerotouch/fetch/BootFile.h"

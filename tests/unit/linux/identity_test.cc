@@ -72,7 +72,7 @@ TEST_F(IdentityTest, ResolvConfIsWrittenAndPutBack) {
     EXPECT_EQ(entities.netStatus->domainName(), status);
   }
   std::string faults =
-      dropped("domain name 'x?nameserver?6.6.6.6'", "something else than letters, digits, dashes and dots");
+      dropped("domain name 'x?nameserver 6.6.6.6'", "something else than letters, digits, dashes and dots");
   for (auto const& [server, why] : std::vector<std::pair<std::string, std::string>>{
            {"127.0.0.1", "a loopback address"},
            {"224.0.0.1", "a multicast, broadcast or reserved address"},
