@@ -113,9 +113,10 @@ ProcessGroup ProcessGroup::make(std::string const& parent) {
   if (parent.empty()) return result;
   // A name is taken only when a host with the same process id has left its group behind.
   for (int tries = 0; tries < 100; ++tries) {
-    std::string const name = groupPrefix + std::to_string(getpid()) + "-" + std::to_string(++made);
-    if (mkdir((parent + "/" + name).c_str(), 0755) == 0) {
-      result.folder_ = parent + "/" + name;
+    std::ostringstream folder;
+    folder << parent << '/' << groupPrefix << getpid() << '-' << ++made;
+    if (mkdir(folder.str().c_str(), 0755) == 0) {
+      result.folder_ = folder.str();
       break;
     }
     if (errno != EEXIST) break;

@@ -43,7 +43,7 @@ void fuzz(std::string_view input) {
     if (fits) taken += piece;
     input.remove_prefix(piece.size());
   }
-  if (transfer.output != nullptr) std::fflush(transfer.output);
+  if (transfer.output != nullptr) std::fflush(transfer.output);  // the transfer closes it
   KEL_ASSERT(transfer.byteCount == taken.size(), "what was counted");
   if (transfer.output != nullptr) KEL_ASSERT(file.read() == taken, "what was kept");
   bool const isScript = transfer.firstByte == '#' && transfer.secondByte == '!';
