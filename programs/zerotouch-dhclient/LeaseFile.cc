@@ -69,8 +69,8 @@ bool lockWithin(int file, unsigned seconds) {
 void waitForRelease(char const* leaseFile, bool isRelease) {
   constexpr unsigned longestRelease = 9;  // seconds
   std::string const path = std::string(leaseFile) + ".lock";
-  // Whoever can open the file could lock it, so that is for nobody else. The client that this program becomes
-  // keeps the descriptor, and with it the lock. NOLINTNEXTLINE(android-cloexec-open)
+  // Whoever can open the file could lock it, so that is for nobody else. The processes of a
+  // release keep the descriptor, and with it the lock. NOLINTNEXTLINE(android-cloexec-open)
   int const file = open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY, 0600);
   if (file < 0) {
     complain(path.c_str());
