@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <utility>
 
 #include "platform/kel/WholeFile.h"
 #include "tests/unit/support/AgentTest.h"
