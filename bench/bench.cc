@@ -16,7 +16,7 @@ struct Counter : ZeroTouch::Config::NotifieeConst {
   std::uint64_t count = 0;
 };
 
-// Every set is a change.
+// Sets an attribute to a new value each time.
 void setAttribute(benchmark::State& state) {
   auto const config = Kel::makePtr<ZeroTouch::Config>();
   auto const notifiee = Kel::makePtr<Counter>(config);
@@ -32,7 +32,7 @@ struct Alarm : Kel::Clock::NotifieeConst {
   int& fired;
 };
 
-// Clocks that exist are armed, each for a time of its own, and fire.
+// Arms clocks, each for a time of its own, and lets them fire.
 void fireClocks(benchmark::State& state) {
   constexpr int clocks = 10'000;
   Kel::testing::SimulatedTime time;

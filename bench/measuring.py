@@ -56,7 +56,7 @@ class Client:
 
 
 def memory_kib(pid):
-    """Resident and anonymous."""
+    """The resident and the anonymous memory of a process."""
     lines = pathlib.Path(f"/proc/{pid}/smaps_rollup").read_text().splitlines()[1:]
     fields = dict(line.split(":", 1) for line in lines)
     return [int(fields[name].split()[0]) for name in ("Rss", "Anonymous")]

@@ -72,7 +72,7 @@ def fetch_ratio(lab, place, rounds=5):
 
 
 def last_time(capture, port, kind):
-    """Of the messages so far: earlier ones may have acknowledged a release."""
+    """The time of the last such message so far; earlier ones may have acknowledged a release."""
     result = None
     try:
         while True:

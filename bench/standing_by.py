@@ -22,7 +22,7 @@ ANSWER = {
 
 
 def system_calls(pid):
-    """Those of an idle process; none means that it was not woken at all."""
+    """The system calls of an idle process; there are none when it is not woken at all."""
     strace = subprocess.Popen(["strace", "-f", "-qq", "-e", "signal=none", "-o", "/dev/stdout", "-p", str(pid)],
                               stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
     time.sleep(IDLE)

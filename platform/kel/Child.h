@@ -30,8 +30,8 @@ class ChildSiginfo : public Entity {
 
   explicit ChildSiginfo(pid_t pid) : pid_(pid) {}
 
-  // 0 when the child could not be started; it then reports exited with status 127 on the next pass of the
-  // loop.
+  // 0 when the child could not be started: it then reports on the next pass of the loop that it exited with
+  // status 127.
   pid_t pid() const { return pid_; }
   std::uint32_t statusCode() const { return statusCode_.get(); }
   bool ended() const { return statusCode() == exited || statusCode() == killed; }
@@ -39,7 +39,7 @@ class ChildSiginfo : public Entity {
   std::uint8_t exitStatus() const { return exitStatus_; }
   std::uint8_t signal() const { return signal_; }
 
-  // For runners; notifies last, so that handlers see the whole record.
+  // Called by runners. The notification comes last, so that handlers see the whole record.
   void exitedIs(std::uint8_t status);
   void killedIs(std::uint8_t signal);
 
@@ -85,7 +85,7 @@ class PosixChildRunner : public ChildRunner {
   void reportFailed();
   static int onEnd(sd_event_source*, siginfo_t const* info, void* self);
 
-  // Held here until the end, so that a child is reaped also when nobody holds its record any more.
+  // Records are held here until the child ends, so that it is reaped also when nobody else holds its record.
   std::map<pid_t, Running> running_;
   std::vector<Ptr<ChildSiginfo>> failed_;  // those that could not be started, to be told on the next pass
   Alarm reportFailed_{[this] { reportFailed(); }};
@@ -106,14 +106,14 @@ Ptr<ChildSiginfo> runContained(char const* const* argv, int stdinFd, int stdoutF
 // could not be started.
 int runAndWait(char const* path, int stdinFd = -1, int stdoutFd = -1, int stderrFd = -1, int timeout = -1);
 
-// kill(2), for a single process only: an id below 2 is refused (it would mean init, a group or everybody).
+// kill(2) for a single process. An id below 2 is refused with ESRCH: it means init, a group or everybody.
 int kill(pid_t pid, int signal);
 
 // Whether `pid` ends within `timeout` seconds: the loop stands still meanwhile. Does not reap it.
 bool endsWithin(pid_t pid, int timeout);
 
-// Waits for `pid` without blocking (WNOHANG), whoever it is; nothing happens when it is no child or still
-// runs.
+// Reaps the child `pid` if it has ended (waitpid(2) with WNOHANG), whoever started it. Nothing happens when
+// it still runs or is no child.
 void reap(pid_t pid);
 
 // The process's runner: real processes unless a test has put its own (nullptr: back to the real one).

@@ -26,7 +26,7 @@ class Clock : public Entity {
     ~NotifieeConst() override;
 
     Seconds timeMin() const { return timeMin_; }
-    // A time that has passed already means the next pass of the loop.
+    // A time that has passed already fires on the next pass of the loop.
     void timeMinIs(Seconds time);
 
     virtual void onTime() {}
@@ -41,8 +41,8 @@ class Clock : public Entity {
 
   Seconds time() const { return now(); }
 
-  // For the loop: the earliest firing time, and firing all that is due at `time` and was armed before the
-  // call.
+  // Used by the loop: nextTime() is the earliest firing time; fire() fires all that is due at `time` and was
+  // armed before the call.
   Seconds nextTime() const { return schedule_.empty() ? never : std::get<Seconds>(*schedule_.begin()); }
   void fire(Seconds time) const;
 

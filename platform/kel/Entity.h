@@ -62,13 +62,23 @@ class NotifieeBase : public RefCounted {
   bool active_ = true;
 };
 
-// Sees every change of an entity by name, whatever its type. For the state socket and the like; reactors use
-// hooks.
+// A hook of any class of notifiees, to be called on an object of that class. What notifies takes this type,
+// so that it is compiled once for all classes.
+template <typename... Key>
+struct AnyHook {
+  template <typename N>
+  AnyHook(void (N::*own)(Key const&...)) : hook(static_cast<void (NotifieeBase::*)(Key const&...)>(own)) {}
+
+  void (NotifieeBase::*hook)(Key const&...);
+};
+
+// Is told of every change of an entity by name, whatever the type of the entity. For generic code, as the
+// state socket; reactors use hooks.
 class Watcher {
  public:
   virtual ~Watcher() = default;
-  // `key` is the text of the changed entry of a collection, empty for a plain attribute. Takes note only: it
-  // changes no entity and removes no watcher.
+  // `key` is the text of the changed entry of a collection, empty for a plain attribute. It must not
+  // change an entity or remove a watcher.
   virtual void onChange(Entity const& entity, std::string_view attribute, std::string_view key) = 0;
 };
 
@@ -87,12 +97,11 @@ class Entity : public RefCounted {
  protected:
   Entity() = default;
 
-  // Calls `hook` on each notifiee of class N, then tells the watchers. `level` counts the classes between
-  // Entity and the one that declares the attribute: a notifiee of a base class, registered on an object of a
-  // derived class, has no hook for it. `key` is that of a collection's entry, which outlives the call.
-  template <typename N, typename... Key>
-  void notify(unsigned level, std::string_view attribute, void (N::*hook)(Key const&...),
-              Key const&... key) const {
+  // Calls `hook` on each notifiee, then tells the watchers. `level` counts the classes between Entity and the
+  // one that declares the attribute: a notifiee of a base class, registered on an object of a derived class,
+  // has no hook for it. `key` is that of a collection's entry, which outlives the call.
+  template <typename... Key>
+  void notify(unsigned level, std::string_view attribute, AnyHook<Key...> hook, Key const&... key) const {
     if (!observed()) return;
     Delivery const delivery(*this);
     for (std::size_t i = 0, count = notifiees_.size(); i < count; ++i) {
@@ -103,9 +112,9 @@ class Entity : public RefCounted {
       if (notifiee->level_ == NotifieeBase::allHooks) {
         void const* keyAddress = nullptr;
         ((keyAddress = &key), ...);
-        notifiee->onHook(NotifieeBase::idOf(hook), keyAddress);
+        notifiee->onHook(NotifieeBase::idOf(hook.hook), keyAddress);
       } else {
-        (static_cast<N&>(*notifiee).*hook)(key...);
+        (notifiee->*hook.hook)(key...);
       }
     }
     if (!watchers_.empty()) notifyWatchers(attribute, (std::string() + ... + Codec<Key>::toText(key)));
@@ -149,9 +158,8 @@ class Attr {
 
   T const& get() const { return value_; }
 
-  // Stores and notifies, unless the value is the one already held.
-  template <typename N>
-  void set(Entity& owner, unsigned level, std::string_view name, T value, void (N::*hook)()) {
+  // Stores the value and notifies, unless it equals the one held.
+  void set(Entity& owner, unsigned level, std::string_view name, T value, AnyHook<> hook) {
     if (value_ == value) return;
     value_ = std::move(value);
     owner.notify(level, name, hook);
@@ -193,9 +201,7 @@ class Collection {
     return result;
   }
 
-  template <typename N>
-  void set(Entity& owner, unsigned level, std::string_view name, K const& key, V value,
-           void (N::*hook)(K const&)) {
+  void set(Entity& owner, unsigned level, std::string_view name, K const& key, V value, AnyHook<K> hook) {
     auto const [entry, created] = entries_.try_emplace(key, value);
     if (!created) {
       if (entry->second == value) return;
@@ -204,26 +210,23 @@ class Collection {
     announce(owner, level, name, key, hook);
   }
 
-  template <typename N>
-  void del(Entity& owner, unsigned level, std::string_view name, K const& key, void (N::*hook)(K const&)) {
+  void del(Entity& owner, unsigned level, std::string_view name, K const& key, AnyHook<K> hook) {
     auto const found = entries_.find(key);
     if (found == entries_.end()) return;
-    // Outlives the delivery: `key` may live inside the entry, and handlers may still look at it.
+    // The entry outlives the delivery: `key` may be part of it, and handlers may still look at it.
     auto const removed = entries_.extract(found);
     announce(owner, level, name, removed.key(), hook);
   }
 
-  template <typename N>
-  void delAll(Entity& owner, unsigned level, std::string_view name, void (N::*hook)(K const&)) {
+  void delAll(Entity& owner, unsigned level, std::string_view name, AnyHook<K> hook) {
     Ptr<Entity> const hold(&owner);  // a handler may let go of the owner, and this collection with it
     for (K const& key : keys()) del(owner, level, name, key, hook);
   }
 
-  template <typename N>
-  void announce(Entity& owner, unsigned level, std::string_view name, K const& key,
-                void (N::*hook)(K const&)) {
+  void announce(Entity& owner, unsigned level, std::string_view name, K const& key, AnyHook<K> hook) {
     if (!owner.observed()) return;
-    K const held = key;  // `key` may be part of what a handler deletes
+    // `key` may be part of what a handler deletes.
+    K const held = key;  // NOLINT(performance-unnecessary-copy-initialization)
     owner.notify(level, name, hook, held);
   }
 

@@ -122,7 +122,7 @@ struct Codec<bool> {
   }
 };
 
-// The number in `value`, if it is a whole one from 0 on, whichever type the reader of the input gave it.
+// The number in `value` if it is whole and not negative, whichever of the two types it is held as.
 inline std::optional<std::uint64_t> wholeNumber(Value const& value) {
   if (auto const* number = value.as<std::uint64_t>()) return *number;
   if (auto const* number = value.as<std::int64_t>(); number != nullptr && *number >= 0) {
@@ -138,7 +138,7 @@ struct Codec<T> {
   static std::string fromText(std::string_view text, T& out) {
     T parsed{};
     auto const [end, error] = std::from_chars(text.data(), text.data() + text.size(), parsed);
-    // One text per number: a key has one name only.
+    // Leading zeros are refused, so that each key has one text only.
     bool const padded = text.size() > 1 && text.front() == '0';
     if (error != std::errc() || end != text.data() + text.size() || padded) {
       return format("'%s': %s", text, range());
@@ -253,20 +253,39 @@ void checkSame(char const* attribute, T const& wanted, T const& current) {
                        " than the current value of " + shown(current) + " not allowed");
 }
 
-// Reads `text` or `value`, then hands it to `use`; the result is the reason for a refusal, or what `use`
-// returns.
-template <typename K, typename Use>
-std::string withKey(std::string_view text, Use&& use) {
+// These read a key from `text` or a value from `value`, and hand both to `use` with the entity. With a null
+// entity the input is only checked. They return the reason for a refusal, or "". `check` does the same for a
+// value that was read. The functions are plain pointers, so that each of these is compiled once for each
+// type.
+template <typename K>
+std::string withKey(Entity* entity, std::string_view text, void (*use)(Entity&, K const&)) {
   K key{};
   if (auto error = Codec<K>::fromText(text, key); !error.empty()) return error;
-  return use(key);
+  if (entity != nullptr) use(*entity, key);
+  return {};
 }
 
-template <typename T, typename Use>
-std::string withValue(Value const& value, Use&& use) {
-  T parsed{};
-  if (auto error = Codec<T>::fromValue(value, parsed); !error.empty()) return error;
-  return use(parsed);
+template <typename V>
+std::string withValue(Entity* entity, Value const& value, void (*use)(Entity&, V const&),
+                      std::string (*check)(V const&) = nullptr) {
+  V parsed{};
+  if (auto error = Codec<V>::fromValue(value, parsed); !error.empty()) return error;
+  if (check != nullptr) {
+    if (auto error = check(parsed); !error.empty()) return error;
+  }
+  if (entity != nullptr) use(*entity, parsed);
+  return {};
+}
+
+template <typename K, typename V>
+std::string withKeyAndValue(Entity* entity, std::string_view text, Value const& value,
+                            void (*use)(Entity&, K const&, V const&)) {
+  K key{};
+  if (auto error = Codec<K>::fromText(text, key); !error.empty()) return error;
+  V parsed{};
+  if (auto error = Codec<V>::fromValue(value, parsed); !error.empty()) return error;
+  if (entity != nullptr) use(*entity, key, parsed);
+  return {};
 }
 
 template <typename K, typename V>

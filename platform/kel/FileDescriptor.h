@@ -38,7 +38,8 @@ class FileDescriptor : public Entity {
   void notifyOnWritableIs(bool on);
 
   bool late() const { return late_; }
-  // Its turn comes only when nothing else on the loop is ready. Counts from the next change of the above.
+  // The descriptor is looked at only when nothing else on the loop is ready. Takes effect with the next of
+  // the calls above.
   void lateIs(bool on) { late_ = on; }
 
   std::uint64_t readableCount() const { return readableCount_.get(); }

@@ -27,9 +27,8 @@ class FormatArgument {
 
 // Understands %s %d %i %u %x %X %f %g %e: flags, width and precision as in printf(3), and %%. The argument's
 // own type decides: a string given to %d prints as a string, and a double given to %d or %u prints without a
-// trailing
-// ".0" (90 seconds as 90, 0.5 as 0.5). As many arguments as placeholders, of the
-// conversions listed, else it is a programming error.
+// trailing ".0" (90 seconds as 90, 0.5 as 0.5). It is a programming error when the placeholders are not as
+// many as the arguments, or of another conversion.
 String formatArguments(std::string_view format, std::initializer_list<FormatArgument> arguments);
 
 template <typename... Args>

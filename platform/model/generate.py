@@ -190,34 +190,35 @@ def entity_code(entity):
 def description(entity, a):
     """The initialiser of one AttributeType."""
     this, n = entity.full, a.name
-    const, mutable = f"static_cast<{this} const&>(e)", f"static_cast<{this}*>(e)"
+    const, mutable, own = f"static_cast<{this} const&>(e)", f"static_cast<{this}*>(e)", f"static_cast<{this}&>(own)"
     get = keys = child = set_ = create = delete = "nullptr"
     sets = "[]([[maybe_unused]] Kel::Entity* e, [[maybe_unused]] std::string_view k"
-    with_key = f"Kel::withKey<{a.key}>(k, [&]({a.key} const& key)"
+    with_key = f"{sets}) {{ return Kel::withKey<{a.key}>(e, k, [](Kel::Entity& own, {a.key} const& key)"
     if a.form == "type":
         get = f"[](Kel::Entity const& e, std::string_view) {{ return Kel::Codec<{a.cpp}>::toValue({const}.{n}()); }}"
         if not a.constructor:
-            set_ = (f"{sets}, Kel::Value const& v) {{ return Kel::withValue<{a.cpp}>(v, [&]({a.cpp} const& x) -> std::string "
-                    f"{{ {limits(a)}if (e != nullptr) {mutable}->{n}Is(x); return {{}}; }}); }}")
+            check = f", []({a.cpp} const& x) {{ {limits(a)}return std::string(); }}" if limits(a) else ""
+            set_ = (f"{sets}, Kel::Value const& v) {{ return Kel::withValue<{a.cpp}>(e, v, [](Kel::Entity& own, {a.cpp} const& x) "
+                    f"{{ {own}.{n}Is(x); }}{check}); }}")
     if a.form == "reference" and a.target.key_name:
         get = (f"[](Kel::Entity const& e, std::string_view) {{ auto const& held = {const}.{n}(); "
                f"return held ? Kel::Codec<{a.target.key_type}>::toValue(held->{a.target.key_name}()) : Kel::Value(); }}")
     if a.form in ("values", "keys", "entities", "references"):
         keys = f"[](Kel::Entity const& e) {{ return Kel::keyTexts({const}.{n}()); }}"
         if a.form != "references":
-            delete = f"{sets}) {{ return {with_key} -> std::string {{ if (e != nullptr) {mutable}->{n}Del(key); return {{}}; }}); }}"
+            delete = f"{with_key} {{ {own}.{n}Del(key); }}); }}"
     if a.form == "values":
         get = (f"[](Kel::Entity const& e, std::string_view k) {{ return Kel::entryValue({const}.{n}(), k); }}")
-        set_ = (f"{sets}, Kel::Value const& v) {{ return {with_key} {{ return Kel::withValue<{a.cpp}>(v, [&]({a.cpp} const& x) -> "
-                f"std::string {{ if (e != nullptr) {mutable}->{n}Is(key, x); return {{}}; }}); }}); }}")
+        set_ = (f"{sets}, Kel::Value const& v) {{ return Kel::withKeyAndValue<{a.key}, {a.cpp}>(e, k, v, "
+                f"[](Kel::Entity& own, {a.key} const& key, {a.cpp} const& x) {{ {own}.{n}Is(key, x); }}); }}")
     if a.form in ("keys", "references"):
         get = f"[](Kel::Entity const& e, std::string_view k) {{ return Kel::entryPresent({const}.{n}(), k); }}"
     if a.form == "keys":
-        create = f"{sets}) {{ return {with_key} -> std::string {{ if (e != nullptr) {mutable}->{n}Is(key); return {{}}; }}); }}"
+        create = f"{with_key} {{ {own}.{n}Is(key); }}); }}"
     if a.form == "entities":
         child = f"[](Kel::Entity const& e, std::string_view k) {{ return Kel::entryChild({const}.{n}(), k); }}"
         if not a.target.arguments:
-            create = f"{sets}) {{ return {with_key} -> std::string {{ if (e != nullptr) {mutable}->{n}Is(key); return {{}}; }}); }}"
+            create = f"{with_key} {{ {own}.{n}Is(key); }}); }}"
     if a.form == "entity":
         child = f"[](Kel::Entity const& e, std::string_view) -> Kel::Entity* {{ return {const}.{n}().get(); }}"
         if not a.target.parameters:

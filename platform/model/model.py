@@ -30,7 +30,7 @@ SCALARS = {"bool": "bool", "u8": "std::uint8_t", "u16": "std::uint16_t", "u32": 
 VALUE_TYPES = {"Wire::IntfId": "Wire", "Wire::EthAddr": "Wire", "Wire::IpAddr": "Wire", "Wire::Ip6Addr": "Wire",
                "Wire::IpGenAddr": "Wire", "Wire::IpAddrWithMask": "Wire", "Wire::Ip6AddrWithMask": "Wire",
                "Wire::IpGenAddrWithMask": "Wire", "L3::VrfName": "Names", "Routing::Via": "Wire",
-               "KernelNetInfo::NamespaceName": "Names"}
+               "KernelNetInfo::NamespaceName": "Names", "System::NameServerId": "Names"}
 RESULTS = SCALARS | {"bytes": "std::vector<std::uint8_t>"}
 
 # The options of each form of attribute, and what each must be.

@@ -39,8 +39,8 @@ class JsonError : public std::runtime_error {
   unsigned line_;
 };
 
-// Where the members of a document stand: the line of each, by its path in the document. A member
-// whose name is a path itself (it begins with "/") stands under that path.
+// The line on which each member of a document stands, by the path of the member in the document. A member
+// whose name begins with "/" is itself a path, and stands under that.
 using JsonLines = std::map<std::string, unsigned>;
 
 // Throws JsonError.

@@ -10,10 +10,10 @@
 //   unwatch {path} or {paths}                       whether it was watched; for a list by path
 //   time    {}                                      the host's clock, to which the times in the tree belong
 //
-// A list of paths gives an object by path. A get of a list gives null for whatever does not exist; a watch,
-// of one path or of a list, gives null for what does not exist at present, and refuses all when one of its
-// paths cannot name anything. A watch sends {"method": "changed", "params": {path, value}}; the
-// value is null for what is gone. Errors carry data {path, reason}. Notifications (no id) are carried out and
+// A list of paths gives an object by path. A get of a list gives null for whatever does not exist. A watch,
+// of one path or of a list, gives null for what does not exist at present, and refuses all of its paths when
+// one of them cannot name anything. It sends {"method": "changed", "params": {path, value}}, where the value
+// is null for what is gone. Errors carry data {path, reason}. Notifications (no id) are carried out and
 // never answered, whatever becomes of them.
 #pragma once
 
@@ -30,7 +30,7 @@ inline constexpr int parseError = -32700;
 inline constexpr int invalidRequest = -32600;
 inline constexpr int methodNotFound = -32601;
 inline constexpr int invalidParams = -32602;
-// The application's own.
+// Codes of our own.
 inline constexpr int unknownPath = -32001;
 inline constexpr int badValue = -32002;
 inline constexpr int permission = -32003;

@@ -52,7 +52,7 @@ class Connection;
 
 class Server {
  public:
-  // More clients wait in the listening socket's backlog.
+  // Further clients wait in the backlog of the listening socket.
   static constexpr std::size_t maxClients = 256;
 
   struct Options {

@@ -78,7 +78,7 @@ class Tree {
   // The value of an attribute or entry; a collection, an entity or a directory as an object (a set of keys as
   // a list).
   Kel::Value get(std::string_view path) const;
-  // The same, but null for what does not exist.
+  // The same, but null for what does not exist or is no path.
   Kel::Value getOrNull(std::string_view path) const;
   // What lies directly below: for each a name, a kind and, where there is one, type, key type, unit and
   // documentation.

@@ -11,8 +11,8 @@
 
 namespace Statebase {
 
-// Takes note of changes, by path, and calls `onPending` for each; whoever is told fetches them later, on
-// another pass of the loop, so that many changes of one thing become one. Outlived by the tree.
+// Remembers which paths have changed, and calls `onPending` for each change. The owner fetches them later, on
+// another pass of the loop, so that many changes of one path become one. The tree outlives the watch.
 class Watch : private Kel::Watcher {
  public:
   // Throws Refusal when the path cannot name anything.
@@ -24,7 +24,7 @@ class Watch : private Kel::Watcher {
   std::string const& path() const { return path_; }
 
   bool hasPending() const { return !pending_.empty(); }
-  // The path that changed first and is not fetched yet; what it holds now is the tree's to say.
+  // The path that changed first of those not fetched yet. Its present value is read from the tree.
   std::string takePending();
 
  private:
@@ -35,7 +35,7 @@ class Watch : private Kel::Watcher {
   Tree const& tree_;
   std::string path_;
   std::function<void()> onPending_;
-  // Held, so that nothing dangles once it is removed; one entity may be reached at several paths.
+  // The entity is held, so that it can be let go of after its removal; it may be reached by several paths.
   struct Watched {
     Kel::Ptr<Kel::Entity const> entity;
     std::set<std::string> paths;

@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <utility>
 
+#include "platform/kel/BootMemory.h"
 #include "programs/zerotouchd/Events.h"
 #include "zerotouch/utils/SettingsFile.h"
 #include "zerotouch/utils/ZeroTouchUtils.h"

@@ -19,7 +19,8 @@ using namespace std::literals;
 
 void fuzz(std::string_view input);
 
-// Takes what stands before the first `end` off the rest, or all of it.
+// Removes the text before the first `end` from the rest, with that `end`, and returns it; all of the rest
+// when there is none.
 inline std::string_view take(std::string_view& rest, std::string_view end = "\n") {
   std::string_view const taken = rest.substr(0, rest.find(end));
   rest.remove_prefix(std::min(rest.size(), taken.size() + end.size()));

@@ -7,7 +7,7 @@ using namespace ZeroTouch;
 
 namespace {
 
-// In a buffer of its own, so that reading past it shows.
+// Hands the data over in a buffer of exactly its size, so that the sanitizer sees a read past its end.
 std::size_t handOver(decltype(curlWriteCB) callback, std::string_view data, CurlTransfer& transfer) {
   std::vector<char> piece(data.begin(), data.end());
   return callback(piece.data(), 1, piece.size(), &transfer);

@@ -28,7 +28,7 @@ def host(tmp_path):
 
 
 def brought_up(lab):
-    """The lab, which goes away again; for a fixture to yield from."""
+    """Brings a lab up, for a fixture to yield from, and takes it down afterwards."""
     if os.geteuid() != 0:
         pytest.skip("network namespaces need root")
     try:
@@ -39,7 +39,7 @@ def brought_up(lab):
 
 
 def ended_well(lab):
-    """The same for what a test does with a lab that is up: shows what its programs said, and ends its host."""
+    """A lab that is up, for a fixture to yield from; afterwards, prints what its programs wrote and ends its host."""
     try:
         yield lab
     finally:

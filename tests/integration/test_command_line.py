@@ -119,8 +119,12 @@ def test_the_host_remembers_what_happened_and_why(host):
         ("stateDhcpQuery", "the ports are set up"), ("stateSetupSystemIdentity", "DHCP has named a boot file on Ethernet1"),
         ("stateFetchConfig", "what DHCP brought is active")]
     assert ("stateRetryFetchConfig", "the download has failed: Couldn't connect to server") in states
-    assert states[-2:] == [("stateRetry", "the download has failed too often"),
-                           ("stateDhcpQuery", "what the attempt applied is undone")]
+    assert states[-2:] == [("stateRetry", "the download has failed too often: Couldn't connect to server"),
+                           ("stateDhcpQuery", "the DHCP results of the attempt have not gone in time")]
+    failure = json.loads(host.cli("status", "--json"))["lastFailure"]
+    assert (failure["state"], failure["cause"], failure["port"], failure["url"]) == (
+        "stateRetryFetchConfig", "the download has failed too often: Couldn't connect to server", "Ethernet1",
+        "http://127.0.0.1:9/" + HOSTILE)
     ended = {timer["name"]: timer["ranOut"] for timer in report["timers"] if timer["ended"] >= timer["started"]}
     assert ended == {"InterfacesSetupTimer": True, "DhclientQueryTimer": False, "SystemIdentitySetupTimer": False,
                      "ConfigFetchTimer": False, "ConfigFetchRetryTimer": True, "RetryWaitTimer": True}
@@ -140,7 +144,7 @@ def test_a_report_tells_the_run_and_takes_hostile_values_as_text(host):
     assert not [name for name, value in page.attributes if name.startswith("on") or name in ("src", "href")]
     assert "default-src 'none'; style-src 'unsafe-inline'" in [value for name, value in page.attributes if name == "content"][0]
     assert "url(" not in text and "@import" not in text
-    for said in (HOSTILE, "the download has failed too often", "what the attempt applied is undone", "ZTP_RETRY",
+    for said in (HOSTILE, "the download has failed too often", "have not gone in time", "Last failure", "ZTP_RETRY",
                  "RetryWaitTimer", "BOUND6", "undone", "Ethernet1"):
         assert said in page.text, said
     assert "web page" in on_terminal(host, "report")[0]

@@ -58,7 +58,7 @@ def dhcp(lab):
 
 
 def wait_dhcp(lab, rows):
-    """Until these are told, among others."""
+    """Waits until dhcp() tells these rows, among others."""
     wait_for(lambda: rows.items() <= dhcp(lab).items(), f"{rows}")
 
 

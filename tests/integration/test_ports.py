@@ -14,7 +14,7 @@ def ports(lab):
 
 
 def wait_port(lab, name, **fields):
-    """Until the port is shown with all of these."""
+    """Waits until the port is shown with all of these fields."""
     wait_for(lambda: fields.items() <= ports(lab).get(name, {}).items(), f"{name} with {fields}")
 
 

@@ -18,7 +18,7 @@ namespace {
 constexpr unsigned maxSteps = 90;
 constexpr unsigned maxShortenings = 600;
 
-// True when the child has ended well.
+// Runs `body` in a child process, and returns whether it returned true and the process did not crash.
 bool inChild(std::function<bool()> const& body, bool quiet) {
   std::fflush(stdout);
   pid_t const pid = fork();
@@ -31,7 +31,7 @@ bool inChild(std::function<bool()> const& body, bool quiet) {
   return WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
-// Plays one run; false, and why in the tally, when something was not as it must be.
+// Plays one run. When an invariant does not hold, returns false and leaves the reason in the tally.
 bool play(Run const& run, Tally& tally, bool recorded) {
   World world(run.world, recorded);
   world.onTransition = [&](State from, State to) { ++tally.transitions[number(from)][number(to)]; };
@@ -103,7 +103,7 @@ std::optional<std::uint64_t> Runner::play(std::uint64_t seed, unsigned count) {
   return held ? std::nullopt : std::optional(tally_->seed);
 }
 
-// How the run fails; "" for a crash.
+// Returns how the run fails ("" for a crash), or nothing when it holds.
 std::optional<std::string> Runner::failure(Run const& run, bool recorded) {
   tally_->violation = {};
   if (inChild([&] { return ::play(run, *tally_, recorded); }, !recorded)) return std::nullopt;

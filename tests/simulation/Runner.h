@@ -6,8 +6,8 @@
 
 #include "tests/simulation/Actions.h"
 
-// Ends a child process: well, unless it has failed or lost memory (looked for under the address sanitizer
-// only).
+// Ends a child process with the status 1 when it has failed or, under the address sanitizer, has leaked
+// memory; else with 0.
 [[noreturn]] void endProcess(bool failed);
 
 // A whole run, as it follows from its seed.
@@ -35,9 +35,9 @@ class Runner {
   Runner(Runner const&) = delete;
   Runner& operator=(Runner const&) = delete;
 
-  // Plays the runs of `count` seeds; the first that fails.
+  // Plays the runs of `count` seeds from `seed` on, and returns the first seed whose run fails.
   std::optional<std::uint64_t> play(std::uint64_t seed, unsigned count);
-  // Leaves steps out for as long as the run still fails as it does now.
+  // Leaves out the steps without which the run fails in the same way, and returns the rest.
   Run shortened(Run run);
   // Plays it again and prints what happens.
   void print(Run const& run);

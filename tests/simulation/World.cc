@@ -248,7 +248,7 @@ void World::finishCleanUp() {
 
 void World::standStill(Kel::Seconds seconds) {
   Kel::Loop::instance().simulate(Kel::now() + seconds);
-  deadline += seconds + 5;  // ticks are counted from the late one, so the end may be late by another
+  deadline += seconds + 5;  // the next tick is counted from the late one
 }
 
 void World::note(std::string const& text) const {

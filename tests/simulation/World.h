@@ -41,8 +41,8 @@ class World {
 
   // `recorded`: the history is printed as it happens.
   World(std::uint64_t bits, bool recorded);
-  // One that is as simple as can be: a fixed system of which all is known, three ports that work, and routers
-  // that want DHCPv6 on the second.
+  // The simplest world: a fixed system whose inventory is known, three ports that work, a router that wants
+  // DHCPv6 on the second and one that wants stateless DHCPv6 on the third.
   World();
   ~World();
   World(World const&) = delete;

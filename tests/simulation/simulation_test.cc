@@ -24,7 +24,7 @@ void explain(Runner& runner, std::uint64_t seed) {
 
 class Simulation : public ::testing::Test {
  protected:
-  // False, with an explanation, when one fails.
+  // Plays runs and returns whether all hold; prints the shortened history of the first that does not.
   bool hold(std::uint64_t seed, unsigned count) {
     auto const failed = runner.play(seed, count);
     if (failed) explain(runner, *failed);

@@ -1,5 +1,5 @@
-// A whole run, over and over: each time another one of the calls that can fail does. The run ends well in
-// spite of it, or says why it cannot.
+// Plays a whole run over and over. Each time another one of the calls that can fail does fail, and the run
+// has to end well in spite of it, or to say why it cannot.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/mman.h>
@@ -51,7 +51,7 @@ class WholeRun {
       }
       world_.time.settle();
       Faults::onIs(false);
-      // A settings file that cannot be written is not, and the run goes on.
+      // When the settings file cannot be written, the run goes on without its entry.
       bool const now = Faults::happened() && !before;
       if (now && !std::filesystem::exists("/tmp/root/flash/zerotouch-config")) world_.expectDisable = false;
       world_.check();
@@ -87,7 +87,7 @@ struct Outcome {
   char problem[512] = "";
 };
 
-// In a process of its own, which an assertion may end.
+// Plays the run in a process of its own, since an assertion may end it.
 Outcome playWith(std::string const& kind, unsigned nth) {
   auto* const shared = static_cast<Outcome*>(
       mmap(nullptr, sizeof(Outcome), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));

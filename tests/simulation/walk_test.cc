@@ -1,5 +1,5 @@
-// Every event in every situation of a run, one at a time: where it leads, and that it leaves the running
-// timer alone where it leads nowhere.
+// Plays every event in every situation of a run, one at a time. A table says where each leads; an event that
+// leads nowhere leaves the running timer alone.
 #include <gtest/gtest.h>
 
 #include <csignal>
@@ -117,8 +117,8 @@ class Walk {
     return world.time.advanceUntil([&] { return world.state() != before || world.sm().timer() != timer; },
                                    longEnough);
   }
-  // Of the last child whose command line holds `argument`; also of one that was told to end and has been
-  // forgotten.
+  // Ends the last child whose command line holds `argument`, also one that was asked to end and that the
+  // agent has forgotten.
   bool endOf(std::string const& argument, std::uint8_t status, int signal) {
     Kel::Ptr<Kel::ChildSiginfo> child;
     for (auto const& start : world.children.started) {
@@ -260,8 +260,8 @@ Event const events[] = {
     {"the operator cancels", ".DDDLLLLLD---", [](Walk& w) { return w.cancel(); }},
 };
 
-// What an event leads to from a situation, as a letter of the table. With `stop`, one that has asked to stop
-// the run goes before it in the same pass of the loop.
+// Plays an event in a situation, and returns the letter of the table for where it leads. `stop` asks for the
+// end of the run before the event, in the same pass of the loop.
 char outcome(Event const& event, char from, std::string& violation, bool (Walk::*stop)() = nullptr) {
   Walk walk;
   walk.to(from);

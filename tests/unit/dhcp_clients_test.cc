@@ -18,7 +18,7 @@ class DhcpClients : public PortTest {
                                    ZeroTouch::dhclientPidFilePath, ZeroTouch::dhclient6PidFilePath})
       std::filesystem::remove(file);
   }
-  // A routed port whose link is up; `device` is one of this machine's where IPv6 counts.
+  // Adds a routed port whose link is up. IPv6 is asked for only where `device` is one of this machine.
   Port addUpPort(std::string const& name, std::string const& device) {
     auto const port = addPort(name, routed);
     port->deviceNameIs(device);
@@ -58,7 +58,7 @@ TEST_F(DhcpClients, each_family_asks_on_the_interfaces_that_can_answer) {
   addPort("Ethernet4", bridged)->operStatusIs(Interface::OperStatus::up);
   addUpPort("Ethernet5", "all")->operStatusIs(Interface::OperStatus::down);
   hearRouter("Ethernet1", true);
-  hearRouter("Ethernet5", true);  // which DHCPv6 needs no link for
+  hearRouter("Ethernet5", true);  // DHCPv6 asks on a port without a link too
   hearRouter("Ethernet2", true);  // a device that does not exist has no IPv6
   hearRouter("Ethernet4", true);
   inQuery();
@@ -101,7 +101,7 @@ TEST_F(DhcpClients, a_query_that_failed_on_every_interface_is_reported_and_its_c
   EXPECT_EQ(takeEvents(), Strings{"ZTP_DHCPv4_QUERY_FAIL: Failed to get a valid DHCPv4 response"});
   EXPECT_EQ(children.last().signals, std::vector{SIGTERM});
   EXPECT_EQ(runningTimer(), "DhclientQueryTimer");
-  sm().currentStateIs(State::stateRetry);  // where a client that releases its lease shares the record
+  sm().currentStateIs(State::stateRetry);  // in which the client of the record releases a lease
   platform.dhcpStatus->intfDhcpStatusIs("d2")->reasonIs("FAIL");
   EXPECT_EQ(takeEvents(), Strings{});
 }

@@ -1,5 +1,5 @@
-// What is said of the identity that an answer brings, and what of it a VLAN interface gets. That all of it is
-// applied and taken back, the simulated runs hold.
+// The events that tell of the identity that an answer brings, and the MTU of a VLAN interface. The simulated
+// runs show that all of an identity is applied and taken back.
 #include "tests/unit/support/Ports.h"
 
 class Identity : public PortTest {

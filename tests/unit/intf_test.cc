@@ -1,5 +1,5 @@
-// Which speeds ports are tried at, when, and which ports are left alone. Which ports are known, registered
-// and set up, the simulated runs show.
+// Which speeds ports are tried at, when, and which ports are left alone. The simulated runs show which
+// ports are known, registered and set up.
 #include "tests/unit/support/Ports.h"
 
 using Autoneg = Interface::AutonegCapability;

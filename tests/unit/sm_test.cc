@@ -1,5 +1,5 @@
-// The state machine where the simulated runs do not look: what starts and ends a run, its times, what is
-// said.
+// What the simulated runs do not show of the state machine: how a run starts and ends, its times and its
+// events.
 #include "tests/unit/support/AgentTest.h"
 
 namespace {
@@ -114,8 +114,8 @@ TEST_F(StateMachine, fetch_retries_back_off_three_times_then_the_run_retries) {
   EXPECT_EQ(sm().currentState(), State::stateRetry);
 }
 
-// The script that takes results away finds its reason in the environment. What follows from when they go, and
-// that the wait has an end, the simulated runs show.
+// The script that removes DHCP results finds its reason in the environment. The simulated runs show that the
+// wait for it has an end, and what follows.
 TEST_F(StateMachine, the_clean_up_is_told_its_reason_and_can_be_left_out) {
   environment.set("reason", "something else");
   for (char const* const variable : {"UNRELATED", "ZEROTOUCH_IGNORE_DHCLIENTCLEANUP"}) {

@@ -17,7 +17,7 @@ char const* sentence(TransitionCause cause) {
     case TransitionCause::dhcpQueryOver:
       return "no DHCP server has named a boot file yet";
     case TransitionCause::bootFileNamed:
-      return "DHCP has named a boot file on";
+      return "DHCP has named a boot file";
     case TransitionCause::addressActive:
       return "the address is active";
     case TransitionCause::identitySettled:
@@ -82,7 +82,7 @@ char const* sentence(TransitionCause cause) {
 
 Kel::String Cause::reason() const {
   if (argument.empty()) return sentence(kind);
-  return Kel::String(sentence(kind)) + (kind == TransitionCause::bootFileNamed ? " " : ": ") + argument;
+  return Kel::String(sentence(kind)) + (kind == TransitionCause::bootFileNamed ? " on " : ": ") + argument;
 }
 
 bool Cause::isSuccess() const {

@@ -63,3 +63,10 @@ class VrfName {
 };
 
 }  // namespace L3
+
+namespace System {
+
+// The place of a name server in the order of preference, from 0 on.
+using NameServerId = std::uint8_t;
+
+}  // namespace System

@@ -40,7 +40,7 @@ class AgentTest : public ::testing::Test {
   }
   void inventoryIs(EntityMib::InitStatus status) { platform.entityMibStatus->rootIs()->initStatusIs(status); }
 
-  // Creates the agent with provisioning disabled, without the noise of that.
+  // Creates the agent with provisioning disabled, and forgets the events of that.
   Sm& atRest() {
     agent = createAgent();
     time.settle();

@@ -47,7 +47,8 @@ unsigned Faults::calls() { return state.calls; }
 bool Faults::happened() { return state.nth > 0 && state.calls >= state.nth; }
 bool Faults::fails(std::string const& kind) { return failsNow(kind.c_str()); }
 
-// Under another name, so that the declarations of the system's headers need not be matched.
+// Each replacement has a name of its own in C++, so that it need not match the declaration of the system's
+// header.
 #define FALLIBLE(error, result, name, parameters, arguments)                                   \
   extern "C" result faulty_##name parameters __asm__(#name);                                   \
   extern "C" result faulty_##name parameters {                                                 \
@@ -57,7 +58,7 @@ bool Faults::fails(std::string const& kind) { return failsNow(kind.c_str()); }
     return failure<result>();                                                                  \
   }
 
-// The third argument of open is there or not; passing on what is in its place does no harm.
+// open() may have no third argument; whatever stands in its place is passed on and then ignored.
 FALLIBLE(EMFILE, int, open, (char const* path, int flags, mode_t mode), (path, flags, mode))
 FALLIBLE(EMFILE, std::FILE*, fopen, (char const* path, char const* mode), (path, mode))
 FALLIBLE(EMFILE, std::FILE*, fopen64, (char const* path, char const* mode), (path, mode))
@@ -77,8 +78,8 @@ FALLIBLE(ENOBUFS, ssize_t, sendmsg, (int fd, msghdr const* message, int flags), 
 FALLIBLE(ENOBUFS, ssize_t, recvmsg, (int fd, msghdr* message, int flags), (fd, message, flags))
 FALLIBLE(EPERM, int, ioctl, (int fd, unsigned long request, void* data), (fd, request, data))
 
-// Memory is asked for everywhere; only the agent's own requests count. Not looked up, since the search asks
-// for memory itself.
+// calloc() is called everywhere, so only calls from the agent's library count. The real function is not found
+// by dlsym(), which calls calloc() itself.
 #if defined(__SANITIZE_ADDRESS__)
 #define REAL_CALLOC __interceptor_calloc
 #else

@@ -6,7 +6,8 @@
 
 class Faults {
  public:
-  // Calls are counted, and the `nth` (from 1; 0 for none) of `kind` fails, while one of these lives and `on`.
+  // While the object lives and onIs(true) was called, calls of `kind` are counted and the `nth` fails
+  // (counted from 1; 0 for none).
   Faults(std::string kind, unsigned nth);
   ~Faults();
   Faults(Faults const&) = delete;

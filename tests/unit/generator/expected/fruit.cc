@@ -74,16 +74,16 @@ static Kel::AttributeType const attributesOfPlant[] = {
      [](Kel::Entity const& e, std::string_view) { return Kel::Codec<Kel::Seconds>::toValue(static_cast<Fruit::Plant const&>(e).height()); },
      nullptr,
      nullptr,
-     []([[maybe_unused]] Kel::Entity* e, [[maybe_unused]] std::string_view k, Kel::Value const& v) { return Kel::withValue<Kel::Seconds>(v, [&](Kel::Seconds const& x) -> std::string { if (x < 1) return std::string("expected at least 1"); if (e != nullptr) static_cast<Fruit::Plant*>(e)->heightIs(x); return {}; }); },
+     []([[maybe_unused]] Kel::Entity* e, [[maybe_unused]] std::string_view k, Kel::Value const& v) { return Kel::withValue<Kel::Seconds>(e, v, [](Kel::Entity& own, Kel::Seconds const& x) { static_cast<Fruit::Plant&>(own).heightIs(x); }, [](Kel::Seconds const& x) { if (x < 1) return std::string("expected at least 1"); return std::string(); }); },
      nullptr,
      nullptr},
     {"leaf", Kel::AttributeKind::values, "u8", "Fruit::Leaf", "", "By number.", nullptr,
      [](Kel::Entity const& e, std::string_view k) { return Kel::entryValue(static_cast<Fruit::Plant const&>(e).leaf(), k); },
      [](Kel::Entity const& e) { return Kel::keyTexts(static_cast<Fruit::Plant const&>(e).leaf()); },
      nullptr,
-     []([[maybe_unused]] Kel::Entity* e, [[maybe_unused]] std::string_view k, Kel::Value const& v) { return Kel::withKey<std::uint8_t>(k, [&](std::uint8_t const& key) { return Kel::withValue<Fruit::Leaf>(v, [&](Fruit::Leaf const& x) -> std::string { if (e != nullptr) static_cast<Fruit::Plant*>(e)->leafIs(key, x); return {}; }); }); },
+     []([[maybe_unused]] Kel::Entity* e, [[maybe_unused]] std::string_view k, Kel::Value const& v) { return Kel::withKeyAndValue<std::uint8_t, Fruit::Leaf>(e, k, v, [](Kel::Entity& own, std::uint8_t const& key, Fruit::Leaf const& x) { static_cast<Fruit::Plant&>(own).leafIs(key, x); }); },
      nullptr,
-     []([[maybe_unused]] Kel::Entity* e, [[maybe_unused]] std::string_view k) { return Kel::withKey<std::uint8_t>(k, [&](std::uint8_t const& key) -> std::string { if (e != nullptr) static_cast<Fruit::Plant*>(e)->leafDel(key); return {}; }); }},
+     []([[maybe_unused]] Kel::Entity* e, [[maybe_unused]] std::string_view k) { return Kel::withKey<std::uint8_t>(e, k, [](Kel::Entity& own, std::uint8_t const& key) { static_cast<Fruit::Plant&>(own).leafDel(key); }); }},
 };
 constinit Kel::EntityType const Fruit::Plant::type = {"Fruit::Plant", "Grows.", nullptr, attributesOfPlant};
 
@@ -126,7 +126,7 @@ static Kel::AttributeType const attributesOfTree[] = {
      [](Kel::Entity const& e, std::string_view k) { return Kel::entryChild(static_cast<Fruit::Tree const&>(e).graft(), k); },
      nullptr,
      nullptr,
-     []([[maybe_unused]] Kel::Entity* e, [[maybe_unused]] std::string_view k) { return Kel::withKey<Kel::Name>(k, [&](Kel::Name const& key) -> std::string { if (e != nullptr) static_cast<Fruit::Tree*>(e)->graftDel(key); return {}; }); }},
+     []([[maybe_unused]] Kel::Entity* e, [[maybe_unused]] std::string_view k) { return Kel::withKey<Kel::Name>(e, k, [](Kel::Entity& own, Kel::Name const& key) { static_cast<Fruit::Tree&>(own).graftDel(key); }); }},
     {"seed", Kel::AttributeKind::reference, "", "Fruit::Plant", "", "What it grew from.", &Fruit::Plant::type,
      [](Kel::Entity const& e, std::string_view) { auto const& held = static_cast<Fruit::Tree const&>(e).seed(); return held ? Kel::Codec<Kel::Name>::toValue(held->name()) : Kel::Value(); },
      nullptr,
