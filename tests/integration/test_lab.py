@@ -7,7 +7,7 @@ import pytest
 
 from lab.host import ROOT
 from lab.namespace import run
-from lab.polling import LIMIT
+from lab.polling import LIMIT, wait_for
 from lab.switch_lab import LABS
 
 pytestmark = pytest.mark.skipif(os.geteuid() != 0, reason="network namespaces need root")
@@ -44,7 +44,8 @@ def test_a_lab_comes_up_is_played_with_says_what_is_wrong_and_goes_away(cleaned)
     lab("serve", "ra-managed")
     lab("signal", "nginx", "KILL")
     assert "is running already" in lab("host", "start", code=1)
-    assert lab("status").splitlines()[-1] == "running: host, bad-server, cable-2, dnsmasq, lldp-2, names-and-tftp, vsftpd"
+    running = "running: host, bad-server, cable-2, dnsmasq, lldp-2, names-and-tftp, vsftpd"
+    wait_for(lambda: lab("status").splitlines()[-1] == running, "the end of nginx")
     assert "Ethernet1" in lab("shell", "switch", "zerotouch", "ports")
     assert lab("shell", "switch", "sh", "-c", "hostname; hostname changed; echo changed >/etc/changed; hostname") == (
         "switch\nchanged\n")
