@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <array>
-#include <vector>
 
 namespace {
 
@@ -98,15 +97,19 @@ void CapturedOutput::append(char const* data, std::uint64_t size) {
 // Drops what stands between the beginning and the last part of the output.
 void CapturedOutput::makeRoom() {
   if (end_ == 0) end_ = beginning;
-  std::vector<char> kept(shortestEnd);
-  auto const from = size_ - shortestEnd;
-  auto const got = pread(file_, kept.data(), kept.size(), static_cast<off_t>(from));
-  kept.resize(static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
-  leftOut_ += size_ - end_ - kept.size();
+  auto from = size_ - shortestEnd;
+  auto const to = size_;
+  leftOut_ += from - end_;
   std::string const line = "\n[" + std::to_string(leftOut_) + " bytes left out]\n";
   size_ = beginning;
   append(line.data(), line.size());
   end_ = size_;
-  append(kept.data(), kept.size());
+  std::array<char, piece> kept;
+  while (from < to) {
+    auto const got = pread(file_, kept.data(), kept.size(), static_cast<off_t>(from));
+    if (got <= 0) break;
+    append(kept.data(), static_cast<std::uint64_t>(got));
+    from += static_cast<std::uint64_t>(got);
+  }
   if (ftruncate(file_, static_cast<off_t>(size_)) != 0) close();
 }

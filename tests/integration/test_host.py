@@ -49,7 +49,7 @@ def test_a_cancel_that_was_noted_while_disabled_does_not_keep_cancel_from_cancel
 def test_a_client_that_cannot_be_executed_is_said_before_anything_is_touched(host, variable):
     for arguments in ((), ("--check",)):
         result = subprocess.run(host.command(*arguments), env={**os.environ, variable: "/etc"}, capture_output=True, text=True,
-                                timeout=20)
+                                timeout=60)
         assert (result.returncode, result.stderr) == (
             2, f"zerotouchd: {variable}: the DHCP client '/etc' is no program that can be executed\n")
     assert not host.run_directory.exists()
@@ -74,7 +74,7 @@ def test_a_bad_file_stops_the_host_with_file_line_and_reason(host, option, text,
     path = host.config if option == "--config" else host.folder / "bad.json"
     path.write_text(text)
     result = subprocess.run(host.command(*([option, path] if option == INITIAL else [])), capture_output=True, text=True,
-                            timeout=20)
+                            timeout=60)
     assert result.returncode == 2
     assert f"{path}:{where}: " in result.stderr and reason in result.stderr
     assert not host.run_directory.exists()
