@@ -16,7 +16,6 @@
 namespace {
 
 constexpr unsigned maxSteps = 90;
-constexpr unsigned maxShortenings = 600;
 
 // Runs `body` in a child process, and returns whether it returned true and the process did not crash.
 bool inChild(std::function<bool()> const& body, bool quiet) {
@@ -116,18 +115,10 @@ Run Runner::shortened(Run run) {
     return text ? text->substr(0, telling) : "holds";
   };
   auto const wanted = kind(failure(run, false));
-  unsigned tries = 0;
-  for (std::size_t size = run.steps.size() / 2; size > 0 && tries < maxShortenings; size /= 2) {
-    for (std::size_t at = 0; at < run.steps.size() && tries < maxShortenings; ++tries) {
-      Run shorter = run;
-      auto const first = shorter.steps.begin() + static_cast<std::ptrdiff_t>(at);
-      shorter.steps.erase(first, first + static_cast<std::ptrdiff_t>(std::min(size, run.steps.size() - at)));
-      if (kind(failure(shorter, false)) == wanted) {
-        run = std::move(shorter);
-      } else {
-        at += size;
-      }
-    }
+  for (std::size_t at = run.steps.size(); at-- > 0;) {
+    Run shorter = run;
+    shorter.steps.erase(shorter.steps.begin() + static_cast<std::ptrdiff_t>(at));
+    if (kind(failure(shorter, false)) == wanted) run = std::move(shorter);
   }
   return run;
 }
