@@ -2,7 +2,6 @@
 import json
 import os
 import pathlib
-import signal
 
 import pytest
 
@@ -125,19 +124,6 @@ def test_queries_without_a_boot_file_go_round_until_there_is_one(switch, scenari
     told = {name for name in switch.host.events() if name.endswith(("_FAIL", "_SUCCESS"))}
     assert told == events
     switch.serve(better, ports=[2])
-    wait_provisioned(switch)
-
-
-def test_ports_that_nobody_answers_fail_within_a_query_and_are_found_later(switch):
-    switch.host.environment |= timers(0.3, **TIMES | {"DHCLIENTQUERY": 15})
-    switch.serve("dhcpv4", ports=[2])
-    switch.processes.send("dnsmasq", signal.SIGSTOP)
-    switch.host.boot_again()
-    wait_dhcp(switch, {(port, "DHCPv4"): ("-", "FAIL", "-", "no, nobody answered") for port in (1, 2)})
-    assert (switch.host.get("/zerotouch/sm/currentState"), clients(switch)) == ("stateDhcpQuery", [])
-    switch.host.wait_state("stateRetry")
-    assert switch.host.events().count("ZTP_DHCPv4_QUERY_FAIL") == 1
-    switch.processes.send("dnsmasq", signal.SIGCONT)
     wait_provisioned(switch)
 
 

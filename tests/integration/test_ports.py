@@ -43,30 +43,6 @@ SET_UP = {"disable_ipv6": "0", "accept_ra": "2", "accept_ra_defrtr": "1"}
 AS_FOUND = {"disable_ipv6": "1", "accept_ra": "0", "accept_ra_defrtr": "0"}
 
 
-def test_ports_come_go_and_are_renamed(lab):
-    lab.switch.ip("link", "add", "other1", "type", "veth", "peer", "name", "other2")
-    lab.host.start()
-    assert ports(lab) == {}
-    lab.add_veth(1)
-    wait_port(lab, "Ethernet1", device="et1", link="up", operState="up", forwarding="routed", registered="yes")
-    assert lab.host.get("/interface/status/ethPhy/intfStatus/Ethernet1/macAddr") == "02:00:00:01:00:01"
-    lab.unplug(1)
-    wait_port(lab, "Ethernet1", link="down", operState="down", forwarding="routed", registered="yes")
-    lab.remove(1)
-    wait_for(lambda: ports(lab) == {}, "Ethernet1 to go")
-    wait_for(lambda: lab.host.get("/zerotouch/sm/phyIntfStatus") == {}, "its record to go")
-    lab.add_veth(1)
-    wait_port(lab, "Ethernet1", link="up", registered="yes")
-    wait_for(lambda: ip6(lab, "et1") == SET_UP, "et1 to be set up again")
-    lab.switch.ip("link", "set", "et1", "down")
-    lab.switch.ip("link", "set", "et1", "name", "et7")
-    wait_port(lab, "Ethernet7", device="et7", link="up", registered="yes")
-    assert list(ports(lab)) == ["Ethernet7"]
-    wait_for(lambda: list(lab.host.get("/zerotouch/sm/phyIntfStatus")) == ["Ethernet7"], "the old record to go")
-    wait_for(lambda: ip6(lab, "et7") == SET_UP, "et7 to be set up")
-    assert not is_up(lab, "other1")
-
-
 def test_a_bridged_port_is_left_out_until_it_leaves_the_bridge(lab):
     lab.add_veth(1)
     lab.switch.ip("link", "add", "br0", "type", "bridge")
@@ -119,24 +95,6 @@ def test_lldp_keeps_the_speed_of_a_port(lab):
     assert ports(lab)["Ethernet2"]["lldpHeard"] == 0
     assert "Not toggling speed on [Ethernet1] because they are still receiving lldp packets" in lab.host.output()
     assert "Received 802.1Q-tagged frame with VLAN ID 42" in lab.host.output()
-
-
-def test_router_advertisements_show_what_they_say_of_dhcp(lab):
-    def advertised():
-        return lab.host.get("/routerAdvt/status/raPacket")
-
-    lab.add_veth(1)
-    lab.add_veth(2)
-    lab.unplug(2)
-    lab.serve("ra-managed")
-    lab.host.start()
-    wait_for(lambda: advertised() == {"Ethernet1": {"managed": True, "other": True}}, "the managed flag")
-    wait_for(lambda: "default via fe80::" in lab.switch.ip("-6", "route", "show", "dev", "et1"), "a default route")
-    lab.unplug(1)
-    wait_for(lambda: advertised() == {}, "the advertisement to end with the link")
-    lab.serve("ra-stateless")
-    lab.plug(1)
-    wait_for(lambda: advertised() == {"Ethernet1": {"managed": False, "other": True}}, "the managed flag to be clear")
 
 
 def state(lab):

@@ -2,28 +2,21 @@
 
 #include <array>
 
-#include "platform/kel/Format.h"
-
 namespace {
 
 using enum ZeroTouch::ProvisioningState;
 
 void timePasses(World& world, Choice& choice) {
-  auto const seconds = choice.among({0.0, 0.4, 1.0, 2.0, 5.0, 5.0, 15.0, 15.0, 30.0, 45.0, 90.0, 300.0});
-  world.note(Kel::format("%s s pass", std::to_string(seconds).substr(0, 5)));
-  world.time.advance(seconds);
+  world.time.advance(choice.among({0.0, 0.4, 1.0, 2.0, 5.0, 5.0, 15.0, 15.0, 30.0, 45.0, 90.0, 300.0}));
 }
 
 void standsStill(World& world, Choice& choice) {
-  auto const seconds = choice.among({1.0, 5.0, 15.0, 16.0, 31.0, 95.0});
-  world.note(Kel::format("the loop is held up for %s s", std::to_string(seconds).substr(0, 4)));
-  world.standStill(seconds);
+  world.standStill(choice.among({1.0, 5.0, 15.0, 16.0, 31.0, 95.0}));
 }
 
 void answer(World& world, Choice& choice) {
   unsigned const index = choice.of(World::portCount + 1);
   bool const six = choice.chance(3);
-  world.note(Kel::format("%s answers on %s", six ? "DHCPv6" : "DHCPv4", World::portName(index)));
   world.answer(index, six, choice);
 }
 
@@ -31,14 +24,12 @@ void noAnswer(World& world, Choice& choice) {
   char const* const reason = choice.chance(2) ? "FAIL" : "TIMEOUT";
   unsigned const first = choice.of(World::portCount);
   unsigned const last = choice.chance(2) ? World::portCount - 1 : first;
-  world.note(Kel::format("%s from %s to %s", reason, World::portName(first), World::portName(last)));
   for (unsigned i = first; i <= last; ++i) world.report(i, false, reason);
 }
 
 void leaseEnds(World& world, Choice& choice) {
   unsigned const index = choice.of(World::portCount);
   bool const all = choice.chance(2);
-  world.note(all ? "all DHCP results go" : "the DHCP results go of " + World::portName(index));
   if (all) {
     world.removeResults(false);
     world.removeResults(true);
@@ -51,10 +42,7 @@ void leaseEnds(World& world, Choice& choice) {
 void advertisement(World& world, Choice& choice) {
   unsigned const index = choice.of(World::portCount + 1);
   bool const managed = choice.chance(2);
-  bool const gone = choice.chance(4);
-  char const* const what = gone ? "gone" : managed ? "managed" : "stateless";
-  world.note(Kel::format("router on %s: %s", World::portName(index), what));
-  if (gone) {
+  if (choice.chance(4)) {
     world.platform.raPacketStatus->raPacketDel(World::port(index));
   } else {
     world.platform.raPacketStatus->raPacketIs(World::port(index))->managedIs(managed);
@@ -65,7 +53,6 @@ void portComesOrGoes(World& world, Choice& choice) {
   unsigned const index = choice.of(World::portCount);
   bool const there = world.platform.episd->intfStatus(World::port(index)) != nullptr;
   bool const replaced = there && choice.chance(3);
-  world.note(World::portName(index) + (replaced ? " is replaced" : there ? " goes" : " comes"));
   if (there) world.removePort(index);
   if (!there || replaced) world.addPort(index, choice);
 }
@@ -78,7 +65,6 @@ void portChanges(World& world, Choice& choice) {
   auto const what =
       choice.among({"link up", "operational", "active", "routed", "own device", "100g", "autoneg"});
   bool const on = choice.chance(2);
-  world.note(World::portName(index) + ": " + what + (on ? ": yes" : ": no"));
   auto const is = [what](std::string_view name) { return what == name; };
   auto capabilities = port->linkModeCapabilities();
   capabilities.mode100G = on;
@@ -95,35 +81,15 @@ void lagChanges(World& world, Choice& choice) {
   Wire::IntfId const name("Port-Channel1");
   auto const& lags = world.platform.elisd;
   if (choice.chance(3)) {
-    world.note("the port-channel goes");
     lags->intfStatusDel(name);
     return;
   }
   bool const replaced = !lags->intfStatus(name) || choice.chance(3);
   auto const lag = replaced ? Kel::makePtr<Interface::EthIntfStatus>(name) : lags->intfStatus(name);
-  world.note(replaced ? "a port-channel comes" : "the port-channel changes");
   lag->deviceNameIs(choice.chance(4) ? "renamed" : "po1");
   lag->forwardingModelIs(choice.chance(2) ? Interface::IntfForwardingModel::routed
                                           : Interface::IntfForwardingModel::bridged);
   if (replaced) lags->intfStatusIs(lag);
-}
-
-void lldp(World& world, Choice& choice) {
-  unsigned const index = choice.of(World::portCount);
-  world.note("LLDP on " + World::portName(index));
-  world.hearLldp(index);
-}
-
-void packetSocket(World& world, Choice& choice) {
-  unsigned const index = choice.of(World::portCount);
-  world.note("the packet socket changes of " + World::portName(index));
-  world.socketChanges(index);
-}
-
-void addresses(World& world, Choice& choice) {
-  bool const active = !choice.chance(4);
-  world.note(active ? "addresses become active" : "addresses vanish");
-  world.addressesAre(active);
 }
 
 void childEnds(World& world, Choice& choice) {
@@ -132,10 +98,7 @@ void childEnds(World& world, Choice& choice) {
   auto const child =
       choice.chance(2) ? running.back() : running[choice.of(static_cast<unsigned>(running.size()))];
   auto const status = choice.among<std::uint8_t>({0, 0, 1, 127});
-  bool const killed = choice.chance(4);
-  world.note(
-      Kel::format("child %d ends: %s %d", child->pid(), killed ? "signal" : "exit", killed ? 9 : status));
-  if (killed) {
+  if (choice.chance(4)) {
     child->killedIs(9);
   } else {
     child->exitedIs(status);
@@ -150,20 +113,11 @@ void server(World& world, Choice& choice) {
   curl.result = choice.chance(2) ? CURLE_COULDNT_CONNECT : CURLE_OK;
   curl.body = choice.among({"hostname sw1\n", "#!/bin/sh\n", "#!/bin/sh\n", "", "#"});
   curl.hasSocket = choice.chance(2);
-  world.note(Kel::format("server: '%s' fails%s, %d passes, result %d, body of %d bytes", curl.failing,
-                         curl.hangs ? ", hangs" : "", curl.passes, static_cast<int>(curl.result),
-                         curl.body.size()));
-}
-
-void socketReady(World& world, Choice&) {
-  world.note("the transfer's socket is ready");
-  world.curl.socketReady();
 }
 
 void inventory(World& world, Choice& choice) {
   bool const there = !choice.chance(3);
   auto const status = choice.chance(4) ? EntityMib::InitStatus::failed : EntityMib::InitStatus::initialized;
-  world.note(!there ? "the inventory goes" : "inventory: " + std::string(stringValue(status)));
   if (there) {
     world.platform.entityMibStatus->rootIs()->initStatusIs(status);
   } else {
@@ -171,13 +125,7 @@ void inventory(World& world, Choice& choice) {
   }
 }
 
-void enable(World& world, Choice&) {
-  world.note("the operator enables");
-  world.platform.config->enabledIs(true);
-}
-
 void disable(World& world, Choice&) {
-  world.note("the operator disables");
   auto const& sm = world.sm();
   bool const runs = sm.currentState() != sm.stateInit() || sm.transitionState() != sm.stateInvalid();
   bool const stops = runs && world.platform.config->enabled() && !world.shuttingDown();
@@ -188,7 +136,6 @@ void disable(World& world, Choice&) {
 void cancel(World& world, Choice& choice) {
   auto const& config = world.platform.config;
   bool const on = !choice.chance(3);
-  world.note(on ? "the operator cancels" : "cancelled is reset");
   if (on && !config->cancelled() && config->enabled() && !world.shuttingDown()) world.expectDisable = true;
   config->cancelledIs(on);
 }
@@ -198,18 +145,14 @@ void limits(World& world, Choice& choice) {
   unsigned const what = choice.of(3);
   if (what == 0) {
     auto const timeout = choice.among<std::uint32_t>({0, 1, 20, 60, 3600});
-    world.note(Kel::format("scriptExecTimeout=%d", timeout));
     bool const changes =
         timeout != config->scriptExecTimeout() && world.state() == stateCopyConfigOrExecScript;
     if (changes && world.sm().fileIsHashPling()) world.deadline = Kel::now() + timeout;
     config->scriptExecTimeoutIs(timeout);
   } else if (what == 1) {
-    auto const time = choice.among({0.0, 100.0, 1000.0, Kel::never, Kel::never});
-    world.note("maxRunTime=" + std::to_string(time));
-    config->maxRunTimeIs(time);
+    config->maxRunTimeIs(choice.among({0.0, 100.0, 1000.0, Kel::never, Kel::never}));
   } else {
     config->maxDownloadSizeIs(choice.chance(4) ? 4 : 1'000'000);
-    world.note(Kel::format("maxDownloadSize=%d", config->maxDownloadSize()));
   }
 }
 
@@ -217,13 +160,6 @@ void cleanUp(World& world, Choice& choice) {
   unsigned const when = choice.of(3);
   world.cleanUp = std::array{World::CleanUp::prompt, World::CleanUp::later, World::CleanUp::never}[when];
   world.cleanUpTakes = choice.among({0.0, 0.0, 1.0, 10.0});
-  world.note(std::string("the clean-up script works ") + std::array{"at once", "later", "never"}[when]);
-}
-
-void standby(World& world, Choice& choice) {
-  bool const synchronised = choice.chance(2);
-  world.note(synchronised ? "the standby is synchronised" : "the standby is not synchronised");
-  world.platform.fileReplicationStatus->entryIs("RedSup")->synchronizedIs(synchronised);
 }
 
 }  // namespace
@@ -235,21 +171,18 @@ void progress(World& world, Choice& choice) {
   switch (world.state()) {
     case stateInit:
       world.platform.entityMibStatus->rootIs()->initStatusIs(EntityMib::InitStatus::initialized);
-      return enable(world, choice);
+      return world.platform.config->enabledIs(true);
     case stateSetupInterfaces:
-      world.note("30 s pass");
       return world.time.advance(30);
     case stateDhcpQuery:
     case stateStatelessDhcpQuery:
       if (choice.chance(4)) return world.time.advance(15);
       for (unsigned i = 0; i < World::portCount; ++i) {
         if (!sm.phyIntfStatus(World::port(i))) continue;
-        world.note("an answer on " + World::portName(i));
         return world.answer(i, choice.chance(3), details);
       }
       return world.addPort(0, choice);
     case stateSetupSystemIdentity:
-      world.note("addresses become active, and 5 s pass");
       world.addressesAre(true);
       return world.time.advance(5);
     case stateFetchConfig:
@@ -258,7 +191,6 @@ void progress(World& world, Choice& choice) {
         world.curl.hangs = false;
         world.curl.failing = "";
       }
-      world.note("4 s pass");
       return world.time.advance(4);
     default:
       return childEnds(world, none);
@@ -284,19 +216,23 @@ constexpr std::array actions = {
     Action{"port", 4, portComesOrGoes},
     Action{"port change", 6, portChanges},
     Action{"port-channel", 2, lagChanges},
-    Action{"LLDP", 3, lldp},
-    Action{"addresses", 5, addresses},
+    Action{"LLDP", 3, [](World& world, Choice& choice) { world.hearLldp(choice.of(World::portCount)); }},
+    Action{"addresses", 5, [](World& world, Choice& choice) { world.addressesAre(!choice.chance(4)); }},
     Action{"child's end", 10, childEnds},
     Action{"server", 8, server},
-    Action{"socket", 4, socketReady},
+    Action{"socket", 4, [](World& world, Choice&) { world.curl.socketReady(); }},
     Action{"inventory", 2, inventory},
-    Action{"enable", 5, enable},
+    Action{"enable", 5, [](World& world, Choice&) { world.platform.config->enabledIs(true); }},
     Action{"disable", 4, disable},
     Action{"cancel", 2, cancel},
     Action{"limits", 3, limits},
     Action{"clean-up", 2, cleanUp},
-    Action{"standby", 2, standby},
-    Action{"packet socket", 2, packetSocket},
+    Action{"standby", 2,
+           [](World& world, Choice& choice) {
+             world.platform.fileReplicationStatus->entryIs("RedSup")->synchronizedIs(choice.chance(2));
+           }},
+    Action{"packet socket", 2,
+           [](World& world, Choice& choice) { world.socketChanges(choice.of(World::portCount)); }},
 };
 
 }  // namespace
@@ -317,7 +253,9 @@ char const* actionName(unsigned action) { return actions[action].name; }
 
 void apply(World& world, Step const& step) {
   Choice choice(step.bits);
+  world.note(actionName(step.action));
   actions[step.action].act(world, choice);
+  world.note("  (chosen:" + choice.drawn() + ")");
   if (!step.settle) return;
   world.finishCleanUp();
   world.time.settle();

@@ -1,13 +1,11 @@
 #include "tests/simulation/Runner.h"
 
 #include <fcntl.h>
-#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
-#include <functional>
 
 #if defined(__SANITIZE_ADDRESS__)
 #include <sanitizer/lsan_interface.h>
@@ -16,19 +14,19 @@
 namespace {
 
 constexpr unsigned maxSteps = 90;
-constexpr unsigned maxShortenings = 600;
 
-// Runs `body` in a child process, and returns whether it returned true and the process did not crash.
-bool inChild(std::function<bool()> const& body, bool quiet) {
+// Ends a child process with the status 1 when it has failed or, under the address sanitizer, has leaked
+// memory; else with 0.
+[[noreturn]] void endProcess(bool failed) {
+#if defined(__SANITIZE_ADDRESS__)
+  failed = failed || __lsan_do_recoverable_leak_check() != 0;
+#endif
   std::fflush(stdout);
-  pid_t const pid = fork();
-  if (pid == 0) {
-    if (quiet) dup2(open("/dev/null", O_WRONLY | O_CLOEXEC), STDERR_FILENO);
-    endProcess(!body());
-  }
-  int status = 0;
-  waitpid(pid, &status, 0);
-  return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+#if defined(COVERAGE)
+  std::exit(failed ? 1 : 0);  // which writes the counters
+#else
+  _exit(failed ? 1 : 0);
+#endif
 }
 
 // Plays one run. When an invariant does not hold, returns false and leaves the reason in the tally.
@@ -66,16 +64,16 @@ bool play(Run const& run, Tally& tally, bool recorded) {
 
 }  // namespace
 
-void endProcess(bool failed) {
-#if defined(__SANITIZE_ADDRESS__)
-  failed = failed || __lsan_do_recoverable_leak_check() != 0;
-#endif
+int inChild(std::function<bool()> const& body, char const* errors) {
   std::fflush(stdout);
-#if defined(COVERAGE)
-  std::exit(failed ? 1 : 0);  // which writes the counters
-#else
-  _exit(failed ? 1 : 0);
-#endif
+  pid_t const pid = fork();
+  if (pid == 0) {
+    if (errors != nullptr) dup2(open(errors, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600), STDERR_FILENO);
+    endProcess(!body());
+  }
+  int status = 0;
+  waitpid(pid, &status, 0);
+  return status;
 }
 
 Run runFrom(std::uint64_t seed) {
@@ -86,27 +84,21 @@ Run runFrom(std::uint64_t seed) {
   return run;
 }
 
-Runner::Runner()
-    : tally_(new (mmap(nullptr, sizeof(Tally), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0))
-                 Tally) {}
-Runner::~Runner() { munmap(tally_, sizeof *tally_); }
-
 std::optional<std::uint64_t> Runner::play(std::uint64_t seed, unsigned count) {
-  bool const held = inChild(
-      [&] {
-        for (tally_->seed = seed; tally_->seed < seed + count; ++tally_->seed) {
-          if (!::play(runFrom(tally_->seed), *tally_, false)) return false;
-        }
-        return true;
-      },
-      false);
-  return held ? std::nullopt : std::optional(tally_->seed);
+  int const status = inChild([&] {
+    for (tally_->seed = seed; tally_->seed < seed + count; ++tally_->seed) {
+      if (!::play(runFrom(tally_->seed), *tally_, false)) return false;
+    }
+    return true;
+  });
+  return status == 0 ? std::nullopt : std::optional(tally_->seed);
 }
 
 // Returns how the run fails ("" for a crash), or nothing when it holds.
 std::optional<std::string> Runner::failure(Run const& run, bool recorded) {
   tally_->violation = {};
-  if (inChild([&] { return ::play(run, *tally_, recorded); }, !recorded)) return std::nullopt;
+  char const* const errors = recorded ? nullptr : "/dev/null";
+  if (inChild([&] { return ::play(run, *tally_, recorded); }, errors) == 0) return std::nullopt;
   return std::string(tally_->violation.data());
 }
 
@@ -116,18 +108,10 @@ Run Runner::shortened(Run run) {
     return text ? text->substr(0, telling) : "holds";
   };
   auto const wanted = kind(failure(run, false));
-  unsigned tries = 0;
-  for (std::size_t size = run.steps.size() / 2; size > 0 && tries < maxShortenings; size /= 2) {
-    for (std::size_t at = 0; at < run.steps.size() && tries < maxShortenings; ++tries) {
-      Run shorter = run;
-      auto const first = shorter.steps.begin() + static_cast<std::ptrdiff_t>(at);
-      shorter.steps.erase(first, first + static_cast<std::ptrdiff_t>(std::min(size, run.steps.size() - at)));
-      if (kind(failure(shorter, false)) == wanted) {
-        run = std::move(shorter);
-      } else {
-        at += size;
-      }
-    }
+  for (std::size_t at = run.steps.size(); at-- > 0;) {
+    Run shorter = run;
+    shorter.steps.erase(shorter.steps.begin() + static_cast<std::ptrdiff_t>(at));
+    if (kind(failure(shorter, false)) == wanted) run = std::move(shorter);
   }
   return run;
 }

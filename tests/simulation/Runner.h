@@ -1,14 +1,31 @@
 // Plays runs in child processes, so that one that crashes is a failed one like any other.
 #pragma once
 
+#include <sys/mman.h>
+
 #include <array>
+#include <functional>
 #include <optional>
 
 #include "tests/simulation/Actions.h"
 
-// Ends a child process with the status 1 when it has failed or, under the address sanitizer, has leaked
-// memory; else with 0.
-[[noreturn]] void endProcess(bool failed);
+// Runs `body` in a child process, whose standard error goes to the file `errors` if that is given. Returns
+// the status as of waitpid(): 0 when the body returned true and, under the address sanitizer, nothing leaked.
+int inChild(std::function<bool()> const& body, char const* errors = nullptr);
+
+// An object that this process has in common with its children.
+template <typename T>
+class Shared {
+ public:
+  Shared() = default;
+  Shared(Shared const&) = delete;
+  ~Shared() { munmap(object_, sizeof(T)); }
+  T* operator->() const { return object_; }
+  T& operator*() const { return *object_; }
+
+ private:
+  T* object_ = new (mmap(nullptr, sizeof(T), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0)) T;
+};
 
 // A whole run, as it follows from its seed.
 struct Run {
@@ -30,11 +47,6 @@ struct Tally {
 
 class Runner {
  public:
-  Runner();
-  ~Runner();
-  Runner(Runner const&) = delete;
-  Runner& operator=(Runner const&) = delete;
-
   // Plays the runs of `count` seeds from `seed` on, and returns the first seed whose run fails.
   std::optional<std::uint64_t> play(std::uint64_t seed, unsigned count);
   // Leaves out the steps without which the run fails in the same way, and returns the rest.
@@ -46,5 +58,5 @@ class Runner {
  private:
   std::optional<std::string> failure(Run const& run, bool recorded);
 
-  Tally* tally_;
+  Shared<Tally> tally_;
 };

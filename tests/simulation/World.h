@@ -22,6 +22,7 @@ class Choice {
   unsigned of(unsigned count) {
     auto const chosen = static_cast<unsigned>(bits_ % count);
     bits_ /= count;
+    drawn_ += " " + std::to_string(chosen);
     return chosen;
   }
   bool chance(unsigned oneIn) { return of(oneIn) == 0; }
@@ -29,9 +30,12 @@ class Choice {
   T among(std::initializer_list<T> values) {
     return values.begin()[of(static_cast<unsigned>(values.size()))];
   }
+  // What was chosen so far, each as the number of the alternative.
+  std::string const& drawn() const { return drawn_; }
 
  private:
   std::uint64_t bits_;
+  std::string drawn_;
 };
 
 class World {

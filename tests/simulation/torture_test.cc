@@ -1,14 +1,10 @@
 // Plays a whole run over and over. Each time another one of the calls that can fail does fail, and the run
 // has to end well in spite of it, or to say why it cannot.
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/mman.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
-#include <memory>
 
 #include "tests/simulation/Runner.h"
 #include "tests/unit/support/Faults.h"
@@ -89,27 +85,19 @@ struct Outcome {
 
 // Plays the run in a process of its own, since an assertion may end it.
 Outcome playWith(std::string const& kind, unsigned nth) {
-  auto* const shared = static_cast<Outcome*>(
-      mmap(nullptr, sizeof(Outcome), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
-  new (shared) Outcome;
-  std::fflush(stdout);
-  pid_t const pid = fork();
-  if (pid == 0) {
-    dup2(open(errors, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600), STDERR_FILENO);
-    auto run = std::make_unique<WholeRun>();
-    Kel::logSinkIs([shared](Kel::LogEvent const& event) {
+  Shared<Outcome> const shared;
+  auto const body = [&] {
+    WholeRun run;
+    Kel::logSinkIs([&shared](Kel::LogEvent const& event) {
       if (event.name == "DOWNLOAD_NOT_USABLE") shared->saysWhy = true;
     });
     Faults const faults(kind, nth);
-    std::snprintf(shared->problem, sizeof shared->problem, "%s", run->play().c_str());
+    std::snprintf(shared->problem, sizeof shared->problem, "%s", run.play().c_str());
     shared->calls = Faults::calls();
-    run = nullptr;
-    endProcess(false);
-  }
-  int status = 0;
-  waitpid(pid, &status, 0);
+    return true;
+  };
+  int const status = inChild(body, errors);
   Outcome result = *shared;
-  munmap(shared, sizeof *shared);
   bool const asserted = WIFSIGNALED(status) && WTERMSIG(status) == SIGABRT;
   std::string said;
   std::getline(std::ifstream(errors), said);

@@ -102,6 +102,9 @@ TEST_F(SettingsTest, FollowTheirEntitiesAndGoBack) {
   expectSoon(eth1, asSetUp);
   ip("link set eth1 down", "link set eth1 name aside");
   expectSoon([] { return kernel("aside"); }, found);
+  expectSoon([this] { return ports(); }, "");
+  ip("link set aside name eth7");
+  expectSoon([this] { return ports(); }, "Ethernet7 eth7 down unconfigured link down active\n");
 }
 
 TEST_F(SettingsTest, LeaveAloneWhatOthersDoLater) {
