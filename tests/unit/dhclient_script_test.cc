@@ -105,19 +105,6 @@ TEST(DhclientScript, ALeaseThatCannotBeReleasedIsNotWrittenDown) {
     EXPECT_EQ(Hook::leaseRecord(with(environment, {{name, value}})), "") << name;
 }
 
-TEST(DhclientScript, WithoutUsableClasslessRoutesTheOthersCount) {
-  for (char const* classless :
-       {"", "24 10 1 2 10", "33 1 2 3 4 5 6 7 8 9", "24 10 1 2 0 0 0 0", "256", "x"}) {
-    auto const [record, complaints] =
-        recorded(with(bound, {{"new_rfc3442_classless_static_routes", classless}}));
-    EXPECT_THAT(record, HasSubstr(R"("staticRoute":{"0":{"prefix":"10.0.0.0/8","nextHop":"10.9.0.3"},)"
-                                  R"("1":{"prefix":"192.168.7.1/32","nextHop":"10.9.0.4"}},)"
-                                  R"("gateway":{"0":"10.9.0.1","1":"10.9.0.2","2":"10.9.0.5"})"))
-        << classless;
-    EXPECT_EQ(complaints.size(), *classless != '\0' ? 1 : 0) << classless;
-  }
-}
-
 // One attribute of an otherwise good answer is left out or takes another value, and that is complained of.
 TEST(DhclientScript, BadValuesAreDroppedAndTheRestCounts) {
   auto cases = transcript("dhclient_values.txt");
