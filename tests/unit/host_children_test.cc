@@ -116,13 +116,6 @@ TEST_P(HostChildren, the_next_host_ends_what_one_that_was_killed_has_left) {
   EXPECT_TRUE(runUntil([&] { return child->ended(); }));
 }
 
-TEST_P(HostChildren, a_program_that_cannot_be_executed_has_exit_status_127) {
-  char const* const argv[] = {"/no/such/program", nullptr};
-  auto const child = Kel::runContained(argv, -1, -1, -1);
-  ASSERT_TRUE(runUntil([&] { return child->ended(); }));
-  EXPECT_EQ(child->exitStatus(), 127);
-}
-
 TEST_P(HostChildren, of_what_a_script_writes_the_beginning_and_the_end_are_kept) {
   ASSERT_TRUE(runUntil([child = start("echo some; echo more")] { return child->ended(); }));
   EXPECT_EQ(folder_.read("/out"), "some\nmore\n");

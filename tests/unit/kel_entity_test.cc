@@ -1,9 +1,14 @@
 // Notifications: who is told what, in which order, whatever handlers do meanwhile.
 #include <gtest/gtest.h>
 
+#include <array>
 #include <functional>
+#include <tuple>
 
 #include "platform/kel/Reactor.h"
+#include "platform/model/agent.h"
+#include "platform/model/entitymib.h"
+#include "platform/model/interface.h"
 #include "platform/model/zerotouch.h"
 
 namespace {
@@ -191,6 +196,34 @@ TEST(Entries, are_followed_each_by_a_reactor) {
   first->mtuIs(2);
   first->mtuIs(3);
   EXPECT_EQ(log, (Log{"e0"}));
+}
+
+TEST(Model, a_collection_creates_an_entry_once_and_refuses_another_constructor_attribute) {
+  Wire::IntfId const key("Ethernet1");
+  auto const one = Kel::makePtr<Interface::EthPhyIntfStatus>(key);
+  auto const other = Kel::makePtr<Interface::EthPhyIntfStatus>(key);
+  auto const sm = std::apply([](auto... none) { return Kel::makePtr<ZeroTouch::ZeroTouchSmModel>(none...); },
+                             std::array<std::nullptr_t, 24>());
+  auto const port = sm->phyIntfStatusIs(key, one);
+  EXPECT_EQ(sm->phyIntfStatusIs(key, one), port);
+  auto const address = [](auto const& entity) { return reinterpret_cast<std::uintptr_t>(entity.get()); };
+  try {
+    sm->phyIntfStatusIs(key, other);
+    ADD_FAILURE() << "was not refused";
+  } catch (Kel::NameInUseError const& error) {
+    EXPECT_EQ(error.what(),
+              Kel::format("Reinstantiating the pointer interface where constructor parameter attribute "
+                          "_ethIntfStatus has a different value of 0x%x than the current value of 0x%x not "
+                          "allowed",
+                          address(other), address(one)));
+  }
+}
+
+TEST(Model, who_creates_a_contained_entity_gets_it_whatever_handlers_do) {
+  auto const mib = Kel::makePtr<EntityMib::Status>();
+  Kel::Reactor const reactor(mib, &EntityMib::Status::NotifieeConst::onRoot, [&] { mib->rootDel(); });
+  EXPECT_NE(mib->rootIs(), nullptr);
+  EXPECT_EQ(mib->root(), nullptr);
 }
 
 TEST(Pointers, count_alike_in_both_modes_and_survive_their_own_release) {

@@ -1,11 +1,10 @@
-// What the loop runs: clocks, under simulated time and on the real timer, descriptors and signals.
+// What the loop runs: clocks, under simulated time and on the real timer, and descriptors.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <array>
-#include <csignal>
 
 #include "platform/kel/ActivityManager.h"
 #include "platform/kel/FileDescriptor.h"
@@ -171,14 +170,6 @@ TEST_F(Descriptors, let_go_of_by_the_readable_handler_are_not_reported_writable)
   watch->notifyOnReadableIs(true);
   time.settle();
   EXPECT_EQ(reads, 2);
-}
-
-TEST(RealLoopEvents, signals_arrive_on_the_loop) {
-  int signals = 0;
-  Kel::Loop::instance().onSignal(SIGUSR2, [&] { ++signals; });
-  ASSERT_EQ(kill(getpid(), SIGUSR2), 0);
-  EXPECT_EQ(signals, 0);
-  EXPECT_TRUE(Kel::Loop::instance().runUntil([&] { return signals == 1; }, 60));
 }
 
 }  // namespace
