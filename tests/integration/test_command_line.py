@@ -157,7 +157,8 @@ def test_followed_events_come_as_they_happen_until_interrupted_or_the_host_goes(
     host.start(initial_values={"/entityMib/status": {"root": {"initStatus": "initialized"}}})
     try:
         wait_for(host.events, "an event")
-        command = [PROGRAM, "--socket", host.socket, "events", "--follow"]
+        # Whoever runs the tests in the background may have left interrupts ignored.
+        command = ["env", "--default-signal=INT", PROGRAM, "--socket", host.socket, "events", "--follow"]
         interrupted, left = (subprocess.Popen(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True) for _ in range(2))
         for process in (interrupted, left):
             assert "ZTP_INIT" in process.stdout.readline()
