@@ -27,7 +27,7 @@ std::optional<String> BootMemory::contents(String* failure) const {
 String BootMemory::keep(String const& contents) const {
   std::error_code error;
   std::filesystem::create_directories(std::filesystem::path(path_).parent_path(), error);
-  return replaceFile(path_, about_ + contents, 0600);
+  return replaceFile(path_, about_ + contents, 0600, false);
 }
 
 String BootMemory::forget() const {

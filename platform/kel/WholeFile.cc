@@ -88,7 +88,7 @@ String behindLinks(String const& path) {
 }
 
 // `old`, if it is given, is the file whose mode and owner the new one takes.
-int writeAside(String const& aside, Fill const& fill, unsigned mode, struct stat const* old) {
+int writeAside(String const& aside, Fill const& fill, unsigned mode, struct stat const* old, bool flushed) {
   unlink(aside.c_str());
   constexpr mode_t private_ = 0600;  // until its contents and its owner are right
   Descriptor const file(open(aside.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, private_));
@@ -96,7 +96,7 @@ int writeAside(String const& aside, Fill const& fill, unsigned mode, struct stat
   if (int const error = fill(file.get()); error != 0) return error;
   if (old != nullptr && fchown(file.get(), old->st_uid, old->st_gid) != 0) return errno;
   mode_t const wanted = old != nullptr ? old->st_mode & 07777 : mode;
-  return fchmod(file.get(), wanted) == 0 && fsync(file.get()) == 0 ? 0 : errno;
+  return fchmod(file.get(), wanted) == 0 && (!flushed || fsync(file.get()) == 0) ? 0 : errno;
 }
 
 // How many bytes the file system of the descriptor lacks for so many more; 0 when they fit, or when it does
@@ -137,11 +137,12 @@ int flushFolder(String const& path) {
   return opened && fsync(opened.get()) == 0 ? 0 : errno;
 }
 
-int replace(String const& path, Fill const& fill, unsigned mode, struct stat const* old) {
+int replace(String const& path, Fill const& fill, unsigned mode, struct stat const* old,
+            bool flushed = true) {
   String const aside = besides(path);
-  int error = writeAside(aside, fill, mode, old);
+  int error = writeAside(aside, fill, mode, old, flushed);
   if (error == 0 && rename(aside.c_str(), path.c_str()) != 0) error = errno;
-  if (error == 0) return flushFolder(path);
+  if (error == 0) return flushed ? flushFolder(path) : 0;
   unlink(aside.c_str());
   return error;
 }
@@ -173,9 +174,9 @@ std::optional<String> readFile(String const& path, String* failure) {
   return contents;
 }
 
-String replaceFile(String const& path, String const& contents, unsigned mode) {
-  return outcome(path, replace(
-                           path, [&](int fd) { return writeAll(fd, contents); }, mode, nullptr));
+String replaceFile(String const& path, String const& contents, unsigned mode, bool outlivesPower) {
+  auto const fill = [&](int fd) { return writeAll(fd, contents); };
+  return outcome(path, replace(path, fill, mode, nullptr, outlivesPower));
 }
 
 String replaceFileByCopy(String const& path, String const& source, unsigned mode,

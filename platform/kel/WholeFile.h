@@ -20,8 +20,10 @@ namespace Kel {
 // read or there is none.
 std::optional<String> readFile(String const& path, String* failure = nullptr);
 
-// Replaces what stands at `path`, be it a link, by a file with this mode that belongs to this process.
-String replaceFile(String const& path, String const& contents, unsigned mode = 0644);
+// Replaces what stands at `path`, be it a link, by a file with this mode that belongs to this process. It is
+// not flushed to the disk unless it has to outlive a power cut, since a busy disk can take seconds for that.
+String replaceFile(String const& path, String const& contents, unsigned mode = 0644,
+                   bool outlivesPower = true);
 
 // The same with the contents of the regular file `source`, of any size; `source` must not be a link. A
 // regular file that is replaced leaves its mode and its owner to the new one. Nothing is written when the
