@@ -3,6 +3,11 @@
 
 #include <sys/types.h>
 
+#include <array>
+
+// Where the client is, unless another is named; tried in this order.
+inline constexpr std::array usualClients = {"/sbin/dhclient", "/usr/sbin/dhclient"};
+
 // Makes the file of the client's leases, without which the client does not start. One that exists is left
 // alone.
 void makeLeaseFile(char const* path);

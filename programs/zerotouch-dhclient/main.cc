@@ -29,7 +29,7 @@ bool isOurselves(struct stat const& file) {
 std::vector<std::string> clientCandidates() {
   char const* const configured = std::getenv("ZEROTOUCH_REAL_DHCLIENT");
   if (configured != nullptr && *configured != '\0') return {configured};
-  return {"/sbin/dhclient", "/usr/sbin/dhclient"};
+  return {usualClients.begin(), usualClients.end()};
 }
 
 // The first candidate that can be executed and is not this program itself; empty when there is none.

@@ -8,6 +8,9 @@
 // environment.
 void checkDhcpClient(HostConfig const& config);
 
+// Why there is none to be run although nobody has named one; "" when there is one, or one is named.
+Kel::String missingDhcpClient(HostConfig const& config);
+
 // Sets ZEROTOUCH_REAL_DHCLIENT if platform.toml names a client, and ZEROTOUCH_DHCLIENT, unless an operator
 // has set it, to the shim's path: the one beside this program, as in a build tree, else the installed one.
 // Without a shim it stays unset.

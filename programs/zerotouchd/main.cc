@@ -31,6 +31,7 @@ int check(Options const& options) try {
   HostConfig const config = configOf(options);
   checkDhcpClient(config);
   loadAgent(config.library);
+  if (auto const missing = missingDhcpClient(config); !missing.empty()) throw std::runtime_error(missing);
   std::cout << options.config << ": ok" << std::endl;
   return 0;
 } catch (BadInput const& error) {
@@ -55,6 +56,7 @@ int run(Options const& options) {
   if (auto const error = Kel::traceIs(options.trace); !error.empty()) throw BadInput("--trace: " + error);
   HostConfig const config = configOf(options);
   checkDhcpClient(config);
+  if (auto const missing = missingDhcpClient(config); !missing.empty()) say(missing);
   return Host(config, options.initialValues, options.openTree).run();
 }
 

@@ -55,6 +55,15 @@ def test_a_client_that_cannot_be_executed_is_said_before_anything_is_touched(hos
     assert not host.run_directory.exists()
 
 
+def test_a_system_without_a_dhcp_client_is_told_of_by_the_check_and_at_the_start(host, monkeypatch):
+    hidden = ["unshare", "-m", "sh", "-c", 'mount -t tmpfs none /usr/sbin && exec "$@"', "sh"]
+    monkeypatch.setattr(host, "enter", lambda: hidden)
+    missing = "no DHCP client is installed, so no port can be asked for a boot file (tried /sbin/dhclient, /usr/sbin/dhclient)"
+    result = subprocess.run(host.command("--check"), capture_output=True, text=True, timeout=60)
+    assert (result.returncode, result.stderr) == (1, f"zerotouchd: {missing}\n")
+    assert missing in host.start().output()
+
+
 INITIAL = "--initial-values"
 
 
