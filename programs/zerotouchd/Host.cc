@@ -13,6 +13,7 @@
 #include "platform/linux/Adapter.h"
 #include "platform/statebase/InitialValues.h"
 #include "programs/zerotouchd/DhcpClient.h"
+#include "zerotouch/agent/Policy.h"
 
 namespace {
 
@@ -70,6 +71,9 @@ void Host::buildTree(bool openTree) {
   entities_.config->maxDownloadSizeIs(config_.maxDownloadSize);
   entities_.config->proxyFromEnvironmentIs(config_.proxyFromEnvironment);
   entities_.config->installModeIs(config_.installMode);
+  // No mount in which the group may write holds the policy: who writes it chooses whom the switch believes.
+  tree_.mount("/zerotouch/policy", config_.policy.entity, Statebase::Access::readOnly);
+  Kel::activityManager()->localEntityIs(ZeroTouch::policyName, config_.policy.entity);
   applyInitialValues();
 }
 
