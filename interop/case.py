@@ -101,7 +101,7 @@ def play(site, case, decoded=True):
 
 def reset(site):
     site.host.stop()
-    site.remove_second_port()
+    site.reset()
     shutil.rmtree(site.folder / "case", ignore_errors=True)
     (site.folder / "case").mkdir()
 

@@ -84,7 +84,8 @@ class Networkd(Server):
         (network / "lan.network").write_text(self.configuration())
 
     def command(self, config):
-        return ["/usr/lib/systemd/systemd-networkd"]
+        # A /sys that is only to be read tells it not to wait for udev, which knows nothing of this namespace.
+        return ["sh", "-c", "mount -o remount,ro,bind /sys && exec /usr/lib/systemd/systemd-networkd"]
 
     def environment(self):
         return {"SYSTEMD_LOG_LEVEL": "debug"}

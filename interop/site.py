@@ -22,8 +22,9 @@ class Site(Switch):
         super().up()
         try:
             self._connect_port(1)
-            self._connect(self.second, "lan", "p1", ["10.0.1.2/24", "2001:db8:1::2/64"])
-            self._connect(self.behind, "far", None, ["10.99.0.2/24"])
+            self._connect(self.second, "lan", "p1")
+            self._connect(self.behind, "far", None)
+            self.behind.ip("address", "add", "10.99.0.2/24", "dev", "far")
             self.server.ip("address", "add", "10.99.0.1/24", "dev", "far")
             self.behind.ip("route", "add", "default", "via", "10.99.0.1")
             self.server.run("sysctl", "-qw", "net.ipv4.ip_forward=1")
@@ -64,14 +65,20 @@ class Site(Switch):
         self._join_bridge(PORT)
         self._set_up_server_side(1)
 
-    def _connect(self, namespace, device, bridge, addresses):
+    def reset(self):
+        """Undoes what a server may have done to its device."""
+        self.second.ip("address", "flush", "dev", "lan", "scope", "global")
+        for address in ("10.0.1.2/24", "2001:db8:1::2/64"):
+            self.second.ip("address", "add", address, "dev", "lan")
+        if "port2" in self.server.links():
+            self.server.ip("link", "del", "port2")
+
+    def _connect(self, namespace, device, bridge):
         """Adds a device to a new namespace whose other end, in the first one, has the same name."""
         namespace.create()
         namespace.ip6_setting("default", "dad_transmits", 0)
         run("ip", "link", "add", device, "netns", self.server.name, "type", "veth", "peer", "name", device, "netns",
             namespace.name)
-        for address in addresses:
-            namespace.ip("address", "add", address, "dev", device)
         namespace.ip("link", "set", device, "up")
         self.server.ip("link", "set", device, "up")
         if bridge:
@@ -87,7 +94,3 @@ class Site(Switch):
         run("ip", "link", "add", "et2", "address", "02:00:00:01:00:02", "netns", self.switch.name, "type", "veth",
             "peer", "name", "port2", "netns", self.server.name)
         self._join_bridge("port2")
-
-    def remove_second_port(self):
-        if "port2" in self.server.links():
-            self.server.ip("link", "del", "port2")

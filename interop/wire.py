@@ -68,7 +68,7 @@ def answer4(packets, address):
     return present({
         "address": [f"{address}/{length}"], "mtu": packet["dhcp.option.interface_mtu"],
         # With option 66, the name is that of a file over TFTP, whatever it looks like.
-        "boot file": [f"tftp://{server}/{name.lstrip('/')}" for server in packet["dhcp.option.tftp_server_name"]
+        "boot file": [f"tftp://{server}/{name}" for server in packet["dhcp.option.tftp_server_name"]
                       for name in boot_file] or boot_file,
         "host name": packet["dhcp.option.hostname"],
         "domain": packet["dhcp.option.domain_name"], "name servers": packet["dhcp.option.domain_name_server"],
