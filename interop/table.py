@@ -1,0 +1,4 @@
+"""All cases."""
+from interop import dhcp4
+
+CASES = dhcp4.cases()
