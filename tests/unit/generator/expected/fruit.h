@@ -24,16 +24,14 @@ struct Leaf {
   auto operator<=>(Leaf const&) const = default;
 };
 
-}  // namespace Fruit
+}
 
 namespace Kel {
 template <>
 struct Codec<Fruit::Colour> {
   static Value toValue(Fruit::Colour value) { return stringValue(value); }
   static std::string toText(Fruit::Colour value) { return stringValue(value); }
-  static std::string fromText(std::string_view text, Fruit::Colour& out) {
-    return fromValue(Value(text), out);
-  }
+  static std::string fromText(std::string_view text, Fruit::Colour& out) { return fromValue(Value(text), out); }
   static std::string fromValue(Value const& value, Fruit::Colour& out);
 };
 template <>
@@ -41,7 +39,7 @@ struct Codec<Fruit::Leaf> {
   static Value toValue(Fruit::Leaf const& value);
   static std::string fromValue(Value const& value, Fruit::Leaf& out);
 };
-}  // namespace Kel
+}
 
 namespace Fruit {
 
@@ -125,4 +123,4 @@ class Tree : public Fruit::Plant {
   Kel::Attr<Kel::Ptr<Fruit::Plant const>> seed_{};
 };
 
-}  // namespace Fruit
+}
