@@ -37,6 +37,7 @@ FakeCurl::FakeCurl() : socket_(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {
     return multiHandle;
   };
   table_.easySetopt = setopt;
+  table_.easyGetinfo = [](CURL*, CURLINFO, ...) { return CURLE_OK; };
   table_.multiAddHandle = [](CURLM*, CURL*) {
     current->passesLeft_ = current->passes;
     current->written_ = 0;
