@@ -6,6 +6,7 @@ import fcntl
 import hashlib
 import os
 import pathlib
+import re
 import shutil
 import subprocess
 import tempfile
@@ -32,7 +33,7 @@ rm -rf usr/share/{doc,man,locale,info} var/lib/apt/lists/* var/cache/apt/*.deb
 """
 FILES = {
     "etc/fstab": "/dev/vda / ext4 defaults 0 0\n"
-                 "LABEL=flash /mnt/flash ext4 nofail,x-systemd.device-timeout=10s 0 0\n",
+                 "LABEL=flash /mnt/flash ext4 nofail,x-systemd.device-timeout=60s 0 0\n",
     "etc/hostname": "switch\n",
     "etc/hosts": "127.0.0.1 localhost switch\n",
     "etc/kvo-version": "KVO_VERSION=7.2.1\n",
@@ -114,8 +115,9 @@ def make(base, package, work):
         (root / "etc" / "systemd" / "network" / f"10-{name}.link").write_text(link)
     shutil.copy(GUEST / "commands", root / "usr" / "local" / "sbin" / "commands")
     shutil.copy(GUEST / "commands.service", root / "etc" / "systemd" / "system" / "commands.service")
-    shutil.copy(package, root / "root" / package.name)
-    in_root(root, "apt-get", "install", "-y", "-qq", "--no-install-recommends", f"/root/{package.name}")
+    shutil.copy(package, root / "root" / "zerotouch.deb")
+    newer(package, work / "newer", root / "root" / "newer.deb")
+    in_root(root, "apt-get", "install", "-y", "-qq", "--no-install-recommends", "/root/zerotouch.deb")
     in_root(root, "systemctl", "enable", "--quiet", "commands.service")
     in_root(root, "systemctl", "mask", "--quiet", *MASKED)
     platform = root / "etc" / "zerotouch" / "platform.toml"
@@ -124,6 +126,14 @@ def make(base, package, work):
     shutil.copy(next((root / "boot").glob("initrd.img-*")), result / "initrd.img")
     file_system(result / "disk.raw", SIZE, "-d", root)
     file_system(result / "flash.raw", FLASH_SIZE, "-L", "flash")
+
+
+def newer(package, folder, result):
+    """The same package with a higher version, for an upgrade."""
+    run("dpkg-deb", "--raw-extract", package, folder)
+    control = folder / "DEBIAN" / "control"
+    control.write_text(re.sub(r"(?m)^Version: .*", r"\g<0>+newer", control.read_text()))
+    run("dpkg-deb", "--root-owner-group", "--build", folder, result)
 
 
 def in_root(root, *argv):

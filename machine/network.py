@@ -18,6 +18,16 @@ class Network(ServerSide):
         self.processes.stop_all()
         self.server.delete()
 
+    def join(self, number, members):
+        """Makes the devices of these ports the ends of one link aggregation, whose device has the number."""
+        self.server.ip("link", "add", f"p{number}", "type", "bridge")
+        for member in members:
+            self.server.ip("address", "flush", "dev", f"p{member}")
+            self.server.ip("link", "set", f"p{member}", "master", f"p{number}")
+        self.set_up_server_port(number)
+        partner = [HERE / "lacp_partner.py", *(f"p{member}" for member in members)]
+        self.processes.start("lacp-partner", [*self.server.enter(), *partner])
+
     def devices(self):
         """Where each port leads to."""
         return {name: f"p{port.number}" for name, port in hardware.PORTS.items()}

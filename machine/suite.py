@@ -15,7 +15,7 @@ from machine import image as images
 from machine.saved import saved_state
 from machine.switch import Switch
 
-GROUPS = ("provisioning",)
+GROUPS = ("provisioning", "power", "flash", "ports", "service")
 RUNS = ROOT / "build" / "machine"  # where a scene that failed leaves its files
 
 
@@ -96,7 +96,7 @@ def main():
     stop = threading.Event()
     if len(wanted) == 1:
         threading.Thread(target=follow, args=(RUNS / wanted[0].name / "console.log", stop)).start()
-    with concurrent.futures.ThreadPoolExecutor(1 if options.scene else options.jobs) as pool:
+    with concurrent.futures.ThreadPoolExecutor(options.jobs) as pool:
         outcomes = []
         for done in concurrent.futures.as_completed([pool.submit(play, one, image, saved) for one in wanted]):
             outcomes.append(done.result())

@@ -12,6 +12,7 @@ RUN_LIMIT = 600  # seconds that a part of a run may take
 LOG_SERVERS = "/etc/rsyslog.d/50-zerotouch.conf"
 FLASH = "/mnt/flash"
 CONFIG = "hostname provisioned\n"
+JOINED = 9
 HASTY = timers(2, DHCLIENTQUERY=60, STATELESSDHCLIENTQUERY=60, SYSIDENTITYSETUP=30, LEASERELEASE=30)
 # Takes the place of the reload where a scene is about something else; the file tells that it was asked for.
 NO_RELOAD = '[host]\nreload_command = ["touch", "/run/reload-was-requested"]\n'
@@ -25,6 +26,7 @@ class Switch:
         folder.mkdir(parents=True)
         self.network = Network(name, folder / "network")
         self.machine = Machine(image, self.network, folder)
+        self.forgotten = []
         self.run, self.result, self.write = self.machine.run, self.machine.result, self.machine.write
 
     def close(self, keep):
@@ -36,15 +38,18 @@ class Switch:
     # The boot.
 
     def begin(self, scenario="dhcpv4", boot_file="http://{server}/config", cold=False, environment=HASTY, platform="",
-              prepare="", lines=(), **power):
+              prepare="", ports=None, join=(), **power):
         """Boots the switch: from the saved state, or from the power switch when `cold` is set or `power` differs.
 
         `environment` is that of the host, `platform` comes before the image's platform.toml, and `prepare` is a shell
-        command that runs before provisioning may start. Without a scenario nobody answers."""
+        command that runs before provisioning may start. Only `ports` are answered, by default all, and none without a
+        scenario. The ports of `join` lead to one device, that of the port JOINED."""
         self.network.up()
+        if join:
+            self.network.join(JOINED, join)
         self.network.serve_files()
         self.network.listen_to_logs()
-        self.serve(scenario, boot_file, lines)
+        self.serve(scenario, boot_file, ports)
         if cold or power or self.saved is None:
             self.machine.new_disks()
             self.machine.power_on(**power)
@@ -55,8 +60,23 @@ class Switch:
         self.configure(environment, platform)
         if prepare:
             self.run(prepare)
+        self.run("sync")
         self.machine.go()
         return self
+
+    def cut_power(self):
+        self.machine.cut_power()
+
+    def boot_again(self, environment=None, **power):
+        """Boots it after a power cut as far as provisioning, for which go() waits."""
+        self.machine.power_on(**power)
+        self.machine.boot()
+        if environment is not None:
+            self.configure(environment, "")
+            self.run("sync")
+
+    def go(self):
+        self.machine.go()
 
     def configure(self, environment, platform):
         if environment:
@@ -67,11 +87,17 @@ class Switch:
             self.write(path, platform + self.run(f"cat {path}"))
         self.run("systemctl daemon-reload")
 
-    def serve(self, scenario, boot_file="http://{server}/config", lines=()):
+    def serve(self, scenario="dhcpv4", boot_file="http://{server}/config", ports=None):
         if scenario:
-            self.network.serve(scenario, boot_file, lines=lines)
+            self.network.serve(scenario, boot_file, ports)
         else:
             self.network.stop_serving()
+
+    def serves(self, name, text):
+        """Puts a file on the servers, and returns its text."""
+        self.network.www.mkdir(parents=True, exist_ok=True)
+        (self.network.www / name).write_text(text)
+        return text
 
     # The run.
 
@@ -105,9 +131,22 @@ class Switch:
         """Waits for the request of a reload that NO_RELOAD has made harmless."""
         self.wait(lambda: self.result("test -e /run/reload-was-requested")[0] == 0, "the request for the reload")
 
+    def wait_console(self, text):
+        """Waits until the console shows a text."""
+        self.wait(lambda: text in self.machine.console(), f"'{text}' on the console")
+
     def wait_reload(self, limit=RUN_LIMIT + BOOT_LIMIT):
         """Waits until the switch has rebooted by itself, and lets that boot go on."""
         self.machine.reboot(limit)
+
+    def throttle(self, bytes_a_second):
+        """Makes writes to the flash slow."""
+        limits = dict.fromkeys(("bps", "bps_rd", "iops", "iops_rd", "iops_wr"), 0)
+        self.machine.ask("block_set_io_throttle", id="disk-flash", bps_wr=bytes_a_second, **limits)
+
+    def copied(self):
+        """How many bytes of a startup configuration are on the flash, whole or not."""
+        return int(self.run(f"cat {FLASH}/startup-config* 2>/dev/null | wc -c"))
 
     # How it ended.
 
@@ -136,8 +175,15 @@ class Switch:
         assert self.result(f"test -e {LOG_SERVERS}")[0] == 1, "the log still goes to the servers of the run"
         assert self.result("pgrep -a 'zerotouch|dhclient'")[0] == 1
 
+    def denials(self):
+        """What AppArmor has refused since the switch was made, or since they were forgotten."""
+        told = self.run("journalctl --no-pager --boot=all --output=cat --grep='apparmor=.DENIED' || true").splitlines()
+        return [line for line in told if "apparmor" in line and line not in self.forgotten]
+
+    def forget_denials(self):
+        self.forgotten = self.denials()
+
     def healthy(self):
         """Asserts what holds in every scene: no rule was broken, and nothing of ours has failed."""
-        denials = self.run("journalctl --no-pager --dmesg --boot=all --output=cat | grep 'apparmor=\"DENIED\"' || true")
-        assert not denials, denials
+        assert not self.denials(), "\n".join(self.denials())
         assert "zerotouch" not in self.run("systemctl list-units --failed --no-legend")
