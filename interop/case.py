@@ -23,6 +23,7 @@ class Case:
     installed: typing.Any = CONFIG  # the bytes of the startup configuration, or a function of the site that tells them
     told: dict | None = None     # the identity; by default what the subject tells, or the first server for other groups
     releases: typing.Any = None  # the server whose log has to tell of the release; by default the subject if it logs them
+    before: typing.Any = None    # a function of the run, called before the boot
     then: typing.Any = None      # a function of the run, called after the boot
     check: typing.Any = None     # a function of the run, called at its end
     waits: dict = dataclasses.field(default_factory=dict)
@@ -65,6 +66,7 @@ class Run:
         self.site, self.case, self.decoded = site, case, decoded
         self.host = site.host
         self.packets = []
+        self.taken, self.address = {}, ""  # what the agent took, in the words of outcome.taken()
 
     def start(self, server):
         server.start(self.site, len(list((self.site.folder / "case").iterdir())))
@@ -85,7 +87,7 @@ def play(site, case, decoded=True):
         else:
             faults = provision(Run(site, case, decoded))
     except Exception as error:  # of whatever kind: the case has failed, and the others go on
-        faults = [f"{type(error).__name__}: {error}".replace("AssertionError: ", "")]
+        faults = [" ".join(str(error).split())[-250:] or type(error).__name__]
     finally:
         for name in site.running():
             if name == "capture" or name[0].isdigit():
@@ -110,6 +112,8 @@ def provision(run):
     """Returns what was not as it should be; what keeps a run from its end is raised."""
     site, case = run.site, run.case
     capture = wire.Capture(site)
+    if case.before:
+        case.before(run)
     if run.decoded:
         capture.start()
     for server in case.servers:
@@ -119,9 +123,11 @@ def provision(run):
     try:
         if case.then:
             case.then(run)
-        wait_for(site.host.reload_requested, "the reload; the last event is " + last_event(site), 45)
+        wait_for(site.host.reload_requested, "the reload", 45)
         site.host.wait_state("stateShutdown")
         site.wait_quiet()
+        run.taken = outcome.taken(site.events(*site.host.events()), case.family)
+        run.address = run.taken.get("address", ["/"])[0].partition("/")[0]
         faults += look_at_switch(run)
     except AssertionError as error:
         faults.append(f"{str(error).splitlines()[0]}; the last event: {last_event(site)}")
@@ -166,9 +172,7 @@ def look_at_wire(run, complete):
 
 def look_at_answer(run):
     """Compares what the agent took with what the answer decodes to."""
-    taken = outcome.taken(run.site.events(*run.host.events()))
-    address = taken.get("address", ["/"])[0].partition("/")[0]
-    run.address = address
+    taken, address = run.taken, run.address
     if run.case.family == "4":
         decoded = wire.answer4(run.packets, address)
     else:
@@ -181,5 +185,4 @@ def look_at_answer(run):
 
 def look_at_release(run):
     if run.case.releases:
-        taken = outcome.taken(run.site.events(*run.host.events()))
-        run.case.releases.wait_released(taken["address"][0].partition("/")[0])
+        run.case.releases.wait_released(run.address)

@@ -12,7 +12,8 @@ IN_EVENT = {"Mtu": "mtu", "Ip Address": "address", "Hostname": "host name", "Nam
 def identity(site):
     """What is set on the switch."""
     found = site.found()
-    return {"host name": found["host name"], "mtu": found["mtu"],
+    device = site.host.get("/zerotouch/sm/choosenIntf").replace("Ethernet", "et")
+    return {"host name": found["host name"], "mtu": site.switch.links()[device]["mtu"],
             "name servers": re.findall(r"^nameserver (\S+)", found["resolver"], re.M),
             "domain": " ".join(re.findall(r"^search (.+)", found["resolver"], re.M)),
             "log hosts": re.findall(r'target="([^"]+)"', "".join(found["log"])),
@@ -28,12 +29,16 @@ def by_length(line):
     return line.startswith("default"), line
 
 
-def taken(events):
-    """The last answer of DHCP that named a boot file, as its event tells it."""
-    texts = [event["message"] for event in events if re.fullmatch(r"ZTP_.*DHCPv\d_SUCCESS", event["name"])]
-    assert texts, "no answer was taken"
+SUCCESS = {"4": "ZTP_DHCPv4_SUCCESS", "6": "ZTP_DHCPv6_SUCCESS", "stateless": "ZTP_STATELESS_DHCPv6_SUCCESS"}
+
+
+def taken(events, family):
+    """The last answer of DHCP that named a boot file, as its event tells it. It has to be of that family."""
+    answers = [event for event in events if event["name"] in SUCCESS.values()]
+    assert answers, "no answer was taken"
+    assert answers[-1]["name"] == SUCCESS[family], f"the answer taken is that of {answers[-1]['name']}"
     result = {}
-    for field in re.search(r"\[ (.*) \]", texts[-1], re.S)[1].split("; "):
+    for field in re.search(r"\[ (.*) \]", answers[-1]["message"], re.S)[1].split("; "):
         name, _, value = field.partition(": ")
         if name == "Route":
             result.setdefault("routes", []).append(re.sub(r"key=(\S+), hop=(\S+)", r"\1 via \2", value))

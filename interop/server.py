@@ -39,7 +39,7 @@ def choose(text, parts):
 
 def parts_of(template):
     """All names of parts in a template."""
-    marks = map(MARK.fullmatch, (TEMPLATES / template).read_text().splitlines())
+    marks = map(MARK.fullmatch, (TEMPLATES / template).read_text().splitlines()) if template else []
     return {name for mark in marks if mark for name in mark[1].split(", ")} - {"end"}
 
 
@@ -76,8 +76,9 @@ class Server:
         self.folder = site.folder / "case" / self.process
         self.folder.mkdir(parents=True)
         self.prepare()
-        config = self.folder / self.template
-        config.write_text(self.configuration())
+        config = self.folder / (self.template or "none")
+        if self.template:
+            config.write_text(self.configuration())
         argv = [*self.namespace.enter(), "sh", "-ec", PRIVATE, "sh", self.folder, *self.private, "--",
                 *self.command(config)]
         site.processes.start(self.process, argv, self.environment(), ready=self.is_ready)
@@ -103,6 +104,8 @@ class Server:
     @classmethod
     @functools.cache
     def version(cls):
+        if not cls.package:
+            return "-"
         if (UNPACKED / cls.package).exists():
             policy = subprocess.run(["apt-cache", "policy", cls.package], capture_output=True, text=True).stdout
             return re.search(r"Candidate: (\S+)", policy)[1]

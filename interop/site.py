@@ -28,6 +28,8 @@ class Site(Switch):
             self.server.ip("address", "add", "10.99.0.1/24", "dev", "far")
             self.behind.ip("route", "add", "default", "via", "10.99.0.1")
             self.server.run("sysctl", "-qw", "net.ipv4.ip_forward=1")
+            # A gateway outside of the /24, and the same servers behind it.
+            self.server.ip("address", "add", "10.9.9.9/32", "dev", "p1")
             self.serve_files()
             self.put({"config": CONFIG, "second": SECOND})
         except BaseException:
@@ -88,6 +90,10 @@ class Site(Switch):
         self.server.ip6_setting(device, "disable_ipv6", 1)
         self.server.ip("link", "set", device, "master", "p1")
         self.server.ip("link", "set", device, "up")
+
+    def far_ends(self):
+        """The other ends of the ports of the switch."""
+        return sorted({"port1", "port2"} & set(self.server.links()))
 
     def add_second_port(self):
         """A second port of the switch, on the same link."""

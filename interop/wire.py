@@ -3,7 +3,7 @@ import signal
 import struct
 import subprocess
 
-from interop.site import PORT, SWITCH_MAC
+from interop.site import SWITCH_MAC
 
 PORTS_OF_SWITCH = SWITCH_MAC[:-1]  # the addresses of all of them begin so
 FIELDS = """frame.number frame.protocols eth.src icmpv6.type _ws.malformed _ws.expert.severity _ws.expert.message
@@ -18,14 +18,15 @@ SEPARATOR = "\x1f"
 
 
 class Capture:
-    """Of the port of a site, from start() to packets()."""
+    """Of the ports of a site, from start() to packets()."""
 
     def __init__(self, site):
         self.site = site
         self.file = site.folder / "case" / "packets.pcapng"
 
     def start(self):
-        self.site.processes.start("capture", [*self.site.server.enter(), "dumpcap", "-q", "-i", PORT, "-w", self.file],
+        devices = [word for device in self.site.far_ends() for word in ("-i", device)]
+        self.site.processes.start("capture", [*self.site.server.enter(), "dumpcap", "-q", *devices, "-w", self.file],
                                   ready="File:")
 
     def packets(self):
