@@ -2,7 +2,7 @@
 // agent runs, which usually is the shim, and ZEROTOUCH_REAL_DHCLIENT the client that the shim becomes.
 #pragma once
 
-#include "programs/zerotouchd/HostConfig.h"
+#include "programs/zerotouchd/config/HostConfig.h"
 
 // Throws BadInput when an operator has named a client that cannot be executed, in platform.toml or in the
 // environment.

@@ -14,6 +14,7 @@
 #include "platform/statebase/InitialValues.h"
 #include "programs/zerotouchd/DhcpClient.h"
 #include "programs/zerotouchd/Notices.h"
+#include "zerotouch/agent/Policy.h"
 
 namespace {
 
@@ -71,6 +72,9 @@ void Host::buildTree(bool openTree) {
   entities_.config->maxDownloadSizeIs(config_.maxDownloadSize);
   entities_.config->proxyFromEnvironmentIs(config_.proxyFromEnvironment);
   entities_.config->installModeIs(config_.installMode);
+  // No mount in which the group may write holds the policy: who writes it chooses whom the switch believes.
+  tree_.mount("/zerotouch/policy", config_.policy.entity, Statebase::Access::readOnly);
+  Kel::activityManager()->localEntityIs(ZeroTouch::policyName, config_.policy.entity);
   applyInitialValues();
 }
 

@@ -1,5 +1,5 @@
 // The host's platform.toml: it is used, or refused with its name and line.
-#include "programs/zerotouchd/HostConfig.h"
+#include "programs/zerotouchd/config/HostConfig.h"
 #include "tests/fuzz/Fuzz.h"
 
 namespace {

@@ -7,6 +7,7 @@ import subprocess
 import pytest
 
 from lab.host import BUILD
+from lab.polling import wait_for
 
 READY = {"/entityMib/status": {"systemMacAddr": "02:00:00:00:00:01", "root": {"initStatus": "initialized"}}}
 
@@ -37,7 +38,7 @@ def test_a_cancel_that_was_noted_while_disabled_does_not_keep_cancel_from_cancel
     assert host.cli("disable") == "Provisioning is disabled; it is at rest (stateInit).\n"
     for attribute in ("cancelled", "enabled"):
         host.cli("set", f"/zerotouch/config/{attribute}", "true")
-    host.wait_state("stateSetupInterfaces")
+    wait_for(lambda: host.get("/zerotouch/sm/currentState") != "stateInit", "a run")
     assert host.cli("cancel") == "Provisioning is cancelled, and the system reloads without it; it is reloading (stateShutdown).\n"
     for verb in ("enable", "disable", "cancel"):
         assert "the run has ended" in host.cli(verb, code=1)

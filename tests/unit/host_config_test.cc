@@ -1,6 +1,6 @@
 // What the host makes of platform.toml: of the installed one, in which everything is commented out, and of
 // bad ones.
-#include "programs/zerotouchd/HostConfig.h"
+#include "programs/zerotouchd/config/HostConfig.h"
 
 #include <gtest/gtest.h>
 
