@@ -28,7 +28,7 @@ std::string stateOf(Kel::Value const& tree) {
 
 std::string inState(Kel::Value const& tree) {
   std::string const state = stateOf(tree);
-  return state.empty() ? "no agent is loaded" : "the state is " + stateInWords(state);
+  return state.empty() ? "no agent is loaded" : "it is " + stateInWords(state);
 }
 
 // The host as a verb of this file sees and changes it.

@@ -169,8 +169,8 @@ Kel::Value shown(std::string_view name, Snapshot const& snapshot) {
   Kel::Value const& value = snapshot[machinePath + std::string(name)];
   Kel::Value const& answer = snapshot[machinePath + "chosenAnswer"];
   if (name == "option67Uri") return answer == Kel::Value() ? "" : Grammar::withoutPasswords(text(value));
-  if (name != "chosenAnswer" || answer == Kel::Value()) return value;
-  return Kel::ValueMap{{"family", at(answer, {"family"})},
+  if (name != "chosenAnswer") return value;
+  return Kel::ValueMap{{"family", memberText(answer, "family")},
                        {"url", Grammar::withoutPasswords(memberText(answer, "url"))}};
 }
 

@@ -73,7 +73,7 @@ char const* whatToDo(Problem problem) {
     case Problem::fileTooLarge:
       return "make the file smaller, or raise max_download_size in platform.toml";
     case Problem::noRoomForDownload:
-      return "make room in /tmp of this switch";
+      return "see whether /tmp of this switch is full, or cannot be written to";
     case Problem::downloadImpossible:
       return "install libcurl (libcurl4) on this switch, and see that it has memory left";
     case Problem::downloadOther:
