@@ -1,10 +1,7 @@
 #include "programs/zerotouchd/DhcpClient.h"
 
-#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
-
-#include "programs/zerotouch-dhclient/Shim.h"
 
 namespace {
 
@@ -17,28 +14,30 @@ void checkProgram(char const* variable, Kel::String const& path) {
                    "' is no program that can be executed");
 }
 
-// The shim takes an empty name for none.
-char const* namedToShim() {
-  char const* const client = std::getenv(shimsClient);
-  return client != nullptr && *client != '\0' ? client : nullptr;
-}
-
 }  // namespace
 
 void checkDhcpClient(HostConfig const& config) {
   // What platform.toml names was looked at when the file was read, where file and line could be said.
   if (char const* const client = std::getenv(agentsClient)) checkProgram(agentsClient, client);
-  char const* const real = namedToShim();
-  if (config.dhcpClient.empty() && real != nullptr) checkProgram(shimsClient, real);
+  char const* const real = std::getenv(shimsClient);
+  bool const counts = config.dhcpClient.empty() && real != nullptr && *real != '\0';
+  if (counts) checkProgram(shimsClient, real);
+}
+
+std::vector<Kel::String> dhcpClients(HostConfig const& config) {
+  if (!config.dhcpClient.empty()) return {config.dhcpClient};
+  char const* const real = std::getenv(shimsClient);
+  if (real != nullptr && *real != '\0') return {real};
+  return {"/sbin/dhclient", "/usr/sbin/dhclient"};
 }
 
 Kel::String missingDhcpClient(HostConfig const& config) {
-  bool const named =
-      !config.dhcpClient.empty() || namedToShim() != nullptr || std::getenv(agentsClient) != nullptr;
-  if (named || std::ranges::any_of(usualClients, isProgram)) return "";
-  Kel::String tried;
-  for (char const* const path : usualClients) tried.append(tried.empty() ? "" : ", ").append(path);
-  return "no DHCP client is installed, so no port can be asked for a boot file (tried " + tried + ")";
+  Kel::String places;
+  for (auto const& path : dhcpClients(config)) {
+    if (isProgram(path)) return "";
+    places += (places.empty() ? "" : " nor ") + path;
+  }
+  return "no DHCP client is installed: neither " + places;
 }
 
 void exportDhcpClient(HostConfig const& config) {

@@ -2,13 +2,15 @@
 // agent runs, which usually is the shim, and ZEROTOUCH_REAL_DHCLIENT the client that the shim becomes.
 #pragma once
 
-#include "programs/zerotouchd/HostConfig.h"
+#include "programs/zerotouchd/config/HostConfig.h"
 
 // Throws BadInput when an operator has named a client that cannot be executed, in platform.toml or in the
 // environment.
 void checkDhcpClient(HostConfig const& config);
 
-// Why there is none to be run although nobody has named one; "" when there is one, or one is named.
+// Where the client is looked for: what platform.toml or else the environment names, or else the usual places.
+std::vector<Kel::String> dhcpClients(HostConfig const& config);
+// That there is none at any of these places; "" when there is one.
 Kel::String missingDhcpClient(HostConfig const& config);
 
 // Sets ZEROTOUCH_REAL_DHCLIENT if platform.toml names a client, and ZEROTOUCH_DHCLIENT, unless an operator
