@@ -54,7 +54,7 @@ bool write(std::string const& path, std::string const& text) {
 }  // namespace
 
 std::string configFor(std::string const& configFile, std::string const& leaseFile,
-                      std::span<char const* const> devices) {
+                      std::span<std::string const> devices) {
   std::string const memory = leaseFile + ".nameless";
   std::string const known = readContents(memory);
   if (known.empty()) return configFile;

@@ -12,7 +12,8 @@
 
 namespace {
 
-constexpr unsigned grace = 3;  // seconds that the client has once it is asked to stop
+constexpr unsigned grace = 3;        // seconds that the client has once it is asked to stop
+constexpr unsigned longestMore = 2;  // seconds
 constexpr int cannotExecute = 127;
 
 sigset_t awaitedSignals() {
@@ -30,9 +31,8 @@ sigset_t awaitedSignals() {
   _exit(cannotExecute);
 }
 
-// Waits until the child has ended, and returns its exit code.
-int waitFor(pid_t child, sigset_t const& awaited) {
-  bool stopping = false;
+// Waits until the child has ended, and returns its exit code. `stopping` is set by a request to stop.
+int waitFor(pid_t child, sigset_t const& awaited, bool& stopping) {
   for (;;) {
     int status = 0;
     if (waitpid(child, &status, WNOHANG) == child)
@@ -55,12 +55,9 @@ void dieWithParent(pid_t parent, int signal) {
   if (getppid() != parent) raise(signal);
 }
 
-int runRelease(char* const* argv, pid_t parent) {
-  sigset_t const awaited = awaitedSignals();
-  sigset_t mask;
-  std::signal(SIGCHLD, SIG_DFL);  // when this signal is ignored, the exit code of the child is lost
-  sigprocmask(SIG_BLOCK, &awaited, &mask);
-  dieWithParent(parent, SIGTERM);  // the end of the parent is a request to stop
+namespace {
+
+int runChild(char* const* argv, sigset_t const& awaited, sigset_t const& mask, bool& stopping) {
   pid_t const self = getpid();
   pid_t const child = fork();
   if (child < 0) {
@@ -68,5 +65,21 @@ int runRelease(char* const* argv, pid_t parent) {
     return cannotExecute;
   }
   if (child == 0) becomeClient(argv, self, mask);
-  return waitFor(child, awaited);
+  return waitFor(child, awaited, stopping);
+}
+
+}  // namespace
+
+int runRelease(char* const* argv, char* const* more, pid_t parent) {
+  sigset_t const awaited = awaitedSignals();
+  sigset_t mask;
+  std::signal(SIGCHLD, SIG_DFL);  // when this signal is ignored, the exit code of the child is lost
+  sigprocmask(SIG_BLOCK, &awaited, &mask);
+  dieWithParent(parent, SIGTERM);  // the end of the parent is a request to stop
+  bool stopping = false;
+  int const code = runChild(argv, awaited, mask, stopping);
+  if (more == nullptr || stopping) return code;
+  alarm(longestMore);
+  runChild(more, awaited, mask, stopping);
+  return code;
 }

@@ -78,6 +78,7 @@ Curl const* Curl::load() {
 }
 
 CurlTransfer::~CurlTransfer() {
+  if (dataSocket) dataSocket->descriptorIs(-1);
   if (output != nullptr) std::fclose(output);
   if (headers != nullptr) curl->slistFreeAll(headers);
   if (multi != nullptr) curl->multiCleanup(multi);

@@ -8,6 +8,8 @@
 #include <cstdint>
 #include <cstdio>
 
+#include "platform/kel/FileDescriptor.h"
+#include "platform/kel/Reactor.h"
 #include "platform/kel/Types.h"
 #include "zerotouch/sm/Problem.h"
 
@@ -55,6 +57,9 @@ struct CurlTransfer {
   char const* outFileName = configDownloadPath;
   std::FILE* output = nullptr;  // opened by the first bytes of the body
   std::int32_t socketFd = -1;   // the socket that libcurl named first
+  bool isFtp = false;
+  Kel::Ptr<Kel::FileDescriptor> dataSocket;  // of FTP, watched besides; null until there was one
+  Kel::Reactor dataSocketReady;
   std::uint32_t byteCount = 0;
   std::uint64_t contentLength = 0;  // of the body, as announced; 0 when it was not
   // Of the body; a zero byte is kept as '*', 0 means that it has not come yet.
