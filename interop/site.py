@@ -65,7 +65,7 @@ class Site(Switch):
         self.server.ip("address", "flush", "dev", PORT)
         self.server.ip("link", "add", "p1", "type", "bridge", "mcast_snooping", "0")
         self._join_bridge(PORT)
-        self._set_up_server_side(1)
+        self.set_up_server_port(1)
 
     def reset(self):
         """Undoes what a server may have done to its device."""
