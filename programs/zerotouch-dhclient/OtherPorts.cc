@@ -119,14 +119,24 @@ void sendRelease(std::string const& device, Lease const& lease, std::string cons
   if (out >= 0) close(out);
 }
 
+void handBack(std::string const& device, Lease const& lease, std::string const& identifier) {
+  bool const isWhole = lease.address.s_addr != 0 && lease.server.s_addr != 0;
+  if (isWhole && !hasAddress(device, lease.address)) sendRelease(device, lease, identifier);
+}
+
 }  // namespace
 
 void releaseWithoutAddress(char const* leaseFile, std::string const& configFile) {
   std::string const identifier = clientAddress(configFile);
-  for (auto const& [device, lease] : leasesIn(readContents(leaseFile))) {
-    bool const isWhole = lease.address.s_addr != 0 && lease.server.s_addr != 0;
-    if (isWhole && !hasAddress(device, lease.address)) sendRelease(device, lease, identifier);
-  }
+  for (auto const& [device, lease] : leasesIn(readContents(leaseFile))) handBack(device, lease, identifier);
+}
+
+void releaseWithoutAddress(std::string const& leaseFile, std::string const& configFile,
+                           std::string const& device, std::string const& server) {
+  auto const leases = leasesIn(readContents(leaseFile));
+  auto const found = leases.find(device);
+  if (found != leases.end() && inet_ntoa(found->second.server) == server)
+    handBack(device, found->second, clientAddress(configFile));
 }
 
 std::vector<std::string> otherDevices(char const* leaseFile, std::vector<std::string> const& devices) {

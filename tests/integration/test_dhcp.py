@@ -193,7 +193,7 @@ def test_leases_of_other_ports_and_of_the_other_family_are_given_back(switch):
     switch.plug(2)
     wait_provisioned(switch)
     logs = [switch.processes.log(name) for name in ("first4", "first6", "dnsmasq")]
-    for log, message in zip(logs, ("DHCPRELEASE(p1) 10.0.1.", "DHCPRELEASE(p1)", "DHCPRELEASE(p2)")):
+    for log, message in zip(logs, ("DHCPRELEASE(p1) 10.0.1.", "DHCPRELEASE(p1)", "DHCPRELEASE(p2) 10.0.2.")):
         wait_for(lambda: message in log.read_text(), f"{message} in {log}")
 
 
