@@ -106,6 +106,10 @@ void prepareRelease(Arguments& asked) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  if (argc == 2 && std::string_view(argv[1]) == "--version") {
+    std::puts("zerotouch-dhclient " ZEROTOUCH_VERSION);
+    return 0;
+  }
   pid_t const parent = getppid();
   auto const candidates = clientCandidates();
   std::string client = findClient(candidates);

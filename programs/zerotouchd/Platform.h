@@ -6,7 +6,7 @@
 
 #include "platform/model/handles.h"
 #include "platform/statebase/Tree.h"
-#include "programs/zerotouchd/HostConfig.h"
+#include "programs/zerotouchd/config/HostConfig.h"
 
 namespace Linux {
 class Adapter;

@@ -10,7 +10,8 @@ from conftest import brought_up, ended_well
 from lab.capture import Capture
 from lab.host import timers
 from lab.polling import LIMIT, wait_for
-from lab.switch_lab import FILE_SERVERS, Lab
+from lab.server_side import FILE_SERVERS
+from lab.switch_lab import Lab
 
 SILENT = "http://{server}:8080/silent"  # the download goes on for as long as a test looks at it
 TIMES = {"INETRFACESSETUP": 1, "DHCLIENTQUERY": 2, "STATELESSDHCLIENTQUERY": 1.5, "RETRY": 1}

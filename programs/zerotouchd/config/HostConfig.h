@@ -5,17 +5,19 @@
 
 #include <cstdint>
 #include <optional>
-#include <stdexcept>
 
 #include "platform/kel/Types.h"
 #include "platform/linux/links/Ports.h"
 #include "platform/linux/system/Commands.h"
 #include "platform/linux/system/Inventory.h"
+#include "platform/model/policy.h"
+#include "programs/zerotouchd/config/Toml.h"
 
-// What an operator gave us is wrong: the host says so and ends with exit code 2, before anything is touched.
-class BadInput : public std::runtime_error {
- public:
-  using std::runtime_error::runtime_error;
+// The agent's policy. It is an entity, which the host shows in the state tree and the agent reads; two are
+// equal when all of their attributes are.
+struct PolicyConfig {
+  Kel::Ptr<ZeroTouch::Policy> entity = Kel::makePtr<ZeroTouch::Policy>();
+  bool operator==(PolicyConfig const& other) const;
 };
 
 struct HostConfig {
@@ -46,15 +48,12 @@ struct HostConfig {
   std::uint32_t scriptExecTimeout = 3600;       // script_exec_timeout: seconds a configuration script may run
   Kel::Seconds maxRunTime = Kel::never;         // max_run_time: seconds, or "unlimited"
   std::uint32_t maxDownloadSize = 256U << 20U;  // max_download_size: bytes that a boot file may have
+  // [authenticity], [pacing] and more keys of [download] and [dhcp] (PolicySections.h)
+  PolicyConfig policy;
 
   bool operator==(HostConfig const&) const = default;
 };
 
-// Reads the file. A file that is absent gives the built-in values, unless `mustExist`. Throws BadInput: as
-// "file: reason" for what is no regular file or is too large, and as "file:line: reason" for what does not
-// parse, for unknown keys and for values of a wrong kind. The message is printable ASCII, whatever the file
-// has.
-HostConfig readHostConfig(Kel::String const& path, bool mustExist);
-
-// Whether the path names a regular file that this process may execute.
-bool isProgram(Kel::String const& path);
+// Reads the file and its drop-ins. A file that is absent gives the built-in values, unless `mustExist`.
+// `files`, when given, is set to what was read. Throws BadInput (Toml.h).
+HostConfig readHostConfig(Kel::String const& path, bool mustExist, TomlFiles* files = nullptr);

@@ -1,0 +1,3 @@
+#include "programs/zerotouchd/config/PolicySections.h"
+
+Sections policySections(ZeroTouch::Policy&) { return {}; }
