@@ -60,6 +60,8 @@ std::string configFor(std::string const& configFile, std::string const& leaseFil
   if (known.empty()) return configFile;
   std::string statements, remembered;
   for (auto const& [device, servers] : read(known)) {
+    for (std::string const& server : servers.now)
+      releaseWithoutAddress(leaseFile, configFile, device, server);
     if (servers.now.empty() || std::ranges::find(devices, device) == devices.end()) continue;
     auto all = servers.before;
     all.insert(servers.now.begin(), servers.now.end());

@@ -1,9 +1,6 @@
 // What a release hands back besides what it was asked for.
 #include <arpa/inet.h>
 #include <ifaddrs.h>
-#include <net/if.h>
-#include <netinet/in.h>
-#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -12,6 +9,7 @@
 #include <cstdio>
 #include <cstring>
 #include <map>
+#include <optional>
 #include <random>
 #include <sstream>
 
@@ -68,8 +66,15 @@ bool hasAddress(std::string const& device, in_addr address) {
 
 using Mac = std::array<std::uint8_t, 6>;
 
+std::optional<Mac> macFrom(std::string const& text) {
+  Mac mac{};
+  int const count = std::sscanf(text.c_str(), "%2hhx:%2hhx:%2hhx:%2hhx:%2hhx:%2hhx", &mac[0], &mac[1],
+                                &mac[2], &mac[3], &mac[4], &mac[5]);
+  return count == 6 ? std::optional(mac) : std::nullopt;
+}
+
 // RFC 2131, figure 1 and table 5.
-std::string releaseMessage(Lease const& lease, Mac const& mac, std::string const& identifier) {
+std::string releaseMessage(Lease const& lease, Mac const& mac, std::optional<Mac> const& client) {
   constexpr std::size_t leastBytes = 300, headerBytes = 236, ciaddrAt = 12, chaddrAt = 28;
   std::string message(headerBytes, '\0');
   message[0] = 1;  // a request, by Ethernet, whose addresses have
@@ -81,11 +86,7 @@ std::string releaseMessage(Lease const& lease, Mac const& mac, std::string const
   std::memcpy(&message[chaddrAt], mac.data(), mac.size());
   message.append("\x63\x82\x53\x63\x35\x01\x07\x36\x04");  // options: 53 is 7, a release; 54 the server
   message.append(reinterpret_cast<char const*>(&lease.server), sizeof lease.server);
-  Mac client{};
-  if (std::sscanf(identifier.c_str(), "%2hhx:%2hhx:%2hhx:%2hhx:%2hhx:%2hhx", &client[0], &client[1],
-                  &client[2], &client[3], &client[4], &client[5]) == 6) {
-    message.append("\x3d\x06").append(client.begin(), client.end());
-  }
+  if (client) message.append("\x3d\x06").append(client->begin(), client->end());
   message += '\xff';
   message.resize(std::max(message.size(), leastBytes));
   return message;
@@ -96,19 +97,15 @@ std::string releaseMessage(Lease const& lease, Mac const& mac, std::string const
 void sendRelease(std::string const& device, Lease const& lease, std::string const& identifier) {
   constexpr std::uint16_t serverPort = 67, clientPort = 68;
   int const out = socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-  ifreq request{};
-  device.copy(request.ifr_name, IFNAMSIZ - 1);
-  Mac mac{};
-  bool const hasMac = ioctl(out, SIOCGIFHWADDR, &request) == 0;
-  std::memcpy(mac.data(), request.ifr_hwaddr.sa_data, mac.size());
+  auto const mac = macFrom(readContents("/sys/class/net/" + device + "/address"));
   int const on = 1;
   setsockopt(out, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
   sockaddr_in from{
       .sin_family = AF_INET, .sin_port = htons(clientPort), .sin_addr = lease.address, .sin_zero = {}};
   sockaddr_in to{
       .sin_family = AF_INET, .sin_port = htons(serverPort), .sin_addr = lease.server, .sin_zero = {}};
-  std::string const message = releaseMessage(lease, mac, identifier);
-  bool const sent = out >= 0 && hasMac &&
+  std::string const message = mac ? releaseMessage(lease, *mac, macFrom(identifier)) : "";
+  bool const sent = out >= 0 && mac &&
                     setsockopt(out, SOL_SOCKET, SO_BINDTODEVICE, device.c_str(),
                                static_cast<socklen_t>(device.size())) == 0 &&
                     setsockopt(out, IPPROTO_IP, IP_TRANSPARENT, &on, sizeof on) == 0 &&
@@ -119,14 +116,24 @@ void sendRelease(std::string const& device, Lease const& lease, std::string cons
   if (out >= 0) close(out);
 }
 
+void handBack(std::string const& device, Lease const& lease, std::string const& identifier) {
+  bool const isWhole = lease.address.s_addr != 0 && lease.server.s_addr != 0;
+  if (isWhole && !hasAddress(device, lease.address)) sendRelease(device, lease, identifier);
+}
+
 }  // namespace
 
 void releaseWithoutAddress(char const* leaseFile, std::string const& configFile) {
   std::string const identifier = clientAddress(configFile);
-  for (auto const& [device, lease] : leasesIn(readContents(leaseFile))) {
-    bool const isWhole = lease.address.s_addr != 0 && lease.server.s_addr != 0;
-    if (isWhole && !hasAddress(device, lease.address)) sendRelease(device, lease, identifier);
-  }
+  for (auto const& [device, lease] : leasesIn(readContents(leaseFile))) handBack(device, lease, identifier);
+}
+
+void releaseWithoutAddress(std::string const& leaseFile, std::string const& configFile,
+                           std::string const& device, std::string const& server) {
+  auto const leases = leasesIn(readContents(leaseFile));
+  auto const found = leases.find(device);
+  if (found != leases.end() && inet_ntoa(found->second.server) == server)
+    handBack(device, found->second, clientAddress(configFile));
 }
 
 std::vector<std::string> otherDevices(char const* leaseFile, std::vector<std::string> const& devices) {

@@ -12,8 +12,7 @@
 
 namespace {
 
-constexpr unsigned grace = 3;        // seconds that the client has once it is asked to stop
-constexpr unsigned longestMore = 2;  // seconds
+constexpr unsigned grace = 3;  // seconds that the client has once it is asked to stop
 constexpr int cannotExecute = 127;
 
 sigset_t awaitedSignals() {
@@ -31,8 +30,9 @@ sigset_t awaitedSignals() {
   _exit(cannotExecute);
 }
 
-// Waits until the child has ended, and returns its exit code. `stopping` is set by a request to stop.
-int waitFor(pid_t child, sigset_t const& awaited, bool& stopping) {
+// Waits until the child has ended, and returns its exit code.
+int waitFor(pid_t child, sigset_t const& awaited) {
+  bool stopping = false;
   for (;;) {
     int status = 0;
     if (waitpid(child, &status, WNOHANG) == child)
@@ -55,9 +55,12 @@ void dieWithParent(pid_t parent, int signal) {
   if (getppid() != parent) raise(signal);
 }
 
-namespace {
-
-int runChild(char* const* argv, sigset_t const& awaited, sigset_t const& mask, bool& stopping) {
+int runRelease(char* const* argv, pid_t parent) {
+  sigset_t const awaited = awaitedSignals();
+  sigset_t mask;
+  std::signal(SIGCHLD, SIG_DFL);  // when this signal is ignored, the exit code of the child is lost
+  sigprocmask(SIG_BLOCK, &awaited, &mask);
+  dieWithParent(parent, SIGTERM);  // the end of the parent is a request to stop
   pid_t const self = getpid();
   pid_t const child = fork();
   if (child < 0) {
@@ -65,21 +68,5 @@ int runChild(char* const* argv, sigset_t const& awaited, sigset_t const& mask, b
     return cannotExecute;
   }
   if (child == 0) becomeClient(argv, self, mask);
-  return waitFor(child, awaited, stopping);
-}
-
-}  // namespace
-
-int runRelease(char* const* argv, char* const* more, pid_t parent) {
-  sigset_t const awaited = awaitedSignals();
-  sigset_t mask;
-  std::signal(SIGCHLD, SIG_DFL);  // when this signal is ignored, the exit code of the child is lost
-  sigprocmask(SIG_BLOCK, &awaited, &mask);
-  dieWithParent(parent, SIGTERM);  // the end of the parent is a request to stop
-  bool stopping = false;
-  int const code = runChild(argv, awaited, mask, stopping);
-  if (more == nullptr || stopping) return code;
-  alarm(longestMore);
-  runChild(more, awaited, mask, stopping);
-  return code;
+  return waitFor(child, awaited);
 }

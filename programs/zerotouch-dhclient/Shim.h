@@ -26,7 +26,7 @@ std::string identifierOf(std::string const& configFile);
 // devices where they gave them: they were the quickest, and another server may know more. Those of the last
 // query are in the file "<leaseFile>.nameless", which the hook writes. As long as others without a boot file
 // answer, their number grows; after a query without such an answer, all are heard again. Returns `configFile`
-// when there is nobody to pass over, or a file of its own.
+// when there is nobody to pass over, or a file of its own. What they leased is handed back.
 std::string configFor(std::string const& configFile, std::string const& leaseFile,
                       std::span<std::string const> devices);
 
@@ -34,6 +34,9 @@ std::string configFor(std::string const& configFile, std::string const& leaseFil
 // was chosen: the client's own message leaves with that address only. One message each, from the port to its
 // server (RFC 2131, 4.4.6), for which nobody waits; a server behind a relay does not get it.
 void releaseWithoutAddress(char const* leaseFile, std::string const& configFile);
+// The same for one device, when its lease is of this server.
+void releaseWithoutAddress(std::string const& leaseFile, std::string const& configFile,
+                           std::string const& device, std::string const& server);
 
 // The devices, other than these, that have a DHCPv6 lease in the file.
 std::vector<std::string> otherDevices(char const* leaseFile, std::vector<std::string> const& devices);
@@ -53,6 +56,5 @@ void dieWithParent(pid_t parent, int signal);
 // stops waiting. Returns the child's exit code, or 128 plus the signal that ended it. A request to stop, or
 // the end of `parent`, is not passed on: the child has 3 s from then to finish, and is killed after that. It
 // does not outlive this process. Without such a request there is no limit, since the client itself limits how
-// often it sends. After it `more` is run likewise, unless that is null or a request has come, but for no more
-// than 2 s: nobody is to wait for long.
-int runRelease(char* const* argv, char* const* more, pid_t parent);
+// often it sends.
+int runRelease(char* const* argv, pid_t parent);

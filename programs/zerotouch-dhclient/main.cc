@@ -88,32 +88,19 @@ std::vector<char*> argvOf(std::vector<std::string>& arguments) {
 // file that the server names by now.
 void prepareQuery(Arguments& asked) {
   std::string const config = asked.config();
-  forgetLeases(asked.leaseFile, asked.isV6 ? identifierOf(config) : std::string());
+  // Before the leases of servers that are passed over are forgotten, they are handed back.
   if (!asked.isV6 && asked.configAt != 0)
     asked.passed[asked.configAt] = configFor(config, asked.leaseFile, asked.passed);
+  forgetLeases(asked.leaseFile, asked.isV6 ? identifierOf(config) : std::string());
 }
 
-// Releases what was asked for, and what other ports have a lease of. `more` ends the client's arguments.
-int release(std::string const& client, Arguments const& asked, std::vector<std::string> const& more,
-            pid_t parent) {
-  auto const devicesAt = asked.passed.begin() + static_cast<std::ptrdiff_t>(asked.releaseAt);
-  auto const argumentsFor = [&](std::vector<std::string> const& devices) {
-    std::vector<std::string> result = {client};
-    result.insert(result.end(), asked.passed.begin(), devicesAt);
-    result.insert(result.end(), devices.begin(), devices.end());
-    result.insert(result.end(), more.begin(), more.end());
-    return result;
-  };
-  std::vector<std::string> const devices(devicesAt, asked.passed.end());
-  std::vector<std::string> others;
-  if (asked.leaseFile != nullptr && asked.isV6) {
-    others = otherDevices(asked.leaseFile, devices);
-  } else if (asked.leaseFile != nullptr) {
-    releaseWithoutAddress(asked.leaseFile, asked.config());
-  }
-  auto first = argumentsFor(devices);
-  auto second = argumentsFor(others);
-  return runRelease(argvOf(first).data(), others.empty() ? nullptr : argvOf(second).data(), parent);
+// What other ports have a lease of is handed back too.
+void prepareRelease(Arguments& asked) {
+  if (!asked.isV6) return releaseWithoutAddress(asked.leaseFile, asked.config());
+  std::vector<std::string> const devices(asked.passed.begin() + static_cast<std::ptrdiff_t>(asked.releaseAt),
+                                         asked.passed.end());
+  auto const others = otherDevices(asked.leaseFile, devices);
+  asked.passed.insert(asked.passed.end(), others.begin(), others.end());
 }
 
 }  // namespace
@@ -134,6 +121,7 @@ int main(int argc, char** argv) {
     waitForRelease(asked.leaseFile, asked.isRelease());
     if (asked.isRelease()) {
       makeLeaseFile(asked.leaseFile);
+      prepareRelease(asked);
     } else {
       prepareQuery(asked);
     }
@@ -145,11 +133,12 @@ int main(int argc, char** argv) {
   more.insert(more.end(),
               {"-e", std::string("ZEROTOUCH_LEASES=") + (asked.leaseFile != nullptr ? asked.leaseFile : "")});
 
-  if (asked.isRelease()) return release(client, asked, more, parent);
   auto arguments = asked.passed;
   arguments.insert(arguments.begin(), client);
   arguments.insert(arguments.end(), more.begin(), more.end());
-  execv(client.c_str(), argvOf(arguments).data());
+  auto const argvToRun = argvOf(arguments);
+  if (asked.isRelease()) return runRelease(argvToRun.data(), parent);
+  execv(client.c_str(), argvToRun.data());
   std::fprintf(stderr, "zerotouch-dhclient: %s: %s\n", client.c_str(), std::strerror(errno));
   return cannotExecute;
 }

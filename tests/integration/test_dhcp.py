@@ -183,7 +183,7 @@ def test_a_link_that_comes_up_during_a_query_is_asked_in_that_query(switch, scen
 
 
 def test_leases_of_other_ports_and_of_the_other_family_are_given_back(switch):
-    """Port 1 is answered in both families, without a boot file, and port 2 in both with one."""
+    """Port 1 is answered in both families, without a boot file, and port 2 in both with one: either wins there."""
     switch.host.environment |= timers(0.3, **TIMES | {"DHCLIENTQUERY": LIMIT})
     switch.serve("dhcpv4-no-bootfile", ports=[1], name="first4")
     switch.serve("ra-managed", ports=[1], name="first6")

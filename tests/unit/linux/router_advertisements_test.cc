@@ -115,7 +115,9 @@ class RouterAdvertisementsTest : public NetworkTest {
 };
 
 TEST_F(RouterAdvertisementsTest, AreInForceWhileAddressAndLifetimeLast) {
+  ip("addr add fe80::98/64 dev far1 nodad", "addr add fe80::99/64 dev far1 nodad");
   Router const router("far1");
+  router.addressIs("fe80::98");
   start();
   Kel::Loop::instance().runUntil([&] { return !adapter->ports()->port(port1).linkLocal.isZero(); }, patience);
   router.advertise(0xc0, 1800);
@@ -126,7 +128,6 @@ TEST_F(RouterAdvertisementsTest, AreInForceWhileAddressAndLifetimeLast) {
   // Not from this link, so it does not end the record.
   router.advertise(0, 0, 64);
   // What another router says counts as well, also when that is no default router.
-  ip("addr add fe80::99/64 dev far1 nodad");
   Router const other("far1");
   other.addressIs("fe80::99");
   other.advertise(0x80, 0);

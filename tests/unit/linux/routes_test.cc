@@ -106,7 +106,11 @@ TEST_F(RoutesTest, ReachGatewaysThatAreInNoNetwork) {
   expectSoon(routes, "");
   for (char const* via : {"10.2.0.1", "10.2.0.2", "10.0.1.1"}) viaIs("0.0.0.0/0", via);
   expectSoon(routes, "default 10.0.1.1 eth1 10.2.0.1 eth2 10.2.0.2 eth2\n");
-  ip("addr add 10.1.0.5/32 dev eth1", "link set eth2 down", "link set eth2 up");
+  // With two such addresses it could be either.
+  list()->routeDelAll();
+  expectSoon(routes, "");
+  ip("addr add 10.1.0.5/32 dev eth1");
+  for (char const* via : {"10.2.0.1", "10.0.1.1"}) viaIs("0.0.0.0/0", via);
   expectSoon(routes, "default 10.0.1.1 eth1\n");
 }
 
