@@ -7,7 +7,6 @@ stands in parts of it, between comments of these forms; a part without a wanted 
     # == end
 """
 import functools
-import os
 import pathlib
 import re
 import shlex
@@ -118,8 +117,3 @@ class Server:
 
     def wait_released(self, address):
         wait_for(lambda: self.released(address), f"{self.name} to tell of the release of {address}", 20)
-
-
-def readable(folder):
-    """Lets servers read a folder that do not run as root."""
-    os.chmod(folder, 0o755)
