@@ -121,6 +121,10 @@ class Switch:
     def wait_state(self, *states):
         return self.wait(lambda: self.asked("/zerotouch/sm/currentState") in states, " or ".join(states))
 
+    def retries(self):
+        """How often the run has started over; 0 while no host answers."""
+        return self.asked("/zerotouch/sm/retryCount") or 0
+
     def events(self, *names):
         """The messages of the events with these names; all that there are when none is given."""
         told = json.loads(self.run("zerotouch events --json"))
