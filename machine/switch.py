@@ -148,7 +148,7 @@ class Switch:
     def throttle(self, bytes_a_second):
         """Makes writes to the flash slow."""
         limits = dict.fromkeys(("bps", "bps_rd", "iops", "iops_rd", "iops_wr"), 0)
-        self.machine.ask("block_set_io_throttle", id="disk-flash", bps_wr=bytes_a_second, **limits)
+        self.machine.ask("block_set_io_throttle", device="flash", bps_wr=bytes_a_second, **limits)
 
     def copied(self):
         """How many bytes of a startup configuration are on the flash, whole or not."""
