@@ -66,7 +66,7 @@ def digest(*parts):
 
 
 def image(package):
-    """The image with that Debian package. Only the newest one is kept."""
+    """The image with that Debian package. The one before it is kept, since its machines may still run; older ones go."""
     CACHE.mkdir(parents=True, exist_ok=True)
     with open(CACHE / "lock", "w") as lock:
         fcntl.flock(lock, fcntl.LOCK_EX)
@@ -76,7 +76,7 @@ def image(package):
                      repr(hardware.PORTS))
         folder = CACHE / f"image-{key}"
         if not folder.exists():
-            for old in CACHE.glob("image-*"):
+            for old in sorted(CACHE.glob("image-*"), key=lambda folder: folder.stat().st_mtime)[:-1]:
                 shutil.rmtree(old)
             with tempfile.TemporaryDirectory(dir=CACHE, prefix="making-") as work:
                 make(base, package, pathlib.Path(work))

@@ -121,6 +121,10 @@ class Switch:
     def wait_state(self, *states):
         return self.wait(lambda: self.asked("/zerotouch/sm/currentState") in states, " or ".join(states))
 
+    def retries(self):
+        """How often the run has started over; 0 while no host answers."""
+        return self.asked("/zerotouch/sm/retryCount") or 0
+
     def events(self, *names):
         """The messages of the events with these names; all that there are when none is given."""
         told = json.loads(self.run("zerotouch events --json"))
@@ -144,7 +148,7 @@ class Switch:
     def throttle(self, bytes_a_second):
         """Makes writes to the flash slow."""
         limits = dict.fromkeys(("bps", "bps_rd", "iops", "iops_rd", "iops_wr"), 0)
-        self.machine.ask("block_set_io_throttle", id="disk-flash", bps_wr=bytes_a_second, **limits)
+        self.machine.ask("block_set_io_throttle", device="flash", bps_wr=bytes_a_second, **limits)
 
     def copied(self):
         """How many bytes of a startup configuration are on the flash, whole or not."""

@@ -12,7 +12,7 @@ def flash_full(switch):
     big = switch.serves("big", "".join(f"interface {number}\n" for number in range(100_000)))
     switch.begin(boot_file="http://{server}/big", environment=IMPATIENT,
                  prepare=f"dd if=/dev/zero of={FLASH}/filler bs=64K 2>/dev/null; sync; df {FLASH}")
-    switch.wait(lambda: switch.get("/zerotouch/sm/retryCount") >= 2, "two retries")
+    switch.wait(lambda: switch.retries() >= 2, "two retries")
     assert any("No space" in message or "bytes" in message for message in switch.events("DOWNLOAD_NOT_USABLE"))
     assert switch.flash() == ["filler", "lost+found"]
     switch.run(f"rm {FLASH}/filler")
@@ -23,7 +23,7 @@ def flash_full(switch):
 @scene("flash-read-only", "a write-protected flash: every attempt fails and says why; provisioned once it can be written")
 def flash_read_only(switch):
     switch.begin(environment=IMPATIENT, flash=hardware.drive("flash", switch.machine.flash, readonly="on"))
-    switch.wait(lambda: switch.get("/zerotouch/sm/retryCount") >= 1, "a retry")
+    switch.wait(lambda: switch.retries() >= 1, "a retry")
     assert any("Read-only file system" in message for message in switch.events("DOWNLOAD_NOT_USABLE"))
     switch.cut_power()
     switch.boot_again()

@@ -44,7 +44,7 @@ def clock(switch):
     switch.wait_state("stateDhcpQuery")
     assert switch.run("date +%Y").strip() == "1970"
     switch.run("date -s '2030-06-01 12:00:00'")
-    switch.wait(lambda: switch.get("/zerotouch/sm/retryCount") >= 1, "a retry")
+    switch.wait(lambda: switch.retries() >= 1, "a retry")
     switch.run("date -s '2029-06-01 12:00:00'")
     switch.serve()
     switch.wait_reload()

@@ -43,7 +43,7 @@ Trouble ZeroTouchSm::whyNobodyIsAsked() const {
       bridged += isBridged(*record->ethIntfStatus()) ? 1 : 0;
     bool const all = bridged > 0 && bridged == phyIntfStatus().size();
     return {all ? Problem::portsBridged : Problem::noPortTakesPart,
-            all ? "every port is in a bridge or bond" : "no port takes part"};
+            all ? "every port is in a bridge, bond or VRF" : "no port takes part"};
   }
   if (dhcpDevices().empty() && intfStatus6().empty()) return {Problem::noLink, "no port has a link"};
   for (auto const& [client, family] :

@@ -11,7 +11,7 @@ char const* whatToDo(Problem problem) {
              "restart "
              "zerotouchd";
     case Problem::portsBridged:
-      return "take a port out of its bridge or bond";
+      return "take a port out of its bridge, bond or VRF";
     case Problem::noPortTakesPart:
       return "see zerotouch ports for why each port takes no part";
     case Problem::noLink:
