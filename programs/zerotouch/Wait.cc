@@ -56,7 +56,8 @@ void await(Context const& context, Wait& wait, Kel::Seconds timeout, Kel::Value&
   follower.begin();
   context.whileHostRuns([&] {
     for (;;) {
-      status = follower.status();
+      // Changes come one by one, so that only what is read anew is of one moment.
+      status = fetchStatus(host);
       if (wait.reached(status)) return;
       wait.checkHope(status);
       Kel::Seconds const left = end - Kel::now();
