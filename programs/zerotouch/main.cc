@@ -6,6 +6,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <charconv>
 #include <csignal>
 #include <functional>
 #include <string_view>
@@ -93,7 +94,12 @@ class CommandLine {
                                           "without a word), failed, or a state");
     wait->expected(0, 1)->option_text("[=OUTCOME]");
     status->add_option("--timeout", given_.timeout, "Wait no longer than that")
-        ->check(CLI::NonNegativeNumber)
+        ->check([](std::string const& text) {
+          Kel::Seconds seconds = -1;
+          auto const [end, error] = std::from_chars(text.data(), text.data() + text.size(), seconds);
+          bool const isTime = error == std::errc() && end == text.data() + text.size() && seconds >= 0;
+          return std::string(isTime ? "" : "'" + text + "' is no number of seconds");
+        })
         ->needs(wait)
         ->option_text("SECONDS");
     add("watch", "Show where provisioning stands, live",
