@@ -6,6 +6,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <charconv>
 #include <csignal>
 #include <functional>
 #include <string_view>
@@ -90,16 +91,20 @@ class CommandLine {
     auto* const status = add("status", "Show where provisioning stands",
                              {"zerotouch status", "zerotouch status --json | jq -r .whatToDo",
                               "zerotouch status --wait --timeout 600", "zerotouch status --wait=failed"},
-                             [this] {
-                               given_.wait.empty() ? showStatus(context_)
-                                                   : waitForStatus(context_, given_.wait, given_.timeout);
-                             });
-    auto* const wait = status->add_flag("--wait{provisioned}", given_.wait,
-                                        "Show it once that has come about:\nprovisioned, failed or a state");
+                             [this] { statusAsAskedFor(); });
+    auto* const wait = status->add_option("--wait", given_.wait,
+                                          "Once that has come about: provisioned (meant\n"
+                                          "without a word), failed, or a state");
+    wait->expected(0, 1)->option_text("[=OUTCOME]");
     status->add_option("--timeout", given_.timeout, "Wait no longer than that")
-        ->type_name("SECONDS")
-        ->check(CLI::NonNegativeNumber)
-        ->needs(wait);
+        ->check([](std::string const& text) {
+          Kel::Seconds seconds = -1;
+          auto const [end, error] = std::from_chars(text.data(), text.data() + text.size(), seconds);
+          bool const isTime = error == std::errc() && end == text.data() + text.size() && seconds >= 0;
+          return std::string(isTime ? "" : "'" + text + "' is no number of seconds");
+        })
+        ->needs(wait)
+        ->option_text("SECONDS");
     add("watch", "Show where provisioning stands, live",
         {"zerotouch watch", "zerotouch watch --until stateShutdown"},
         [this] { watch(context_, given_.until); })
@@ -121,6 +126,13 @@ class CommandLine {
         [this] { report(context_, given_.file); })
         ->add_option("-o,--output", given_.file, "The file to write, else standard output")
         ->type_name("FILE");
+  }
+
+  void statusAsAskedFor() {
+    bool const waits = program_.get_subcommand("status")->count("--wait") > 0;
+    bool const named = !given_.wait.empty() && given_.wait != "{}";  // which stands for no word
+    waits ? waitForStatus(context_, named ? given_.wait : "provisioned", given_.timeout)
+          : showStatus(context_);
   }
 
   void addControls() {
