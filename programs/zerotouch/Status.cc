@@ -47,6 +47,11 @@ void addAnswer(Rows& rows, Kel::Value const& machine) {
     line += isTrue(at(machine, {"curlSuccess"})) ? ", complete" : ", failed: " + error;
   }
   rows.push_back({"Received:", line});
+  std::string const authorities = memberText(machine, "serverVerifiedAgainst");
+  if (!authorities.empty()) rows.push_back({"Server:", "verified against " + authorities});
+  std::string const signer = memberText(machine, "bootFileSigner");
+  if (!signer.empty())
+    rows.push_back({"Signed by:", signer + ", SHA-256 " + memberText(machine, "bootFileSignerFingerprint")});
 }
 
 // A line such as "14:03:22 in stateFetchConfig on Ethernet1: the download has failed, http://10.0.0.1/x".
@@ -64,10 +69,27 @@ std::string lastFailure(Kel::Value const& failure, Kel::Seconds now) {
 std::string const machinePath = "/zerotouch/sm/";
 
 // The attributes of the state machine that the status shows as they are; it also holds every port.
-constexpr char const* machineAttributes[] = {
-    "currentState", "transitionState", "transitionReason",  "stateTime",       "startTime",   "retryCount",
-    "timer",        "timerActive",     "awaitsDhcpCleanup", "reloadRequested", "choosenIntf", "option67Uri",
-    "bytesRead",    "contentLength",   "curlTransferDone",  "curlSuccess",     "curlErrorStr"};
+constexpr char const* machineAttributes[] = {"currentState",
+                                             "transitionState",
+                                             "transitionReason",
+                                             "stateTime",
+                                             "startTime",
+                                             "retryCount",
+                                             "timer",
+                                             "timerActive",
+                                             "awaitsDhcpCleanup",
+                                             "reloadRequested",
+                                             "choosenIntf",
+                                             "option67Uri",
+                                             "bytesRead",
+                                             "contentLength",
+                                             "curlTransferDone",
+                                             "curlSuccess",
+                                             "curlErrorStr",
+                                             "serverVerifiedAgainst",
+                                             "bootFileSigner",
+                                             "bootFileSignerFingerprint",
+                                             "bootFileSignedTime"};
 
 // Those of the last failure, and as what they are shown.
 constexpr std::pair<char const*, char const*> failureAttributes[] = {{"time", "lastFailureTime"},

@@ -7,6 +7,7 @@
 #include "platform/statebase/InitialValues.h"
 #include "programs/zerotouchd/DhcpClient.h"
 #include "programs/zerotouchd/Host.h"
+#include "programs/zerotouchd/TrustCheck.h"
 
 namespace {
 
@@ -31,6 +32,7 @@ int check(Options const& options) try {
   HostConfig const config = configOf(options);
   checkDhcpClient(config);
   loadAgent(config.library);
+  checkTrust(*config.policy.entity->authenticity(), std::cout);
   std::cout << options.config << ": ok" << std::endl;
   return 0;
 } catch (BadInput const& error) {

@@ -8,6 +8,7 @@
 #include "platform/kel/Format.h"
 #include "platform/model/values/Grammar.h"
 #include "zerotouch/agent/Events.h"
+#include "zerotouch/agent/Policy.h"
 #include "zerotouch/fetch/CurlTransfer.h"
 #include "zerotouch/sm/SmTrace.h"
 #include "zerotouch/sm/ZeroTouchSm.h"
@@ -80,7 +81,9 @@ bool namesHost(std::string_view afterScheme) {
 
 }  // namespace
 
-BootFile bootFile(Kel::String const& serverName, Kel::String const& bootFileName) {
+namespace {
+
+BootFile anyBootFile(Kel::String const& serverName, Kel::String const& bootFileName) {
   if (!serverName.empty()) return {"tftp://" + serverName + "/" + bootFileName, "tftp", ""};
   std::size_t const colon = bootFileName.find(':');
   if (colon == Kel::String::npos) return {"", "", "it is no URL, and the answer names no TFTP server"};
@@ -90,6 +93,17 @@ BootFile bootFile(Kel::String const& serverName, Kel::String const& bootFileName
   if (!namesHost(std::string_view(bootFileName).substr(colon + 1)))
     return {"", "", "its scheme is not followed by :// and a host"};
   return {bootFileName, scheme, ""};
+}
+
+}  // namespace
+
+BootFile bootFile(Kel::String const& serverName, Kel::String const& bootFileName,
+                  std::set<Kel::String> const& allowed) {
+  BootFile const file = anyBootFile(serverName, bootFileName);
+  if (!file.objection.empty() || allowed.empty() || allowed.contains(file.scheme)) return file;
+  Kel::String known;
+  for (auto const& scheme : allowed) known += (known.empty() ? "" : ", ") + scheme;
+  return {"", "", "platform.toml allows no scheme but " + known};
 }
 
 void ZeroTouchSm::choosenIntfIs(Kel::Ptr<IntfStatus> const& intf) {
@@ -117,7 +131,9 @@ void ZeroTouchSm::chooseAnswer() {
 
 Kel::Ptr<ChosenAnswer> ZeroTouchSm::answerFrom(AnswerFamily family,
                                                Kel::Ptr<IntfDhcpStatus const> const& result) {
-  BootFile const file = bootFile(result->serverName(), result->bootFileName());
+  auto const schemes = policy()->authenticity()->scheme();
+  std::set<Kel::String> const allowed(schemes.begin(), schemes.end());
+  BootFile const file = bootFile(result->serverName(), result->bootFileName(), allowed);
   return Kel::makePtr<ChosenAnswer>(family, result, file.url, file.scheme, file.objection);
 }
 

@@ -5,6 +5,7 @@
 #include <charconv>
 
 #include "platform/statebase/Tree.h"
+#include "programs/zerotouchd/config/Authenticity.h"
 #include "programs/zerotouchd/config/PolicySections.h"
 
 namespace {
@@ -109,6 +110,7 @@ HostConfig readHostConfig(Kel::String const& path, bool mustExist) {
         {"max_download_size", bytes(config.maxDownloadSize)}}}};
   for (auto& [name, keys] : policySections(*config.policy.entity)) sections[name].merge(keys);
   readToml(path, mustExist, sections);
+  checkAuthenticity(*config.policy.entity->authenticity(), path);
   if (config.socketPath.empty()) config.socketPath = config.runDirectory + "/statebase.sock";
   return config;
 }
