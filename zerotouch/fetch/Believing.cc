@@ -128,7 +128,7 @@ void ZeroTouchSm::handleBootFileCheck() {
   if (!verification.objection().empty()) {
     refuseBootFile(verification.objection());
   } else if (rename(verifiedBootFilePath, configDownloadPath) != 0) {
-    refuseBootFile(Kel::String("the verified boot file cannot be kept: ") + std::strerror(errno));
+    refuseBootFile(Kel::String("the boot file cannot be kept: ") + std::strerror(errno));
   } else {
     believeBootFile(verification.signature(), verification.size());
   }
@@ -142,6 +142,8 @@ void ZeroTouchSm::refuseBootFile(Kel::String const& objection) {
   unlink(configDownloadPath);
   curlSuccessIs(false);
   curlErrorStrIs(objection);
+  downloadOutcomeIs(objection);
+  downloadProblem_ = Problem::signatureRefused;
 }
 
 // From here on, the file is what was signed, without its signature.

@@ -9,6 +9,7 @@
 #include <cstdio>
 
 #include "platform/kel/Types.h"
+#include "zerotouch/sm/Problem.h"
 
 namespace ZeroTouch {
 
@@ -18,6 +19,7 @@ struct Curl {
   decltype(&::curl_easy_init) easyInit = nullptr;
   decltype(&::curl_multi_init) multiInit = nullptr;
   decltype(&::curl_easy_setopt) easySetopt = nullptr;
+  decltype(&::curl_easy_getinfo) easyGetinfo = nullptr;
   decltype(&::curl_multi_add_handle) multiAddHandle = nullptr;
   decltype(&::curl_multi_perform) multiPerform = nullptr;
   decltype(&::curl_multi_fdset) multiFdset = nullptr;
@@ -64,6 +66,7 @@ struct CurlTransfer {
   std::uint32_t maxBytes = UINT32_MAX;    // a longer body fails
   std::array<char, CURL_ERROR_SIZE> errorDetail{};  // what libcurl says of it; filled on request
   Kel::String failure;                              // why the body could not be kept; "" if it could
+  Problem problem = Problem::none;                  // and what is wrong then
 };
 
 // How long an FTP server may take for a reply: while the transfer runs, which the loop need not wait for, and
@@ -75,6 +78,9 @@ inline constexpr long ftpFarewellTimeoutSeconds = 1;
 // that lies there is written to. Null, and the reason in `failure`, when that cannot be removed (a folder) or
 // the file cannot be made.
 std::FILE* openDownload(char const* path, Kel::String& failure);
+
+// Keeps why the file at outFileName cannot be written, by the number of the error.
+void noteUnwritable(CurlTransfer& transfer, int error);
 
 // libcurl's callbacks. The first keeps the body and returns how much of it was kept: less than it was given,
 // or -1 when the file cannot be opened, ends the transfer. The second looks for the boot image's URL, the

@@ -13,6 +13,7 @@
 #include "zerotouch/agent/Policy.h"
 #include "zerotouch/fetch/BootFileCheck.h"
 #include "zerotouch/fetch/CurlTransfer.h"
+#include "zerotouch/fetch/DownloadEnd.h"
 #include "zerotouch/sm/SmTrace.h"
 #include "zerotouch/sm/ZeroTouchSm.h"
 
@@ -46,6 +47,25 @@ void setOptions(CurlTransfer& transfer, Kel::String const& url, Kel::String cons
     setopt(CURLOPT_CLOSESOCKETFUNCTION, curlCloseSocketCB);
     setopt(CURLOPT_CLOSESOCKETDATA, &transfer);
   }
+}
+
+TransferFacts factsOf(CurlTransfer const& transfer, Kel::String const& url) {
+  auto const number = [&transfer](CURLINFO what) {
+    long value = 0;
+    transfer.curl->easyGetinfo(transfer.easy, what, &value);
+    return value;
+  };
+  auto const passed = [&transfer](CURLINFO what) {
+    curl_off_t time = 0;
+    transfer.curl->easyGetinfo(transfer.easy, what, &time);
+    return time > 0;
+  };
+  return {.host = hostOf(url),
+          .responseCode = url.starts_with("http") ? number(CURLINFO_RESPONSE_CODE) : 0,
+          .systemError = number(CURLINFO_OS_ERRNO),
+          .resolved = passed(CURLINFO_NAMELOOKUP_TIME_T),
+          .connected = passed(CURLINFO_CONNECT_TIME_T) || transfer.byteCount > 0,
+          .bytes = transfer.byteCount};
 }
 
 }  // namespace
@@ -97,6 +117,8 @@ void ZeroTouchSm::forgetTransfer() {
   curlTransferDoneIs(false);
   curlSuccessIs(false);
   curlErrorStrIs("");
+  downloadOutcomeIs("");
+  downloadProblem_ = Problem::none;
   fileIsHashPlingIs(false);
   bytesReadIs(0);
   contentLengthIs(0);
@@ -180,6 +202,9 @@ void ZeroTouchSm::doCheckCurlErrors() {
                                     : Kel::String(cd->curl->easyStrerror(result)));
   if (curlSuccess()) noteVerifiedServer();
   if (!curlSuccess()) SM_TRACE(1, " - CURL error: " << curlErrorStr());
+  Trouble const end = downloadEnd(result, factsOf(*cd, option67Uri()), curlErrorStr());
+  downloadProblem_ = curlSuccess() ? end.problem : toMend(end).problem;
+  downloadOutcomeIs(end.text);
 }
 
 void ZeroTouchSm::doCurlClose() {
@@ -187,12 +212,14 @@ void ZeroTouchSm::doCurlClose() {
   auto& cd = *curlCBData_;
   // The file's last bytes may still wait to be written, and may not fit.
   if (cd.output != nullptr && cd.failure.empty() && std::fflush(cd.output) != 0) {
-    cd.failure = Kel::String("cannot write ") + cd.outFileName + ": " + std::strerror(errno);
+    noteUnwritable(cd, errno);
   }
   if (!cd.failure.empty()) {
     SM_TRACE(1, " - " << cd.failure);
     curlSuccessIs(false);
     curlErrorStrIs(cd.failure);
+    downloadOutcomeIs(cd.failure);
+    downloadProblem_ = cd.problem;
   }
   fileIsHashPlingIs(cd.firstByte == '#' && cd.secondByte == '!');
   bytesReadIs(cd.byteCount);
@@ -200,6 +227,16 @@ void ZeroTouchSm::doCurlClose() {
   doCurlShutdown();
   if (curlSuccess() && beginBootFileCheck()) return;
   curlTransferDoneIs(true);
+}
+
+Trouble ZeroTouchSm::whatTransferWaitsFor() const {
+  return curlCBData_ ? toMend(downloadWaits(factsOf(*curlCBData_, option67Uri()))) : Trouble{};
+}
+
+// Where the URL hardly means what was meant, that is the problem of its failed download too.
+Trouble ZeroTouchSm::toMend(Trouble const& end) const {
+  auto const answer = chosenAnswer();
+  return answer && answer->problem() != Problem::none ? Trouble{answer->problem(), end.text} : end;
 }
 
 // Safe at any time. The watch goes before libcurl closes the socket: its number may be somebody else's next.
@@ -226,7 +263,7 @@ void ZeroTouchSm::concludeDownload() {
     doStateTransition(stateFetchConfig(), stateCopyConfigOrExecScript(), TransitionCause::fileReceived);
   } else {
     doStateTransition(stateFetchConfig(), stateRetryFetchConfig(),
-                      {TransitionCause::downloadFailed, curlErrorStr()});
+                      {TransitionCause::downloadFailed, {downloadProblem_, downloadOutcome()}});
   }
 }
 

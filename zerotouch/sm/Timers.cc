@@ -118,14 +118,14 @@ void StatelessDhclientQueryTimer::handleTimerTick() {
   if (ztSm()->askNextStatelessIntf()) return;
   ztSm()->reportQueryFailure(ZTP_STATELESS_DHCPv6_QUERY_FAIL);
   ztSm()->doStateTransition(ztSm()->stateStatelessDhcpQuery(), ztSm()->stateRetry(),
-                            TransitionCause::statelessUnanswered);
+                            {TransitionCause::statelessUnanswered, ztSm()->whyNoBootFile()});
 }
 
 void StatelessDhclientQueryTimer::handleTimerStop() {
   ztSm()->doStopDhclient6Stateless();
   ztSm()->reportQueryFailure(ZTP_STATELESS_DHCPv6_QUERY_FAIL);
   ztSm()->doStateTransition(ztSm()->stateStatelessDhcpQuery(), ztSm()->stateRetry(),
-                            TransitionCause::statelessTimeout);
+                            {TransitionCause::statelessTimeout, ztSm()->whyNoBootFile()});
 }
 
 void SystemIdentitySetupTimer::handleTimerTick() {
@@ -153,10 +153,12 @@ void SystemIdentitySetupTimer::handleTimerStop() {
 void ConfigFetchTimer::handleTimerTick() { ztSm()->handleCurlSockFd(); }
 
 void ConfigFetchTimer::handleTimerStop() {
+  Trouble const waits = ztSm()->whatTransferWaitsFor();
+  ztSm()->downloadOutcomeIs(waits.text);
   ztSm()->doCurlShutdown();
   ZTP_CONFIG_DOWNLOAD_TIMEOUT.log(ztSm()->shownUri(), timeout());
   ztSm()->doStateTransition(ztSm()->stateFetchConfig(), ztSm()->stateRetry(),
-                            TransitionCause::downloadTimeout);
+                            {TransitionCause::downloadTimeout, waits});
 }
 
 void ConfigFetchRetryTimer::handleTimerStop() {
