@@ -1,44 +1,41 @@
 #include "programs/zerotouchd/TrustCheck.h"
 
 #include "platform/kel/Clock.h"
-#include "programs/zerotouchd/config/Toml.h"
 #include "zerotouch/trust/Trust.h"
 
 namespace {
 
 using ZeroTouch::utcTime;
 
-// Returns the first thing that is wrong with the file, or "".
-Kel::String checkFile(ZeroTouch::TrustLibrary const& library, Kel::String const& path, std::ostream& out) {
-  Kel::String problem;
-  auto const certificates = library.certificates(path, ZeroTouch::timeForDates(Kel::now()), problem);
-  for (auto const& certificate : certificates) {
+void checkFile(ZeroTouch::TrustLibrary const& library, Kel::String const& path, std::ostream& out,
+               std::vector<Kel::String>& problems) {
+  Kel::String failure;
+  for (auto const& certificate : library.certificates(path, ZeroTouch::timeForDates(Kel::now()), failure)) {
     Kel::String const where = path + ":" + std::to_string(certificate.line) + ": ";
     out << where << certificate.subject << ", expires " << utcTime(certificate.expires) << ", SHA-256 "
         << certificate.fingerprint << "\n";
-    if (problem.empty() && !certificate.problem.empty())
-      problem = where + certificate.problem + ": " + certificate.subject;
+    if (!certificate.problem.empty())
+      problems.push_back(where + certificate.problem + ": " + certificate.subject);
   }
-  return problem;
+  if (!failure.empty()) problems.push_back(failure);
 }
 
 }  // namespace
 
-void checkTrust(ZeroTouch::AuthenticityPolicy const& policy, std::ostream& out) {
+std::vector<Kel::String> checkTrust(ZeroTouch::AuthenticityPolicy const& policy, std::ostream& out) {
   std::vector<Kel::String> files;
-  for (auto const* const path : {&policy.signers(), &policy.httpsCa(), &policy.httpsCertificate()}) {
-    if (!path->empty() && *path != "system") files.push_back(*path);
+  for (auto const& path : {policy.signers(), policy.httpsCa(), policy.httpsCertificate()}) {
+    if (!path.empty() && path != "system") files.push_back(path);
   }
-  if (files.empty()) return;
-  Kel::String problem;
-  auto const* const library = ZeroTouch::trustLibrary(problem);
-  if (library == nullptr) throw std::runtime_error("certificates cannot be read: " + problem);
-  for (auto const& path : files) {
-    auto const found = checkFile(*library, path, out);
-    if (problem.empty()) problem = found;
-  }
+  if (files.empty()) return {};
+  Kel::String failure;
+  auto const* const library = ZeroTouch::trustLibrary(failure);
+  if (library == nullptr) return {"certificates cannot be read: " + failure};
+  std::vector<Kel::String> problems;
+  for (auto const& path : files) checkFile(*library, path, out, problems);
   auto const& certificate = policy.httpsCertificate();
-  if (problem.empty() && !certificate.empty())
-    problem = library->keyObjection(certificate, policy.httpsKey().empty() ? certificate : policy.httpsKey());
-  if (!problem.empty()) throw BadInput(problem);
+  if (certificate.empty() || !problems.empty()) return problems;
+  failure = library->keyObjection(certificate, policy.httpsKey().empty() ? certificate : policy.httpsKey());
+  if (!failure.empty()) problems.push_back(failure);
+  return problems;
 }

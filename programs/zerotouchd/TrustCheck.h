@@ -2,9 +2,9 @@
 #pragma once
 
 #include <ostream>
+#include <vector>
 
 #include "platform/model/policy.h"
 
-// Writes a line for each certificate. Throws BadInput, with file and line, for the first thing that is wrong,
-// once all lines are written.
-void checkTrust(ZeroTouch::AuthenticityPolicy const& policy, std::ostream& out);
+// Writes a line for each certificate. Returns what is wrong, each with file and line where there are such.
+std::vector<Kel::String> checkTrust(ZeroTouch::AuthenticityPolicy const& policy, std::ostream& out);
