@@ -70,8 +70,9 @@ struct CurlTransfer {
   bool bootImageUrlPresent = false;
   std::array<char, 1024> bootImageUrl{};  // with the end of its line, unless a blank comes before that
   std::uint32_t maxBytes = UINT32_MAX;    // a longer body fails
-  Kel::String failure;                    // why the body could not be kept; "" if it could
-  Problem problem = Problem::none;        // and what is wrong then
+  std::array<char, CURL_ERROR_SIZE> errorDetail{};  // what libcurl says of it; filled on request
+  Kel::String failure;                              // why the body could not be kept; "" if it could
+  Problem problem = Problem::none;                  // and what is wrong then
 };
 
 // How long an FTP server may take for a reply: while the transfer runs, which the loop need not wait for, and

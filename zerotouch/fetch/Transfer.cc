@@ -9,7 +9,10 @@
 
 #include "platform/kel/Assert.h"
 #include "platform/kel/FileDescriptor.h"
+#include "platform/kel/Format.h"
 #include "zerotouch/agent/Events.h"
+#include "zerotouch/agent/Policy.h"
+#include "zerotouch/fetch/BootFileCheck.h"
 #include "zerotouch/fetch/CurlTransfer.h"
 #include "zerotouch/fetch/DownloadEnd.h"
 #include "zerotouch/sm/SmTrace.h"
@@ -97,9 +100,11 @@ void ZeroTouchSm::doTryFetchUri() {
     if (curlCBData_->headers != nullptr) curl->easySetopt(easy, CURLOPT_HTTPHEADER, curlCBData_->headers);
   }
   if (option67UriIsHttps()) {
-    // A switch fresh from the factory knows no authority that could vouch for the server.
-    curl->easySetopt(easy, CURLOPT_SSL_VERIFYPEER, 0L);
-    curl->easySetopt(easy, CURLOPT_SSL_VERIFYHOST, 0L);
+    if (auto const failure = verifyServer(*curlCBData_, *policy()->authenticity()); !failure.empty()) {
+      downloadImpossible.log(failure);
+      doCurlShutdown();
+      return;
+    }
   }
   // Says nothing about the transfer: to end one must not wait, on the loop, for a name server that is silent.
   curl->easySetopt(easy, CURLOPT_QUICK_EXIT, 1L);
@@ -120,6 +125,10 @@ void ZeroTouchSm::forgetTransfer() {
   fileIsHashPlingIs(false);
   bytesReadIs(0);
   contentLengthIs(0);
+  serverVerifiedAgainstIs("");
+  bootFileSignerIs("");
+  bootFileSignerFingerprintIs("");
+  bootFileSignedTimeIs(0);
 }
 
 void ZeroTouchSm::doCurlPerform() {
@@ -213,7 +222,11 @@ void ZeroTouchSm::doCheckCurlErrors() {
     break;
   }
   curlSuccessIs(result == CURLE_OK);
-  curlErrorStrIs(result == CURLE_OK ? "" : cd->curl->easyStrerror(result));
+  bool const detailed = cd->errorDetail.front() != '\0';
+  curlErrorStrIs(result == CURLE_OK ? ""
+                 : detailed         ? Kel::printable(cd->errorDetail.data())
+                                    : Kel::String(cd->curl->easyStrerror(result)));
+  if (curlSuccess()) noteVerifiedServer();
   if (!curlSuccess()) SM_TRACE(1, " - CURL error: " << curlErrorStr());
   Trouble const end = downloadEnd(result, factsOf(*cd, option67Uri()), curlErrorStr());
   downloadProblem_ = curlSuccess() ? end.problem : toMend(end).problem;
@@ -238,6 +251,7 @@ void ZeroTouchSm::doCurlClose() {
   bytesReadIs(cd.byteCount);
   SM_TRACE(5, " bytes read: " << bytesRead());
   doCurlShutdown();
+  if (curlSuccess() && beginBootFileCheck()) return;
   curlTransferDoneIs(true);
 }
 
@@ -259,12 +273,16 @@ void ZeroTouchSm::doCurlShutdown() {
     curlSockFd_ = nullptr;
   }
   curlCBData_ = nullptr;
+  bootFileCheck_ = nullptr;
 }
 
 void ZeroTouchSm::handleCurlSockFd() {
   if (!mayMoveOnFrom(stateFetchConfig())) return;
   doCurlPerform();
-  if (!curlTransferDone()) return;
+  if (curlTransferDone()) concludeDownload();
+}
+
+void ZeroTouchSm::concludeDownload() {
   if (!curlSuccess()) reportFailedDownload();
   if (!mayActIn(stateFetchConfig())) return;
   if (curlSuccess()) {

@@ -168,7 +168,7 @@ void ZeroTouchSm::enterFetchConfig() {
   Cause const failure = doTryFetchConfigFromServer();
   if (!mayActIn(stateFetchConfig())) {
     doCurlShutdown();
-  } else if (curlCBData() != nullptr) {
+  } else if (downloadRuns()) {
     doStartConfigFetchTimer();
   } else if (curlTransferDone() && curlSuccess()) {
     doStateTransition(stateFetchConfig(), stateCopyConfigOrExecScript(), TransitionCause::fileReceived);

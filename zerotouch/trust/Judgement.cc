@@ -173,6 +173,7 @@ Kel::String joined(std::vector<Kel::String> const& texts) {
 void checkExpectations(Signature const& signature, Expectations const& expected) {
   if (expected.serialNumber) {
     auto const& named = signature.serialNumbers;
+    if (expected.serialNumber->empty()) throw Refusal{"the switch does not know its own serial number"};
     if (named.empty()) throw Refusal{"the file does not say for which switches it is"};
     if (std::ranges::find(named, *expected.serialNumber) == named.end())
       throw Refusal{"the file is for other switches: " + joined(named)};
