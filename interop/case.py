@@ -179,7 +179,7 @@ def look_at_answer(run):
         decoded = wire.answer4(run.packets, address)
     else:
         decoded = wire.answer6(run.packets)
-        taken = {"name servers": taken.get("name servers", []), "address": [address] if address else []}
+        taken = taken | {"address": [address] if address else [], "boot file": []}  # which tshark does not show
     taken = {name: value for name, value in taken.items() if value}
     names = sorted({*taken, *decoded})
     return [f"the agent took {name} {taken.get(name)}, where tshark reads {decoded.get(name)}" for name in names

@@ -141,7 +141,8 @@ def download(server, name, scheme, path="config", **case):
 def page_at(path):
     """A function of the site: what the server sends there itself, to a client that follows no redirect."""
     def page(site):
-        text = subprocess.run([*site.server.enter(), "curl", "-s", f"http://{ADDRESS}/{path}"], capture_output=True).stdout
+        argv = [*site.server.enter(), "curl", "-s", f"http://{ADDRESS}/{path}"]
+        text = subprocess.run(argv, capture_output=True, check=True).stdout
         assert text and text != CONFIG, "the server sends no page of its own"
         return text
     return page

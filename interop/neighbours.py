@@ -1,4 +1,4 @@
-"""Neighbours that send LLDP and all that they know besides. They run on the port itself, since a bridge passes no LLDP."""
+"""Neighbours that send LLDP and all that they know besides. They run on the port itself: a bridge passes no LLDP."""
 import json
 import shlex
 

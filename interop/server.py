@@ -61,7 +61,8 @@ class Server:
         self.told = type(self).told | (told or {})
 
     def configuration(self):
-        places = {f"{{{name}}}": value for name, value in self.values.items()} | self.places | {"{folder}": self.folder}
+        given = {f"{{{name}}}": value for name, value in self.values.items()}
+        places = self.places | given | {"{folder}": self.folder}
         return fill_in(choose((TEMPLATES / self.template).read_text(), self.parts), places)
 
     def command(self, config):
