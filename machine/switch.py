@@ -13,9 +13,18 @@ LOG_SERVERS = "/etc/rsyslog.d/50-zerotouch.conf"
 FLASH = "/mnt/flash"
 CONFIG = "hostname provisioned\n"
 JOINED = 9
-HASTY = timers(2, DHCLIENTQUERY=60, STATELESSDHCLIENTQUERY=60, SYSIDENTITYSETUP=30, LEASERELEASE=30)
+# Waits that keep a scene short, and leave an emulated machine on a busy system the time for an answer.
+WAITS = {"DHCLIENTQUERY": 60, "STATELESSDHCLIENTQUERY": 10, "LEASERELEASE": 30}
 # Takes the place of the reload where a scene is about something else; the file tells that it was asked for.
 NO_RELOAD = '[host]\nreload_command = ["touch", "/run/reload-was-requested"]\n'
+
+
+def waits(**others):
+    """The environment of a host with such waits, and others in their place."""
+    return timers(2, **WAITS | others)
+
+
+HASTY = waits()
 
 
 class Switch:

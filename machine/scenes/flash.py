@@ -1,10 +1,9 @@
 """A flash that cannot take the configuration."""
-from lab.host import timers
 from machine import hardware
 from machine.suite import scene
-from machine.switch import FLASH, HASTY
+from machine.switch import FLASH, waits
 
-IMPATIENT = HASTY | timers(2, DHCLIENTQUERY=30, CONFIGFETCHRETRY=1)
+IMPATIENT = waits(DHCLIENTQUERY=30, CONFIGFETCHRETRY=1)
 
 
 @scene("flash-full", "a full flash: every attempt fails and says why; with room again, the run completes")

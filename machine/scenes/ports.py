@@ -1,13 +1,12 @@
 """Ports of every kind, and ports that go and come."""
-from lab.host import timers
 from machine import hardware
 from machine.suite import scene
-from machine.switch import HASTY, JOINED, NO_RELOAD
+from machine.switch import JOINED, NO_RELOAD, waits
 
 # Two ports in one bond. A bond sees the loss of a link at the latest after 100 ms.
 BOND = ("modprobe bonding max_bonds=0; ip link add bond1 type bond mode {mode} miimon 100 {options}; "
         "for port in et1 et2; do ip link set $port down; ip link set $port master bond1; done; ip link set bond1 up")
-MANY_RETRIES = HASTY | timers(2, INETRFACESSETUP=3, DHCLIENTQUERY=20)
+MANY_RETRIES = waits(INETRFACESSETUP=3, DHCLIENTQUERY=20)
 
 
 def port_line(switch, name):
@@ -87,7 +86,7 @@ def speeds(switch):
     def settings(port):
         told = switch.run(f"ethtool {port}")
         return [line.strip() for line in told.splitlines() if "Speed:" in line or "Auto-negotiation:" in line]
-    switch.begin(None, platform=NO_RELOAD, environment=HASTY | timers(1, INETRFACESSETUP=2, DHCLIENTQUERY=2))
+    switch.begin(None, platform=NO_RELOAD, environment=waits(DHCLIENTQUERY=8))
     switch.wait_state("stateDhcpQuery")
     assert settings("et1") == settings("et2") == ["Speed: 1000Mb/s", "Auto-negotiation: on"]
     switch.run("ethtool -s et2 speed 100 duplex full autoneg off")
