@@ -43,7 +43,7 @@ Host::Host(HostConfig config, std::string initialValues, bool openTree)
   listenToSignals();
   Kel::logSinkIs(Kel::logToSystem);
   // When the service manager keeps our standard error in the journal, each event would stand there twice.
-  if (std::getenv("JOURNAL_STREAM") == nullptr) Kel::logSinkIs(printEvent);
+  if (!isInJournal()) Kel::logSinkIs(printEvent);
   // The agent starts children while it is made, and these need the socket.
   serve();
   children_.emplace(config_.runDirectory);

@@ -358,7 +358,10 @@ class ZeroTouchSm : public ZeroTouchSmModel {
 
   // dhcp/
   struct DhcpResults;
+  class LateLinks;
   std::vector<Kel::String> dhcpDevices() const;
+  void startDhcpv4();
+  void startDhcpv6();
   void selectIntfs6();
 
   // fetch/
@@ -389,6 +392,7 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   std::unique_ptr<PortConfig> portConfig_;
   std::unique_ptr<DhcpClients> dhcpClients_;
   std::unique_ptr<DhcpResults> dhcpResults_;
+  std::unique_ptr<LateLinks> lateLinks_;
   // Its type is known where libcurl is (fetch/).
   struct TransferEnd {
     void operator()(CurlTransfer* transfer) const;
