@@ -27,28 +27,26 @@ def say(text):
 
 
 class Timeline:
-    """The host's events and states, each printed once, with the time since the start."""
+    """The host's events and states in the order of time, each printed once, with the time since the start."""
 
     def __init__(self, host):
         self.host = host
         self.start = time.time()
-        self.shown = 0
-        self.state = None
+        self.shown = {"states": 0, "events": 0}
 
     def print(self, text, since=None):
         print(f"{max(0, (since or time.time()) - self.start):7.1f} s  {text}", flush=True)
 
     def follow(self):
         """Prints the new events and states, and returns the names of all events so far."""
-        state = self.host.get("/zerotouch/sm/currentState")
-        if state != self.state:
-            self.print(f"  now in {state}")
-            self.state = state
-        events = json.loads(self.host.cli("events", "--json"))
-        for event in events[self.shown:]:
-            self.print(f"{event['name']}: {event['message']}", event["time"])
-        self.shown = len(events)
-        return [event["name"] for event in events]
+        report = json.loads(self.host.cli("report", "--json"))
+        new = [(state["time"], f"  now in {state['state']}: {state['reason']}")
+               for state in report["states"][self.shown["states"]:]]
+        new += [(event["time"], f"{event['name']}: {event['message']}") for event in report["events"][self.shown["events"]:]]
+        for since, text in sorted(new, key=lambda line: line[0]):
+            self.print(text, since)
+        self.shown = {kind: len(report[kind]) for kind in self.shown}
+        return [event["name"] for event in report["events"]]
 
 
 def provision(lab, options, boot_file):

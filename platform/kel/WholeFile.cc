@@ -154,7 +154,11 @@ int rewrite(String const& path, String const& contents) {
   return ftruncate(file.get(), static_cast<off_t>(contents.size())) == 0 ? 0 : errno;
 }
 
-String outcome(String const& path, int error) { return error == 0 ? "" : failed("write", path, error); }
+String outcome(String const& path, int error, std::uint64_t missing = 0) {
+  if (error == 0) return "";
+  String const result = failed("write", path, error);
+  return missing > 0 ? result + ", " + std::to_string(missing) + " bytes are missing" : result;
+}
 
 }  // namespace
 
@@ -177,8 +181,14 @@ std::optional<String> readFile(String const& path, String* failure, std::size_t 
 }
 
 String replaceFile(String const& path, String const& contents, unsigned mode, bool outlivesPower) {
-  auto const fill = [&](int fd) { return writeAll(fd, contents); };
-  return outcome(path, replace(path, fill, mode, nullptr, outlivesPower));
+  std::uint64_t missing = 0;
+  auto const fill = [&](int fd) {
+    int const error = writeAll(fd, contents);
+    if (error == ENOSPC) missing = std::max(missingRoom(fd, contents.size()), std::uint64_t{1});
+    return error;
+  };
+  int const error = replace(path, fill, mode, nullptr, outlivesPower);
+  return outcome(path, error, missing);
 }
 
 String replaceFileByCopy(String const& path, String const& source, unsigned mode,
@@ -197,8 +207,7 @@ String replaceFileByCopy(String const& path, String const& source, unsigned mode
   int const error = replace(path, copy, mode, keepsMode ? &old : nullptr, true);
   if (readError != 0) return failed("read", source, readError);
   if (errorNumber != nullptr) *errorNumber = error;
-  String const result = outcome(path, error);
-  return missing > 0 ? result + ", " + std::to_string(missing) + " bytes are missing" : result;
+  return outcome(path, error, missing);
 }
 
 void removeUnfinished(String const& path) { unlink(besides(path).c_str()); }

@@ -22,7 +22,9 @@ namespace Kel {
 std::optional<String> readFile(String const& path, String* failure = nullptr,
                                std::size_t most = String::npos);
 
-// Replaces what stands at `path`, be it a link, by a file with this mode that belongs to this process.
+// Replaces what stands at `path`, be it a link, by a file with this mode that belongs to this process. It is
+// not flushed to the disk unless it has to outlive a power cut, since a busy disk can take seconds for that.
+// Where the file system is full, the missing bytes are told.
 String replaceFile(String const& path, String const& contents, unsigned mode = 0644,
                    bool outlivesPower = true);
 

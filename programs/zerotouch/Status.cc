@@ -5,6 +5,7 @@
 
 #include "platform/kel/Clock.h"
 #include "platform/model/values/Grammar.h"
+#include "platform/statebase/Json.h"
 #include "programs/zerotouch/Output.h"
 #include "programs/zerotouch/States.h"
 #include "programs/zerotouch/Verbs.h"
@@ -99,6 +100,8 @@ std::string whatToDo(Kel::Value const& tree) {
 }
 
 std::string const machinePath = "/zerotouch/sm/";
+constexpr char const* hostStartsPath = "/log/history/hostStarts";
+constexpr char const* lastHostEndPath = "/log/history/lastHostEnd";
 
 // The attributes of the state machine that the status shows as they are; it also holds every port.
 constexpr char const* machineAttributes[] = {"currentState",
@@ -145,6 +148,11 @@ Snapshot::Snapshot(Statebase::Client& host, Paths const& paths, Reading reading)
       readAt_(Kel::now()),
       follows_(reading == Reading::follow) {}
 
+Snapshot::Snapshot(Kel::Value const& tree, Paths const& paths, Kel::Seconds time)
+    : hostTime_(time), readAt_(Kel::now()), follows_(false) {
+  for (auto const& path : paths) values_[path] = at(tree, *Statebase::splitPath(path));
+}
+
 Kel::Seconds Snapshot::time() const { return follows_ ? hostTime_ + (Kel::now() - readAt_) : hostTime_; }
 
 void Snapshot::apply(std::string const& path, Kel::Value const& value) {
@@ -165,7 +173,7 @@ void Snapshot::apply(std::string const& path, Kel::Value const& value) {
 }
 
 Snapshot::Paths statusPaths() {
-  Snapshot::Paths paths{"/zerotouch/config", "/zerotouch/status"};
+  Snapshot::Paths paths{hostStartsPath, lastHostEndPath, "/zerotouch/config", "/zerotouch/status"};
   for (char const* const name : machineAttributes) paths.push_back(machinePath + name);
   for (auto const& [shown, name] : failureAttributes) paths.push_back(machinePath + name);
   return paths;
@@ -198,6 +206,8 @@ Kel::Value statusOf(Snapshot const& snapshot) {
                        {"status", snapshot["/zerotouch/status"]},
                        {"sm", loaded ? Kel::Value(std::move(machine)) : Kel::Value()},
                        {"lastFailure", failed ? Kel::Value(std::move(failure)) : Kel::Value()}};
+  result.emplace_back("host", Kel::ValueMap{{"starts", snapshot[hostStartsPath]},
+                                            {"lastEnd", snapshot[lastHostEndPath]}});
   result.emplace_back("outcome", outcome(result));
   result.emplace_back("whatToDo", whatToDo(result));
   return result;
@@ -230,6 +240,11 @@ Rows statusRows(Kel::Value const& tree) {
   }
   result.push_back({"Run time limit:", duration(number(at(tree, {"config", "maxRunTime"})))});
   result.push_back({"Script limit:", duration(number(at(tree, {"config", "scriptExecTimeout"})))});
+  Kel::Value const& host = at(tree, {"host"});
+  if (number(at(host, {"starts"})) > 1) {
+    result.push_back({"Host:", "was started " + memberText(host, "starts") +
+                                   " times in this boot; the last one " + memberText(host, "lastEnd")});
+  }
   return result;
 }
 

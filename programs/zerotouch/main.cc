@@ -13,6 +13,7 @@
 
 #include "programs/zerotouch/Failure.h"
 #include "programs/zerotouch/Verbs.h"
+#include "programs/zerotouch/past/Memory.h"
 
 namespace {
 
@@ -33,6 +34,8 @@ constexpr char const* more =
 struct Arguments {
   std::string path, value, event, file, until, wait;
   Kel::Seconds timeout = Kel::never;
+  PortChoice ports;
+  EventChoice events;
   bool follow = false;
   bool sure = false;
   SigningWords signing;
@@ -110,12 +113,19 @@ class CommandLine {
         [this] { watch(context_, given_.until); })
         ->add_option("--until", given_.until, "End when this state is reached")
         ->type_name("STATE");
-    add("ports", "Show the ports, and which of them take part",
-        {"zerotouch ports", "zerotouch ports --json | jq '.[].port'"}, [this] { showPorts(context_); });
-    add("events", "Show what has happened",
-        {"zerotouch events", "zerotouch events --follow", "zerotouch events --follow --json | jq .name"},
-        [this] { given_.follow ? followEvents(context_) : showEvents(context_); })
-        ->add_flag("-f,--follow", given_.follow, "Go on with what happens, until interrupted");
+    CLI::App* const ports =
+        add("ports", "Show the ports, and which of them take part",
+            {"zerotouch ports --up", "zerotouch ports Ethernet1", "zerotouch ports --json | jq '.[].port'"},
+            [this] { showPorts(context_, given_.ports); });
+    ports->add_option("port", given_.ports.name, "Show everything about this port or device")->type_name("");
+    ports->add_flag("--up", given_.ports.up, "Only those with a link");
+    addEvents();
+    add("attempts", "Show the attempts, and the time in each state",
+        {"zerotouch attempts", "zerotouch attempts --json | jq '.states[0]'"},
+        [this] { showAttempts(context_); });
+    add("history", "Show the last runs, over reboots. Needs no host",
+        {"zerotouch history", "zerotouch history --json | jq '.[-1].url'"},
+        [this] { showHistory(context_); });
     add("explain", "Explain an event, and what to do about it",
         {"zerotouch explain", "zerotouch explain ZTP_CONFIG_DOWNLOAD_FAIL"},
         [this] { explain(context_, given_.event); })
@@ -132,7 +142,24 @@ class CommandLine {
     bool const waits = program_.get_subcommand("status")->count("--wait") > 0;
     bool const named = !given_.wait.empty() && given_.wait != "{}";  // which stands for no word
     waits ? waitForStatus(context_, named ? given_.wait : "provisioned", given_.timeout)
-          : showStatus(context_);
+          : showStatusOrLastRun(context_);
+  }
+
+  void addEvents() {
+    CLI::App* const events = add(
+        "events", "Show what has happened",
+        {"zerotouch events -n 20", "zerotouch events --since 10min --severity warning",
+         "zerotouch events --attempt 3", "zerotouch events --follow --json | jq .name"},
+        [this] {
+          given_.follow ? followEvents(context_, given_.events) : showEvents(context_, given_.events);
+        });
+    events->add_flag("-f,--follow", given_.follow, "Go on with what happens, until interrupted");
+    events->add_option("-n,--last", given_.events.last, "Only the last ones")->type_name("COUNT");
+    events->add_option("--since", given_.events.since, "As 10min, 14:03 or '2026-03-01 14:03'")
+        ->type_name("TIME");
+    events->add_option("--severity", given_.events.severity, "This one and worse, as warning or 4")
+        ->type_name("LEVEL");
+    events->add_option("--attempt", given_.events.attempt, "Only those of one attempt")->type_name("NUMBER");
   }
 
   void addControls() {

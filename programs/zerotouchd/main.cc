@@ -26,8 +26,6 @@ struct Options {
   bool settle = false;
 };
 
-constexpr unsigned errorPriority = 3;
-
 HostConfig configOf(Options const& options, TomlFiles* files = nullptr) {
   return readHostConfig(options.config, options.config != defaultConfigPath, files);
 }

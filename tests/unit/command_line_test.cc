@@ -105,7 +105,10 @@ TEST_F(CommandLine, PortsTellWhetherTheyTakePartAndWhyNot) {
   auto const record = machine->phyIntfStatusIs(first, ports->intfStatus(first));
   machine->intfStatusIs(record);
   machine->intfLldpPoolIs(ports->intfStatus(first));
-  record->intfPamSmIs("1/1", Kel::makePtr<Wire::Pam>(first))->heardTimeIs(Kel::now());
+  auto const lldp = record->intfPamSmIs("1/1", Kel::makePtr<Wire::Pam>(first));
+  lldp->heardTimeIs(Kel::now());
+  lldp->neighbourIs("spine\033[2J");
+  lldp->neighbourPortIs("Ethernet7");
   machine->intfNoSpeedChangePoolIs(ports->intfStatus(second));
   configs->intfConfigIs(first)->linkModeLocalIs(Interface::EthLinkMode::linkModeAutoneg);
   configs->intfConfigIs(first)->advertisedModesLocalIs({.mode25G = true});

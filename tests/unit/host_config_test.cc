@@ -107,4 +107,16 @@ TEST_F(InstalledConfigTest, DropInsCountKeyByKeyInTheOrderOfTheirNames) {
   EXPECT_EQ(refused(""), ".d/20-site.toml:3: [ports] devices: expected a list");
 }
 
+// What people copy: the indented lines from [ports] on, up to the next empty one.
+TEST_F(InstalledConfigTest, TheSamplesOfTheDocumentsWorkWhenTheyAreCopied) {
+  for (char const* const document : {"README.md", "docs/operating.md"}) {
+    std::ifstream file(std::string(PROJECT_FOLDER "/") + document);
+    std::string sample, line;
+    while (std::getline(file, line) && line != "    [ports]") {
+    }
+    for (; line.starts_with("    "); std::getline(file, line)) sample += line + "\n";
+    EXPECT_FALSE(read(sample).ports.names.empty()) << document << "\n" << sample;
+  }
+}
+
 }  // namespace

@@ -181,6 +181,13 @@ Kel::LogHandle saveFileIgnored("SAVE_FILE_IGNORED", warning, "Setting SAVE_FILE=
                                "the flash.",
                                "Correct or remove SAVE_FILE in the settings file.", interval, burst, 0);
 
+Kel::LogHandle settingsNotWritten(
+    "SETTINGS_NOT_WRITTEN", warning, "The settings file is not as it should be: %s",
+    "What provisioning keeps for the next boot could not be written to the flash. The run goes on.",
+    "Check that the flash is there, writable and not full. If the switch is to stay as it is after the next "
+    "boot, check that it has a startup configuration.",
+    interval, burst, 0);
+
 Kel::LogHandle downloadNotUsable(
     "DOWNLOAD_NOT_USABLE", error, "The download cannot be used: %s",
     "The downloaded file can neither be installed nor run. The attempt has failed, and "

@@ -224,7 +224,7 @@ void ZeroTouchSm::doWriteConfigFile() {
     settings[key] = value;
   }
   auto const error = writeSettings(filePathFromFSRoot(defaultConfigFilePath), settings);
-  if (!error.empty()) SM_TRACE(1, " " << error);
+  if (!error.empty()) settingsNotWritten.log(error);
 }
 
 void ZeroTouchSm::doAddConfigEntry(Kel::String key, Kel::String value) {

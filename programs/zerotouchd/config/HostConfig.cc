@@ -98,6 +98,7 @@ HostConfig readHostConfig(Kel::String const& path, bool mustExist, TomlFiles* fi
         {"library", libraryName(config.library)},
         {"adapter",
          oneOf<bool>({{"linux", true}, {"none", false}}, [&](bool v) { config.linuxAdapter = v; })},
+        {"history", flag([&](bool v) { config.keepsHistory = v; })},
         {"reload_command", commandLine(config.system.reloadCommand)}}},
       {"logging", {{"reload_command", commandLine(config.system.logReloadCommand)}}},
       {"ports", {{"devices", deviceNames(config.ports.devices)}, {"names", nameRules(config.ports.names)}}},
