@@ -23,7 +23,8 @@ std::string waitsFor(Kel::Value const& tree, Kel::Value const& machine, Kel::Sec
     Kel::Value const& timer = at(machine, {"timer"});
     Kel::Seconds const timeout = number(at(timer, {"timeout"}));
     Kel::Seconds const end = number(at(timer, {"initTime"})) + timeout;
-    return text(at(timer, {"name"})) + ", until " + dateAndTime(end) + " (" + duration(end - now) + " of " +
+    std::string const purpose = memberText(timer, "purpose");
+    return text(at(timer, {"name"})) + (purpose.empty() ? "" : " (" + purpose + ")") + ", until " + dateAndTime(end) + " (" + duration(end - now) + " of " +
            duration(timeout) + " are left)";
   }
   if (isTrue(at(machine, {"reloadRequested"}))) return "the reload, which was requested";

@@ -140,6 +140,19 @@ def test_a_query_goes_on_without_a_port_that_is_lost(switch, lose, scenario):
     assert switch.host.get("/zerotouch/sm/choosenIntf") == "Ethernet2"
 
 
+def test_a_quick_server_that_is_wrong_does_not_keep_the_switch_from_a_right_one(switch):
+    """Its port waits for the others in the attempts that follow its failure, and is asked all the same."""
+    switch.host.config.write_text(switch.host.config_text + '[dhcp]\nafter_failure = "others first"\n')
+    switch.serve("dhcpv4", "http://{server}/missing", ports=[1], name="wrong")
+    switch.serve("dhcpv4", ports=[2], lines=NO_ANSWER)
+    switch.host.boot_again()
+    reason = "the download has failed too often: HTTP response code said error"
+    wait_dhcp(switch, {(1, "DHCPv4"): ("asks", "BOUND", "http://10.0.1.1/missing", f"not yet, waits for others: {reason}")})
+    switch.serve("dhcpv4", ports=[2], lines=["dhcp-reply-delay=1"])
+    wait_provisioned(switch)
+    switch.host.config.write_text(switch.host.config_text)
+
+
 def test_messages_carry_who_asks(switch):
     identity = b"Ostrel;LAB-SWITCH;LAB0001"
     enterprise = bytes.fromhex("00007ed9 0001") + len(identity).to_bytes(2, "big") + identity

@@ -113,6 +113,8 @@ void server(World& world, Choice& choice) {
   curl.result = choice.chance(2) ? CURLE_COULDNT_CONNECT : CURLE_OK;
   curl.body = choice.among({"hostname sw1\n", "#!/bin/sh\n", "#!/bin/sh\n", "", "#"});
   curl.hasSocket = choice.chance(2);
+  curl.status = choice.chance(8) ? 503 : 200;
+  curl.grantsRanges = !choice.chance(4);
 }
 
 void inventory(World& world, Choice& choice) {
@@ -190,6 +192,7 @@ void progress(World& world, Choice& choice) {
       if (choice.chance(2)) {
         world.curl.hangs = false;
         world.curl.failing = "";
+        world.curl.status = 200;
       }
       return world.time.advance(4);
     default:

@@ -3,6 +3,7 @@
 
 #include "tests/simulation/World.h"
 #include "tests/unit/support/TemporaryFolder.h"
+#include "zerotouch/agent/Policy.h"
 
 namespace {
 
@@ -178,6 +179,14 @@ void World::checkAtRest() {
     require(start.child->ended() || !start.signals.empty(), "a child runs at rest");
 }
 
+// However often it has broken off, the file is what the server has sent last.
+void World::checkDownload() {
+  std::string const kept = curl.sent.empty() ? "(absent)" : curl.sent;
+  std::string const file = TemporaryFolder::contentOf("/tmp/zt-download");
+  require(sm().bytesRead() == curl.sent.size() && (curl.sent.empty() || file == kept),
+          "the download is [" + file + "], what was sent [" + curl.sent + "]");
+}
+
 void World::checkEnding() {
   std::string const settings = TemporaryFolder::contentOf("/tmp/root/flash/zerotouch-config");
   require(settings == (expectDisable ? "DISABLE=NextReload\n" : "(absent)"),
@@ -222,10 +231,16 @@ std::string World::identity() const {
 // The same, as it must become once the answer on the chosen interface is applied.
 std::string World::identityOfAnswer() const {
   auto const intf = sm().choosenIntf();
+  if (!sm().chosenAnswer()) return "";
+  bool const six = sm().chosenAnswer()->family() != ZeroTouch::AnswerFamily::dhcpv4;
+  auto const answer = sm().chosenAnswer()->result();
   auto const v4 = platform.dhcpStatus->intfDhcpStatus(intf->kernelIntfName());
-  bool const six = !v4 || v4->bootFileName().empty();
-  auto const answer = six ? platform.dhcpStatus->intfDhcp6Status(intf->kernelIntfName()) : v4;
-  if (!answer || answer->bootFileName().empty()) return "";
+  auto const rules = ZeroTouch::policy()->dhcp();
+  bool const four = v4 && !v4->bootFileName().empty() &&
+                    (rules->server().empty() || rules->server().contains(v4->server()));
+  require(rules->offers() > 0 || six == !four, "the answer of the wrong family has won");
+  require(rules->server().empty() || rules->server().contains(answer->server()),
+          "the answer of a server that does not count has won");
   std::string result;
   auto const add = [&](std::string const& what, std::string const& value) { result += what + value + " "; };
   std::string const at = "@" + intf->intfName() + "=";

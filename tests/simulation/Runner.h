@@ -30,6 +30,7 @@ class Shared {
 // A whole run, as it follows from its seed.
 struct Run {
   std::uint64_t world = 0;
+  std::uint64_t policy = 0;
   std::vector<Step> steps;
 };
 Run runFrom(std::uint64_t seed);

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <array>
+#include <set>
 #include <span>
 
 #include "platform/kel/Log.h"
@@ -93,6 +94,9 @@ class DhcpClient {
   // all of it the file stays as it was, and completeConfig tries again.
   void createConfig();
   void completeConfig();
+  // Has a DHCPv4 client that is started from now on, until the configuration is created anew, hear no answers
+  // from that address. False when it does so already, or when the disk has no room for that.
+  bool reject(Kel::String const& server);
 
  private:
   char** commandline(std::uint32_t argc, char const* caller, U32Ptr idx) const;
@@ -102,6 +106,7 @@ class DhcpClient {
   Kel::Ptr<Kel::ChildSiginfo const> child_;
   Kel::Reactor childStatus_;
   bool configCut_ = false;
+  std::set<Kel::String> rejected_;
 };
 
 // The three of one state machine.

@@ -5,6 +5,7 @@
 #include "platform/kel/Assert.h"
 #include "zerotouch/agent/Events.h"
 #include "zerotouch/dhcp/DhcpClient.h"
+#include "zerotouch/dhcp/Offers.h"
 #include "zerotouch/sm/SmTrace.h"
 
 namespace ZeroTouch {
@@ -108,9 +109,16 @@ void ZeroTouchSm::doStartDhcpQuery() {
   if (!dhcpClients_->dhclient.start(allocDhclientAcquireCommandline(), false, dhcpDevices(), __func__))
     SM_TRACE(5, " - Failed to alloc dhclient command line");
   selectIntfs6();
+  offers_->startQuery();
   if (!dhcpClients_->dhclient6.start(allocDhclient6AcquireCommandline(), false, kernelNames(intfStatus6()),
                                      __func__))
     SM_TRACE(5, " - Failed to alloc dhclient6 command line");
+}
+
+// The client asks anew on all ports, since it reads its configuration when it starts.
+void ZeroTouchSm::rejectServer(Kel::String const& server) {
+  if (dhcpClients_->dhclient.reject(server))
+    dhcpClients_->dhclient.start(allocDhclientAcquireCommandline(), false, dhcpDevices(), __func__);
 }
 
 void ZeroTouchSm::reportQueryFailure(Kel::LogHandle& event) {
@@ -145,6 +153,7 @@ void ZeroTouchSm::doStartStatelessDhcpQuery() {
   } else if (askNextStatelessIntf()) {
     return;
   }
+  if (takeBestOffer(true)) return;
   if (queryFailureReported_) {
     doStateTransition(stateStatelessDhcpQuery(), stateRetry(), TransitionCause::noBootFile);
     return;

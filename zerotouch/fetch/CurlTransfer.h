@@ -9,6 +9,7 @@
 #include <cstdio>
 
 #include "platform/kel/Types.h"
+#include "zerotouch/fetch/HttpAnswer.h"
 
 namespace ZeroTouch {
 
@@ -27,6 +28,8 @@ struct Curl {
   decltype(&::curl_slist_free_all) slistFreeAll = nullptr;
   decltype(&::curl_multi_cleanup) multiCleanup = nullptr;
   decltype(&::curl_easy_cleanup) easyCleanup = nullptr;
+  decltype(&::curl_easy_getinfo) easyGetinfo = nullptr;
+  decltype(&::curl_getdate) getdate = nullptr;
 
   // Null, after a warning, when the library cannot be loaded; tried again the next time.
   static Curl const* load();
@@ -36,6 +39,12 @@ struct Curl {
 
 inline constexpr char const* configDownloadPath = "/tmp/zt-download";
 
+// What a server has said about the file that it sends; "" and 0 for what it has not.
+struct Promise {
+  Kel::String validator;  // changes with the file: a strong ETag, or FTP's time of the last change
+  std::uint64_t bytes = 0;
+};
+
 // Made by doTryFetchUri, freed by doCurlShutdown; the user pointer of both callbacks. Owns libcurl's handles,
 // which are null when libcurl could not make them, and the file.
 struct CurlTransfer {
@@ -44,17 +53,23 @@ struct CurlTransfer {
       : curl(&library), easy(library.easyInit()), multi(library.multiInit()) {}
   ~CurlTransfer();
   CurlTransfer(CurlTransfer const&) = delete;
+
+  // Adds a line to the request. Without memory for it, the request goes out without any line.
+  void addHeader(Kel::String const& line);
+  // What the answer says of the file.
+  Promise announced() const;
   CurlTransfer& operator=(CurlTransfer const&) = delete;
 
   Curl const* curl = nullptr;
   CURL* easy = nullptr;
   CURLM* multi = nullptr;
   curl_slist* headers = nullptr;
+  bool headersLost = false;  // for want of memory
   char const* outFileName = configDownloadPath;
   std::FILE* output = nullptr;  // opened by the first bytes of the body
   std::int32_t socketFd = -1;   // the socket that libcurl named first
   std::uint32_t byteCount = 0;
-  std::uint64_t contentLength = 0;  // of the body, as announced; 0 when it was not
+  std::uint64_t contentLength = 0;  // of the file, as announced; 0 when it was not
   // Of the body; a zero byte is kept as '*', 0 means that it has not come yet.
   std::uint8_t firstByte = 0;
   std::uint8_t secondByte = 0;
@@ -62,6 +77,17 @@ struct CurlTransfer {
   bool bootImageUrlPresent = false;
   std::array<char, 1024> bootImageUrl{};  // with the end of its line, unless a blank comes before that
   std::uint32_t maxBytes = UINT32_MAX;    // a longer body fails
+  bool isHttp = false;
+  HttpAnswer http;
+  Kel::String ftpChanged;      // when an FTP server has changed the file last, as it says
+  std::uint64_t ftpBytes = 0;  // how long that file is, as it says
+  bool resumable = false;      // what is received may be gone on with later
+  bool resumes = false;        // an earlier transfer's bytes were there at the start
+  bool begun = false;          // the body has
+  Promise promised;            // of the file that the bytes belong to
+  bool followsRedirects = false;
+  bool stalled = false;
+  Kel::Seconds movedTime = 0;  // when bytes of the body came last; at first, of the start
   Kel::String failure;                    // why the body could not be kept; "" if it could
 };
 
@@ -77,7 +103,8 @@ std::FILE* openDownload(char const* path, Kel::String& failure);
 
 // libcurl's callbacks. The first keeps the body and returns how much of it was kept: less than it was given,
 // or -1 when the file cannot be opened, ends the transfer. The second looks for the boot image's URL, the
-// body's length and the reply of an FTP server that announces the file, and never ends it. The third closes a
+// body's length and the reply of an FTP server that announces the file, sees to it that HTTPS leads to HTTPS
+// only, and never ends it. The third closes a
 // socket of FTP; the one that brought the file goes before libcurl waits for the server's last reply.
 std::size_t curlWriteCB(void* buf, std::size_t size, std::size_t n, void* cd);
 std::size_t curlHeaderCB(void* buf, std::size_t size, std::size_t n, void* cd);

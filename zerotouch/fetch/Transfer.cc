@@ -8,8 +8,12 @@
 
 #include "platform/kel/Assert.h"
 #include "platform/kel/FileDescriptor.h"
+#include "platform/model/values/Grammar.h"
 #include "zerotouch/agent/Events.h"
+#include "zerotouch/agent/Policy.h"
 #include "zerotouch/fetch/CurlTransfer.h"
+#include "zerotouch/fetch/Resume.h"
+#include "zerotouch/sm/Pacing.h"
 #include "zerotouch/sm/SmTrace.h"
 #include "zerotouch/sm/ZeroTouchSm.h"
 
@@ -18,6 +22,41 @@ namespace ZeroTouch {
 namespace {
 
 constexpr long connectTimeoutSeconds = 60;
+
+constexpr long mostRedirects = 5;
+
+// Redirects lead where boot files may come from, and never from HTTPS to HTTP.
+void setRedirects(CurlTransfer& transfer, Kel::String const& scheme) {
+  if (policy()->download()->redirects() != RedirectPolicy::follow) return;
+  auto const& allowed = policy()->authenticity()->scheme();
+  Kel::String schemes;
+  for (char const* const candidate : {"http", "https"}) {
+    bool const allows = allowed.empty() || allowed.contains(candidate);
+    if (allows && (scheme == "http" || candidate == scheme))
+      schemes += (schemes.empty() ? "" : ",") + Kel::String(candidate);
+  }
+  transfer.followsRedirects = true;
+  transfer.curl->easySetopt(transfer.easy, CURLOPT_FOLLOWLOCATION, 1L);
+  transfer.curl->easySetopt(transfer.easy, CURLOPT_MAXREDIRS, mostRedirects);
+  transfer.curl->easySetopt(transfer.easy, CURLOPT_REDIR_PROTOCOLS_STR, schemes.c_str());
+}
+
+// Why a body that libcurl has taken for complete is no boot file; "" when it may be one.
+Kel::String objection(CurlTransfer const& transfer) {
+  auto const& rules = *policy()->download();
+  auto const& answer = transfer.http;
+  if (transfer.isHttp && answer.isRedirect() && rules.redirects() != RedirectPolicy::keep) {
+    if (answer.location.empty()) return "the server redirects, but does not say where to";
+    return "the server redirects to " + Kel::printable(Grammar::withoutPasswords(answer.location)) +
+           ", and redirects are refused";
+  }
+  if (transfer.isHttp && rules.requireLength() && !answer.tellsEnd)
+    return "the server has said neither how long the file is nor where it ends";
+  if (transfer.resumable && transfer.promised.bytes != 0 && transfer.byteCount != transfer.promised.bytes)
+    return Kel::format("%u bytes have come of the %u that were announced", transfer.byteCount,
+                       transfer.promised.bytes);
+  return "";
+}
 
 void setOptions(CurlTransfer& transfer, Kel::String const& url, Kel::String const& scheme, bool proxies) {
   auto const setopt = [&transfer](CURLoption option, auto value) {
@@ -36,12 +75,18 @@ void setOptions(CurlTransfer& transfer, Kel::String const& url, Kel::String cons
   setopt(CURLOPT_HEADERFUNCTION, curlHeaderCB);
   setopt(CURLOPT_HEADERDATA, &transfer);
   setopt(CURLOPT_DNS_CACHE_TIMEOUT, 0L);
+  transfer.isHttp = scheme == "http" || scheme == "https";
+  transfer.resumable = policy()->download()->resume();
+  transfer.movedTime = Kel::now();
+  if (transfer.isHttp) setRedirects(transfer, scheme);
   if (scheme == "ftp") {
     setopt(CURLOPT_SERVER_RESPONSE_TIMEOUT, ftpResponseTimeoutSeconds);
     // When it is freed, libcurl waits 60 s for the answer to its farewell, if it has kept the connection.
     setopt(CURLOPT_FORBID_REUSE, 1L);
     setopt(CURLOPT_CLOSESOCKETFUNCTION, curlCloseSocketCB);
     setopt(CURLOPT_CLOSESOCKETDATA, &transfer);
+    // Has the server say when the file has changed last.
+    if (transfer.resumable) setopt(CURLOPT_FILETIME, 1L);
   }
 }
 
@@ -71,13 +116,15 @@ void ZeroTouchSm::doTryFetchUri() {
   setOptions(*curlCBData_, option67Uri(), chosenAnswer()->scheme(), config()->proxyFromEnvironment());
   if (option67UriIsHttp()) {
     doBuildCurlHttpHeaders();
-    if (curlCBData_->headers != nullptr) curl->easySetopt(easy, CURLOPT_HTTPHEADER, curlCBData_->headers);
   }
   if (option67UriIsHttps()) {
     // A switch fresh from the factory knows no authority that could vouch for the server.
     curl->easySetopt(easy, CURLOPT_SSL_VERIFYPEER, 0L);
     curl->easySetopt(easy, CURLOPT_SSL_VERIFYHOST, 0L);
   }
+  if (!resume_) resume_ = std::make_shared<Resume>();
+  resume_->give(*curlCBData_, option67Uri());
+  if (curlCBData_->headers != nullptr) curl->easySetopt(easy, CURLOPT_HTTPHEADER, curlCBData_->headers);
   // Says nothing about the transfer: to end one must not wait, on the loop, for a name server that is silent.
   curl->easySetopt(easy, CURLOPT_QUICK_EXIT, 1L);
   if (curl->multiAddHandle(curlCBData_->multi, easy) != CURLM_OK) {
@@ -107,10 +154,20 @@ void ZeroTouchSm::doCurlPerform() {
   if (result == CURLM_OK && running > 0) {
     bytesReadIs(curlCBData_->byteCount);
     contentLengthIs(curlCBData_->contentLength);
-    watchCurlSocket();
+    endStalledTransfer();
+    if (curlCBData_ != nullptr) watchCurlSocket();
   } else {
     doCurlClose();
   }
+}
+
+// The ticks of ConfigFetchTimer see to it that this is asked every second.
+void ZeroTouchSm::endStalledTransfer() {
+  Kel::Seconds const limit = policy()->download()->stallLimit();
+  if (limit <= 0 || Kel::now() < curlCBData_->movedTime + limit) return;
+  curlCBData_->stalled = true;
+  curlCBData_->failure = Kel::format("nothing has moved for %g seconds", limit);
+  doCurlClose();
 }
 
 // Only the socket that libcurl names first is watched; for all others the ticks must do. Whatever it no
@@ -172,6 +229,9 @@ void ZeroTouchSm::doCheckCurlErrors() {
 void ZeroTouchSm::doCurlClose() {
   doCheckCurlErrors();
   auto& cd = *curlCBData_;
+  // An answer without a body leaves nothing of what came before.
+  if (curlSuccess() && cd.resumes && !cd.begun) Resume::begin(cd);
+  if (curlSuccess() && cd.failure.empty()) cd.failure = objection(cd);
   // The file's last bytes may still wait to be written, and may not fit.
   if (cd.output != nullptr && cd.failure.empty() && std::fflush(cd.output) != 0) {
     cd.failure = Kel::String("cannot write ") + cd.outFileName + ": " + std::strerror(errno);
@@ -184,6 +244,8 @@ void ZeroTouchSm::doCurlClose() {
   fileIsHashPlingIs(cd.firstByte == '#' && cd.secondByte == '!');
   bytesReadIs(cd.byteCount);
   SM_TRACE(5, " bytes read: " << bytesRead());
+  if (auto const pause = cd.isHttp ? cd.http.pause(*cd.curl) : std::nullopt; pause && !curlSuccess())
+    pacing_->serverAsksFor(*pause);
   doCurlShutdown();
   curlTransferDoneIs(true);
 }
@@ -195,6 +257,7 @@ void ZeroTouchSm::doCurlShutdown() {
     curlSockFdReady_ = {};
     curlSockFd_ = nullptr;
   }
+  if (curlCBData_ != nullptr && resume_ && !curlSuccess()) resume_->keep(*curlCBData_, option67Uri());
   curlCBData_ = nullptr;
 }
 

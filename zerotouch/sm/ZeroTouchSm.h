@@ -36,6 +36,7 @@
 // Bodies live in the folder of their subsystem.
 #pragma once
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -55,6 +56,9 @@ namespace ZeroTouch {
 
 struct CurlTransfer;
 struct DhcpClients;
+class Pacing;
+class Resume;
+struct Wait;
 struct TimerSettings;
 using U32Ptr = std::uint32_t*;
 
@@ -255,6 +259,9 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   Kel::String missingAddress() const;
   // Raises one of the events that say that a query has failed.
   void reportQueryFailure(Kel::LogHandle& event);
+  // Takes the best of the answers that have waited; false when there is none. Unless it is the `last` chance,
+  // those of ports that stand back wait on.
+  bool takeBestOffer(bool last);
   // Lets the clean-up script remove what clients left configured. Blocks while the script runs, twice.
   void doCleanupDhclientState();
 
@@ -327,10 +334,15 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   bool shuttingDown() const;
   void leaveAsFound();
 
-  // Timers.cc. The built-in times are those of the class, unless given.
+  // Timers.cc. The built-in times are those of the class, unless given; `pace` changes what they and the
+  // environment make.
+  using Pace = std::function<Wait(Kel::Seconds)>;
   template <typename Timer>
   void startTimer(Kel::Seconds interval = Timer::settings.interval,
-                  Kel::Seconds timeout = Timer::settings.timeout);
+                  Kel::Seconds timeout = Timer::settings.timeout, Pace const& pace = {});
+  template <typename Timer>
+  void paced(Pace const& pace);
+  void waitForOffers(Kel::Seconds longest);
 
   void resumeAfterDhcpCleanup();
   // Asked once: the kind of system does not change while the agent lives.
@@ -352,8 +364,10 @@ class ZeroTouchSm : public ZeroTouchSmModel {
 
   // dhcp/
   struct DhcpResults;
+  class Offers;
   std::vector<Kel::String> dhcpDevices() const;
   void selectIntfs6();
+  void rejectServer(Kel::String const& server);
   Kel::String whyNobodyIsAsked() const;
 
   // fetch/
@@ -361,6 +375,7 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   static Kel::Ptr<ChosenAnswer> answerFrom(AnswerFamily family, Kel::Ptr<IntfDhcpStatus const> const& result);
   void forgetTransfer();
   void watchCurlSocket();
+  void endStalledTransfer();
   void reportFailedDownload();
   Kel::String startupConfigDestination() const;
   void endLeftoverScript();
@@ -382,11 +397,14 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   std::unique_ptr<PortConfig> portConfig_;
   std::unique_ptr<DhcpClients> dhcpClients_;
   std::unique_ptr<DhcpResults> dhcpResults_;
+  std::unique_ptr<Offers> offers_;
+  std::unique_ptr<Pacing> pacing_;
   // Its type is known where libcurl is (fetch/).
   struct TransferEnd {
     void operator()(CurlTransfer* transfer) const;
   };
   std::unique_ptr<CurlTransfer, TransferEnd> curlCBData_;
+  std::shared_ptr<Resume> resume_;  // made with the first download of a run
   Kel::Ptr<Kel::FileDescriptor> curlSockFd_;
   Kel::Reactor curlSockFdReady_;
   Kel::Ptr<Kel::ChildSiginfo const> scriptChildProcess_;

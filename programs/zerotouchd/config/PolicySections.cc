@@ -1,3 +1,5 @@
 #include "programs/zerotouchd/config/PolicySections.h"
 
-Sections policySections(ZeroTouch::Policy&) { return {}; }
+#include "programs/zerotouchd/config/Pacing.h"
+
+Sections policySections(ZeroTouch::Policy& policy) { return pacingSections(policy); }
