@@ -11,12 +11,10 @@ import pathlib
 import re
 import shutil
 
-from lab import servers
 from lab.host import BUILD, ROOT, Host
-from lab.namespace import Namespace, SwitchNamespace, run
-from lab.processes import Processes
+from lab.namespace import SwitchNamespace, run
+from lab.server_side import HERE, ServerSide, mac
 
-HERE = pathlib.Path(__file__).resolve().parent
 NAME = re.compile("[A-Za-z0-9][A-Za-z0-9-]{0,62}")
 LABS = pathlib.Path("/run/zerotouch-lab")
 
@@ -27,7 +25,6 @@ INSTALLED |= {f"share/ZeroTouch/{template}": ROOT / "share" / template
               for template in ("zerotouch-dhclient.conf", "zerotouch-dhclient6.conf")}
 DHCLIENT = "bin/zerotouch-dhclient"
 
-FILE_SERVERS = ("nginx", "vsftpd", "names-and-tftp", "bad-server")
 AT_BOOT = ("disable_ipv6", "accept_ra", "accept_ra_defrtr")  # settings that a boot resets to those of a new device
 
 PLATFORM = """[ports]
@@ -40,24 +37,17 @@ system_mac = "02:00:00:00:00:01"
 """
 
 
-def mac(end, number):
-    return f"02:00:00:{end:02x}:{number >> 8:02x}:{number & 0xff:02x}"
-
-
-class Lab:
+class Lab(ServerSide):
     def __init__(self, name="ztlab", installed=INSTALLED):
         """`installed` maps paths below /usr of the switch to files. When it is empty, a package can be installed on the
         switch, which lasts until the reboot."""
         if not NAME.fullmatch(name):
             raise ValueError(f"'{name}' cannot be the name of a lab; letters, digits and dashes can")
+        super().__init__(f"{name}-server", LABS / name)
         self.name = name
         self.installed = installed
-        self.folder = LABS / name
-        self.processes = Processes(self.folder)
         self.switch = SwitchNamespace(f"{name}-switch", self.processes, self.folder / "switch",
                                       [self.folder, ROOT, BUILD])
-        self.www = self.folder / "www"  # the files that are served
-        self.server = Namespace(f"{name}-server")
         self.host = Host(self.folder / "switch", None, "linux", PLATFORM, self.switch.enter, self._reboot_switch)
         if DHCLIENT in installed and installed[DHCLIENT].exists():
             self.host.environment["ZEROTOUCH_DHCLIENT"] = f"/usr/{DHCLIENT}"
@@ -70,13 +60,7 @@ class Lab:
             raise RuntimeError(f"{self.name} is up already, or was not taken down")
         try:
             self.folder.mkdir(parents=True)
-            self.server.create()
-            # A port that is unplugged keeps its address, and has the use of it as soon as it is plugged in again.
-            self.server.ip6_setting("all", "keep_addr_on_down", 1)
-            self.server.ip6_setting("default", "dad_transmits", 0)
-            self.server.ip("link", "add", "stable", "up", "type", "veth", "peer", "name", "stable-peer")
-            self.server.ip("link", "set", "stable-peer", "up")
-            self.server.ip("address", "add", "2001:db8::1", "dev", "stable", "nodad")
+            self.create_server_side()
             self.switch.create("switch", self.installed)
             self.host.prepare()
         except BaseException:
@@ -114,15 +98,11 @@ class Lab:
 
     # Ports, by their number.
 
-    def ports(self):
-        """The numbers of the ports."""
-        return sorted(int(device[1:]) for device in self.server.links() if device[1:].isdecimal())
-
     def add_veth(self, number):
         """Adds a veth port. The end on the switch is down, as at a boot."""
         run("ip", "link", "add", f"et{number}", "address", mac(1, number), "netns", self.switch.name, "type", "veth",
             "peer", "name", f"p{number}", "address", mac(2, number), "netns", self.server.name)
-        self._set_up_server_side(number)
+        self.set_up_server_port(number)
 
     def add_tap(self, number, modes=()):
         """Adds a TAP port without a cable. `modes` are the link modes that it reports as supported, from link_modes.MODES."""
@@ -130,7 +110,7 @@ class Lab:
             namespace.ip("tuntap", "add", "mode", "tap", "name", device)
             namespace.ip("link", "set", device, "address", mac(end, number))
         self.switch.run(HERE / "link_modes.py", f"et{number}", *modes)
-        self._set_up_server_side(number)
+        self.set_up_server_port(number)
 
     def remove(self, number):
         self.processes.stop(f"cable-{number}")
@@ -157,74 +137,7 @@ class Lab:
             raise RuntimeError(f"there is no port et{number}")
         return link["linkinfo"]["info_kind"] == "tun"
 
-    def _set_up_server_side(self, number):
-        for address in (f"{servers.net4(number)}.1/24", f"{servers.net6(number)}:1/64"):
-            self.server.ip("address", "add", address, "dev", f"p{number}", *(["nodad"] if ":" in address else []))
-        self.server.ip("link", "set", f"p{number}", "up")
-
-    # What the server side answers and sends.
-
-    def serve(self, scenario, boot_file="http://{server}/config", ports=None, name="dnsmasq", lines=()):
-        """Runs dnsmasq with scenarios/SCENARIO.conf and `lines` after it, in place of an earlier one with that name.
-
-        It serves the ports with the given numbers, by default all that there are now. Each answer names `boot_file`,
-        in which "{server}" stands for the server's address behind the port. `lines` may have the places of a scenario
-        in them, and override what it says. Bytes that are no text are "\\udc80" to "\\udcff"; none is zero."""
-        self.stop_serving(name)
-        parts = [file.read_text() for file in (servers.TEMPLATES / "dhcp.conf", servers.SCENARIOS / f"{scenario}.conf")]
-        self._start_dnsmasq(name, "\n".join([*parts, *lines]), ports, boot_file)
-
-    def stop_serving(self, name="dnsmasq"):
-        self.processes.stop(name)
-
-    def serve_files(self):
-        """Serves the files in self.www over HTTP, HTTPS, FTP and TFTP, by address and by the name boot.example, on the
-        ports that there are now, and runs bad_server.py on ports 8080, 2121 and 2122; all this in place of what ran before."""
-        self.stop_serving_files()
-        self.www.mkdir(exist_ok=True)
-        if not (self.www / "config").exists():
-            (self.www / "config").write_text("hostname provisioned\n")
-        (self.folder / "empty").mkdir(exist_ok=True)
-        servers.make_certificates(self.folder)
-        self._start_dnsmasq("names-and-tftp", (servers.TEMPLATES / "dnsmasq.conf").read_text())
-        enter = self.server.enter()
-        self.processes.start("nginx", [*enter, "nginx", "-e", "stderr", "-c", self._configure("nginx")],
-                             ready=lambda: self._listens(80))
-        self.processes.start("vsftpd", [*enter, "vsftpd", self._configure("vsftpd")], ready=lambda: self._listens(21))
-        self.processes.start("bad-server", [*enter, HERE / "bad_server.py", 8080, 2121])
-
-    def stop_serving_files(self):
-        for name in FILE_SERVERS:
-            self.processes.stop(name)
-
-    def requests(self):
-        """The requests that nginx has answered, each a dictionary with server, client, uri, status, and the X-Ostrel-
-        headers, which are empty when they were not sent."""
-        return servers.requests(self.folder / "requests.log")
-
-    def _start_dnsmasq(self, name, text, ports=None, boot_file=""):
-        text = servers.fill_in(text, {"{folder}": self.folder, "{leases}": self.folder / f"{name}.leases"})
-        config = self.folder / f"{name}.conf"
-        text = servers.expand(text, self.ports() if ports is None else ports, boot_file)
-        config.write_text(text, errors="surrogateescape")
-        self.processes.start(name, [*self.server.enter(), "dnsmasq", f"--conf-file={config}", "--keep-in-foreground",
-                                    "--log-facility=-", "--pid-file="], ready="started, version")
-
-    def _configure(self, name):
-        text = (servers.TEMPLATES / f"{name}.conf").read_text()
-        config = self.folder / f"{name}.conf"
-        config.write_text(servers.fill_in(text, {"{folder}": self.folder}))
-        return config
-
-    def _listens(self, port):
-        return self.server.run("ss", "-Hltn", f"sport = :{port}") != ""
-
-    def send_lldp(self, number, interval=1.0, vlan=None):
-        argv = [*self.server.enter(), HERE / "lldp_sender.py", f"p{number}", "--interval", interval]
-        self.processes.start(f"lldp-{number}", argv + (["--vlan", vlan] if vlan is not None else []))
-
-    def stop_lldp(self, number):
-        self.processes.stop(f"lldp-{number}")
+    # The clock and the clients of the host.
 
     def clock_environment(self):
         """The environment of a host whose wall clock shift_clock() sets, together with that of its children."""

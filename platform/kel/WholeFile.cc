@@ -180,7 +180,7 @@ String replaceFile(String const& path, String const& contents, unsigned mode, bo
 }
 
 String replaceFileByCopy(String const& path, String const& source, unsigned mode,
-                         std::function<void()> const& betweenPieces) {
+                         std::function<void()> const& betweenPieces, int* errorNumber) {
   Descriptor const from(openRegular(source, O_NOFOLLOW));
   struct stat wanted {};
   if (!from || fstat(from.get(), &wanted) != 0) return failed("read", source, errno);
@@ -194,6 +194,7 @@ String replaceFileByCopy(String const& path, String const& source, unsigned mode
   };
   int const error = replace(path, copy, mode, keepsMode ? &old : nullptr);
   if (readError != 0) return failed("read", source, readError);
+  if (errorNumber != nullptr) *errorNumber = error;
   String const result = outcome(path, error);
   return missing > 0 ? result + ", " + std::to_string(missing) + " bytes are missing" : result;
 }

@@ -29,9 +29,9 @@ String replaceFile(String const& path, String const& contents, unsigned mode = 0
 // regular file that is replaced leaves its mode and its owner to the new one. Nothing is written when the
 // file system has not enough room; what is missing is then said in bytes. On a slow disk this takes long:
 // 4 MiB are flushed to it at a time, and `betweenPieces` is called before the first such piece and after
-// each.
+// each. The number of the error that kept the new contents from being written goes to `errorNumber`.
 String replaceFileByCopy(String const& path, String const& source, unsigned mode,
-                         std::function<void()> const& betweenPieces);
+                         std::function<void()> const& betweenPieces, int* errorNumber = nullptr);
 
 // Removes the file beside `path` that a replacement leaves when it is killed.
 void removeUnfinished(String const& path);

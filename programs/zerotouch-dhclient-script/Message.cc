@@ -98,15 +98,38 @@ std::string leaseRecord(Environment const& environment) {
          end + "  expire " + end + "}\n";
 }
 
-std::string keepLease(Environment const& environment) {
-  std::string const path(variable(environment, "ZEROTOUCH_LEASES"));
-  std::string const record = leaseRecord(environment);
-  if (path.empty() || record.empty()) return {};
-  int const file = open(path.c_str(), O_WRONLY | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
-  bool const written = file >= 0 && write(file, record.data(), record.size()) == ssize_t(record.size());
+std::string namelessServer(Environment const& environment) {
+  Reason const* const reason = find(variable(environment, "reason"));
+  std::string const device(variable(environment, "interface"));
+  auto const server = Wire::IpAddr::fromString(plainOption(environment, "dhcp-server-identifier"));
+  if (reason == nullptr || reason->effect != Effect::answered || reason->v6 || !server ||
+      !Grammar::deviceNameFault(device).empty())
+    return {};
+  Complaints ignored;
+  auto const answer = answerV4(environment, ignored);
+  bool const named = std::ranges::find(answer, "bootFileName", &Kel::ValueMap::value_type::first) != answer.end();
+  return named ? "" : device + " " + server->stringValue() + "\n";
+}
+
+namespace {
+
+// Returns "" or what went wrong.
+std::string append(std::string const& path, std::string const& text, int flags) {
+  if (text.empty()) return {};
+  int const file = open(path.c_str(), O_WRONLY | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | flags, 0644);
+  bool const written = file >= 0 && write(file, text.data(), text.size()) == ssize_t(text.size());
   std::string const error = written ? "" : "lease file " + path + ": " + std::strerror(errno);
   if (file >= 0) close(file);
   return error;
+}
+
+}  // namespace
+
+std::string keepLease(Environment const& environment) {
+  std::string const path(variable(environment, "ZEROTOUCH_LEASES"));
+  if (path.empty()) return {};
+  std::string const error = append(path, leaseRecord(environment), 0);
+  return error.empty() ? append(path + ".nameless", namelessServer(environment), O_CREAT) : error;
 }
 
 }  // namespace Hook

@@ -29,8 +29,12 @@ bool hostWaits(Environment const& environment);
 // The record of a DHCPv4 answer; empty when there is none, or values that it needs are missing or bad.
 std::string leaseRecord(Environment const& environment);
 
-// Appends the record to the file that the variable "ZEROTOUCH_LEASES" names; "" or what went wrong. Nothing
-// is done without the variable or a record. A file that is not there is not made.
+// The port and the server of a DHCPv4 answer that names no boot file, as a line; empty for any other.
+std::string namelessServer(Environment const& environment);
+
+// Appends the record to the file that the variable "ZEROTOUCH_LEASES" names, which is not made when it is not
+// there, and a server without a boot file to "<that file>.nameless", which is; "" or what went wrong. Nothing
+// is done without the variable.
 std::string keepLease(Environment const& environment);
 
 }  // namespace Hook

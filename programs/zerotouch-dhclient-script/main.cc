@@ -77,7 +77,11 @@ void send(Hook::Message const& message, std::string_view socket, bool hostWaits)
 
 }  // namespace
 
-int main() {
+int main(int argc, char** argv) {
+  if (argc == 2 && std::string_view(argv[1]) == "--version") {
+    std::cout << name << " " ZEROTOUCH_VERSION << std::endl;
+    return 0;
+  }
   Hook::Environment const environment = Hook::environmentOf(environ);
   bool const hostWaits = Hook::hostWaits(environment);
   exitCode = Hook::variable(environment, "reason") == "TIMEOUT" ? 1 : 0;

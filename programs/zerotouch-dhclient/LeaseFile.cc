@@ -1,51 +1,19 @@
+#include "programs/zerotouch-dhclient/Files.h"
 #include "programs/zerotouch-dhclient/Shim.h"
 
 #include <fcntl.h>
 #include <sys/file.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <array>
-#include <cerrno>
+#include <cctype>
 #include <csignal>
 #include <cstdio>
-#include <cstring>
 #include <string>
 #include <string_view>
 
 namespace {
 
-constexpr std::string_view identifier = "default-duid ";
-
-void complain(char const* path) {
-  std::fprintf(stderr, "zerotouch-dhclient: lease file %s: %s\n", path, std::strerror(errno));
-}
-
-// Opens the file or makes it. A symbolic link is not followed, since it could lead to any file.
-int openFile(char const* path) {
-  int const file = open(path, O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0644);
-  if (file < 0) complain(path);
-  return file;
-}
-
-std::string contents(int file) {
-  std::string result;
-  std::array<char, 4096> buffer;
-  for (ssize_t size; (size = read(file, buffer.data(), buffer.size())) > 0;)
-    result.append(buffer.data(), static_cast<std::size_t>(size));
-  return result;
-}
-
-// The line with the identifier. The client writes it in one line, and of several the last one counts.
-std::string identifierIn(std::string const& text) {
-  std::string result;
-  for (std::size_t begin = 0; begin < text.size();) {
-    std::size_t const end = std::min(text.find('\n', begin), text.size() - 1) + 1;
-    if (text.compare(begin, identifier.size(), identifier) == 0) result = text.substr(begin, end - begin);
-    begin = end;
-  }
-  return result;
-}
+constexpr std::string_view identifierKeyword = "default-duid ";
 
 // Whether the file could be locked; the wait ends with the alarm.
 bool lockWithin(int file, unsigned seconds) {
@@ -85,12 +53,25 @@ void makeLeaseFile(char const* path) {
   if (int const file = openFile(path); file >= 0) close(file);
 }
 
-void forgetLeases(char const* path) {
+void forgetLeases(char const* path, std::string const& identifier) {
   int const file = openFile(path);
   if (file < 0) return;
-  std::string const kept = identifierIn(contents(file));
-  bool const written = pwrite(file, kept.data(), kept.size(), 0) == ssize_t(kept.size()) &&
-                       ftruncate(file, static_cast<off_t>(kept.size())) == 0;
-  if (!written) complain(path);
+  std::string const kept = identifier.empty() ? lineWith(identifierKeyword, contents(file)) : identifier;
+  if (!replaceContents(file, kept)) complain(path);
   close(file);
+}
+
+std::string identifierOf(char const* configFile) {
+  constexpr std::string_view keyword = "send dhcp-client-identifier ";
+  constexpr std::string_view pattern = "xx:xx:xx:xx:xx:xx;\n";
+  std::string const line = lineWith(keyword, readContents(configFile));
+  if (line.size() != keyword.size() + pattern.size()) return {};
+  std::string const address = line.substr(keyword.size());
+  for (std::size_t i = 0; i < pattern.size(); ++i) {
+    bool const fits = pattern[i] == 'x' ? std::isxdigit(static_cast<unsigned char>(address[i])) != 0
+                                        : address[i] == pattern[i];
+    if (!fits) return {};
+  }
+  // Type 3, a link-layer address; hardware type 1, Ethernet.
+  return std::string(identifierKeyword) + "0:3:0:1:" + address;
 }

@@ -50,42 +50,75 @@ int notFound(std::vector<std::string> const& candidates) {
   return cannotExecute;
 }
 
+// What the shim is started with.
+struct Arguments {
+  Arguments(int argc, char** argv) {
+    for (int i = 1; i < argc; ++i) {
+      std::string_view const argument = argv[i];
+      if (argument == "--ignore-preinit") continue;
+      isRelease = isRelease || argument == "-r";
+      isV6 = isV6 || argument == "-6";
+      passed.push_back(argv[i]);
+      if (i + 1 == argc) break;
+      if (argument == "-lf") leaseFile = argv[i + 1];
+      if (argument == "-cf") configAt = passed.size();
+    }
+  }
+
+  char const* config() const { return configAt == 0 ? "" : passed[configAt]; }
+
+  std::vector<char*> passed;  // to the client
+  bool isRelease = false;
+  bool isV6 = false;
+  char const* leaseFile = nullptr;
+  std::size_t configAt = 0;  // where in `passed` the configuration's path is; 0: nowhere
+};
+
+// A client that finds a lease of an earlier attempt asks for that address again. A DHCPv4 client then hears no
+// other server; a DHCPv6 client takes everything else from that lease, so it would not learn of a boot file
+// that the server names by now. Returns the configuration to use.
+std::string prepareQuery(Arguments const& asked) {
+  std::string const config = asked.config();
+  forgetLeases(asked.leaseFile, asked.isV6 ? identifierOf(config.c_str()) : std::string());
+  return asked.isV6 ? config : configFor(config, asked.leaseFile, asked.passed);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+  if (argc == 2 && std::string_view(argv[1]) == "--version") {
+    std::puts("zerotouch-dhclient " ZEROTOUCH_VERSION);
+    return 0;
+  }
   pid_t const parent = getppid();
   auto const candidates = clientCandidates();
   std::string client = findClient(candidates);
   if (client.empty()) return notFound(candidates);
 
-  std::vector<char*> arguments = {client.data()};
-  bool isRelease = false;
-  bool isV6 = false;
-  char const* leaseFile = nullptr;
-  char option[] = "-e";
-  std::string leases = "ZEROTOUCH_LEASES=";
-  for (int i = 1; i < argc; ++i) {
-    std::string_view const argument = argv[i];
-    if (argument == "--ignore-preinit") continue;
-    isRelease = isRelease || argument == "-r";
-    isV6 = isV6 || argument == "-6";
-    arguments.push_back(argv[i]);
-    if (argument == "-lf" && i + 1 < argc) leaseFile = argv[i + 1];
+  Arguments asked(argc, argv);
+  if (!asked.isRelease) dieWithParent(parent, SIGKILL);
+  std::string config;
+  if (asked.leaseFile != nullptr) {
+    waitForRelease(asked.leaseFile, asked.isRelease);
+    if (asked.isRelease) {
+      makeLeaseFile(asked.leaseFile);
+    } else {
+      config = prepareQuery(asked);
+      if (asked.configAt != 0) asked.passed[asked.configAt] = config.data();
+    }
   }
-  if (!isRelease) dieWithParent(parent, SIGKILL);
-  if (leaseFile != nullptr) {
-    leases += leaseFile;
-    waitForRelease(leaseFile, isRelease);
-    // With a DHCPv6 lease of an earlier attempt, the client only asks the server to confirm the address and
-    // takes everything else from that lease, so it would not learn of a boot file that the server names by
-    // now.
-    (isV6 && !isRelease ? forgetLeases : makeLeaseFile)(leaseFile);
-  }
+  std::vector<char*> arguments = asked.passed;
+  arguments.insert(arguments.begin(), client.data());
+  // A client without an identifier makes one: of an address, and not of the time as well.
+  char identifierOption[] = "-D", identifierKind[] = "LL";
+  if (asked.isV6) arguments.insert(arguments.end(), {identifierOption, identifierKind});
   // The hook needs the lease file: it writes the lease there before anybody can stop the client.
-  for (char* const argument : {option, leases.data()}) arguments.push_back(argument);
-  arguments.push_back(nullptr);
+  char variableOption[] = "-e";
+  std::string leases = "ZEROTOUCH_LEASES=";
+  if (asked.leaseFile != nullptr) leases += asked.leaseFile;
+  arguments.insert(arguments.end(), {variableOption, leases.data(), nullptr});
 
-  if (isRelease) return runRelease(arguments.data(), parent);
+  if (asked.isRelease) return runRelease(arguments.data(), parent);
   execv(client.c_str(), arguments.data());
   std::fprintf(stderr, "zerotouch-dhclient: %s: %s\n", client.c_str(), std::strerror(errno));
   return cannotExecute;

@@ -1,7 +1,13 @@
 // enable, disable, cancel: what the operator wants of provisioning. What is printed is what the host says
 // afterwards, not what was asked of it.
+#include <unistd.h>
+
+#include <iostream>
+
 #include "programs/zerotouch/Output.h"
+#include "programs/zerotouch/States.h"
 #include "programs/zerotouch/Status.h"
+#include "programs/zerotouch/Terminal.h"
 #include "programs/zerotouch/Verbs.h"
 
 namespace ZeroTouchCommand {
@@ -22,7 +28,7 @@ std::string stateOf(Kel::Value const& tree) {
 
 std::string inState(Kel::Value const& tree) {
   std::string const state = stateOf(tree);
-  return state.empty() ? "no agent is loaded" : "the state is " + state;
+  return state.empty() ? "no agent is loaded" : "it is " + stateInWords(state);
 }
 
 // The host as a verb of this file sees and changes it.
@@ -50,6 +56,19 @@ class Controls {
   Statebase::Client host_;
 };
 
+void checkCancel(Kel::Value const& tree) {
+  if (!isEnabled(tree)) throw Refused("provisioning is not enabled, so there is nothing to cancel");
+}
+
+// Throws Refused unless the answer is yes.
+void askBeforeCancel() {
+  print("This ends provisioning, and the system reloads without it. Go on? [y/N] ");
+  flushOutput();
+  std::string answer;
+  std::getline(std::cin, answer);
+  if (answer != "y" && answer != "Y" && answer != "yes") throw Refused("nothing was changed");
+}
+
 }  // namespace
 
 void enable(Context const& context) {
@@ -67,10 +86,15 @@ void disable(Context const& context) {
   controls.tell(!isEnabled(tree), tree, "Provisioning is disabled", "provisioning was enabled again at once");
 }
 
-void cancel(Context const& context) {
+void cancel(Context const& context, bool sure) {
+  bool const asks = !sure && !context.json && isatty(STDIN_FILENO) != 0 && onTerminal();
+  if (asks) {
+    checkCancel(Controls(context).now());
+    askBeforeCancel();  // which may take long: the host is looked at anew
+  }
   Controls controls(context);
   Kel::Value const before = controls.now();
-  if (!isEnabled(before)) throw Refused("provisioning is not enabled, so there is nothing to cancel");
+  checkCancel(before);
   // The agent acts when the attribute changes. It is set already when somebody cancelled while provisioning
   // was disabled.
   if (isCancelled(before)) controls.set({{"cancelled", false}});

@@ -51,17 +51,17 @@ ExitCode fail(Context const& context, ExitCode code, std::string const& message,
   return code;
 }
 
-std::string notReached(Context const& context, Statebase::ConnectionError const& error) {
+ExitCode notReached(Context const& context, Statebase::ConnectionError const& error) {
   std::string const& path = context.socketPath;
   struct stat info {};
   bool const found = stat(path.c_str(), &info) == 0;
-  if (!found && errno == ENOENT) return "no host is running: there is no " + path;
-  if (!found || access(path.c_str(), R_OK | W_OK) == 0 || errno != EACCES) {
-    return std::string("cannot reach the host: ") + error.what();
-  }
+  if (!found && errno == ENOENT) return fail(context, notRunning, "no host is running: there is no " + path);
+  if (!found || access(path.c_str(), R_OK | W_OK) == 0 || errno != EACCES)
+    return fail(context, notRunning, std::string("cannot reach the host: ") + error.what());
   auto const* const group = getgrgid(info.st_gid);
   std::string const name = group != nullptr ? group->gr_name : std::to_string(info.st_gid);
-  return "you may not open " + path + ": that is for root and the group '" + name + "'";
+  return fail(context, notPermitted,
+              "you may not open " + path + ": that is for root and the group '" + name + "'");
 }
 
 // Where the first part of the path that does not exist was probably mistyped, a hint that names what does
@@ -86,6 +86,7 @@ std::string otherPath(Context const& context, std::string const& path) {
 
 ExitCode refused(Context const& context, Statebase::CallError const& error) {
   constexpr std::int64_t unknownPath = -32001;
+  constexpr std::int64_t permission = -32003;
   std::string hint;
   if (error.code() == unknownPath && !context.json) {
     try {
@@ -94,7 +95,8 @@ ExitCode refused(Context const& context, Statebase::CallError const& error) {
       // The error is told without a hint.
     }
   }
-  return fail(context, failed, error.what() + hint, error.error());
+  return fail(context, error.code() == permission ? notPermitted : failed, error.what() + hint,
+              error.error());
 }
 
 }  // namespace
@@ -139,11 +141,13 @@ ExitCode reportFailure(Context const& context) {
   } catch (WrongUsage const& error) {
     return fail(context, wrongUsage, error.what());
   } catch (Statebase::ConnectionError const& error) {
-    return fail(context, notRunning, notReached(context, error));
+    return notReached(context, error);
   } catch (HostGone const& error) {
     return fail(context, notRunning, error.what());
   } catch (Statebase::CallError const& error) {
     return refused(context, error);
+  } catch (WaitedInVain const& error) {
+    return fail(context, static_cast<ExitCode>(error.code), error.what());
   } catch (Refused const& error) {
     return fail(context, failed, error.what());
   }

@@ -8,7 +8,19 @@ namespace ZeroTouchCommand {
 
 struct Context;
 
-enum ExitCode { ok = 0, failed = 1, wrongUsage = 2, notRunning = 3 };
+enum ExitCode {
+  ok = 0,
+  failed = 1,
+  wrongUsage = 2,
+  notRunning = 3,
+  notPermitted = 4,
+  // status --wait: its time is over, or what it waited for cannot come about any more.
+  waitTimedOut = 5,
+  endedProvisioned = 6,
+  endedOutOfTime = 7,
+  endedCancelled = 8,
+  isDisabled = 9,
+};
 
 // Says the message on standard error, as JSON where the context asks for that, and returns `code`.
 ExitCode fail(Context const& context, ExitCode code, std::string const& message);

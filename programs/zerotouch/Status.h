@@ -8,6 +8,8 @@
 
 namespace ZeroTouchCommand {
 
+struct Context;
+
 // Parts of the state tree by their paths, read at one moment. Null stands for what is not there.
 class Snapshot {
  public:
@@ -35,12 +37,15 @@ class Snapshot {
 // The paths that statusOf() needs.
 Snapshot::Paths statusPaths();
 
-// {time, config, status, sm, lastFailure}: sm is null when no agent is loaded, else the attributes that
-// matter here; lastFailure is null when there was none since the last success.
+// {time, config, status, sm, lastFailure, outcome, whatToDo}: sm is null when no agent is loaded, else the
+// attributes that matter here; lastFailure is null when there was none since the last success.
 Kel::Value statusOf(Snapshot const& snapshot);
 
 // Reads that from the host.
 Kel::Value fetchStatus(Statebase::Client& host);
+
+// Prints it as the context asks for.
+void printStatus(Context const& context, Kel::Value const& status);
 
 // The status as a table of two columns: what, and how it is.
 Rows statusRows(Kel::Value const& status);

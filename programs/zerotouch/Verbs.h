@@ -28,6 +28,13 @@ class HostGone : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+// What was waited for has not come about; `code` is the ExitCode (Failure.h) that says why.
+class WaitedInVain : public std::runtime_error {
+ public:
+  WaitedInVain(int reason, std::string const& text) : std::runtime_error(text), code(reason) {}
+  int code;
+};
+
 // What every verb has.
 struct Context {
   std::string socketPath = "/run/zerotouch/statebase.sock";
@@ -48,6 +55,10 @@ struct Context {
 };
 
 void showStatus(Context const& context);
+// Waits for `until`, which is "provisioned", "failed" or the name of a state, at most `timeout` seconds, and
+// shows the status then. Throws WaitedInVain, after it has shown the status too, when that has not come
+// about.
+void waitForStatus(Context const& context, std::string const& until, Kel::Seconds timeout);
 // `until` names the state at which it ends; with "" it goes on until interrupted.
 void watch(Context const& context, std::string const& until);
 void showPorts(Context const& context);
@@ -60,7 +71,8 @@ void report(Context const& context, std::string const& file);
 
 void enable(Context const& context);
 void disable(Context const& context);
-void cancel(Context const& context);
+// The system reloads. Unless `sure`, whoever sits at a terminal is asked first.
+void cancel(Context const& context, bool sure);
 
 void getPath(Context const& context, std::string const& path);
 void listPath(Context const& context, std::string const& path);

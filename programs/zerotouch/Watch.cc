@@ -4,10 +4,9 @@
 
 #include "platform/kel/Clock.h"
 #include "platform/kel/Format.h"
-#include "platform/model/agent.h"
-#include "platform/statebase/Json.h"
-#include "programs/zerotouch/Failure.h"
+#include "programs/zerotouch/Follow.h"
 #include "programs/zerotouch/Output.h"
+#include "programs/zerotouch/States.h"
 #include "programs/zerotouch/Status.h"
 #include "programs/zerotouch/Terminal.h"
 #include "programs/zerotouch/Verbs.h"
@@ -20,9 +19,6 @@ namespace {
 // are drawn.
 constexpr Kel::Seconds refresh = 0.5;
 constexpr Kel::Seconds together = 0.05;
-
-// The states that were entered. Each stays an entry of its own, so that none is missed, however short it was.
-constexpr char const* statesPath = "/log/history/state";
 
 // A line such as "[#####.....]  50 %" while a download of a known size runs, else "".
 std::string progressBar(Kel::Value const& machine, std::size_t width) {
@@ -86,60 +82,30 @@ void printState(Kel::Value const& status, Kel::Value const& entry, bool json) {
     return;
   }
   print(dateAndTime(number(at(entry, {"time"}))) + "  " +
-        Kel::printable(memberText(entry, "state") + ": " + memberText(entry, "reason")) + "\n");
-}
-
-// Throws WrongUsage when `name` is no state.
-void checkState(std::string const& name) {
-  ZeroTouch::ProvisioningState state{};
-  if (name.empty() || Kel::Codec<ZeroTouch::ProvisioningState>::fromText(name, state).empty()) return;
-  std::vector<std::string> names;
-  for (unsigned bit = 1; bit <= static_cast<unsigned>(ZeroTouch::ProvisioningState::stateShutdown); bit *= 2)
-    names.push_back(stringValue(static_cast<ZeroTouch::ProvisioningState>(bit)));
-  std::string const meant = didYouMean(name, names);
-  std::string known;
-  for (auto const& one : names) known += (known.empty() ? " (the states are " : ", ") + one;
-  throw WrongUsage("--until: there is no state '" + name + "'" + (meant.empty() ? known + ")" : meant));
+        Kel::printable(stateInWords(memberText(entry, "state")) + ": " + memberText(entry, "reason")) + "\n");
 }
 
 }  // namespace
 
 void watch(Context const& context, std::string const& until) {
-  checkState(until);
+  if (!until.empty()) checkState("--until", until);
   Statebase::Client host(context.socketPath);
-  // The host tells of changes in the order of the paths, so that a state comes after all that changed with
-  // it.
-  Snapshot::Paths paths = statusPaths();
-  paths.emplace_back(statesPath);
-  Snapshot snapshot(host, paths, Snapshot::Reading::follow);
   bool const terminal = onTerminal() && !context.json;
   bool reached = false;
-  auto const entered = [&](Kel::Value const& entry) {
+  StateFollower follower(host, [&](Kel::Value const& entry) {
     reached = reached || memberText(entry, "state") == until;
-    if (!terminal) printState(statusOf(snapshot), entry, context.json);
-  };
-  auto const take = [&](Kel::Value const& change) {
-    std::string const path = memberText(change, "path");
-    Kel::Value const& value = at(change, {"value"});
-    if (!Statebase::isWithin(path, statesPath)) {
-      snapshot.apply(path, value);
-    } else if (value != Kel::Value()) {  // an old entry is null once the host has dropped it
-      entered(value);
-    }
-  };
-  auto const* const past = snapshot[statesPath].as<Kel::ValueMap>();
-  if (past == nullptr || past->empty()) throw Refused("no agent is loaded");
-  entered(past->back().second);
+    if (!terminal) printState(follower.status(), entry, context.json);
+  });
+  follower.begin();
   context.whileHostRuns([&] {
     for (Screen screen;;) {
-      if (terminal) screen.draw(statusOf(snapshot));
+      if (terminal) screen.draw(follower.status());
       bool const isRead = flushOutput() == 0;
       if (!isRead || reached) return;
-      auto changed = host.readNotification(terminal ? refresh : Kel::never);
+      bool changed = follower.takeChange(terminal ? refresh : Kel::never);
       for (Kel::Seconds const drawAt = Kel::now() + together; changed && !reached;) {
-        take(changed->params);
         Kel::Seconds const left = drawAt - Kel::now();
-        changed = terminal && left > 0 ? host.readNotification(left) : std::nullopt;
+        changed = terminal && left > 0 && follower.takeChange(left);
       }
     }
   });

@@ -20,7 +20,7 @@ using Words = std::vector<std::string>;
 
 constexpr char const* more =
     "Exit codes: 0, 1 for what is refused or fails, 2 for wrong usage, 3 when no\n"
-    "host answers.\n"
+    "host answers, 4 for who may not; status --wait has more (zerotouch(1)).\n"
     "\n"
     "Examples:\n"
     "  zerotouch status\n"
@@ -30,8 +30,10 @@ constexpr char const* more =
 
 // What the verbs take, besides the context.
 struct Arguments {
-  std::string path, value, event, file, until;
+  std::string path, value, event, file, until, wait;
+  Kel::Seconds timeout = Kel::never;
   bool follow = false;
+  bool sure = false;
 };
 
 class CommandLine {
@@ -82,9 +84,19 @@ class CommandLine {
   }
 
   void addViews() {
-    add("status", "Show where provisioning stands",
-        {"zerotouch status", "zerotouch status --json | jq -r .sm.currentState"},
-        [this] { showStatus(context_); });
+    auto* const status = add("status", "Show where provisioning stands",
+                             {"zerotouch status", "zerotouch status --json | jq -r .whatToDo",
+                              "zerotouch status --wait --timeout 600", "zerotouch status --wait=failed"},
+                             [this] {
+                               given_.wait.empty() ? showStatus(context_)
+                                                   : waitForStatus(context_, given_.wait, given_.timeout);
+                             });
+    auto* const wait = status->add_flag("--wait{provisioned}", given_.wait,
+                                        "Show it once that has come about:\nprovisioned, failed or a state");
+    status->add_option("--timeout", given_.timeout, "Wait no longer than that")
+        ->type_name("SECONDS")
+        ->check(CLI::NonNegativeNumber)
+        ->needs(wait);
     add("watch", "Show where provisioning stands, live",
         {"zerotouch watch", "zerotouch watch --until stateShutdown"},
         [this] { watch(context_, given_.until); })
@@ -112,8 +124,9 @@ class CommandLine {
     add("enable", "Let provisioning run", {"zerotouch enable"}, [this] { enable(context_); });
     add("disable", "Stop it, and leave the system as it was found", {"zerotouch disable"},
         [this] { disable(context_); });
-    add("cancel", "End it for good: reload with it disabled", {"zerotouch cancel"},
-        [this] { cancel(context_); });
+    add("cancel", "End it for good: reload with it disabled", {"zerotouch cancel", "zerotouch cancel --yes"},
+        [this] { cancel(context_, given_.sure); })
+        ->add_flag("-y,--yes", given_.sure, "Do not ask first");
   }
 
   void addTreeVerbs() {

@@ -13,12 +13,13 @@ namespace {
 // Whether the settings file had the entry. The mark is written before the entry is removed: if the power
 // fails in between, provisioning is off once too often rather than once too seldom. A flash that cannot be
 // written keeps the entry, to the same effect.
-bool consumeDisableEntry(Kel::BootMemory const& mark) {
+bool findDisableEntry(Kel::BootMemory const& mark, Reading reading) {
   Kel::String const path = ZeroTouch::filePathFromFSRoot(ZeroTouch::defaultConfigFilePath);
   auto settings = ZeroTouch::readSettings(path);
   if (!settings) return false;
   auto const entry = settings->find(ZeroTouch::disableSetting);
   if (entry == settings->end() || entry->second != ZeroTouch::disableOnNextReload) return false;
+  if (reading == Reading::only) return true;
   // Without the mark, only the entry tells a host that is restarted within this boot, so it stays.
   if (!mark.keep("").empty()) return true;
   settings->erase(entry);
@@ -32,10 +33,10 @@ Kel::String stringValue(ProvisioningSwitch const& provisioning) {
   return Kel::String("provisioning is ") + (provisioning.on ? "on" : "off") + ": " + provisioning.reason;
 }
 
-ProvisioningSwitch provisioningAtBoot(Kel::String const& runDirectory) {
+ProvisioningSwitch provisioningAtBoot(Kel::String const& runDirectory, Reading reading) {
   Kel::BootMemory const mark(runDirectory + "/disabled-for-this-boot", Kel::BootMemory::inNamespace("uts"));
   Kel::String const startupConfig = ZeroTouch::filePathFromFSRoot(ZeroTouch::defaultStartupConfigPath);
-  bool const disabledOnce = consumeDisableEntry(mark) || mark.contents().has_value();
+  bool const disabledOnce = findDisableEntry(mark, reading) || mark.contents().has_value();
   if (std::filesystem::exists(startupConfig))
     return {false, "there is a startup configuration, " + startupConfig};
   if (disabledOnce) return {false, "it was switched off for this boot"};

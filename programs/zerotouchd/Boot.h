@@ -16,10 +16,13 @@ struct ProvisioningSwitch {
 // A sentence for people, with the reason.
 Kel::String stringValue(ProvisioningSwitch const& provisioning);
 
+// Whether what counts for one boot is consumed by looking at it.
+enum class Reading { consumes, only };
+
 // Off when there is a startup configuration on flash, and off for one boot when the settings file says
-// DISABLE=NextReload. That entry is consumed here; a mark in `runDirectory`, which names this boot, keeps
-// provisioning off when the host is started again within it.
-ProvisioningSwitch provisioningAtBoot(Kel::String const& runDirectory);
+// DISABLE=NextReload. That entry is consumed here, unless it is only read; a mark in `runDirectory`, which
+// names this boot, keeps provisioning off when the host is started again within it.
+ProvisioningSwitch provisioningAtBoot(Kel::String const& runDirectory, Reading reading = Reading::consumes);
 
 // The mark that a run of this boot has come to stateShutdown. A host that is started again before the system
 // has reloaded neither begins another run nor undoes anything, but sees to the reload.

@@ -24,6 +24,13 @@ void checkDhcpClient(HostConfig const& config) {
   if (counts) checkProgram(shimsClient, real);
 }
 
+std::vector<Kel::String> dhcpClients(HostConfig const& config) {
+  if (!config.dhcpClient.empty()) return {config.dhcpClient};
+  char const* const real = std::getenv(shimsClient);
+  if (real != nullptr && *real != '\0') return {real};
+  return {"/sbin/dhclient", "/usr/sbin/dhclient"};
+}
+
 void exportDhcpClient(HostConfig const& config) {
   if (!config.dhcpClient.empty()) setenv(shimsClient, config.dhcpClient.c_str(), 1);
   if (std::getenv(agentsClient) != nullptr) return;

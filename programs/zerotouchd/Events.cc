@@ -1,10 +1,30 @@
 #include "programs/zerotouchd/Events.h"
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <array>
+#include <cstdlib>
 #include <ctime>
 #include <iostream>
+#include <sstream>
 
-void say(std::string const& text) { std::cerr << "zerotouchd: " << text << std::endl; }
+bool isInJournal() {
+  // The variable names the device and the inode of the stream; children that have another one inherit it too.
+  static bool const answer = [] {
+    char const* const stream = std::getenv("JOURNAL_STREAM");
+    struct stat error {};
+    if (stream == nullptr || fstat(STDERR_FILENO, &error) != 0) return false;
+    return stream == std::to_string(error.st_dev) + ":" + std::to_string(error.st_ino);
+  }();
+  return answer;
+}
+
+void say(std::string const& text, unsigned priority) {
+  std::istringstream lines(text);
+  std::string const prefix = isInJournal() ? "<" + std::to_string(priority) + ">" : "zerotouchd: ";
+  for (std::string line; std::getline(lines, line);) std::cerr << prefix << line << std::endl;
+}
 
 void printEvent(Kel::LogEvent const& event) {
   auto const seconds = static_cast<std::time_t>(event.time);
@@ -14,6 +34,7 @@ void printEvent(Kel::LogEvent const& event) {
   std::strftime(time.data(), time.size(), "%F %T", &local);
   std::cerr << time.data() << " " << event.name << ": " << event.message << std::endl;
 }
+
 EventRing::EventRing() : sink_(Kel::logSinkIs([this](Kel::LogEvent const& event) { add(event); })) {}
 
 EventRing::~EventRing() { Kel::logSinkDel(sink_); }

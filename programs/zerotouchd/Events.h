@@ -6,8 +6,12 @@
 #include "platform/kel/Log.h"
 #include "platform/model/log.h"
 
-// A line of the host's own on its standard error.
-void say(std::string const& text);
+// What the host says itself, on its standard error, line by line. The journal learns the priority of each
+// line, on the scale of syslog.
+void say(std::string const& text, unsigned priority = 6);
+
+// Whether the service manager keeps our standard error in its journal.
+bool isInJournal();
 
 // A log sink for hosts without a service manager that keeps their standard error.
 void printEvent(Kel::LogEvent const& event);

@@ -13,6 +13,7 @@
 #include "platform/linux/Adapter.h"
 #include "platform/statebase/InitialValues.h"
 #include "programs/zerotouchd/DhcpClient.h"
+#include "programs/zerotouchd/Notices.h"
 #include "zerotouch/agent/Policy.h"
 
 namespace {
@@ -42,7 +43,7 @@ Host::Host(HostConfig config, std::string initialValues, bool openTree)
   listenToSignals();
   Kel::logSinkIs(Kel::logToSystem);
   // When the service manager keeps our standard error in the journal, each event would stand there twice.
-  if (std::getenv("JOURNAL_STREAM") == nullptr) Kel::logSinkIs(printEvent);
+  if (!isInJournal()) Kel::logSinkIs(printEvent);
   // The agent starts children while it is made, and these need the socket.
   serve();
   children_.emplace(config_.runDirectory);
@@ -109,6 +110,7 @@ void Host::decideProvisioning() {
                                    reloadMark_->path()}
           : provisioningAtBoot(config_.runDirectory);
   say(stringValue(provisioning));
+  if (!provisioning.on) offBecause_ = provisioning.reason;
   entities_.config->enabledIs(provisioning.on);
   applyInitialValues();  // once more, since the file may set what was decided here
 }
@@ -119,6 +121,7 @@ void Host::startAgent() {
   tree_.mount("/zerotouch/sm", agent_->ztSm(), Statebase::Access::readOnly);
   history_.machineIs(agent_->ztSm());
   reloadMark_->follow(agent_->ztSm());
+  if (!offBecause_.empty() && !entities_.config->enabled()) provisioningOff.log(offBecause_);
   if (!reloadMark_->left()) return;
   entities_.reloadConfig->reasonIs("ZTP RELOAD");
   entities_.reloadConfig->reloadTimeIs(Kel::now());

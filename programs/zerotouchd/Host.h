@@ -50,6 +50,7 @@ class Host {
   std::optional<Statebase::Server> server_;
   std::optional<Children> children_;
   std::optional<ReloadMark> reloadMark_;
+  Kel::String offBecause_;  // why provisioning was off at the start; empty when it was on
   std::unique_ptr<Linux::Adapter> platform_;
   Kel::Ptr<ZeroTouch::AgentCreatorModel> agent_;
 };

@@ -2,9 +2,11 @@
 #include <CLI/CLI.hpp>
 #include <iostream>
 
+#include "platform/kel/Format.h"
 #include "platform/kel/Trace.h"
 #include "platform/linux/system/LogHostApplier.h"
 #include "platform/statebase/InitialValues.h"
+#include "programs/zerotouchd/Check.h"
 #include "programs/zerotouchd/DhcpClient.h"
 #include "programs/zerotouchd/Host.h"
 
@@ -23,21 +25,29 @@ struct Options {
   bool settle = false;
 };
 
-HostConfig configOf(Options const& options) {
-  return readHostConfig(options.config, options.config != defaultConfigPath);
+constexpr unsigned errorPriority = 3;
+
+HostConfig configOf(Options const& options, TomlFiles* files = nullptr) {
+  return readHostConfig(options.config, options.config != defaultConfigPath, files);
 }
 
+// Says what the host would do, and what is wrong: with the files, or with them on this system.
 int check(Options const& options) try {
-  HostConfig const config = configOf(options);
+  TomlFiles files;
+  HostConfig const config = configOf(options, &files);
   checkDhcpClient(config);
   loadAgent(config.library);
-  std::cout << options.config << ": ok" << std::endl;
-  return 0;
+  auto const [text, mistakes] = forecast(config, files);
+  for (auto const& file : files.files) std::cout << Kel::printable(file) << ": ok\n";
+  if (files.files.empty()) std::cout << options.config << ": no such file, so the built-in values count\n";
+  std::cout << "\n" << text << std::flush;
+  for (auto const& mistake : mistakes) say(mistake, errorPriority);
+  return mistakes.empty() ? 0 : exitFailed;
 } catch (BadInput const& error) {
-  say(error.what());
+  say(error.what(), errorPriority);
   return exitBadInput;
 } catch (std::runtime_error const& error) {
-  say(error.what());
+  say(error.what(), errorPriority);
   return exitFailed;
 }
 
@@ -74,9 +84,11 @@ int main(int argc, char** argv) {
       "--open-tree", options.openTree,
       "Let root write every entity from outside, for tests and for trying things out; never on a switch");
   app.add_flag("--check", options.check,
-               "Only say whether the configuration is right: exit code 0, or else 1");
+               "Only say what the configuration would do here: exit code 0 when it is right, 1 when it does "
+               "not fit to this system, 2 when it is wrong");
   app.add_flag("--settle", options.settle,
                "Only take back what the last boot has left behind: DISABLE=NextReload, and the log servers");
+  app.set_version_flag("--version", "zerotouchd " ZEROTOUCH_VERSION, "Print the version and exit");
   try {
     app.parse(argc, argv);
   } catch (CLI::ParseError const& error) {
@@ -87,13 +99,13 @@ int main(int argc, char** argv) {
     if (options.settle) return settle(options);
     return run(options);
   } catch (BadInput const& error) {
-    say(error.what());
+    say(error.what(), errorPriority);
     return exitBadInput;
   } catch (Statebase::InitialValuesError const& error) {
-    say(error.what());
+    say(error.what(), errorPriority);
     return exitBadInput;
   } catch (std::exception const& error) {
-    say(error.what());
+    say(error.what(), errorPriority);
     return exitFailed;
   }
 }

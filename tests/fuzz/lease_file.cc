@@ -10,11 +10,11 @@ void fuzz(std::string_view input) {
 
   std::string const lines = "\n" + std::string(input);
   std::size_t const last = lines.rfind("\ndefault-duid ");
-  forgetLeases(file.path().c_str());
+  forgetLeases(file.path().c_str(), {});
   std::string const kept = file.read();
   KEL_ASSERT(kept.empty() == (last == lines.npos), "an identifier, if there was one");
   KEL_ASSERT(kept.empty() || lines.compare(last + 1, kept.size(), kept) == 0, "the last one");
   KEL_ASSERT(kept.empty() || kept.ends_with('\n') || lines.ends_with(kept), "to the end of its line");
-  forgetLeases(file.path().c_str());
+  forgetLeases(file.path().c_str(), {});
   KEL_ASSERT(file.read() == kept, "nothing more to forget");
 }

@@ -118,12 +118,12 @@ def test_the_host_remembers_what_happened_and_why(host):
         ("stateInit", "the host has started"), ("stateSetupInterfaces", "provisioning is enabled"),
         ("stateDhcpQuery", "the ports are set up"), ("stateSetupSystemIdentity", "DHCP has named a boot file on Ethernet1"),
         ("stateFetchConfig", "what DHCP brought is active")]
-    assert ("stateRetryFetchConfig", "the download has failed: Couldn't connect to server") in states
-    assert states[-2:] == [("stateRetry", "the download has failed too often: Couldn't connect to server"),
+    assert ("stateRetryFetchConfig", "the download has failed: 127.0.0.1 refuses the connection") in states
+    assert states[-2:] == [("stateRetry", "the download has failed too often: 127.0.0.1 refuses the connection"),
                            ("stateDhcpQuery", "the DHCP results of the attempt have not gone in time")]
     failure = json.loads(host.cli("status", "--json"))["lastFailure"]
     assert (failure["state"], failure["cause"], failure["port"], failure["url"]) == (
-        "stateRetryFetchConfig", "the download has failed too often: Couldn't connect to server", "Ethernet1",
+        "stateRetryFetchConfig", "the download has failed too often: 127.0.0.1 refuses the connection", "Ethernet1",
         "http://127.0.0.1:9/" + HOSTILE)
     ended = {timer["name"]: timer["ranOut"] for timer in report["timers"] if timer["ended"] >= timer["started"]}
     assert ended == {"InterfacesSetupTimer": True, "DhclientQueryTimer": False, "SystemIdentitySetupTimer": False,
@@ -188,12 +188,26 @@ def test_narrow_terminals_and_colours(host):
     assert "\x1b" not in on_terminal(host, "events", NO_COLOR="1")[0] + shell(host, "zerotouch events").stdout
 
 
+def test_who_sits_at_a_terminal_is_asked_before_the_switch_reloads(host):
+    drawn = shell(host, "echo n | script -qec 'exec zerotouch cancel' /dev/null")
+    assert drawn.returncode == 1
+    assert "Go on? [y/N] " in drawn.stdout and "zerotouch: nothing was changed" in drawn.stdout
+    assert host.get("/zerotouch/config/cancelled") is False
+
+
+def test_our_own_warnings_always_say_what_to_do():
+    events = json.loads(subprocess.run([PROGRAM, "explain", "--json"], capture_output=True, text=True, check=True).stdout)
+    own = [event for event in events if not event["name"].startswith("ZTP_") and event["severity"] <= 4]
+    assert len(own) > 20
+    assert [event["name"] for event in own if "no action" in event["action"].lower()] == []
+
+
 @pytest.mark.skipif(os.geteuid() != 0, reason="only root can be somebody else")
 def test_who_may_not_use_the_socket_is_told(host):
     environment = {"STATEBASESOCKNAME": str(host.socket), "LD_LIBRARY_PATH": str(BUILD / "lib")}
     refused = subprocess.run([shutil.copy(PROGRAM, host.folder), "status"], capture_output=True, text=True, user=65534,
                              group=65534, extra_groups=[], timeout=60, env=environment)
-    assert refused.returncode == 3
+    assert refused.returncode == 4
     assert refused.stderr == f"zerotouch: you may not open {host.socket}: that is for root and the group 'root'\n"
 
 

@@ -2,6 +2,7 @@
 import json
 import os
 import pathlib
+import struct
 
 import pytest
 
@@ -9,7 +10,8 @@ from conftest import brought_up, ended_well
 from lab.capture import Capture
 from lab.host import timers
 from lab.polling import wait_for
-from lab.switch_lab import FILE_SERVERS, Lab
+from lab.server_side import FILE_SERVERS
+from lab.switch_lab import Lab
 
 SILENT = "http://{server}:8080/silent"  # the download goes on for as long as a test looks at it
 TIMES = {"INETRFACESSETUP": 1, "DHCLIENTQUERY": 2, "STATELESSDHCLIENTQUERY": 1.5, "RETRY": 1}
@@ -153,6 +155,21 @@ def test_a_quick_server_that_is_wrong_does_not_keep_the_switch_from_a_right_one(
     switch.host.config.write_text(switch.host.config_text)
 
 
+@pytest.mark.parametrize("quicker", ["before", "with"])
+def test_a_server_without_a_boot_file_does_not_hide_another(switch, quicker):
+    """Whether the other one comes later, or is there from the start and slower."""
+    switch.serve("dhcpv4-no-bootfile", ports=[2])
+    if quicker == "before":
+        switch.host.boot_again()
+        wait_dhcp(switch, {(2, "DHCPv4"): ("asks", "BOUND", "-", NO_BOOT_FILE)})
+    switch.server.ip("address", "replace", "10.99.0.1/24", "dev", "p2")
+    switch.serve("dhcpv4-slower", ports=[2], name="slower")
+    if quicker == "with":
+        switch.host.boot_again()
+    wait_provisioned(switch)
+    assert "DHCPREQUEST(p2) 10.99.0." in switch.processes.log("slower").read_text()
+
+
 def test_messages_carry_who_asks(switch):
     identity = b"Ostrel;LAB-SWITCH;LAB0001"
     enterprise = bytes.fromhex("00007ed9 0001") + len(identity).to_bytes(2, "big") + identity
@@ -163,5 +180,7 @@ def test_messages_carry_who_asks(switch):
     discover, _ = captures[0].message(67, 1)
     assert (discover[60], discover[61]) == (identity, bytes.fromhex("020000000001"))
     for capture, kind in zip(captures, (1, 11)):
-        assert capture.message(547, kind)[0][17] == enterprise
+        options, _ = capture.message(547, kind)
+        assert (options[1], options[17]) == (bytes.fromhex("00030001 020000000001"), enterprise)
+        assert {59, 82, 83, 32} <= {*struct.unpack(f"!{len(options[6]) // 2}H", options[6])}
         capture.close()

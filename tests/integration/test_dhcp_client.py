@@ -67,12 +67,17 @@ def start_shim(folder, *arguments, wrapper=()):
     return process, int(pid), passed
 
 
-def test_the_shim_becomes_the_client_and_goes_with_its_parent(fake):
-    arguments = ["-d", "--ignore-preinit", "-4", "-lf", str(fake / "leases"), "--ignore-preinit", "et1"]
+@pytest.mark.parametrize("family, more, kept", [
+    ("-4", [], ""), ("-6", ["-D", "LL"], "default-duid 0:3:0:1:02:00:00:00:00:01;\n")])
+def test_the_shim_becomes_the_client_and_goes_with_its_parent(fake, family, more, kept):
+    leases, config = fake / "leases", fake / "config"
+    leases.write_text("lease { of an earlier attempt }\n" + 'default-duid "with a time";\n' * len(more))
+    config.write_text("send dhcp-client-identifier 02:00:00:00:00:01;\n")
+    arguments = ["-d", "--ignore-preinit", family, "-cf", str(config), "-lf", str(leases), "--ignore-preinit", "et1"]
     process, pid, passed = start_shim(fake, *arguments)
-    assert (pid, passed) == (process.pid, ["-d", "-4", "-lf", str(fake / "leases"), "et1", "-e",
-                                           f"ZEROTOUCH_LEASES={fake / 'leases'}"])
-    assert (fake / "leases").read_bytes() == b""
+    assert (pid, passed) == (process.pid, ["-d", family, "-cf", str(config), "-lf", str(leases), "et1", *more, "-e",
+                                           f"ZEROTOUCH_LEASES={leases}"])
+    assert leases.read_text() == kept
     (fake / "end").touch()
     assert process.wait(LIMIT) == 7
 
@@ -116,6 +121,22 @@ def test_the_next_client_waits_for_a_late_release_and_its_report_but_not_for_eve
     assert query.communicate(timeout=LIMIT) == (None, complaint)
     assert log.read_text() == "release\n" + "report\n" * reported + "query\n"
     (fake / "reported").touch()
+
+
+def test_servers_without_a_boot_file_are_passed_over_once_and_with_those_that_follow_them(fake):
+    """Each step: what the hook notes of a query, and what the configuration of the next one adds."""
+    (fake / "config").write_text("template\n")
+    (fake / "client").write_text('#!/bin/sh\nwhile [ "$1" != -cf ]; do shift; done\ncat "$2" >seen\n')
+    reject = 'interface "et1" {{ reject {}; }}\n'.format
+    steps = [("", ""), ("et1 10.0.0.1\net2 10.0.0.9\n", reject("10.0.0.1")),
+             ("et1 10.0.0.2\n", reject("10.0.0.1") + reject("10.0.0.2")), ("", ""), ("et1 }\n", ""),
+             ("".join(f"et1 10.0.0.{i}\n" for i in range(17)), "")]
+    for noted, added in steps:
+        with open(fake / "leases.nameless", "a") as file:
+            file.write(noted)
+        subprocess.run([SHIM, "-4", "-cf", "config", "-lf", "leases", "et1"], cwd=fake, check=True, timeout=LIMIT,
+                       env={**os.environ, "ZEROTOUCH_REAL_DHCLIENT": str(fake / "client")})
+        assert (fake / "seen").read_text() == "template\n" + added
 
 
 def test_without_a_client_the_shim_names_what_it_tried(tmp_path):

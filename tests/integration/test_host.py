@@ -1,6 +1,7 @@
 """The agent host and its command line, as an operator meets them."""
 import json
 import os
+import re
 import subprocess
 
 import pytest
@@ -20,6 +21,7 @@ def test_a_cancelled_system_stays_off_for_one_boot(host, socket_elsewhere):
     for _ in range(2):  # the second host of the same boot finds the entry consumed, and stays off all the same
         host.start(initial_values=READY)
         assert "provisioning is off" in host.output()
+        assert host.events() == ["ZTP_CANCEL", "PROVISIONING_OFF"]
         assert host.get("/zerotouch/config/enabled") is False
         host.stop()
         assert (host.flash / "zerotouch-config").read_text() == "KEEP=me\n"
@@ -33,16 +35,16 @@ def test_a_cancel_that_was_noted_while_disabled_does_not_keep_cancel_from_cancel
     watch = subprocess.Popen([BUILD / "bin" / "zerotouch", "--socket", host.socket, "watch", "--until", "stateShutdown"],
                              stdout=subprocess.PIPE, text=True)
     seen = [watch.stdout.readline()]
-    assert host.cli("disable") == "Provisioning is disabled; the state is stateInit.\n"
+    assert host.cli("disable") == "Provisioning is disabled; it is at rest (stateInit).\n"
     for attribute in ("cancelled", "enabled"):
         host.cli("set", f"/zerotouch/config/{attribute}", "true")
     wait_for(lambda: host.get("/zerotouch/sm/currentState") != "stateInit", "a run")
-    assert host.cli("cancel") == "Provisioning is cancelled, and the system reloads without it; the state is stateShutdown.\n"
+    assert host.cli("cancel") == "Provisioning is cancelled, and the system reloads without it; it is reloading (stateShutdown).\n"
     for verb in ("enable", "disable", "cancel"):
         assert "the run has ended" in host.cli(verb, code=1)
     seen += watch.communicate(timeout=60)[0].splitlines(keepends=True)
     states = json.loads(host.cli("report", "--json"))["states"]
-    assert [line[21:] for line in seen] == [f"{state['state']}: {state['reason']}\n" for state in states][-len(seen):]
+    assert [re.sub(r"^.*\((state\w+)\)", r"\1", line) for line in seen] == [f"{state['state']}: {state['reason']}\n" for state in states][-len(seen):]
     assert len(seen) > 3, "no state was missed, however short it was"
 
 

@@ -282,6 +282,7 @@ void World::handleState() {
           "an attempt has failed without an event that says why: " + sm().transitionReason());
   require(!failed || (sm().lastFailureState() == last_ && sm().lastFailureTime() == Kel::now()),
           "the failure is not kept");
+  require(!failed || !sm().whatToDo().empty(), "nobody is told what to do: " + sm().transitionReason());
   if ((now & (State::stateDhcpQuery | State::stateSetupSystemIdentity | State::stateFetchConfig |
               State::stateCopyConfigOrExecScript)) != State::stateInvalid)
     warned_ = false;

@@ -105,7 +105,8 @@ TEST_F(CommandLine, PortsTellWhetherTheyTakePartAndWhyNot) {
   machine->dhclientReleasesIs(true);
   machine->choosenIntfIs(record);
   machine->chosenAnswerIs(Kel::makePtr<ZeroTouch::ChosenAnswer>(
-      ZeroTouch::AnswerFamily::dhcpv6, dhcpStatus->intfDhcp6Status("et1/1"), "http://h/\033c", "http", ""));
+      ZeroTouch::AnswerFamily::dhcpv6, dhcpStatus->intfDhcp6Status("et1/1"), "http://h/\033c", "http", "",
+      ZeroTouch::Problem::none));
   time.advance(12);
   expectTranscript("ports.txt");
   EXPECT_NE(run("ports --json").find("\"nextSpeed\": \"40g\""), std::string::npos);

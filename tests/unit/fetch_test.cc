@@ -12,6 +12,7 @@
 #include "tests/unit/support/Transcript.h"
 #include "zerotouch/fetch/BootFile.h"
 #include "zerotouch/fetch/CurlTransfer.h"
+#include "zerotouch/fetch/DownloadEnd.h"
 #include "zerotouch/fetch/Install.h"
 
 namespace {
@@ -36,6 +37,15 @@ TEST(RequestHeaders, say_who_asks) {
   EXPECT_EQ(ZeroTouch::requestHeaders(*Wire::EthAddr::fromString("02:1A:B3:0A:0B:0C"), root,
                                       etc.path("/version"), etc.path("/arch")),
             expected);
+}
+
+TEST(Download, knows_the_host_of_a_url) {
+  for (auto const& [url, host] : Cases{{"http://u:p@h.example:80/a@b:c", "h.example"},
+                                       {"https://[2001:db8::1]:443?x", "[2001:db8::1]"},
+                                       {"tftp://[half", "[half"},
+                                       {"://", ""},
+                                       {"h", "h"}})
+    EXPECT_EQ(ZeroTouch::hostOf(url), host);
 }
 
 class Fetch : public AgentTest {

@@ -84,8 +84,27 @@ TEST_F(InstalledConfigTest, RefusesWhatWouldHangOverflowOrReachATerminal) {
                              {":2: unknown key 'a'", chain(4'096)}});
   for (auto const& [expected, text] : cases)
     EXPECT_TRUE(refused(text).starts_with(expected)) << text.substr(0, 80) << "\n" << refused(text);
+  EXPECT_EQ(refused("[install]\nmode = 8\n[a]\n"),
+            ":3: unknown section [a] (known: " + known("[a]") + ")\n" + folder_.path("/platform.toml") +
+                ":2: [install] mode: expected a mode in octal digits, as \"0600\"")
+      << "all mistakes are told at once";
   EXPECT_EQ(read("[system]\nname = \"Zürich\"\n").systemName, "Zürich");
   EXPECT_THROW(readHostConfig(folder_.path(""), true), BadInput) << "which is a folder";
+}
+
+TEST_F(InstalledConfigTest, DropInsCountKeyByKeyInTheOrderOfTheirNames) {
+  folder_.write("/platform.toml.d/20-site.toml", "[ports]\ndevices = [\"et*\"]\n");
+  folder_.write("/platform.toml.d/10-model.toml", "[ports]\ndevices = [\"swp*\"]\n[system]\nname = \"b\"\n");
+  folder_.write("/platform.toml.d/30-old.toml.bak", "[nonsense]\n");
+  auto const config =
+      read("[system]\nname = \"a\"\ncell_type = \"modular\"\n[ports]\ndevices = [\"eth*\"]\n");
+  EXPECT_EQ(config.systemName, "b");
+  EXPECT_EQ(config.cellType, "modular");
+  EXPECT_EQ(config.ports.devices, std::vector<Kel::String>{"et*"});
+  EXPECT_EQ(readHostConfig(folder_.path("/platform.toml"), true).ports, config.ports);
+
+  folder_.write("/platform.toml.d/20-site.toml", "\n[ports]\ndevices = 1\n");
+  EXPECT_EQ(refused(""), ".d/20-site.toml:3: [ports] devices: expected a list");
 }
 
 }  // namespace

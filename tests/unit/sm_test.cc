@@ -8,7 +8,7 @@
 namespace {
 
 std::string const started = "ZTP_INIT: No startup-config found, starting Zero Touch Provisioning";
-std::string const nobodyAsked = "DHCP_NOT_ASKED: No DHCP server could be asked: no port takes part";
+std::string const nobodyAsked = "DHCP_NOT_ASKED: No DHCP server could be asked: there are no ports";
 std::string const reloading = "ZTP_RELOAD: Rebooting the system";
 std::string const waiting =
     "ZTP_STARTUP_FILE_SYNC_TIMEOUT: Waiting on File Replicator to synchronize the startup-config ";
@@ -51,7 +51,8 @@ TEST_F(StateMachine, a_run_without_interfaces_retries_until_the_time_limit) {
   EXPECT_EQ(takeEvents(),
             (Strings{started, nobodyAsked,
                      "ZTP_RETRY: Retrying Zero Touch Provisioning from the beginning (attempt 1)"}));
-  EXPECT_EQ(sm().lastFailureCause(), "no port could be asked for a boot file: no port takes part");
+  EXPECT_EQ(sm().lastFailureCause(), "no port could be asked for a boot file: there are no ports");
+  EXPECT_EQ(sm().lastFailureAttempt(), 1);
   EXPECT_STREQ(std::getenv("SYSNAME"), "sw1");
   time.advance(59.9);
   EXPECT_EQ(sm().retryCount(), 2);

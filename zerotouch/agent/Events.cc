@@ -187,6 +187,15 @@ Kel::LogHandle downloadNotUsable(
     "provisioning starts over.",
     "Check that the flash is there, writable and not full.", interval, burst, 0);
 
+Kel::LogHandle configDoubtful("CONFIG_DOUBTFUL", warning,
+                              "The startup configuration from %s is hardly the one that was meant: %s",
+                              "Whatever a server sends with a good status is installed, also a page that "
+                              "asks for a login, and what comes "
+                              "with a redirect, which is not followed.",
+                              "Let the URL lead to the configuration itself. Replace or remove the file that "
+                              "was installed, and reload.",
+                              interval, burst, 0);
+
 Kel::LogHandle dhclientConfigCut(
     "DHCP_CONFIG_NOT_WRITTEN", error, "No room for the DHCP client's configuration %s",
     "The next query asks without what the file says, so that no answer is likely to "

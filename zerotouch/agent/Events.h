@@ -36,6 +36,7 @@ extern Kel::LogHandle ZTP_INTERFACE_SPEED;  // speed, interfaces
 extern Kel::LogHandle downloadImpossible;  // reason
 extern Kel::LogHandle saveFileIgnored;     // value, reason
 extern Kel::LogHandle downloadNotUsable;   // what failed, with path and reason
+extern Kel::LogHandle configDoubtful;      // URL, why it is hardly meant
 extern Kel::LogHandle dhclientConfigCut;   // path
 extern Kel::LogHandle dhcpNotAsked;        // reason
 extern Kel::LogHandle dhcpResultsLeft;

@@ -28,6 +28,8 @@ namespace ZeroTouch {
 
 namespace {
 
+constexpr int cannotBeRun = 127;
+
 constexpr auto nDefaultEnvVars = static_cast<std::uint32_t>(defaultEnvVars.size());
 
 void append(char** argv, U32Ptr idx, Kel::String const& text) {
@@ -104,6 +106,8 @@ void DhcpClient::childDel() {
 
 bool DhcpClient::start(char** cmdLine, bool releases, std::vector<Kel::String> const& devices,
                        char const* caller) {
+  end_.clear();
+  isMissing_ = false;
   if (cmdLine == nullptr) return false;
   stop(caller);
   if (kind_.releasesIs != nullptr) (sm_.*kind_.releasesIs)(releases);
@@ -127,6 +131,11 @@ bool DhcpClient::ended(char const* caller) {
   auto const process = child_;
   CLIENT_TRACE(5, " - " << kind_.name << " statusCode=" << process->statusCode());
   if (!process->ended()) return false;
+  bool const killed = process->statusCode() == Kel::ChildSiginfo::killed;
+  isMissing_ = !killed && process->exitStatus() == cannotBeRun;
+  end_ = isMissing_ ? "cannot be run"
+         : killed   ? Kel::format("was ended by a signal: %s", strsignal(process->signal()))
+                    : Kel::format("has ended by itself with exit status %d", process->exitStatus());
   childDel();
   return true;
 }

@@ -83,6 +83,10 @@ class DhcpClient {
   void stop(char const* caller);
   // To be called when the status of the process has changed: forgets one that has ended, and says so.
   bool ended(char const* caller);
+  // How the process ended that was started last, as in "has ended with exit status 1"; "" while it runs, and
+  // when it was stopped. Only a client that nobody could run exits with 127.
+  Kel::String const& end() const { return end_; }
+  bool isMissing() const { return isMissing_; }
 
   // A command line to ask on `devices`, announced by an event; null when there are none. With `openSlot` the
   // device is left for the caller to write there.
@@ -107,6 +111,8 @@ class DhcpClient {
   Kel::Reactor childStatus_;
   bool configCut_ = false;
   std::set<Kel::String> rejected_;
+  Kel::String end_;
+  bool isMissing_ = false;
 };
 
 // The three of one state machine.

@@ -126,12 +126,6 @@ void ZeroTouchSm::reportQueryFailure(Kel::LogHandle& event) {
   queryFailureReported_ = true;
 }
 
-Kel::String ZeroTouchSm::whyNobodyIsAsked() const {
-  if (intfStatus().empty()) return "no port takes part";
-  if (dhcpDevices().empty() && intfStatus6().empty()) return "no port has a link";
-  return "the DHCP clients have ended by themselves";
-}
-
 // Router advertisements tell how each network hands out its addresses.
 void ZeroTouchSm::selectIntfs6() {
   intfStatus6DelAll();
@@ -155,12 +149,13 @@ void ZeroTouchSm::doStartStatelessDhcpQuery() {
   }
   if (takeBestOffer(true)) return;
   if (queryFailureReported_) {
-    doStateTransition(stateStatelessDhcpQuery(), stateRetry(), TransitionCause::noBootFile);
+    doStateTransition(stateStatelessDhcpQuery(), stateRetry(),
+                      {TransitionCause::noBootFile, whyNoBootFile()});
     return;
   }
-  Kel::String const reason = whyNobodyIsAsked();
-  dhcpNotAsked.log(reason);
-  doStateTransition(stateStatelessDhcpQuery(), stateRetry(), {TransitionCause::noPortAsked, reason});
+  Trouble const trouble = whyNobodyIsAsked();
+  dhcpNotAsked.log(trouble.text);
+  doStateTransition(stateStatelessDhcpQuery(), stateRetry(), {TransitionCause::noPortAsked, trouble});
 }
 
 bool ZeroTouchSm::askNextStatelessIntf() {

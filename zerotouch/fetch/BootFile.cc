@@ -1,5 +1,7 @@
 #include "zerotouch/fetch/BootFile.h"
 
+#include <algorithm>
+#include <cctype>
 #include <optional>
 #include <sstream>
 #include <string_view>
@@ -79,22 +81,36 @@ bool namesHost(std::string_view afterScheme) {
   return !host.empty() && !host.starts_with(':');
 }
 
+bool isKnown(std::string_view scheme) {
+  return scheme == "http" || scheme == "https" || scheme == "ftp" || scheme == "tftp";
+}
+
 }  // namespace
 
 BootFile bootFile(Kel::String const& serverName, Kel::String const& bootFileName) {
-  if (!serverName.empty()) return {"tftp://" + serverName + "/" + bootFileName, "tftp", ""};
+  if (!serverName.empty()) {
+    bool const namesUrl = bootFileName.find("://") != Kel::String::npos;
+    return {"tftp://" + serverName + "/" + bootFileName, "tftp", "",
+            namesUrl ? Problem::serverNameWithUrl : Problem::none};
+  }
   std::size_t const colon = bootFileName.find(':');
-  if (colon == Kel::String::npos) return {"", "", "it is no URL, and the answer names no TFTP server"};
+  if (colon == Kel::String::npos)
+    return {"", "", "it is no URL, and the answer names no TFTP server", Problem::bootFileBare};
   Kel::String const scheme = bootFileName.substr(0, colon);
-  bool const known = scheme == "http" || scheme == "https" || scheme == "ftp" || scheme == "tftp";
-  if (!known) return {"", "", "its scheme is none of http, https, ftp and tftp in lower case"};
+  if (!isKnown(scheme)) {
+    Kel::String lower = scheme;
+    std::ranges::transform(lower, lower.begin(), [](unsigned char c) { return std::tolower(c); });
+    return {"", "", "its scheme is none of http, https, ftp and tftp in lower case",
+            isKnown(lower) ? Problem::bootFileUpperCase : Problem::bootFileScheme};
+  }
   if (!namesHost(std::string_view(bootFileName).substr(colon + 1)))
-    return {"", "", "its scheme is not followed by :// and a host"};
+    return {"", "", "its scheme is not followed by :// and a host", Problem::bootFileNoHost};
   return {bootFileName, scheme, ""};
 }
 
 void ZeroTouchSm::choosenIntfIs(Kel::Ptr<IntfStatus> const& intf) {
   ZeroTouchSmModel::choosenIntfIs(intf);
+  forgetTransfer();  // that was of an earlier answer
   chooseAnswer();
 }
 
@@ -116,7 +132,7 @@ void ZeroTouchSm::chooseAnswer() {
 Kel::Ptr<ChosenAnswer> ZeroTouchSm::answerFrom(AnswerFamily family,
                                                Kel::Ptr<IntfDhcpStatus const> const& result) {
   BootFile const file = bootFile(result->serverName(), result->bootFileName());
-  return Kel::makePtr<ChosenAnswer>(family, result, file.url, file.scheme, file.objection);
+  return Kel::makePtr<ChosenAnswer>(family, result, file.url, file.scheme, file.objection, file.problem);
 }
 
 Cause ZeroTouchSm::doTryFetchConfigFromServer() {
@@ -128,7 +144,7 @@ Cause ZeroTouchSm::doTryFetchConfigFromServer() {
     Kel::String const shown = Grammar::withoutPasswords(name);
     SM_TRACE(1, " - No URL in bootfile-name " << shown);
     bootFileUnusable.log(shown, answer->objection());
-    return {TransitionCause::bootFileNotUrl, shown + ": " + answer->objection()};
+    return {TransitionCause::bootFileNotUrl, {answer->problem(), shown + ": " + answer->objection()}};
   }
   option67UriIs(answer->url());
   option67UriIsHttpIs(answer->scheme() == "http" || answer->scheme() == "https");
@@ -136,7 +152,7 @@ Cause ZeroTouchSm::doTryFetchConfigFromServer() {
   doTryFetchUri();
   if (!curlTransferDone()) return TransitionCause::downloadNotStarted;  // unless it runs
   if (!curlSuccess()) reportFailedDownload();
-  return {TransitionCause::downloadRefusedAtOnce, curlErrorStr()};
+  return {TransitionCause::downloadRefusedAtOnce, {downloadProblem_, downloadOutcome()}};
 }
 
 Kel::String ZeroTouchSm::shownUri() const { return Grammar::withoutPasswords(option67Uri()); }

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "platform/kel/Types.h"
+#include "platform/model/agent.h"
 #include "platform/model/entitymib.h"
 
 namespace ZeroTouch {
@@ -12,6 +13,8 @@ struct BootFile {
   Kel::String url;        // empty when there is an objection
   Kel::String scheme;     // "http", "https", "ftp" or "tftp"
   Kel::String objection;  // why the name is no URL that can be downloaded; empty when it is one
+  // What is wrong with the name; also that a TFTP server was named with a URL, which then names a file there.
+  Problem problem = Problem::none;
 };
 
 // A server name means TFTP. Without one the boot file's name is the URL, when its scheme is, to the letter,

@@ -80,11 +80,11 @@ Curl const* Curl::load() {
   bool const complete =
       library != nullptr && find(curl.easyInit, "curl_easy_init") &&
       find(curl.multiInit, "curl_multi_init") && find(curl.easySetopt, "curl_easy_setopt") &&
-      find(curl.multiAddHandle, "curl_multi_add_handle") && find(curl.multiPerform, "curl_multi_perform") &&
-      find(curl.multiFdset, "curl_multi_fdset") && find(curl.multiInfoRead, "curl_multi_info_read") &&
-      find(curl.easyStrerror, "curl_easy_strerror") && find(curl.slistAppend, "curl_slist_append") &&
-      find(curl.slistFreeAll, "curl_slist_free_all") && find(curl.multiCleanup, "curl_multi_cleanup") &&
-      find(curl.easyGetinfo, "curl_easy_getinfo") && find(curl.getdate, "curl_getdate") &&
+      find(curl.easyGetinfo, "curl_easy_getinfo") && find(curl.multiAddHandle, "curl_multi_add_handle") &&
+      find(curl.multiPerform, "curl_multi_perform") && find(curl.multiFdset, "curl_multi_fdset") &&
+      find(curl.multiInfoRead, "curl_multi_info_read") && find(curl.easyStrerror, "curl_easy_strerror") &&
+      find(curl.slistAppend, "curl_slist_append") && find(curl.slistFreeAll, "curl_slist_free_all") &&
+      find(curl.multiCleanup, "curl_multi_cleanup") && find(curl.getdate, "curl_getdate") &&
       find(curl.easyCleanup, "curl_easy_cleanup");
   if (complete) return &curl;
   char const* const reason = dlerror();
@@ -132,6 +132,11 @@ std::FILE* openDownload(char const* path, Kel::String& failure) {
   return nullptr;
 }
 
+void noteUnwritable(CurlTransfer& transfer, int error) {
+  transfer.failure = Kel::format("cannot write %s: %s", transfer.outFileName, std::strerror(error));
+  transfer.problem = Problem::noRoomForDownload;
+}
+
 std::size_t curlWriteCB(void* buf, std::size_t size, std::size_t n, void* data) {
   auto* const cd = static_cast<CurlTransfer*>(data);
   KEL_ASSERT(cd, "cd");
@@ -142,20 +147,22 @@ std::size_t curlWriteCB(void* buf, std::size_t size, std::size_t n, void* data) 
   if (cd->output == nullptr) {
     KEL_ASSERT(cd->outFileName, "cd->outFileName");
     cd->output = openDownload(cd->outFileName, cd->failure);
+    if (cd->output == nullptr) cd->problem = Problem::noRoomForDownload;
     if (cd->output == nullptr) return static_cast<std::size_t>(-1);
   }
   keepFirstBytes(*cd, body);
   if (body.size() > cd->maxBytes - cd->byteCount) {
     cd->failure = Kel::format("the file is larger than the limit of %u bytes", cd->maxBytes);
+    cd->problem = Problem::fileTooLarge;
     return 0;
   }
   if (cd->resumable && cd->promised.bytes != 0 && cd->byteCount + body.size() > cd->promised.bytes) {
     cd->failure = Kel::format("the file is larger than the %u bytes that were announced", cd->promised.bytes);
+    cd->problem = Problem::downloadOther;
     return 0;
   }
   std::size_t const written = std::fwrite(body.data(), 1, body.size(), cd->output);
-  if (written < body.size())
-    cd->failure = Kel::format("cannot write %s: %s", cd->outFileName, std::strerror(errno));
+  if (written < body.size()) noteUnwritable(*cd, errno);
   cd->byteCount += static_cast<std::uint32_t>(written);
   cd->movedTime = Kel::now();
   KEL_TRACE(traceZeroTouchSm, 8,

@@ -10,6 +10,7 @@
 
 #include "platform/kel/Types.h"
 #include "zerotouch/fetch/HttpAnswer.h"
+#include "zerotouch/sm/Problem.h"
 
 namespace ZeroTouch {
 
@@ -19,6 +20,7 @@ struct Curl {
   decltype(&::curl_easy_init) easyInit = nullptr;
   decltype(&::curl_multi_init) multiInit = nullptr;
   decltype(&::curl_easy_setopt) easySetopt = nullptr;
+  decltype(&::curl_easy_getinfo) easyGetinfo = nullptr;
   decltype(&::curl_multi_add_handle) multiAddHandle = nullptr;
   decltype(&::curl_multi_perform) multiPerform = nullptr;
   decltype(&::curl_multi_fdset) multiFdset = nullptr;
@@ -28,7 +30,6 @@ struct Curl {
   decltype(&::curl_slist_free_all) slistFreeAll = nullptr;
   decltype(&::curl_multi_cleanup) multiCleanup = nullptr;
   decltype(&::curl_easy_cleanup) easyCleanup = nullptr;
-  decltype(&::curl_easy_getinfo) easyGetinfo = nullptr;
   decltype(&::curl_getdate) getdate = nullptr;
 
   // Null, after a warning, when the library cannot be loaded; tried again the next time.
@@ -89,6 +90,7 @@ struct CurlTransfer {
   bool stalled = false;
   Kel::Seconds movedTime = 0;  // when bytes of the body came last; at first, of the start
   Kel::String failure;                    // why the body could not be kept; "" if it could
+  Problem problem = Problem::none;        // and what is wrong then
 };
 
 // How long an FTP server may take for a reply: while the transfer runs, which the loop need not wait for, and
@@ -100,6 +102,9 @@ inline constexpr long ftpFarewellTimeoutSeconds = 1;
 // that lies there is written to. Null, and the reason in `failure`, when that cannot be removed (a folder) or
 // the file cannot be made.
 std::FILE* openDownload(char const* path, Kel::String& failure);
+
+// Keeps why the file at outFileName cannot be written, by the number of the error.
+void noteUnwritable(CurlTransfer& transfer, int error);
 
 // libcurl's callbacks. The first keeps the body and returns how much of it was kept: less than it was given,
 // or -1 when the file cannot be opened, ends the transfer. The second looks for the boot image's URL, the

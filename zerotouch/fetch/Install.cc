@@ -1,6 +1,9 @@
 // What becomes of the download: a startup configuration on flash, or a script that is run.
 #include <sys/stat.h>
 
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
 #include <filesystem>
 
 #include "platform/kel/Loop.h"
@@ -28,6 +31,16 @@ bool isWithin(fs::path const& path, fs::path const& folder) {
   std::error_code error;
   auto const relative = fs::relative(path, folder, error);
   return !error && !relative.empty() && *relative.begin() != "..";
+}
+
+bool looksLikeWebPage(char const* path) {
+  constexpr std::size_t enough = 256;
+  auto const start = readStart(path, enough);
+  if (!start) return false;
+  Kel::String text =
+      start->text.substr(std::min(start->text.find_first_not_of(" \t\r\n"), start->text.size()));
+  std::ranges::transform(text, text.begin(), [](unsigned char c) { return std::tolower(c); });
+  return text.starts_with("<!doctype html") || text.starts_with("<html");
 }
 
 }  // namespace
@@ -60,16 +73,17 @@ Kel::String ZeroTouchSm::startupConfigDestination() const {
 Cause ZeroTouchSm::doCopyConfigOrExecScript() {
   if (bytesRead() == 0) {
     ZTP_CONFIG_DOWNLOAD_FAIL.log(shownUri(), "Zero bytes read");
-    return TransitionCause::fileEmpty;
+    return {TransitionCause::fileEmpty,
+            {downloadProblem_, downloadProblem_ == Problem::none ? "" : downloadOutcome()}};
   }
   if (fileIsHashPling()) {
     ZTP_CONFIG_DOWNLOAD_SUCCESS.log("config script", shownUri());
     doExecScript();
     return TransitionCause::none;
   }
-  Kel::String failure;
+  Trouble failure;
   if (!copyFile(configDownloadPath, startupConfigDestination().c_str(), failure)) {
-    downloadNotUsable.log(failure);
+    downloadNotUsable.log(failure.text);
     return {TransitionCause::configNotInstalled, failure};
   }
   fileCopySuccessIs(true);
@@ -77,13 +91,25 @@ Cause ZeroTouchSm::doCopyConfigOrExecScript() {
   return TransitionCause::none;
 }
 
-bool ZeroTouchSm::copyFile(char const* from, char const* to, Kel::String& failure) const {
+bool ZeroTouchSm::copyFile(char const* from, char const* to, Trouble& failure) const {
   SM_TRACE(5, " - Copying " << from << " to " << to);
-  failure =
-      Kel::replaceFileByCopy(to, from, config()->installMode(), [] { Kel::Loop::instance().signOfLife(); });
-  if (failure.empty()) return true;
-  SM_TRACE(1, " - Failed to open file for copying: " << failure);
+  int error = 0;
+  failure.text = Kel::replaceFileByCopy(
+      to, from, config()->installMode(), [] { Kel::Loop::instance().signOfLife(); }, &error);
+  if (failure.text.empty()) return true;
+  failure.problem = error == ENOSPC || error == EDQUOT ? Problem::flashFull : Problem::flashUnwritable;
+  SM_TRACE(1, " - Failed to open file for copying: " << failure.text);
   return false;
+}
+
+// What comes is installed whatever it is, so that what can hardly be meant is at least told.
+Trouble ZeroTouchSm::doubtsAboutConfig() const {
+  Trouble doubt{downloadProblem_, downloadOutcome() + ", whose body this is"};
+  if (looksLikeWebPage(configDownloadPath) && doubt.problem == Problem::none)
+    doubt = {Problem::webPage, "it is a web page"};
+  if (doubt.problem == Problem::none) return {};
+  configDoubtful.log(shownUri(), doubt.text);
+  return doubt;
 }
 
 void ZeroTouchSm::removeUnfinishedCopies() const {

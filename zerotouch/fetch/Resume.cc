@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstring>
 #include <utility>
 
 #include "platform/kel/Format.h"
@@ -29,7 +28,7 @@ void startOver(CurlTransfer& transfer) {
   if (transfer.output == nullptr) return;
   std::rewind(transfer.output);
   if (ftruncate(fileno(transfer.output), 0) != 0)
-    transfer.failure = Kel::format("cannot write %s: %s", transfer.outFileName, std::strerror(errno));
+    noteUnwritable(transfer, errno);
 }
 
 }  // namespace
@@ -79,8 +78,10 @@ void Resume::begin(CurlTransfer& transfer) {
     bool const sameLength = transfer.promised.bytes == 0 || now.bytes == transfer.promised.bytes;
     if (transfer.isHttp && now.validator.empty()) now.validator = transfer.promised.validator;
     bool const sameVersion = now.validator == transfer.promised.validator;
-    if (!goesOn || !sameLength || !sameVersion)
+    if (!goesOn || !sameLength || !sameVersion) {
       transfer.failure = "the server does not go on where the download broke off";
+      transfer.problem = Problem::downloadOther;
+    }
   }
   transfer.promised = now;
 }

@@ -12,6 +12,7 @@
 #include "zerotouch/agent/Events.h"
 #include "zerotouch/fetch/CurlTransfer.h"
 #include "zerotouch/fetch/Install.h"
+#include "zerotouch/fetch/Interpreter.h"
 #include "zerotouch/sm/ProvisioningTimers.h"
 #include "zerotouch/sm/SmTrace.h"
 #include "zerotouch/sm/ZeroTouchSm.h"
@@ -26,6 +27,7 @@ constexpr char const* configScriptStdErrPath = "/var/run/ztp-config-script.stder
 constexpr mode_t ownerMayRun = 0700;
 
 constexpr std::size_t maxOutputBytes = 4'096;
+constexpr int cannotBeRun = 126;  // and from there on: what a program is given that nobody could start
 
 }  // namespace
 
@@ -73,8 +75,11 @@ void ZeroTouchSm::handleScriptChildProcessStatus() {
     Kel::String const output = configScriptOutput();
     if (!output.empty()) error += "Output: " + output;
     ZTP_EXEC_SCRIPT_FAIL.log(error);
-    doStateTransition(stateCopyConfigOrExecScript(), stateRetry(),
-                      {TransitionCause::scriptFailed, Kel::format("exit status %d", script->exitStatus())});
+    Trouble trouble =
+        script->exitStatus() >= cannotBeRun ? interpreterTrouble(configDownloadPath) : Trouble{};
+    Kel::String const status = Kel::format("exit status %d", script->exitStatus());
+    trouble.text = trouble.text.empty() ? status : status + ", " + trouble.text;
+    doStateTransition(stateCopyConfigOrExecScript(), stateRetry(), {TransitionCause::scriptFailed, trouble});
   }
 }
 

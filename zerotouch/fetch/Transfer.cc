@@ -12,6 +12,7 @@
 #include "zerotouch/agent/Events.h"
 #include "zerotouch/agent/Policy.h"
 #include "zerotouch/fetch/CurlTransfer.h"
+#include "zerotouch/fetch/DownloadEnd.h"
 #include "zerotouch/fetch/Resume.h"
 #include "zerotouch/sm/Pacing.h"
 #include "zerotouch/sm/SmTrace.h"
@@ -41,21 +42,23 @@ void setRedirects(CurlTransfer& transfer, Kel::String const& scheme) {
   transfer.curl->easySetopt(transfer.easy, CURLOPT_REDIR_PROTOCOLS_STR, schemes.c_str());
 }
 
-// Why a body that libcurl has taken for complete is no boot file; "" when it may be one.
-Kel::String objection(CurlTransfer const& transfer) {
+// Why a body that libcurl has taken for complete is no boot file; nothing when it may be one.
+Trouble objection(CurlTransfer const& transfer) {
   auto const& rules = *policy()->download();
   auto const& answer = transfer.http;
   if (transfer.isHttp && answer.isRedirect() && rules.redirects() != RedirectPolicy::keep) {
-    if (answer.location.empty()) return "the server redirects, but does not say where to";
-    return "the server redirects to " + Kel::printable(Grammar::withoutPasswords(answer.location)) +
-           ", and redirects are refused";
+    if (answer.location.empty())
+      return {Problem::redirected, "the server redirects, but does not say where to"};
+    return {Problem::redirected, "the server redirects to " +
+                                     Kel::printable(Grammar::withoutPasswords(answer.location)) +
+                                     ", and redirects are refused"};
   }
   if (transfer.isHttp && rules.requireLength() && !answer.tellsEnd)
-    return "the server has said neither how long the file is nor where it ends";
+    return {Problem::transferCut, "the server has said neither how long the file is nor where it ends"};
   if (transfer.resumable && transfer.promised.bytes != 0 && transfer.byteCount != transfer.promised.bytes)
-    return Kel::format("%u bytes have come of the %u that were announced", transfer.byteCount,
-                       transfer.promised.bytes);
-  return "";
+    return {Problem::transferCut, Kel::format("%u bytes have come of the %u that were announced",
+                                              transfer.byteCount, transfer.promised.bytes)};
+  return {};
 }
 
 void setOptions(CurlTransfer& transfer, Kel::String const& url, Kel::String const& scheme, bool proxies) {
@@ -90,6 +93,25 @@ void setOptions(CurlTransfer& transfer, Kel::String const& url, Kel::String cons
   }
 }
 
+TransferFacts factsOf(CurlTransfer const& transfer, Kel::String const& url) {
+  auto const number = [&transfer](CURLINFO what) {
+    long value = 0;
+    transfer.curl->easyGetinfo(transfer.easy, what, &value);
+    return value;
+  };
+  auto const passed = [&transfer](CURLINFO what) {
+    curl_off_t time = 0;
+    transfer.curl->easyGetinfo(transfer.easy, what, &time);
+    return time > 0;
+  };
+  return {.host = hostOf(url),
+          .responseCode = url.starts_with("http") ? number(CURLINFO_RESPONSE_CODE) : 0,
+          .systemError = number(CURLINFO_OS_ERRNO),
+          .resolved = passed(CURLINFO_NAMELOOKUP_TIME_T),
+          .connected = passed(CURLINFO_CONNECT_TIME_T) || transfer.byteCount > 0,
+          .bytes = transfer.byteCount};
+}
+
 }  // namespace
 
 void ZeroTouchSm::TransferEnd::operator()(CurlTransfer* transfer) const { delete transfer; }
@@ -114,9 +136,7 @@ void ZeroTouchSm::doTryFetchUri() {
   curlCBData_->maxBytes =
       static_cast<std::uint32_t>(std::min<std::uint64_t>(config()->maxDownloadSize(), UINT32_MAX));
   setOptions(*curlCBData_, option67Uri(), chosenAnswer()->scheme(), config()->proxyFromEnvironment());
-  if (option67UriIsHttp()) {
-    doBuildCurlHttpHeaders();
-  }
+  if (option67UriIsHttp()) doBuildCurlHttpHeaders();
   if (option67UriIsHttps()) {
     // A switch fresh from the factory knows no authority that could vouch for the server.
     curl->easySetopt(easy, CURLOPT_SSL_VERIFYPEER, 0L);
@@ -139,6 +159,8 @@ void ZeroTouchSm::forgetTransfer() {
   curlTransferDoneIs(false);
   curlSuccessIs(false);
   curlErrorStrIs("");
+  downloadOutcomeIs("");
+  downloadProblem_ = Problem::none;
   fileIsHashPlingIs(false);
   bytesReadIs(0);
   contentLengthIs(0);
@@ -167,6 +189,7 @@ void ZeroTouchSm::endStalledTransfer() {
   if (limit <= 0 || Kel::now() < curlCBData_->movedTime + limit) return;
   curlCBData_->stalled = true;
   curlCBData_->failure = Kel::format("nothing has moved for %g seconds", limit);
+  curlCBData_->problem = Problem::transferSlow;
   doCurlClose();
 }
 
@@ -224,6 +247,9 @@ void ZeroTouchSm::doCheckCurlErrors() {
   curlSuccessIs(result == CURLE_OK);
   curlErrorStrIs(result == CURLE_OK ? "" : cd->curl->easyStrerror(result));
   if (!curlSuccess()) SM_TRACE(1, " - CURL error: " << curlErrorStr());
+  Trouble const end = downloadEnd(result, factsOf(*cd, option67Uri()), curlErrorStr());
+  downloadProblem_ = curlSuccess() ? end.problem : toMend(end).problem;
+  downloadOutcomeIs(end.text);
 }
 
 void ZeroTouchSm::doCurlClose() {
@@ -231,15 +257,21 @@ void ZeroTouchSm::doCurlClose() {
   auto& cd = *curlCBData_;
   // An answer without a body leaves nothing of what came before.
   if (curlSuccess() && cd.resumes && !cd.begun) Resume::begin(cd);
-  if (curlSuccess() && cd.failure.empty()) cd.failure = objection(cd);
+  if (curlSuccess() && cd.failure.empty()) {
+    auto const [problem, text] = objection(cd);
+    cd.failure = text;
+    cd.problem = problem;
+  }
   // The file's last bytes may still wait to be written, and may not fit.
   if (cd.output != nullptr && cd.failure.empty() && std::fflush(cd.output) != 0) {
-    cd.failure = Kel::String("cannot write ") + cd.outFileName + ": " + std::strerror(errno);
+    noteUnwritable(cd, errno);
   }
   if (!cd.failure.empty()) {
     SM_TRACE(1, " - " << cd.failure);
     curlSuccessIs(false);
     curlErrorStrIs(cd.failure);
+    downloadOutcomeIs(cd.failure);
+    downloadProblem_ = cd.problem;
   }
   fileIsHashPlingIs(cd.firstByte == '#' && cd.secondByte == '!');
   bytesReadIs(cd.byteCount);
@@ -248,6 +280,16 @@ void ZeroTouchSm::doCurlClose() {
     pacing_->serverAsksFor(*pause);
   doCurlShutdown();
   curlTransferDoneIs(true);
+}
+
+Trouble ZeroTouchSm::whatTransferWaitsFor() const {
+  return curlCBData_ ? toMend(downloadWaits(factsOf(*curlCBData_, option67Uri()))) : Trouble{};
+}
+
+// Where the URL hardly means what was meant, that is the problem of its failed download too.
+Trouble ZeroTouchSm::toMend(Trouble const& end) const {
+  auto const answer = chosenAnswer();
+  return answer && answer->problem() != Problem::none ? Trouble{answer->problem(), end.text} : end;
 }
 
 // Safe at any time. The watch goes before libcurl closes the socket: its number may be somebody else's next.
@@ -271,7 +313,7 @@ void ZeroTouchSm::handleCurlSockFd() {
     doStateTransition(stateFetchConfig(), stateCopyConfigOrExecScript(), TransitionCause::fileReceived);
   } else {
     doStateTransition(stateFetchConfig(), stateRetryFetchConfig(),
-                      {TransitionCause::downloadFailed, curlErrorStr()});
+                      {TransitionCause::downloadFailed, {downloadProblem_, downloadOutcome()}});
   }
 }
 

@@ -80,7 +80,52 @@ char const* sentence(TransitionCause cause) {
   return "";
 }
 
+Problem problemOf(TransitionCause cause) {
+  switch (cause) {
+    case TransitionCause::noPortAsked:
+      return Problem::noPortTakesPart;
+    case TransitionCause::noBootFile:
+    case TransitionCause::statelessUnanswered:
+    case TransitionCause::statelessTimeout:
+      return Problem::noAnswer;
+    case TransitionCause::identityNotActive:
+      return Problem::addressNotActive;
+    case TransitionCause::addressLost:
+      return Problem::addressLost;
+    case TransitionCause::bootFileNotUrl:
+      return Problem::bootFileBare;
+    case TransitionCause::downloadNotStarted:
+      return Problem::downloadImpossible;
+    case TransitionCause::downloadFailed:
+    case TransitionCause::downloadRefusedAtOnce:
+    case TransitionCause::downloadTriesUsedUp:
+      return Problem::downloadOther;
+    case TransitionCause::downloadTimeout:
+      return Problem::serverSilent;
+    case TransitionCause::fileEmpty:
+      return Problem::fileEmpty;
+    case TransitionCause::configNotInstalled:
+      return Problem::flashUnwritable;
+    case TransitionCause::scriptFailed:
+      return Problem::scriptFailed;
+    case TransitionCause::scriptKilled:
+      return Problem::scriptKilled;
+    case TransitionCause::scriptTimeout:
+      return Problem::scriptSlow;
+    default:
+      return Problem::none;
+  }
+}
+
 }  // namespace
+
+Cause::Cause(TransitionCause why, Kel::String about)
+    : kind(why), argument(std::move(about)), problem(problemOf(why)) {}
+
+Cause::Cause(TransitionCause why, Trouble about)
+    : kind(why),
+      argument(std::move(about.text)),
+      problem(about.problem != Problem::none ? about.problem : problemOf(why)) {}
 
 Kel::String Cause::reason() const {
   if (argument.empty()) return sentence(kind);

@@ -2,13 +2,15 @@
 // command line and the report repeat it.
 #pragma once
 
-#include "platform/model/agent.h"
+#include "zerotouch/sm/Problem.h"
 
 namespace ZeroTouch {
 
 struct Cause {
-  // `about` names what the cause concerns, where there is more to say than its own sentence does.
-  Cause(TransitionCause why, Kel::String about = "") : kind(why), argument(std::move(about)) {}
+  // `about` names what the cause concerns, where there is more to say than its own sentence does. The problem
+  // is that which the kind stands for, unless it is known better.
+  Cause(TransitionCause why, Kel::String about = "");
+  Cause(TransitionCause why, Trouble about);
 
   // The sentence for people, without a full stop: "the download has failed: Couldn't connect to server".
   Kel::String reason() const;
@@ -17,6 +19,7 @@ struct Cause {
 
   TransitionCause kind;
   Kel::String argument;
+  Problem problem;
 };
 
 }  // namespace ZeroTouch

@@ -11,10 +11,6 @@
 
 namespace ZeroTouch {
 
-namespace {
-constexpr std::uint16_t maxConfigFetchTries = 3;
-}
-
 void ZeroTouchSm::doStateTransition(State fromStates, State toState, Cause const& cause) {
   SM_TRACE(9, " - Transitioning from " << stringValue(currentState()) << " to " << stringValue(toState));
   doCancelTimer();
@@ -33,6 +29,7 @@ void ZeroTouchSm::doStateTransition(State fromStates, State toState, Cause const
   transitionCauseIs(cause.kind);
   transitionCauseArgumentIs(cause.argument);
   transitionReasonIs(cause.reason());
+  problem_ = cause.problem;
   if (std::getenv("ZEROTOUCH_FORCE_IMMEDIATE_STATE_TRANSITIONS") != nullptr) {
     nextStateIs(toState);
     return;
@@ -77,13 +74,25 @@ void ZeroTouchSm::enter(State state) {
 // themselves.
 void ZeroTouchSm::noteOutcome(State entered) {
   bool const failed = entered == stateRetry() || entered == stateRetryFetchConfig();
-  bool const succeeded = Cause(transitionCause()).isSuccess();
-  if (!failed && !succeeded) return;
-  auto const answer = failed ? chosenAnswer() : nullptr;
-  lastFailureTimeIs(failed ? Kel::now() : 0);
-  lastFailureStateIs(failed ? currentState() : stateInvalid());
-  lastFailureCauseIs(failed ? transitionReason() : "");
-  lastFailurePortIs(failed && choosenIntf() ? choosenIntf()->intfName() : "");
+  // A run whose time is over ends with its last failure, which stays to be mended.
+  bool const ended = (entered == stateShutdown() && transitionCause() != TransitionCause::runTimeOver) ||
+                     entered == stateInit();
+  bool const begins = entered == stateSetupInterfaces() || entered == stateDhcpQuery();
+  if (failed) noteFailure();
+  if (Cause(transitionCause()).isSuccess()) lastFailureTimeIs(0);
+  if (failed || ended) whatToDoIs(ZeroTouch::whatToDo(problem_));
+  // The first attempt begins with the ports, the others with the query.
+  if (begins && currentState() != stateSetupInterfaces()) attemptIs(attempt() + 1);
+}
+
+void ZeroTouchSm::noteFailure() {
+  auto const answer = chosenAnswer();
+  lastFailureTimeIs(Kel::now());
+  lastFailureStateIs(currentState());
+  lastFailureCauseIs(transitionReason());
+  lastFailureProblemIs(problem_);
+  lastFailureAttemptIs(attempt());
+  lastFailurePortIs(choosenIntf() ? choosenIntf()->intfName() : "");
   lastFailureUrlIs(answer ? Grammar::withoutPasswords(answer->url()) : "");
 }
 
@@ -170,13 +179,13 @@ void ZeroTouchSm::enterFetchConfig() {
 }
 
 void ZeroTouchSm::enterRetryFetchConfig() {
-  if (configFetchTryCounter() < maxConfigFetchTries) {
+  if (configFetchTryCounter() < maxConfigFetchTries()) {
     configFetchTryCounterIs(static_cast<std::uint16_t>(configFetchTryCounter() + 1));
     doStartConfigFetchRetryTimer(configFetchTryCounter());
   } else {
     configFetchTryCounterIs(0);
     doStateTransition(stateRetryFetchConfig(), stateRetry(),
-                      {TransitionCause::downloadTriesUsedUp, curlErrorStr()});
+                      {TransitionCause::downloadTriesUsedUp, {downloadProblem_, downloadOutcome()}});
   }
 }
 
@@ -188,7 +197,7 @@ void ZeroTouchSm::enterCopyConfigOrExecScript() {
   } else if (scriptChildProcess()) {
     doStartScriptExecTimer();
   } else if (fileCopySuccess()) {
-    doCreateGuardFileAndShutdown(TransitionCause::configInstalled);
+    doCreateGuardFileAndShutdown({TransitionCause::configInstalled, doubtsAboutConfig()});
   } else {
     doStateTransition(stateCopyConfigOrExecScript(), stateRetry(), failure);
   }

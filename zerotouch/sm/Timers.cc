@@ -159,7 +159,7 @@ void StatelessDhclientQueryTimer::handleTimerTick() {
   if (ztSm()->askNextStatelessIntf() || ztSm()->takeBestOffer(true)) return;
   ztSm()->reportQueryFailure(ZTP_STATELESS_DHCPv6_QUERY_FAIL);
   ztSm()->doStateTransition(ztSm()->stateStatelessDhcpQuery(), ztSm()->stateRetry(),
-                            TransitionCause::statelessUnanswered);
+                            {TransitionCause::statelessUnanswered, ztSm()->whyNoBootFile()});
 }
 
 void StatelessDhclientQueryTimer::handleTimerStop() {
@@ -167,7 +167,7 @@ void StatelessDhclientQueryTimer::handleTimerStop() {
   if (ztSm()->takeBestOffer(true)) return;
   ztSm()->reportQueryFailure(ZTP_STATELESS_DHCPv6_QUERY_FAIL);
   ztSm()->doStateTransition(ztSm()->stateStatelessDhcpQuery(), ztSm()->stateRetry(),
-                            TransitionCause::statelessTimeout);
+                            {TransitionCause::statelessTimeout, ztSm()->whyNoBootFile()});
 }
 
 void SystemIdentitySetupTimer::handleTimerTick() {
@@ -195,10 +195,12 @@ void SystemIdentitySetupTimer::handleTimerStop() {
 void ConfigFetchTimer::handleTimerTick() { ztSm()->handleCurlSockFd(); }
 
 void ConfigFetchTimer::handleTimerStop() {
+  Trouble const waits = ztSm()->whatTransferWaitsFor();
+  ztSm()->downloadOutcomeIs(waits.text);
   ztSm()->doCurlShutdown();
   ZTP_CONFIG_DOWNLOAD_TIMEOUT.log(ztSm()->shownUri(), timeout());
   ztSm()->doStateTransition(ztSm()->stateFetchConfig(), ztSm()->stateRetry(),
-                            TransitionCause::downloadTimeout);
+                            {TransitionCause::downloadTimeout, waits});
 }
 
 void ConfigFetchRetryTimer::handleTimerStop() {

@@ -257,6 +257,9 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   bool readyToFetchConfigV6() const;
   // The address for which readyToFetchConfig() waits, and its port, for people.
   Kel::String missingAddress() const;
+  // Why a query could not begin, or went on without a client; and why it has brought no boot file.
+  Trouble whyNobodyIsAsked() const;
+  Trouble whyNoBootFile() const;
   // Raises one of the events that say that a query has failed.
   void reportQueryFailure(Kel::LogHandle& event);
   // Takes the best of the answers that have waited; false when there is none. Unless it is the `last` chance,
@@ -297,13 +300,15 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   void doCheckCurlErrors();
   void doCurlClose();
   void doCurlShutdown();
+  // What the transfer that runs is waiting for, once it has taken too long.
+  Trouble whatTransferWaitsFor() const;
 
   // Installs the download or starts it as a script. When it has done neither, an event has said so, and the
   // cause says why.
   Cause doCopyConfigOrExecScript();
   // Replaces the whole file `to`; false, and the reason in `failure`, when that fails. Takes as long as the
   // flash does, and gives the watchdog a sign of life meanwhile.
-  bool copyFile(char const* from, char const* to, Kel::String& failure) const;
+  bool copyFile(char const* from, char const* to, Trouble& failure) const;
   // Removes what a host that was killed while it copied left on the flash.
   void removeUnfinishedCopies() const;
   void doExecScript();
@@ -324,6 +329,7 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   // States.cc
   void enter(State state);
   void noteOutcome(State entered);
+  void noteFailure();
   void enterFetchConfig();
   void enterRetryFetchConfig();
   void enterCopyConfigOrExecScript();
@@ -368,12 +374,13 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   std::vector<Kel::String> dhcpDevices() const;
   void selectIntfs6();
   void rejectServer(Kel::String const& server);
-  Kel::String whyNobodyIsAsked() const;
 
   // fetch/
   void chooseAnswer();
   static Kel::Ptr<ChosenAnswer> answerFrom(AnswerFamily family, Kel::Ptr<IntfDhcpStatus const> const& result);
   void forgetTransfer();
+  Trouble toMend(Trouble const& end) const;
+  Trouble doubtsAboutConfig() const;
   void watchCurlSocket();
   void endStalledTransfer();
   void reportFailedDownload();
@@ -410,7 +417,10 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   Kel::Ptr<Kel::ChildSiginfo const> scriptChildProcess_;
   Kel::Reactor scriptStatus_;
   bool queryFailureReported_ = false;  // by an event, in this attempt
-  bool scriptSignalled_ = false;       // it was asked to end
+  // What is wrong as to the cause of the last change of state, and as to the download that has ended last.
+  Problem problem_ = Problem::none;
+  Problem downloadProblem_ = Problem::none;
+  bool scriptSignalled_ = false;  // it was asked to end
 };
 
 // Whether the interface is a management one, and those are to be left alone.

@@ -46,6 +46,15 @@ Setter commandLine(Linux::CommandLine& target) {
     if (target.front().find('=') != Kel::String::npos) {
       fail(node.source(), "a program cannot have '=' in its name");
     }
+    if (!isCommand(target.front()))
+      fail(node.source(), "'" + target.front() + "' is no program that can be executed");
+  };
+}
+
+Setter libraryName(Kel::String& target) {
+  return [&target](toml::node const& node) {
+    text(target)(node);
+    if (target.find('/') != Kel::String::npos) absolutePath(target)(node);
   };
 }
 
@@ -78,14 +87,14 @@ bool PolicyConfig::operator==(PolicyConfig const& other) const {
   return values(entity) == values(other.entity);
 }
 
-HostConfig readHostConfig(Kel::String const& path, bool mustExist) {
+HostConfig readHostConfig(Kel::String const& path, bool mustExist, TomlFiles* files) {
   HostConfig config;
   config.library = INSTALLED_LIBRARY;
   Sections sections = {
       {"system", {{"name", text(config.systemName)}, {"cell_type", text(config.cellType)}}},
       {"host",
-       {{"run_directory", text(config.runDirectory)},
-        {"library", text(config.library)},
+       {{"run_directory", absolutePath(config.runDirectory)},
+        {"library", libraryName(config.library)},
         {"adapter",
          oneOf<bool>({{"linux", true}, {"none", false}}, [&](bool v) { config.linuxAdapter = v; })},
         {"reload_command", commandLine(config.system.reloadCommand)}}},
@@ -96,19 +105,20 @@ HostConfig readHostConfig(Kel::String const& path, bool mustExist) {
         {"serial_num", text(config.inventory.serialNum)},
         {"hardware_rev", text(config.inventory.hardwareRev)},
         {"system_mac", macAddress(config.inventory.systemMacAddr)},
-        {"eeprom", text(config.inventory.eeprom)}}},
+        {"eeprom", absolutePath(config.inventory.eeprom)}}},
       {"dhcp", {{"client", program(config.dhcpClient)}}},
       {"download",
        {{"proxy", oneOf<bool>({{"environment", true}, {"none", false}},
                               [&](bool v) { config.proxyFromEnvironment = v; })}}},
       {"install", {{"mode", fileMode(config.installMode)}}},
-      {"socket", {{"path", text(config.socketPath)}, {"group", groupName(config.socketGroup)}}},
+      {"socket", {{"path", absolutePath(config.socketPath)}, {"group", groupName(config.socketGroup)}}},
       {"provisioning",
        {{"script_exec_timeout", seconds(config.scriptExecTimeout, false)},
         {"max_run_time", seconds(config.maxRunTime, true)},
         {"max_download_size", bytes(config.maxDownloadSize)}}}};
   for (auto& [name, keys] : policySections(*config.policy.entity)) sections[name].merge(keys);
-  readToml(path, mustExist, sections);
+  auto read = readToml(path, mustExist, sections);
+  if (files != nullptr) *files = std::move(read);
   if (config.socketPath.empty()) config.socketPath = config.runDirectory + "/statebase.sock";
   return config;
 }

@@ -54,6 +54,6 @@ struct HostConfig {
   bool operator==(HostConfig const&) const = default;
 };
 
-// Reads the file. A file that is absent gives the built-in values, unless `mustExist`. Throws BadInput
-// (Toml.h).
-HostConfig readHostConfig(Kel::String const& path, bool mustExist);
+// Reads the file and its drop-ins. A file that is absent gives the built-in values, unless `mustExist`.
+// `files`, when given, is set to what was read. Throws BadInput (Toml.h).
+HostConfig readHostConfig(Kel::String const& path, bool mustExist, TomlFiles* files = nullptr);

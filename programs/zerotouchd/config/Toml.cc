@@ -3,8 +3,11 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <filesystem>
+#include <list>
 #include <optional>
+#include <sstream>
 
 #include "platform/kel/Format.h"
 #include "platform/kel/WholeFile.h"
@@ -17,12 +20,18 @@ constexpr std::uintmax_t maxFileBytes = 256 << 10;
 constexpr std::size_t maxDots = 4096;
 constexpr std::size_t maxReason = 1000;  // bytes of a message, which may quote what the file says
 
-// Every message about the file is made here, since it may quote control characters of the file.
-[[noreturn]] void refuse(Kel::String const& message) { throw BadInput(Kel::printable(message, maxReason)); }
-
-[[noreturn]] void fail(Kel::String const& path, std::size_t line, std::string_view reason) {
-  refuse(path + ":" + std::to_string(line) + ": " + Kel::String(reason));
+// Every message about a file is made here, since it may quote control characters of the file.
+Kel::String message(Kel::String const& path, std::size_t line, std::string_view reason) {
+  return Kel::printable(path + ":" + std::to_string(line) + ": " + Kel::String(reason), maxReason);
 }
+
+[[noreturn]] void refuse(Kel::String const& reason) { throw BadInput(Kel::printable(reason, maxReason)); }
+
+// A value that is refused. Its key is known to who has called the setter.
+struct BadValue {
+  toml::source_region where;
+  std::string reason;
+};
 
 // What the file holds; nothing when there is none, which `mustExist` makes an error.
 std::optional<Kel::String> contentsOf(Kel::String const& path, bool mustExist) {
@@ -43,12 +52,13 @@ toml::table parsed(Kel::String const& contents, Kel::String const& path) {
   std::size_t dots = 0;
   for (char const c : contents) {
     if (c == '\n') ++line;
-    if (c == '.' && ++dots > maxDots) fail(path, line, "more than " + std::to_string(maxDots) + " dots");
+    if (c == '.' && ++dots > maxDots)
+      throw BadInput(message(path, line, "more than " + std::to_string(maxDots) + " dots"));
   }
   try {
     return toml::parse(contents, path);
   } catch (toml::parse_error const& error) {
-    fail(path, error.source().begin.line, error.description());
+    throw BadInput(message(path, error.source().begin.line, error.description()));
   }
 }
 
@@ -69,37 +79,107 @@ std::string names(auto const& map) {
   return result;
 }
 
+void checkKey(toml::key const& key, std::string const& where, Section const& keys) {
+  if (keys.contains(key.str())) return;
+  fail(key.source(),
+       "unknown key '" + std::string(key.str()) + "' in " + where + " (known: " + names(keys) + ")");
+}
+
+// The file and its drop-ins, in the order in which they count.
+std::vector<Kel::String> filesOf(Kel::String const& path) {
+  std::vector<Kel::String> dropIns;
+  std::error_code error;
+  std::filesystem::directory_iterator entry(path + ".d", error);
+  for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
+    Kel::String const name = entry->path().filename().string();
+    if (name.ends_with(".toml") && !name.starts_with('.')) dropIns.push_back(entry->path().string());
+  }
+  if (error && error != std::errc::no_such_file_or_directory) refuse(path + ".d: " + error.message());
+  std::ranges::sort(dropIns);
+  dropIns.insert(dropIns.begin(), path);
+  return dropIns;
+}
+
+// Merges files key by key, and only then hands the values over, each once. What is wrong is collected, so
+// that an operator learns of all of it at once.
+class Reading {
+ public:
+  explicit Reading(Sections const& sections) : sections_(sections) {}
+
+  void add(Kel::String const& path, bool mustExist) {
+    collect([&] {
+      auto const contents = contentsOf(path, mustExist);
+      if (!contents) return;
+      result_.files.push_back(path);
+      for (auto const& [name, node] : tables_.emplace_back(parsed(*contents, path))) addSection(name, node);
+    });
+  }
+
+  TomlFiles finish() {
+    for (auto const& [place, value] : values_) {
+      auto const& [section, key] = place;
+      std::string const name = "[" + section + "] " + key;
+      collect([&] { sections_.at(section).at(key)(*value); }, name + ": ");
+      result_.places[name] = *value->source().path + ":" + std::to_string(value->source().begin.line);
+    }
+    if (!errors_.empty()) throw BadInput(errors_);
+    return std::move(result_);
+  }
+
+ private:
+  template <typename Step>
+  void collect(Step const& step, std::string const& about = "") {
+    try {
+      step();
+    } catch (BadValue const& bad) {
+      add(message(*bad.where.path, bad.where.begin.line, about + bad.reason));
+    } catch (BadInput const& error) {
+      add(error.what());
+    }
+  }
+
+  void add(std::string const& error) { errors_ += (errors_.empty() ? "" : "\n") + error; }
+
+  void addSection(toml::key const& name, toml::node const& node) {
+    collect([&] {
+      auto const section = sections_.find(name.str());
+      if (section == sections_.end()) {
+        fail(name.source(),
+             "unknown section [" + std::string(name.str()) + "] (known: " + names(sections_) + ")");
+      }
+      auto const* const table = node.as_table();
+      if (table == nullptr) fail(node.source(), "[" + section->first + "] is to be a table");
+      for (auto const& [key, value] : *table) {
+        collect([&] { checkKey(key, "[" + section->first + "]", section->second); });
+        if (section->second.contains(key.str())) values_[{section->first, std::string(key.str())}] = &value;
+      }
+    });
+  }
+
+  Sections const& sections_;
+  std::list<toml::table> tables_;
+  std::map<std::pair<std::string, std::string>, toml::node const*> values_;  // by section and key
+  std::string errors_;
+  TomlFiles result_;
+};
+
 }  // namespace
 
 [[noreturn]] void fail(toml::source_region const& where, std::string const& reason) {
-  fail(*where.path, where.begin.line, reason);
+  throw BadValue{where, reason};
 }
 
 void readSection(toml::table const& table, std::string const& where, Section const& keys) {
   for (auto const& [key, value] : table) {
-    auto const setter = keys.find(key.str());
-    if (setter == keys.end()) {
-      fail(key.source(),
-           "unknown key '" + std::string(key.str()) + "' in " + where + " (known: " + names(keys) + ")");
-    }
-    setter->second(value);
+    checkKey(key, where, keys);
+    keys.find(key.str())->second(value);
   }
 }
 
-void readToml(Kel::String const& path, bool mustExist, Sections const& sections) {
-  auto const contents = contentsOf(path, mustExist);
-  if (!contents) return;
-  auto const file = parsed(*contents, path);
-  for (auto const& [name, node] : file) {
-    auto const section = sections.find(name.str());
-    if (section == sections.end()) {
-      fail(name.source(),
-           "unknown section [" + std::string(name.str()) + "] (known: " + names(sections) + ")");
-    }
-    auto const* const table = node.as_table();
-    if (table == nullptr) fail(node.source(), "[" + section->first + "] is to be a table");
-    readSection(*table, "[" + section->first + "]", section->second);
-  }
+TomlFiles readToml(Kel::String const& path, bool mustExist, Sections const& sections) {
+  Reading reading(sections);
+  for (auto const& file : filesOf(path)) reading.add(file, mustExist || file != path);
+  return reading.finish();
 }
 
 Setter text(std::function<void(Kel::String const&)> take) {
@@ -113,6 +193,13 @@ Setter text(std::function<void(Kel::String const&)> take) {
 
 Setter text(Kel::String& target) {
   return text([&target](Kel::String const& value) { target = value; });
+}
+
+Setter absolutePath(Kel::String& target) {
+  return [&target](toml::node const& node) {
+    text(target)(node);
+    if (!target.starts_with('/')) fail(node.source(), "'" + target + "' is no absolute path");
+  };
 }
 
 Setter program(Kel::String& target) {
@@ -161,4 +248,14 @@ Setter bytes(std::uint32_t& target) {
 bool isProgram(Kel::String const& path) {
   std::error_code error;
   return std::filesystem::is_regular_file(path, error) && access(path.c_str(), X_OK) == 0;
+}
+
+bool isCommand(Kel::String const& name) {
+  if (name.find('/') != Kel::String::npos) return name.starts_with('/') && isProgram(name);
+  char const* const path = std::getenv("PATH");
+  std::istringstream folders(path != nullptr ? path : "/usr/sbin:/usr/bin:/sbin:/bin");
+  for (std::string folder; std::getline(folders, folder, ':');) {
+    if (isProgram(folder + "/" + name)) return true;
+  }
+  return false;
 }

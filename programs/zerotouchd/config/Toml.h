@@ -17,18 +17,26 @@ class BadInput : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-// Takes the value of a key, or throws BadInput as "file:line: reason".
+// Takes the value of a key, or calls fail().
 using Setter = std::function<void(toml::node const&)>;
 using Section = std::map<std::string, Setter, std::less<>>;
 using Sections = std::map<std::string, Section, std::less<>>;
 
-// Hands each value of the file to the setter of its key. A file that is absent changes nothing, unless
-// `mustExist`. Throws BadInput: as "file: reason" for what is no regular file or is too large, and as
-// "file:line: reason" for what does not parse, for unknown keys and for values of a wrong kind. The message
-// is printable ASCII, whatever the file has.
-void readToml(Kel::String const& path, bool mustExist, Sections const& sections);
+// What was read, for people.
+struct TomlFiles {
+  std::vector<Kel::String> files;             // in the order in which they count
+  std::map<std::string, std::string> places;  // by "[section] key": where its value stands, as "file:line"
+};
 
-// Refuses the value at `where`.
+// Reads the file and its drop-ins, the files PATH.d/*.toml in the order of their names. Of a key that
+// several of them have, the last one counts; its value is handed to the key's setter. A file that is absent
+// changes nothing, unless `mustExist`. Throws BadInput with a line for everything that is wrong: as
+// "file: reason" for what is no regular file or is too large, and as "file:line: reason" for what does not
+// parse, for unknown keys and for values of a wrong kind, whose key is named too. The lines are printable
+// ASCII, whatever the files have.
+TomlFiles readToml(Kel::String const& path, bool mustExist, Sections const& sections);
+
+// Refuses the value at `where`. Only setters may call this.
 [[noreturn]] void fail(toml::source_region const& where, std::string const& reason);
 
 // Reads a table within a value. `where` names it in messages.
@@ -36,12 +44,15 @@ void readSection(toml::table const& table, std::string const& where, Section con
 
 // Whether the path names a regular file that this process may execute.
 bool isProgram(Kel::String const& path);
+// Whether a command can be executed: an absolute path, or a name that is looked for in PATH.
+bool isCommand(Kel::String const& name);
 
 // The setters. What they write to must outlive the reading.
 
 // A string that is not empty and has no control characters.
 Setter text(Kel::String& target);
 Setter text(std::function<void(Kel::String const&)> take);
+Setter absolutePath(Kel::String& target);
 // The absolute path of a program that may be executed.
 Setter program(Kel::String& target);
 Setter flag(std::function<void(bool)> take);

@@ -1,0 +1,49 @@
+"""The command line of scripts/fleet."""
+import argparse
+import dataclasses
+import json
+import pathlib
+
+from fleet import picture
+from fleet.boots import boot, settings_of
+from fleet.dhcp_servers import SERVERS
+
+HEADINGS = ("switches", "provisioned", "first", "half", "last", "retries", "HTTP", "DHCP", "dhcp cpu", "http cpu", "memory")
+
+
+def row(result):
+    def seconds(value):
+        return "-" if value is None else f"{value:.1f} s"
+    return (result.switches, len(result.provisioned), seconds(result.at(0)), seconds(result.at(0.5)), seconds(result.at(1)),
+            result.retries, f"{result.requests / result.switches:.1f}", f"{result.dhcp_messages / result.switches:.1f}",
+            f"{result.dhcp_processor:.1f} s", f"{result.file_processor:.1f} s", f"{result.memory_kib / 1024:.1f} MiB")
+
+
+def main():
+    parser = argparse.ArgumentParser(
+        prog="scripts/fleet", description="Boots many virtual switches at once, with default timers, and measures them. HTTP and "
+        "DHCP are requests and messages per switch; cpu is the processor time of a server; memory is that of a switch's processes.")
+    parser.add_argument("--switches", default="1,10,50,100,200", help="how many at once; several numbers, one run each")
+    parser.add_argument("--dhcp", choices=SERVERS, default="dnsmasq-no-ping", help="the DHCP server")
+    parser.add_argument("--rate", default="1gbit", help="of the link of the servers, as tc(8) takes it")
+    parser.add_argument("--file-mib", type=int, default=20, help="the size of the boot file")
+    parser.add_argument("--settings", help="a file with more lines for each switch's platform.toml")
+    parser.add_argument("--patience", type=float, default=300, help="seconds after which a run is ended")
+    parser.add_argument("--json", help="a file to which all figures go")
+    parser.add_argument("--svg", help="a file for a picture of the switches that are provisioned over time")
+    arguments = parser.parse_args()
+
+    print(("%9s" + "%12s" * 10) % HEADINGS, flush=True)
+    results = []
+    for count in map(int, arguments.switches.split(",")):
+        results.append(boot(count, SERVERS[arguments.dhcp], arguments.rate, arguments.file_mib << 20,
+                            settings_of(arguments.settings), arguments.patience))
+        print(("%9s" + "%12s" * 10) % row(results[-1]), flush=True)
+    if arguments.json:
+        pathlib.Path(arguments.json).write_text(json.dumps([dataclasses.asdict(result) for result in results], indent=1) + "\n")
+    if arguments.svg:
+        curves = {f"{result.switches} switches": (result.switches, result.provisioned) for result in results}
+        pathlib.Path(arguments.svg).write_text(picture.svg(curves))
+
+
+main()

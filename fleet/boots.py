@@ -1,0 +1,65 @@
+"""Boots a fleet and measures it from outside: the servers' logs, the reload requests and the kernel's counts."""
+import dataclasses
+import os
+import pathlib
+import statistics
+import time
+
+from fleet.switches import Fleet, retries
+
+
+@dataclasses.dataclass
+class Result:
+    """What a boot of a fleet came to. Times are in seconds since the first switch was started."""
+    switches: int
+    provisioned: list      # the times at which switches were provisioned, in order
+    started_within: float  # until the last switch was started
+    gave_up_after: float   # when it was no longer waited for
+    requests: int          # HTTP requests
+    dhcp_messages: int     # from the switches, as far as the server logs them
+    retries: int
+    dhcp_processor: float  # seconds
+    file_processor: float  # seconds
+    memory_kib: int        # per switch, median of a sample, at its highest
+
+    def at(self, share):
+        """When that share of the switches was provisioned; None when fewer were."""
+        index = max(1, -(-self.switches * share // 1)) - 1
+        return self.provisioned[int(index)] if index < len(self.provisioned) else None
+
+
+def boot(count, dhcp, rate, file_bytes, settings="", patience=300.0, name=None):
+    fleet = Fleet(name or f"ztfleet-{os.getpid()}", count, dhcp, rate, settings)
+    try:
+        fleet.up(file_bytes)
+        return measured(fleet, patience)
+    finally:
+        fleet.down()
+
+
+def measured(fleet, patience):
+    before = {server: fleet.processor_seconds(server) for server in ("dhcp", "nginx")}
+    start, memory = time.time(), 0
+    for switch in fleet.switches:
+        switch.boot()
+    started_within = time.time() - start
+    sample = fleet.switches[:: max(1, len(fleet.switches) // 5)]
+    waiting, times = list(fleet.switches), []
+    while waiting and time.time() - start < patience:
+        done = [(switch, at) for switch in waiting if (at := switch.provisioned_at()) is not None]
+        times += [at - start for _, at in done]
+        waiting = [switch for switch in waiting if switch not in dict(done)]
+        memory = max(memory, statistics.median(switch.memory_kib() for switch in sample))
+        time.sleep(0.5)
+    gave_up_after = time.time() - start
+    used = {server: fleet.processor_seconds(server) - before[server] for server in before}
+    return Result(switches=len(fleet.switches), provisioned=sorted(times), started_within=started_within,
+                  gave_up_after=gave_up_after, requests=len(fleet.requests()),
+                  dhcp_messages=len(fleet.dhcp.messages.findall(fleet.dhcp_log())),
+                  retries=sum(retries(switch) for switch in fleet.switches),
+                  dhcp_processor=used["dhcp"], file_processor=used["nginx"], memory_kib=int(memory))
+
+
+def settings_of(path):
+    """The lines of a file with settings for platform.toml; none without a file."""
+    return pathlib.Path(path).read_text() if path else ""

@@ -1,0 +1,3 @@
+from machine import suite
+
+suite.main()
