@@ -20,7 +20,7 @@ struct View {
   Kel::Value served4, served6, servedStateless;  // devices with a client that runs
   Kel::Value members6, waitingStateless;         // interfaces that DHCPv6 is for
   Kel::Value releases4, releases6;               // whether that client hands a lease back
-  Kel::Value standsBack, ignored4, ignored6;     // ports and devices whose answers wait or do not count, and why
+  Kel::Value standsBack, ignored4, ignored6;  // ports and devices whose answers wait or do not count, and why
   Kel::Value chosenIntf, chosenAnswer;
   std::string chosen;  // its name, or ""
 };
@@ -204,19 +204,18 @@ std::vector<DhcpRow> dhcpRows(View const& view, std::string const& port, std::st
   auto const client = [&](Kel::Value const& served, bool releases) {
     return !contains(served, device) ? "-" : releases ? "releases" : "asks";
   };
-  std::vector<DhcpRow> rows{
-      dhcpRow(view, port, four, "DHCPv4", client(view.served4, isTrue(view.releases4)), linkUp,
-              memberText(view.ignored4, device))};
+  std::vector<DhcpRow> rows{dhcpRow(view, port, four, "DHCPv4", client(view.served4, isTrue(view.releases4)),
+                                    linkUp, memberText(view.ignored4, device))};
   std::string const ignored6 = memberText(view.ignored6, device);
   bool const waits = contains(view.waitingStateless, port);
   bool const stateless = waits || contains(view.servedStateless, device);
   if (stateless) {
-    rows.push_back(dhcpRow(view, port, six, "DHCPv6 stateless", waits ? "waits its turn" : "asks", linkUp,
-                           ignored6));
+    rows.push_back(
+        dhcpRow(view, port, six, "DHCPv6 stateless", waits ? "waits its turn" : "asks", linkUp, ignored6));
   } else if (contains(view.members6, port) || contains(view.served6, device) || six != Kel::Value() ||
              (view.chosen == port && memberText(view.chosenAnswer, "family") != "dhcpv4")) {
-    rows.push_back(dhcpRow(view, port, six, "DHCPv6", client(view.served6, isTrue(view.releases6)), linkUp,
-                           ignored6));
+    rows.push_back(
+        dhcpRow(view, port, six, "DHCPv6", client(view.served6, isTrue(view.releases6)), linkUp, ignored6));
   }
   if (view.chosen == port) settleChosen(rows, memberText(view.chosenAnswer, "family"));
   return rows;

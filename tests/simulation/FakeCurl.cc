@@ -47,7 +47,6 @@ FakeCurl::FakeCurl() : socket_(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {
     current->passesLeft_ = current->passes;
     current->written_ = 0;
     current->answered_ = false;
-    current->sent = current->body;
     current->reported_ = true;
     return fails("addHandle") ? CURLM_INTERNAL_ERROR : CURLM_OK;
   };
@@ -102,17 +101,18 @@ CURLcode FakeCurl::setopt(CURL*, CURLoption option, ...) {
 void FakeCurl::socketReady() const { eventfd_write(socket_, 1); }
 
 bool FakeCurl::write(std::size_t upTo) {
-  answer();
   std::size_t const size = std::max(upTo, written_) - written_;
   if (size == 0) return true;
   std::size_t const from = std::exchange(written_, written_ + size);
   return writeFunction_(sent.data() + from, 1, size, writeData_) == size;
 }
 
-// Sends the headers of an HTTP answer, once.
+// Begins the answer: decides on the body, and sends the headers of HTTP.
 void FakeCurl::answer() {
-  if (answered_ || !protocols.starts_with("http")) return;
+  if (answered_) return;
   answered_ = true;
+  sent = body;
+  if (!protocols.starts_with("http")) return;
   auto const line = [this](std::string text) {
     text += "\r\n";
     headerFunction_(text.data(), 1, text.size(), writeData_);
@@ -120,6 +120,7 @@ void FakeCurl::answer() {
   std::string const etag = '"' + std::to_string(std::hash<std::string>()(sent)) + '"';
   bool const rest = grantsRanges && !range_.empty() && (condition_ == etag) && status == 200;
   written_ = rest ? std::min<std::size_t>(std::stoul(range_), sent.size()) : 0;
+  if (rest) ++granted;
   line("HTTP/1.1 " + std::to_string(rest ? 206 : status));
   line("ETag: " + etag);
   line("Content-Length: " + std::to_string(sent.size() - written_));
@@ -139,6 +140,7 @@ CURLMcode FakeCurl::perform(int* running) {
   CURLcode const ends = status < 400 ? result : CURLE_HTTP_RETURNED_ERROR;
   if (ends == CURLE_HTTP_RETURNED_ERROR) answer();
   bool const writes = ends == CURLE_OK || (ends == result && !last);
+  if (writes) answer();
   bool const kept = writes ? write(last ? sent.size() : sent.size() / 2) : true;
   if (!last && kept) return CURLM_OK;
   *running = 0;

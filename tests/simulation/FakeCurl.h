@@ -18,10 +18,12 @@ class FakeCurl {
   int passes = 1;  // calls of perform before the one that ends a new transfer; 0 ends it at once
   CURLcode result = CURLE_OK;
   std::string body = "hostname sw1\n";
-  // The answer to an HTTP request, as far as it is not a body: 200, or any other status; with 503, a pause that
-  // is asked for. Requests for the rest of a file are granted, when its ETag is that of the body, or ignored.
+  // The answer to an HTTP request, as far as it is not a body: 200, or any other status; with 503, a pause
+  // that is asked for. Requests for the rest of a file are granted, when its ETag is that of the body, or
+  // ignored.
   unsigned status = 200;
   bool grantsRanges = true;
+  unsigned granted = 0;    // such requests so far
   bool hasSocket = false;  // otherwise the agent's timer alone drives it
 
   // Makes the socket ready, until libcurl looks at it.

@@ -4,6 +4,7 @@
 #include "tests/simulation/World.h"
 #include "tests/unit/support/TemporaryFolder.h"
 #include "zerotouch/agent/Policy.h"
+#include "zerotouch/fetch/BootFile.h"
 
 namespace {
 
@@ -231,16 +232,21 @@ std::string World::identity() const {
 // The same, as it must become once the answer on the chosen interface is applied.
 std::string World::identityOfAnswer() const {
   auto const intf = sm().choosenIntf();
-  if (!sm().chosenAnswer()) return "";
-  bool const six = sm().chosenAnswer()->family() != ZeroTouch::AnswerFamily::dhcpv4;
-  auto const answer = sm().chosenAnswer()->result();
-  auto const v4 = platform.dhcpStatus->intfDhcpStatus(intf->kernelIntfName());
+  auto const& device = intf->kernelIntfName();
+  auto const v4 = platform.dhcpStatus->intfDhcpStatus(device);
+  auto const v6 = platform.dhcpStatus->intfDhcp6Status(device);
   auto const rules = ZeroTouch::policy()->dhcp();
-  bool const four = v4 && !v4->bootFileName().empty() &&
-                    (rules->server().empty() || rules->server().contains(v4->server()));
-  require(rules->offers() > 0 || six == !four, "the answer of the wrong family has won");
-  require(rules->server().empty() || rules->server().contains(answer->server()),
-          "the answer of a server that does not count has won");
+  auto const named = [&](auto const& one) {
+    return one && !one->bootFileName().empty() &&
+           (rules->server().empty() || rules->server().contains(one->server()));
+  };
+  auto const usable = [&](auto const& one) {
+    return named(one) && !ZeroTouch::bootFile(one->serverName(), one->bootFileName()).url.empty();
+  };
+  bool const better = rules->offers() > 0 && usable(v6) && !usable(v4);
+  bool const six = !named(v4) || better;
+  auto const answer = six ? v6 : v4;
+  if (!named(answer)) return "";
   std::string result;
   auto const add = [&](std::string const& what, std::string const& value) { result += what + value + " "; };
   std::string const at = "@" + intf->intfName() + "=";

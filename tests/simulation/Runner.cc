@@ -59,6 +59,7 @@ bool play(Run const& run, Tally& tally, bool recorded) {
   world.note("the agent ends");
   world.drop();
   ++tally.runs;
+  tally.resumed += world.curl.granted;
   return rest();
 }
 

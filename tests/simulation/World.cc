@@ -112,9 +112,9 @@ void World::drawPolicy(std::uint64_t bits) {
   policy->download()->stallLimitIs(choice.among({0, 3, 30}));
   policy->download()->resumeIs(choice.chance(2));
   policy->download()->requireLengthIs(choice.chance(2));
-  policy->download()->redirectsIs(choice.among({ZeroTouch::RedirectPolicy::keep,
-                                                ZeroTouch::RedirectPolicy::follow,
-                                                ZeroTouch::RedirectPolicy::refuse}));
+  policy->download()->redirectsIs(
+      choice.among({ZeroTouch::RedirectPolicy::keep, ZeroTouch::RedirectPolicy::follow,
+                    ZeroTouch::RedirectPolicy::refuse}));
   policy->dhcp()->afterFailureIs(choice.chance(2) ? ZeroTouch::AfterFailure::othersFirst
                                                   : ZeroTouch::AfterFailure::same);
   policy->dhcp()->offersIs(choice.among({0, 2, 40}));
@@ -192,7 +192,7 @@ void World::answer(unsigned index, bool six, Choice& choice) {
                               *Wire::IpAddr::fromString("10.0.0.9")});
     result->gatewayIs(0, ip("10.4.%d.1", "2001:db8:4::%d"));
   }
-  result->serverIs(choice.chance(4) ? "10.9.9.9" : six ? "00:03:00:01" : "10.0.0.1");
+  result->serverIs(n % 4 == 0 ? "10.9.9.9" : six ? "00:03:00:01" : "10.0.0.1");
   if (choice.chance(6)) result->serverNameIs(Kel::format("10.5.%d.1", n));
   result->bootFileNameIs(choice.among({"http://h/c", "https://h/c", "ftp://u:secret@h/c", "tftp://h/c",
                                        "http://h/c", "gopher://h/c", "cfg", ""}));

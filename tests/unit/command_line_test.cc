@@ -114,8 +114,8 @@ TEST_F(CommandLine, PortsTellWhetherTheyTakePartAndWhyNot) {
   machine->standsBackIs(third, "the download has failed");
   machine->ignoredAnswerIs("et1/1", "10.0.0.9 is none of the servers that count");
   std::string const shown = run("ports");
-  for (char const* const row : {"waits for others: the download has failed\n",
-                                "no, 10.0.0.9 is none of the servers that count\n"})
+  for (char const* const row :
+       {"waits for others: the download has failed\n", "no, 10.0.0.9 is none of the servers that count\n"})
     EXPECT_NE(shown.find(row), std::string::npos) << shown;
 }
 

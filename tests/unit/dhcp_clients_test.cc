@@ -114,7 +114,8 @@ class DhcpRules : public DhcpClients {
   }
   // The attempt fails, and the next query begins.
   void fail() {
-    sm().doStateTransition(State::stateInvalid, State::stateRetry, ZeroTouch::TransitionCause::downloadFailed);
+    sm().doStateTransition(State::stateInvalid, State::stateRetry,
+                           ZeroTouch::TransitionCause::downloadFailed);
     platform.dhcpStatus->intfDhcpStatusDelAll();
     EXPECT_TRUE(time.advanceUntil([this] { return sm().currentState() == State::stateDhcpQuery; }, 100));
   }
@@ -166,7 +167,9 @@ TEST_F(DhcpRules, a_better_offer_may_come_for_a_while) {
       {{{"d1", false, "gopher://a"}}, "", "Ethernet1 "},
       {{{"d1", false, "gopher://a"}, {"lo", true, "http://b/c"}}, "", "Ethernet2 http://b/c"},
       {{{"d1", true, "http://a/c"}, {"lo", true, "http://b/c"}}, "", "Ethernet1 http://a/c"},
-      {{{"lo", true, "http://b/c"}, {"d1", false, "http://a/c"}}, "Ethernet1 http://a/c", "Ethernet1 http://a/c"},
+      {{{"lo", true, "http://b/c"}, {"d1", false, "http://a/c"}},
+       "Ethernet1 http://a/c",
+       "Ethernet1 http://a/c"},
       {{{"lo", false, "gopher://b"}, {"lo", true, "http://b/c"}}, "", "Ethernet2 http://b/c"},
   };
   inQuery();

@@ -277,8 +277,8 @@ TEST_F(StateMachine, platform_toml_stretches_its_waits_and_says_why) {
   policy->pacing()->retryJitterIs(0.5);
   policy->pacing()->retryAfterIs(true);
   expect(pacing.beforeAttempt(16, 1), 20, "20 s before the next attempt, 4 s of it at random");
-  for (auto const& [asked, pause] : std::initializer_list<std::pair<Kel::Seconds, Kel::Seconds>>{
-           {20, 25}, {9'999, 750}, {-5, 20}}) {
+  for (auto const& [asked, pause] :
+       std::initializer_list<std::pair<Kel::Seconds, Kel::Seconds>>{{20, 25}, {9'999, 750}, {-5, 20}}) {
     pacing.serverAsksFor(asked);
     EXPECT_EQ(pacing.beforeDownload(16, 0).time, pause);
   }

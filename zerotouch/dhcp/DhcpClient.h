@@ -129,6 +129,9 @@ struct DhcpClients {
 // nothing when the generated file cannot be opened.
 std::optional<std::size_t> appendTemplate(char const* base, char const* generated);
 
+// Frees a command line of the clients: every string, then the array.
+void freeCommandline(void* cmdLine);
+
 // Ends the client that an earlier run left behind, whose process the pid file names, and removes the pid
 // file. Another program that has the id by now is left alone.
 void doKillRunningDhclient(char const* pidFilePath);

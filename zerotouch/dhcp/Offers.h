@@ -19,11 +19,11 @@ class ZeroTouchSm::Offers {
   void startRun();
   // A query begins: decides which ports stand back in it.
   void startQuery();
-  // An answer has named a boot file on the port, and none is chosen yet. Takes it, or lets it wait for a better
-  // one.
+  // An answer has named a boot file on the port, and none is chosen yet. Takes it, or lets it wait for a
+  // better one.
   void consider(Kel::Ptr<IntfStatus> const& intf, bool six);
-  // The query is over, or, unless `last`, goes on with other ports, for which answers of ports that stand back
-  // wait on. Takes the best answer that waits; false when there is none.
+  // The query is over, or, unless `last`, goes on with other ports, for which answers of ports that stand
+  // back wait on. Takes the best answer that waits; false when there is none.
   bool takeBest(bool last);
   // The attempt has failed. The port whose answer was taken, if any, has failed once more.
   void noteFailure();

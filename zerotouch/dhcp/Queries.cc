@@ -6,6 +6,7 @@
 #include "zerotouch/agent/Events.h"
 #include "zerotouch/dhcp/DhcpClient.h"
 #include "zerotouch/dhcp/Offers.h"
+#include "zerotouch/intf/Ports.h"
 #include "zerotouch/sm/SmTrace.h"
 
 namespace ZeroTouch {

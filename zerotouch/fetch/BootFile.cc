@@ -114,8 +114,9 @@ void ZeroTouchSm::choosenIntfIs(Kel::Ptr<IntfStatus> const& intf) {
   chooseAnswer();
 }
 
-// The winner on the port: DHCPv4, if both families have named a boot file, unless platform.toml says otherwise.
-// What is reported once the identity is applied, as by a client that has not ended yet, changes nothing.
+// The winner on the port: DHCPv4, if both families have named a boot file, unless platform.toml says
+// otherwise. What is reported once the identity is applied, as by a client that has not ended yet, changes
+// nothing.
 void ZeroTouchSm::chooseAnswer() {
   auto const intf = choosenIntf();
   Kel::Ptr<ChosenAnswer> answer;

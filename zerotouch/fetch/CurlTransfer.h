@@ -88,9 +88,9 @@ struct CurlTransfer {
   Promise promised;            // of the file that the bytes belong to
   bool followsRedirects = false;
   bool stalled = false;
-  Kel::Seconds movedTime = 0;  // when bytes of the body came last; at first, of the start
-  Kel::String failure;                    // why the body could not be kept; "" if it could
-  Problem problem = Problem::none;        // and what is wrong then
+  Kel::Seconds movedTime = 0;       // when bytes of the body came last; at first, of the start
+  Kel::String failure;              // why the body could not be kept; "" if it could
+  Problem problem = Problem::none;  // and what is wrong then
 };
 
 // How long an FTP server may take for a reply: while the transfer runs, which the loop need not wait for, and

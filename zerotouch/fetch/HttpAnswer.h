@@ -21,10 +21,10 @@ struct HttpAnswer {
   std::uint64_t length = 0;
   bool tellsEnd = false;  // by a length, by chunks, or by a version that frames what it carries
   Kel::String location;
-  Kel::String etag;                    // with its quotation marks; only a strong one (RFC 9110, 8.8.1)
-  std::uint64_t rangeFirst = 0;        // of Content-Range: the place of the body's first byte
-  std::uint64_t total = 0;             // of Content-Range: the length of the whole file
-  Kel::String retryAfter, date;        // as they came
+  Kel::String etag;              // with its quotation marks; only a strong one (RFC 9110, 8.8.1)
+  std::uint64_t rangeFirst = 0;  // of Content-Range: the place of the body's first byte
+  std::uint64_t total = 0;       // of Content-Range: the length of the whole file
+  Kel::String retryAfter, date;  // as they came
 
   // Takes a line of the headers, with or without its end. What is malformed counts as absent.
   void note(std::string_view line);

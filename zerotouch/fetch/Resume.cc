@@ -27,8 +27,7 @@ void startOver(CurlTransfer& transfer) {
   transfer.firstByte = transfer.secondByte = 0;
   if (transfer.output == nullptr) return;
   std::rewind(transfer.output);
-  if (ftruncate(fileno(transfer.output), 0) != 0)
-    noteUnwritable(transfer, errno);
+  if (ftruncate(fileno(transfer.output), 0) != 0) noteUnwritable(transfer, errno);
 }
 
 }  // namespace

@@ -10,8 +10,8 @@
 
 namespace ZeroTouch {
 
-// What a transfer may go on with only when the file is still the same: for HTTP a strong ETag says so, for FTP
-// the length and the time of the last change.
+// What a transfer may go on with only when the file is still the same: for HTTP a strong ETag says so, for
+// FTP the length and the time of the last change.
 class Resume {
  public:
   // Takes from a transfer that has failed, and is about to be dropped, what it has received, if that can be

@@ -18,11 +18,11 @@ class Pacing {
  public:
   // For the ports to be set up: longer by up to start_jitter.
   Wait beforeFirstQuery(Kel::Seconds described) const;
-  // For answers: doubled with each failed attempt where pauses grow, and four times as long with the timing of
-  // the protocols; never longer than that.
+  // For answers: doubled with each failed attempt where pauses grow, and four times as long with the timing
+  // of the protocols; never longer than that.
   Wait forAnswers(Kel::Seconds described, unsigned failed) const;
-  // The two pauses: doubled with each further failed attempt up to retry_backoff_max, no shorter than a server has
-  // asked for, and then longer by up to retry_jitter of all that.
+  // The two pauses: doubled with each further failed attempt up to retry_backoff_max, no shorter than a
+  // server has asked for, and then longer by up to retry_jitter of all that.
   Wait beforeDownload(Kel::Seconds described, unsigned failed) const;
   Wait beforeAttempt(Kel::Seconds described, unsigned failed) const;
   // For a download: as described, or, when it ends with a stall instead, a day.

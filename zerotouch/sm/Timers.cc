@@ -30,7 +30,7 @@ Kel::Ptr<TimerBase> ZeroTouchSm::timer() const {
 }
 
 template <typename Timer>
-void ZeroTouchSm::startTimer(Kel::Seconds interval, Kel::Seconds timeout, Pace const& pace) {
+void ZeroTouchSm::startTimer(Pace const& pace, Kel::Seconds interval, Kel::Seconds timeout) {
   TimerSettings const& settings = Timer::settings;
   Kel::Seconds ends = overridden(settings.timeoutVariable, timeout);
   Kel::Seconds ticks = overridden(settings.intervalVariable, interval);
@@ -43,11 +43,6 @@ void ZeroTouchSm::startTimer(Kel::Seconds interval, Kel::Seconds timeout, Pace c
   timer->defaultTimeoutIs(timeout);
   timerIs(timer);
   doStartTimer();
-}
-
-template <typename Timer>
-void ZeroTouchSm::paced(Pace const& pace) {
-  startTimer<Timer>(Timer::settings.interval, Timer::settings.timeout, pace);
 }
 
 void ZeroTouchSm::doStartTimer() {
@@ -85,48 +80,49 @@ void ZeroTouchSm::handleTimer() {
 }
 
 void ZeroTouchSm::doStartInterfacesSetupTimer() {
-  paced<InterfacesSetupTimer>([this](Kel::Seconds described) { return pacing_->beforeFirstQuery(described); });
+  startTimer<InterfacesSetupTimer>(
+      [this](Kel::Seconds described) { return pacing_->beforeFirstQuery(described); });
 }
 
 void ZeroTouchSm::doStartDhclientQueryTimer() {
-  paced<DhclientQueryTimer>(
+  startTimer<DhclientQueryTimer>(
       [this](Kel::Seconds described) { return pacing_->forAnswers(described, retryCount()); });
 }
 
 void ZeroTouchSm::waitForOffers(Kel::Seconds longest) {
   Kel::Seconds const left = timer()->initTime() + timer()->timeout() - Kel::now();
   Kel::Seconds const time = std::max(std::min(longest, left), 0.0);
-  paced<DhclientQueryTimer>([time](Kel::Seconds) {
+  startTimer<DhclientQueryTimer>([time](Kel::Seconds) {
     return Wait{time, Kel::format("a better offer, which may come for %g s", time)};
   });
 }
 
 void ZeroTouchSm::doStartStatelessDhclientQueryTimer() { startTimer<StatelessDhclientQueryTimer>(); }
 void ZeroTouchSm::doStartSystemIdentitySetupTimer() { startTimer<SystemIdentitySetupTimer>(); }
+
 void ZeroTouchSm::doStartConfigFetchTimer() {
   auto const& settings = ConfigFetchTimer::settings;
   Wait const wait = pacing_->forDownload(settings.timeout);
-  startTimer<ConfigFetchTimer>(settings.interval, wait.time);
+  startTimer<ConfigFetchTimer>(nullptr, settings.interval, wait.time);
   timer()->purposeIs(wait.purpose);
 }
 
 void ZeroTouchSm::doStartConfigFetchRetryTimer(std::uint16_t tryCount) {
-  startTimer<ConfigFetchRetryTimer>(ConfigFetchRetryTimer::settings.interval * tryCount,
-                                    ConfigFetchRetryTimer::settings.timeout * tryCount,
-                                    [this](Kel::Seconds described) {
-                                      return pacing_->beforeDownload(described, retryCount());
-                                    });
+  startTimer<ConfigFetchRetryTimer>(
+      [this](Kel::Seconds described) { return pacing_->beforeDownload(described, retryCount()); },
+      ConfigFetchRetryTimer::settings.interval * tryCount,
+      ConfigFetchRetryTimer::settings.timeout * tryCount);
 }
 
 void ZeroTouchSm::doStartScriptExecTimer() {
   Kel::Seconds const timeout = config()->scriptExecTimeout();
-  startTimer<ScriptExecTimer>(timeout, timeout);
+  startTimer<ScriptExecTimer>(nullptr, timeout, timeout);
 }
 
 // The pause before the next attempt, and after it, as it is described, the bound on the clean-up.
 void ZeroTouchSm::doStartRetryWaitTimer() {
   if (awaitsDhcpCleanup()) return startTimer<RetryWaitTimer>();
-  paced<RetryWaitTimer>(
+  startTimer<RetryWaitTimer>(
       [this](Kel::Seconds described) { return pacing_->beforeAttempt(described, retryCount()); });
 }
 

@@ -59,6 +59,7 @@ struct DhcpClients;
 class Pacing;
 class Resume;
 struct Wait;
+using Pace = std::function<Wait(Kel::Seconds described)>;
 struct TimerSettings;
 using U32Ptr = std::uint32_t*;
 
@@ -340,14 +341,10 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   bool shuttingDown() const;
   void leaveAsFound();
 
-  // Timers.cc. The built-in times are those of the class, unless given; `pace` changes what they and the
-  // environment make.
-  using Pace = std::function<Wait(Kel::Seconds)>;
+  // Timers.cc. The built-in times are those of the class, unless given; `pace` has the last word.
   template <typename Timer>
-  void startTimer(Kel::Seconds interval = Timer::settings.interval,
-                  Kel::Seconds timeout = Timer::settings.timeout, Pace const& pace = {});
-  template <typename Timer>
-  void paced(Pace const& pace);
+  void startTimer(Pace const& pace = nullptr, Kel::Seconds interval = Timer::settings.interval,
+                  Kel::Seconds timeout = Timer::settings.timeout);
   void waitForOffers(Kel::Seconds longest);
 
   void resumeAfterDhcpCleanup();
@@ -422,14 +419,5 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   Problem downloadProblem_ = Problem::none;
   bool scriptSignalled_ = false;  // it was asked to end
 };
-
-// Whether the interface is a management one, and those are to be left alone.
-bool ignoredAsManagement(Kel::String const& intfName);
-
-// Frees a command line of the clients: every string, then the array.
-void freeCommandline(void* cmdLine);
-
-// Whether the kernel has IPv6 switched on for a device; false when it cannot be told.
-bool isIpv6Enabled(Kel::String const& kernelIntfName);
 
 }  // namespace ZeroTouch

@@ -26,7 +26,8 @@ Setter servers(ZeroTouch::DhcpPolicy& policy) {
     auto const duid = Grammar::duid(given);
     if (!address && !duid) {
       fail(node.source(),
-           "expected a DHCPv4 server's address, or a DHCPv6 server's DUID, as \"00:03:00:01:02:00:00:00:00:01\"");
+           "expected a DHCPv4 server's address, or a DHCPv6 server's DUID, as "
+           "\"00:03:00:01:02:00:00:00:00:01\"");
     }
     policy.serverIs(address ? address->stringValue() : *duid);
   };
@@ -63,7 +64,6 @@ Sections pacingSections(ZeroTouch::Policy& policy) {
                              [=](auto v) { dhcp->afterFailureIs(v); })},
         {"offers", upTo(longest, [=](double v) { dhcp->offersIs(v); })},
         {"servers", servers(*dhcp)},
-        {"client_timing",
-         oneOf<ClientTiming>({{"brisk", ClientTiming::brisk}, {"rfc", ClientTiming::rfc}},
-                             [=](auto v) { dhcp->clientTimingIs(v); })}}}};
+        {"client_timing", oneOf<ClientTiming>({{"brisk", ClientTiming::brisk}, {"rfc", ClientTiming::rfc}},
+                                              [=](auto v) { dhcp->clientTimingIs(v); })}}}};
 }
