@@ -103,7 +103,7 @@ class Relay(Server):
 
 class Odd(Server):
     """A server of this project."""
-    name = "of this project"
+    name = "odd_dhcp.py"
     ready = "ready"
     release = r"RELEASE {address}"
     told = {"routes": ["default via 10.0.1.1"]}

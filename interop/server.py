@@ -71,7 +71,7 @@ class Server:
 
     def start(self, site, number=0):
         """`number` tells it from others of the case."""
-        self.site, self.process = site, f"{number}-{self.name}"
+        self.site, self.process = site, f"{number}-{re.sub('[^a-z0-9]+', '-', self.name)}"
         self.namespace, self.places = site.place(self.place)
         self.folder = site.folder / "case" / self.process
         self.folder.mkdir(parents=True)

@@ -71,6 +71,8 @@ class Switch:
         """Boots it after a power cut as far as provisioning, for which go() waits."""
         self.machine.power_on(**power)
         self.machine.boot()
+        if not power:
+            self.wait(lambda: self.result(f"mountpoint -q {FLASH}")[0] == 0, "the flash to be mounted")
         if environment is not None:
             self.configure(environment, "")
             self.run("sync")

@@ -34,6 +34,8 @@ struct Arguments {
   Kel::Seconds timeout = Kel::never;
   bool follow = false;
   bool sure = false;
+  SigningWords signing;
+  VerifyingWords verifying;
 };
 
 class CommandLine {
@@ -53,6 +55,7 @@ class CommandLine {
     addViews();
     addControls();
     addTreeVerbs();
+    addSigning();
   }
 
   // Does what the words ask for, and returns the exit code.
@@ -146,6 +149,37 @@ class CommandLine {
         ->add_option("value", given_.value, "JSON, or a string")
         ->required()
         ->type_name("");
+  }
+
+  void addSigning() {
+    auto* const signs = add("sign", "Sign a boot file, on any machine",
+                            {"zerotouch sign --certificate signer.pem --key signer.key boot.sh",
+                             "zerotouch sign --certificate signer.pem --key 'pkcs11:object=signer' \\\n"
+                             "    --serial SN0001 --serial SN0002 --valid-until 2027-01-31 boot.sh"},
+                            [this] { sign(context_, given_.signing); });
+    auto& signing = given_.signing;
+    auto const text = [](CLI::App* verb, char const* option, std::string& target, char const* does,
+                         char const* type) {
+      return verb->add_option(option, target, does)->type_name(type);
+    };
+    text(signs, "--certificate", signing.certificate, "PEM: the signer's, then those up to its authority",
+         "FILE")
+        ->required();
+    text(signs, "--key", signing.key, "Its key, in a file or on a PKCS#11 token", "FILE|URI")->required();
+    signs->add_option("--serial", signing.serials, "A switch that it is for; may be repeated")
+        ->type_name("NUMBER")
+        ->allow_extra_args(false);
+    text(signs, "--valid-until", signing.validUntil, "As in 2027-01-31 or 2027-01-31T12:00:00Z", "DATE");
+    text(signs, "-o,--output", signing.output, "The file to write, else FILE.cms", "FILE");
+    text(signs, "file", signing.file, "The boot file", "")->required();
+
+    auto& verifying = given_.verifying;
+    auto* const verifies = add("verify", "Say what a switch would say of a signed boot file, on any machine",
+                               {"zerotouch verify boot.sh.cms --signers signers.pem --serial SN0001"},
+                               [this] { verify(context_, given_.verifying); });
+    text(verifies, "--signers", verifying.signers, "PEM: who may sign, as on the switch", "FILE")->required();
+    text(verifies, "--serial", verifying.serial, "The switch that the file has to name", "NUMBER");
+    text(verifies, "file", verifying.file, "The signed file", "")->required();
   }
 
   CLI::App const* chosenVerb() const {

@@ -65,6 +65,7 @@ int run(Options const& options) {
   if (auto const error = Kel::traceIs(options.trace); !error.empty()) throw BadInput("--trace: " + error);
   HostConfig const config = configOf(options);
   checkDhcpClient(config);
+  if (auto const missing = missingDhcpClient(config); !missing.empty()) say(missing, errorPriority);
   return Host(config, options.initialValues, options.openTree).run();
 }
 

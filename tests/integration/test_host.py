@@ -58,6 +58,12 @@ def test_a_client_that_cannot_be_executed_is_said_before_anything_is_touched(hos
     assert not host.run_directory.exists()
 
 
+def test_a_system_without_a_dhcp_client_is_told_of_at_the_start(host, monkeypatch):
+    hidden = ["unshare", "-m", "sh", "-c", 'mount -t tmpfs none /usr/sbin && exec "$@"', "sh"]
+    monkeypatch.setattr(host, "enter", lambda: hidden)
+    assert "no DHCP client is installed: neither /sbin/dhclient nor /usr/sbin/dhclient\n" in host.start().output()
+
+
 INITIAL = "--initial-values"
 
 

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <functional>
 #include <utility>
 
 #include "platform/kel/Assert.h"
@@ -81,8 +82,12 @@ void setOptions(CurlTransfer& transfer, Kel::String const& url, Kel::String cons
   transfer.isHttp = scheme == "http" || scheme == "https";
   transfer.resumable = policy()->download()->resume();
   transfer.movedTime = Kel::now();
-  if (transfer.isHttp) setRedirects(transfer, scheme);
+  if (transfer.isHttp) {
+    setopt(CURLOPT_USERAGENT, "zerotouch/" ZEROTOUCH_VERSION);
+    setRedirects(transfer, scheme);
+  }
   if (scheme == "ftp") {
+    transfer.isFtp = true;
     setopt(CURLOPT_SERVER_RESPONSE_TIMEOUT, ftpResponseTimeoutSeconds);
     // When it is freed, libcurl waits 60 s for the answer to its farewell, if it has kept the connection.
     setopt(CURLOPT_FORBID_REUSE, 1L);
@@ -193,10 +198,31 @@ void ZeroTouchSm::endStalledTransfer() {
   doCurlClose();
 }
 
-// Only the socket that libcurl names first is watched; for all others the ticks must do. Whatever it no
-// longer asks for is switched off, so that a number which is not libcurl's any more cannot keep the loop
-// busy; and setting a direction registers the number with the kernel anew, since libcurl closes one socket
-// (that of its resolver) and gets its number again for the next.
+namespace {
+
+// FTP brings the file by a second socket, which comes and goes during the transfer.
+void watchDataSocket(CurlTransfer& transfer, int highest, fd_set const& readable, fd_set const& writable,
+                     std::function<void()> const& ready) {
+  int fd = highest;
+  while (fd >= 0 && (fd == transfer.socketFd || !(FD_ISSET(fd, &readable) || FD_ISSET(fd, &writable)))) --fd;
+  if (!transfer.dataSocket) {
+    if (fd < 0) return;
+    transfer.dataSocket = Kel::makePtr<Kel::FileDescriptor>();
+    using Hooks = Kel::FileDescriptor::NotifieeConst;
+    transfer.dataSocketReady =
+        Kel::Reactor(transfer.dataSocket, {&Hooks::onReadableCount, &Hooks::onWritableCount}, ready);
+  }
+  transfer.dataSocket->descriptorIs(fd);
+  transfer.dataSocket->notifyOnReadableIs(fd >= 0 && FD_ISSET(fd, &readable));
+  transfer.dataSocket->notifyOnWritableIs(fd >= 0 && FD_ISSET(fd, &writable));
+}
+
+}  // namespace
+
+// Only the socket that libcurl names first is watched, and that of FTP's data; for all others the ticks must
+// do. Whatever it no longer asks for is switched off, so that a number which is not libcurl's any more cannot
+// keep the loop busy; and setting a direction registers the number with the kernel anew, since libcurl closes
+// one socket (that of its resolver) and gets its number again for the next.
 void ZeroTouchSm::watchCurlSocket() {
   fd_set readable;
   fd_set writable;
@@ -232,6 +258,8 @@ void ZeroTouchSm::watchCurlSocket() {
   curlSockFd()->notifyOnReadableIs(read);
   SM_TRACE(9, (write ? " - Setting fd=" : " - Revoking fd=") << fd << " as notify on writeable");
   curlSockFd()->notifyOnWritableIs(write);
+  if (curlCBData_->isFtp)
+    watchDataSocket(*curlCBData_, highest, readable, writable, [this] { handleCurlSockFd(); });
 }
 
 void ZeroTouchSm::doCheckCurlErrors() {

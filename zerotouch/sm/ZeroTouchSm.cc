@@ -1,6 +1,7 @@
 #include "zerotouch/sm/ZeroTouchSm.h"
 
 #include "zerotouch/dhcp/DhcpClient.h"
+#include "zerotouch/dhcp/LateLinks.h"
 #include "zerotouch/dhcp/Offers.h"
 #include "zerotouch/dhcp/Results.h"
 #include "zerotouch/intf/Ports.h"
@@ -25,6 +26,7 @@ ZeroTouchSm::ZeroTouchSm(PASSED_HANDLE_PARAMETERS,
       portConfig_(std::make_unique<PortConfig>(*this)),
       dhcpClients_(std::make_unique<DhcpClients>(*this)),
       dhcpResults_(std::make_unique<DhcpResults>()),
+      lateLinks_(std::make_unique<LateLinks>(*this)),
       offers_(std::make_unique<Offers>(*this)),
       pacing_(std::make_unique<Pacing>()) {
   watchPlatform();

@@ -367,8 +367,11 @@ class ZeroTouchSm : public ZeroTouchSmModel {
 
   // dhcp/
   struct DhcpResults;
+  class LateLinks;
   class Offers;
   std::vector<Kel::String> dhcpDevices() const;
+  void startDhcpv4();
+  void startDhcpv6();
   void selectIntfs6();
   void rejectServer(Kel::String const& server);
 
@@ -401,6 +404,7 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   std::unique_ptr<PortConfig> portConfig_;
   std::unique_ptr<DhcpClients> dhcpClients_;
   std::unique_ptr<DhcpResults> dhcpResults_;
+  std::unique_ptr<LateLinks> lateLinks_;
   std::unique_ptr<Offers> offers_;
   std::unique_ptr<Pacing> pacing_;
   // Its type is known where libcurl is (fetch/).
