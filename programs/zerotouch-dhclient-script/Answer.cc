@@ -173,6 +173,15 @@ class Reader {
   Reader(Environment const& environment, Complaints& complaints)
       : environment_(environment), complaints_(complaints) {}
 
+  // A server that does not say who it is has no name; that is no mistake of any value that counts.
+  void serverV4() {
+    auto const address = Wire::IpAddr::fromString(plainOption(environment_, "dhcp-server-identifier"));
+    if (address) add("server", address->stringValue());
+  }
+  void serverV6() {
+    if (auto const duid = Grammar::duid(plainOption(environment_, "dhcp6.server-id"))) add("server", *duid);
+  }
+
   void addressV4() {
     std::string_view const text = plainOption(environment_, "ip-address");
     auto const address = Wire::IpAddr::fromString(text);
@@ -296,6 +305,7 @@ class Reader {
 
 Kel::ValueMap answerV4(Environment const& environment, Complaints& complaints) {
   Reader reader(environment, complaints);
+  reader.serverV4();
   reader.addressV4();
   reader.mtu();
   reader.routes();
@@ -312,6 +322,7 @@ Kel::ValueMap answerV4(Environment const& environment, Complaints& complaints) {
 
 Kel::ValueMap answerV6(Environment const& environment, Complaints& complaints) {
   Reader reader(environment, complaints);
+  reader.serverV6();
   reader.addressV6();
   reader.nameServers<Wire::Ip6Addr>("dhcp6.name-servers");
   reader.firstSearchDomain();

@@ -32,8 +32,9 @@ std::string waitsFor(Kel::Value const& tree, Kel::Value const& machine, Kel::Sec
     Kel::Value const& timer = at(machine, {"timer"});
     Kel::Seconds const timeout = number(at(timer, {"timeout"}));
     Kel::Seconds const end = number(at(timer, {"initTime"})) + timeout;
-    return text(at(timer, {"name"})) + ", until " + timeOfDay(end, now) + " (" + duration(end - now) +
-           " of " + duration(timeout) + " are left)";
+    std::string const purpose = memberText(timer, "purpose");
+    return text(at(timer, {"name"})) + (purpose.empty() ? "" : " (" + purpose + ")") + ", until " +
+           timeOfDay(end, now) + " (" + duration(end - now) + " of " + duration(timeout) + " are left)";
   }
   if (isTrue(at(machine, {"reloadRequested"}))) return "the reload, which was requested";
   if (state != "stateInit") return "no timer";

@@ -142,6 +142,19 @@ def test_a_query_goes_on_without_a_port_that_is_lost(switch, lose, scenario):
     assert switch.host.get("/zerotouch/sm/choosenIntf") == "Ethernet2"
 
 
+def test_a_quick_server_that_is_wrong_does_not_keep_the_switch_from_a_right_one(switch):
+    """Its port waits for the others in the attempts that follow its failure, and is asked all the same."""
+    switch.host.config.write_text(switch.host.config_text + '[dhcp]\nafter_failure = "others first"\n')
+    switch.serve("dhcpv4", "http://{server}/missing", ports=[1], name="wrong")
+    switch.serve("dhcpv4", ports=[2], lines=NO_ANSWER)
+    switch.host.boot_again()
+    reason = "the download has failed too often: HTTP response code said error"
+    wait_dhcp(switch, {(1, "DHCPv4"): ("asks", "BOUND", "http://10.0.1.1/missing", f"not yet, waits for others: {reason}")})
+    switch.serve("dhcpv4", ports=[2], lines=["dhcp-reply-delay=1"])
+    wait_provisioned(switch)
+    switch.host.config.write_text(switch.host.config_text)
+
+
 @pytest.mark.parametrize("quicker", ["before", "with"])
 def test_a_server_without_a_boot_file_does_not_hide_another(switch, quicker):
     """Whether the other one comes later, or is there from the start and slower."""

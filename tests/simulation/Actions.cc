@@ -118,6 +118,8 @@ void server(World& world, Choice& choice) {
   curl.body =
       choice.among<std::string>({"hostname sw1\n", "#!/bin/sh\n", "#!/bin/sh\n", "", "#", signedScript});
   curl.hasSocket = choice.chance(2);
+  curl.status = choice.chance(8) ? 503 : 200;
+  curl.grantsRanges = !choice.chance(4);
 }
 
 void inventory(World& world, Choice& choice) {
@@ -195,6 +197,7 @@ void progress(World& world, Choice& choice) {
       if (choice.chance(2)) {
         world.curl.hangs = false;
         world.curl.failing = "";
+        world.curl.status = 200;
       }
       return world.time.advance(4);
     default:

@@ -62,6 +62,8 @@ TEST_F(CommandLine, StatusShowsWhereProvisioningStands) {
   machine->timerActiveIs(true);
   time.advance(3605);
   expectTranscript("status.txt");
+  machine->timer()->purposeIs("30 s for answers");
+  EXPECT_NE(run("status").find("DhclientQueryTimer (30 s for answers), until "), std::string::npos);
   machine->timerActiveIs(false);
   config->cancelledIs(true);
   auto const expectLine = [this](std::string const& line) {
@@ -124,6 +126,13 @@ TEST_F(CommandLine, PortsTellWhetherTheyTakePartAndWhyNot) {
   time.advance(12);
   expectTranscript("ports.txt");
   EXPECT_NE(run("ports --json").find("\"nextSpeed\": \"40g\""), std::string::npos);
+  machine->choosenIntfIs(nullptr);
+  machine->standsBackIs(third, "the download has failed");
+  machine->ignoredAnswerIs("et1/1", "10.0.0.9 is none of the servers that count");
+  std::string const shown = run("ports");
+  for (char const* const row :
+       {"waits for others: the download has failed\n", "no, 10.0.0.9 is none of the servers that count\n"})
+    EXPECT_NE(shown.find(row), std::string::npos) << shown;
 }
 
 TEST_F(CommandLine, ValuesAndExitCodes) {

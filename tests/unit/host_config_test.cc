@@ -21,7 +21,7 @@ class InstalledConfigTest : public ::testing::Test {
     bool example = false;
     for (std::string line; std::getline(file, line);) {
       if (line.empty()) example = false;
-      if (line.ends_with("For example:")) example = true;
+      if (line.ends_with("For example:") || line.ends_with("Recommended:")) example = true;
       if (line.starts_with('[')) section = line.substr(1, line.find(']') - 1);
       bool const isKey = line.size() > 1 && line[0] == '#' && std::islower(line[1]) != 0;
       if (isKey) keys_[section].insert(line.substr(1, line.find(' ') - 1));

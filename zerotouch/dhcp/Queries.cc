@@ -6,6 +6,8 @@
 #include "zerotouch/agent/Events.h"
 #include "zerotouch/dhcp/DhcpClient.h"
 #include "zerotouch/dhcp/LateLinks.h"
+#include "zerotouch/dhcp/Offers.h"
+#include "zerotouch/intf/Ports.h"
 #include "zerotouch/sm/SmTrace.h"
 
 namespace ZeroTouch {
@@ -104,6 +106,7 @@ void ZeroTouchSm::doStartDhcpQuery() {
   doCompleteDhclientConfigFiles();
   startDhcpv4();
   selectIntfs6();
+  offers_->startQuery();
   startDhcpv6();
   lateLinks_->queryIs(dhcpDevices(), kernelNames(intfStatus6()));
 }
@@ -117,6 +120,11 @@ void ZeroTouchSm::startDhcpv6() {
   if (!dhcpClients_->dhclient6.start(allocDhclient6AcquireCommandline(), false, kernelNames(intfStatus6()),
                                      __func__))
     SM_TRACE(5, " - Failed to alloc dhclient6 command line");
+}
+
+// The client asks anew on all ports, since it reads its configuration when it starts.
+void ZeroTouchSm::rejectServer(Kel::String const& server) {
+  if (dhcpClients_->dhclient.reject(server)) startDhcpv4();
 }
 
 void ZeroTouchSm::reportQueryFailure(Kel::LogHandle& event) {
@@ -145,6 +153,7 @@ void ZeroTouchSm::doStartStatelessDhcpQuery() {
   } else if (askNextStatelessIntf()) {
     return;
   }
+  if (takeBestOffer(true)) return;
   if (queryFailureReported_) {
     doStateTransition(stateStatelessDhcpQuery(), stateRetry(),
                       {TransitionCause::noBootFile, whyNoBootFile()});

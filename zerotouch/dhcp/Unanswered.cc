@@ -68,6 +68,9 @@ Trouble ZeroTouchSm::whyNoBootFile() const {
   }
   if (!answered.empty())
     return {Problem::answerWithoutBootFile, "the answer on " + listed(answered) + " has none"};
+  for (auto const* const ignored : {&ignoredAnswer(), &ignoredAnswer6()}) {
+    if (!ignored->empty()) return {Problem::noAnswer, (*ignored->begin()).second};
+  }
   if (!dhcpClients_->dhclient.end().empty()) return whyNobodyIsAsked();
   return {Problem::noAnswer, asked.empty() ? "nobody answers" : "nobody answers on " + listed(asked)};
 }

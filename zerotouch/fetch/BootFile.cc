@@ -11,6 +11,7 @@
 #include "platform/model/values/Grammar.h"
 #include "zerotouch/agent/Events.h"
 #include "zerotouch/agent/Policy.h"
+#include "zerotouch/dhcp/Offers.h"
 #include "zerotouch/fetch/CurlTransfer.h"
 #include "zerotouch/sm/SmTrace.h"
 #include "zerotouch/sm/ZeroTouchSm.h"
@@ -123,19 +124,17 @@ void ZeroTouchSm::choosenIntfIs(Kel::Ptr<IntfStatus> const& intf) {
   chooseAnswer();
 }
 
-// The one place where the winner is decided: DHCPv4, if both families have named a boot file on the port.
-// What is reported once the identity is applied, as by a client that has not ended yet, changes nothing.
+// The winner on the port: DHCPv4, if both families have named a boot file, unless platform.toml says
+// otherwise. What is reported once the identity is applied, as by a client that has not ended yet, changes
+// nothing.
 void ZeroTouchSm::chooseAnswer() {
   auto const intf = choosenIntf();
   Kel::Ptr<ChosenAnswer> answer;
   if (intf) {
-    auto const v4 = dhcpStatus()->intfDhcpStatus(intf->kernelIntfName());
-    auto const v6 = dhcpStatus()->intfDhcp6Status(intf->kernelIntfName());
-    if (v4 && !v4->bootFileName().empty()) {
-      answer = answerFrom(AnswerFamily::dhcpv4, v4);
-    } else if (v6 && !v6->bootFileName().empty()) {
-      bool const stateless = v6->addrWithMask().v6().address.isZero();
-      answer = answerFrom(stateless ? AnswerFamily::statelessDhcpv6 : AnswerFamily::dhcpv6, v6);
+    if (auto const family = offers_->best(*intf)) {
+      auto const& device = intf->kernelIntfName();
+      answer = answerFrom(*family, *family == AnswerFamily::dhcpv4 ? dhcpStatus()->intfDhcpStatus(device)
+                                                                   : dhcpStatus()->intfDhcp6Status(device));
     }
   }
   chosenAnswerIs(answer);
@@ -194,12 +193,8 @@ std::vector<Kel::String> requestHeaders(Wire::EthAddr const& systemMacAddr, Enti
 
 void ZeroTouchSm::doBuildCurlHttpHeaders() {
   KEL_ASSERT(chassis(), "entityMibRoot");
-  for (auto const& line : requestHeaders(entityMibStatus()->systemMacAddr(), *chassis())) {
-    auto* const longer = curlCBData_->curl->slistAppend(curlCBData_->headers, forCurl(line).c_str());
-    if (longer == nullptr) curlCBData_->curl->slistFreeAll(curlCBData_->headers);
-    curlCBData_->headers = longer;
-    if (longer == nullptr) return;  // without memory, the request goes out without any
-  }
+  for (auto const& line : requestHeaders(entityMibStatus()->systemMacAddr(), *chassis()))
+    curlCBData_->addHeader(forCurl(line));
 }
 
 }  // namespace ZeroTouch

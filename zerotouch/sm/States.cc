@@ -4,6 +4,7 @@
 #include "platform/kel/Assert.h"
 #include "platform/model/values/Grammar.h"
 #include "zerotouch/agent/Events.h"
+#include "zerotouch/dhcp/Offers.h"
 #include "zerotouch/intf/Ports.h"
 #include "zerotouch/sm/SmTrace.h"
 #include "zerotouch/sm/ZeroTouchSm.h"
@@ -150,6 +151,7 @@ void ZeroTouchSm::handleNextState() {
     case State::stateRetry:
       retryCountIs(retryCount() + 1);
       enter(stateRetry());
+      offers_->noteFailure();
       enterRetry();
       break;
     case State::stateShutdown:

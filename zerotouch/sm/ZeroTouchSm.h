@@ -36,6 +36,7 @@
 // Bodies live in the folder of their subsystem.
 #pragma once
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -57,6 +58,10 @@ struct BootFileCheck;
 struct CurlTransfer;
 struct DhcpClients;
 struct Signature;
+class Pacing;
+class Resume;
+struct Wait;
+using Pace = std::function<Wait(Kel::Seconds described)>;
 struct TimerSettings;
 using U32Ptr = std::uint32_t*;
 
@@ -260,6 +265,9 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   Trouble whyNoBootFile() const;
   // Raises one of the events that say that a query has failed.
   void reportQueryFailure(Kel::LogHandle& event);
+  // Takes the best of the answers that have waited; false when there is none. Unless it is the `last` chance,
+  // those of ports that stand back wait on.
+  bool takeBestOffer(bool last);
   // Lets the clean-up script remove what clients left configured. Blocks while the script runs, twice.
   void doCleanupDhclientState();
 
@@ -339,10 +347,11 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   bool shuttingDown() const;
   void leaveAsFound();
 
-  // Timers.cc. The built-in times are those of the class, unless given.
+  // Timers.cc. The built-in times are those of the class, unless given; `pace` has the last word.
   template <typename Timer>
-  void startTimer(Kel::Seconds interval = Timer::settings.interval,
+  void startTimer(Pace const& pace = nullptr, Kel::Seconds interval = Timer::settings.interval,
                   Kel::Seconds timeout = Timer::settings.timeout);
+  void waitForOffers(Kel::Seconds longest);
 
   void resumeAfterDhcpCleanup();
   // Asked once: the kind of system does not change while the agent lives.
@@ -365,10 +374,12 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   // dhcp/
   struct DhcpResults;
   class LateLinks;
+  class Offers;
   std::vector<Kel::String> dhcpDevices() const;
   void startDhcpv4();
   void startDhcpv6();
   void selectIntfs6();
+  void rejectServer(Kel::String const& server);
 
   // fetch/
   void chooseAnswer();
@@ -383,6 +394,7 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   void refuseBootFile(Kel::String const& objection);
   void believeBootFile(Signature const& signature, std::uint64_t size);
   void noteVerifiedServer();
+  void endStalledTransfer();
   void reportFailedDownload();
   Kel::String startupConfigDestination() const;
   void endLeftoverScript();
@@ -405,11 +417,14 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   std::unique_ptr<DhcpClients> dhcpClients_;
   std::unique_ptr<DhcpResults> dhcpResults_;
   std::unique_ptr<LateLinks> lateLinks_;
+  std::unique_ptr<Offers> offers_;
+  std::unique_ptr<Pacing> pacing_;
   // Its type is known where libcurl is (fetch/).
   struct TransferEnd {
     void operator()(CurlTransfer* transfer) const;
   };
   std::unique_ptr<CurlTransfer, TransferEnd> curlCBData_;
+  std::shared_ptr<Resume> resume_;  // made with the first download of a run
   Kel::Ptr<Kel::FileDescriptor> curlSockFd_;
   Kel::Reactor curlSockFdReady_;
   struct BootFileCheckEnd {
@@ -424,14 +439,5 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   Problem downloadProblem_ = Problem::none;
   bool scriptSignalled_ = false;  // it was asked to end
 };
-
-// Whether the interface is a management one, and those are to be left alone.
-bool ignoredAsManagement(Kel::String const& intfName);
-
-// Frees a command line of the clients: every string, then the array.
-void freeCommandline(void* cmdLine);
-
-// Whether the kernel has IPv6 switched on for a device; false when it cannot be told.
-bool isIpv6Enabled(Kel::String const& kernelIntfName);
 
 }  // namespace ZeroTouch

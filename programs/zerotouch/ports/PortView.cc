@@ -53,8 +53,13 @@ std::string spared(PortView const& view, std::string const& name, Kel::Value con
 
 bool hasBootFile(Kel::Value const& result) { return !memberText(result, "bootFileName").empty(); }
 
-std::string whyNotChosen(PortView const& view, Kel::Value const& result, bool asks, bool linkUp) {
+// `standsBack` and `ignored`: why, or "".
+std::string whyNotChosen(PortView const& view, Kel::Value const& result, bool asks, bool linkUp,
+                         std::string const& standsBack, std::string const& ignored) {
   std::string const reason = memberText(result, "reason");
+  if (!ignored.empty() && result != Kel::Value()) return "no, " + ignored;
+  if (!standsBack.empty() && view.chosen.empty())
+    return (hasBootFile(result) ? "not yet, waits for others: " : "waits for others: ") + standsBack;
   if (hasBootFile(result)) return view.chosen.empty() ? "not yet" : "no, " + view.chosen + " was first";
   if (reason == "FAIL" || reason == "TIMEOUT") return "no, nobody answered";
   if (result != Kel::Value()) return "no, the answer names no boot file";
@@ -64,7 +69,7 @@ std::string whyNotChosen(PortView const& view, Kel::Value const& result, bool as
 }
 
 DhcpRow dhcpRow(PortView const& view, std::string const& port, Kel::Value const& result, std::string family,
-                std::string client, bool linkUp) {
+                std::string client, bool linkUp, std::string const& ignored) {
   bool const asks = client == "asks";
   std::string const reason = memberText(result, "reason");
   std::string const bootFile = Grammar::withoutPasswords(memberText(result, "bootFileName"));
@@ -73,7 +78,7 @@ DhcpRow dhcpRow(PortView const& view, std::string const& port, Kel::Value const&
           .client = std::move(client),
           .report = reason.empty() ? "-" : reason,
           .bootFile = bootFile.empty() ? "-" : bootFile,
-          .chosen = whyNotChosen(view, result, asks, linkUp)};
+          .chosen = whyNotChosen(view, result, asks, linkUp, memberText(view.standsBack, port), ignored)};
 }
 
 // Says on the port that was chosen which family's answer was taken. The agent keeps that, since the record of
@@ -116,6 +121,9 @@ PortView fetchPorts(Context const& context) {
       {"/zerotouch/sm/intfStatus6Stateless", &view.waitingStateless},
       {"/zerotouch/sm/dhclientReleases", &view.releases4},
       {"/zerotouch/sm/dhclient6Releases", &view.releases6},
+      {"/zerotouch/sm/standsBack", &view.standsBack},
+      {"/zerotouch/sm/ignoredAnswer", &view.ignored4},
+      {"/zerotouch/sm/ignoredAnswer6", &view.ignored6},
       {"/zerotouch/sm/choosenIntf", &view.chosenIntf},
       {"/zerotouch/sm/chosenAnswer", &view.chosenAnswer},
       {"/routerAdvt/status/raPacket", &view.advertisements},
@@ -170,15 +178,18 @@ std::vector<DhcpRow> dhcpRows(PortView const& view, PortRow const& row) {
   auto const client = [&](Kel::Value const& served, bool releases) {
     return !contains(served, device) ? "-" : releases ? "releases" : "asks";
   };
-  std::vector<DhcpRow> rows{
-      dhcpRow(view, port, four, "DHCPv4", client(view.served4, isTrue(view.releases4)), linkUp)};
+  std::vector<DhcpRow> rows{dhcpRow(view, port, four, "DHCPv4", client(view.served4, isTrue(view.releases4)),
+                                    linkUp, memberText(view.ignored4, device))};
+  std::string const ignored6 = memberText(view.ignored6, device);
   bool const waits = contains(view.waitingStateless, port);
   bool const stateless = waits || contains(view.servedStateless, device);
   if (stateless) {
-    rows.push_back(dhcpRow(view, port, six, "DHCPv6 stateless", waits ? "waits its turn" : "asks", linkUp));
+    rows.push_back(
+        dhcpRow(view, port, six, "DHCPv6 stateless", waits ? "waits its turn" : "asks", linkUp, ignored6));
   } else if (contains(view.members6, port) || contains(view.served6, device) || six != Kel::Value() ||
              (view.chosen == port && memberText(view.chosenAnswer, "family") != "dhcpv4")) {
-    rows.push_back(dhcpRow(view, port, six, "DHCPv6", client(view.served6, isTrue(view.releases6)), linkUp));
+    rows.push_back(
+        dhcpRow(view, port, six, "DHCPv6", client(view.served6, isTrue(view.releases6)), linkUp, ignored6));
   }
   if (view.chosen == port) settleChosen(rows, memberText(view.chosenAnswer, "family"));
   return rows;
