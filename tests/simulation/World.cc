@@ -79,9 +79,6 @@ World::World(std::uint64_t bits, std::uint64_t policy, bool recorded) : recorded
                      if (auto const intf = platform.episd->intfStatus(id))
                        intf->forwardingModelIs(platform.l3ConfigDir->intfConfig(id) ? routed : bridged);
                    });
-  auto const policy = Kel::makePtr<ZeroTouch::Policy>();
-  if (choice.of(4) == 3) policy->authenticity()->signersIs(PROJECT_FOLDER "/tests/fuzz/signers.pem");
-  Kel::activityManager()->localEntityIs(ZeroTouch::policyName, policy);
   agent = platform.createAgent(ZeroTouch::agentCreatorFactory);
   stateWatch_ = Kel::Reactor(agent->ztSm(), &ZeroTouch::ZeroTouchSmModel::NotifieeConst::onCurrentState, this,
                              &World::handleState);
@@ -127,6 +124,7 @@ void World::drawPolicy(std::uint64_t bits) {
   policy->dhcp()->offersIs(choice.among({0, 2, 40}));
   policy->dhcp()->clientTimingIs(choice.chance(2) ? ZeroTouch::ClientTiming::rfc
                                                   : ZeroTouch::ClientTiming::brisk);
+  if (choice.chance(4)) policy->authenticity()->signersIs(PROJECT_FOLDER "/tests/fuzz/signers.pem");
   if (!choice.chance(3)) return;
   policy->dhcp()->serverIs("10.0.0.1");
   policy->dhcp()->serverIs("00:03:00:01");

@@ -177,7 +177,9 @@ TEST_F(DhcpRules, a_better_offer_may_come_for_a_while) {
     time.advance(1);
     for (auto const& offer : c.offers) answer(offer.device, offer.bootFile, offer.six);
     EXPECT_EQ(taken(), c.first);
-    if (*c.first == '\0') EXPECT_EQ(sm().timer()->purpose(), "a better offer, which may come for 2 s");
+    if (*c.first == '\0') {
+      EXPECT_EQ(sm().timer()->purpose(), "a better offer, which may come for 2 s");
+    }
     time.advance(2);
     EXPECT_EQ(taken(), c.last);
     platform.dhcpStatus->intfDhcp6StatusDelAll();

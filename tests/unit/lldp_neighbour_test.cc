@@ -24,7 +24,7 @@ TEST(LldpNeighbour, IsNamedInPrintableCharacters) {
            {entry(2, "\7x") + entry(4, "described"), "", "x"},
            {entry(5, "\033[2Ja\nb"), "?[2Ja?b", ""},
            {entry(5, std::string(500, 'x')), std::string(64, 'x') + "...", ""},
-           {entry(5, "whole") + std::string("\x05\xffcut", 5), "whole", ""},
+           {entry(5, "whole") + std::string("\x05\xff" "cut", 5), "whole", ""},
            {entry(2, "\5") + "\x0a", "", ""},
            {"", "", ""}}) {
     auto const* const begin = reinterpret_cast<std::uint8_t const*>(message.data());

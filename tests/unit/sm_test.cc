@@ -250,8 +250,8 @@ TEST_F(StateMachine, platform_toml_stretches_its_waits_and_says_why) {
   Kel::activityManager()->localEntityIs(ZeroTouch::policyName, policy);
   Kel::randomSourceIs([] { return 0.5; });
   ZeroTouch::Pacing pacing;
-  auto const expect = [](ZeroTouch::Wait const& wait, Kel::Seconds time, std::string const& purpose) {
-    EXPECT_EQ(wait.time, time);
+  auto const expect = [](ZeroTouch::Wait const& wait, Kel::Seconds seconds, std::string const& purpose) {
+    EXPECT_EQ(wait.time, seconds);
     EXPECT_EQ(wait.purpose, purpose);
   };
   pacing.serverAsksFor(100);

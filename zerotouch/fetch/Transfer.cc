@@ -144,7 +144,7 @@ void ZeroTouchSm::doTryFetchUri() {
       static_cast<std::uint32_t>(std::min<std::uint64_t>(config()->maxDownloadSize(), UINT32_MAX));
   setOptions(*curlCBData_, option67Uri(), chosenAnswer()->scheme(), config()->proxyFromEnvironment());
   if (option67UriIsHttp()) doBuildCurlHttpHeaders();
-  if (option67UriIsHttps()) {
+  if (option67UriIsHttps() || curlCBData_->followsRedirects) {
     if (auto const failure = verifyServer(*curlCBData_, *policy()->authenticity()); !failure.empty()) {
       downloadImpossible.log(failure);
       doCurlShutdown();

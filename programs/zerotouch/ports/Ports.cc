@@ -48,7 +48,7 @@ Kel::Value json(PortRow const& row, std::vector<DhcpRow> const& dhcp) {
 // Calls `visit` with each port that is known: its name, its record, and whether it is a port-channel.
 template <typename Visit>
 void eachPort(PortView const& view, Visit const& visit) {
-  for (auto const* const directory : {&view.ports, &view.lags}) {
+  for (Kel::Value const* const directory : {&view.ports, &view.lags}) {
     auto const* const members = directory->as<Kel::ValueMap>();
     for (auto const& [name, port] : members != nullptr ? *members : Kel::ValueMap())
       visit(name, port, directory == &view.lags);
