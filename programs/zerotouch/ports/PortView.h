@@ -21,7 +21,7 @@ struct PortView {
   Kel::Value chosenIntf, chosenAnswer;
   Kel::Value advertisements;  // of IPv6 routers, by port
   Kel::Value reports;         // what ports and DHCP have reported, by number
-  std::string chosen;  // its name, or ""
+  std::string chosen;         // its name, or ""
 };
 
 PortView fetchPorts(Context const& context);
