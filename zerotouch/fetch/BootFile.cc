@@ -143,7 +143,7 @@ void ZeroTouchSm::chooseAnswer() {
 
 Kel::Ptr<ChosenAnswer> ZeroTouchSm::answerFrom(AnswerFamily family,
                                                Kel::Ptr<IntfDhcpStatus const> const& result) {
-  auto const schemes = policy()->authenticity()->scheme();
+  auto const schemes = policy()->authenticity()->scheme().keys();
   std::set<Kel::String> const allowed(schemes.begin(), schemes.end());
   BootFile const file = bootFile(result->serverName(), result->bootFileName(), allowed);
   return Kel::makePtr<ChosenAnswer>(family, result, file.url, file.scheme, file.objection, file.problem);
