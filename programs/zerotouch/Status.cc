@@ -207,8 +207,8 @@ Kel::Value statusOf(Snapshot const& snapshot) {
                        {"status", snapshot["/zerotouch/status"]},
                        {"sm", loaded ? Kel::Value(std::move(machine)) : Kel::Value()},
                        {"lastFailure", failed ? Kel::Value(std::move(failure)) : Kel::Value()}};
-  result.emplace_back("host", Kel::ValueMap{{"starts", snapshot[hostStartsPath]},
-                                            {"lastEnd", snapshot[lastHostEndPath]}});
+  result.emplace_back(
+      "host", Kel::ValueMap{{"starts", snapshot[hostStartsPath]}, {"lastEnd", snapshot[lastHostEndPath]}});
   result.emplace_back("outcome", outcome(result));
   result.emplace_back("whatToDo", whatToDo(result));
   return result;

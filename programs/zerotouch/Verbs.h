@@ -72,8 +72,8 @@ void showPorts(Context const& context, PortChoice const& choice);
 
 // Which events are shown. The texts are as given on the command line.
 struct EventChoice {
-  std::string since;     // "10min", "14:03" or "2026-03-01 14:03:22"; "" for all
-  std::string severity;  // "warning" or "4": that one and those that are worse; "" for all
+  std::string since;          // "10min", "14:03" or "2026-03-01 14:03:22"; "" for all
+  std::string severity;       // "warning" or "4": that one and those that are worse; "" for all
   std::uint64_t last = 0;     // only so many, the last ones; 0 for all
   std::uint64_t attempt = 0;  // those of one attempt, by its number; 0 for all
 };

@@ -146,13 +146,13 @@ class CommandLine {
   }
 
   void addEvents() {
-    CLI::App* const events = add(
-        "events", "Show what has happened",
-        {"zerotouch events -n 20", "zerotouch events --since 10min --severity warning",
-         "zerotouch events --attempt 3", "zerotouch events --follow --json | jq .name"},
-        [this] {
-          given_.follow ? followEvents(context_, given_.events) : showEvents(context_, given_.events);
-        });
+    CLI::App* const events =
+        add("events", "Show what has happened",
+            {"zerotouch events -n 20", "zerotouch events --since 10min --severity warning",
+             "zerotouch events --attempt 3", "zerotouch events --follow --json | jq .name"},
+            [this] {
+              given_.follow ? followEvents(context_, given_.events) : showEvents(context_, given_.events);
+            });
     events->add_flag("-f,--follow", given_.follow, "Go on with what happens, until interrupted");
     events->add_option("-n,--last", given_.events.last, "Only the last ones")->type_name("COUNT");
     events->add_option("--since", given_.events.since, "As 10min, 14:03 or '2026-03-01 14:03'")

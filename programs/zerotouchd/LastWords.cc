@@ -23,7 +23,8 @@ int file = -1;
 std::map<int, struct sigaction> before;  // what each signal would have done
 
 void write(std::string_view text) {
-  if (file >= 0) [[maybe_unused]] auto const written = ::write(file, text.data(), text.size());
+  if (file >= 0) [[maybe_unused]]
+    auto const written = ::write(file, text.data(), text.size());
 }
 
 // Calls nothing that a signal handler may not call.

@@ -31,7 +31,8 @@ Rows attemptRows(Kel::ValueMap const& attempts, Kel::Seconds now) {
     std::string const time = dateAndTime(started);
     rows.push_back({memberText(attempt, "number"), time.starts_with(today) ? time.substr(11) : time,
                     orDash(memberText(attempt, "port")), orDash(memberText(attempt, "family")),
-                    orDash(memberText(attempt, "url")), ended > 0 ? memberText(attempt, "outcome") : "goes on",
+                    orDash(memberText(attempt, "url")),
+                    ended > 0 ? memberText(attempt, "outcome") : "goes on",
                     duration((ended > 0 ? ended : now) - started)});
   }
   return rows;
@@ -73,10 +74,8 @@ void showAttempts(Context const& context) {
     Kel::ValueList list, states;
     for (auto const& [number, attempt] : attempts) list.push_back(attempt);
     for (auto const& stay : stays) {
-      states.push_back(Kel::ValueMap{{"state", stay.state},
-                                     {"times", stay.times},
-                                     {"total", stay.total},
-                                     {"longest", stay.longest}});
+      states.push_back(Kel::ValueMap{
+          {"state", stay.state}, {"times", stay.times}, {"total", stay.total}, {"longest", stay.longest}});
     }
     printJson(Kel::ValueMap{{"attempts", std::move(list)}, {"states", std::move(states)}});
     return;
@@ -88,8 +87,8 @@ void showAttempts(Context const& context) {
   }
   Rows rows{{"State", "Times", "Total", "Longest"}};
   for (auto const& stay : stays) {
-    rows.push_back({stay.state, std::to_string(stay.times), preciseDuration(stay.total),
-                    preciseDuration(stay.longest)});
+    rows.push_back(
+        {stay.state, std::to_string(stay.times), preciseDuration(stay.total), preciseDuration(stay.longest)});
   }
   if (!stays.empty()) print("\n" + table(rows));
 }

@@ -16,8 +16,8 @@ constexpr std::uint64_t lowest = 7;  // severity: debug
 
 // A number and a unit: seconds.
 std::optional<Kel::Seconds> spanOf(std::string const& words) {
-  static constexpr std::pair<char const*, double> units[] = {{"", 1},   {"s", 1},      {"m", 60},   {"min", 60},
-                                                             {"h", 3600}, {"d", 86400}};
+  static constexpr std::pair<char const*, double> units[] = {{"", 1},     {"s", 1},    {"m", 60},
+                                                             {"min", 60}, {"h", 3600}, {"d", 86400}};
   double amount = 0;
   auto const [end, error] = std::from_chars(words.data(), words.data() + words.size(), amount);
   std::string unit(end, words.data() + words.size());

@@ -18,11 +18,11 @@ struct PortView {
   Kel::Value served4, served6, servedStateless;  // devices with a client that runs
   Kel::Value members6, waitingStateless;         // interfaces that DHCPv6 is for
   Kel::Value releases4, releases6;               // whether that client hands a lease back
-  Kel::Value standsBack, ignored4, ignored6;     // ports and devices whose answers wait or do not count, and why
+  Kel::Value standsBack, ignored4, ignored6;  // ports and devices whose answers wait or do not count, and why
   Kel::Value chosenIntf, chosenAnswer;
   Kel::Value advertisements;  // of IPv6 routers, by port
   Kel::Value reports;         // what ports and DHCP have reported, by number
-  std::string chosen;  // its name, or ""
+  std::string chosen;         // its name, or ""
 };
 
 PortView fetchPorts(Context const& context);

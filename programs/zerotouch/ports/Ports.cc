@@ -1,4 +1,6 @@
 // ports: what takes part in provisioning, why the rest does not, and what DHCP has brought.
+#include <functional>
+
 #include "programs/zerotouch/Failure.h"
 #include "programs/zerotouch/Output.h"
 #include "programs/zerotouch/Terminal.h"
@@ -14,8 +16,8 @@ std::string heardFrom(PortRow const& row) {
   return row.heard > 0 && !name.empty() ? name : row.lldp;
 }
 
-// A port as a row of the table. People are not shown the forwarding model, which the fourth column tells where
-// it matters, and the operational state only where it differs from the link.
+// A port as a row of the table. People are not shown the forwarding model, which the fourth column tells
+// where it matters, and the operational state only where it differs from the link.
 std::vector<std::string> cells(PortRow const& row) {
   std::string const state = row.link == row.oper ? row.link : row.link + ", is " + row.oper;
   return {row.port, row.device, state, row.registered, row.speed, heardFrom(row)};
@@ -46,7 +48,7 @@ Kel::Value json(PortRow const& row, std::vector<DhcpRow> const& dhcp) {
 }
 
 // Calls `visit` with each port that is known: its name, its record, and whether it is a port-channel.
-template <typename Visit>
+using Visit = std::function<void(std::string const& name, Kel::Value const& port, bool lag)>;
 void eachPort(PortView const& view, Visit const& visit) {
   for (Kel::Value const* const directory : {&view.ports, &view.lags}) {
     auto const* const members = directory->as<Kel::ValueMap>();

@@ -74,8 +74,7 @@ std::string contents() {
       {"timeline", "Timeline"}, {"attempts", "Attempts"},          {"states", "States"}, {"events", "Events"},
       {"ports", "Ports"},       {"changes", "Applied and undone"}, {"timers", "Timers"}};
   std::string links;
-  for (auto const& [id, name] : sections)
-    links += std::string("<a href=\"#") + id + "\">" + name + "</a>\n";
+  for (auto const& [id, name] : sections) links += std::string("<a href=\"#") + id + "\">" + name + "</a>\n";
   return "<nav aria-label=\"Sections\">\n" + links + "</nav>\n";
 }
 

@@ -54,8 +54,8 @@ struct Run {
   std::vector<Attempt> attempts;
 };
 
-// What `report --json` prints: {time, status, inventory, states, timers, ports, changes, events, attempts}. When no
-// host runs, it is what the flash remembers.
+// What `report --json` prints: {time, status, inventory, states, timers, ports, changes, events, attempts}.
+// When no host runs, it is what the flash remembers.
 Kel::Value fetchRun(Context const& context);
 // The same as plain structures.
 Run runOf(Kel::Value const& fetched);
@@ -67,7 +67,8 @@ bool isApplied(Run::Change const& change);
 // element for wide screens, one for narrow ones, and a legend.
 std::string timeline(Run const& run);
 
-// The tables of attempts, states, events, ports, what was applied, and timers, as HTML, the newest rows first.
+// The tables of attempts, states, events, ports, what was applied, and timers, as HTML, the newest rows
+// first.
 std::string details(Run const& run);
 
 }  // namespace ZeroTouchCommand

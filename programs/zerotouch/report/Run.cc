@@ -105,9 +105,10 @@ Run runOf(Value const& fetched) {
   });
   run.attempts = each<Run::Attempt>(fetched, "attempts", [&](Value const& a) {
     bool const goesOn = time(a, "ended") <= 0;
-    return Run::Attempt{memberText(a, "number"), time(a, "started"),    goesOn ? run.now : time(a, "ended"),
-                        memberText(a, "port"),   memberText(a, "family"), memberText(a, "url"),
-                        memberText(a, "outcome"), isTrue(at(a, {"success"})), goesOn};
+    return Run::Attempt{
+        memberText(a, "number"),  time(a, "started"),         goesOn ? run.now : time(a, "ended"),
+        memberText(a, "port"),    memberText(a, "family"),    memberText(a, "url"),
+        memberText(a, "outcome"), isTrue(at(a, {"success"})), goesOn};
   });
   setBounds(run);
   return run;

@@ -1,5 +1,5 @@
-// The keys of platform.toml that keep many switches, and servers that fail, out of each other's way: [pacing],
-// and some of [download] and [dhcp].
+// The keys of platform.toml that keep many switches, and servers that fail, out of each other's way:
+// [pacing], and some of [download] and [dhcp].
 #pragma once
 
 #include "platform/model/policy.h"

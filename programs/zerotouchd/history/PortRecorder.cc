@@ -45,9 +45,8 @@ void PortRecorder::routerCame(Wire::IntfId const& id) {
     pendingRouters_.insert(id);
     alarm_.in(0);
   };
-  bool const changed = Kel::follow(flags_, id, advertisements_->raPacket(id), [note](auto const& packet) {
-    return Kel::Reactor(packet, note);
-  });
+  bool const changed = Kel::follow(flags_, id, advertisements_->raPacket(id),
+                                   [note](auto const& packet) { return Kel::Reactor(packet, note); });
   if (changed) note();
 }
 

@@ -121,7 +121,7 @@ void RunMemory::write() {
 // file may be lost.
 void RunMemory::flush() {
   if (flusher_ && !flusher_->ended()) return;
-  char const* const argv[] = {"sync", path_.c_str(), nullptr};
+  char const* const argv[] = {"/bin/sync", path_.c_str(), nullptr};
   flusher_ = Kel::run(argv, -1, -1, -1, -1);
 }
 
@@ -138,9 +138,14 @@ Value RunMemory::summary() const {
                                   {"url", attempt.url},
                                   {"outcome", attempt.outcome}});
     }
-    result = {{"started", machine_->startTime()}, {"ended", attempt.ended},   {"provisioned", attempt.success},
-              {"port", attempt.port},             {"family", attempt.family}, {"server", attempt.server},
-              {"url", attempt.url},               {"outcome", attempt.outcome}};
+    result = {{"started", machine_->startTime()},
+              {"ended", attempt.ended},
+              {"provisioned", attempt.success},
+              {"port", attempt.port},
+              {"family", attempt.family},
+              {"server", attempt.server},
+              {"url", attempt.url},
+              {"outcome", attempt.outcome}};
   }
   if (failures.size() > failuresOfRun) failures.erase(failures.begin(), failures.end() - failuresOfRun);
   result.emplace_back("attempts", attempts);
@@ -169,8 +174,8 @@ Value RunMemory::remembered(std::size_t entries) const {
                              {"status", tree_.getOrNull("/zerotouch/status")},
                              {"sm", std::move(machine)}}},
       {"log", ValueMap{{"history", std::move(history)},
-                       {"events", ValueMap{{"event", brief(lastOf(tree_.getOrNull("/log/events/event"),
-                                                                  entries))}}}}},
+                       {"events",
+                        ValueMap{{"event", brief(lastOf(tree_.getOrNull("/log/events/event"), entries))}}}}},
       {"entityMib", ValueMap{{"status", tree_.getOrNull("/entityMib/status")}}}};
   ValueList runs = earlier_;
   runs.push_back(summary());

@@ -22,7 +22,8 @@ class RunMemory {
   RunMemory& operator=(RunMemory const&) = delete;
 
   // Remembers the runs of `machine` from now on; null ends that, and writes what is not yet written.
-  void follow(Kel::Ptr<ZeroTouch::ZeroTouchSmModel const> const& machine, Kel::Ptr<History::Log const> const& log);
+  void follow(Kel::Ptr<ZeroTouch::ZeroTouchSmModel const> const& machine,
+              Kel::Ptr<History::Log const> const& log);
 
  private:
   void attemptChanged(std::uint64_t number);
