@@ -66,7 +66,7 @@ def main():
     results = run(chosen, min(options.jobs, len(chosen)))
     print("\n" + page.summary(results, time.monotonic() - start))
     if len(chosen) == len(CASES) == len(results):
-        page.write(results)
+        page.write(results, time.monotonic() - start)
     sys.exit(0 if len(results) == len(chosen) and all(result.result != "failed" for result in results) else 1)
 
 

@@ -63,7 +63,7 @@ class Udhcpd(Server):
 
     def released(self, address):
         """The lease file, written at each change, has the lease as expired."""
-        return "received RELEASE" in self.log() or "expired" in self.namespace.run("dumpleases", "-f", self.folder / "leases")
+        return "expired" in self.namespace.run("dumpleases", "-f", self.folder / "leases")
 
 
 class Coredhcp(Server):
@@ -103,7 +103,7 @@ class Relay(Server):
 
 class Odd(Server):
     """A server of this project."""
-    name = "of this project"
+    name = "odd_dhcp.py"
     ready = "ready"
     release = r"RELEASE {address}"
     told = {"routes": ["default via 10.0.1.1"]}

@@ -24,26 +24,27 @@ The configuration of every server is in [server-side/](server-side): the runs us
 
 
 def row(result):
-    first, *rest = result.remarks or [""]
-    return "\n".join([f"{result.result:10} {result.seconds:5.1f} s  {result.case}" + (f"  ({first})" if first else "")]
-                     + [f"{'':22}{line}" for line in rest])
+    head = f"{result.result:10} {result.seconds:5.1f} s  {result.case}" + (f"  ({result.remark})" if result.remark else "")
+    return "\n".join([head, *(f"{'':20}{fault}" for fault in result.faults)])
 
 
 def summary(results, seconds):
     counts = collections.Counter(result.result for result in results)
-    return f"{len(results)} cases in {seconds / 60:.0f} min: " + ", ".join(f"{counts[name]} {name}" for name in sorted(counts))
+    told = ", ".join(f"{counts[name]} {name}" for name in sorted(counts))
+    return f"{len(results)} cases in {seconds / 60:.0f} min: {told}"
 
 
 def cell(text):
     return text.replace("|", "\\|").replace("\n", " ").replace("<", "&lt;")
 
 
-def write(results):
-    lines = [HEAD, f"{summary(results, sum(result.seconds for result in results))} (of all runs, one after the other).", ""]
+def write(results, seconds):
+    lines = [HEAD, f"{summary(results, seconds)}.", ""]
     for group, rows in itertools.groupby(results, key=lambda result: result.group):
         lines += [f"## {group}", "", "| Server | Version | Case | Result | Remark |", "|---|---|---|---|---|"]
         for one in sorted(rows, key=lambda result: result.server):
             shown = one.result if one.result == "passed" else f"**{one.result}**"
-            lines.append(f"| {one.server} | {one.version} | {cell(one.name)} | {shown} | {cell('; '.join(one.remarks))} |")
+            remark = cell("; ".join(filter(None, [*one.faults, one.remark])))
+            lines.append(f"| {one.server} | {one.version} | {cell(one.name)} | {shown} | {remark} |")
         lines.append("")
     PAGE.write_text("\n".join(lines).rstrip("\n") + "\n")

@@ -52,8 +52,11 @@ struct Routes {
 // Bounds the message, which has to fit into one line of the state tree's socket.
 constexpr std::size_t mostRoutes = 128;
 
-void addRoute(Routes& routes, Routes::Route const& route, std::string_view option, Complaints& complaints) {
-  if (auto const wrong = Grammar::hostFault(route.nextHop); !wrong.empty()) {
+// Without a next hop (0.0.0.0) the destination is on the link itself, which classless routes alone can say.
+void addRoute(Routes& routes, Routes::Route const& route, std::string_view option, Complaints& complaints,
+              bool mayBeOnLink = false) {
+  bool const isOnLink = mayBeOnLink && route.nextHop.isZero();
+  if (auto const wrong = isOnLink ? "" : Grammar::hostFault(route.nextHop); !wrong.empty()) {
     complaints.drop(option, route.prefix.stringValue() + " by " + route.nextHop.stringValue(),
                     "the next hop is " + wrong);
   } else if (route.prefix.maskLength == 0) {
@@ -111,7 +114,7 @@ Routes classlessRoutes(Environment const& environment, Complaints& complaints) {
                           std::to_string(result.routes.size() + result.gateways.size()) + " usable routes");
       break;
     }
-    addRoute(result, *route, option, complaints);
+    addRoute(result, *route, option, complaints, true);
   }
   limit(result.routes, mostRoutes, option, complaints);
   limit(result.gateways, mostAddresses, option, complaints);

@@ -68,6 +68,11 @@ void addAnswer(Rows& rows, Kel::Value const& machine) {
   if (!done && came.empty() && memberText(machine, "currentState") != "stateFetchConfig") return;
   if (done || !came.empty()) line += isTrue(at(machine, {"curlSuccess"})) ? ", complete" : ", failed";
   rows.push_back({"Received:", came.empty() ? line : line + ": " + came});
+  std::string const authorities = memberText(machine, "serverVerifiedAgainst");
+  if (!authorities.empty()) rows.push_back({"Server:", "verified against " + authorities});
+  std::string const signer = memberText(machine, "bootFileSigner");
+  if (!signer.empty())
+    rows.push_back({"Signed by:", signer + ", SHA-256 " + memberText(machine, "bootFileSignerFingerprint")});
 }
 
 // A line such as "14:03:22, attempt 6 on Ethernet1: the download has failed, http://10.0.0.1/x".
@@ -119,7 +124,12 @@ constexpr char const* machineAttributes[] = {"currentState",
                                              "downloadOutcome",
                                              "whatToDo",
                                              "configFetchTryCounter",
-                                             "maxConfigFetchTries"};
+                                             "maxConfigFetchTries",
+
+                                             "serverVerifiedAgainst",
+                                             "bootFileSigner",
+                                             "bootFileSignerFingerprint",
+                                             "bootFileSignedTime"};
 
 // Those of the last failure, and as what they are shown.
 constexpr std::pair<char const*, char const*> failureAttributes[] = {

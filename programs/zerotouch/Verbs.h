@@ -4,6 +4,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "platform/kel/EntityType.h"
 #include "platform/statebase/Client.h"
@@ -78,5 +79,16 @@ void getPath(Context const& context, std::string const& path);
 void listPath(Context const& context, std::string const& path);
 // `value` is JSON or, where it is none, a string.
 void setPath(Context const& context, std::string const& path, std::string const& value);
+
+// What sign and verify are given. Neither needs a host.
+struct SigningWords {
+  std::string file, output, certificate, key, validUntil;  // output: "" for the file's name and ".cms"
+  std::vector<std::string> serials;
+};
+void sign(Context const& context, SigningWords const& words);
+struct VerifyingWords {
+  std::string file, signers, serial;  // serial: "" when it does not count
+};
+void verify(Context const& context, VerifyingWords const& words);
 
 }  // namespace ZeroTouchCommand

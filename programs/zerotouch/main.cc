@@ -6,6 +6,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <charconv>
 #include <csignal>
 #include <functional>
 #include <string_view>
@@ -34,6 +35,8 @@ struct Arguments {
   Kel::Seconds timeout = Kel::never;
   bool follow = false;
   bool sure = false;
+  SigningWords signing;
+  VerifyingWords verifying;
 };
 
 class CommandLine {
@@ -53,6 +56,7 @@ class CommandLine {
     addViews();
     addControls();
     addTreeVerbs();
+    addSigning();
   }
 
   // Does what the words ask for, and returns the exit code.
@@ -87,16 +91,20 @@ class CommandLine {
     auto* const status = add("status", "Show where provisioning stands",
                              {"zerotouch status", "zerotouch status --json | jq -r .whatToDo",
                               "zerotouch status --wait --timeout 600", "zerotouch status --wait=failed"},
-                             [this] {
-                               given_.wait.empty() ? showStatus(context_)
-                                                   : waitForStatus(context_, given_.wait, given_.timeout);
-                             });
-    auto* const wait = status->add_flag("--wait{provisioned}", given_.wait,
-                                        "Show it once that has come about:\nprovisioned, failed or a state");
+                             [this] { statusAsAskedFor(); });
+    auto* const wait = status->add_option("--wait", given_.wait,
+                                          "Once that has come about: provisioned (meant\n"
+                                          "without a word), failed, or a state");
+    wait->expected(0, 1)->option_text("[=OUTCOME]");
     status->add_option("--timeout", given_.timeout, "Wait no longer than that")
-        ->type_name("SECONDS")
-        ->check(CLI::NonNegativeNumber)
-        ->needs(wait);
+        ->check([](std::string const& text) {
+          Kel::Seconds seconds = -1;
+          auto const [end, error] = std::from_chars(text.data(), text.data() + text.size(), seconds);
+          bool const isTime = error == std::errc() && end == text.data() + text.size() && seconds >= 0;
+          return std::string(isTime ? "" : "'" + text + "' is no number of seconds");
+        })
+        ->needs(wait)
+        ->option_text("SECONDS");
     add("watch", "Show where provisioning stands, live",
         {"zerotouch watch", "zerotouch watch --until stateShutdown"},
         [this] { watch(context_, given_.until); })
@@ -118,6 +126,13 @@ class CommandLine {
         [this] { report(context_, given_.file); })
         ->add_option("-o,--output", given_.file, "The file to write, else standard output")
         ->type_name("FILE");
+  }
+
+  void statusAsAskedFor() {
+    bool const waits = program_.get_subcommand("status")->count("--wait") > 0;
+    bool const named = !given_.wait.empty() && given_.wait != "{}";  // which stands for no word
+    waits ? waitForStatus(context_, named ? given_.wait : "provisioned", given_.timeout)
+          : showStatus(context_);
   }
 
   void addControls() {
@@ -146,6 +161,37 @@ class CommandLine {
         ->add_option("value", given_.value, "JSON, or a string")
         ->required()
         ->type_name("");
+  }
+
+  void addSigning() {
+    auto* const signs = add("sign", "Sign a boot file, on any machine",
+                            {"zerotouch sign --certificate signer.pem --key signer.key boot.sh",
+                             "zerotouch sign --certificate signer.pem --key 'pkcs11:object=signer' \\\n"
+                             "    --serial SN0001 --serial SN0002 --valid-until 2027-01-31 boot.sh"},
+                            [this] { sign(context_, given_.signing); });
+    auto& signing = given_.signing;
+    auto const text = [](CLI::App* verb, char const* option, std::string& target, char const* does,
+                         char const* type) {
+      return verb->add_option(option, target, does)->type_name(type);
+    };
+    text(signs, "--certificate", signing.certificate, "PEM: the signer's, then those up to its authority",
+         "FILE")
+        ->required();
+    text(signs, "--key", signing.key, "Its key, in a file or on a PKCS#11 token", "FILE|URI")->required();
+    signs->add_option("--serial", signing.serials, "A switch that it is for; may be repeated")
+        ->type_name("NUMBER")
+        ->allow_extra_args(false);
+    text(signs, "--valid-until", signing.validUntil, "As in 2027-01-31 or 2027-01-31T12:00:00Z", "DATE");
+    text(signs, "-o,--output", signing.output, "The file to write, else FILE.cms", "FILE");
+    text(signs, "file", signing.file, "The boot file", "")->required();
+
+    auto& verifying = given_.verifying;
+    auto* const verifies = add("verify", "Say what a switch would say of a signed boot file, on any machine",
+                               {"zerotouch verify boot.sh.cms --signers signers.pem --serial SN0001"},
+                               [this] { verify(context_, given_.verifying); });
+    text(verifies, "--signers", verifying.signers, "PEM: who may sign, as on the switch", "FILE")->required();
+    text(verifies, "--serial", verifying.serial, "The switch that the file has to name", "NUMBER");
+    text(verifies, "file", verifying.file, "The signed file", "")->required();
   }
 
   CLI::App const* chosenVerb() const {

@@ -48,6 +48,18 @@ def test_a_cancel_that_was_noted_while_disabled_does_not_keep_cancel_from_cancel
     assert len(seen) > 3, "no state was missed, however short it was"
 
 
+def test_scripts_wait_for_an_outcome(host):
+    host.start(initial_values=READY)
+    assert "there are no ports" in host.cli("status", "--wait=failed")
+    assert "for 0 s in vain" in host.cli("status", "--wait", "--timeout", "0.1", code=5)
+    host.cli("disable")
+    host.cli("status", "--wait", code=9)
+    host.cli("enable")
+    host.cli("set", "/zerotouch/config/maxRunTime", "0")
+    assert "out of time, reloading (stateShutdown)" in host.cli("status", "--wait=stateShutdown", "--timeout", "60")
+    host.cli("status", "--wait", code=7)
+
+
 @pytest.mark.parametrize("variable", ["ZEROTOUCH_DHCLIENT", "ZEROTOUCH_REAL_DHCLIENT"])
 def test_a_client_that_cannot_be_executed_is_said_before_anything_is_touched(host, variable):
     for arguments in ((), ("--check",)):
@@ -56,6 +68,12 @@ def test_a_client_that_cannot_be_executed_is_said_before_anything_is_touched(hos
         assert (result.returncode, result.stderr) == (
             2, f"zerotouchd: {variable}: the DHCP client '/etc' is no program that can be executed\n")
     assert not host.run_directory.exists()
+
+
+def test_a_system_without_a_dhcp_client_is_told_of_at_the_start(host, monkeypatch):
+    hidden = ["unshare", "-m", "sh", "-c", 'mount -t tmpfs none /usr/sbin && exec "$@"', "sh"]
+    monkeypatch.setattr(host, "enter", lambda: hidden)
+    assert "no DHCP client is installed: neither /sbin/dhclient nor /usr/sbin/dhclient\n" in host.start().output()
 
 
 INITIAL = "--initial-values"

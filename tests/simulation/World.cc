@@ -7,6 +7,7 @@
 #include <filesystem>
 
 #include "platform/kel/Format.h"
+#include "zerotouch/agent/Policy.h"
 
 namespace {
 
@@ -61,6 +62,10 @@ World::World(std::uint64_t bits, bool recorded) : recorded_(recorded) {
     if (event.name == "ZTP_EXEC_SCRIPT_SUCCESS" ||
         (event.name == "ZTP_CONFIG_DOWNLOAD_SUCCESS" && event.message.find("startup-config") < 30))
       expectDisable = true;
+    if (event.name == "ZTP_EXEC_SCRIPT" || event.name == "ZTP_CONFIG_DOWNLOAD_SUCCESS") {
+      bool const mustBeSigned = !ZeroTouch::policy()->authenticity()->signers().empty();
+      require(!mustBeSigned || !sm().bootFileSigner().empty(), "what nobody has signed is used");
+    }
     if (event.name == "ZTP_RELOAD") ++reloads_;
     note("  " + event.name + ": " + event.message);
   });
@@ -72,6 +77,9 @@ World::World(std::uint64_t bits, bool recorded) : recorded_(recorded) {
                      if (auto const intf = platform.episd->intfStatus(id))
                        intf->forwardingModelIs(platform.l3ConfigDir->intfConfig(id) ? routed : bridged);
                    });
+  auto const policy = Kel::makePtr<ZeroTouch::Policy>();
+  if (choice.of(4) == 3) policy->authenticity()->signersIs(PROJECT_FOLDER "/tests/fuzz/signers.pem");
+  Kel::activityManager()->localEntityIs(ZeroTouch::policyName, policy);
   agent = platform.createAgent(ZeroTouch::agentCreatorFactory);
   stateWatch_ = Kel::Reactor(agent->ztSm(), &ZeroTouch::ZeroTouchSmModel::NotifieeConst::onCurrentState, this,
                              &World::handleState);

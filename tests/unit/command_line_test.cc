@@ -77,6 +77,19 @@ TEST_F(CommandLine, StatusShowsWhereProvisioningStands) {
   machine->currentStateIs(ZeroTouch::ProvisioningState::stateShutdown);
   machine->reloadRequestedIs(true);
   expectLine("Waits for:       the reload, which was requested");
+  history->stateIs(1, {Kel::now(), "stateShutdown", "it has come to something"});
+  using enum ZeroTouch::TransitionCause;
+  for (auto const& [cause, state, code] : {std::tuple{configInstalled, "provisioned, reloading", 6},
+                                           {scriptSucceeded, "provisioned, reloading", 6},
+                                           {runTimeOver, "out of time, reloading", 7},
+                                           {provisioningCancelled, "cancelled, reloading", 8}}) {
+    machine->transitionCauseIs(cause);
+    std::string const text = run("status --wait=stateRetry");
+    EXPECT_NE(text.find(std::string(state) + " (stateShutdown), for"), std::string::npos) << text;
+    EXPECT_TRUE(text.ends_with("exit " + std::to_string(code) + "\n")) << text;
+  }
+  machine->transitionCauseIs(scriptSucceeded);
+  EXPECT_TRUE(run("status --wait").ends_with("exit 0\n"));
 }
 
 TEST_F(CommandLine, PortsTellWhetherTheyTakePartAndWhyNot) {

@@ -97,6 +97,15 @@ TEST_F(Fetch, finds_the_boot_image_url) {
   }
 }
 
+TEST_F(Fetch, ends_when_the_server_says_more_than_libcurl_is_to_keep) {
+  CurlTransfer transfer;
+  std::vector<char> half(ZeroTouch::maxHeaderBytes / 2, 'h');
+  EXPECT_EQ(ZeroTouch::curlHeaderCB(half.data(), 1, half.size(), &transfer), half.size());
+  EXPECT_EQ(ZeroTouch::curlHeaderCB(half.data(), 1, half.size(), &transfer), half.size());
+  EXPECT_EQ(ZeroTouch::curlHeaderCB(half.data(), 1, 1, &transfer), 0U);
+  EXPECT_EQ(transfer.failure, "the server's headers are longer than 1048576 bytes");
+}
+
 TEST_F(Fetch, takes_no_earlier_transfer_for_one_that_never_started) {
   Sm& sm = atRest();
   inventoryIs(EntityMib::InitStatus::initialized);

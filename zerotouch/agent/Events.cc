@@ -232,4 +232,23 @@ Kel::LogHandle bootFileUnusable(
     "server (DHCPv4 option 66).",
     interval, burst, 0);
 
+Kel::LogHandle httpsServerVerified("HTTPS_SERVER_VERIFIED", informational,
+                                   "The server of %s was verified against %s",
+                                   "The certificate of the HTTPS server, and the name in it, were checked as "
+                                   "[authenticity] https_ca in platform.toml asks for.",
+                                   Kel::NoActionRequired, interval, burst, 0);
+
+Kel::LogHandle bootFileSigned(
+    "BOOT_FILE_SIGNED", informational, "The boot file from %s is signed by %s (SHA-256 %s)",
+    "The signature of the boot file was verified as [authenticity] in platform.toml "
+    "asks for. The fingerprint is that of the signer's certificate.",
+    Kel::NoActionRequired, interval, burst, 0);
+
+Kel::LogHandle datesNotChecked(
+    "DATES_NOT_CHECKED", warning,
+    "The dates of certificates and signatures are not checked: the clock shows %s",
+    "The clock shows a day before the one on which this software was built, so it cannot be right. What has "
+    "expired is believed too.",
+    "Set the clock, or replace its battery.", interval, burst, 0);
+
 }  // namespace ZeroTouch

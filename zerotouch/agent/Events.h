@@ -44,4 +44,8 @@ extern Kel::LogHandle addressNotActive;  // address and port
 extern Kel::LogHandle addressGone;       // address and port
 extern Kel::LogHandle bootFileUnusable;  // its name, reason
 
+extern Kel::LogHandle httpsServerVerified;  // URL, authorities
+extern Kel::LogHandle bootFileSigned;       // URL, signer, fingerprint
+extern Kel::LogHandle datesNotChecked;      // the time that the clock shows
+
 }  // namespace ZeroTouch

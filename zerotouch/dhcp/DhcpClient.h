@@ -119,6 +119,9 @@ struct DhcpClients {
   DhcpClient dhclient6Stateless;
 };
 
+// The kernel's names of their devices.
+std::vector<Kel::String> kernelNames(Kel::Collection<Wire::IntfId, Kel::Ptr<IntfStatus>> const& interfaces);
+
 // Appends the template to the generated file, which is made when missing. A template that cannot be read to
 // its end adds nothing. Returns how many bytes it had to add, whether or not the disk had room for them;
 // nothing when the generated file cannot be opened.

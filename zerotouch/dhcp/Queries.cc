@@ -5,19 +5,16 @@
 #include "platform/kel/Assert.h"
 #include "zerotouch/agent/Events.h"
 #include "zerotouch/dhcp/DhcpClient.h"
+#include "zerotouch/dhcp/LateLinks.h"
 #include "zerotouch/sm/SmTrace.h"
 
 namespace ZeroTouch {
 
-namespace {
-
-std::vector<Kel::String> kernelNames(auto const& interfaces) {
+std::vector<Kel::String> kernelNames(Kel::Collection<Wire::IntfId, Kel::Ptr<IntfStatus>> const& interfaces) {
   std::vector<Kel::String> result;
   for (auto const& [intfId, intf] : interfaces) result.push_back(intf->kernelIntfName());
   return result;
 }
-
-}  // namespace
 
 Kel::Ptr<Kel::ChildSiginfo const> ZeroTouchSm::dhclientChildProcess() const {
   return dhcpClients_->dhclient.child();
@@ -105,9 +102,18 @@ std::vector<Kel::String> ZeroTouchSm::dhcpDevices() const {
 void ZeroTouchSm::doStartDhcpQuery() {
   queryFailureReported_ = false;
   doCompleteDhclientConfigFiles();
+  startDhcpv4();
+  selectIntfs6();
+  startDhcpv6();
+  lateLinks_->queryIs(dhcpDevices(), kernelNames(intfStatus6()));
+}
+
+void ZeroTouchSm::startDhcpv4() {
   if (!dhcpClients_->dhclient.start(allocDhclientAcquireCommandline(), false, dhcpDevices(), __func__))
     SM_TRACE(5, " - Failed to alloc dhclient command line");
-  selectIntfs6();
+}
+
+void ZeroTouchSm::startDhcpv6() {
   if (!dhcpClients_->dhclient6.start(allocDhclient6AcquireCommandline(), false, kernelNames(intfStatus6()),
                                      __func__))
     SM_TRACE(5, " - Failed to alloc dhclient6 command line");

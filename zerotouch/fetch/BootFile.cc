@@ -10,6 +10,7 @@
 #include "platform/kel/Format.h"
 #include "platform/model/values/Grammar.h"
 #include "zerotouch/agent/Events.h"
+#include "zerotouch/agent/Policy.h"
 #include "zerotouch/fetch/CurlTransfer.h"
 #include "zerotouch/sm/SmTrace.h"
 #include "zerotouch/sm/ZeroTouchSm.h"
@@ -84,9 +85,7 @@ bool isKnown(std::string_view scheme) {
   return scheme == "http" || scheme == "https" || scheme == "ftp" || scheme == "tftp";
 }
 
-}  // namespace
-
-BootFile bootFile(Kel::String const& serverName, Kel::String const& bootFileName) {
+BootFile anyBootFile(Kel::String const& serverName, Kel::String const& bootFileName) {
   if (!serverName.empty()) {
     bool const namesUrl = bootFileName.find("://") != Kel::String::npos;
     return {"tftp://" + serverName + "/" + bootFileName, "tftp", "",
@@ -105,6 +104,17 @@ BootFile bootFile(Kel::String const& serverName, Kel::String const& bootFileName
   if (!namesHost(std::string_view(bootFileName).substr(colon + 1)))
     return {"", "", "its scheme is not followed by :// and a host", Problem::bootFileNoHost};
   return {bootFileName, scheme, ""};
+}
+
+}  // namespace
+
+BootFile bootFile(Kel::String const& serverName, Kel::String const& bootFileName,
+                  std::set<Kel::String> const& allowed) {
+  BootFile const file = anyBootFile(serverName, bootFileName);
+  if (!file.objection.empty() || allowed.empty() || allowed.contains(file.scheme)) return file;
+  Kel::String known;
+  for (auto const& scheme : allowed) known += (known.empty() ? "" : ", ") + scheme;
+  return {"", "", "platform.toml allows no scheme but " + known, Problem::schemeNotAllowed};
 }
 
 void ZeroTouchSm::choosenIntfIs(Kel::Ptr<IntfStatus> const& intf) {
@@ -133,7 +143,9 @@ void ZeroTouchSm::chooseAnswer() {
 
 Kel::Ptr<ChosenAnswer> ZeroTouchSm::answerFrom(AnswerFamily family,
                                                Kel::Ptr<IntfDhcpStatus const> const& result) {
-  BootFile const file = bootFile(result->serverName(), result->bootFileName());
+  auto const schemes = policy()->authenticity()->scheme().keys();
+  std::set<Kel::String> const allowed(schemes.begin(), schemes.end());
+  BootFile const file = bootFile(result->serverName(), result->bootFileName(), allowed);
   return Kel::makePtr<ChosenAnswer>(family, result, file.url, file.scheme, file.objection, file.problem);
 }
 

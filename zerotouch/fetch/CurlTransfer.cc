@@ -78,6 +78,7 @@ Curl const* Curl::load() {
 }
 
 CurlTransfer::~CurlTransfer() {
+  if (dataSocket) dataSocket->descriptorIs(-1);
   if (output != nullptr) std::fclose(output);
   if (headers != nullptr) curl->slistFreeAll(headers);
   if (multi != nullptr) curl->multiCleanup(multi);
@@ -138,6 +139,12 @@ std::size_t curlHeaderCB(void* buf, std::size_t size, std::size_t n, void* data)
   auto* const cd = static_cast<CurlTransfer*>(data);
   KEL_ASSERT(cd, "cd");
   std::string_view line(static_cast<char const*>(buf), size * n);
+  if (line.size() > maxHeaderBytes - cd->headerBytes) {
+    cd->failure = Kel::format("the server's headers are longer than %u bytes", maxHeaderBytes);
+    cd->problem = Problem::serverError;
+    return 0;
+  }
+  cd->headerBytes += static_cast<std::uint32_t>(line.size());
   noteContentLength(*cd, line);
   // RFC 959, 4.2.1: the data connection is open, or about to be opened.
   if (line.starts_with("125") || line.starts_with("150")) cd->ftpFileFollows = true;

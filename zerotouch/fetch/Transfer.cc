@@ -4,11 +4,15 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <functional>
 #include <utility>
 
 #include "platform/kel/Assert.h"
 #include "platform/kel/FileDescriptor.h"
+#include "platform/kel/Format.h"
 #include "zerotouch/agent/Events.h"
+#include "zerotouch/agent/Policy.h"
+#include "zerotouch/fetch/BootFileCheck.h"
 #include "zerotouch/fetch/CurlTransfer.h"
 #include "zerotouch/fetch/DownloadEnd.h"
 #include "zerotouch/sm/SmTrace.h"
@@ -37,7 +41,9 @@ void setOptions(CurlTransfer& transfer, Kel::String const& url, Kel::String cons
   setopt(CURLOPT_HEADERFUNCTION, curlHeaderCB);
   setopt(CURLOPT_HEADERDATA, &transfer);
   setopt(CURLOPT_DNS_CACHE_TIMEOUT, 0L);
+  if (scheme == "http" || scheme == "https") setopt(CURLOPT_USERAGENT, "zerotouch/" ZEROTOUCH_VERSION);
   if (scheme == "ftp") {
+    transfer.isFtp = true;
     setopt(CURLOPT_SERVER_RESPONSE_TIMEOUT, ftpResponseTimeoutSeconds);
     // When it is freed, libcurl waits 60 s for the answer to its farewell, if it has kept the connection.
     setopt(CURLOPT_FORBID_REUSE, 1L);
@@ -94,9 +100,11 @@ void ZeroTouchSm::doTryFetchUri() {
     if (curlCBData_->headers != nullptr) curl->easySetopt(easy, CURLOPT_HTTPHEADER, curlCBData_->headers);
   }
   if (option67UriIsHttps()) {
-    // A switch fresh from the factory knows no authority that could vouch for the server.
-    curl->easySetopt(easy, CURLOPT_SSL_VERIFYPEER, 0L);
-    curl->easySetopt(easy, CURLOPT_SSL_VERIFYHOST, 0L);
+    if (auto const failure = verifyServer(*curlCBData_, *policy()->authenticity()); !failure.empty()) {
+      downloadImpossible.log(failure);
+      doCurlShutdown();
+      return;
+    }
   }
   // Says nothing about the transfer: to end one must not wait, on the loop, for a name server that is silent.
   curl->easySetopt(easy, CURLOPT_QUICK_EXIT, 1L);
@@ -117,6 +125,10 @@ void ZeroTouchSm::forgetTransfer() {
   fileIsHashPlingIs(false);
   bytesReadIs(0);
   contentLengthIs(0);
+  serverVerifiedAgainstIs("");
+  bootFileSignerIs("");
+  bootFileSignerFingerprintIs("");
+  bootFileSignedTimeIs(0);
 }
 
 void ZeroTouchSm::doCurlPerform() {
@@ -135,10 +147,31 @@ void ZeroTouchSm::doCurlPerform() {
   }
 }
 
-// Only the socket that libcurl names first is watched; for all others the ticks must do. Whatever it no
-// longer asks for is switched off, so that a number which is not libcurl's any more cannot keep the loop
-// busy; and setting a direction registers the number with the kernel anew, since libcurl closes one socket
-// (that of its resolver) and gets its number again for the next.
+namespace {
+
+// FTP brings the file by a second socket, which comes and goes during the transfer.
+void watchDataSocket(CurlTransfer& transfer, int highest, fd_set const& readable, fd_set const& writable,
+                     std::function<void()> const& ready) {
+  int fd = highest;
+  while (fd >= 0 && (fd == transfer.socketFd || !(FD_ISSET(fd, &readable) || FD_ISSET(fd, &writable)))) --fd;
+  if (!transfer.dataSocket) {
+    if (fd < 0) return;
+    transfer.dataSocket = Kel::makePtr<Kel::FileDescriptor>();
+    using Hooks = Kel::FileDescriptor::NotifieeConst;
+    transfer.dataSocketReady =
+        Kel::Reactor(transfer.dataSocket, {&Hooks::onReadableCount, &Hooks::onWritableCount}, ready);
+  }
+  transfer.dataSocket->descriptorIs(fd);
+  transfer.dataSocket->notifyOnReadableIs(fd >= 0 && FD_ISSET(fd, &readable));
+  transfer.dataSocket->notifyOnWritableIs(fd >= 0 && FD_ISSET(fd, &writable));
+}
+
+}  // namespace
+
+// Only the socket that libcurl names first is watched, and that of FTP's data; for all others the ticks must
+// do. Whatever it no longer asks for is switched off, so that a number which is not libcurl's any more cannot
+// keep the loop busy; and setting a direction registers the number with the kernel anew, since libcurl closes
+// one socket (that of its resolver) and gets its number again for the next.
 void ZeroTouchSm::watchCurlSocket() {
   fd_set readable;
   fd_set writable;
@@ -174,6 +207,8 @@ void ZeroTouchSm::watchCurlSocket() {
   curlSockFd()->notifyOnReadableIs(read);
   SM_TRACE(9, (write ? " - Setting fd=" : " - Revoking fd=") << fd << " as notify on writeable");
   curlSockFd()->notifyOnWritableIs(write);
+  if (curlCBData_->isFtp)
+    watchDataSocket(*curlCBData_, highest, readable, writable, [this] { handleCurlSockFd(); });
 }
 
 void ZeroTouchSm::doCheckCurlErrors() {
@@ -187,7 +222,11 @@ void ZeroTouchSm::doCheckCurlErrors() {
     break;
   }
   curlSuccessIs(result == CURLE_OK);
-  curlErrorStrIs(result == CURLE_OK ? "" : cd->curl->easyStrerror(result));
+  bool const detailed = cd->errorDetail.front() != '\0';
+  curlErrorStrIs(result == CURLE_OK ? ""
+                 : detailed         ? Kel::printable(cd->errorDetail.data())
+                                    : Kel::String(cd->curl->easyStrerror(result)));
+  if (curlSuccess()) noteVerifiedServer();
   if (!curlSuccess()) SM_TRACE(1, " - CURL error: " << curlErrorStr());
   Trouble const end = downloadEnd(result, factsOf(*cd, option67Uri()), curlErrorStr());
   downloadProblem_ = curlSuccess() ? end.problem : toMend(end).problem;
@@ -212,6 +251,7 @@ void ZeroTouchSm::doCurlClose() {
   bytesReadIs(cd.byteCount);
   SM_TRACE(5, " bytes read: " << bytesRead());
   doCurlShutdown();
+  if (curlSuccess() && beginBootFileCheck()) return;
   curlTransferDoneIs(true);
 }
 
@@ -233,12 +273,16 @@ void ZeroTouchSm::doCurlShutdown() {
     curlSockFd_ = nullptr;
   }
   curlCBData_ = nullptr;
+  bootFileCheck_ = nullptr;
 }
 
 void ZeroTouchSm::handleCurlSockFd() {
   if (!mayMoveOnFrom(stateFetchConfig())) return;
   doCurlPerform();
-  if (!curlTransferDone()) return;
+  if (curlTransferDone()) concludeDownload();
+}
+
+void ZeroTouchSm::concludeDownload() {
   if (!curlSuccess()) reportFailedDownload();
   if (!mayActIn(stateFetchConfig())) return;
   if (curlSuccess()) {

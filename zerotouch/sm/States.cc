@@ -81,7 +81,8 @@ void ZeroTouchSm::noteOutcome(State entered) {
   if (Cause(transitionCause()).isSuccess()) lastFailureTimeIs(0);
   if (failed || ended) whatToDoIs(ZeroTouch::whatToDo(problem_));
   // The first attempt begins with the ports, the others with the query.
-  if (begins && currentState() != stateSetupInterfaces()) attemptIs(attempt() + 1);
+  if (begins && currentState() != stateSetupInterfaces())
+    attemptIs(currentState() == stateInit() ? 1 : attempt() + 1);
 }
 
 void ZeroTouchSm::noteFailure() {
@@ -167,7 +168,7 @@ void ZeroTouchSm::enterFetchConfig() {
   Cause const failure = doTryFetchConfigFromServer();
   if (!mayActIn(stateFetchConfig())) {
     doCurlShutdown();
-  } else if (curlCBData() != nullptr) {
+  } else if (downloadRuns()) {
     doStartConfigFetchTimer();
   } else if (curlTransferDone() && curlSuccess()) {
     doStateTransition(stateFetchConfig(), stateCopyConfigOrExecScript(), TransitionCause::fileReceived);

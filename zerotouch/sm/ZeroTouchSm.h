@@ -16,9 +16,9 @@
 // - stateSetupSystemIdentity, from either query: the answer has been applied. Once the address is
 //   active, stateFetchConfig follows; the end of SystemIdentitySetupTimer undoes the answer and leads
 //   to stateRetry.
-// - stateFetchConfig, from stateSetupSystemIdentity or stateRetryFetchConfig: the transfer runs. Its
-//   end leads to stateCopyConfigOrExecScript or stateRetryFetchConfig, the end of ConfigFetchTimer to
-//   stateRetry.
+// - stateFetchConfig, from stateSetupSystemIdentity or stateRetryFetchConfig: the transfer runs, and
+//   then the signature is verified where one is asked for. The end leads to stateCopyConfigOrExecScript or
+//   stateRetryFetchConfig, the end of ConfigFetchTimer to stateRetry.
 // - stateRetryFetchConfig, from stateFetchConfig: the back-off. The end of ConfigFetchRetryTimer leads
 //   back; after the third try stateRetry follows.
 // - stateCopyConfigOrExecScript, from stateFetchConfig: the file is installed, or run under
@@ -53,8 +53,10 @@
 
 namespace ZeroTouch {
 
+struct BootFileCheck;
 struct CurlTransfer;
 struct DhcpClients;
+struct Signature;
 struct TimerSettings;
 using U32Ptr = std::uint32_t*;
 
@@ -283,6 +285,8 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   void doTryFetchUri();
   // option67Uri() as events and traces show it: without its password.
   Kel::String shownUri() const;
+  // Whether a download is under way: it is transferred, or verified.
+  bool downloadRuns() const { return curlCBData_ != nullptr || bootFileCheck_ != nullptr; }
   // Null when no transfer runs.
   CurlTransfer const* curlCBData() const { return curlCBData_.get(); }
   Kel::Ptr<Kel::FileDescriptor> const& curlSockFd() const { return curlSockFd_; }
@@ -293,6 +297,8 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   void doCheckCurlErrors();
   void doCurlClose();
   void doCurlShutdown();
+  // Does the next piece of the verification, and what follows from its end.
+  void handleBootFileCheck();
   // What the transfer that runs is waiting for, once it has taken too long.
   Trouble whatTransferWaitsFor() const;
 
@@ -358,7 +364,10 @@ class ZeroTouchSm : public ZeroTouchSmModel {
 
   // dhcp/
   struct DhcpResults;
+  class LateLinks;
   std::vector<Kel::String> dhcpDevices() const;
+  void startDhcpv4();
+  void startDhcpv6();
   void selectIntfs6();
 
   // fetch/
@@ -368,6 +377,12 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   Trouble toMend(Trouble const& end) const;
   Trouble doubtsAboutConfig() const;
   void watchCurlSocket();
+  void concludeDownload();
+  // Starts to verify the download, if somebody has to have signed it; false when nothing is to be waited for.
+  bool beginBootFileCheck();
+  void refuseBootFile(Kel::String const& objection);
+  void believeBootFile(Signature const& signature, std::uint64_t size);
+  void noteVerifiedServer();
   void reportFailedDownload();
   Kel::String startupConfigDestination() const;
   void endLeftoverScript();
@@ -389,6 +404,7 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   std::unique_ptr<PortConfig> portConfig_;
   std::unique_ptr<DhcpClients> dhcpClients_;
   std::unique_ptr<DhcpResults> dhcpResults_;
+  std::unique_ptr<LateLinks> lateLinks_;
   // Its type is known where libcurl is (fetch/).
   struct TransferEnd {
     void operator()(CurlTransfer* transfer) const;
@@ -396,6 +412,10 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   std::unique_ptr<CurlTransfer, TransferEnd> curlCBData_;
   Kel::Ptr<Kel::FileDescriptor> curlSockFd_;
   Kel::Reactor curlSockFdReady_;
+  struct BootFileCheckEnd {
+    void operator()(BootFileCheck* check) const;
+  };
+  std::unique_ptr<BootFileCheck, BootFileCheckEnd> bootFileCheck_;  // after the transfer
   Kel::Ptr<Kel::ChildSiginfo const> scriptChildProcess_;
   Kel::Reactor scriptStatus_;
   bool queryFailureReported_ = false;  // by an event, in this attempt

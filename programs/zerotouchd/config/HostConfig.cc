@@ -5,6 +5,7 @@
 #include <charconv>
 
 #include "platform/statebase/Tree.h"
+#include "programs/zerotouchd/config/Authenticity.h"
 #include "programs/zerotouchd/config/PolicySections.h"
 
 namespace {
@@ -119,6 +120,7 @@ HostConfig readHostConfig(Kel::String const& path, bool mustExist, TomlFiles* fi
   for (auto& [name, keys] : policySections(*config.policy.entity)) sections[name].merge(keys);
   auto read = readToml(path, mustExist, sections);
   if (files != nullptr) *files = std::move(read);
+  checkAuthenticity(*config.policy.entity->authenticity(), path);
   if (config.socketPath.empty()) config.socketPath = config.runDirectory + "/statebase.sock";
   return config;
 }

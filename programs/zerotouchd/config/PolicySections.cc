@@ -1,3 +1,7 @@
 #include "programs/zerotouchd/config/PolicySections.h"
 
-Sections policySections(ZeroTouch::Policy&) { return {}; }
+#include "programs/zerotouchd/config/Authenticity.h"
+
+Sections policySections(ZeroTouch::Policy& policy) {
+  return {{"authenticity", authenticitySection(*policy.authenticity())}};
+}
