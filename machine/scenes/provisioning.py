@@ -39,7 +39,7 @@ def ipv6_only(switch):
 
 @scene("clock", "the clock begins in 1970 and is set during the run")
 def clock(switch):
-    switch.begin(None, environment=waits(DHCLIENTQUERY=10), prepare="date -s '1970-01-01 00:00:20'")
+    switch.begin(None, environment=waits(DHCLIENTQUERY=10), prepare="date -s '1970-01-02 00:00:20'")
     switch.wait_state("stateDhcpQuery")
     assert switch.run("date +%Y").strip() == "1970"
     switch.run("date -s '2030-06-01 12:00:00'")

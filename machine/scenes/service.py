@@ -1,6 +1,6 @@
 """The service: its confinement, restarts, hangs, memory, and its package."""
 from machine.suite import scene
-from machine.switch import HASTY, NO_RELOAD
+from machine.switch import NO_RELOAD
 
 SLOW = "http://{server}:8080/slow"
 CLIENT_LABEL = "tr '\\0' '\\n' </proc/$(pgrep -o dhclient)/attr/current"
