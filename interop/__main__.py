@@ -14,6 +14,7 @@ from interop.table import CASES
 
 
 WRITING = threading.Lock()
+INTERRUPTED = threading.Event()
 
 
 def work(number, waiting, results):
@@ -25,6 +26,8 @@ def work(number, waiting, results):
         while True:
             place, case = waiting.get_nowait()
             result = play(site, case)
+            if INTERRUPTED.is_set():  # which has ended its servers too
+                break
             results[place] = result
             with WRITING:
                 print(page.row(result), flush=True)
@@ -47,6 +50,7 @@ def run(chosen, jobs):
         for worker in workers:
             worker.join()
     except KeyboardInterrupt:
+        INTERRUPTED.set()
         while not waiting.empty():
             waiting.get()
         raise
