@@ -77,7 +77,8 @@ class Switch(Lab):
         return self.switch.pids() - {self.host.processes.running("host"), self.processes.running(self.switch.HOLDER)}
 
     def flash(self):
-        return {file.name: file.read_text() for file in self.host.flash.iterdir()}
+        """The files on the flash, without the one in which the host remembers its runs."""
+        return {file.name: file.read_text() for file in self.host.flash.iterdir() if file.name != "zerotouch-history"}
 
     def found(self):
         """Everything that a run may change on the switch, except for the flash."""

@@ -148,7 +148,7 @@ def test_a_quick_server_that_is_wrong_does_not_keep_the_switch_from_a_right_one(
     switch.serve("dhcpv4", "http://{server}/missing", ports=[1], name="wrong")
     switch.serve("dhcpv4", ports=[2], lines=NO_ANSWER)
     switch.host.boot_again()
-    reason = "the download has failed too often: HTTP response code said error"
+    reason = "the download has failed too often: HTTP 404 Not Found"
     wait_dhcp(switch, {(1, "DHCPv4"): ("asks", "BOUND", "http://10.0.1.1/missing", f"not yet, waits for others: {reason}")})
     switch.serve("dhcpv4", ports=[2], lines=["dhcp-reply-delay=1"])
     wait_provisioned(switch)
