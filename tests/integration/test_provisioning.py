@@ -47,7 +47,8 @@ HEADERS = {"X-Ostrel-SystemMAC": "02:00:00:00:00:01", "X-Ostrel-ModelName": "LAB
 ])
 def test_the_configuration_is_installed(lab, scenario, boot_file, server):
     seen = len(lab.requests())
-    tick = 0.1 if "tftp" in scenario + boot_file else 100  # otherwise the watch of the sockets carries the transfer alone
+    # Over HTTP the watch of the sockets carries the transfer alone.
+    tick = 0.1 if "tftp" in scenario + boot_file else 1 if "ftp" in boot_file else 100
     lab.begin(scenario, boot_file, tick=tick, **(UNTIL_ADVERTISED if "6" in scenario else {}))
     lab.wait_reload()
     assert lab.flash() == {"startup-config": CONFIG, "zerotouch-config": GUARD}
