@@ -47,4 +47,5 @@ def measure(rounds=9):
             ours.append(seconds(BUILD / "bin" / "zerotouch", "verify", "signed", "--signers", "ca.pem"))
         record("verifying 100 MB: speed against openssl cms -verify", "x",
                [statistics.median(theirs) / statistics.median(ours)], "at least 0.8")
-        record("verifying 100 MB: peak resident memory", "KiB", [peak_kib("verify", "signed", "--signers", "ca.pem")], "at most 20480")
+        record("verifying 100 MB: peak resident memory", "KiB", [peak_kib("verify", "signed", "--signers", "ca.pem")],
+               "at most 20480")
