@@ -58,7 +58,8 @@ def provision(lab, options, boot_file):
     while time.time() < deadline:
         events = timeline.follow()
         if not options.repaired and events.count("ZTP_CONFIG_DOWNLOAD_FAIL") >= FAILURES:
-            timeline.print(f"  (the server gets {'a file of the right signer' if options.signed else 'the file that it did not have'})")
+            file = "a file of the right signer" if options.signed else "the file that it did not have"
+            timeline.print(f"  (the server gets {file})")
             options.repaired = True
             write(lab, boot_file, options)
         if lab.host.reload_requested():
