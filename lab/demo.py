@@ -58,7 +58,8 @@ def provision(lab, options, boot_file):
     while time.time() < deadline:
         events = timeline.follow()
         if not options.repaired and events.count("ZTP_CONFIG_DOWNLOAD_FAIL") >= FAILURES:
-            timeline.print("  (the server gets the file that it did not have)")
+            file = "a file of the right signer" if options.signed else "the file that it did not have"
+            timeline.print(f"  (the server gets {file})")
             options.repaired = True
             write(lab, boot_file, options)
         if lab.host.reload_requested():
@@ -84,7 +85,8 @@ def trust(lab):
     lab.host.config.write_text(lab.host.config_text + TRUST.format(folder=lab.folder))
     say("who may sign boot files, as the switch is told")
     print(TRUST.format(folder=lab.folder), end="", flush=True)
-    print(run(BUILD / "bin" / "zerotouchd", "--check", "--config", lab.host.config), end="", flush=True)
+    checked = run(BUILD / "bin" / "zerotouchd", "--check", "--config", lab.host.config).splitlines()
+    print("zerotouchd --check says of it:\n" + "\n".join(line for line in checked if ".pem:" in line), flush=True)
 
 
 def sign(lab, boot_file, signer):
@@ -155,6 +157,7 @@ def main():
             trust(lab)
         if options.signed and not options.fail:
             write(lab, boot_file, options, "stranger")
+            say("the server has a boot file that CN=stranger has signed, whom that authority does not know")
         elif options.repaired:
             write(lab, boot_file, options)
         lab.serve(options.scenario, boot_file=f"{options.scheme}://{{server}}/{boot_file.name}", ports=[1])

@@ -1,4 +1,6 @@
 """From power-on to the second boot."""
+from lab.host import BUILD, ROOT
+from lab.namespace import run
 from machine import hardware
 from machine.suite import scene
 from machine.switch import CONFIG, waits
@@ -35,6 +37,30 @@ def ipv6_only(switch):
     switch.is_settled()
     request = switch.network.requests()[-1]
     assert request["uri"] == "/config" and ":" in request["client"]
+
+
+@scene("signed", "a stranger's boot file is refused; one that is signed for this switch is believed")
+def signed(switch):
+    for arguments in (["ca", "ours"], ["signer", "signer", "ours"], ["ca", "theirs"], ["signer", "stranger", "theirs"]):
+        run(ROOT / "lab" / "authority", switch.folder, *arguments)
+
+    def serve(signer):
+        switch.serves("config", CONFIG)
+        run(BUILD / "bin" / "zerotouch", "sign", "--certificate", switch.folder / f"{signer}.pem", "--key",
+            switch.folder / f"{signer}.key", "--serial", hardware.SERIAL, switch.network.www / "config", "-o",
+            switch.network.www / "config")
+
+    serve("stranger")
+    signers = (switch.folder / "ours.pem").read_text()
+    switch.begin(platform='[authenticity]\nsigners = "/etc/zerotouch/signers.pem"\nbind = "serial"\n',
+                 prepare=f"cat >/etc/zerotouch/signers.pem <<'EOF'\n{signers}EOF\nzerotouchd --check")
+    refusal = "Error: the file is signed by somebody who may not sign boot files: CN=stranger"
+    switch.wait(lambda: any(refusal in text for text in switch.events("ZTP_CONFIG_DOWNLOAD_FAIL")), "the refusal")
+    assert switch.startup_config() is None
+    serve("signer")
+    switch.wait_reload()
+    switch.is_settled()
+    assert "Signed by:       CN=signer\n" in switch.run("zerotouch history"), switch.run("zerotouch history")
 
 
 @scene("clock", "the clock begins in 1970 and is set during the run")

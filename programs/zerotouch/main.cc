@@ -201,13 +201,18 @@ class CommandLine {
                          char const* type) {
       return verb->add_option(option, target, does)->type_name(type);
     };
+    // A script whose variable is unset must not hear that a file is fit for any switch.
+    auto const notEmpty = [](std::string const& given) {
+      return std::string(given.empty() ? "expected a serial number that is not empty" : "");
+    };
     text(signs, "--certificate", signing.certificate, "PEM: the signer's, then those up to its authority",
          "FILE")
         ->required();
     text(signs, "--key", signing.key, "Its key, in a file or on a PKCS#11 token", "FILE|URI")->required();
     signs->add_option("--serial", signing.serials, "A switch that it is for; may be repeated")
         ->type_name("NUMBER")
-        ->allow_extra_args(false);
+        ->allow_extra_args(false)
+        ->check(notEmpty);
     text(signs, "--valid-until", signing.validUntil, "As in 2027-01-31 or 2027-01-31T12:00:00Z", "DATE");
     text(signs, "-o,--output", signing.output, "The file to write, else FILE.cms", "FILE");
     text(signs, "file", signing.file, "The boot file", "")->required();
@@ -217,7 +222,8 @@ class CommandLine {
                                {"zerotouch verify boot.sh.cms --signers signers.pem --serial SN0001"},
                                [this] { verify(context_, given_.verifying); });
     text(verifies, "--signers", verifying.signers, "PEM: who may sign, as on the switch", "FILE")->required();
-    text(verifies, "--serial", verifying.serial, "The switch that the file has to name", "NUMBER");
+    text(verifies, "--serial", verifying.serial, "The switch that the file has to name", "NUMBER")
+        ->check(notEmpty);
     text(verifies, "file", verifying.file, "The signed file", "")->required();
   }
 

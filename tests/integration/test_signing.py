@@ -1,4 +1,5 @@
 """Signed boot files, and HTTPS servers that are verified, with real servers; and docs/signing.md as it stands there."""
+import json
 import os
 import re
 import subprocess
@@ -66,11 +67,12 @@ def test_only_what_is_signed_for_this_switch_is_run(lab):
                            "http://{server}/config.cms": "the file does not say for which switches it is"}.items():
         assert failures(lab, boot_file, *DOWNLOADS) == ". Error: " + why
     assert f"{why}, http://10.0.1.1/config.cms\n" in lab.host.cli("status")
-    assert lab.flash() == {}
+    assert lab.flash().keys() == {"zerotouch-history"}
     lab.serve("dhcpv4", "http://{server}/boot.sh.cms")
     lab.wait_reload()
     assert lab.flash()["startup-config"] == "hostname leaf-1\n"
     assert "Signed by:       CN=Boot file signer, SHA-256 " in lab.host.cli("status")
+    wait_for(lambda: json.loads(lab.host.cli("history", "--json"))[-1].get("signer") == "CN=Boot file signer", "the history")
     assert lab.messages("BOOT_FILE_SIGNED")[0].startswith(
         "The boot file from http://10.0.1.1/boot.sh.cms is signed by CN=Boot file signer (SHA-256 ")
     assert lab.switch.run("sh", "-c", "ls /tmp/zt-verified 2>&1 || true").startswith("ls: cannot access")
@@ -87,10 +89,10 @@ def test_older_files_than_the_newest_are_refused(lab):
     lab.begin("dhcpv4", "http://{server}/config.cms", flash=kept)
     said = wait_for(lambda: lab.messages("ZTP_CONFIG_DOWNLOAD_FAIL"), "the refusal")[0]
     assert said.endswith("Z, before the newest that was taken, of 2090-01-01T00:00:00Z")
-    assert lab.flash() == kept
+    assert lab.flash()["zerotouch-config"] == kept["zerotouch-config"] and "startup-config" not in lab.flash()
 
 
-@pytest.mark.parametrize("year, wrong", [(1970, None), (2200, "the certificate of its signer's authority")])
+@pytest.mark.parametrize("year, wrong", [(1970, None), (2100, "the certificate of its signer's authority")])
 def test_dates_count_once_the_clock_can_be_right(lab, year, wrong):
     trust(lab, '[authenticity]\nsigners = "/etc/zerotouch/signers.pem"\nhttps_ca = "{lab}/expired.crt"')
     before = lab.host.environment
@@ -117,10 +119,10 @@ def test_servers_are_verified_and_schemes_refused(lab):
         "http://{server}/config": " cannot be downloaded: platform.toml allows no scheme but https",
         "https://boot.example:8443/config": ". Error: SSL certificate problem: ",
         "https://{server}/config": ". Error: SSL: certificate subject name 'boot.example' does not match target host name",
-        "https://boot.example:9443/config": ". Error: HTTP response code said error",
+        "https://boot.example:9443/config": ". Error: The requested URL returned error: 400",
     }.items():
         assert failures(lab, boot_file, *DOWNLOADS).startswith(why)
-    assert lab.flash() == {}
+    assert "startup-config" not in lab.flash()
     lab.serve("dhcpv4", "https://boot.example/config")
     lab.wait_reload()
     assert f"Server:          verified against {lab.folder}/valid.crt\n" in lab.host.cli("status")

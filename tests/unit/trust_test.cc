@@ -35,7 +35,7 @@ class Trust : public ::testing::Test {
     std::string failure;
     auto const* const library = ZeroTouch::trustLibrary(failure);
     if (library == nullptr) return failure;
-    expectations.signers = folder.path("/ca.pem");
+    expectations.signers = folder.path(expectations.signers.empty() ? "/ca.pem" : expectations.signers);
     int const output = open(folder.path("/content").c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
     auto const verification = library->verify(folder.path("/signed"), output, expectations);
     while (verification->work()) continue;
@@ -75,12 +75,19 @@ authority issue between ca 'basicConstraints=CA:TRUE\nkeyUsage=keyCertSign' 365 
 TEST_F(Trust, holds_the_file_against_the_switch_and_the_clock) {
   constexpr Kel::Seconds day = 86'400;
   shell("\"$ZEROTOUCH\" sign --certificate signer.pem --key signer.key --serial SN1 --valid-until " +
-        utcTime(Kel::now() + 7 * day) + " boot -o signed");
+        utcTime(Kel::now() + 7 * day) + " boot -o signed; : >empty.pem");
   Kel::Seconds const now = Kel::now();
   std::string const believed = "believed: signer signed 21 bytes for SN1 until ";
   for (auto const& [expectations, said] : std::vector<std::pair<Expectations, std::string>>{
            {{"", "SN1", now, now - 100}, believed},
            {{"", "SN11", now, {}}, "the file is for other switches: SN1"},
+           {{"", "", now, {}}, "the switch does not know its own serial number"},
+           {{"/none.pem", {}, now, {}}, "nobody is known who may sign boot files: none.pem: no such file"},
+           {{"/empty.pem", {}, now, {}},
+            "nobody is known who may sign boot files: empty.pem: no certificate in it"},
+           {{"/signer.key", {}, now, {}},
+            "nobody is known who may sign boot files: signer.key: no certificate in it"},
+           {{"/", {}, now, {}}, "nobody is known who may sign boot files: "},
            {{"", {}, now + 8 * day, {}}, "the file was valid until "},
            {{"", {}, now + 3660 * day, {}},
             "the certificate of its signer's authority (CN=ca) has expired on "},

@@ -3,6 +3,7 @@
 #include <openssl/err.h>
 
 #include <array>
+#include <cstring>
 #include <ctime>
 
 #include "platform/kel/Format.h"
@@ -37,10 +38,9 @@ Kel::Seconds secondsOf(ASN1_TIME const* time) {
 
 Kel::String lastError() {
   unsigned long const code = ERR_peek_last_error();
-  char const* const reason = ERR_reason_error_string(code);
-  Kel::String const text = reason != nullptr ? reason
-                           : code != 0       ? "an error of the system"
-                                             : "no reason given";
+  char const* const reason = ERR_SYSTEM_ERROR(code) ? std::strerror(static_cast<int>(ERR_GET_REASON(code)))
+                                                    : ERR_reason_error_string(code);
+  Kel::String const text = reason != nullptr ? reason : "no reason given";
   ERR_clear_error();
   return text;
 }

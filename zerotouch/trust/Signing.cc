@@ -9,6 +9,7 @@
 #include <openssl/ui.h>
 
 #include <cstring>
+#include <filesystem>
 
 #include "platform/kel/WholeFile.h"
 #include "zerotouch/trust/Pem.h"
@@ -88,6 +89,7 @@ Key readKey(Kel::String const& where) {
   ERR_clear_error();
   Key key = keyFromStore(where);
   if (!key && onToken) key = keyFromEngine(where);
+  if (!key && ERR_peek_last_error() == 0) throw Refusal{"there is no private key in " + where};
   if (!key) fail("cannot read a key from " + where);
   ERR_clear_error();
   return key;
@@ -102,6 +104,12 @@ void signFile(SigningRequest const& request) {
   int const kind = EVP_PKEY_get_base_id(key.get());
   if (kind == EVP_PKEY_ED25519 || kind == EVP_PKEY_ED448)
     throw Refusal{"OpenSSL 3.0 cannot sign a file with an Ed25519 or Ed448 key; RSA and ECDSA will do"};
+  if (request.now > secondsOf(X509_get0_notAfter(certificate)))
+    throw Refusal{"the certificate " + subjectOf(certificate) + " has expired"};
+  // OpenSSL would sign a folder as an empty file.
+  std::error_code ignored;
+  if (std::filesystem::is_directory(request.content, ignored))
+    throw Refusal{request.content + " is a folder"};
   Bio const content(BIO_new_file(request.content.c_str(), "rb"));
   if (!content) throw Refusal{"cannot read " + request.content + ": " + std::strerror(errno)};
 

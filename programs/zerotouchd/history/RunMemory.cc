@@ -129,8 +129,10 @@ Value RunMemory::summary() const {
   ValueMap result{{"started", machine_->startTime()}, {"ended", 0.0}, {"provisioned", false}};
   ValueList failures;
   std::uint32_t attempts = 0;
+  bool hasBootFile = false;
   for (auto const& [number, attempt] : log_->attempt()) {
     attempts = attempt.number;
+    hasBootFile = !attempt.url.empty();
     if (attempt.ended > 0 && !attempt.success) {
       failures.push_back(ValueMap{{"time", attempt.ended},
                                   {"attempt", attempt.number},
@@ -150,6 +152,9 @@ Value RunMemory::summary() const {
   if (failures.size() > failuresOfRun) failures.erase(failures.begin(), failures.end() - failuresOfRun);
   result.emplace_back("attempts", attempts);
   result.emplace_back("failures", std::move(failures));
+  // The machine keeps the signer until its next download, so an attempt without one has none.
+  if (hasBootFile && !machine_->bootFileSigner().empty())
+    result.emplace_back("signer", machine_->bootFileSigner());
   return result;
 }
 
