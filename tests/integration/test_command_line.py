@@ -144,7 +144,7 @@ def test_attempts_and_events_can_be_told_apart(host):
     attempts = json.loads(host.cli("attempts", "--json"))["attempts"]
     assert [(attempt["number"], attempt["port"], attempt["family"], attempt["url"], attempt["outcome"], attempt["success"])
             for attempt in attempts] == [
-        (1, "Ethernet1", "DHCPv6", "http://127.0.0.1:9/" + HOSTILE,
+        (1, "Ethernet1", "DHCPv6 stateless", "http://127.0.0.1:9/" + HOSTILE,
          "the download has failed too often: 127.0.0.1 refuses the connection", False), (2, "", "", "", "", False)]
     assert attempts[0]["started"] < attempts[0]["ended"] <= attempts[1]["started"] and attempts[1]["ended"] == 0
 
