@@ -100,19 +100,16 @@ Widths leastWidths(Rows const& rows, Widths const& natural) {
   return least;
 }
 
-// Makes the last column narrower, and then always the widest one, until the table fits. Returns false when it
-// cannot.
+// Makes the widest column that can be narrower so, until the table fits. Returns false when it cannot.
 bool narrow(Widths& widths, Widths const& least, std::size_t limit) {
-  for (std::size_t i = widths.size() - 1; total(widths) > limit;) {
-    if (widths[i] > least[i]) {
-      --widths[i];
-      continue;
+  while (total(widths) > limit) {
+    std::size_t widest = widths.size();
+    for (std::size_t i = 0; i < widths.size(); ++i) {
+      bool const wider = widest == widths.size() || widths[i] >= widths[widest];
+      if (widths[i] > least[i] && wider) widest = i;
     }
-    for (std::size_t other = 0; other < widths.size(); ++other) {
-      bool const wider = widths[i] <= least[i] || widths[other] > widths[i];
-      if (widths[other] > least[other] && wider) i = other;
-    }
-    if (widths[i] <= least[i]) return false;
+    if (widest == widths.size()) return false;
+    --widths[widest];
   }
   return true;
 }

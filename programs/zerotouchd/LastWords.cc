@@ -48,7 +48,7 @@ LastWords::LastWords(Kel::String const& runDirectory)
     lines >> starts_;
     starts_ = std::min(starts_, 1'000'000U) + 1;
     std::getline(lines >> std::ws, lastEnd_);
-    lastEnd_ = lastEnd_.empty() ? "was killed, by somebody or since memory ran out"
+    lastEnd_ = lastEnd_.empty() ? "was killed, by somebody or for want of memory"
                                 : Kel::printable(lastEnd_, Kel::longestShown);
   }
   if (Kel::String const failure = memory_.keep(std::to_string(starts_) + "\n"); !failure.empty())

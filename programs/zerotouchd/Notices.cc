@@ -1,7 +1,7 @@
 #include "programs/zerotouchd/Notices.h"
 
 Kel::LogHandle hostRestarted(
-    "HOST_RESTARTED", 4, "The host was started for the %u. time in this boot, since the last one %s",
+    "HOST_RESTARTED", 4, "The host was started %u times in this boot; the last one %s",
     "The host of the agent has ended without being asked to. It was started again, has undone what the last "
     "one left, and begins the run anew.",
     "If this happens again and again, send the output of zerotouch report and the journal of zerotouchd to "

@@ -77,7 +77,8 @@ def test_what_programs_get_is_what_is_documented(host):
     for verb in ("status", "ports", "events", "explain", "attempts"):
         assert keys(json.loads(host.cli(verb, "--json"))) == shapes[verb], verb
     port = json.loads(host.cli("ports", "et1", "--json"))
-    assert keys(port) - shapes["port"] == {key.removeprefix("[].") for key in shapes["ports"]}
+    assert set(port) == {re.match(r"\w+", key.removeprefix("[]."))[0] for key in shapes["port"] | shapes["ports"]}
+    assert keys(port["reports"]) == {key.removeprefix("ports") for key in shapes["report"] if key.startswith("ports[]")}
     lists = [json.loads(host.cli("list", path, "--json")) for path in ("/zerotouch/config", "/log/events")]
     assert keys(lists) == {f"[]{key}" for key in shapes["list"]}  # a directory has fewer of them, a collection one more
     report = json.loads(host.cli("report", "--json"))
@@ -143,8 +144,8 @@ def test_attempts_and_events_can_be_told_apart(host):
     attempts = json.loads(host.cli("attempts", "--json"))["attempts"]
     assert [(attempt["number"], attempt["port"], attempt["family"], attempt["url"], attempt["outcome"], attempt["success"])
             for attempt in attempts] == [
-        (1, "Ethernet1", "DHCPv6", "http://127.0.0.1:9/" + HOSTILE,
-         "the download has failed too often: Couldn't connect to server", False), (2, "", "", "", "", False)]
+        (1, "Ethernet1", "DHCPv6 stateless", "http://127.0.0.1:9/" + HOSTILE,
+         "the download has failed too often: 127.0.0.1 refuses the connection", False), (2, "", "", "", "", False)]
     assert attempts[0]["started"] < attempts[0]["ended"] <= attempts[1]["started"] and attempts[1]["ended"] == 0
 
     def names(*options):
@@ -249,7 +250,7 @@ def completed(host, line):
 def test_the_help_the_completion_and_the_readme_name_the_same_verbs_and_options(host):
     general = shell(host, "zerotouch --help").stdout
     verbs = re.findall(r"^  (\w+) ", general.split("Verbs:")[1].split("\n\n")[0], flags=re.M)
-    options = set(re.findall(r"--\w+", general.split("Verbs:")[0]))
+    options = set(re.findall(r"--[\w-]+", general.split("Verbs:")[0]))
     table = (ROOT / "README.md").read_text().split("| Verb |")[1].split("\n\n")[0]
     assert set(re.findall(r"`([a-z]+)[` ]", table)) == set(verbs)
     assert completed(host, "zerotouch ") == set(verbs)
@@ -258,7 +259,7 @@ def test_the_help_the_completion_and_the_readme_name_the_same_verbs_and_options(
         text = shell(host, f"zerotouch {verb} --help").stdout
         assert f"Examples:\n  zerotouch {verb}" in text
         assert max(map(len, text.splitlines())) <= 80
-        own = set(re.findall(r"--\w+", text.split("Options:")[1].split("Examples:")[0]))
+        own = set(re.findall(r"--[\w-]+", text.split("Options:")[1].split("Examples:")[0]))
         assert completed(host, f"zerotouch {verb} -") == own | {"--json", "--socket"}
     assert completed(host, "zerotouch --socket x explain ztp_ret") == {"ZTP_RETRY"}
     assert completed(host, "zerotouch get /zerotouch/config/en") == {"/zerotouch/config/enabled"}

@@ -79,13 +79,13 @@ def test_a_system_without_a_dhcp_client_is_told_of_at_the_start(host, monkeypatc
 
 def test_the_first_event_of_a_host_tells_how_the_last_one_ended(host):
     host.start(initial_values=READY)
-    for count, (how, end) in enumerate([(signal.SIGKILL, "was killed, by somebody or since memory ran out"),
+    for count, (how, end) in enumerate([(signal.SIGKILL, "was killed, by somebody or for want of memory"),
                                         (signal.SIGABRT, "crashed (SIGABRT)")], 2):
         host.stop(how)
         host.start(initial_values=READY)
         first = json.loads(host.cli("events", "--json"))[0]
         assert (first["name"], first["message"]) == (
-            "HOST_RESTARTED", f"The host was started for the {count}. time in this boot, since the last one {end}")
+            "HOST_RESTARTED", f"The host was started {count} times in this boot; the last one {end}")
     host.stop()
     host.start(initial_values=READY)
     assert host.get("/log/history/lastHostEnd") == "was stopped (Terminated)" and "HOST_RESTARTED" not in host.events()
@@ -108,7 +108,7 @@ def test_the_flash_remembers_runs_over_reboots(host):
         assert memory.stat().st_mode & 0o777 == 0o600
         runs = json.loads(host.cli("history", "--json"))
         assert [(old["provisioned"], old["outcome"], old["attempts"]) for old in runs] == [
-            (False, "provisioning was cancelled", 1)] * run
+            (False, "an operator has cancelled provisioning", 1)] * run
         (host.flash / "zerotouch-config").unlink()  # which would keep the next run from beginning
     assert "has not provisioned the switch" in subprocess.run(
         [BUILD / "bin" / "zerotouch", "--socket", host.socket, "status"], capture_output=True, text=True, timeout=60,

@@ -23,17 +23,16 @@ Kel::ValueMap membersOf(Value const& value) {
 std::string orDash(std::string const& text) { return text.empty() ? "-" : text; }
 
 Rows attemptRows(Kel::ValueMap const& attempts, Kel::Seconds now) {
-  Rows rows{{"No", "Began", "Port", "DHCP", "Boot file", "Outcome", "Took"}};
+  Rows rows{{"No", "Began", "Took", "Port", "DHCP", "Boot file", "Outcome"}};
   std::string const today = dateAndTime(now).substr(0, 10);
   for (auto const& [number_, attempt] : attempts) {
     double const started = number(at(attempt, {"started"}));
     double const ended = number(at(attempt, {"ended"}));
     std::string const time = dateAndTime(started);
     rows.push_back({memberText(attempt, "number"), time.starts_with(today) ? time.substr(11) : time,
-                    orDash(memberText(attempt, "port")), orDash(memberText(attempt, "family")),
-                    orDash(memberText(attempt, "url")),
-                    ended > 0 ? memberText(attempt, "outcome") : "goes on",
-                    duration((ended > 0 ? ended : now) - started)});
+                    duration((ended > 0 ? ended : now) - started), orDash(memberText(attempt, "port")),
+                    orDash(memberText(attempt, "family")), orDash(memberText(attempt, "url")),
+                    ended > 0 ? memberText(attempt, "outcome") : "goes on"});
   }
   return rows;
 }
@@ -81,7 +80,7 @@ void showAttempts(Context const& context) {
     return;
   }
   if (attempts.empty()) {
-    print("There was no attempt yet.\n");
+    print("There was no attempt since the host has started; zerotouch history tells of earlier runs.\n");
   } else {
     print(table(attemptRows(attempts, snapshot.time())));
   }

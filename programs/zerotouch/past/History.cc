@@ -1,6 +1,7 @@
 // history: the runs that the flash remembers.
 #include "platform/statebase/Json.h"
 #include "programs/zerotouch/Output.h"
+#include "programs/zerotouch/Status.h"
 #include "programs/zerotouch/Terminal.h"
 #include "programs/zerotouch/past/Memory.h"
 
@@ -62,6 +63,16 @@ void printFailures(Value const& run) {
   if (failures.size() > 1) print("\n" + table(failures));
 }
 
+// The summary of the last run that the flash remembers, or null.
+Value lastRun() {
+  try {
+    auto const runs = listOf(readMemory().runs);
+    return runs.empty() ? Value() : runs.back();
+  } catch (Refused const&) {
+    return {};
+  }
+}
+
 }  // namespace
 
 void showHistory(Context const& context) {
@@ -87,15 +98,14 @@ void showHistory(Context const& context) {
 }
 
 void showStatusOrLastRun(Context const& context) try {
-  showStatus(context);
+  Statebase::Client host(context.socketPath);
+  Value const status = fetchStatus(host);
+  printStatus(context, status);
+  bool const atRest = memberText(at(status, {"sm"}), "currentState") == "stateInit";
+  Value const run = atRest && !context.json ? lastRun() : Value();
+  if (run != Value()) print("\n" + facts(factsOf(run)));
 } catch (Statebase::ConnectionError const&) {
-  Value run;
-  try {
-    auto const runs = listOf(readMemory().runs);
-    if (!runs.empty()) run = runs.back();
-  } catch (Refused const&) {
-    // Then there is nothing to show.
-  }
+  Value const run = lastRun();
   if (run != Value()) {
     context.json ? printJson(Kel::ValueMap{{"lastRun", run}}) : print(facts(factsOf(run)));
     if (!context.json) printFailures(run);

@@ -30,10 +30,11 @@ Memory readMemory() {
   try {
     Kel::Value const file = Statebase::parseJson(*contents);
     Memory const memory{number(at(file, {"time"})), at(file, {"runs"}), at(file, {"tree"})};
-    if (memory.runs.as<Kel::ValueList>() == nullptr) throw Refused(path + " is no history");
+    if (memory.runs.as<Kel::ValueList>() == nullptr)
+      throw Refused(path + " is damaged; the next run replaces it");
     return memory;
-  } catch (Statebase::JsonError const& damage) {
-    throw Refused(path + " is damaged: " + damage.what());
+  } catch (Statebase::JsonError const&) {
+    throw Refused(path + " is damaged; the next run replaces it");
   }
 }
 
