@@ -9,9 +9,9 @@
 
 namespace Fleet {
 
-// What counts is how many bytes a download that was there from the beginning would have got: each one ends when
-// that number has grown by its size, however many share the link meanwhile. So nothing has to be computed anew for
-// all of them when one comes or goes.
+// What counts is how many bytes a download that was there from the beginning would have got: each one ends
+// when that number has grown by its size, however many share the link meanwhile. So nothing has to be
+// computed anew for all of them when one comes or goes.
 class Link {
  public:
   using Owner = std::uint32_t;

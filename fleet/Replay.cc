@@ -127,8 +127,8 @@ class World {
     last_ = now;
   }
 
-  // The platform: addresses are active as soon as they are configured, and a client has released its lease as soon
-  // as it is told to.
+  // The platform: addresses are active as soon as they are configured, and a client has released its lease as
+  // soon as it is told to.
   void serve() {
     for (auto const& [intfId, config] : platform_.ipConfig->ipIntfConfig()) {
       auto const wanted =

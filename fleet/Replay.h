@@ -1,8 +1,8 @@
 // What a switch does under simulated time, as it follows from what it has been given so far.
 //
-// Many agents cannot live in one process: paths, environment and the loop belong to the process. But a whole run
-// takes microseconds only. So a switch is kept as the list of its inputs, and to learn what it does next its run
-// is played again, in a world of its own, from its start.
+// Many agents cannot live in one process: paths, environment and the loop belong to the process. But a whole
+// run takes microseconds only. So a switch is kept as the list of its inputs, and to learn what it does next
+// its run is played again, in a world of its own, from its start.
 #pragma once
 
 #include <cstdint>
@@ -33,8 +33,9 @@ struct Switch {
   std::size_t outputs = 0;  // that have been acted upon
 };
 
-// What it does after these outputs if nothing more is given to it: up to the end of what it then waits for, or until
-// `end`. The policy is that of the activity manager. Writes to /tmp and /run, which must be this process's own.
+// What it does after these outputs if nothing more is given to it: up to the end of what it then waits for,
+// or until `end`. The policy is that of the activity manager. Writes to /tmp and /run, which must be this
+// process's own.
 std::vector<Output> replay(Switch const& self, Kel::Seconds end);
 
 }  // namespace Fleet

@@ -14,9 +14,10 @@ struct Member : Switch {
   std::deque<Output> next;    // what it does if it is given nothing
   std::uint64_t changes = 0;  // of `next`, whose older events no longer count
   bool asks = false;
-  std::uint64_t query = 0;   // its number
-  std::uint64_t queued = 0;  // the number of the query whose question the server has not answered yet; 0 for none
-  bool known = false;        // the server has an address for it
+  std::uint64_t query = 0;  // its number
+  std::uint64_t queued =
+      0;               // the number of the query whose question the server has not answered yet; 0 for none
+  bool known = false;  // the server has an address for it
   bool downloads = false;
   double mark = 0;     // of its download on the link
   double missing = 0;  // of the file, when the next download goes on where this one ends

@@ -21,7 +21,8 @@ namespace {
 
 // The agent's files have fixed names in these folders.
 bool makeFoldersPrivate() {
-  if (unshare(CLONE_NEWNS) != 0 || mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) return false;
+  if (unshare(CLONE_NEWNS) != 0 || mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
+    return false;
   for (char const* const folder : {"/run", "/tmp"}) {
     if (mount("tmpfs", folder, "tmpfs", 0, "size=16m") != 0) return false;
   }
@@ -83,11 +84,15 @@ int main(int argc, char** argv) {
   Kel::activityManager()->localEntityIs(ZeroTouch::policyName, policy);
   Fleet::Result const result = Fleet::simulate(setting);
   nlohmann::json const shown = {
-      {"switches", setting.switches},       {"provisioned", result.provisioned},
-      {"queries", result.queries},          {"messages", result.messages},
+      {"switches", setting.switches},
+      {"provisioned", result.provisioned},
+      {"queries", result.queries},
+      {"messages", result.messages},
       {"lost_answers", result.lostAnswers},
-      {"downloads", result.downloads},      {"given_up", result.givenUp},
-      {"bytes_sent", result.bytesSent},     {"downloads_at_once", result.downloadsAtOnce},
+      {"downloads", result.downloads},
+      {"given_up", result.givenUp},
+      {"bytes_sent", result.bytesSent},
+      {"downloads_at_once", result.downloadsAtOnce},
       {"replays", result.replays},
   };
   std::printf("%s\n", shown.dump().c_str());
