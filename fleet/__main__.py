@@ -4,7 +4,7 @@ import dataclasses
 import json
 import pathlib
 
-from fleet import picture
+from fleet import picture, simulation
 from fleet.boots import boot, settings_of
 from fleet.dhcp_servers import SERVERS
 
@@ -14,9 +14,10 @@ HEADINGS = ("switches", "provisioned", "first", "half", "last", "retries", "HTTP
 def row(result):
     def seconds(value):
         return "-" if value is None else f"{value:.1f} s"
+    memory = "-" if result.memory_kib is None else f"{result.memory_kib / 1024:.1f} MiB"
     return (result.switches, len(result.provisioned), seconds(result.at(0)), seconds(result.at(0.5)), seconds(result.at(1)),
             result.retries, f"{result.requests / result.switches:.1f}", f"{result.dhcp_messages / result.switches:.1f}",
-            f"{result.dhcp_processor:.1f} s", f"{result.file_processor:.1f} s", f"{result.memory_kib / 1024:.1f} MiB")
+            seconds(result.dhcp_processor), seconds(result.file_processor), memory)
 
 
 def main():
@@ -28,16 +29,26 @@ def main():
     parser.add_argument("--rate", default="1gbit", help="of the link of the servers, as tc(8) takes it")
     parser.add_argument("--file-mib", type=int, default=20, help="the size of the boot file")
     parser.add_argument("--settings", help="a file with more lines for each switch's platform.toml")
+    parser.add_argument("--pacing", action="store_true", help="each switch has [pacing] as it is recommended")
+    parser.add_argument("--simulated", action="store_true", help="simulate the switches and both servers: thousands of them")
+    parser.add_argument("--leases-per-second", type=float, default=0, help="with --simulated: how many new addresses the DHCP "
+                        "server finds, one after the other; 0.333 for dnsmasq while it looks whether they are in use, by default "
+                        "any number")
     parser.add_argument("--patience", type=float, default=300, help="seconds after which a run is ended")
     parser.add_argument("--json", help="a file to which all figures go")
     parser.add_argument("--svg", help="a file for a picture of the switches that are provisioned over time")
     arguments = parser.parse_args()
 
+    settings = settings_of(arguments.settings, arguments.pacing)
     print(("%9s" + "%12s" * 10) % HEADINGS, flush=True)
     results = []
     for count in map(int, arguments.switches.split(",")):
-        results.append(boot(count, SERVERS[arguments.dhcp], arguments.rate, arguments.file_mib << 20,
-                            settings_of(arguments.settings), arguments.patience))
+        if arguments.simulated:
+            results.append(simulation.boot(count, arguments.leases_per_second, arguments.rate, arguments.file_mib << 20, settings,
+                                           arguments.patience))
+        else:
+            results.append(boot(count, SERVERS[arguments.dhcp], arguments.rate, arguments.file_mib << 20, settings,
+                                arguments.patience))
         print(("%9s" + "%12s" * 10) % row(results[-1]), flush=True)
     if arguments.json:
         pathlib.Path(arguments.json).write_text(json.dumps([dataclasses.asdict(result) for result in results], indent=1) + "\n")

@@ -7,10 +7,19 @@ import time
 
 from fleet.switches import Fleet, retries
 
+PACING = """
+[pacing]
+start_jitter = 10
+retry_jitter = 0.5
+retry_backoff_max = 300
+retry_after = true
+"""
+
 
 @dataclasses.dataclass
 class Result:
-    """What a boot of a fleet came to. Times are in seconds since the first switch was started."""
+    """What a boot of a fleet came to. Times are in seconds since the first switch was started. None for what a simulation
+    cannot tell."""
     switches: int
     provisioned: list      # the times at which switches were provisioned, in order
     started_within: float  # until the last switch was started
@@ -60,6 +69,6 @@ def measured(fleet, patience):
                   dhcp_processor=used["dhcp"], file_processor=used["nginx"], memory_kib=int(memory))
 
 
-def settings_of(path):
-    """The lines of a file with settings for platform.toml; none without a file."""
-    return pathlib.Path(path).read_text() if path else ""
+def settings_of(path, pacing=False):
+    """The lines of a file with settings for platform.toml, and those of [pacing] as they are recommended, if wanted."""
+    return (pathlib.Path(path).read_text() if path else "") + (PACING if pacing else "")

@@ -39,8 +39,8 @@ def svg(curves):
                  f'<text x="{LEFT + across / 2}" y="{HEIGHT - 8}" text-anchor="middle">since the first one was started</text>')
     for index, (name, (switches, times)) in enumerate(curves.items()):
         colour, line = COLOURS[index % len(COLOURS)], f"M{x(0):.1f} {y(0):.1f}"
-        for number, seconds in enumerate(times, 1):
-            line += f"H{x(seconds):.1f}V{y(number / switches):.1f}"
+        highest = {f"{x(seconds):.1f}": number for number, seconds in enumerate(times, 1)}  # at each tenth of a pixel
+        line += "".join(f"H{at}V{y(number / switches):.1f}" for at, number in highest.items())
         parts.append(f'<path fill="none" stroke="{colour}" stroke-width="2" d="{line}H{x(last):.1f}"/>'
                      f'<path stroke="{colour}" stroke-width="3" d="M{WIDTH - RIGHT + 14} {TOP + 20 * index + 8}h18"/>'
                      f'<text x="{WIDTH - RIGHT + 38}" y="{TOP + 20 * index + 12}">{name}</text>')

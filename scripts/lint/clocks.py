@@ -15,7 +15,7 @@ FORBIDDEN = re.compile(r"\b(clock_gettime|gettimeofday|usleep|nanosleep|clock_na
 
 def main():
     found = []
-    for folder in ("platform", "zerotouch", "programs", "bench", "tests"):
+    for folder in ("platform", "zerotouch", "programs", "bench", "fleet", "tests"):
         for path in sorted((ROOT / folder).rglob("*")):
             name = path.relative_to(ROOT).as_posix()
             if path.suffix not in (".h", ".cc") or name.startswith(ALLOWED):

@@ -19,13 +19,14 @@ ROOMS = {
     "zerotouch": ["platform/kel", "platform/model"],
     "programs": ["platform", "zerotouch"],
     "bench": ["platform", "zerotouch"],
+    "fleet": ["platform", "zerotouch", "tests"],
     "tests": ["platform", "zerotouch", "programs"],
 }
 
 # Outside libraries, and the rooms that may include them.
 LIBRARIES = {
     r"systemd/": ["platform/kel", "programs", "tests"],
-    r"nlohmann/": ["platform/statebase", "programs", "tests"],
+    r"nlohmann/": ["platform/statebase", "programs", "fleet", "tests"],
     r"netlink/|re2/": ["platform/linux", "tests"],
     r"linux/|net/|netinet/|netpacket/": ["platform/linux", "platform/model", "tests"],
     r"curl/": ["zerotouch/fetch", "tests"],
@@ -57,7 +58,7 @@ def problems(path):
 
 
 def main():
-    found = [problem for folder in ("platform", "zerotouch", "programs", "bench", "tests")
+    found = [problem for folder in ("platform", "zerotouch", "programs", "bench", "fleet", "tests")
              for path in sorted((ROOT / folder).rglob("*")) if path.suffix in (".h", ".cc")
              for problem in problems(path)]
     print("\n".join(found) if found else "includes: ok")

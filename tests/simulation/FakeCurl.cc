@@ -134,6 +134,10 @@ CURLMcode FakeCurl::perform(int* running) {
   eventfd_t ignored = 0;
   eventfd_read(socket_, &ignored);
   *running = 1;
+  if (hangs && trickles) {
+    answer();
+    write(std::min(written_ + 1, sent.size()));
+  }
   if (hangs) return CURLM_OK;
   if (fails("perform")) return CURLM_INTERNAL_ERROR;
   bool const last = passesLeft_-- <= 0;

@@ -15,6 +15,7 @@ class FakeCurl {
   // What becomes of transfers, also of the one that runs.
   std::string failing;  // this call fails: "easyInit", "multiInit", "addHandle" or "perform"
   bool hangs = false;
+  bool trickles = false;  // while it hangs, each call of perform still brings one byte
   int passes = 1;  // calls of perform before the one that ends a new transfer; 0 ends it at once
   CURLcode result = CURLE_OK;
   std::string body = "hostname sw1\n";
