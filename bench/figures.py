@@ -3,7 +3,7 @@
 
     figures.py BUILD_DIR [PART...]    prints a table, and writes BUILD_DIR/figures.json
 
-The parts are standing-by, which anybody can measure, on-switch, many-ports and slow-flash.
+The parts are standing-by and signatures, which anybody can measure, on-switch, many-ports and slow-flash.
 """
 import json
 import os
@@ -18,10 +18,11 @@ def main():
     import many_ports
     import measuring
     import on_switch
+    import signatures
     import slow_flash
     import standing_by
 
-    for part, needs_root in ((standing_by, False), (on_switch, True), (many_ports, True), (slow_flash, True)):
+    for part, needs_root in ((standing_by, False), (signatures, False), (on_switch, True), (many_ports, True), (slow_flash, True)):
         name = part.__name__.replace("_", "-")
         if needs_root and os.geteuid() != 0:
             print(f"{name}: only root can measure it")

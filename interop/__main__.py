@@ -13,6 +13,9 @@ from interop.site import Site
 from interop.table import CASES
 
 
+WRITING = threading.Lock()
+
+
 def work(number, waiting, results):
     """Plays waiting cases on a switch of its own until there are none."""
     site = Site(f"ztinterop-{os.getpid()}-{number}")
@@ -23,7 +26,9 @@ def work(number, waiting, results):
             place, case = waiting.get_nowait()
             result = play(site, case)
             results[place] = result
-            print(page.row(result), flush=True)
+            with WRITING:
+                print(page.row(result), flush=True)
+                page.write(result, CASES)
     except queue.Empty:
         pass
     finally:
@@ -65,8 +70,6 @@ def main():
     start = time.monotonic()
     results = run(chosen, min(options.jobs, len(chosen)))
     print("\n" + page.summary(results, time.monotonic() - start))
-    if len(chosen) == len(CASES) == len(results):
-        page.write(results)
     sys.exit(0 if len(results) == len(chosen) and all(result.result != "failed" for result in results) else 1)
 
 

@@ -21,12 +21,12 @@ class Case:
     subject: typing.Any = None   # by default the first of them
     family: str = "4"            # of the answer that is taken: "4", "6" or "stateless"
     installed: typing.Any = CONFIG  # the bytes of the startup configuration, or a function of the site that tells them
-    told: dict | None = None     # the identity; by default what the subject tells, or the first server for other groups
-    releases: typing.Any = None  # the server whose log has to tell of the release; by default the subject if it logs them
-    before: typing.Any = None    # a function of the run, called before the boot
+    told: dict | None = None     # the identity; by default what the first server tells that does DHCP
+    releases: typing.Any = None  # the server whose log has to tell of the release; by default the first that logs them
+    before: typing.Any = None    # a function of the run, called before the servers start
     then: typing.Any = None      # a function of the run, called after the boot
     check: typing.Any = None     # a function of the run, called at its end
-    waits: dict = dataclasses.field(default_factory=dict)
+    waits: dict = dataclasses.field(default_factory=dict)  # as runs.Switch.begin() takes them
     remark: str = ""
     cannot: typing.Any = None    # a function of the site that proves that this cannot be run, and returns why
 
@@ -37,6 +37,8 @@ class Case:
             self.told = dhcp[0].told
         if self.releases is None and self.family != "stateless":
             self.releases = next((server for server in self.servers if can_tell_of_releases(server)), None)
+            if not self.releases and not self.cannot:
+                self.remark = "; ".join(filter(None, [self.remark, "no release in its log"]))
 
     @property
     def title(self):
@@ -55,7 +57,8 @@ class Result:
     version: str
     name: str
     result: str          # passed, failed, or cannot run
-    remarks: list
+    faults: list         # why it has failed, or cannot run
+    remark: str
     seconds: float
 
 
@@ -96,9 +99,8 @@ def play(site, case, decoded=True):
     if faults and result == "passed":
         result = "failed"
     subject = case.subject
-    remarks = faults if result != "passed" else []
-    return Result(case.title, case.group, subject.name, subject.version(), case.name, result,
-                  remarks + ([case.remark] if case.remark else []), time.monotonic() - start)
+    return Result(case.title, case.group, subject.name, subject.version(), case.name, result, faults, case.remark,
+                  time.monotonic() - start)
 
 
 def reset(site):
@@ -177,7 +179,8 @@ def look_at_answer(run):
         decoded = wire.answer4(run.packets, address)
     else:
         decoded = wire.answer6(run.packets)
-        taken = {name: taken[name] for name in ("name servers",) if name in taken} | ({"address": [address]} if address else {})
+        taken = taken | {"address": [address] if address else [], "boot file": []}  # which tshark does not show
+    taken = {name: value for name, value in taken.items() if value}
     names = sorted({*taken, *decoded})
     return [f"the agent took {name} {taken.get(name)}, where tshark reads {decoded.get(name)}" for name in names
             if taken.get(name) != decoded.get(name)]

@@ -63,7 +63,7 @@ class Udhcpd(Server):
 
     def released(self, address):
         """The lease file, written at each change, has the lease as expired."""
-        return "received RELEASE" in self.log() or "expired" in self.namespace.run("dumpleases", "-f", self.folder / "leases")
+        return "expired" in self.namespace.run("dumpleases", "-f", self.folder / "leases")
 
 
 class Coredhcp(Server):
@@ -103,7 +103,7 @@ class Relay(Server):
 
 class Odd(Server):
     """A server of this project."""
-    name = "of this project"
+    name = "odd_dhcp.py"
     ready = "ready"
     release = r"RELEASE {address}"
     told = {"routes": ["default via 10.0.1.1"]}
@@ -151,8 +151,10 @@ def on_the_way():
         yield Case("DHCPv4", "behind a relay", [Relay(server=server_address(server)), server], subject=server,
                    told=IDENTITY, remark="isc-dhcp-relay; the release goes to the server by the gateway")
     yield one("answers after 8 s", Dnsmasq, "option 67", "late", delay=8, waits={"DHCLIENTQUERY": 15},
-              remark="`dhcp-reply-delay`; within one query")
-    yield one("answers after 5 s", Isc4, "option 67", "late", waits={"DHCLIENTQUERY": 15}, remark="`min-secs`")
+              remark="`dhcp-reply-delay`: it holds each discovery for so long, one after the other")
+    yield one("answers after 3 s", Dnsmasq, "option 67", "late", delay=3, waits={"DHCLIENTQUERY": 15},
+              remark="`dhcp-reply-delay`")
+    yield one("answers after 8 s", Isc4, "option 67", "late", delay=8, waits={"DHCLIENTQUERY": 15}, remark="`min-secs`")
     yield one("answers after 4 s", Coredhcp, "option 67", "late", waits={"DHCLIENTQUERY": 15}, remark="plugin `sleep`")
     yield one("would commit rapidly", Dnsmasq, "option 67", "rapid commit",
               remark="`dhcp-rapid-commit`; the client does not ask for it")
@@ -201,7 +203,7 @@ def faults():
     on_link = {"routes": ["10.9.9.9 dev et1", "default via 10.9.9.9"]}
     yield one("on-link route and an address with /32", Dnsmasq, "option 67", "on-link route", told=on_link,
               waits={"DHCLIENTQUERY": 4})
-    server = Dnsmasq("option 67", boot_file=BOOT_FILE)
+    server = Dnsmasq("option 67", "two ports", boot_file=BOOT_FILE)
     yield Case("DHCPv4", "two ports on its link", [server], before=lambda run: run.site.add_second_port(),
                check=every_lease_is_released, remark="also the lease of the port that was not chosen is released")
     yield Case("DHCPv4", "HTTP names its agent", [Dnsmasq("option 67", boot_file=BOOT_FILE)], check=agent_is_named)

@@ -31,8 +31,8 @@ def answer(message, kind, server, client, boot_file):
             options[67] = boot_file
     yours = bytes(4) if kind == NAK else client
     text = b"".join(bytes([code, len(value)]) + value for code, value in options.items())
-    return b"\2" + message[1:4] + message[4:8] + bytes(8) + yours + bytes(8) + message[28:44] + bytes(192) + message[236:240] \
-        + text + b"\xff"
+    head = b"\2" + message[1:8] + bytes(8) + yours + bytes(8) + message[28:44] + bytes(192) + message[236:240]
+    return head + text + b"\xff"
 
 
 def main():

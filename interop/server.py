@@ -7,7 +7,6 @@ stands in parts of it, between comments of these forms; a part without a wanted 
     # == end
 """
 import functools
-import os
 import pathlib
 import re
 import shlex
@@ -62,7 +61,8 @@ class Server:
         self.told = type(self).told | (told or {})
 
     def configuration(self):
-        places = {f"{{{name}}}": value for name, value in self.values.items()} | self.places | {"{folder}": self.folder}
+        given = {f"{{{name}}}": value for name, value in self.values.items()}
+        places = self.places | given | {"{folder}": self.folder}
         return fill_in(choose((TEMPLATES / self.template).read_text(), self.parts), places)
 
     def command(self, config):
@@ -71,7 +71,7 @@ class Server:
 
     def start(self, site, number=0):
         """`number` tells it from others of the case."""
-        self.site, self.process = site, f"{number}-{self.name}"
+        self.site, self.process = site, f"{number}-{re.sub('[^a-z0-9]+', '-', self.name)}"
         self.namespace, self.places = site.place(self.place)
         self.folder = site.folder / "case" / self.process
         self.folder.mkdir(parents=True)
@@ -118,8 +118,3 @@ class Server:
 
     def wait_released(self, address):
         wait_for(lambda: self.released(address), f"{self.name} to tell of the release of {address}", 20)
-
-
-def readable(folder):
-    """Lets servers read a folder that do not run as root."""
-    os.chmod(folder, 0o755)

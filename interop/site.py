@@ -55,7 +55,7 @@ class Site(Switch):
         return namespace, {"{device}": device, "{server4}": server4, "{server6}": server6, "{net4}": servers.net4(1),
                            "{first4}": f"10.0.1.{first}", "{last4}": f"10.0.1.{last}", "{net6}": servers.net6(1),
                            "{first6}": f"2001:db8:1::{first}", "{last6}": f"2001:db8:1::{last}",
-                           "{files}": self.www, "{lab}": self.folder}
+                           "{files}": self.www, "{lab}": self.folder, "{server}": "10.0.1.1", "{port}": PORT}
 
     def _connect_port(self, number):
         """Makes p1, which add_veth() leaves as the other end of the port, a bridge with that end in it."""
@@ -65,7 +65,7 @@ class Site(Switch):
         self.server.ip("address", "flush", "dev", PORT)
         self.server.ip("link", "add", "p1", "type", "bridge", "mcast_snooping", "0")
         self._join_bridge(PORT)
-        self._set_up_server_side(1)
+        self.set_up_server_port(1)
 
     def reset(self):
         """Undoes what a server may have done to its device."""

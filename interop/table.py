@@ -1,4 +1,4 @@
 """All cases."""
-from interop import dhcp4, dhcp6
+from interop import dhcp4, dhcp6, files, neighbours
 
-CASES = [*dhcp4.cases(), *dhcp6.cases()]
+CASES = [case for module in (dhcp4, dhcp6, files, neighbours) for case in module.cases()]

@@ -11,6 +11,7 @@ FIELDS = """frame.number frame.protocols eth.src icmpv6.type _ws.malformed _ws.e
   dhcp.option.router dhcp.option.domain_name_server dhcp.option.domain_name dhcp.option.hostname dhcp.option.log_server
   dhcp.option.interface_mtu dhcp.option.classless_static_route dhcp.option.type dhcp.option.requested_ip_address
   dhcpv6.msgtype dhcpv6.duid.bytes dhcpv6.duid.type dhcpv6.iaaddr.ip dhcpv6.dns_server dhcpv6.option.type
+  dhcpv6.search_list_entry
   dhcpv6.requested_option_code http.user_agent""".split()
 OURS = "dhcp || dhcpv6 || icmpv6.type == 133 || lldp || http.request || _ws.malformed"
 ERROR = str(0x00800000)  # the severity of what tshark calls an error
@@ -88,11 +89,12 @@ def classless_routes(text):
 
 
 def answer6(packets):
-    """What the last reply of DHCPv6 with a boot file says, without URL and search list, whose bytes tshark does not show."""
+    """What the last reply of DHCPv6 with a boot file says, without its URL: tshark 4.0 shows only that there is one."""
     found = [packet for packet in packets if packet["dhcpv6.msgtype"] == ["7"] and "59" in packet["dhcpv6.option.type"]]
     assert found, "tshark shows no reply with a boot file"
     return present({"address": found[-1]["dhcpv6.iaaddr.ip"],
-                    "name servers": found[-1]["dhcpv6.dns_server"]})
+                    "name servers": found[-1]["dhcpv6.dns_server"],
+                    "domain": [name.rstrip(".") for name in found[-1]["dhcpv6.search_list_entry"]]})
 
 
 def present(answer):

@@ -14,11 +14,18 @@ The first word of an HTTP request's path selects how:
     /endless       a body without an end
     /empty         a good answer without a body
     /redirect      to /config of the server on port 80
+    /loop          to itself
+    /unsized       all of the body, without its length
+    /busy          503, with the wish to be left alone for 3 s
+    /broken/HOW    half of the body, and then, when the rest is asked for, HOW decides: "same" sends it, "ignored" sends
+                   everything, "changed" sends another file, "grown" the rest of a longer one; "weak" tells versions apart
+                   by a weak tag only, and sends everything when no rest is asked for
     /404, /500     that status; any three digits will do
     /turns/A/B/C   A for the first request, B for the second, C for the third and all that follow
 
 With FTP the name of the file does. On the second port the greeting takes 11 s.
 
+    /broken        half of the file is sent, and then the rest, when it is asked for
     /silent-RETR   the file is not sent, nor is it refused
     /silent-END    the reply that follows the file stays away
     /silent-SIZED  the same, and the size of the file is not told
@@ -100,6 +107,33 @@ class Handler(http.server.BaseHTTPRequestHandler):
         self.head(302, len(BODY), Location=f"http://{host}/config")
         self.wfile.write(BODY)
 
+    def send_loop(self):
+        self.head(302, 0, Location=self.path)
+
+    def send_unsized(self):
+        self.head(200)
+        self.wfile.write(BODY)
+
+    def send_busy(self):
+        self.head(503, 0, **{"Retry-After": "3"})
+
+    def send_broken(self):
+        how = self.path.rpartition("/")[2]
+        asked, requests[self.path] = requests[self.path] > 0, requests[self.path] + 1
+        first, _, rest = (self.headers["Range"] or "").removeprefix("bytes=").partition("-")
+        tag = {"weak": 'W/"1"', "changed": f'"{1 + asked}"'}.get(how, '"1"')
+        if how == "weak" and asked and not first or how in ("ignored", "changed") and asked:
+            self.head(200, len(BODY), ETag=tag)
+            self.wfile.write(BODY.replace(b"bad", b"new") if how == "changed" else BODY)
+        elif how in ("same", "grown") and first and not rest and self.headers["If-Range"] == tag:
+            whole = BODY + b"!" * (how == "grown")
+            self.head(206, len(whole) - int(first), ETag=tag,
+                      **{"Content-Range": f"bytes {first}-{len(whole) - 1}/{len(whole)}"})
+            self.wfile.write(whole[int(first):])
+        else:
+            self.head(200, len(BODY), ETag=tag)
+            self.wfile.write(BODY if how == "grown" and requests[self.path] > 2 else BODY[:len(BODY) // 2])
+
     def handle(self):
         try:
             super().handle()
@@ -111,6 +145,7 @@ class FtpHandler(socketserver.StreamRequestHandler):
     greets_after = 0
     replies = {"USER": "331 password", "PASS": "230 welcome", "PWD": '257 "/"', "TYPE": "200 so be it", "QUIT": "221 bye"}
     silent = ""  # the mode of the file that was asked for last
+    rest = 0  # where it is to begin
 
     def handle(self):
         try:
@@ -133,10 +168,16 @@ class FtpHandler(socketserver.StreamRequestHandler):
             self.say(f"229 (|||{self.data.getsockname()[1]}|)")
         elif word == "SIZE":
             self.say("500 unknown" if self.silent == "SIZED" else f"213 {len(BODY)}")
+        elif word == "MDTM":
+            self.say("213 20260101000000")
+        elif word == "REST":
+            self.rest = int(name)
+            self.say("350 from there on")
         elif word == "RETR" and self.silent != "RETR":
             self.say("150 here it comes")
+            breaks = name.endswith("broken") and not self.rest
             with self.data, self.data.accept()[0] as connection:
-                connection.sendall(BODY)
+                connection.sendall(BODY[self.rest:len(BODY) // 2 if breaks else None])
             if self.silent not in ("END", "SIZED"):
                 self.say("226 there it was")
         elif word in self.replies and self.silent != word:

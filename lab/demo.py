@@ -4,7 +4,8 @@ import json
 import sys
 import time
 
-from lab.host import timers
+from lab.host import BUILD, ROOT, timers
+from lab.namespace import run
 from lab.polling import wait_for
 from lab.switch_lab import Lab
 
@@ -14,6 +15,10 @@ echo "installing a configuration by hand"
 echo "hostname set-by-script" >"$FILESYSTEM_ROOT/flash/startup-config"
 """
 SHORT = timers(1, INETRFACESSETUP=4, DHCLIENTQUERY=6)  # long enough for router advertisements and answers
+TRUST = """[authenticity]
+signers = "{folder}/authority/authority.pem"
+bind = "serial"
+"""
 FAILURES = 2  # the requests that a failing server refuses
 
 
@@ -22,28 +27,26 @@ def say(text):
 
 
 class Timeline:
-    """The host's events and states, each printed once, with the time since the start."""
+    """The host's events and states in the order of time, each printed once, with the time since the start."""
 
     def __init__(self, host):
         self.host = host
         self.start = time.time()
-        self.shown = 0
-        self.state = None
+        self.shown = {"states": 0, "events": 0}
 
     def print(self, text, since=None):
         print(f"{max(0, (since or time.time()) - self.start):7.1f} s  {text}", flush=True)
 
     def follow(self):
         """Prints the new events and states, and returns the names of all events so far."""
-        state = self.host.get("/zerotouch/sm/currentState")
-        if state != self.state:
-            self.print(f"  now in {state}")
-            self.state = state
-        events = json.loads(self.host.cli("events", "--json"))
-        for event in events[self.shown:]:
-            self.print(f"{event['name']}: {event['message']}", event["time"])
-        self.shown = len(events)
-        return [event["name"] for event in events]
+        report = json.loads(self.host.cli("report", "--json"))
+        new = [(state["time"], f"  now in {state['state']}: {state['reason']}")
+               for state in report["states"][self.shown["states"]:]]
+        new += [(event["time"], f"{event['name']}: {event['message']}") for event in report["events"][self.shown["events"]:]]
+        for since, text in sorted(new, key=lambda line: line[0]):
+            self.print(text, since)
+        self.shown = {kind: len(report[kind]) for kind in self.shown}
+        return [event["name"] for event in report["events"]]
 
 
 def provision(lab, options, boot_file):
@@ -54,9 +57,10 @@ def provision(lab, options, boot_file):
     deadline = time.time() + (600 if options.default_timers else 90)
     while time.time() < deadline:
         events = timeline.follow()
-        if not boot_file.exists() and events.count("ZTP_CONFIG_DOWNLOAD_FAIL") >= FAILURES:
+        if not options.repaired and events.count("ZTP_CONFIG_DOWNLOAD_FAIL") >= FAILURES:
             timeline.print("  (the server gets the file that it did not have)")
-            write(boot_file, options)
+            options.repaired = True
+            write(lab, boot_file, options)
         if lab.host.reload_requested():
             timeline.follow()
             return True
@@ -64,8 +68,29 @@ def provision(lab, options, boot_file):
     return False
 
 
-def write(boot_file, options):
+def write(lab, boot_file, options, signer="signer"):
     boot_file.write_text(SCRIPT if options.script else CONFIG)
+    if options.signed:
+        sign(lab, boot_file, signer)
+
+
+def trust(lab):
+    """Makes an authority that the switch believes, with a signer, and a stranger."""
+    folder = lab.folder / "authority"
+    folder.mkdir()
+    for arguments in (["ca", "authority"], ["signer", "signer", "authority"], ["ca", "strangers"],
+                      ["signer", "stranger", "strangers"]):
+        run(ROOT / "lab" / "authority", folder, *arguments)
+    lab.host.config.write_text(lab.host.config_text + TRUST.format(folder=lab.folder))
+    say("who may sign boot files, as the switch is told")
+    print(TRUST.format(folder=lab.folder), end="", flush=True)
+    print(run(BUILD / "bin" / "zerotouchd", "--check", "--config", lab.host.config), end="", flush=True)
+
+
+def sign(lab, boot_file, signer):
+    folder = lab.folder / "authority"
+    run(BUILD / "bin" / "zerotouch", "sign", "--certificate", folder / f"{signer}.pem", "--key", folder / f"{signer}.key",
+        "--serial", "LAB0001", boot_file, "-o", boot_file)
 
 
 def show_outcome(lab):
@@ -105,6 +130,8 @@ def arguments():
         family.add_argument(f"--{name}", dest="scenario", action="store_const", const=scenario, help=f"answer by {text}")
     parser.add_argument("--script", action="store_true", help="serve a configuration script instead of a configuration")
     parser.add_argument("--fail", action="store_true", help="have the server fail twice before it works")
+    parser.add_argument("--signed", action="store_true",
+                        help="believe signed files only; one of a stranger is served before the right one")
     parser.add_argument("--default-timers", action="store_true", help="wait as long as a switch does")
     parser.set_defaults(scheme="http", scenario="dhcpv4")
     return parser.parse_args()
@@ -123,8 +150,13 @@ def main():
             lab.add_veth(number)
         lab.serve_files()
         boot_file = lab.www / "boot"
-        if not options.fail:
-            write(boot_file, options)
+        options.repaired = not (options.fail or options.signed)
+        if options.signed:
+            trust(lab)
+        if options.signed and not options.fail:
+            write(lab, boot_file, options, "stranger")
+        elif options.repaired:
+            write(lab, boot_file, options)
         lab.serve(options.scenario, boot_file=f"{options.scheme}://{{server}}/{boot_file.name}", ports=[1])
         if not options.default_timers:
             lab.host.environment |= SHORT

@@ -10,7 +10,27 @@ from lab.polling import LIMIT, wait_for
 from lab.processes import Processes
 
 ROOT = pathlib.Path(__file__).resolve().parents[1]
-BUILD = pathlib.Path(os.environ.get("ZEROTOUCH_BUILD", ROOT / "build" / "debug")).resolve()
+
+
+def program(build):
+    return build / "bin" / "zerotouchd"
+
+
+def find_build():
+    """The build that ZEROTOUCH_BUILD names, or else the one that was made last."""
+    if named := os.environ.get("ZEROTOUCH_BUILD"):
+        return pathlib.Path(named).resolve()
+    builds = [folder for folder in (ROOT / "build").glob("*") if program(folder).exists()]
+    return max(builds, key=lambda folder: program(folder).stat().st_mtime, default=ROOT / "build" / "debug").resolve()
+
+
+BUILD = find_build()
+
+
+def require_build():
+    if not program(BUILD).exists():
+        raise RuntimeError(f"build first: there is no {program(BUILD)} (scripts/demo builds build/release, scripts/test "
+                           "build/debug; ZEROTOUCH_BUILD names another build)")
 
 
 # The timers that fire once, and those that tick while a step goes on. timers() leaves the time-outs of the latter alone.
@@ -98,7 +118,8 @@ class Host:
     def cli(self, *arguments, code=0):
         """Runs the command line; its standard output, or its standard error when it is to fail with `code`."""
         result = subprocess.run([str(BUILD / "bin" / "zerotouch"), "--socket", str(self.socket), *arguments],
-                                capture_output=True, text=True, timeout=LIMIT, stdin=subprocess.DEVNULL)
+                                capture_output=True, text=True, timeout=LIMIT, stdin=subprocess.DEVNULL,
+                                env=os.environ | {"FILESYSTEM_ROOT": self.environment["FILESYSTEM_ROOT"]})
         assert result.returncode == code, result.stdout + result.stderr
         return result.stdout if code == 0 else result.stderr
 

@@ -48,6 +48,14 @@ class Processes:
     def names(self):
         return sorted(name for name in (file.stem for file in self.folder.glob("*.pid")) if self.running(name))
 
+    def died(self):
+        """Those that have ended though nobody has stopped them."""
+        return sorted(name for name in (file.stem for file in self.folder.glob("*.pid")) if self.running(name) is None)
+
+    def is_silent(self, name):
+        """Whether the program was made to stand still (SIGSTOP)."""
+        return pathlib.Path(f"/proc/{self.running(name)}/stat").read_text().rpartition(")")[2].split()[0] == "T"
+
     def running(self, name):
         """The process id of the program, or None when it does not run."""
         try:

@@ -36,7 +36,7 @@ def arguments(image, disk, flash, folder, devices, start=(), clock="utc"):
             "-smbios", f"type=1,manufacturer=Machine,product={MODEL},serial={SERIAL},version={REVISION}",
             "-kernel", image.kernel, "-initrd", image.initrd,
             "-append", "root=/dev/vda rw console=ttyS0 net.ifnames=0 quiet loglevel=4 mitigations=off nowatchdog "
-                       "systemd.show_status=1 systemd.journald.forward_to_console=1 apparmor=1 security=apparmor",
+                       "systemd.show_status=0 systemd.journald.forward_to_console=1 apparmor=1 security=apparmor",
             "-device", "virtio-rng-pci",
             "-chardev", f"file,id=console,path={folder}/console.log,append=on", "-serial", "chardev:console",
             "-device", "virtio-serial-pci",

@@ -23,7 +23,9 @@ PACKAGES = ("linux-image-amd64 initramfs-tools zstd systemd-sysv systemd-timesyn
             "libgcc-s1 libstdc++6").split()
 MASKED = ("apt-daily.timer apt-daily-upgrade.timer dpkg-db-backup.timer fstrim.timer e2scrub_all.timer e2scrub_reap.service "
           "logrotate.timer systemd-timesyncd.service getty@tty1.service serial-getty@ttyS0.service "
-          "systemd-update-utmp.service systemd-pcrphase.service systemd-pcrphase-sysinit.service networking.service").split()
+          "systemd-update-utmp.service systemd-update-utmp-runlevel.service systemd-logind.service systemd-user-sessions.service "
+          "modprobe@.service systemd-binfmt.service dev-hugepages.mount dev-mqueue.mount sys-kernel-debug.mount "
+          "sys-kernel-tracing.mount sys-fs-fuse-connections.mount proc-sys-fs-binfmt_misc.automount systemd-pcrphase.service systemd-pcrphase-sysinit.service networking.service").split()
 # Only what a machine here has in it, so that the kernel unpacks it quickly.
 RECIPE = r"""
 sed -i 's/^MODULES=.*/MODULES=list/; s/^COMPRESS=.*/COMPRESS=lz4/' etc/initramfs-tools/initramfs.conf
@@ -33,7 +35,7 @@ rm -rf usr/share/{doc,man,locale,info} var/lib/apt/lists/* var/cache/apt/*.deb
 """
 FILES = {
     "etc/fstab": "/dev/vda / ext4 defaults 0 0\n"
-                 "LABEL=flash /mnt/flash ext4 nofail,x-systemd.device-timeout=60s 0 0\n",
+                 "LABEL=flash /mnt/flash ext4 nofail,x-systemd.device-timeout=0 0 0\n",
     "etc/hostname": "switch\n",
     "etc/hosts": "127.0.0.1 localhost switch\n",
     "etc/kvo-version": "KVO_VERSION=7.2.1\n",
@@ -41,6 +43,8 @@ FILES = {
     "etc/resolv.conf": "# no name server is known yet\n",
     "etc/machine-id": "0123456789abcdef0123456789abcdef\n",
 }
+# What the machine has and the scenes do not use.
+UNUSED = "psmouse evdev joydev pcspkr i2c_piix4 sg sr_mod ata_generic ata_piix libata floppy bochs parport_pc serio_raw".split()
 PLATFORM = """[ports]
 devices = ["et*", "ma*", "bond*"]
 names = [{ device = "et(.*)", shown = "Ethernet\\\\1" }, { device = "ma(.*)", shown = "Management\\\\1" },
@@ -62,7 +66,7 @@ def digest(*parts):
 
 
 def image(package):
-    """The image with that Debian package. Only the newest one is kept."""
+    """The image with that Debian package. The one before it is kept, since its machines may still run; older ones go."""
     CACHE.mkdir(parents=True, exist_ok=True)
     with open(CACHE / "lock", "w") as lock:
         fcntl.flock(lock, fcntl.LOCK_EX)
@@ -72,7 +76,7 @@ def image(package):
                      repr(hardware.PORTS))
         folder = CACHE / f"image-{key}"
         if not folder.exists():
-            for old in CACHE.glob("image-*"):
+            for old in sorted(CACHE.glob("image-*"), key=lambda folder: folder.stat().st_mtime)[:-1]:
                 shutil.rmtree(old)
             with tempfile.TemporaryDirectory(dir=CACHE, prefix="making-") as work:
                 make(base, package, pathlib.Path(work))
@@ -109,6 +113,7 @@ def make(base, package, work):
         file.parent.mkdir(parents=True, exist_ok=True)
         file.unlink(missing_ok=True)
         file.write_text(text)
+    (root / "etc" / "modprobe.d" / "unused.conf").write_text("".join(f"blacklist {module}\n" for module in UNUSED))
     for name, port in hardware.PORTS.items():  # ports have the names of a switch, by their addresses
         link = f"[Match]\nPermanentMACAddress={port.mac}\n[Link]\nName={name}\n"
         (root / "etc" / "systemd" / "network").mkdir(parents=True, exist_ok=True)

@@ -13,9 +13,18 @@ LOG_SERVERS = "/etc/rsyslog.d/50-zerotouch.conf"
 FLASH = "/mnt/flash"
 CONFIG = "hostname provisioned\n"
 JOINED = 9
-HASTY = timers(2, DHCLIENTQUERY=60, STATELESSDHCLIENTQUERY=60, SYSIDENTITYSETUP=30, LEASERELEASE=30)
+# Waits that keep a scene short, and leave an emulated machine on a busy system the time for an answer.
+WAITS = {"DHCLIENTQUERY": 60, "STATELESSDHCLIENTQUERY": 10, "LEASERELEASE": 30}
 # Takes the place of the reload where a scene is about something else; the file tells that it was asked for.
 NO_RELOAD = '[host]\nreload_command = ["touch", "/run/reload-was-requested"]\n'
+
+
+def waits(**others):
+    """The environment of a host with such waits, and others in their place."""
+    return timers(2, **WAITS | others)
+
+
+HASTY = waits()
 
 
 class Switch:
@@ -71,6 +80,8 @@ class Switch:
         """Boots it after a power cut as far as provisioning, for which go() waits."""
         self.machine.power_on(**power)
         self.machine.boot()
+        if not power:
+            self.wait(lambda: self.result(f"mountpoint -q {FLASH}")[0] == 0, "the flash to be mounted")
         if environment is not None:
             self.configure(environment, "")
             self.run("sync")
@@ -119,6 +130,10 @@ class Switch:
     def wait_state(self, *states):
         return self.wait(lambda: self.asked("/zerotouch/sm/currentState") in states, " or ".join(states))
 
+    def retries(self):
+        """How often the run has started over; 0 while no host answers."""
+        return self.asked("/zerotouch/sm/retryCount") or 0
+
     def events(self, *names):
         """The messages of the events with these names; all that there are when none is given."""
         told = json.loads(self.run("zerotouch events --json"))
@@ -142,7 +157,7 @@ class Switch:
     def throttle(self, bytes_a_second):
         """Makes writes to the flash slow."""
         limits = dict.fromkeys(("bps", "bps_rd", "iops", "iops_rd", "iops_wr"), 0)
-        self.machine.ask("block_set_io_throttle", id="disk-flash", bps_wr=bytes_a_second, **limits)
+        self.machine.ask("block_set_io_throttle", device="flash", bps_wr=bytes_a_second, **limits)
 
     def copied(self):
         """How many bytes of a startup configuration are on the flash, whole or not."""

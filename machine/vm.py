@@ -3,7 +3,6 @@
 The machine stops in each boot before the service manager starts provisioning: boot() returns there, go() lets it go on."""
 import base64
 import json
-import shutil
 import signal
 import time
 
@@ -14,7 +13,7 @@ from machine import hardware
 from machine.lines import Closed, Lines
 
 BOOT_LIMIT = 900  # seconds; an emulated machine on a busy system is slow
-COMMAND_LIMIT = 180
+COMMAND_LIMIT = 300
 SAVED = "gate"  # the name of the state that save() keeps in the disks
 
 
@@ -174,7 +173,3 @@ class Machine:
 
     def console_end(self, lines=25):
         return "\n".join(self.console().splitlines()[-lines:])
-
-    def remove(self):
-        self.cut_power()
-        shutil.rmtree(self.folder, ignore_errors=True)

@@ -1,13 +1,18 @@
 """Ports of every kind, and ports that go and come."""
-from lab.host import timers
 from machine import hardware
 from machine.suite import scene
-from machine.switch import HASTY, JOINED, NO_RELOAD
+from machine.switch import JOINED, NO_RELOAD, waits
 
 # Two ports in one bond. A bond sees the loss of a link at the latest after 100 ms.
 BOND = ("modprobe bonding max_bonds=0; ip link add bond1 type bond mode {mode} miimon 100 {options}; "
         "for port in et1 et2; do ip link set $port down; ip link set $port master bond1; done; ip link set bond1 up")
-MANY_RETRIES = HASTY | timers(2, INETRFACESSETUP=3, DHCLIENTQUERY=20)
+MANY_RETRIES = waits(INETRFACESSETUP=3, DHCLIENTQUERY=20)
+
+
+def port_line(switch, name):
+    """What `zerotouch ports` shows of a port."""
+    told = switch.run("zerotouch ports")
+    return next((line for line in told.splitlines() if line.startswith(f"{name} ")), told)
 
 
 @scene("bond-802.3ad", "the answer comes over a bond that has agreed with its partner (LACP)")
@@ -44,19 +49,19 @@ def vlan_and_bridge(switch):
     assert not switch.run("ip -br address show dev et1 scope global").split()[2:], "the port of the bridge has an address"
     assert "100" in switch.run("ip -d link show et3.100") and "UP" in switch.run("ip -br link show et3.100")
     assert list(switch.get("/interface/status/vlan/intfStatus")) == ["Ethernet3.100"]
-    told = switch.run("zerotouch ports")
-    assert "no, bridged" in next(line for line in told.splitlines() if line.startswith("Ethernet1 ")), told
+    assert "no, bridged" in port_line(switch, "Ethernet1")
     switch.run("ip link del et3.100")
     switch.wait(lambda: not switch.get("/interface/status/vlan/intfStatus"), "the VLAN device to be forgotten")
 
 
-@scene("vrf", "the answer comes over a port of a VRF, whose routes are in a table of their own")
+@scene("vrf", "a port of a VRF, whose routes are in a table of their own, is left alone; another port is provisioned")
 def vrf(switch):
-    switch.begin(ports=[4], platform=NO_RELOAD, prepare="""
-        modprobe vrf; ip link add blue type vrf table 100; ip link set blue up; ip link set et4 master blue""")
+    switch.begin(ports=[3, 4], platform=NO_RELOAD, prepare="""
+        modprobe vrf; ip link add blue type vrf table 100; ip link set blue up; ip link set et4 master blue; ip link set et4 up""")
     switch.wait_requested()
-    assert switch.startup_config()
-    assert "blue" in switch.run("ip -o link show et4")
+    assert "Ethernet3" in switch.events("ZTP_DHCPv4_SUCCESS")[-1]
+    assert not switch.run("ip -br -4 address show dev et4").split()[2:], "the port of the VRF has an address"
+    assert "no, bridged" in port_line(switch, "Ethernet4")
 
 
 @scene("renamed-and-unplugged", "a port is renamed, another is pulled out during its download and put back")
@@ -81,13 +86,13 @@ def speeds(switch):
     def settings(port):
         told = switch.run(f"ethtool {port}")
         return [line.strip() for line in told.splitlines() if "Speed:" in line or "Auto-negotiation:" in line]
-    switch.begin(None, platform=NO_RELOAD, environment=HASTY | timers(1, INETRFACESSETUP=2, DHCLIENTQUERY=2))
+    switch.begin(None, platform=NO_RELOAD, environment=waits(DHCLIENTQUERY=8))
     switch.wait_state("stateDhcpQuery")
     assert settings("et1") == settings("et2") == ["Speed: 1000Mb/s", "Auto-negotiation: on"]
     switch.run("ethtool -s et2 speed 100 duplex full autoneg off")
     # On every sixth attempt the speeds of ports without a link or a neighbour would be changed.
     switch.machine.ask("set_link", name="et1", up=False)
-    switch.wait(lambda: switch.get("/zerotouch/sm/retryCount") >= 7, "seven retries")
+    switch.wait(lambda: switch.retries() >= 7, "seven retries")
     switch.machine.ask("set_link", name="et1", up=True)
     switch.serve(ports=[2])
     switch.wait_requested()

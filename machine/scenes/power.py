@@ -1,7 +1,6 @@
 """The power fails, and the switch is switched on again."""
-from lab.host import timers
 from machine.suite import scene
-from machine.switch import CONFIG, HASTY
+from machine.switch import CONFIG, HASTY, waits
 
 ENDLESS = "#!/bin/sh\nsleep 10000\n"
 LONG = 3600
@@ -20,8 +19,8 @@ STATES = {
 @scene("cut-in-each-state", "the power fails in each state that lasts; the next boot provisions again")
 def cut_in_each_state(switch):
     switch.serves("script", ENDLESS)
-    for place, (state, (scenario, boot_file, waits)) in enumerate(STATES.items()):
-        environment = HASTY | timers(2, **waits)
+    for place, (state, (scenario, boot_file, own)) in enumerate(STATES.items()):
+        environment = waits(**own)
         if place == 0:
             switch.begin(scenario, boot_file, environment=environment)
         else:

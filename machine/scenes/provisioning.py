@@ -1,8 +1,7 @@
 """From power-on to the second boot."""
-from lab.host import timers
 from machine import hardware
 from machine.suite import scene
-from machine.switch import CONFIG, HASTY
+from machine.switch import CONFIG, waits
 
 
 @scene("configuration", "power-on, DHCPv4, a configuration over HTTP, reload, settled boot; default timers")
@@ -40,11 +39,11 @@ def ipv6_only(switch):
 
 @scene("clock", "the clock begins in 1970 and is set during the run")
 def clock(switch):
-    switch.begin(None, environment=HASTY | timers(3), prepare="date -s '1970-01-01 00:00:20'")
+    switch.begin(None, environment=waits(DHCLIENTQUERY=10), prepare="date -s '1970-01-01 00:00:20'")
     switch.wait_state("stateDhcpQuery")
     assert switch.run("date +%Y").strip() == "1970"
     switch.run("date -s '2030-06-01 12:00:00'")
-    switch.wait(lambda: switch.get("/zerotouch/sm/retryCount") >= 1, "a retry")
+    switch.wait(lambda: switch.retries() >= 1, "a retry")
     switch.run("date -s '2029-06-01 12:00:00'")
     switch.serve()
     switch.wait_reload()

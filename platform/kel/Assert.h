@@ -4,7 +4,11 @@
 namespace Kel {
 
 // Prints "file:line: Assertion failed: text" to standard error and the system log, then aborts.
+// Before that, it writes the line to the descriptor of assertionRecordIs too.
 [[noreturn]] void assertionFailed(char const* file, int line, char const* text);
+
+// The file in which a failed assertion leaves its line, so that somebody can tell afterwards; -1 for none.
+void assertionRecordIs(int fd);
 
 }  // namespace Kel
 

@@ -38,8 +38,8 @@ class FileDescriptor : public Entity {
   void notifyOnWritableIs(bool on);
 
   bool late() const { return late_; }
-  // The descriptor is looked at only when nothing else on the loop is ready. Takes effect with the next of
-  // the calls above.
+  // The descriptor is looked at when nothing else on the loop is ready, and every few passes in any case
+  // (Loop::passesWithoutLate). Takes effect with the next of the calls above.
   void lateIs(bool on) { late_ = on; }
 
   std::uint64_t readableCount() const { return readableCount_.get(); }

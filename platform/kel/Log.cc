@@ -151,7 +151,14 @@ String traceIs(String const& setting) {
 
 void traceSinkIs(TraceSink sink) { traces().sink = std::move(sink); }
 
+namespace {
+int assertionRecord = -1;
+}
+
+void assertionRecordIs(int fd) { assertionRecord = fd; }
+
 void assertionFailed(char const* file, int line, char const* text) {
+  if (assertionRecord >= 0) dprintf(assertionRecord, "%s:%d: Assertion failed: %s\n", file, line, text);
   std::fprintf(stderr, "%s:%d: Assertion failed: %s\n", file, line, text);
   syslog(LOG_CRIT, "%s:%d: Assertion failed: %s", file, line, text);
   std::abort();

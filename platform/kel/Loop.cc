@@ -50,6 +50,11 @@ int onTimer(sd_event_source*, std::uint64_t, void*) {
   return 0;
 }
 
+int onLateReady(sd_event_source*, int, std::uint32_t, void* late) {
+  sd_event_run(static_cast<sd_event*>(late), 0);
+  return 0;
+}
+
 int onSignalSource(sd_event_source*, signalfd_siginfo const*, void* handler) {
   (*static_cast<std::function<void()>*>(handler))();
   return 0;
@@ -72,10 +77,18 @@ Loop::Loop() : wallAtStart_(read(CLOCK_REALTIME)), monotonicAtStart_(read(CLOCK_
                                       onTimer, nullptr);
   KEL_ASSERT(added >= 0, "sd_event_add_time");
   sd_event_source_set_enabled(timer_, SD_EVENT_OFF);
+  [[maybe_unused]] int const lateCreated = sd_event_new(&lateEvent_);
+  KEL_ASSERT(lateCreated >= 0, "sd_event_new");
+  int const watched =
+      sd_event_add_io(event_, &lateReady_, sd_event_get_fd(lateEvent_), EPOLLIN, onLateReady, lateEvent_);
+  KEL_ASSERT(watched >= 0, "sd_event_add_io");
+  sd_event_source_set_priority(lateReady_, SD_EVENT_PRIORITY_IDLE);
 }
 
 Loop::~Loop() {
   sd_event_source_unref(timer_);
+  sd_event_source_unref(lateReady_);
+  sd_event_unref(lateEvent_);
   sd_event_unref(event_);
 }
 
@@ -97,10 +110,18 @@ void Loop::arm() {
   sd_event_source_set_enabled(timer_, SD_EVENT_ONESHOT);
 }
 
-// Waits for one event, at most `limit`, and handles it.
+// Waits for one event, at most so long, and handles it. Positive when there was one.
+int Loop::runOne(std::uint64_t microseconds) {
+  if (++passes_ >= passesWithoutLate) {
+    passes_ = 0;
+    if (int const ran = sd_event_run(lateEvent_, 0); ran != 0) return ran;
+  }
+  return sd_event_run(event_, microseconds);
+}
+
 void Loop::pass(Seconds limit) {
   arm();
-  int const ran = sd_event_run(event_, limit == never ? UINT64_MAX : static_cast<std::uint64_t>(limit * 1e6));
+  int const ran = runOne(limit == never ? UINT64_MAX : static_cast<std::uint64_t>(limit * 1e6));
   KEL_ASSERT(ran >= 0, "sd_event_run");
   // A one-shot source is off once it has fired.
   int enabled = SD_EVENT_OFF;
@@ -156,7 +177,7 @@ void Loop::endSimulation() { simulated_ = false; }
 bool Loop::drain() {
   // Handles one source at a time: a descriptor that is always ready must starve neither the clocks nor the
   // condition of advanceUntil().
-  bool any = sources_ > 0 && sd_event_run(event_, 0) > 0;
+  bool any = sources_ > 0 && runOne(0) > 0;
   if (clock().nextTime() <= simulatedNow_) {
     clock().fire(simulatedNow_);
     any = true;
@@ -223,8 +244,9 @@ void FileDescriptor::watch() {
   // forgets.
   unwatch();
   if (descriptor_ < 0 || events == 0) return;
-  if (sd_event_add_io(Loop::instance().event(), &source_, descriptor_, events, onReady, this) < 0) return;
-  if (late_) sd_event_source_set_priority(source_, SD_EVENT_PRIORITY_IDLE);
+  Loop const& loop = Loop::instance();
+  sd_event* const event = late_ ? loop.lateEvent() : loop.event();
+  if (sd_event_add_io(event, &source_, descriptor_, events, onReady, this) < 0) return;
   Loop::instance().sourceAdded();
 }
 

@@ -5,6 +5,7 @@
 
 #include <systemd/sd-event.h>
 
+#include <cstdint>
 #include <functional>
 #include <optional>
 
@@ -47,6 +48,10 @@ class Loop {
   bool advanceUntil(std::function<bool()> const& done, Seconds limit);
 
   sd_event* event() const { return event_; }
+  // Its sources have a turn when no other is ready, and after so many passes in any case: a descriptor that
+  // is always ready, as in a flood, does not keep them waiting for ever.
+  sd_event* lateEvent() const { return lateEvent_; }
+  static constexpr int passesWithoutLate = 16;
   // Descriptors and children tell the loop that they have a source, so that simulated time looks at the
   // kernel at all.
   void sourceAdded() { ++sources_; }
@@ -55,10 +60,13 @@ class Loop {
  private:
   void arm();
   void pass(Seconds limit);
+  int runOne(std::uint64_t microseconds);
   bool drain();
   bool jump(Seconds limit);
 
   sd_event* event_ = nullptr;
+  sd_event* lateEvent_ = nullptr;
+  sd_event_source* lateReady_ = nullptr;
   sd_event_source* timer_ = nullptr;
   Seconds armedFor_ = never;
   Seconds wallAtStart_ = 0;
@@ -66,6 +74,7 @@ class Loop {
   Seconds simulatedNow_ = 0;
   std::optional<int> exitCode_;
   int sources_ = 0;
+  int passes_ = 0;  // since the sources of lateEvent() had a turn for sure
   bool simulated_ = false;
 };
 

@@ -5,6 +5,7 @@
 #include <sys/statvfs.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -137,8 +138,7 @@ int flushFolder(String const& path) {
   return opened && fsync(opened.get()) == 0 ? 0 : errno;
 }
 
-int replace(String const& path, Fill const& fill, unsigned mode, struct stat const* old,
-            bool flushed = true) {
+int replace(String const& path, Fill const& fill, unsigned mode, struct stat const* old, bool flushed) {
   String const aside = besides(path);
   int error = writeAside(aside, fill, mode, old, flushed);
   if (error == 0 && rename(aside.c_str(), path.c_str()) != 0) error = errno;
@@ -154,11 +154,15 @@ int rewrite(String const& path, String const& contents) {
   return ftruncate(file.get(), static_cast<off_t>(contents.size())) == 0 ? 0 : errno;
 }
 
-String outcome(String const& path, int error) { return error == 0 ? "" : failed("write", path, error); }
+String outcome(String const& path, int error, std::uint64_t missing = 0) {
+  if (error == 0) return "";
+  String const result = failed("write", path, error);
+  return missing > 0 ? result + ", " + std::to_string(missing) + " bytes are missing" : result;
+}
 
 }  // namespace
 
-std::optional<String> readFile(String const& path, String* failure) {
+std::optional<String> readFile(String const& path, String* failure, std::size_t most) {
   auto const refuse = [&](int error) {
     if (failure != nullptr && error != ENOENT) *failure = failed("read", path, error);
     return std::nullopt;
@@ -167,16 +171,24 @@ std::optional<String> readFile(String const& path, String* failure) {
   Descriptor const file(openRegular(path, 0));
   if (!file) return refuse(errno);
   String contents, piece(bufferBytes, '\0');
-  while (ssize_t const got = readSome(file.get(), piece)) {
+  while (contents.size() < most) {
+    ssize_t const got = readSome(file.get(), piece);
     if (got < 0) return refuse(errno);
-    contents.append(piece, 0, static_cast<std::size_t>(got));
+    if (got == 0) break;
+    contents.append(piece, 0, std::min(static_cast<std::size_t>(got), most - contents.size()));
   }
   return contents;
 }
 
 String replaceFile(String const& path, String const& contents, unsigned mode, bool outlivesPower) {
-  auto const fill = [&](int fd) { return writeAll(fd, contents); };
-  return outcome(path, replace(path, fill, mode, nullptr, outlivesPower));
+  std::uint64_t missing = 0;
+  auto const fill = [&](int fd) {
+    int const error = writeAll(fd, contents);
+    if (error == ENOSPC) missing = std::max(missingRoom(fd, contents.size()), std::uint64_t{1});
+    return error;
+  };
+  int const error = replace(path, fill, mode, nullptr, outlivesPower);
+  return outcome(path, error, missing);
 }
 
 String replaceFileByCopy(String const& path, String const& source, unsigned mode,
@@ -192,11 +204,10 @@ String replaceFileByCopy(String const& path, String const& source, unsigned mode
     missing = missingRoom(to, static_cast<std::uint64_t>(wanted.st_size));
     return missing > 0 ? ENOSPC : copyPieces(from.get(), to, betweenPieces, readError);
   };
-  int const error = replace(path, copy, mode, keepsMode ? &old : nullptr);
+  int const error = replace(path, copy, mode, keepsMode ? &old : nullptr, true);
   if (readError != 0) return failed("read", source, readError);
   if (errorNumber != nullptr) *errorNumber = error;
-  String const result = outcome(path, error);
-  return missing > 0 ? result + ", " + std::to_string(missing) + " bytes are missing" : result;
+  return outcome(path, error, missing);
 }
 
 void removeUnfinished(String const& path) { unlink(besides(path).c_str()); }
@@ -205,8 +216,8 @@ String changeFile(String const& path, String const& contents, unsigned mode) {
   String const target = behindLinks(path);
   struct stat old {};
   bool const exists = stat(target.c_str(), &old) == 0;
-  int error = replace(
-      target, [&](int fd) { return writeAll(fd, contents); }, mode, exists ? &old : nullptr);
+  auto const fill = [&](int fd) { return writeAll(fd, contents); };
+  int error = replace(target, fill, mode, exists ? &old : nullptr, false);
   bool const onlyInPlace = error == EBUSY || error == EROFS || error == EACCES || error == EPERM;
   if (exists && onlyInPlace) error = rewrite(target, contents);
   return outcome(path, error);

@@ -44,7 +44,8 @@ Kel::LogHandle linkModeIgnored(
 
 Kel::LogHandle packetSocketFailed("PACKET_SOCKET_FAILED", warning, "Cannot listen for frames on port %s: %s",
                                   "LLDP frames that a neighbour sends on the port are not heard, for now.",
-                                  Kel::CallSupportIfPersists, interval, burst, 0);
+                                  "Check that zerotouchd may open packet sockets (CAP_NET_RAW).", interval,
+                                  burst, 0);
 
 Kel::LogHandle routerAdvertisementsFailed("ROUTER_ADVERTISEMENTS_FAILED", warning,
                                           "Cannot listen for IPv6 router advertisements: %s",
@@ -75,8 +76,9 @@ Kel::LogHandle routesTakeOver(
     "Check that the DHCP server on that port is one of yours, and its routes.", interval, burst, 0);
 
 Kel::LogHandle hostNameFailed("HOST_NAME_FAILED", warning, "Cannot set the host name to %s: %s",
-                              "The kernel refused the host name.", Kel::CallSupportIfPersists, interval,
-                              burst, 0);
+                              "The kernel refused the host name.",
+                              "Check that zerotouchd may set the host name (CAP_SYS_ADMIN).", interval, burst,
+                              0);
 
 Kel::LogHandle systemFileFailed("SYSTEM_FILE_FAILED", warning, "A file of the system is not changed: %s",
                                 "Name servers or log servers are not as they are configured.",

@@ -11,6 +11,7 @@
 #include <functional>
 #include <map>
 #include <optional>
+#include <set>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -70,6 +71,9 @@ class Tree {
   // `entity` is of the model, `path` of plain names without escapes; no mount lies below another.
   void mount(std::string const& path, Kel::Ptr<Kel::Entity> entity, Access access);
 
+  // Below a mount that the group may write, this attribute of the mounted entity is for root alone.
+  void rootWritesOnly(std::string const& path) { rootOnly_.insert(path); }
+
   // Lets go of the entity at exactly this path. No server may serve the tree any more.
   void unmount(std::string const& path) { mounts_.erase(path); }
 
@@ -113,6 +117,7 @@ class Tree {
 
   // By path, so that what lies below a directory stands together.
   std::map<std::string, Mount, std::less<>> mounts_;
+  std::set<std::string> rootOnly_;
 };
 
 }  // namespace Statebase

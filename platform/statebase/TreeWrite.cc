@@ -131,10 +131,22 @@ bool mayWrite(Role role, Access access) {
   return false;
 }
 
+[[noreturn]] void refuse(std::string const& path, bool byRoot) {
+  throw Refusal(Refusal::Kind::permission, path, byRoot ? "only root may write it" : "it is read-only");
+}
+
 void checkRole(Role role, Tree::Location const& at) {
-  if (mayWrite(role, at.access)) return;
-  bool const byRoot = at.access == Access::rootWrites && role == Role::group;
-  throw Refusal(Refusal::Kind::permission, at.path, byRoot ? "only root may write it" : "it is read-only");
+  if (!mayWrite(role, at.access)) refuse(at.path, at.access == Access::rootWrites && role == Role::group);
+}
+
+// A value for an entity may hold the attribute as well.
+void checkRootOnly(std::set<std::string> const& rootOnly, std::string const& path, Value const& value) {
+  if (rootOnly.contains(path)) refuse(path, true);
+  auto const* const members = value.as<ValueMap>();
+  if (members == nullptr) return;
+  for (auto const& [name, member] : *members) {
+    if (rootOnly.contains(join(path, name))) refuse(join(path, name), true);
+  }
 }
 
 Tree::Location writable(Tree const& tree, Role role, std::string_view path) {
@@ -167,7 +179,9 @@ void write(Tree::Location const& at, Tree::Setting const& setting, bool checking
 }  // namespace
 
 void Tree::checkSet(Role role, Setting const& setting) const {
-  write(writable(*this, role, setting.path), setting, true);
+  Location const at = writable(*this, role, setting.path);
+  if (role == Role::group) checkRootOnly(rootOnly_, at.path, setting.value);
+  write(at, setting, true);
 }
 
 void Tree::set(Role role, Setting const& setting) {

@@ -52,8 +52,11 @@ struct Routes {
 // Bounds the message, which has to fit into one line of the state tree's socket.
 constexpr std::size_t mostRoutes = 128;
 
-void addRoute(Routes& routes, Routes::Route const& route, std::string_view option, Complaints& complaints) {
-  if (auto const wrong = Grammar::hostFault(route.nextHop); !wrong.empty()) {
+// Without a next hop (0.0.0.0) the destination is on the link itself, which classless routes alone can say.
+void addRoute(Routes& routes, Routes::Route const& route, std::string_view option, Complaints& complaints,
+              bool mayBeOnLink = false) {
+  bool const isOnLink = mayBeOnLink && route.nextHop.isZero();
+  if (auto const wrong = isOnLink ? "" : Grammar::hostFault(route.nextHop); !wrong.empty()) {
     complaints.drop(option, route.prefix.stringValue() + " by " + route.nextHop.stringValue(),
                     "the next hop is " + wrong);
   } else if (route.prefix.maskLength == 0) {
@@ -111,7 +114,7 @@ Routes classlessRoutes(Environment const& environment, Complaints& complaints) {
                           std::to_string(result.routes.size() + result.gateways.size()) + " usable routes");
       break;
     }
-    addRoute(result, *route, option, complaints);
+    addRoute(result, *route, option, complaints, true);
   }
   limit(result.routes, mostRoutes, option, complaints);
   limit(result.gateways, mostAddresses, option, complaints);
@@ -169,6 +172,15 @@ class Reader {
  public:
   Reader(Environment const& environment, Complaints& complaints)
       : environment_(environment), complaints_(complaints) {}
+
+  // A server that does not say who it is has no name; that is no mistake of any value that counts.
+  void serverV4() {
+    auto const address = Wire::IpAddr::fromString(plainOption(environment_, "dhcp-server-identifier"));
+    if (address) add("server", address->stringValue());
+  }
+  void serverV6() {
+    if (auto const duid = Grammar::duid(plainOption(environment_, "dhcp6.server-id"))) add("server", *duid);
+  }
 
   void addressV4() {
     std::string_view const text = plainOption(environment_, "ip-address");
@@ -293,6 +305,7 @@ class Reader {
 
 Kel::ValueMap answerV4(Environment const& environment, Complaints& complaints) {
   Reader reader(environment, complaints);
+  reader.serverV4();
   reader.addressV4();
   reader.mtu();
   reader.routes();
@@ -309,6 +322,7 @@ Kel::ValueMap answerV4(Environment const& environment, Complaints& complaints) {
 
 Kel::ValueMap answerV6(Environment const& environment, Complaints& complaints) {
   Reader reader(environment, complaints);
+  reader.serverV6();
   reader.addressV6();
   reader.nameServers<Wire::Ip6Addr>("dhcp6.name-servers");
   reader.firstSearchDomain();

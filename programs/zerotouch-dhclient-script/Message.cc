@@ -107,7 +107,8 @@ std::string namelessServer(Environment const& environment) {
     return {};
   Complaints ignored;
   auto const answer = answerV4(environment, ignored);
-  bool const named = std::ranges::find(answer, "bootFileName", &Kel::ValueMap::value_type::first) != answer.end();
+  bool const named =
+      std::ranges::find(answer, "bootFileName", &Kel::ValueMap::value_type::first) != answer.end();
   return named ? "" : device + " " + server->stringValue() + "\n";
 }
 
@@ -116,7 +117,8 @@ namespace {
 // Returns "" or what went wrong.
 std::string append(std::string const& path, std::string const& text, int flags) {
   if (text.empty()) return {};
-  int const file = open(path.c_str(), O_WRONLY | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | flags, 0644);
+  int const file =
+      open(path.c_str(), O_WRONLY | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | flags, 0644);
   bool const written = file >= 0 && write(file, text.data(), text.size()) == ssize_t(text.size());
   std::string const error = written ? "" : "lease file " + path + ": " + std::strerror(errno);
   if (file >= 0) close(file);

@@ -10,7 +10,7 @@
 #include <cstring>
 
 void complain(char const* path) {
-  std::fprintf(stderr, "zerotouch-dhclient: file %s: %s\n", path, std::strerror(errno));
+  std::fprintf(stderr, "zerotouch-dhclient: %s: %s\n", path, std::strerror(errno));
 }
 
 int openFile(char const* path) {

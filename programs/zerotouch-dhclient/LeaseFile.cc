@@ -61,7 +61,7 @@ void forgetLeases(char const* path, std::string const& identifier) {
   close(file);
 }
 
-std::string identifierOf(char const* configFile) {
+std::string clientAddress(std::string const& configFile) {
   constexpr std::string_view keyword = "send dhcp-client-identifier ";
   constexpr std::string_view pattern = "xx:xx:xx:xx:xx:xx;\n";
   std::string const line = lineWith(keyword, readContents(configFile));
@@ -72,6 +72,11 @@ std::string identifierOf(char const* configFile) {
                                         : address[i] == pattern[i];
     if (!fits) return {};
   }
+  return address.substr(0, address.find(';'));
+}
+
+std::string identifierOf(std::string const& configFile) {
+  std::string const address = clientAddress(configFile);
   // Type 3, a link-layer address; hardware type 1, Ethernet.
-  return std::string(identifierKeyword) + "0:3:0:1:" + address;
+  return address.empty() ? "" : std::string(identifierKeyword) + "0:3:0:1:" + address + ";\n";
 }

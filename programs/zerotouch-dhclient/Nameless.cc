@@ -54,12 +54,14 @@ bool write(std::string const& path, std::string const& text) {
 }  // namespace
 
 std::string configFor(std::string const& configFile, std::string const& leaseFile,
-                      std::span<char const* const> devices) {
+                      std::span<std::string const> devices) {
   std::string const memory = leaseFile + ".nameless";
   std::string const known = readContents(memory);
   if (known.empty()) return configFile;
   std::string statements, remembered;
   for (auto const& [device, servers] : read(known)) {
+    for (std::string const& server : servers.now)
+      releaseWithoutAddress(leaseFile, configFile, device, server);
     if (servers.now.empty() || std::ranges::find(devices, device) == devices.end()) continue;
     auto all = servers.before;
     all.insert(servers.now.begin(), servers.now.end());

@@ -54,33 +54,53 @@ int notFound(std::vector<std::string> const& candidates) {
 struct Arguments {
   Arguments(int argc, char** argv) {
     for (int i = 1; i < argc; ++i) {
-      std::string_view const argument = argv[i];
+      std::string const argument = argv[i];
       if (argument == "--ignore-preinit") continue;
-      isRelease = isRelease || argument == "-r";
       isV6 = isV6 || argument == "-6";
-      passed.push_back(argv[i]);
+      passed.push_back(argument);
+      if (argument == "-r") releaseAt = passed.size();
       if (i + 1 == argc) break;
       if (argument == "-lf") leaseFile = argv[i + 1];
       if (argument == "-cf") configAt = passed.size();
     }
   }
 
-  char const* config() const { return configAt == 0 ? "" : passed[configAt]; }
+  bool isRelease() const { return releaseAt != 0; }
+  std::string config() const { return configAt == 0 ? "" : passed[configAt]; }
 
-  std::vector<char*> passed;  // to the client
-  bool isRelease = false;
+  std::vector<std::string> passed;  // to the client
   bool isV6 = false;
   char const* leaseFile = nullptr;
-  std::size_t configAt = 0;  // where in `passed` the configuration's path is; 0: nowhere
+  std::size_t configAt = 0;   // where in `passed` the configuration's path is; 0: nowhere
+  std::size_t releaseAt = 0;  // where in `passed` the devices of a release begin; 0: it is none
 };
 
-// A client that finds a lease of an earlier attempt asks for that address again. A DHCPv4 client then hears no
-// other server; a DHCPv6 client takes everything else from that lease, so it would not learn of a boot file
-// that the server names by now. Returns the configuration to use.
-std::string prepareQuery(Arguments const& asked) {
+// What a client is run with, as execv(3) takes it; points into `arguments`.
+std::vector<char*> argvOf(std::vector<std::string>& arguments) {
+  std::vector<char*> result;
+  for (std::string& argument : arguments) result.push_back(argument.data());
+  result.push_back(nullptr);
+  return result;
+}
+
+// A client that finds a lease of an earlier attempt asks for that address again. A DHCPv4 client then hears
+// no other server; a DHCPv6 client takes everything else from that lease, so it would not learn of a boot
+// file that the server names by now.
+void prepareQuery(Arguments& asked) {
   std::string const config = asked.config();
-  forgetLeases(asked.leaseFile, asked.isV6 ? identifierOf(config.c_str()) : std::string());
-  return asked.isV6 ? config : configFor(config, asked.leaseFile, asked.passed);
+  // Before the leases of servers that are passed over are forgotten, they are handed back.
+  if (!asked.isV6 && asked.configAt != 0)
+    asked.passed[asked.configAt] = configFor(config, asked.leaseFile, asked.passed);
+  forgetLeases(asked.leaseFile, asked.isV6 ? identifierOf(config) : std::string());
+}
+
+// What other ports have a lease of is handed back too.
+void prepareRelease(Arguments& asked) {
+  if (!asked.isV6) return releaseWithoutAddress(asked.leaseFile, asked.config());
+  std::vector<std::string> const devices(asked.passed.begin() + static_cast<std::ptrdiff_t>(asked.releaseAt),
+                                         asked.passed.end());
+  auto const others = otherDevices(asked.leaseFile, devices);
+  asked.passed.insert(asked.passed.end(), others.begin(), others.end());
 }
 
 }  // namespace
@@ -96,30 +116,29 @@ int main(int argc, char** argv) {
   if (client.empty()) return notFound(candidates);
 
   Arguments asked(argc, argv);
-  if (!asked.isRelease) dieWithParent(parent, SIGKILL);
-  std::string config;
+  if (!asked.isRelease()) dieWithParent(parent, SIGKILL);
   if (asked.leaseFile != nullptr) {
-    waitForRelease(asked.leaseFile, asked.isRelease);
-    if (asked.isRelease) {
+    waitForRelease(asked.leaseFile, asked.isRelease());
+    if (asked.isRelease()) {
       makeLeaseFile(asked.leaseFile);
+      prepareRelease(asked);
     } else {
-      config = prepareQuery(asked);
-      if (asked.configAt != 0) asked.passed[asked.configAt] = config.data();
+      prepareQuery(asked);
     }
   }
-  std::vector<char*> arguments = asked.passed;
-  arguments.insert(arguments.begin(), client.data());
+  std::vector<std::string> more;
   // A client without an identifier makes one: of an address, and not of the time as well.
-  char identifierOption[] = "-D", identifierKind[] = "LL";
-  if (asked.isV6) arguments.insert(arguments.end(), {identifierOption, identifierKind});
+  if (asked.isV6) more = {"-D", "LL"};
   // The hook needs the lease file: it writes the lease there before anybody can stop the client.
-  char variableOption[] = "-e";
-  std::string leases = "ZEROTOUCH_LEASES=";
-  if (asked.leaseFile != nullptr) leases += asked.leaseFile;
-  arguments.insert(arguments.end(), {variableOption, leases.data(), nullptr});
+  more.insert(more.end(),
+              {"-e", std::string("ZEROTOUCH_LEASES=") + (asked.leaseFile != nullptr ? asked.leaseFile : "")});
 
-  if (asked.isRelease) return runRelease(arguments.data(), parent);
-  execv(client.c_str(), arguments.data());
+  auto arguments = asked.passed;
+  arguments.insert(arguments.begin(), client);
+  arguments.insert(arguments.end(), more.begin(), more.end());
+  auto const argvToRun = argvOf(arguments);
+  if (asked.isRelease()) return runRelease(argvToRun.data(), parent);
+  execv(client.c_str(), argvToRun.data());
   std::fprintf(stderr, "zerotouch-dhclient: %s: %s\n", client.c_str(), std::strerror(errno));
   return cannotExecute;
 }

@@ -7,12 +7,15 @@
 #include "programs/zerotouch/Output.h"
 #include "programs/zerotouch/Terminal.h"
 #include "programs/zerotouch/Verbs.h"
+#include "programs/zerotouch/past/Memory.h"
+#include "programs/zerotouch/past/Words.h"
 
 namespace ZeroTouchCommand {
 
 namespace {
 
 constexpr char const* eventsPath = "/log/events/event";
+constexpr char const* attemptsPath = "/log/history/attempt";
 
 // The line of an event. Where it is too long for the terminal, it goes on below the text, not below the time.
 std::string lineOf(Kel::Value const& event) {
@@ -31,8 +34,57 @@ std::string lineOf(Kel::Value const& event) {
   return styled(Style::faint, time) + styledSeverity(level, padded) + paragraph(rest, indent, columns);
 }
 
+// Which events a choice means.
+class Chosen {
+ public:
+  // Throws WrongUsage for a time or a severity that makes no sense, and for an attempt that is not known.
+  Chosen(EventChoice const& choice, Kel::Value const& attempts, Kel::Seconds now)
+      : last_(choice.last), worst_(severityOf(choice.severity)) {
+    if (!choice.since.empty()) from_ = timeOf(choice.since, now);
+    if (choice.attempt > 0) limitTo(choice.attempt, attempts);
+  }
+
+  bool shows(Kel::Value const& event) const {
+    Kel::Seconds const time = number(at(event, {"time"}));
+    return event != Kel::Value() && time >= from_ && time < to_ && number(at(event, {"severity"})) <= worst_;
+  }
+
+  // Those of the collection, in their order.
+  Kel::ValueList of(Kel::Value const& events) const {
+    Kel::ValueList result;
+    if (auto const* const all = events.as<Kel::ValueMap>()) {
+      for (auto const& [number, event] : *all) {
+        if (shows(event)) result.push_back(event);
+      }
+    }
+    if (last_ > 0 && result.size() > last_)
+      result.erase(result.begin(), result.end() - static_cast<std::ptrdiff_t>(last_));
+    return result;
+  }
+
+ private:
+  // An attempt reaches until the next one begins, and the first from the beginning.
+  void limitTo(std::uint64_t wanted, Kel::Value const& attempts) {
+    auto const* const all = attempts.as<Kel::ValueMap>();
+    bool found = false;
+    for (auto const& [key, attempt] : all != nullptr ? *all : Kel::ValueMap()) {
+      Kel::Seconds const started = number(at(attempt, {"started"}));
+      if (found && to_ == Kel::never) to_ = started;
+      if (number(at(attempt, {"number"})) != static_cast<double>(wanted)) continue;
+      found = true;
+      to_ = Kel::never;
+      from_ = std::max(from_, wanted == 1 ? -Kel::never : started);
+    }
+    if (!found) throw WrongUsage("--attempt: attempt " + std::to_string(wanted) + " is not known");
+  }
+
+  std::uint64_t last_;
+  double worst_;
+  Kel::Seconds from_ = -Kel::never;
+  Kel::Seconds to_ = Kel::never;
+};
+
 void show(Context const& context, Kel::Value const& event) {
-  if (event == Kel::Value()) return;  // the host has dropped an old event to make room
   context.json ? printJsonLine(event) : print(lineOf(event));
 }
 
@@ -73,26 +125,27 @@ void explainOne(Context const& context, Kel::LogHandle const& event) {
 
 }  // namespace
 
-void showEvents(Context const& context) {
-  Kel::Value const events = context.call("get", {{"path", eventsPath}});
-  auto const* members = events.as<Kel::ValueMap>();
-  Kel::ValueList list;
-  for (auto const& [number, event] : members != nullptr ? *members : Kel::ValueMap()) {
-    list.push_back(event);
-    if (!context.json) print(lineOf(event));
+void showEvents(Context const& context, EventChoice const& choice) {
+  Snapshot const snapshot = lastKnown(context, {eventsPath, attemptsPath});
+  Kel::ValueList const list =
+      Chosen(choice, snapshot[attemptsPath], snapshot.time()).of(snapshot[eventsPath]);
+  if (context.json) {
+    printJson(list);
+    return;
   }
-  if (context.json) printJson(list);
+  for (auto const& event : list) print(lineOf(event));
 }
 
 // Ends when it is interrupted, when the host goes away, and when nobody reads its output any more.
-void followEvents(Context const& context) {
+void followEvents(Context const& context, EventChoice const& choice) {
   Statebase::Client host(context.socketPath);
+  Chosen const chosen(choice, host.get({attemptsPath})[attemptsPath], number(host.call("time", {})));
   Kel::Value const events = host.call("watch", {{"path", eventsPath}});
-  auto const* members = events.as<Kel::ValueMap>();
-  for (auto const& [number, event] : members != nullptr ? *members : Kel::ValueMap()) show(context, event);
+  for (auto const& event : chosen.of(events)) show(context, event);
   context.whileHostRuns([&] {
     while (flushOutput() == 0) {
-      if (auto const changed = host.readNotification(Kel::never))
+      auto const changed = host.readNotification(Kel::never);
+      if (changed && chosen.shows(at(changed->params, {"value"})))
         show(context, at(changed->params, {"value"}));
     }
   });

@@ -5,6 +5,7 @@
 
 #include "platform/kel/Clock.h"
 #include "platform/model/values/Grammar.h"
+#include "platform/statebase/Json.h"
 #include "programs/zerotouch/Output.h"
 #include "programs/zerotouch/States.h"
 #include "programs/zerotouch/Verbs.h"
@@ -31,8 +32,9 @@ std::string waitsFor(Kel::Value const& tree, Kel::Value const& machine, Kel::Sec
     Kel::Value const& timer = at(machine, {"timer"});
     Kel::Seconds const timeout = number(at(timer, {"timeout"}));
     Kel::Seconds const end = number(at(timer, {"initTime"})) + timeout;
-    return text(at(timer, {"name"})) + ", until " + timeOfDay(end, now) + " (" + duration(end - now) +
-           " of " + duration(timeout) + " are left)";
+    std::string const purpose = memberText(timer, "purpose");
+    return text(at(timer, {"name"})) + (purpose.empty() ? "" : " (" + purpose + ")") + ", until " +
+           timeOfDay(end, now) + " (" + duration(end - now) + " of " + duration(timeout) + " are left)";
   }
   if (isTrue(at(machine, {"reloadRequested"}))) return "the reload, which was requested";
   if (state != "stateInit") return "no timer";
@@ -68,6 +70,11 @@ void addAnswer(Rows& rows, Kel::Value const& machine) {
   if (!done && came.empty() && memberText(machine, "currentState") != "stateFetchConfig") return;
   if (done || !came.empty()) line += isTrue(at(machine, {"curlSuccess"})) ? ", complete" : ", failed";
   rows.push_back({"Received:", came.empty() ? line : line + ": " + came});
+  std::string const authorities = memberText(machine, "serverVerifiedAgainst");
+  if (!authorities.empty()) rows.push_back({"Server:", "verified against " + authorities});
+  std::string const signer = memberText(machine, "bootFileSigner");
+  if (!signer.empty())
+    rows.push_back({"Signed by:", signer + ", SHA-256 " + memberText(machine, "bootFileSignerFingerprint")});
 }
 
 // A line such as "14:03:22, attempt 6 on Ethernet1: the download has failed, http://10.0.0.1/x".
@@ -94,6 +101,8 @@ std::string whatToDo(Kel::Value const& tree) {
 }
 
 std::string const machinePath = "/zerotouch/sm/";
+constexpr char const* hostStartsPath = "/log/history/hostStarts";
+constexpr char const* lastHostEndPath = "/log/history/lastHostEnd";
 
 // The attributes of the state machine that the status shows as they are; it also holds every port.
 constexpr char const* machineAttributes[] = {"currentState",
@@ -119,7 +128,12 @@ constexpr char const* machineAttributes[] = {"currentState",
                                              "downloadOutcome",
                                              "whatToDo",
                                              "configFetchTryCounter",
-                                             "maxConfigFetchTries"};
+                                             "maxConfigFetchTries",
+
+                                             "serverVerifiedAgainst",
+                                             "bootFileSigner",
+                                             "bootFileSignerFingerprint",
+                                             "bootFileSignedTime"};
 
 // Those of the last failure, and as what they are shown.
 constexpr std::pair<char const*, char const*> failureAttributes[] = {
@@ -134,6 +148,11 @@ Snapshot::Snapshot(Statebase::Client& host, Paths const& paths, Reading reading)
       hostTime_(number(host.call("time", {}))),
       readAt_(Kel::now()),
       follows_(reading == Reading::follow) {}
+
+Snapshot::Snapshot(Kel::Value const& tree, Paths const& paths, Kel::Seconds time)
+    : hostTime_(time), readAt_(Kel::now()), follows_(false) {
+  for (auto const& path : paths) values_[path] = at(tree, *Statebase::splitPath(path));
+}
 
 Kel::Seconds Snapshot::time() const { return follows_ ? hostTime_ + (Kel::now() - readAt_) : hostTime_; }
 
@@ -155,7 +174,7 @@ void Snapshot::apply(std::string const& path, Kel::Value const& value) {
 }
 
 Snapshot::Paths statusPaths() {
-  Snapshot::Paths paths{"/zerotouch/config", "/zerotouch/status"};
+  Snapshot::Paths paths{hostStartsPath, lastHostEndPath, "/zerotouch/config", "/zerotouch/status"};
   for (char const* const name : machineAttributes) paths.push_back(machinePath + name);
   for (auto const& [shown, name] : failureAttributes) paths.push_back(machinePath + name);
   return paths;
@@ -188,6 +207,8 @@ Kel::Value statusOf(Snapshot const& snapshot) {
                        {"status", snapshot["/zerotouch/status"]},
                        {"sm", loaded ? Kel::Value(std::move(machine)) : Kel::Value()},
                        {"lastFailure", failed ? Kel::Value(std::move(failure)) : Kel::Value()}};
+  result.emplace_back(
+      "host", Kel::ValueMap{{"starts", snapshot[hostStartsPath]}, {"lastEnd", snapshot[lastHostEndPath]}});
   result.emplace_back("outcome", outcome(result));
   result.emplace_back("whatToDo", whatToDo(result));
   return result;
@@ -220,6 +241,11 @@ Rows statusRows(Kel::Value const& tree) {
   }
   result.push_back({"Run time limit:", duration(number(at(tree, {"config", "maxRunTime"})))});
   result.push_back({"Script limit:", duration(number(at(tree, {"config", "scriptExecTimeout"})))});
+  Kel::Value const& host = at(tree, {"host"});
+  if (number(at(host, {"starts"})) > 1) {
+    result.push_back({"Host:", "was started " + memberText(host, "starts") +
+                                   " times in this boot; the last one " + memberText(host, "lastEnd")});
+  }
   return result;
 }
 

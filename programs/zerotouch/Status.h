@@ -20,6 +20,9 @@ class Snapshot {
   // Throws what Statebase::Client throws.
   Snapshot(Statebase::Client& host, Paths const& paths, Reading reading = Reading::once);
 
+  // The same of a tree that was kept, as an object of objects, at `time`.
+  Snapshot(Kel::Value const& tree, Paths const& paths, Kel::Seconds time);
+
   // `path` is one of those read.
   Kel::Value const& operator[](std::string const& path) const { return values_.at(path); }
   // The host's clock: when this was read and, for one that is followed, now.

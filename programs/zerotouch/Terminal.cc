@@ -76,12 +76,16 @@ std::size_t total(Widths const& widths) {
   return std::accumulate(widths.begin(), widths.end(), std::size_t{0}) + gap * (widths.size() - 1);
 }
 
+// How wide a column has to be for the words of the text. A URL may be broken anywhere, since it can be longer
+// than any terminal is wide.
 std::size_t longestWord(std::string const& text) {
   std::size_t longest = 0;
-  std::size_t length = 0;
-  for (char const c : text) {
-    if (startsCharacter(c)) length = c == ' ' ? 0 : length + 1;
-    longest = std::max(longest, length);
+  for (std::size_t start = 0; start < text.size();) {
+    std::size_t const end = std::min(text.find(' ', start), text.size());
+    std::string const word = text.substr(start, end - start);
+    bool const isUrl = word.find("://") != std::string::npos;
+    longest = std::max(longest, isUrl ? std::min(displayWidth(word), leastText) : displayWidth(word));
+    start = end + 1;
   }
   return longest;
 }

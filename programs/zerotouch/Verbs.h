@@ -4,6 +4,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "platform/kel/EntityType.h"
 #include "platform/statebase/Client.h"
@@ -61,9 +62,27 @@ void showStatus(Context const& context);
 void waitForStatus(Context const& context, std::string const& until, Kel::Seconds timeout);
 // `until` names the state at which it ends; with "" it goes on until interrupted.
 void watch(Context const& context, std::string const& until);
-void showPorts(Context const& context);
-void showEvents(Context const& context);
-void followEvents(Context const& context);
+
+// Which ports are shown: all, those with a link, or everything about one.
+struct PortChoice {
+  std::string name;  // of the port or its device; "" for a table
+  bool up = false;
+};
+void showPorts(Context const& context, PortChoice const& choice);
+
+// Which events are shown. The texts are as given on the command line.
+struct EventChoice {
+  std::string since;          // "10min", "14:03" or "2026-03-01 14:03:22"; "" for all
+  std::string severity;       // "warning" or "4": that one and those that are worse; "" for all
+  std::uint64_t last = 0;     // only so many, the last ones; 0 for all
+  std::uint64_t attempt = 0;  // those of one attempt, by its number; 0 for all
+};
+void showEvents(Context const& context, EventChoice const& choice);
+// The past ones of the choice, and then what happens.
+void followEvents(Context const& context, EventChoice const& choice);
+
+void showAttempts(Context const& context);
+void showHistory(Context const& context);
 // `event` is the name of an event, in upper or lower case; with "" it lists all events.
 void explain(Context const& context, std::string const& event);
 // `file` is the file to write; "" is the standard output.
@@ -78,5 +97,16 @@ void getPath(Context const& context, std::string const& path);
 void listPath(Context const& context, std::string const& path);
 // `value` is JSON or, where it is none, a string.
 void setPath(Context const& context, std::string const& path, std::string const& value);
+
+// What sign and verify are given. Neither needs a host.
+struct SigningWords {
+  std::string file, output, certificate, key, validUntil;  // output: "" for the file's name and ".cms"
+  std::vector<std::string> serials;
+};
+void sign(Context const& context, SigningWords const& words);
+struct VerifyingWords {
+  std::string file, signers, serial;  // serial: "" when it does not count
+};
+void verify(Context const& context, VerifyingWords const& words);
 
 }  // namespace ZeroTouchCommand

@@ -22,9 +22,9 @@ class Wait {
   }
 
   void entered(Kel::Value const& entry) {
-    std::string const state = memberText(entry, "state");
-    bool const failure = state == "stateRetry" || state == "stateRetryFetchConfig";
-    reached_ = reached_ || state == until_ || (failure && until_ == "failed");
+    last_ = memberText(entry, "state");
+    bool const failure = last_ == "stateRetry" || last_ == "stateRetryFetchConfig";
+    reached_ = reached_ || last_ == until_ || (failure && until_ == "failed");
   }
 
   bool reached(Kel::Value const& status) const {
@@ -34,18 +34,20 @@ class Wait {
 
   // Throws WaitedInVain when what is waited for cannot come about any more.
   void checkHope(Kel::Value const& status) const {
+    // The status may be ahead of the states of which the host has told: one of these may be it.
+    if (memberText(at(status, {"sm"}), "currentState") != last_) return;
     std::string const end = outcome(status);
     if (end == "provisioned")
       throw WaitedInVain(endedProvisioned, "the run has ended: the switch is provisioned");
     if (end == "out of time") throw WaitedInVain(endedOutOfTime, "the run has ended: it was out of time");
     if (end == "cancelled") throw WaitedInVain(endedCancelled, "the run has ended: it was cancelled");
-    bool const rests = memberText(at(status, {"sm"}), "currentState") == "stateInit";
-    if (rests && !isTrue(at(status, {"config", "enabled"})))
+    if (last_ == "stateInit" && !isTrue(at(status, {"config", "enabled"})))
       throw WaitedInVain(isDisabled, "provisioning is disabled");
   }
 
  private:
   std::string until_;
+  std::string last_;  // state that was entered, as far as the host has told
   bool reached_ = false;
 };
 
@@ -56,7 +58,8 @@ void await(Context const& context, Wait& wait, Kel::Seconds timeout, Kel::Value&
   follower.begin();
   context.whileHostRuns([&] {
     for (;;) {
-      status = follower.status();
+      // Changes come one by one, so that only what is read anew is of one moment.
+      status = fetchStatus(host);
       if (wait.reached(status)) return;
       wait.checkHope(status);
       Kel::Seconds const left = end - Kel::now();

@@ -6,12 +6,14 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <charconv>
 #include <csignal>
 #include <functional>
 #include <string_view>
 
 #include "programs/zerotouch/Failure.h"
 #include "programs/zerotouch/Verbs.h"
+#include "programs/zerotouch/past/Memory.h"
 
 namespace {
 
@@ -32,8 +34,12 @@ constexpr char const* more =
 struct Arguments {
   std::string path, value, event, file, until, wait;
   Kel::Seconds timeout = Kel::never;
+  PortChoice ports;
+  EventChoice events;
   bool follow = false;
   bool sure = false;
+  SigningWords signing;
+  VerifyingWords verifying;
 };
 
 class CommandLine {
@@ -53,6 +59,7 @@ class CommandLine {
     addViews();
     addControls();
     addTreeVerbs();
+    addSigning();
   }
 
   // Does what the words ask for, and returns the exit code.
@@ -87,27 +94,38 @@ class CommandLine {
     auto* const status = add("status", "Show where provisioning stands",
                              {"zerotouch status", "zerotouch status --json | jq -r .whatToDo",
                               "zerotouch status --wait --timeout 600", "zerotouch status --wait=failed"},
-                             [this] {
-                               given_.wait.empty() ? showStatus(context_)
-                                                   : waitForStatus(context_, given_.wait, given_.timeout);
-                             });
-    auto* const wait = status->add_flag("--wait{provisioned}", given_.wait,
-                                        "Show it once that has come about:\nprovisioned, failed or a state");
+                             [this] { statusAsAskedFor(); });
+    auto* const wait = status->add_option("--wait", given_.wait,
+                                          "Once that has come about: provisioned (meant\n"
+                                          "without a word), failed, or a state");
+    wait->expected(0, 1)->option_text("[=OUTCOME]");
     status->add_option("--timeout", given_.timeout, "Wait no longer than that")
-        ->type_name("SECONDS")
-        ->check(CLI::NonNegativeNumber)
-        ->needs(wait);
+        ->check([](std::string const& text) {
+          Kel::Seconds seconds = -1;
+          auto const [end, error] = std::from_chars(text.data(), text.data() + text.size(), seconds);
+          bool const isTime = error == std::errc() && end == text.data() + text.size() && seconds >= 0;
+          return std::string(isTime ? "" : "'" + text + "' is no number of seconds");
+        })
+        ->needs(wait)
+        ->option_text("SECONDS");
     add("watch", "Show where provisioning stands, live",
         {"zerotouch watch", "zerotouch watch --until stateShutdown"},
         [this] { watch(context_, given_.until); })
         ->add_option("--until", given_.until, "End when this state is reached")
         ->type_name("STATE");
-    add("ports", "Show the ports, and which of them take part",
-        {"zerotouch ports", "zerotouch ports --json | jq '.[].port'"}, [this] { showPorts(context_); });
-    add("events", "Show what has happened",
-        {"zerotouch events", "zerotouch events --follow", "zerotouch events --follow --json | jq .name"},
-        [this] { given_.follow ? followEvents(context_) : showEvents(context_); })
-        ->add_flag("-f,--follow", given_.follow, "Go on with what happens, until interrupted");
+    CLI::App* const ports =
+        add("ports", "Show the ports, and which of them take part",
+            {"zerotouch ports --up", "zerotouch ports Ethernet1", "zerotouch ports --json | jq '.[].port'"},
+            [this] { showPorts(context_, given_.ports); });
+    ports->add_option("port", given_.ports.name, "Show everything about this port or device")->type_name("");
+    ports->add_flag("--up", given_.ports.up, "Only those with a link");
+    addEvents();
+    add("attempts", "Show the attempts, and the time in each state",
+        {"zerotouch attempts", "zerotouch attempts --json | jq '.states[0]'"},
+        [this] { showAttempts(context_); });
+    add("history", "Show the last runs, over reboots. Needs no host",
+        {"zerotouch history", "zerotouch history --json | jq '.[-1].url'"},
+        [this] { showHistory(context_); });
     add("explain", "Explain an event, and what to do about it",
         {"zerotouch explain", "zerotouch explain ZTP_CONFIG_DOWNLOAD_FAIL"},
         [this] { explain(context_, given_.event); })
@@ -118,6 +136,30 @@ class CommandLine {
         [this] { report(context_, given_.file); })
         ->add_option("-o,--output", given_.file, "The file to write, else standard output")
         ->type_name("FILE");
+  }
+
+  void statusAsAskedFor() {
+    bool const waits = program_.get_subcommand("status")->count("--wait") > 0;
+    bool const named = !given_.wait.empty() && given_.wait != "{}";  // which stands for no word
+    waits ? waitForStatus(context_, named ? given_.wait : "provisioned", given_.timeout)
+          : showStatusOrLastRun(context_);
+  }
+
+  void addEvents() {
+    CLI::App* const events =
+        add("events", "Show what has happened",
+            {"zerotouch events -n 20", "zerotouch events --since 10min --severity warning",
+             "zerotouch events --attempt 3", "zerotouch events --follow --json | jq .name"},
+            [this] {
+              given_.follow ? followEvents(context_, given_.events) : showEvents(context_, given_.events);
+            });
+    events->add_flag("-f,--follow", given_.follow, "Go on with what happens, until interrupted");
+    events->add_option("-n,--last", given_.events.last, "Only the last ones")->type_name("COUNT");
+    events->add_option("--since", given_.events.since, "As 10min, 14:03 or '2026-03-01 14:03'")
+        ->type_name("TIME");
+    events->add_option("--severity", given_.events.severity, "This one and worse, as warning or 4")
+        ->type_name("LEVEL");
+    events->add_option("--attempt", given_.events.attempt, "Only those of one attempt")->type_name("NUMBER");
   }
 
   void addControls() {
@@ -146,6 +188,37 @@ class CommandLine {
         ->add_option("value", given_.value, "JSON, or a string")
         ->required()
         ->type_name("");
+  }
+
+  void addSigning() {
+    auto* const signs = add("sign", "Sign a boot file, on any machine",
+                            {"zerotouch sign --certificate signer.pem --key signer.key boot.sh",
+                             "zerotouch sign --certificate signer.pem --key 'pkcs11:object=signer' \\\n"
+                             "    --serial SN0001 --serial SN0002 --valid-until 2027-01-31 boot.sh"},
+                            [this] { sign(context_, given_.signing); });
+    auto& signing = given_.signing;
+    auto const text = [](CLI::App* verb, char const* option, std::string& target, char const* does,
+                         char const* type) {
+      return verb->add_option(option, target, does)->type_name(type);
+    };
+    text(signs, "--certificate", signing.certificate, "PEM: the signer's, then those up to its authority",
+         "FILE")
+        ->required();
+    text(signs, "--key", signing.key, "Its key, in a file or on a PKCS#11 token", "FILE|URI")->required();
+    signs->add_option("--serial", signing.serials, "A switch that it is for; may be repeated")
+        ->type_name("NUMBER")
+        ->allow_extra_args(false);
+    text(signs, "--valid-until", signing.validUntil, "As in 2027-01-31 or 2027-01-31T12:00:00Z", "DATE");
+    text(signs, "-o,--output", signing.output, "The file to write, else FILE.cms", "FILE");
+    text(signs, "file", signing.file, "The boot file", "")->required();
+
+    auto& verifying = given_.verifying;
+    auto* const verifies = add("verify", "Say what a switch would say of a signed boot file, on any machine",
+                               {"zerotouch verify boot.sh.cms --signers signers.pem --serial SN0001"},
+                               [this] { verify(context_, given_.verifying); });
+    text(verifies, "--signers", verifying.signers, "PEM: who may sign, as on the switch", "FILE")->required();
+    text(verifies, "--serial", verifying.serial, "The switch that the file has to name", "NUMBER");
+    text(verifies, "file", verifying.file, "The signed file", "")->required();
   }
 
   CLI::App const* chosenVerb() const {

@@ -23,7 +23,8 @@ bool findDisableEntry(Kel::BootMemory const& mark, Reading reading) {
   // Without the mark, only the entry tells a host that is restarted within this boot, so it stays.
   if (!mark.keep("").empty()) return true;
   settings->erase(entry);
-  ZeroTouch::writeSettings(path, *settings);
+  if (Kel::String const failure = ZeroTouch::writeSettings(path, *settings); !failure.empty())
+    say(failure + "; provisioning will be off at the next boot too", warningPriority);
   return true;
 }
 

@@ -108,14 +108,8 @@ class Forecaster {
     for (auto const& path : dhcpClients(config_)) {
       if (isProgram(path)) return path;
     }
-    mistake("[dhcp] client", "no DHCP client is installed: neither " + listed(dhcpClients(config_)));
+    mistake("[dhcp] client", missingDhcpClient(config_));
     return "none";
-  }
-
-  static std::string listed(std::vector<Kel::String> const& paths) {
-    std::string result;
-    for (auto const& path : paths) result += (result.empty() ? "" : " nor ") + path;
-    return result;
   }
 
   std::string command(Linux::CommandLine const& words, std::string const& section) {

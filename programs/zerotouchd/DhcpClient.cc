@@ -31,6 +31,15 @@ std::vector<Kel::String> dhcpClients(HostConfig const& config) {
   return {"/sbin/dhclient", "/usr/sbin/dhclient"};
 }
 
+Kel::String missingDhcpClient(HostConfig const& config) {
+  Kel::String places;
+  for (auto const& path : dhcpClients(config)) {
+    if (isProgram(path)) return "";
+    places += (places.empty() ? "" : " nor ") + path;
+  }
+  return "no DHCP client is installed: neither " + places;
+}
+
 void exportDhcpClient(HostConfig const& config) {
   if (!config.dhcpClient.empty()) setenv(shimsClient, config.dhcpClient.c_str(), 1);
   if (std::getenv(agentsClient) != nullptr) return;

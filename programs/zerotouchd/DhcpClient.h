@@ -10,6 +10,8 @@ void checkDhcpClient(HostConfig const& config);
 
 // Where the client is looked for: what platform.toml or else the environment names, or else the usual places.
 std::vector<Kel::String> dhcpClients(HostConfig const& config);
+// That there is none at any of these places; "" when there is one.
+Kel::String missingDhcpClient(HostConfig const& config);
 
 // Sets ZEROTOUCH_REAL_DHCLIENT if platform.toml names a client, and ZEROTOUCH_DHCLIENT, unless an operator
 // has set it, to the shim's path: the one beside this program, as in a build tree, else the installed one.

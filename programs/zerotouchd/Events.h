@@ -8,7 +8,10 @@
 
 // What the host says itself, on its standard error, line by line. The journal learns the priority of each
 // line, on the scale of syslog.
-void say(std::string const& text, unsigned priority = 6);
+inline constexpr unsigned errorPriority = 3;
+inline constexpr unsigned warningPriority = 4;
+inline constexpr unsigned infoPriority = 6;
+void say(std::string const& text, unsigned priority = infoPriority);
 
 // Whether the service manager keeps our standard error in its journal.
 bool isInJournal();

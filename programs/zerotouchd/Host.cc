@@ -15,6 +15,8 @@
 #include "programs/zerotouchd/DhcpClient.h"
 #include "programs/zerotouchd/Notices.h"
 #include "zerotouch/agent/Policy.h"
+#include "zerotouch/utils/SettingsFile.h"
+#include "zerotouch/utils/ZeroTouchUtils.h"
 
 namespace {
 
@@ -46,6 +48,7 @@ Host::Host(HostConfig config, std::string initialValues, bool openTree)
   if (!isInJournal()) Kel::logSinkIs(printEvent);
   // The agent starts children while it is made, and these need the socket.
   serve();
+  rememberLastHost();
   children_.emplace(config_.runDirectory);
   reloadMark_.emplace(config_.runDirectory);
   decideProvisioning();
@@ -56,6 +59,7 @@ Host::Host(HostConfig config, std::string initialValues, bool openTree)
 // The agent goes before the adapter, since its DHCP clients have to end before the ports are put back.
 Host::~Host() {
   server_.reset();
+  if (memory_) memory_->follow(nullptr, nullptr);
   tree_.unmount("/zerotouch/sm");
   history_.machineIs(nullptr);
   reloadMark_->follow(nullptr);
@@ -86,8 +90,9 @@ void Host::listenToSignals() {
   std::signal(SIGPIPE, SIG_IGN);
   Kel::Loop& loop = Kel::Loop::instance();
   for (int const signal : {SIGTERM, SIGINT}) {
-    loop.onSignal(signal, [&loop, signal] {
+    loop.onSignal(signal, [this, &loop, signal] {
       say(std::string("stopping: ") + strsignal(signal));
+      lastWords_->say(std::string("was stopped (") + strsignal(signal) + ")");
       sd_notify(0, "STOPPING=1");
       loop.stop(0);
     });
@@ -100,6 +105,13 @@ void Host::serve() {
                              .path = config_.socketPath, .group = config_.socketGroup, .callerOf = {}});
   setenv("STATEBASESOCKNAME", config_.socketPath.c_str(), 1);
   exportDhcpClient(config_);
+}
+
+void Host::rememberLastHost() {
+  lastWords_.emplace(config_.runDirectory);
+  history_.entity()->hostStartsIs(lastWords_->starts());
+  history_.entity()->lastHostEndIs(lastWords_->lastEnd());
+  if (lastWords_->lastCrashed()) hostRestarted.log(lastWords_->starts(), lastWords_->lastEnd());
 }
 
 void Host::decideProvisioning() {
@@ -120,6 +132,10 @@ void Host::startAgent() {
   agent_ = entities_.createAgent(loadAgent(config_.library));
   tree_.mount("/zerotouch/sm", agent_->ztSm(), Statebase::Access::readOnly);
   history_.machineIs(agent_->ztSm());
+  if (config_.keepsHistory) {
+    memory_.emplace(ZeroTouch::filePathFromFSRoot(ZeroTouch::historyPath), tree_);
+    memory_->follow(agent_->ztSm(), history_.entity());
+  }
   reloadMark_->follow(agent_->ztSm());
   if (!offBecause_.empty() && !entities_.config->enabled()) provisioningOff.log(offBecause_);
   if (!reloadMark_->left()) return;

@@ -9,8 +9,10 @@
 #include "programs/zerotouchd/Boot.h"
 #include "programs/zerotouchd/Children.h"
 #include "programs/zerotouchd/Events.h"
+#include "programs/zerotouchd/LastWords.h"
 #include "programs/zerotouchd/Platform.h"
 #include "programs/zerotouchd/history/Recorder.h"
+#include "programs/zerotouchd/history/RunMemory.h"
 #include "zerotouch/agent/ZeroTouchAgent.h"
 
 using AgentFactory = decltype(&ZeroTouch::agentCreatorFactory);
@@ -38,6 +40,7 @@ class Host {
   void applyInitialValues();
   void listenToSignals();
   void serve();
+  void rememberLastHost();
   void decideProvisioning();
   void startAgent();
 
@@ -48,9 +51,11 @@ class Host {
   Recorder history_{entities_};
   Statebase::Tree tree_;
   std::optional<Statebase::Server> server_;
+  std::optional<LastWords> lastWords_;
   std::optional<Children> children_;
   std::optional<ReloadMark> reloadMark_;
   Kel::String offBecause_;  // why provisioning was off at the start; empty when it was on
+  std::optional<RunMemory> memory_;
   std::unique_ptr<Linux::Adapter> platform_;
   Kel::Ptr<ZeroTouch::AgentCreatorModel> agent_;
 };

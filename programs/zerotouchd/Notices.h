@@ -3,4 +3,5 @@
 
 #include "platform/kel/Log.h"
 
+extern Kel::LogHandle hostRestarted;    // how often, what the last one did
 extern Kel::LogHandle provisioningOff;  // why

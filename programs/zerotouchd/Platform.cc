@@ -37,6 +37,10 @@ void mount(Statebase::Tree& tree, ZeroTouch::MountedEntities const& entities, bo
     auto const access = writers == group ? groupWrites : writers == root || open ? rootWrites : readOnly;
     tree.mount(path, std::move(entity), access);
   });
+  // What platform.toml says of these is root's decision. With the first, a member of the group could open the
+  // startup configuration to itself.
+  for (char const* const attribute : {"installMode", "maxDownloadSize", "proxyFromEnvironment"})
+    tree.rootWritesOnly(std::string("/zerotouch/config/") + attribute);
 }
 
 std::unique_ptr<Linux::Adapter> startAdapter(ZeroTouch::MountedEntities const& entities,

@@ -9,6 +9,7 @@
 #include "programs/zerotouchd/Check.h"
 #include "programs/zerotouchd/DhcpClient.h"
 #include "programs/zerotouchd/Host.h"
+#include "programs/zerotouchd/TrustCheck.h"
 
 namespace {
 
@@ -25,8 +26,6 @@ struct Options {
   bool settle = false;
 };
 
-constexpr unsigned errorPriority = 3;
-
 HostConfig configOf(Options const& options, TomlFiles* files = nullptr) {
   return readHostConfig(options.config, options.config != defaultConfigPath, files);
 }
@@ -37,10 +36,12 @@ int check(Options const& options) try {
   HostConfig const config = configOf(options, &files);
   checkDhcpClient(config);
   loadAgent(config.library);
-  auto const [text, mistakes] = forecast(config, files);
+  auto [text, mistakes] = forecast(config, files);
   for (auto const& file : files.files) std::cout << Kel::printable(file) << ": ok\n";
   if (files.files.empty()) std::cout << options.config << ": no such file, so the built-in values count\n";
   std::cout << "\n" << text << std::flush;
+  auto const untrusted = checkTrust(*config.policy.entity->authenticity(), std::cout);
+  mistakes.insert(mistakes.end(), untrusted.begin(), untrusted.end());
   for (auto const& mistake : mistakes) say(mistake, errorPriority);
   return mistakes.empty() ? 0 : exitFailed;
 } catch (BadInput const& error) {
@@ -65,6 +66,7 @@ int run(Options const& options) {
   if (auto const error = Kel::traceIs(options.trace); !error.empty()) throw BadInput("--trace: " + error);
   HostConfig const config = configOf(options);
   checkDhcpClient(config);
+  if (auto const missing = missingDhcpClient(config); !missing.empty()) say(missing, errorPriority);
   return Host(config, options.initialValues, options.openTree).run();
 }
 

@@ -29,6 +29,7 @@ LIBRARIES = {
     r"netlink/|re2/": ["platform/linux", "tests"],
     r"linux/|net/|netinet/|netpacket/": ["platform/linux", "platform/model", "tests"],
     r"curl/": ["zerotouch/fetch", "tests"],
+    r"openssl/": ["zerotouch/trust"],
     r"toml\+\+/|CLI/": ["programs"],
     r"gtest/|gmock/": ["tests"],
     r"benchmark/": ["bench"],

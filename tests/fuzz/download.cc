@@ -1,5 +1,6 @@
-// A server's answer to a download: a byte for the size of the pieces in which it comes, one for the largest
-// file that is taken, in units of 16 bytes; lines of a header, an empty line, the body.
+// A server's answer to a download: a byte for the size of the pieces in which it comes (over HTTP when it is
+// odd), one for the largest file that is taken, in units of 16 bytes; lines of a header, an empty line, the
+// body.
 #include "tests/fuzz/Fuzz.h"
 #include "zerotouch/fetch/CurlTransfer.h"
 
@@ -21,6 +22,7 @@ void fuzz(std::string_view input) {
   std::size_t const pieceSize = static_cast<unsigned char>(input[0]) + 1U;
   CurlTransfer transfer;
   transfer.outFileName = file.path().c_str();
+  transfer.isHttp = pieceSize % 2 == 0;
   transfer.maxBytes = static_cast<unsigned char>(input[1]) * 16U;
   input.remove_prefix(2);
 

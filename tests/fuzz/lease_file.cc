@@ -16,5 +16,6 @@ void fuzz(std::string_view input) {
   KEL_ASSERT(kept.empty() || lines.compare(last + 1, kept.size(), kept) == 0, "the last one");
   KEL_ASSERT(kept.empty() || kept.ends_with('\n') || lines.ends_with(kept), "to the end of its line");
   forgetLeases(file.path().c_str(), {});
+  otherDevices(file.path().c_str(), {});
   KEL_ASSERT(file.read() == kept, "nothing more to forget");
 }

@@ -74,14 +74,18 @@ def documented():
 
 def test_what_programs_get_is_what_is_documented(host):
     shapes = documented()
-    for verb in ("status", "ports", "events", "explain"):
+    for verb in ("status", "ports", "events", "explain", "attempts"):
         assert keys(json.loads(host.cli(verb, "--json"))) == shapes[verb], verb
+    port = json.loads(host.cli("ports", "et1", "--json"))
+    assert keys(port) - shapes["port"] == {key.removeprefix("[].") for key in shapes["ports"]}
     lists = [json.loads(host.cli("list", path, "--json")) for path in ("/zerotouch/config", "/log/events")]
     assert keys(lists) == {f"[]{key}" for key in shapes["list"]}  # a directory has fewer of them, a collection one more
     report = json.loads(host.cli("report", "--json"))
     assert keys(report.pop("status")) == shapes["status"]
     assert keys(report.pop("events")) == shapes["events"]
-    assert keys(report) | {"status", "events"} == shapes["report"]
+    assert {f"attempts{key}" for key in keys(report.pop("attempts"))} == {
+        key for key in shapes["attempts"] if key.startswith("attempts")}
+    assert keys(report) | {"status", "events", "attempts"} == shapes["report"]
     assert keys(json.loads(host.cli("explain", "ztp_init", "--json"))) == {key.removeprefix("[].") for key in shapes["explain"]}
     first = shell(host, "zerotouch watch --until $(zerotouch get /zerotouch/sm/currentState) --json").stdout
     assert keys(json.loads(first)) == shapes["status"] and first.count("\n") == 1
@@ -135,13 +139,37 @@ def test_the_host_remembers_what_happened_and_why(host):
         ("provisioning enabled", "", "yes", False), ("domain", "", HOSTILE, False), ("domain", "", HOSTILE, True)]
 
 
+def test_attempts_and_events_can_be_told_apart(host):
+    attempts = json.loads(host.cli("attempts", "--json"))["attempts"]
+    assert [(attempt["number"], attempt["port"], attempt["family"], attempt["url"], attempt["outcome"], attempt["success"])
+            for attempt in attempts] == [
+        (1, "Ethernet1", "DHCPv6", "http://127.0.0.1:9/" + HOSTILE,
+         "the download has failed too often: Couldn't connect to server", False), (2, "", "", "", "", False)]
+    assert attempts[0]["started"] < attempts[0]["ended"] <= attempts[1]["started"] and attempts[1]["ended"] == 0
+
+    def names(*options):
+        return [event["name"] for event in json.loads(host.cli("events", "--json", *options))]
+
+    first, second = names("--attempt", "1"), names("--attempt", "2")
+    assert first + second == names() and first[0] == "ZTP_INIT" and "ZTP_RETRY" in first
+    assert names("-n", "2") == names()[-2:] and names("--since", "1h") == names() and names("--since", "0") == []
+    assert set(names("--severity", "warning")) < set(names())
+    for options, reason in ((("--attempt", "9"), "attempt 9 is not known"), (("--severity", "warn"), "did you mean warning"),
+                            (("--since", "soon"), "'soon' is no time")):
+        assert reason in host.cli("events", *options, code=2)
+    said = host.cli("ports", "Ethernet1")
+    assert "Takes part:    yes" in said and "BOUND6" in said and "nothing was heard" in said
+    assert "there is no port 'et7' (did you mean et1?)" in host.cli("ports", "et7", code=1)
+
+
 def test_a_report_tells_the_run_and_takes_hostile_values_as_text(host):
     file = host.folder / "run.html"
     assert host.cli("report", "--output", str(file)) == ""
     text = file.read_text()
     page = Page(text)
-    assert not page.names & {"script", "img", "link", "iframe", "a", "object"}
-    assert not [name for name, value in page.attributes if name.startswith("on") or name in ("src", "href")]
+    assert not page.names & {"script", "img", "link", "iframe", "object"}
+    assert not [name for name, value in page.attributes if name.startswith("on") or name == "src"]
+    assert all(value.startswith("#") for name, value in page.attributes if name == "href")
     assert "default-src 'none'; style-src 'unsafe-inline'" in [value for name, value in page.attributes if name == "content"][0]
     assert "url(" not in text and "@import" not in text
     for said in (HOSTILE, "the download has failed too often", "have not gone in time", "Last failure", "ZTP_RETRY",

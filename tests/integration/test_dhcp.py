@@ -9,7 +9,7 @@ import pytest
 from conftest import brought_up, ended_well
 from lab.capture import Capture
 from lab.host import timers
-from lab.polling import wait_for
+from lab.polling import LIMIT, wait_for
 from lab.server_side import FILE_SERVERS
 from lab.switch_lab import Lab
 
@@ -142,6 +142,19 @@ def test_a_query_goes_on_without_a_port_that_is_lost(switch, lose, scenario):
     assert switch.host.get("/zerotouch/sm/choosenIntf") == "Ethernet2"
 
 
+def test_a_quick_server_that_is_wrong_does_not_keep_the_switch_from_a_right_one(switch):
+    """Its port waits for the others in the attempts that follow its failure, and is asked all the same."""
+    switch.host.config.write_text(switch.host.config_text + '[dhcp]\nafter_failure = "others first"\n')
+    switch.serve("dhcpv4", "http://{server}/missing", ports=[1], name="wrong")
+    switch.serve("dhcpv4", ports=[2], lines=NO_ANSWER)
+    switch.host.boot_again()
+    reason = "the download has failed too often: HTTP response code said error"
+    wait_dhcp(switch, {(1, "DHCPv4"): ("asks", "BOUND", "http://10.0.1.1/missing", f"not yet, waits for others: {reason}")})
+    switch.serve("dhcpv4", ports=[2], lines=["dhcp-reply-delay=1"])
+    wait_provisioned(switch)
+    switch.host.config.write_text(switch.host.config_text)
+
+
 @pytest.mark.parametrize("quicker", ["before", "with"])
 def test_a_server_without_a_boot_file_does_not_hide_another(switch, quicker):
     """Whether the other one comes later, or is there from the start and slower."""
@@ -155,6 +168,47 @@ def test_a_server_without_a_boot_file_does_not_hide_another(switch, quicker):
         switch.host.boot_again()
     wait_provisioned(switch)
     assert "DHCPREQUEST(p2) 10.99.0." in switch.processes.log("slower").read_text()
+
+
+@pytest.mark.parametrize("routes, file", [
+    (["dhcp-option=option:classless-static-route,10.99.0.1/32,0.0.0.0,0.0.0.0/0,10.99.0.1"], "http://10.99.0.1/config"),
+    ([], "http://192.168.99.1/config")])
+def test_an_address_without_a_network_gets_to_what_is_on_the_link_and_behind_it(switch, routes, file):
+    for address in ("10.99.0.1/24", "192.168.99.1/32"):
+        switch.server.ip("address", "replace", address, "dev", "p2")
+    switch.serve("dhcpv4-no-bootfile", ports=[2], lines=[
+        "dhcp-option=option:netmask,255.255.255.255", f'dhcp-option=option:bootfile-name,"{file}"', *routes])
+    switch.host.boot_again()
+    wait_provisioned(switch)
+
+
+@pytest.mark.parametrize("scenario", ["dhcpv4", "dhcpv6"])
+def test_a_link_that_comes_up_during_a_query_is_asked_in_that_query(switch, scenario):
+    switch.host.environment |= timers(0.3, **TIMES | {"DHCLIENTQUERY": LIMIT})
+    switch.serve(scenario, ports=[1], lines=NO_ANSWER, name="silent")
+    switch.serve(scenario, ports=[2])
+    switch.unplug(2)
+    switch.host.boot_again()
+    wait_dhcp(switch, {(1, "DHCPv6" if scenario == "dhcpv6" else "DHCPv4"): ("asks", "-", "-", "no answer yet")})
+    switch.plug(2)
+    wait_provisioned(switch)
+    assert "ZTP_RETRY" not in switch.host.events()
+
+
+def test_leases_of_other_ports_and_of_the_other_family_are_given_back(switch):
+    """Port 1 is answered in both families, without a boot file, and port 2 in both with one: either wins there."""
+    switch.host.environment |= timers(0.3, **TIMES | {"DHCLIENTQUERY": LIMIT})
+    switch.serve("dhcpv4-no-bootfile", ports=[1], name="first4")
+    switch.serve("ra-managed", ports=[1], name="first6")
+    switch.unplug(2)
+    switch.serve("dhcp-both", ports=[2], lines=["dhcp-reply-delay=1"])
+    switch.host.boot_again()
+    wait_dhcp(switch, {(1, "DHCPv4"): ("asks", "BOUND", "-", NO_BOOT_FILE), (1, "DHCPv6"): ("asks", "BOUND6", "-", NO_BOOT_FILE)})
+    switch.plug(2)
+    wait_provisioned(switch)
+    logs = [switch.processes.log(name) for name in ("first4", "first6", "dnsmasq")]
+    for log, message in zip(logs, ("DHCPRELEASE(p1) 10.0.1.", "DHCPRELEASE(p1)", "DHCPRELEASE(p2)")):
+        wait_for(lambda: message in log.read_text(), f"{message} in {log}")
 
 
 def test_messages_carry_who_asks(switch):

@@ -2,6 +2,7 @@
 import json
 import os
 import re
+import signal
 import subprocess
 
 import pytest
@@ -48,6 +49,18 @@ def test_a_cancel_that_was_noted_while_disabled_does_not_keep_cancel_from_cancel
     assert len(seen) > 3, "no state was missed, however short it was"
 
 
+def test_scripts_wait_for_an_outcome(host):
+    host.start(initial_values=READY)
+    assert "there are no ports" in host.cli("status", "--wait=failed")
+    assert "for 0 s in vain" in host.cli("status", "--wait", "--timeout", "0.1", code=5)
+    host.cli("disable")
+    host.cli("status", "--wait", code=9)
+    host.cli("enable")
+    host.cli("set", "/zerotouch/config/maxRunTime", "0")
+    assert "out of time, reloading (stateShutdown)" in host.cli("status", "--wait=stateShutdown", "--timeout", "60")
+    host.cli("status", "--wait", code=7)
+
+
 @pytest.mark.parametrize("variable", ["ZEROTOUCH_DHCLIENT", "ZEROTOUCH_REAL_DHCLIENT"])
 def test_a_client_that_cannot_be_executed_is_said_before_anything_is_touched(host, variable):
     for arguments in ((), ("--check",)):
@@ -56,6 +69,53 @@ def test_a_client_that_cannot_be_executed_is_said_before_anything_is_touched(hos
         assert (result.returncode, result.stderr) == (
             2, f"zerotouchd: {variable}: the DHCP client '/etc' is no program that can be executed\n")
     assert not host.run_directory.exists()
+
+
+def test_a_system_without_a_dhcp_client_is_told_of_at_the_start(host, monkeypatch):
+    hidden = ["unshare", "-m", "sh", "-c", 'mount -t tmpfs none /usr/sbin && exec "$@"', "sh"]
+    monkeypatch.setattr(host, "enter", lambda: hidden)
+    assert "no DHCP client is installed: neither /sbin/dhclient nor /usr/sbin/dhclient\n" in host.start().output()
+
+
+def test_the_first_event_of_a_host_tells_how_the_last_one_ended(host):
+    host.start(initial_values=READY)
+    for count, (how, end) in enumerate([(signal.SIGKILL, "was killed, by somebody or since memory ran out"),
+                                        (signal.SIGABRT, "crashed (SIGABRT)")], 2):
+        host.stop(how)
+        host.start(initial_values=READY)
+        first = json.loads(host.cli("events", "--json"))[0]
+        assert (first["name"], first["message"]) == (
+            "HOST_RESTARTED", f"The host was started for the {count}. time in this boot, since the last one {end}")
+    host.stop()
+    host.start(initial_values=READY)
+    assert host.get("/log/history/lastHostEnd") == "was stopped (Terminated)" and "HOST_RESTARTED" not in host.events()
+
+
+def test_the_flash_remembers_runs_over_reboots(host):
+    memory = host.flash / "zerotouch-history"
+    for damage in (None, b"", b"{", b"\0" * 100, b'{"runs": 7}', b'{"runs": [7, "x"]}', b"[" * 100000, b" " * 2000000):
+        memory.unlink(missing_ok=True)
+        if damage is not None:
+            memory.write_bytes(damage)
+            host.cli("history", code=0 if b"[7" in damage else 1)
+        assert "no host is running" in host.cli("status", code=3)
+    for run in (1, 2):
+        host.boot_again(initial_values=READY)
+        wait_for(lambda: host.get("/zerotouch/sm/currentState") != "stateInit", "a run")
+        host.cli("cancel")
+        wait_for(memory.exists, "the file")
+        host.stop()
+        assert memory.stat().st_mode & 0o777 == 0o600
+        runs = json.loads(host.cli("history", "--json"))
+        assert [(old["provisioned"], old["outcome"], old["attempts"]) for old in runs] == [
+            (False, "provisioning was cancelled", 1)] * run
+        (host.flash / "zerotouch-config").unlink()  # which would keep the next run from beginning
+    assert "has not provisioned the switch" in subprocess.run(
+        [BUILD / "bin" / "zerotouch", "--socket", host.socket, "status"], capture_output=True, text=True, timeout=60,
+        env=os.environ | host.environment).stdout
+    report = json.loads(host.cli("report", "--json"))
+    assert [state["state"] for state in report["states"]][-1] == "stateShutdown" and report["status"]["sm"]["reloadRequested"]
+    assert host.events()[-1] == "ZTP_RELOAD"
 
 
 INITIAL = "--initial-values"

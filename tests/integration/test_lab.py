@@ -45,7 +45,8 @@ def test_a_lab_comes_up_is_played_with_says_what_is_wrong_and_goes_away(cleaned)
     lab("signal", "nginx", "KILL")
     assert "is running already" in lab("host", "start", code=1)
     running = "running: host, bad-server, cable-2, dnsmasq, lldp-2, names-and-tftp, vsftpd"
-    wait_for(lambda: lab("status").splitlines()[-1] == running, "the end of nginx")
+    wait_for(lambda: lab("status").splitlines()[-2] == running, "the end of nginx")
+    assert lab("status").splitlines()[-1].startswith("died: nginx; its output is in ")
     assert "Ethernet1" in lab("shell", "switch", "zerotouch", "ports")
     assert lab("shell", "switch", "sh", "-c", "hostname; hostname changed; echo changed >/etc/changed; hostname") == (
         "switch\nchanged\n")

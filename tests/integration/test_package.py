@@ -98,7 +98,8 @@ def test_the_package_provisions_a_switch_and_leaves_nothing_behind(lab, package)
     changed = {line.split()[0] for line in lab.files() ^ before}
     assert changed == {"/etc/resolv.conf"}  # which is given for good when the system is to reload
     assert "zerotouch" not in lab.client_rules()
-    assert sorted(file.name for file in lab.host.flash.iterdir()) == ["startup-config", "zerotouch-config"]
+    assert sorted(file.name for file in lab.host.flash.iterdir()) == [
+        "startup-config", "zerotouch-config", "zerotouch-history"]
 
 
 def elf(option, file):

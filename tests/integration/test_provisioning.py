@@ -47,11 +47,12 @@ HEADERS = {"X-Ostrel-SystemMAC": "02:00:00:00:00:01", "X-Ostrel-ModelName": "LAB
 ])
 def test_the_configuration_is_installed(lab, scenario, boot_file, server):
     seen = len(lab.requests())
-    tick = 100 if server else 0.1  # over HTTP, the watch of the socket carries the transfer alone
+    tick = 0.1 if "tftp" in scenario + boot_file else 100  # otherwise the watch of the sockets carries the transfer alone
     lab.begin(scenario, boot_file, tick=tick, **(UNTIL_ADVERTISED if "6" in scenario else {}))
     lab.wait_reload()
     assert lab.flash() == {"startup-config": CONFIG, "zerotouch-config": GUARD}
-    expected = {"server": server, "uri": "/config", "status": "200", **HEADERS}
+    agent = lab.host.cli("--version").strip().replace(" ", "/")
+    expected = {"server": server, "uri": "/config", "status": "200", "agent": agent, **HEADERS}
     assert [request | expected for request in lab.requests()[seen:]] == lab.requests()[seen:]
     assert len(lab.requests()) == seen + (server is not None)
     if scenario != "dhcpv6-stateless":  # which has no lease to give back

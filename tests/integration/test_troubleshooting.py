@@ -91,6 +91,15 @@ def begin_and_lose_the_address(lab):
     lab.serve_files()
 
 
+def begin_with_trust(text, boot_file=CONFIG):
+    def start(lab):
+        lab.host.config.write_text(f"{lab.host.config_text}[authenticity]\n{text.format(lab=lab.folder)}\n")
+        lab.begin(boot_file=boot_file)
+        yield
+        lab.host.config.write_text(lab.host.config_text)
+    return start
+
+
 LIMITS = {"/zerotouch/config": {"maxDownloadSize": 1_000_000, "scriptExecTimeout": 1, "maxRunTime": 0}}
 
 
@@ -111,10 +120,13 @@ BREAKAGES = {
     "An address, but no download: the boot file is `config`": begin(boot_file="config"),
     "The switch asks a TFTP server for a file called `http://...`": begin(
         lines=['dhcp-option=tag:{device},option:tftp-server,"{net4}.1"']),
+    "An address, but no download: [authenticity] names other schemes": begin_with_trust('schemes = ["https"]'),
     "The file server logs no request: the name": begin(boot_file="http://nowhere.example/config"),
     "The file server logs no request: the port": begin(boot_file="http://{server}:9/config"),
     "The download stands at 0 bytes": begin(boot_file=BAD + "silent", CONFIGFETCH=1),
     "The download fails at once: TLS": begin(boot_file="https://{server}:8080/config"),
+    "The download fails at once: the certificate": begin_with_trust(
+        'https_ca = "{lab}/expired.crt"', "https://{server}:8443/config"),
     "The file server logs 404": begin(boot_file=BAD + "404"),
     "The file server logs 403": begin(boot_file=BAD + "403"),
     "The file server logs 500": begin(boot_file=BAD + "500"),
@@ -122,6 +134,7 @@ BREAKAGES = {
     "The switch comes up with a web page as its configuration": begin_with_file("login", "\n<!DOCTYPE HTML><html>"),
     "The download ends early": begin(boot_file=BAD + "half"),
     "The download is endless": begin(boot_file=BAD + "endless", values=only("maxDownloadSize")),
+    "The file server logs 200, and the file is refused": begin_with_trust('signers = "{lab}/valid.crt"'),
     "The file server logs 200 and 0 bytes": begin_with_file("empty", ""),
     "The download is complete, the configuration is not there": begin_with_full_flash,
     "The script starts and fails": run_script("/bin/sh", "exit 3\n"),

@@ -2,6 +2,8 @@
 
 #include <array>
 
+#include "platform/kel/WholeFile.h"
+
 namespace {
 
 using enum ZeroTouch::ProvisioningState;
@@ -111,8 +113,13 @@ void server(World& world, Choice& choice) {
   curl.hangs = choice.chance(4);
   curl.passes = static_cast<int>(choice.of(4));
   curl.result = choice.chance(2) ? CURLE_COULDNT_CONNECT : CURLE_OK;
-  curl.body = choice.among({"hostname sw1\n", "#!/bin/sh\n", "#!/bin/sh\n", "", "#"});
+  static std::string const signedScript =
+      Kel::readFile(PROJECT_FOLDER "/tests/fuzz/corpus/signed_file/der").value_or("");
+  curl.body =
+      choice.among<std::string>({"hostname sw1\n", "#!/bin/sh\n", "#!/bin/sh\n", "", "#", signedScript});
   curl.hasSocket = choice.chance(2);
+  curl.status = choice.chance(8) ? 503 : 200;
+  curl.grantsRanges = !choice.chance(4);
 }
 
 void inventory(World& world, Choice& choice) {
@@ -190,6 +197,7 @@ void progress(World& world, Choice& choice) {
       if (choice.chance(2)) {
         world.curl.hangs = false;
         world.curl.failing = "";
+        world.curl.status = 200;
       }
       return world.time.advance(4);
     default:

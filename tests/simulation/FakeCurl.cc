@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdarg>
+#include <functional>
 #include <utility>
 
 #include "tests/unit/support/Faults.h"
@@ -32,6 +33,7 @@ FakeCurl::FakeCurl() : socket_(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {
     ++current->alive_;
     current->protocols = "all";
     current->proxy = "-";
+    current->range_ = current->condition_ = "";
     return easyHandle;
   };
   table_.multiInit = []() -> CURLM* {
@@ -44,6 +46,7 @@ FakeCurl::FakeCurl() : socket_(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {
   table_.multiAddHandle = [](CURLM*, CURL*) {
     current->passesLeft_ = current->passes;
     current->written_ = 0;
+    current->answered_ = false;
     current->reported_ = true;
     return fails("addHandle") ? CURLM_INTERNAL_ERROR : CURLM_OK;
   };
@@ -58,8 +61,11 @@ FakeCurl::FakeCurl() : socket_(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {
     return std::exchange(current->reported_, true) ? nullptr : &current->message_;
   };
   table_.easyStrerror = [](CURLcode) { return "simulated failure"; };
-  table_.slistAppend = [](curl_slist* list, char const*) -> curl_slist* {
+  table_.slistAppend = [](curl_slist* list, char const* line) -> curl_slist* {
     if (Faults::fails("append")) return nullptr;
+    std::string const header = line;
+    if (header.starts_with("Range: bytes=")) current->range_ = header.substr(13);
+    if (header.starts_with("If-Range: ")) current->condition_ = header.substr(10);
     if (list == nullptr) ++current->alive_;
     return list != nullptr ? list : reinterpret_cast<curl_slist*>(0x3000);
   };
@@ -68,6 +74,7 @@ FakeCurl::FakeCurl() : socket_(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {
     --current->alive_;
     return CURLM_OK;
   };
+  table_.getdate = [](char const*, time_t const*) -> time_t { return -1; };
   table_.easyCleanup = [](CURL*) { --current->alive_; };
   ZeroTouch::Curl::replacementIs(&table_);
 }
@@ -84,6 +91,7 @@ CURLcode FakeCurl::setopt(CURL*, CURLoption option, ...) {
   va_start(arguments, option);
   if (option == CURLOPT_WRITEFUNCTION) current->writeFunction_ = va_arg(arguments, curl_write_callback);
   if (option == CURLOPT_WRITEDATA) current->writeData_ = va_arg(arguments, void*);
+  if (option == CURLOPT_HEADERFUNCTION) current->headerFunction_ = va_arg(arguments, curl_write_callback);
   if (option == CURLOPT_PROTOCOLS_STR) current->protocols = va_arg(arguments, char const*);
   if (option == CURLOPT_PROXY) current->proxy = va_arg(arguments, char const*);
   va_end(arguments);
@@ -96,7 +104,30 @@ bool FakeCurl::write(std::size_t upTo) {
   std::size_t const size = std::max(upTo, written_) - written_;
   if (size == 0) return true;
   std::size_t const from = std::exchange(written_, written_ + size);
-  return writeFunction_(body.data() + from, 1, size, writeData_) == size;
+  return writeFunction_(sent.data() + from, 1, size, writeData_) == size;
+}
+
+// Begins the answer: decides on the body, and sends the headers of HTTP.
+void FakeCurl::answer() {
+  if (answered_) return;
+  answered_ = true;
+  sent = body;
+  if (!protocols.starts_with("http")) return;
+  auto const line = [this](std::string text) {
+    text += "\r\n";
+    headerFunction_(text.data(), 1, text.size(), writeData_);
+  };
+  std::string const etag = '"' + std::to_string(std::hash<std::string>()(sent)) + '"';
+  bool const rest = grantsRanges && !range_.empty() && (condition_ == etag) && status == 200;
+  written_ = rest ? std::min<std::size_t>(std::stoul(range_), sent.size()) : 0;
+  if (rest) ++granted;
+  line("HTTP/1.1 " + std::to_string(rest ? 206 : status));
+  line("ETag: " + etag);
+  line("Content-Length: " + std::to_string(sent.size() - written_));
+  if (status == 503) line("Retry-After: 200");
+  if (rest)
+    line("Content-Range: bytes " + std::to_string(written_) + "-" + std::to_string(sent.size() - 1) + "/" +
+         std::to_string(sent.size()));
 }
 
 CURLMcode FakeCurl::perform(int* running) {
@@ -106,12 +137,16 @@ CURLMcode FakeCurl::perform(int* running) {
   if (hangs) return CURLM_OK;
   if (fails("perform")) return CURLM_INTERNAL_ERROR;
   bool const last = passesLeft_-- <= 0;
-  bool const kept = result == CURLE_OK || !last ? write(last ? body.size() : body.size() / 2) : true;
+  CURLcode const ends = status < 400 ? result : CURLE_HTTP_RETURNED_ERROR;
+  if (ends == CURLE_HTTP_RETURNED_ERROR) answer();
+  bool const writes = ends == CURLE_OK || (ends == result && !last);
+  if (writes) answer();
+  bool const kept = writes ? write(last ? sent.size() : sent.size() / 2) : true;
   if (!last && kept) return CURLM_OK;
   *running = 0;
   message_.msg = CURLMSG_DONE;
   message_.easy_handle = easyHandle;
-  message_.data.result = kept ? result : CURLE_WRITE_ERROR;
+  message_.data.result = kept ? ends : CURLE_WRITE_ERROR;
   reported_ = false;
   return CURLM_OK;
 }

@@ -2,7 +2,10 @@
 #include <csignal>
 
 #include "tests/simulation/World.h"
+#include "tests/unit/support/Faults.h"
 #include "tests/unit/support/TemporaryFolder.h"
+#include "zerotouch/agent/Policy.h"
+#include "zerotouch/fetch/BootFile.h"
 
 namespace {
 
@@ -178,6 +181,18 @@ void World::checkAtRest() {
     require(start.child->ended() || !start.signals.empty(), "a child runs at rest");
 }
 
+// However often it has broken off, the file is what the server has sent last, or what somebody has signed in
+// it.
+void World::checkDownload() {
+  Faults::Suspended const noFaults;
+  std::string const file = TemporaryFolder::contentOf("/tmp/zt-download");
+  bool const isSigned = !sm().bootFileSigner().empty();
+  bool const isSame =
+      curl.sent.empty() || (isSigned ? curl.sent.find(file) != std::string::npos : file == curl.sent);
+  require(isSame && sm().bytesRead() == (isSigned ? file : curl.sent).size(),
+          "the download is [" + file + "], what was sent [" + curl.sent + "]");
+}
+
 void World::checkEnding() {
   std::string const settings = TemporaryFolder::contentOf("/tmp/root/flash/zerotouch-config");
   require(settings == (expectDisable ? "DISABLE=NextReload\n" : "(absent)"),
@@ -222,10 +237,21 @@ std::string World::identity() const {
 // The same, as it must become once the answer on the chosen interface is applied.
 std::string World::identityOfAnswer() const {
   auto const intf = sm().choosenIntf();
-  auto const v4 = platform.dhcpStatus->intfDhcpStatus(intf->kernelIntfName());
-  bool const six = !v4 || v4->bootFileName().empty();
-  auto const answer = six ? platform.dhcpStatus->intfDhcp6Status(intf->kernelIntfName()) : v4;
-  if (!answer || answer->bootFileName().empty()) return "";
+  auto const& device = intf->kernelIntfName();
+  auto const v4 = platform.dhcpStatus->intfDhcpStatus(device);
+  auto const v6 = platform.dhcpStatus->intfDhcp6Status(device);
+  auto const rules = ZeroTouch::policy()->dhcp();
+  auto const named = [&](auto const& one) {
+    return one && !one->bootFileName().empty() &&
+           (rules->server().empty() || rules->server().contains(one->server()));
+  };
+  auto const usable = [&](auto const& one) {
+    return named(one) && !ZeroTouch::bootFile(one->serverName(), one->bootFileName()).url.empty();
+  };
+  bool const better = rules->offers() > 0 && usable(v6) && !usable(v4);
+  bool const six = !named(v4) || better;
+  auto const answer = six ? v6 : v4;
+  if (!named(answer)) return "";
   std::string result;
   auto const add = [&](std::string const& what, std::string const& value) { result += what + value + " "; };
   std::string const at = "@" + intf->intfName() + "=";

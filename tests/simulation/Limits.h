@@ -3,8 +3,10 @@
 
 #include <algorithm>
 #include <bit>
+#include <cmath>
 #include <optional>
 
+#include "zerotouch/agent/Policy.h"
 #include "zerotouch/sm/ZeroTouchSm.h"
 
 using State = ZeroTouch::ProvisioningState;
@@ -67,19 +69,32 @@ inline bool mayFollow(State from, State to, std::optional<ZeroTouch::TransitionC
   });
 }
 
+// A pause of `described` seconds between attempts, as long as platform.toml can make it.
+inline Kel::Seconds longestPause(Kel::Seconds described, unsigned doublings) {
+  auto const pacing = ZeroTouch::policy()->pacing();
+  Kel::Seconds const grown = std::min(described * std::pow(2.0, doublings), pacing->retryBackoffMax());
+  Kel::Seconds const asked = pacing->retryAfter() ? 600 : 0;
+  return std::max({described, grown, asked}) * (1 + pacing->retryJitter());
+}
+
 // In seconds, of the state that has just been entered; its entry action may not have run yet.
 inline Kel::Seconds longestTimeIn(ZeroTouch::ZeroTouchSm const& sm) {
+  auto const policy = ZeroTouch::policy();
+  bool const patient = policy->dhcp()->clientTiming() == ZeroTouch::ClientTiming::rfc ||
+                       policy->pacing()->retryBackoffMax() > 0;
+  // A simulated body comes in two pieces.
+  Kel::Seconds const stall = policy->download()->stallLimit();
   auto const tries = sm.configFetchTryCounter();
   Kel::Seconds const script = sm.fileIsHashPling() ? sm.config()->scriptExecTimeout() : 0;
   Kel::Seconds const longest[] = {Kel::never,
-                                  30,
-                                  15,
+                                  30 + policy->pacing()->startJitter(),
+                                  patient ? 60.0 : 15.0,
                                   5.0 * static_cast<double>(sm.intfStatus6Stateless().size()),
                                   60,
-                                  90,
-                                  tries < 3 ? 15.0 * (tries + 1) : 0,
+                                  stall > 0 ? 3 * (stall + 1) : 90,
+                                  tries < 3 ? longestPause(15.0 * (tries + 1), sm.retryCount()) : 0,
                                   script,
-                                  15 + 15,      // the pause, then the clean-up
+                                  longestPause(15, sm.retryCount()) + 15,  // the pause, then the clean-up
                                   30 + 6 * 5};  // the release, then the waits for a standby
   return longest[number(sm.currentState())];
 }

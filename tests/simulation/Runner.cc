@@ -31,7 +31,7 @@ constexpr unsigned maxSteps = 90;
 
 // Plays one run. When an invariant does not hold, returns false and leaves the reason in the tally.
 bool play(Run const& run, Tally& tally, bool recorded) {
-  World world(run.world, recorded);
+  World world(run.world, run.policy, recorded);
   world.onTransition = [&](State from, State to) { ++tally.transitions[number(from)][number(to)]; };
   auto const holds = [&] {
     if (world.violation.empty()) return true;
@@ -59,6 +59,7 @@ bool play(Run const& run, Tally& tally, bool recorded) {
   world.note("the agent ends");
   world.drop();
   ++tally.runs;
+  tally.resumed += world.curl.granted;
   return rest();
 }
 
@@ -80,6 +81,7 @@ Run runFrom(std::uint64_t seed) {
   std::mt19937_64 random(seed);
   Run run;
   run.world = random();
+  if (random() % 2 == 0) run.policy = random();
   run.steps = stepsFrom(random, 20 + static_cast<unsigned>(random() % (maxSteps - 20)));
   return run;
 }

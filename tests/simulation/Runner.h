@@ -30,6 +30,7 @@ class Shared {
 // A whole run, as it follows from its seed.
 struct Run {
   std::uint64_t world = 0;
+  std::uint64_t policy = 0;
   std::vector<Step> steps;
 };
 Run runFrom(std::uint64_t seed);
@@ -39,6 +40,7 @@ struct Tally {
   static constexpr unsigned states = 10;  // by the number of the state's bit
   std::uint64_t runs = 0;
   std::uint64_t steps = 0;
+  std::uint64_t resumed = 0;  // downloads that went on where others had broken off
   std::array<std::array<std::uint64_t, states>, states> transitions{};  // from, to
   std::array<std::array<std::uint64_t, 32>, states> driven{};           // state, action
   std::uint64_t seed = 0;                                               // being played

@@ -7,6 +7,8 @@
 #include <filesystem>
 
 #include "platform/kel/Format.h"
+#include "platform/kel/Random.h"
+#include "zerotouch/agent/Policy.h"
 
 namespace {
 
@@ -24,8 +26,9 @@ class Pam : public Wire::Pam {
 
 }  // namespace
 
-World::World(std::uint64_t bits, bool recorded) : recorded_(recorded) {
+World::World(std::uint64_t bits, std::uint64_t policy, bool recorded) : recorded_(recorded), random_(policy) {
   Choice choice(bits);
+  drawPolicy(policy);
   namespace fs = std::filesystem;
   setenv("FILESYSTEM_ROOT", root, 1);
   fs::create_directories(fs::path(root) / "flash");
@@ -61,6 +64,10 @@ World::World(std::uint64_t bits, bool recorded) : recorded_(recorded) {
     if (event.name == "ZTP_EXEC_SCRIPT_SUCCESS" ||
         (event.name == "ZTP_CONFIG_DOWNLOAD_SUCCESS" && event.message.find("startup-config") < 30))
       expectDisable = true;
+    if (event.name == "ZTP_EXEC_SCRIPT" || event.name == "ZTP_CONFIG_DOWNLOAD_SUCCESS") {
+      bool const mustBeSigned = !ZeroTouch::policy()->authenticity()->signers().empty();
+      require(!mustBeSigned || !sm().bootFileSigner().empty(), "what nobody has signed is used");
+    }
     if (event.name == "ZTP_RELOAD") ++reloads_;
     note("  " + event.name + ": " + event.message);
   });
@@ -80,7 +87,7 @@ World::World(std::uint64_t bits, bool recorded) : recorded_(recorded) {
                    &Interface::PamDesiredIntfDir::NotifieeConst::onIntfDesired, this, &World::openSocket);
 }
 
-World::World() : World(5, false) {
+World::World() : World(5, 0, false) {
   for (unsigned i : {0U, 1U, 2U}) {
     Choice choice(workingPort);
     addPort(i, choice);
@@ -92,6 +99,35 @@ World::World() : World(5, false) {
 World::~World() {
   drop();
   Kel::logSinkDel(logSink_);
+  Kel::randomSourceIs({});
+  Kel::activityManager()->localEntityDel(ZeroTouch::policyName);
+}
+
+void World::drawPolicy(std::uint64_t bits) {
+  auto const policy = Kel::makePtr<ZeroTouch::Policy>();
+  Kel::activityManager()->localEntityIs(ZeroTouch::policyName, policy);
+  Kel::randomSourceIs([this] { return static_cast<double>(random_() >> 11) * 0x1p-53; });
+  if (bits == 0) return;
+  Choice choice(bits);
+  policy->pacing()->startJitterIs(choice.among({0, 10, 300}));
+  policy->pacing()->retryJitterIs(choice.among({0.0, 0.5, 2.0}));
+  policy->pacing()->retryBackoffMaxIs(choice.among({0, 20, 300}));
+  policy->pacing()->retryAfterIs(choice.chance(2));
+  policy->download()->stallLimitIs(choice.among({0, 3, 30}));
+  policy->download()->resumeIs(choice.chance(2));
+  policy->download()->requireLengthIs(choice.chance(2));
+  policy->download()->redirectsIs(
+      choice.among({ZeroTouch::RedirectPolicy::keep, ZeroTouch::RedirectPolicy::follow,
+                    ZeroTouch::RedirectPolicy::refuse}));
+  policy->dhcp()->afterFailureIs(choice.chance(2) ? ZeroTouch::AfterFailure::othersFirst
+                                                  : ZeroTouch::AfterFailure::same);
+  policy->dhcp()->offersIs(choice.among({0, 2, 40}));
+  policy->dhcp()->clientTimingIs(choice.chance(2) ? ZeroTouch::ClientTiming::rfc
+                                                  : ZeroTouch::ClientTiming::brisk);
+  if (choice.chance(4)) policy->authenticity()->signersIs(PROJECT_FOLDER "/tests/fuzz/signers.pem");
+  if (!choice.chance(3)) return;
+  policy->dhcp()->serverIs("10.0.0.1");
+  policy->dhcp()->serverIs("00:03:00:01");
 }
 
 void World::drop() {
@@ -161,6 +197,7 @@ void World::answer(unsigned index, bool six, Choice& choice) {
                               *Wire::IpAddr::fromString("10.0.0.9")});
     result->gatewayIs(0, ip("10.4.%d.1", "2001:db8:4::%d"));
   }
+  result->serverIs(n % 4 == 0 ? "10.9.9.9" : six ? "00:03:00:01" : "10.0.0.1");
   if (choice.chance(6)) result->serverNameIs(Kel::format("10.5.%d.1", n));
   result->bootFileNameIs(choice.among({"http://h/c", "https://h/c", "ftp://u:secret@h/c", "tftp://h/c",
                                        "http://h/c", "gopher://h/c", "cfg", ""}));
@@ -255,6 +292,7 @@ void World::handleState() {
               State::stateCopyConfigOrExecScript)) != State::stateInvalid)
     warned_ = false;
   if (now == State::stateDhcpQuery) frozen_ = knownPorts();
+  if (now == State::stateCopyConfigOrExecScript) checkDownload();
   last_ = now;
   note("-> " + std::string(stringValue(now)));
 }

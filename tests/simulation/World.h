@@ -2,6 +2,7 @@
 #pragma once
 
 #include <functional>
+#include <random>
 #include <set>
 #include <string>
 #include <vector>
@@ -44,8 +45,9 @@ class World {
   // Bits for addPort and answer: a port that works, an answer that has everything.
   static constexpr std::uint64_t workingPort = 41, fullAnswer = 1 + 256;
 
+  // `policy`: what platform.toml asks for beyond the usual behaviour, drawn from these bits; 0 for nothing.
   // `recorded`: the history is printed as it happens.
-  World(std::uint64_t bits, bool recorded);
+  World(std::uint64_t bits, std::uint64_t policy, bool recorded);
   // The simplest world: a fixed system whose inventory is known, three ports that work, a router that wants
   // DHCPv6 on the second and one that wants stateless DHCPv6 on the third.
   World();
@@ -119,11 +121,15 @@ class World {
   void checkPorts();
   void checkAtRest();
   void checkEnding();
+  void checkDownload();
   std::string knownPorts() const;
   std::string identity() const;
   std::string identityOfAnswer() const;
 
+  void drawPolicy(std::uint64_t bits);
+
   bool recorded_;
+  std::mt19937_64 random_;  // the agent's own
   int logSink_ = 0;
   unsigned answers_ = 0;
   unsigned reloads_ = 0;

@@ -12,7 +12,7 @@
 namespace {
 
 constexpr unsigned batch = 100;
-constexpr unsigned fixedSeeds = 1'000;
+constexpr unsigned fixedSeeds = 1'500;
 
 State stateOf(unsigned number) { return static_cast<State>(1u << number); }
 
@@ -43,6 +43,7 @@ TEST_F(Simulation, known_runs_hold_and_reach_everything) {
   for (std::uint64_t seed = 1; seed <= fixedSeeds; seed += batch) {
     if (!hold(seed, batch)) return;
   }
+  EXPECT_GT(runner.tally().resumed, 0U);
   // Every transition that may happen has happened, and in every state everything has happened.
   for (unsigned to = 0; to < Tally::states; ++to) {
     for (unsigned from = 0; from < Tally::states; ++from) {

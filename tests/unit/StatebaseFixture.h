@@ -27,6 +27,7 @@ struct TestTree {
 
   TestTree() {
     tree.mount("/zerotouch/config", config, Access::groupWrites);
+    tree.rootWritesOnly("/zerotouch/config/installMode");
     tree.mount("/zerotouch/dhcpStatus", dhcpStatus, Access::rootWrites);
     tree.mount("/entityMib/status", entityMib, Access::readOnly);
     tree.mount("/interface/status/ethPhy", ports, Access::readOnly);

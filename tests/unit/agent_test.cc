@@ -1,4 +1,6 @@
 // The agent's shell: settings file, path rooting, root entity, event catalogue.
+#include <sys/stat.h>
+
 #include <algorithm>
 
 #include "platform/kel/WholeFile.h"
@@ -50,6 +52,15 @@ TEST_F(Agent, settings_are_read_as_they_stand) {
     EXPECT_EQ(ZeroTouch::readSettings(flash.path("/flash/zerotouch-config")), expected);
     agent = nullptr;
   }
+}
+
+TEST_F(Agent, waits_for_nobody_who_could_write_or_read_where_a_file_should_be) {
+  auto const path = flash.path("/flash/zerotouch-config");
+  ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+  EXPECT_EQ(ZeroTouch::readSettings(path), std::nullopt);
+  Kel::String program = "/bin/true";
+  char* argv[] = {program.data(), nullptr};
+  EXPECT_TRUE(ZeroTouch::runCmd(argv, path.c_str(), nullptr));
 }
 
 TEST_F(Agent, the_root_holds_one_agent) {

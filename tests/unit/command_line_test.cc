@@ -62,6 +62,8 @@ TEST_F(CommandLine, StatusShowsWhereProvisioningStands) {
   machine->timerActiveIs(true);
   time.advance(3605);
   expectTranscript("status.txt");
+  machine->timer()->purposeIs("30 s for answers");
+  EXPECT_NE(run("status").find("DhclientQueryTimer (30 s for answers), until "), std::string::npos);
   machine->timerActiveIs(false);
   config->cancelledIs(true);
   auto const expectLine = [this](std::string const& line) {
@@ -77,6 +79,19 @@ TEST_F(CommandLine, StatusShowsWhereProvisioningStands) {
   machine->currentStateIs(ZeroTouch::ProvisioningState::stateShutdown);
   machine->reloadRequestedIs(true);
   expectLine("Waits for:       the reload, which was requested");
+  history->stateIs(1, {Kel::now(), "stateShutdown", "it has come to something"});
+  using enum ZeroTouch::TransitionCause;
+  for (auto const& [cause, state, code] : {std::tuple{configInstalled, "provisioned, reloading", 6},
+                                           {scriptSucceeded, "provisioned, reloading", 6},
+                                           {runTimeOver, "out of time, reloading", 7},
+                                           {provisioningCancelled, "cancelled, reloading", 8}}) {
+    machine->transitionCauseIs(cause);
+    std::string const text = run("status --wait=stateRetry");
+    EXPECT_NE(text.find(std::string(state) + " (stateShutdown), for"), std::string::npos) << text;
+    EXPECT_TRUE(text.ends_with("exit " + std::to_string(code) + "\n")) << text;
+  }
+  machine->transitionCauseIs(scriptSucceeded);
+  EXPECT_TRUE(run("status --wait").ends_with("exit 0\n"));
 }
 
 TEST_F(CommandLine, PortsTellWhetherTheyTakePartAndWhyNot) {
@@ -92,7 +107,10 @@ TEST_F(CommandLine, PortsTellWhetherTheyTakePartAndWhyNot) {
   auto const record = machine->phyIntfStatusIs(first, ports->intfStatus(first));
   machine->intfStatusIs(record);
   machine->intfLldpPoolIs(ports->intfStatus(first));
-  record->intfPamSmIs("1/1", Kel::makePtr<Wire::Pam>(first))->heardTimeIs(Kel::now());
+  auto const lldp = record->intfPamSmIs("1/1", Kel::makePtr<Wire::Pam>(first));
+  lldp->heardTimeIs(Kel::now());
+  lldp->neighbourIs("spine\033[2J");
+  lldp->neighbourPortIs("Ethernet7");
   machine->intfNoSpeedChangePoolIs(ports->intfStatus(second));
   configs->intfConfigIs(first)->linkModeLocalIs(Interface::EthLinkMode::linkModeAutoneg);
   configs->intfConfigIs(first)->advertisedModesLocalIs({.mode25G = true});
@@ -108,6 +126,13 @@ TEST_F(CommandLine, PortsTellWhetherTheyTakePartAndWhyNot) {
   time.advance(12);
   expectTranscript("ports.txt");
   EXPECT_NE(run("ports --json").find("\"nextSpeed\": \"40g\""), std::string::npos);
+  machine->choosenIntfIs(nullptr);
+  machine->standsBackIs(third, "the download has failed");
+  machine->ignoredAnswerIs("et1/1", "10.0.0.9 is none of the servers that count");
+  std::string const shown = run("ports");
+  for (char const* const row :
+       {"waits for others: the download has failed\n", "no, 10.0.0.9 is none of the servers that count\n"})
+    EXPECT_NE(shown.find(row), std::string::npos) << shown;
 }
 
 TEST_F(CommandLine, ValuesAndExitCodes) {

@@ -5,6 +5,7 @@
 
 #include "tests/unit/support/Ports.h"
 #include "zerotouch/agent/Events.h"
+#include "zerotouch/agent/Policy.h"
 #include "zerotouch/dhcp/DhcpClient.h"
 
 class DhcpClients : public PortTest {
@@ -86,6 +87,141 @@ TEST_F(DhcpClients, the_first_answer_with_a_boot_file_is_taken) {
     platform.dhcpStatus->intfDhcpStatusIs(device)->bootFileNameIs("http://h/c");
   time.settle();
   EXPECT_EQ(sm().choosenIntf()->intfName(), "Ethernet2");
+}
+
+// Ports 1 and 2 are asked, in attempt after attempt, by what platform.toml says of their answers.
+class DhcpRules : public DhcpClients {
+ protected:
+  DhcpRules() {
+    Kel::activityManager()->localEntityIs(ZeroTouch::policyName, policy);
+    addUpPort("Ethernet1", "d1");
+    addUpPort("Ethernet2", "lo");
+  }
+  ~DhcpRules() override { Kel::activityManager()->localEntityDel(ZeroTouch::policyName); }
+
+  void answer(std::string const& device, std::string const& bootFile, bool six = false,
+              std::string const& server = "10.0.0.1") {
+    auto const& results = platform.dhcpStatus;
+    six ? results->intfDhcp6StatusDel(device) : results->intfDhcpStatusDel(device);
+    auto const result = six ? results->intfDhcp6StatusIs(device) : results->intfDhcpStatusIs(device);
+    result->serverIs(server);
+    result->bootFileNameIs(bootFile);
+    time.settle();
+  }
+  // The port whose answer was taken, and its URL; "" for none.
+  std::string taken() {
+    return sm().choosenIntf() ? sm().choosenIntf()->intfName() + " " + sm().chosenAnswer()->url() : "";
+  }
+  // The attempt fails, and the next query begins.
+  void fail() {
+    sm().doStateTransition(State::stateInvalid, State::stateRetry,
+                           ZeroTouch::TransitionCause::downloadFailed);
+    platform.dhcpStatus->intfDhcpStatusDelAll();
+    EXPECT_TRUE(time.advanceUntil([this] { return sm().currentState() == State::stateDhcpQuery; }, 100));
+  }
+
+  Kel::Ptr<ZeroTouch::Policy> policy = Kel::makePtr<ZeroTouch::Policy>();
+};
+
+TEST_F(DhcpRules, a_port_whose_answer_has_failed_waits_for_the_others) {
+  policy->dhcp()->afterFailureIs(ZeroTouch::AfterFailure::othersFirst);
+  hearRouter("Ethernet2", false);
+  inQuery();
+  answer("d1", "http://bad/c");
+  EXPECT_EQ(taken(), "Ethernet1 http://bad/c");
+  fail();
+  answer("d1", "http://bad/c");
+  EXPECT_EQ(taken(), "");
+  EXPECT_EQ(sm().standsBack(id("Ethernet1")), "the download has failed");
+  answer("lo", "http://good/c");
+  EXPECT_EQ(taken(), "Ethernet2 http://good/c");
+  fail();
+  EXPECT_TRUE(sm().standsBack().empty()) << "both have failed once";
+  answer("d1", "http://bad/c");
+  fail();
+  answer("d1", "http://bad/c");
+  takeEvents();
+  time.advance(15);
+  EXPECT_EQ(sm().currentState(), State::stateStatelessDhcpQuery) << "where the other one is asked";
+  time.advance(5);
+  EXPECT_EQ(taken(), "Ethernet1 http://bad/c") << "since nobody else has answered";
+  platform.aisd->intfStatus(id("Ethernet2"))->operStatusIs(Interface::OperStatus::down);
+  platform.raPacketStatus->raPacketDelAll();
+  fail();
+  EXPECT_TRUE(sm().standsBack().empty()) << "there is no other port to wait for";
+}
+
+TEST_F(DhcpRules, a_better_offer_may_come_for_a_while) {
+  policy->dhcp()->offersIs(2);
+  struct Offer {
+    char const* device;
+    bool six;
+    char const* bootFile;
+  };
+  struct {
+    std::vector<Offer> offers;  // at once
+    char const *first, *last;   // what is taken before and after the wait
+  } const cases[] = {
+      {{{"d1", false, "http://a/c"}}, "Ethernet1 http://a/c", "Ethernet1 http://a/c"},
+      {{{"d1", false, "gopher://a"}}, "", "Ethernet1 "},
+      {{{"d1", false, "gopher://a"}, {"lo", true, "http://b/c"}}, "", "Ethernet2 http://b/c"},
+      {{{"d1", true, "http://a/c"}, {"lo", true, "http://b/c"}}, "", "Ethernet1 http://a/c"},
+      {{{"lo", true, "http://b/c"}, {"d1", false, "http://a/c"}},
+       "Ethernet1 http://a/c",
+       "Ethernet1 http://a/c"},
+      {{{"lo", false, "gopher://b"}, {"lo", true, "http://b/c"}}, "", "Ethernet2 http://b/c"},
+  };
+  inQuery();
+  for (auto const& c : cases) {
+    time.advance(1);
+    for (auto const& offer : c.offers) answer(offer.device, offer.bootFile, offer.six);
+    EXPECT_EQ(taken(), c.first);
+    if (*c.first == '\0') {
+      EXPECT_EQ(sm().timer()->purpose(), "a better offer, which may come for 2 s");
+    }
+    time.advance(2);
+    EXPECT_EQ(taken(), c.last);
+    platform.dhcpStatus->intfDhcp6StatusDelAll();
+    fail();
+  }
+}
+
+TEST_F(DhcpRules, answers_of_other_servers_do_not_count) {
+  policy->dhcp()->serverIs("10.0.0.1");
+  policy->dhcp()->serverIs("00:03:00:01");
+  for (int run : {1, 2}) {
+    SCOPED_TRACE(run);
+    run == 1 ? void(inQuery()) : void();
+    std::size_t const before = children.started.size();
+    answer("lo", "http://evil/c", false, "10.0.0.9");
+    answer("lo", "http://evil/c", false, "10.0.0.9");
+    answer("lo", "http://evil/c", true, "00:03:00:02");
+    EXPECT_EQ(taken(), "");
+    EXPECT_EQ(children.started.size(), before + 1) << "the client asks again, once";
+    EXPECT_EQ(sm().ignoredAnswer("lo"), "10.0.0.9 is none of the servers that count");
+    EXPECT_EQ(sm().ignoredAnswer6("lo"), "00:03:00:02 is none of the servers that count");
+    std::string const config = TemporaryFolder::contentOf(ZeroTouch::dhclientConfigPath);
+    EXPECT_TRUE(config.ends_with("\nreject 10.0.0.9;\n"));
+    EXPECT_EQ(config.find("reject"), config.rfind("reject"));
+    answer("lo", "http://good/c", true, "00:03:00:01");
+    EXPECT_EQ(taken(), "Ethernet2 http://good/c");
+    EXPECT_EQ(sm().ignoredAnswer6("lo"), "");
+    platform.config->enabledIs(false);
+    platform.dhcpStatus->intfDhcp6StatusDelAll();
+    time.settle();
+    platform.config->enabledIs(true);
+    time.advance(30);
+  }
+}
+
+TEST_F(DhcpRules, patient_clients_ask_less_often) {
+  policy->dhcp()->clientTimingIs(ZeroTouch::ClientTiming::rfc);
+  inQuery();
+  EXPECT_NE(TemporaryFolder::contentOf(ZeroTouch::dhclientConfigPath)
+                .find("\ntimeout 58;\ninitial-interval 4;\nbackoff-cutoff 64;\n"),
+            std::string::npos);
+  time.advance(59);
+  EXPECT_EQ(sm().currentState(), State::stateDhcpQuery);
 }
 
 TEST_F(DhcpClients, stateless_interfaces_are_asked_one_after_the_other_once_the_others_are_silent) {

@@ -97,6 +97,52 @@ TEST_F(Fetch, finds_the_boot_image_url) {
   }
 }
 
+TEST(HttpAnswer, tells_what_the_headers_say) {
+  auto const& curl = *ZeroTouch::Curl::load();
+  auto const after = [](std::initializer_list<char const*> lines) {
+    ZeroTouch::HttpAnswer answer;
+    for (std::string const line : lines) answer.note(line + "\r\n");
+    return answer;
+  };
+  char const *const busy = "HTTP/1.1 503 Busy", *const date = "Date: Sun, 06 Nov 1994 08:49:37 GMT";
+  for (auto const& [lines, pause] : std::initializer_list<std::pair<std::initializer_list<char const*>, int>>{
+           {{busy, "retry-after:  120 "}, 120},
+           {{"HTTP/2 429", "Retry-After: 7"}, 7},
+           {{busy, date, "Retry-After: Sun, 06 Nov 1994 08:50:07 GMT"}, 30},
+           {{busy, date, "Retry-After: Sunday, 06-Nov-94 08:49:07 GMT"}, -30},
+           {{busy, "Retry-After: soon"}, 0},
+           {{busy, "Retry-After: 99999999999999999999"}, 0},
+           {{busy, "Retry-After:"}, 0},
+           {{"HTTP/1.1 404 No", "Retry-After: 120"}, 0},
+           {{busy, "Retry-After: 120", "HTTP/1.1 503 Busy"}, 0}})
+    EXPECT_EQ(after(lines).pause(curl).value_or(0), pause) << *(lines.end() - 1);
+
+  for (auto const& [line, tag] : Cases{{"ETag: \"a b\"", ""},
+                                       {"etag:\"a-1\"", "\"a-1\""},
+                                       {"ETag: W/\"a\"", ""},
+                                       {"ETag: a", ""},
+                                       {"ETag: \"a\"b\"", ""},
+                                       {"ETag: \"\"", ""},
+                                       {"ETag", ""}})
+    EXPECT_EQ(after({line.c_str()}).etag, tag) << line;
+  auto const rest = after({"HTTP/1.1 206 Partial", "Content-Length: 5", "Content-Range: bytes 7-11/12"});
+  EXPECT_EQ((std::vector<std::uint64_t>{rest.rangeFirst, rest.fileLength(), rest.tellsEnd}),
+            (std::vector<std::uint64_t>{7, 12, true}));
+  EXPECT_EQ(after({"HTTP/1.1 206", "Content-Range: bytes 7-11/*", "Content-Length: 5"}).fileLength(), 0U);
+  EXPECT_FALSE(after({"HTTP/1.1 200 OK", "Content-Length: many"}).tellsEnd);
+  EXPECT_TRUE(after({"HTTP/1.1 200 OK", "Transfer-Encoding: chunked"}).tellsEnd);
+  EXPECT_TRUE(after({"HTTP/2 200"}).tellsEnd);
+}
+
+TEST_F(Fetch, ends_when_the_server_says_more_than_libcurl_is_to_keep) {
+  CurlTransfer transfer;
+  std::vector<char> half(ZeroTouch::maxHeaderBytes / 2, 'h');
+  EXPECT_EQ(ZeroTouch::curlHeaderCB(half.data(), 1, half.size(), &transfer), half.size());
+  EXPECT_EQ(ZeroTouch::curlHeaderCB(half.data(), 1, half.size(), &transfer), half.size());
+  EXPECT_EQ(ZeroTouch::curlHeaderCB(half.data(), 1, 1, &transfer), 0U);
+  EXPECT_EQ(transfer.failure, "the server's headers are longer than 1048576 bytes");
+}
+
 TEST_F(Fetch, takes_no_earlier_transfer_for_one_that_never_started) {
   Sm& sm = atRest();
   inventoryIs(EntityMib::InitStatus::initialized);

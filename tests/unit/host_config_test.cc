@@ -21,7 +21,7 @@ class InstalledConfigTest : public ::testing::Test {
     bool example = false;
     for (std::string line; std::getline(file, line);) {
       if (line.empty()) example = false;
-      if (line.ends_with("For example:")) example = true;
+      if (line.ends_with("For example:") || line.ends_with("Recommended:")) example = true;
       if (line.starts_with('[')) section = line.substr(1, line.find(']') - 1);
       bool const isKey = line.size() > 1 && line[0] == '#' && std::islower(line[1]) != 0;
       if (isKey) keys_[section].insert(line.substr(1, line.find(' ') - 1));
@@ -105,6 +105,18 @@ TEST_F(InstalledConfigTest, DropInsCountKeyByKeyInTheOrderOfTheirNames) {
 
   folder_.write("/platform.toml.d/20-site.toml", "\n[ports]\ndevices = 1\n");
   EXPECT_EQ(refused(""), ".d/20-site.toml:3: [ports] devices: expected a list");
+}
+
+// What people copy: the indented lines from [ports] on, up to the next empty one.
+TEST_F(InstalledConfigTest, TheSamplesOfTheDocumentsWorkWhenTheyAreCopied) {
+  for (char const* const document : {"README.md", "docs/operating.md"}) {
+    std::ifstream file(std::string(PROJECT_FOLDER "/") + document);
+    std::string sample, line;
+    while (std::getline(file, line) && line != "    [ports]") {
+    }
+    for (; line.starts_with("    "); std::getline(file, line)) sample += line + "\n";
+    EXPECT_FALSE(read(sample).ports.names.empty()) << document << "\n" << sample;
+  }
 }
 
 }  // namespace

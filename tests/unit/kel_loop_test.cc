@@ -157,6 +157,20 @@ TEST_F(Descriptors, count_readiness_in_the_directions_that_are_watched) {
   ends[1] = open("/dev/null", O_RDONLY | O_CLOEXEC);
 }
 
+TEST_F(Descriptors, that_are_late_have_a_turn_although_another_is_always_ready) {
+  auto const late = Kel::makePtr<Kel::FileDescriptor>();
+  late->descriptorIs(ends[1]);
+  late->lateIs(true);
+  late->notifyOnWritableIs(true);
+  act = [] {};
+  watch->descriptorIs(ends[0]);
+  watch->notifyOnReadableIs(true);
+  time.advanceUntil([&] { return late->writableCount() == 2 || reads == 100; }, 0);
+  EXPECT_EQ(late->writableCount(), 2U);
+  EXPECT_GE(reads, Kel::Loop::passesWithoutLate - 1);  // between the two turns
+  late->descriptorIs(-1);
+}
+
 TEST_F(Descriptors, let_go_of_by_the_readable_handler_are_not_reported_writable) {
   watch->descriptorIs(ends[0]);
   act = [&] { watch->descriptorIs(-1); };

@@ -1,6 +1,9 @@
 // What the simulated runs do not show of the state machine: how a run starts and ends, its times and its
 // events.
+#include "platform/kel/Random.h"
 #include "tests/unit/support/AgentTest.h"
+#include "zerotouch/agent/Policy.h"
+#include "zerotouch/sm/Pacing.h"
 
 namespace {
 
@@ -240,6 +243,67 @@ TEST_F(StateMachine, its_timers_have_built_in_times_that_the_environment_overrid
     environment.set(variables + "_TIMEOUT", "inf");
     expectTimes(0.25, Kel::never);
   }
+}
+
+TEST_F(StateMachine, platform_toml_stretches_its_waits_and_says_why) {
+  auto const policy = Kel::makePtr<ZeroTouch::Policy>();
+  Kel::activityManager()->localEntityIs(ZeroTouch::policyName, policy);
+  Kel::randomSourceIs([] { return 0.5; });
+  ZeroTouch::Pacing pacing;
+  auto const expect = [](ZeroTouch::Wait const& wait, Kel::Seconds seconds, std::string const& purpose) {
+    EXPECT_EQ(wait.time, seconds);
+    EXPECT_EQ(wait.purpose, purpose);
+  };
+  pacing.serverAsksFor(100);
+  expect(pacing.beforeFirstQuery(30), 30, "");
+  expect(pacing.forAnswers(15, 5), 15, "");
+  expect(pacing.beforeAttempt(15, 5), 15, "");
+  expect(pacing.beforeDownload(45, 5), 45, "");
+  expect(pacing.forDownload(90), 90, "");
+
+  policy->pacing()->startJitterIs(10);
+  policy->pacing()->retryBackoffMaxIs(100);
+  expect(pacing.beforeFirstQuery(30), 35, "the ports, and 5 s at random before the first query");
+  expect(pacing.forAnswers(15, 0), 15, "");
+  expect(pacing.forAnswers(15, 1), 30, "30 s for answers");
+  expect(pacing.forAnswers(15, 4'000'000'000), 60, "60 s for answers");
+  expect(pacing.beforeAttempt(15, 1), 15, "");
+  expect(pacing.beforeAttempt(15, 2), 30, "30 s before the next attempt: 30 s after 2 failed attempts");
+  expect(pacing.beforeAttempt(15, 90), 100, "100 s before the next attempt: 100 s after 90 failed attempts");
+  expect(pacing.beforeDownload(15, 1), 30, "30 s before the next download: 30 s after 1 failed attempt");
+  expect(pacing.beforeAttempt(150, 9), 150, "");
+  expect(pacing.beforeAttempt(Kel::never, 9), Kel::never, "");
+
+  policy->pacing()->retryJitterIs(0.5);
+  policy->pacing()->retryAfterIs(true);
+  expect(pacing.beforeAttempt(16, 1), 20, "20 s before the next attempt, 4 s of it at random");
+  for (auto const& [asked, pause] :
+       std::initializer_list<std::pair<Kel::Seconds, Kel::Seconds>>{{20, 25}, {9'999, 750}, {-5, 20}}) {
+    pacing.serverAsksFor(asked);
+    EXPECT_EQ(pacing.beforeDownload(16, 0).time, pause);
+  }
+  pacing.serverAsksFor(20);
+  expect(pacing.beforeDownload(16, 0), 25,
+         "25 s before the next download: the server has asked for a pause of 20 s, 5 s of it at random");
+  time.advance(20);
+  EXPECT_EQ(pacing.beforeDownload(16, 0).time, 20);
+  policy->dhcp()->clientTimingIs(ZeroTouch::ClientTiming::rfc);
+  expect(pacing.forAnswers(15, 0), 60, "60 s for answers");
+  policy->download()->stallLimitIs(30);
+  expect(pacing.forDownload(90), 86'400, "the download, unless nothing moves for 30 s");
+
+  // The clean-up is no pause, and what the environment says is the beginning.
+  environment.set("ZEROTOUCH_RETRY_TIMER_TIMEOUT", "8");
+  environment.set("ZEROTOUCH_RETRY_TIMER_INTERVAL", "8");
+  atRest();
+  sm().doStartRetryWaitTimer();
+  EXPECT_EQ(sm().timer()->timeout(), 10);
+  EXPECT_EQ(sm().timer()->purpose(), "10 s before the next attempt, 2 s of it at random");
+  sm().awaitsDhcpCleanupIs(true);
+  sm().doStartRetryWaitTimer();
+  EXPECT_EQ(sm().timer()->timeout(), 8);
+  Kel::randomSourceIs({});
+  Kel::activityManager()->localEntityDel(ZeroTouch::policyName);
 }
 
 TEST_F(StateMachine, a_timer_stops_at_the_first_firing_at_which_its_time_is_over) {

@@ -110,8 +110,8 @@ TEST_F(StateTree, DeleteTakesEntriesWholeCollectionsAndOptionalEntities) {
 
 TEST_F(StateTree, RolesDecideWhoMayWrite) {
   std::string const before = dump();
-  std::string const enabled = "/zerotouch/config/enabled", et1 = "/zerotouch/dhcpStatus/intfDhcpStatus/et1",
-                    root = "/entityMib/status/root";
+  std::string const whole = "/zerotouch/config", enabled = whole + "/enabled",
+                    et1 = "/zerotouch/dhcpStatus/intfDhcpStatus/et1", root = "/entityMib/status/root";
   struct {
     std::string path;
     char const *parameters, *none, *group, *root;  // what each role is answered
@@ -134,6 +134,15 @@ TEST_F(StateTree, RolesDecideWhoMayWrite) {
       config->enabledIs(false);
       EXPECT_EQ(dump(), before) << c.path;
     }
+  }
+  for (auto const& [path, value] : {std::pair(whole + "/installMode", "511"),
+                                    std::pair(whole, R"({"enabled": true, "installMode": 511})")}) {
+    std::string const parameters = R"({"path": ")" + path + R"(", "value": )" + value + "}";
+    EXPECT_EQ(set(parameters, Role::group), "-32003 " + whole + "/installMode: only root may write it");
+    EXPECT_EQ(dump(), before);
+    EXPECT_EQ(set(parameters, Role::root), "true");
+    config->enabledIs(false);
+    config->installModeIs(0600);
   }
 }
 

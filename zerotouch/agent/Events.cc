@@ -181,6 +181,13 @@ Kel::LogHandle saveFileIgnored("SAVE_FILE_IGNORED", warning, "Setting SAVE_FILE=
                                "the flash.",
                                "Correct or remove SAVE_FILE in the settings file.", interval, burst, 0);
 
+Kel::LogHandle settingsNotWritten(
+    "SETTINGS_NOT_WRITTEN", warning, "The settings file is not as it should be: %s",
+    "What provisioning keeps for the next boot could not be written to the flash. The run goes on.",
+    "Check that the flash is there, writable and not full. If the switch is to stay as it is after the next "
+    "boot, check that it has a startup configuration.",
+    interval, burst, 0);
+
 Kel::LogHandle downloadNotUsable(
     "DOWNLOAD_NOT_USABLE", error, "The download cannot be used: %s",
     "The downloaded file can neither be installed nor run. The attempt has failed, and "
@@ -231,5 +238,24 @@ Kel::LogHandle bootFileUnusable(
     "Correct the boot file's name on the DHCP server (DHCPv4 option 67, DHCPv6 option 59), or name a TFTP "
     "server (DHCPv4 option 66).",
     interval, burst, 0);
+
+Kel::LogHandle httpsServerVerified("HTTPS_SERVER_VERIFIED", informational,
+                                   "The server of %s was verified against %s",
+                                   "The certificate of the HTTPS server, and the name in it, were checked as "
+                                   "[authenticity] https_ca in platform.toml asks for.",
+                                   Kel::NoActionRequired, interval, burst, 0);
+
+Kel::LogHandle bootFileSigned(
+    "BOOT_FILE_SIGNED", informational, "The boot file from %s is signed by %s (SHA-256 %s)",
+    "The signature of the boot file was verified as [authenticity] in platform.toml "
+    "asks for. The fingerprint is that of the signer's certificate.",
+    Kel::NoActionRequired, interval, burst, 0);
+
+Kel::LogHandle datesNotChecked(
+    "DATES_NOT_CHECKED", warning,
+    "The dates of certificates and signatures are not checked: the clock shows %s",
+    "The clock shows a day before the one on which this software was built, so it cannot be right. What has "
+    "expired is believed too.",
+    "Set the clock, or replace its battery.", interval, burst, 0);
 
 }  // namespace ZeroTouch

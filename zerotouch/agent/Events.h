@@ -35,6 +35,7 @@ extern Kel::LogHandle ZTP_INTERFACE_SPEED;  // speed, interfaces
 
 extern Kel::LogHandle downloadImpossible;  // reason
 extern Kel::LogHandle saveFileIgnored;     // value, reason
+extern Kel::LogHandle settingsNotWritten;  // what failed, with path and reason
 extern Kel::LogHandle downloadNotUsable;   // what failed, with path and reason
 extern Kel::LogHandle configDoubtful;      // URL, why it is hardly meant
 extern Kel::LogHandle dhclientConfigCut;   // path
@@ -43,5 +44,9 @@ extern Kel::LogHandle dhcpResultsLeft;
 extern Kel::LogHandle addressNotActive;  // address and port
 extern Kel::LogHandle addressGone;       // address and port
 extern Kel::LogHandle bootFileUnusable;  // its name, reason
+
+extern Kel::LogHandle httpsServerVerified;  // URL, authorities
+extern Kel::LogHandle bootFileSigned;       // URL, signer, fingerprint
+extern Kel::LogHandle datesNotChecked;      // the time that the clock shows
 
 }  // namespace ZeroTouch

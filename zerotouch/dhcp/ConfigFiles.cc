@@ -4,10 +4,12 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <sstream>
 
 #include "platform/kel/Assert.h"
 #include "platform/kel/Format.h"
 #include "zerotouch/agent/Events.h"
+#include "zerotouch/agent/Policy.h"
 #include "zerotouch/dhcp/DhcpClient.h"
 #include "zerotouch/utils/ZeroTouchUtils.h"
 
@@ -60,11 +62,22 @@ Kel::String vendorOpts(Kel::String const& data) {
   return result;
 }
 
+// Of two statements the last one counts. A client that outlasts the longest query says by itself when nobody
+// answers, and else goes on with the same question.
+Kel::String timingStatements() {
+  bool const rfc = policy()->dhcp()->clientTiming() == ClientTiming::rfc;
+  bool const patient = rfc || policy()->pacing()->retryBackoffMax() > 0;
+  // RFC 2131, 4.1: the second question after 4 s, then after twice as long each time, up to 64 s.
+  return Kel::String(patient ? "timeout 58;\n" : "") +
+         (rfc ? "initial-interval 4;\nbackoff-cutoff 64;\n" : "");
+}
+
 Kel::String identifierStatements(ZeroTouchSm const& sm, Kel::String const& version) {
   Kel::String const identity = vendorId(*sm.chassis());
   Kel::String result =
       "send dhcp-client-identifier " + sm.entityMibStatus()->systemMacAddr().stringValue() + ";\n";
   if (version == "v4") result += "send vendor-class-identifier \"" + escaped(identity) + "\";\n";
+  if (version == "v4") result += timingStatements();
   if (version == "v6") result += "send dhcp6.vendor-opts " + vendorOpts(identity) + ";\n";
   return result;
 }
@@ -96,7 +109,33 @@ std::optional<std::size_t> appendTemplate(char const* base, char const* generate
   return content.size();
 }
 
+namespace {
+
+constexpr char const* rejectStatement = "reject ";
+
+// Removes what reject() has written: the servers that count may be others by now.
+void forgetRejects(char const* path) {
+  Kel::String const all = contentOf(path);
+  if (all.find(rejectStatement) == Kel::String::npos) return;
+  std::istringstream lines(all);
+  std::ofstream out(path, std::ios::binary);
+  for (Kel::String line; std::getline(lines, line);) {
+    if (!line.starts_with(rejectStatement)) out << line << "\n";
+  }
+}
+
+}  // namespace
+
+bool DhcpClient::reject(Kel::String const& server) {
+  if (!rejected_.insert(server).second) return false;
+  std::ofstream out(kind_.config, std::ios::binary | std::ios::app);
+  out << rejectStatement + server + ";\n" << std::flush;
+  return out.good();
+}
+
 void DhcpClient::createConfig() {
+  forgetRejects(kind_.config);
+  rejected_.clear();
   auto const before = sizeOf(kind_.config);
   auto const copied = appendTemplate(kind_.baseConfig, kind_.config);
   if (!copied) {

@@ -12,11 +12,13 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 
 #include "platform/kel/ActivityManager.h"
 #include "platform/kel/Assert.h"
 #include "platform/kel/Child.h"
 #include "platform/kel/Format.h"
+#include "platform/kel/WholeFile.h"
 #include "zerotouch/agent/Events.h"
 #include "zerotouch/agent/ZeroTouchAgent.h"
 #include "zerotouch/sm/SmTrace.h"
@@ -241,11 +243,10 @@ bool isDhcpClient(unsigned pid, Kel::String const& pidFilePath) {
 // the status file's first line, not the process's name. The file lives under /var/run, so the id is one of
 // this boot.
 void doKillRunningDhclient(char const* pidFilePath) {
-  std::ifstream pidFile(pidFilePath);
-  if (!pidFile) return;
+  auto const contents = Kel::readFile(pidFilePath);
+  if (!contents) return;
   unsigned pid = 0;
-  pidFile >> pid;
-  pidFile.close();
+  std::istringstream(*contents) >> pid;
   KEL_TRACE(traceZeroTouchSm, 5, __func__ << " - Leftover pidfile found, pid=" << pid);
   std::ifstream status(Kel::format("/proc/%d/status", pid));
   if (!status || static_cast<pid_t>(pid) == getpid()) return;

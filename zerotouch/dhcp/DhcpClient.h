@@ -3,6 +3,7 @@
 #pragma once
 
 #include <array>
+#include <set>
 #include <span>
 
 #include "platform/kel/Log.h"
@@ -97,6 +98,9 @@ class DhcpClient {
   // all of it the file stays as it was, and completeConfig tries again.
   void createConfig();
   void completeConfig();
+  // Has a DHCPv4 client that is started from now on, until the configuration is created anew, hear no answers
+  // from that address. False when it does so already, or when the disk has no room for that.
+  bool reject(Kel::String const& server);
 
  private:
   char** commandline(std::uint32_t argc, char const* caller, U32Ptr idx) const;
@@ -106,6 +110,7 @@ class DhcpClient {
   Kel::Ptr<Kel::ChildSiginfo const> child_;
   Kel::Reactor childStatus_;
   bool configCut_ = false;
+  std::set<Kel::String> rejected_;
   Kel::String end_;
   bool isMissing_ = false;
 };
@@ -119,10 +124,16 @@ struct DhcpClients {
   DhcpClient dhclient6Stateless;
 };
 
+// The kernel's names of their devices.
+std::vector<Kel::String> kernelNames(Kel::Collection<Wire::IntfId, Kel::Ptr<IntfStatus>> const& interfaces);
+
 // Appends the template to the generated file, which is made when missing. A template that cannot be read to
 // its end adds nothing. Returns how many bytes it had to add, whether or not the disk had room for them;
 // nothing when the generated file cannot be opened.
 std::optional<std::size_t> appendTemplate(char const* base, char const* generated);
+
+// Frees a command line of the clients: every string, then the array.
+void freeCommandline(void* cmdLine);
 
 // Ends the client that an earlier run left behind, whose process the pid file names, and removes the pid
 // file. Another program that has the id by now is left alone.

@@ -5,19 +5,18 @@
 #include "platform/kel/Assert.h"
 #include "zerotouch/agent/Events.h"
 #include "zerotouch/dhcp/DhcpClient.h"
+#include "zerotouch/dhcp/LateLinks.h"
+#include "zerotouch/dhcp/Offers.h"
+#include "zerotouch/intf/Ports.h"
 #include "zerotouch/sm/SmTrace.h"
 
 namespace ZeroTouch {
 
-namespace {
-
-std::vector<Kel::String> kernelNames(auto const& interfaces) {
+std::vector<Kel::String> kernelNames(Kel::Collection<Wire::IntfId, Kel::Ptr<IntfStatus>> const& interfaces) {
   std::vector<Kel::String> result;
   for (auto const& [intfId, intf] : interfaces) result.push_back(intf->kernelIntfName());
   return result;
 }
-
-}  // namespace
 
 Kel::Ptr<Kel::ChildSiginfo const> ZeroTouchSm::dhclientChildProcess() const {
   return dhcpClients_->dhclient.child();
@@ -105,12 +104,27 @@ std::vector<Kel::String> ZeroTouchSm::dhcpDevices() const {
 void ZeroTouchSm::doStartDhcpQuery() {
   queryFailureReported_ = false;
   doCompleteDhclientConfigFiles();
+  startDhcpv4();
+  selectIntfs6();
+  offers_->startQuery();
+  startDhcpv6();
+  lateLinks_->queryIs(dhcpDevices(), kernelNames(intfStatus6()));
+}
+
+void ZeroTouchSm::startDhcpv4() {
   if (!dhcpClients_->dhclient.start(allocDhclientAcquireCommandline(), false, dhcpDevices(), __func__))
     SM_TRACE(5, " - Failed to alloc dhclient command line");
-  selectIntfs6();
+}
+
+void ZeroTouchSm::startDhcpv6() {
   if (!dhcpClients_->dhclient6.start(allocDhclient6AcquireCommandline(), false, kernelNames(intfStatus6()),
                                      __func__))
     SM_TRACE(5, " - Failed to alloc dhclient6 command line");
+}
+
+// The client asks anew on all ports, since it reads its configuration when it starts.
+void ZeroTouchSm::rejectServer(Kel::String const& server) {
+  if (dhcpClients_->dhclient.reject(server)) startDhcpv4();
 }
 
 void ZeroTouchSm::reportQueryFailure(Kel::LogHandle& event) {
@@ -139,6 +153,7 @@ void ZeroTouchSm::doStartStatelessDhcpQuery() {
   } else if (askNextStatelessIntf()) {
     return;
   }
+  if (takeBestOffer(true)) return;
   if (queryFailureReported_) {
     doStateTransition(stateStatelessDhcpQuery(), stateRetry(),
                       {TransitionCause::noBootFile, whyNoBootFile()});

@@ -9,6 +9,7 @@
 #include "platform/model/values/Grammar.h"
 #include "zerotouch/agent/Events.h"
 #include "zerotouch/dhcp/DhcpClient.h"
+#include "zerotouch/dhcp/Offers.h"
 #include "zerotouch/sm/SmTrace.h"
 
 namespace ZeroTouch {
@@ -100,13 +101,10 @@ void ZeroTouchSm::DhcpResults::KelIntfDhcpResult::handleBootFileName() {
     KEL_TRACE(traceZeroTouchSm, 5, "Return " << __func__ << " - BootFileName is already received ");
     return;
   }
-  sm_.doStopDhclient();
-  sm_.doStopDhclient6();
-  sm_.doStopDhclient6Stateless();
-  sm_.choosenIntfIs(intf);
-  sm_.doStateTransition(stateDhcpQuery() | stateStatelessDhcpQuery(), stateSetupSystemIdentity(),
-                        {TransitionCause::bootFileNamed, intf->intfName()});
+  sm_.offers_->consider(intf, isDhcpv6());
 }
+
+bool ZeroTouchSm::takeBestOffer(bool last) { return offers_->takeBest(last); }
 
 void ZeroTouchSm::DhcpResults::KelIntfDhcpStatus::handleIntfDhcpReason() {
   KEL_TRACE(traceZeroTouchSm, 5, "KelIntfDhcpStatus::" << __func__ << " reason: " << notifier().reason());

@@ -26,6 +26,8 @@ class ZeroTouchSm::DhcpResults::KelIntfDhcpResult : public IntfDhcpStatus::Notif
   void handleBootFileName();
 
  protected:
+  virtual bool isDhcpv6() const { return false; }
+
   ZeroTouchSm& sm_;  // the owner
 };
 
@@ -42,6 +44,9 @@ class ZeroTouchSm::DhcpResults::KelIntfDhcpStatus : public KelIntfDhcpResult {
 class ZeroTouchSm::DhcpResults::KelIntfDhcp6Status : public KelIntfDhcpResult {
  public:
   using KelIntfDhcpResult::KelIntfDhcpResult;
+
+ protected:
+  bool isDhcpv6() const override { return true; }
 };
 
 }  // namespace ZeroTouch

@@ -43,7 +43,7 @@ Trouble ZeroTouchSm::whyNobodyIsAsked() const {
       bridged += isBridged(*record->ethIntfStatus()) ? 1 : 0;
     bool const all = bridged > 0 && bridged == phyIntfStatus().size();
     return {all ? Problem::portsBridged : Problem::noPortTakesPart,
-            all ? "every port is in a bridge or bond" : "no port takes part"};
+            all ? "every port is in a bridge, bond or VRF" : "no port takes part"};
   }
   if (dhcpDevices().empty() && intfStatus6().empty()) return {Problem::noLink, "no port has a link"};
   for (auto const& [client, family] :
@@ -68,6 +68,9 @@ Trouble ZeroTouchSm::whyNoBootFile() const {
   }
   if (!answered.empty())
     return {Problem::answerWithoutBootFile, "the answer on " + listed(answered) + " has none"};
+  for (auto const* const ignored : {&ignoredAnswer(), &ignoredAnswer6()}) {
+    if (!ignored->empty()) return {Problem::noAnswer, (*ignored->begin()).second};
+  }
   if (!dhcpClients_->dhclient.end().empty()) return whyNobodyIsAsked();
   return {Problem::noAnswer, asked.empty() ? "nobody answers" : "nobody answers on " + listed(asked)};
 }

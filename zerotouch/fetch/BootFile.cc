@@ -10,6 +10,8 @@
 #include "platform/kel/Format.h"
 #include "platform/model/values/Grammar.h"
 #include "zerotouch/agent/Events.h"
+#include "zerotouch/agent/Policy.h"
+#include "zerotouch/dhcp/Offers.h"
 #include "zerotouch/fetch/CurlTransfer.h"
 #include "zerotouch/sm/SmTrace.h"
 #include "zerotouch/sm/ZeroTouchSm.h"
@@ -84,9 +86,7 @@ bool isKnown(std::string_view scheme) {
   return scheme == "http" || scheme == "https" || scheme == "ftp" || scheme == "tftp";
 }
 
-}  // namespace
-
-BootFile bootFile(Kel::String const& serverName, Kel::String const& bootFileName) {
+BootFile anyBootFile(Kel::String const& serverName, Kel::String const& bootFileName) {
   if (!serverName.empty()) {
     bool const namesUrl = bootFileName.find("://") != Kel::String::npos;
     return {"tftp://" + serverName + "/" + bootFileName, "tftp", "",
@@ -107,25 +107,34 @@ BootFile bootFile(Kel::String const& serverName, Kel::String const& bootFileName
   return {bootFileName, scheme, ""};
 }
 
+}  // namespace
+
+BootFile bootFile(Kel::String const& serverName, Kel::String const& bootFileName,
+                  std::set<Kel::String> const& allowed) {
+  BootFile const file = anyBootFile(serverName, bootFileName);
+  if (!file.objection.empty() || allowed.empty() || allowed.contains(file.scheme)) return file;
+  Kel::String known;
+  for (auto const& scheme : allowed) known += (known.empty() ? "" : ", ") + scheme;
+  return {"", "", "platform.toml allows no scheme but " + known, Problem::schemeNotAllowed};
+}
+
 void ZeroTouchSm::choosenIntfIs(Kel::Ptr<IntfStatus> const& intf) {
   ZeroTouchSmModel::choosenIntfIs(intf);
   forgetTransfer();  // that was of an earlier answer
   chooseAnswer();
 }
 
-// The one place where the winner is decided: DHCPv4, if both families have named a boot file on the port.
-// What is reported once the identity is applied, as by a client that has not ended yet, changes nothing.
+// The winner on the port: DHCPv4, if both families have named a boot file, unless platform.toml says
+// otherwise. What is reported once the identity is applied, as by a client that has not ended yet, changes
+// nothing.
 void ZeroTouchSm::chooseAnswer() {
   auto const intf = choosenIntf();
   Kel::Ptr<ChosenAnswer> answer;
   if (intf) {
-    auto const v4 = dhcpStatus()->intfDhcpStatus(intf->kernelIntfName());
-    auto const v6 = dhcpStatus()->intfDhcp6Status(intf->kernelIntfName());
-    if (v4 && !v4->bootFileName().empty()) {
-      answer = answerFrom(AnswerFamily::dhcpv4, v4);
-    } else if (v6 && !v6->bootFileName().empty()) {
-      bool const stateless = v6->addrWithMask().v6().address.isZero();
-      answer = answerFrom(stateless ? AnswerFamily::statelessDhcpv6 : AnswerFamily::dhcpv6, v6);
+    if (auto const family = offers_->best(*intf)) {
+      auto const& device = intf->kernelIntfName();
+      answer = answerFrom(*family, *family == AnswerFamily::dhcpv4 ? dhcpStatus()->intfDhcpStatus(device)
+                                                                   : dhcpStatus()->intfDhcp6Status(device));
     }
   }
   chosenAnswerIs(answer);
@@ -133,7 +142,9 @@ void ZeroTouchSm::chooseAnswer() {
 
 Kel::Ptr<ChosenAnswer> ZeroTouchSm::answerFrom(AnswerFamily family,
                                                Kel::Ptr<IntfDhcpStatus const> const& result) {
-  BootFile const file = bootFile(result->serverName(), result->bootFileName());
+  auto const schemes = policy()->authenticity()->scheme().keys();
+  std::set<Kel::String> const allowed(schemes.begin(), schemes.end());
+  BootFile const file = bootFile(result->serverName(), result->bootFileName(), allowed);
   return Kel::makePtr<ChosenAnswer>(family, result, file.url, file.scheme, file.objection, file.problem);
 }
 
@@ -182,12 +193,8 @@ std::vector<Kel::String> requestHeaders(Wire::EthAddr const& systemMacAddr, Enti
 
 void ZeroTouchSm::doBuildCurlHttpHeaders() {
   KEL_ASSERT(chassis(), "entityMibRoot");
-  for (auto const& line : requestHeaders(entityMibStatus()->systemMacAddr(), *chassis())) {
-    auto* const longer = curlCBData_->curl->slistAppend(curlCBData_->headers, forCurl(line).c_str());
-    if (longer == nullptr) curlCBData_->curl->slistFreeAll(curlCBData_->headers);
-    curlCBData_->headers = longer;
-    if (longer == nullptr) return;  // without memory, the request goes out without any
-  }
+  for (auto const& line : requestHeaders(entityMibStatus()->systemMacAddr(), *chassis()))
+    curlCBData_->addHeader(forCurl(line));
 }
 
 }  // namespace ZeroTouch

@@ -1,6 +1,7 @@
 // Which URL a DHCP answer asks for, and what an HTTP request for it says about the switch.
 #pragma once
 
+#include <set>
 #include <vector>
 
 #include "platform/kel/Types.h"
@@ -18,8 +19,10 @@ struct BootFile {
 };
 
 // A server name means TFTP. Without one the boot file's name is the URL, when its scheme is, to the letter,
-// "http", "https", "ftp" or "tftp", and is followed by "://" and a host.
-BootFile bootFile(Kel::String const& serverName, Kel::String const& bootFileName);
+// "http", "https", "ftp" or "tftp", and is followed by "://" and a host. Its scheme has to be among
+// `allowed`, unless that is empty.
+BootFile bootFile(Kel::String const& serverName, Kel::String const& bootFileName,
+                  std::set<Kel::String> const& allowed = {});
 
 inline constexpr char const* softwareVersionPath = "/etc/kvo-version";
 inline constexpr char const* architecturePath = "/etc/arch";

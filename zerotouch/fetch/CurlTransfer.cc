@@ -11,8 +11,10 @@
 #include <string_view>
 
 #include "platform/kel/Assert.h"
+#include "platform/kel/Clock.h"
 #include "platform/kel/Format.h"
 #include "zerotouch/agent/Events.h"
+#include "zerotouch/fetch/Resume.h"
 #include "zerotouch/sm/SmTrace.h"
 
 namespace ZeroTouch {
@@ -21,20 +23,33 @@ namespace {
 
 constexpr mode_t ownerOnly = 0600;
 constexpr std::size_t outputBufferBytes = 65'536;
-constexpr std::string_view contentLengthHeader = "Content-Length:";
 constexpr std::string_view bootImageUrlHeader = "X-Ostrel-BootImage-Url:";
 
-// HTTP only, and for people: libcurl itself compares it with what comes. Names of headers know no case (RFC
-// 9110, 5.1).
-void noteContentLength(CurlTransfer& transfer, std::string_view line) {
-  if (line.size() <= contentLengthHeader.size() ||
-      strncasecmp(line.data(), contentLengthHeader.data(), contentLengthHeader.size()) != 0)
+// The replies of an FTP server to SIZE and MDTM (RFC 3659): a number, and a time of 14 digits.
+void noteFtpReply(CurlTransfer& transfer, std::string_view line) {
+  constexpr std::size_t timeDigits = 14;
+  // RFC 959, 4.2.1: the data connection is open, or about to be opened.
+  if (line.starts_with("125") || line.starts_with("150")) transfer.ftpFileFollows = true;
+  if (!line.starts_with("213 ")) return;
+  line.remove_prefix(4);
+  line = line.substr(0, line.find_first_not_of("0123456789"));
+  if (line.size() == timeDigits) {
+    transfer.ftpChanged = line;
+  } else {
+    std::from_chars(line.data(), line.data() + line.size(), transfer.ftpBytes);
+  }
+}
+
+// A redirect may lead from HTTP to HTTPS, and from there to HTTPS only.
+void noteHttpHeader(CurlTransfer& transfer, std::string_view line) {
+  transfer.http.note(line);
+  transfer.contentLength = transfer.http.fileLength();
+  char const* scheme = nullptr;
+  if (!transfer.followsRedirects || !line.starts_with("HTTP/") ||
+      transfer.curl->easyGetinfo(transfer.easy, CURLINFO_SCHEME, &scheme) != CURLE_OK || scheme == nullptr)
     return;
-  line.remove_prefix(contentLengthHeader.size());
-  line.remove_prefix(std::min(line.find_first_not_of(' '), line.size()));
-  std::uint64_t length = 0;
-  if (std::from_chars(line.data(), line.data() + line.size(), length).ec == std::errc())
-    transfer.contentLength = length;
+  if (strcasecmp(scheme, "https") == 0)
+    transfer.curl->easySetopt(transfer.easy, CURLOPT_REDIR_PROTOCOLS_STR, "https");
 }
 
 void keepFirstBytes(CurlTransfer& transfer, std::string_view data) {
@@ -69,7 +84,8 @@ Curl const* Curl::load() {
       find(curl.multiPerform, "curl_multi_perform") && find(curl.multiFdset, "curl_multi_fdset") &&
       find(curl.multiInfoRead, "curl_multi_info_read") && find(curl.easyStrerror, "curl_easy_strerror") &&
       find(curl.slistAppend, "curl_slist_append") && find(curl.slistFreeAll, "curl_slist_free_all") &&
-      find(curl.multiCleanup, "curl_multi_cleanup") && find(curl.easyCleanup, "curl_easy_cleanup");
+      find(curl.multiCleanup, "curl_multi_cleanup") && find(curl.getdate, "curl_getdate") &&
+      find(curl.easyCleanup, "curl_easy_cleanup");
   if (complete) return &curl;
   char const* const reason = dlerror();
   downloadImpossible.log(reason != nullptr ? reason : "libcurl.so.4 is not complete");
@@ -78,10 +94,23 @@ Curl const* Curl::load() {
 }
 
 CurlTransfer::~CurlTransfer() {
+  if (dataSocket) dataSocket->descriptorIs(-1);
   if (output != nullptr) std::fclose(output);
   if (headers != nullptr) curl->slistFreeAll(headers);
   if (multi != nullptr) curl->multiCleanup(multi);
   if (easy != nullptr) curl->easyCleanup(easy);
+}
+
+void CurlTransfer::addHeader(Kel::String const& line) {
+  if (headers == nullptr && headersLost) return;
+  auto* const longer = curl->slistAppend(headers, line.c_str());
+  if (longer == nullptr) curl->slistFreeAll(headers);
+  headersLost = longer == nullptr;
+  headers = longer;
+}
+
+Promise CurlTransfer::announced() const {
+  return isHttp ? Promise{http.etag, http.fileLength()} : Promise{ftpChanged, ftpBytes};
 }
 
 std::FILE* openDownload(char const* path, Kel::String& failure) {
@@ -114,6 +143,8 @@ std::size_t curlWriteCB(void* buf, std::size_t size, std::size_t n, void* data) 
   KEL_ASSERT(cd, "cd");
   std::string_view const body(static_cast<char const*>(buf), size * n);
   if (body.empty()) return 0;
+  if (!cd->begun) Resume::begin(*cd);
+  if (!cd->failure.empty()) return 0;
   if (cd->output == nullptr) {
     KEL_ASSERT(cd->outFileName, "cd->outFileName");
     cd->output = openDownload(cd->outFileName, cd->failure);
@@ -126,9 +157,15 @@ std::size_t curlWriteCB(void* buf, std::size_t size, std::size_t n, void* data) 
     cd->problem = Problem::fileTooLarge;
     return 0;
   }
+  if (cd->resumable && cd->promised.bytes != 0 && cd->byteCount + body.size() > cd->promised.bytes) {
+    cd->failure = Kel::format("the file is larger than the %u bytes that were announced", cd->promised.bytes);
+    cd->problem = Problem::downloadOther;
+    return 0;
+  }
   std::size_t const written = std::fwrite(body.data(), 1, body.size(), cd->output);
   if (written < body.size()) noteUnwritable(*cd, errno);
   cd->byteCount += static_cast<std::uint32_t>(written);
+  cd->movedTime = Kel::now();
   KEL_TRACE(traceZeroTouchSm, 8,
             "ZeroTouchSm::" << __func__ << " - Written " << written << " bytes to " << cd->outFileName);
   return written;
@@ -138,9 +175,13 @@ std::size_t curlHeaderCB(void* buf, std::size_t size, std::size_t n, void* data)
   auto* const cd = static_cast<CurlTransfer*>(data);
   KEL_ASSERT(cd, "cd");
   std::string_view line(static_cast<char const*>(buf), size * n);
-  noteContentLength(*cd, line);
-  // RFC 959, 4.2.1: the data connection is open, or about to be opened.
-  if (line.starts_with("125") || line.starts_with("150")) cd->ftpFileFollows = true;
+  if (line.size() > maxHeaderBytes - cd->headerBytes) {
+    cd->failure = Kel::format("the server's headers are longer than %u bytes", maxHeaderBytes);
+    cd->problem = Problem::serverError;
+    return 0;
+  }
+  cd->headerBytes += static_cast<std::uint32_t>(line.size());
+  cd->isHttp ? noteHttpHeader(*cd, line) : noteFtpReply(*cd, line);
   if (!line.starts_with(bootImageUrlHeader)) return size * n;
   line.remove_prefix(bootImageUrlHeader.size());
   line.remove_prefix(std::min(line.find_first_not_of(' '), line.size()));

@@ -8,7 +8,10 @@
 #include <cstdint>
 #include <cstdio>
 
+#include "platform/kel/FileDescriptor.h"
+#include "platform/kel/Reactor.h"
 #include "platform/kel/Types.h"
+#include "zerotouch/fetch/HttpAnswer.h"
 #include "zerotouch/sm/Problem.h"
 
 namespace ZeroTouch {
@@ -29,6 +32,7 @@ struct Curl {
   decltype(&::curl_slist_free_all) slistFreeAll = nullptr;
   decltype(&::curl_multi_cleanup) multiCleanup = nullptr;
   decltype(&::curl_easy_cleanup) easyCleanup = nullptr;
+  decltype(&::curl_getdate) getdate = nullptr;
 
   // Null, after a warning, when the library cannot be loaded; tried again the next time.
   static Curl const* load();
@@ -38,6 +42,12 @@ struct Curl {
 
 inline constexpr char const* configDownloadPath = "/tmp/zt-download";
 
+// What a server has said about the file that it sends; "" and 0 for what it has not.
+struct Promise {
+  Kel::String validator;  // changes with the file: a strong ETag, or FTP's time of the last change
+  std::uint64_t bytes = 0;
+};
+
 // Made by doTryFetchUri, freed by doCurlShutdown; the user pointer of both callbacks. Owns libcurl's handles,
 // which are null when libcurl could not make them, and the file.
 struct CurlTransfer {
@@ -46,32 +56,58 @@ struct CurlTransfer {
       : curl(&library), easy(library.easyInit()), multi(library.multiInit()) {}
   ~CurlTransfer();
   CurlTransfer(CurlTransfer const&) = delete;
+
+  // Adds a line to the request. Without memory for it, the request goes out without any line.
+  void addHeader(Kel::String const& line);
+  // What the answer says of the file.
+  Promise announced() const;
   CurlTransfer& operator=(CurlTransfer const&) = delete;
 
   Curl const* curl = nullptr;
   CURL* easy = nullptr;
   CURLM* multi = nullptr;
   curl_slist* headers = nullptr;
+  bool headersLost = false;  // for want of memory
   char const* outFileName = configDownloadPath;
   std::FILE* output = nullptr;  // opened by the first bytes of the body
   std::int32_t socketFd = -1;   // the socket that libcurl named first
+  bool isFtp = false;
+  Kel::Ptr<Kel::FileDescriptor> dataSocket;  // of FTP, watched besides; null until there was one
+  Kel::Reactor dataSocketReady;
   std::uint32_t byteCount = 0;
-  std::uint64_t contentLength = 0;  // of the body, as announced; 0 when it was not
+  std::uint64_t contentLength = 0;  // of the file, as announced; 0 when it was not
   // Of the body; a zero byte is kept as '*', 0 means that it has not come yet.
   std::uint8_t firstByte = 0;
   std::uint8_t secondByte = 0;
-  bool ftpFileFollows = false;  // an FTP server has said that it sends the file
+  std::uint32_t headerBytes = 0;  // of the server's header lines and replies
+  bool ftpFileFollows = false;    // an FTP server has said that it sends the file
   bool bootImageUrlPresent = false;
   std::array<char, 1024> bootImageUrl{};  // with the end of its line, unless a blank comes before that
   std::uint32_t maxBytes = UINT32_MAX;    // a longer body fails
-  Kel::String failure;                    // why the body could not be kept; "" if it could
-  Problem problem = Problem::none;        // and what is wrong then
+  std::array<char, CURL_ERROR_SIZE> errorDetail{};  // what libcurl says of it; filled on request
+  bool isHttp = false;
+  HttpAnswer http;
+  Kel::String ftpChanged;      // when an FTP server has changed the file last, as it says
+  std::uint64_t ftpBytes = 0;  // how long that file is, as it says
+  bool resumable = false;      // what is received may be gone on with later
+  bool resumes = false;        // an earlier transfer's bytes were there at the start
+  bool begun = false;          // the body has
+  Promise promised;            // of the file that the bytes belong to
+  bool followsRedirects = false;
+  bool stalled = false;
+  Kel::Seconds movedTime = 0;       // when bytes of the body came last; at first, of the start
+  Kel::String failure;              // why the body could not be kept; "" if it could
+  Problem problem = Problem::none;  // and what is wrong then
 };
 
 // How long an FTP server may take for a reply: while the transfer runs, which the loop need not wait for, and
 // once the file has come, when libcurl waits within a call.
 inline constexpr long ftpResponseTimeoutSeconds = 60;
 inline constexpr long ftpFarewellTimeoutSeconds = 1;
+
+// What a server may say besides the body, in bytes. libcurl keeps all header lines in memory, and has no
+// limit of its own for those that follow the body.
+inline constexpr std::uint32_t maxHeaderBytes = 1024 * 1024;
 
 // Makes the file of the body in place of whatever stands there. The file's folder is everybody's, so nothing
 // that lies there is written to. Null, and the reason in `failure`, when that cannot be removed (a folder) or
@@ -83,8 +119,10 @@ void noteUnwritable(CurlTransfer& transfer, int error);
 
 // libcurl's callbacks. The first keeps the body and returns how much of it was kept: less than it was given,
 // or -1 when the file cannot be opened, ends the transfer. The second looks for the boot image's URL, the
-// body's length and the reply of an FTP server that announces the file, and never ends it. The third closes a
-// socket of FTP; the one that brought the file goes before libcurl waits for the server's last reply.
+// body's length and the reply of an FTP server that announces the file, and sees to it that HTTPS leads to
+// HTTPS only; it returns 0, which ends the transfer, when the server says more than maxHeaderBytes. The third
+// closes a socket of FTP; the one that brought the file goes before libcurl waits for the server's last
+// reply.
 std::size_t curlWriteCB(void* buf, std::size_t size, std::size_t n, void* cd);
 std::size_t curlHeaderCB(void* buf, std::size_t size, std::size_t n, void* cd);
 int curlCloseSocketCB(void* cd, curl_socket_t socket);

@@ -114,11 +114,13 @@ Trouble downloadEnd(CURLcode result, TransferFacts const& facts, Kel::String con
       return {Problem::transferCut,
               Kel::format("%s ended the transfer after %d bytes of the file", facts.host, facts.bytes)};
     case CURLE_SSL_CONNECT_ERROR:
-    case CURLE_PEER_FAILED_VERIFICATION:
-    case CURLE_SSL_CERTPROBLEM:
     case CURLE_SSL_CIPHER:
     case CURLE_SSL_INVALIDCERTSTATUS:
       return tls(text);
+    case CURLE_PEER_FAILED_VERIFICATION:
+    case CURLE_SSL_CACERT_BADFILE:
+    case CURLE_SSL_CERTPROBLEM:
+      return {Problem::serverNotVerified, "TLS fails: " + text};
     default:
       return {Problem::downloadOther, text};
   }

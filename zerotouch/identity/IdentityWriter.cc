@@ -94,8 +94,10 @@ void ZeroTouchSm::IdentityWriter::gateways() {
   }
 }
 
+// Without a next hop, the destination is on the link of the port.
 void ZeroTouchSm::IdentityWriter::addRoute(Wire::IpAddrWithMask const& prefix, Wire::IpAddr const& hop) {
-  sm_.routingConfig()->routeList()->routeIs(prefix, Routing::RouteType::forward)->viaIs({hop, {}}, true);
+  Wire::IntfId const intfId = hop.isZero() ? intf_->intfId() : Wire::IntfId();
+  sm_.routingConfig()->routeList()->routeIs(prefix, Routing::RouteType::forward)->viaIs({hop, intfId}, true);
 }
 
 // What the server has named, also when it is no URL.

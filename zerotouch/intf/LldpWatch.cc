@@ -1,5 +1,6 @@
 #include "zerotouch/intf/LldpWatch.h"
 
+#include <algorithm>
 #include <array>
 
 #include "platform/kel/ActivityManager.h"
@@ -82,14 +83,16 @@ void IntfPamSm::handlePamReadable() {
   Frame const frame = pam()->rxPkt();
   if (frame.size() < minFrame) return;
   std::uint16_t etherType = halfWord(frame, etherTypeOffset);
+  std::size_t header = minFrame;
   if (etherType == etherTypeTagged) {
     KEL_TRACE(traceZeroTouchSm, 5,
               "IntfPamSm::" << __func__ << " Received 802.1Q-tagged frame with VLAN ID "
                             << (halfWord(frame, tagControlOffset) & vlanIdMask));
     etherType = halfWord(frame, innerEtherTypeOffset);
+    header = std::min(frame.size(), innerEtherTypeOffset + 2);
   }
   if (etherType == etherTypeLldp) {
-    handleLldpFrame();
+    handleLldpFrame(neighbourOf(std::span(frame).subspan(header)));
   } else {
     KEL_TRACE(traceZeroTouchSm, 5,
               "IntfPamSm::" << __func__ << " Received frame with incorrect EtherType " << etherType
@@ -97,10 +100,12 @@ void IntfPamSm::handlePamReadable() {
   }
 }
 
-void IntfPamSm::handleLldpFrame() {
+void IntfPamSm::handleLldpFrame(LldpNeighbour const& told) {
   intfIdIs(intfStatus_->intfId());
   if (intfStatus_->ethIntfStatus()->linkStatus() != Interface::LinkStatus::up) return;
   heardTimeIs(Kel::now());
+  neighbourIs(told.system);
+  neighbourPortIs(told.port);
   hold_.at(Kel::now() + lldpHold);
   ztSm_->intfLldpPoolIs(intfStatus_->ethIntfStatus());
 }

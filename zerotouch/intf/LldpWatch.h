@@ -5,13 +5,15 @@
 #include "platform/kel/Clock.h"
 #include "platform/kel/Reactor.h"
 #include "platform/model/agent.h"
+#include "zerotouch/intf/LldpNeighbour.h"
 
 namespace ZeroTouch {
 
 class ZeroTouchSm;
 
 // The watch on one port. Owned by the port's record, which it must not outlive. Takes one frame per
-// notification of its packet socket; nothing of the frame but its EtherType is looked at.
+// notification of its packet socket. Only the EtherType of the frame decides anything; who the neighbour says
+// it is, is kept for people.
 class IntfPamSm : public IntfPamSmModel {
  public:
   IntfPamSm(Kel::String name, Kel::Ptr<Wire::Pam> const& pam, ZeroTouchSm* ztSm, IntfStatus* intfStatus);
@@ -26,7 +28,7 @@ class IntfPamSm : public IntfPamSmModel {
   void handleLldpTimeout();
 
  private:
-  void handleLldpFrame();
+  void handleLldpFrame(LldpNeighbour const& neighbour);
 
   ZeroTouchSm* ztSm_;
   IntfStatus* intfStatus_;

@@ -106,4 +106,10 @@ class ZeroTouchSm::PortConfig {
   std::map<Wire::IntfId, bool> speedSet_;
 };
 
+// Whether the interface is a management one, and those are to be left alone.
+bool ignoredAsManagement(Kel::String const& intfName);
+
+// Whether the kernel has IPv6 switched on for a device; false when it cannot be told.
+bool isIpv6Enabled(Kel::String const& kernelIntfName);
+
 }  // namespace ZeroTouch

@@ -11,7 +11,7 @@ char const* whatToDo(Problem problem) {
              "restart "
              "zerotouchd";
     case Problem::portsBridged:
-      return "take a port out of its bridge or bond";
+      return "take a port out of its bridge, bond or VRF";
     case Problem::noPortTakesPart:
       return "see zerotouch ports for why each port takes no part";
     case Problem::noLink:
@@ -45,6 +45,17 @@ char const* whatToDo(Problem problem) {
       return "see whether somebody else uses the address, and whether the port keeps its link";
     case Problem::addressLost:
       return "see whether the port keeps its link, and who else changes its addresses";
+    case Problem::schemeNotAllowed:
+      return "let the DHCP server send a URL with an allowed scheme, or add its scheme to schemes in "
+             "[authenticity] of platform.toml";
+    case Problem::signatureRefused:
+      return "put a file on the server that is signed for this switch (zerotouch verify says the same "
+             "there), or correct "
+             "signers in [authenticity] of platform.toml";
+    case Problem::serverNotVerified:
+      return "see to the certificate of the file server and its name in the URL, or to https_ca in "
+             "[authenticity] of "
+             "platform.toml";
     case Problem::urlMalformed:
       return "correct the URL on the DHCP server: a blank in it is written %20";
     case Problem::nameNotResolved:

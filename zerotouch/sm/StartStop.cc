@@ -5,7 +5,9 @@
 #include "platform/kel/ActivityManager.h"
 #include "zerotouch/agent/Events.h"
 #include "zerotouch/dhcp/DhcpClient.h"
+#include "zerotouch/dhcp/Offers.h"
 #include "zerotouch/intf/Ports.h"
+#include "zerotouch/sm/Pacing.h"
 #include "zerotouch/sm/SmTrace.h"
 #include "zerotouch/sm/ZeroTouchSm.h"
 #include "zerotouch/utils/SettingsFile.h"
@@ -90,6 +92,9 @@ void ZeroTouchSm::doTryStartZeroTouch() {
   doKillRunningDhclient(dhclient6PidFilePath);
   doUnconfigureSystemIdentity();
   choosenIntfIs(nullptr);
+  offers_->startRun();
+  pacing_->forget();
+  resume_ = nullptr;
   doCleanupDhclientState();
   doCreateDhclientConfigFile();
   doCreateDhclient6ConfigFile();
@@ -117,6 +122,7 @@ void ZeroTouchSm::leaveAsFound() {
   doStopDhclient6();
   doStopDhclient6Stateless();
   doCurlShutdown();
+  resume_ = nullptr;
   doKillRunningScript();
   doUnconfigureSystemIdentity();
   choosenIntfIs(nullptr);
@@ -224,7 +230,7 @@ void ZeroTouchSm::doWriteConfigFile() {
     settings[key] = value;
   }
   auto const error = writeSettings(filePathFromFSRoot(defaultConfigFilePath), settings);
-  if (!error.empty()) SM_TRACE(1, " " << error);
+  if (!error.empty()) settingsNotWritten.log(error);
 }
 
 void ZeroTouchSm::doAddConfigEntry(Kel::String key, Kel::String value) {

@@ -4,6 +4,7 @@
 #include "platform/kel/Assert.h"
 #include "platform/model/values/Grammar.h"
 #include "zerotouch/agent/Events.h"
+#include "zerotouch/dhcp/Offers.h"
 #include "zerotouch/intf/Ports.h"
 #include "zerotouch/sm/SmTrace.h"
 #include "zerotouch/sm/ZeroTouchSm.h"
@@ -81,7 +82,8 @@ void ZeroTouchSm::noteOutcome(State entered) {
   if (Cause(transitionCause()).isSuccess()) lastFailureTimeIs(0);
   if (failed || ended) whatToDoIs(ZeroTouch::whatToDo(problem_));
   // The first attempt begins with the ports, the others with the query.
-  if (begins && currentState() != stateSetupInterfaces()) attemptIs(attempt() + 1);
+  if (begins && currentState() != stateSetupInterfaces())
+    attemptIs(currentState() == stateInit() ? 1 : attempt() + 1);
 }
 
 void ZeroTouchSm::noteFailure() {
@@ -149,6 +151,7 @@ void ZeroTouchSm::handleNextState() {
     case State::stateRetry:
       retryCountIs(retryCount() + 1);
       enter(stateRetry());
+      offers_->noteFailure();
       enterRetry();
       break;
     case State::stateShutdown:
@@ -167,7 +170,7 @@ void ZeroTouchSm::enterFetchConfig() {
   Cause const failure = doTryFetchConfigFromServer();
   if (!mayActIn(stateFetchConfig())) {
     doCurlShutdown();
-  } else if (curlCBData() != nullptr) {
+  } else if (downloadRuns()) {
     doStartConfigFetchTimer();
   } else if (curlTransferDone() && curlSuccess()) {
     doStateTransition(stateFetchConfig(), stateCopyConfigOrExecScript(), TransitionCause::fileReceived);

@@ -1,10 +1,13 @@
 // Starting, cancelling and driving the one provisioning timer, and what each of the ten does when it ticks
 // and when it stops.
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 
 #include "platform/kel/Assert.h"
+#include "platform/kel/Format.h"
 #include "zerotouch/agent/Events.h"
+#include "zerotouch/sm/Pacing.h"
 #include "zerotouch/sm/ProvisioningTimers.h"
 #include "zerotouch/sm/SmTrace.h"
 #include "zerotouch/sm/ZeroTouchSm.h"
@@ -27,12 +30,15 @@ Kel::Ptr<TimerBase> ZeroTouchSm::timer() const {
 }
 
 template <typename Timer>
-void ZeroTouchSm::startTimer(Kel::Seconds interval, Kel::Seconds timeout) {
+void ZeroTouchSm::startTimer(Pace const& pace, Kel::Seconds interval, Kel::Seconds timeout) {
   TimerSettings const& settings = Timer::settings;
-  Kel::Seconds const ends = overridden(settings.timeoutVariable, timeout);
+  Kel::Seconds ends = overridden(settings.timeoutVariable, timeout);
   Kel::Seconds ticks = overridden(settings.intervalVariable, interval);
   if (std::isinf(ticks)) ticks = ends;  // It never ticks, but it ends.
+  Wait const wait = pace ? pace(std::max(ticks, ends)) : Wait{};
+  if (!wait.purpose.empty()) ticks = ends = wait.time;
   auto const timer = Kel::makePtr<Timer>(settings.name, this, ticks, ends, Kel::now());
+  timer->purposeIs(wait.purpose);
   timer->defaultIntervalIs(interval);
   timer->defaultTimeoutIs(timeout);
   timerIs(timer);
@@ -73,23 +79,53 @@ void ZeroTouchSm::handleTimer() {
   }
 }
 
-void ZeroTouchSm::doStartInterfacesSetupTimer() { startTimer<InterfacesSetupTimer>(); }
-void ZeroTouchSm::doStartDhclientQueryTimer() { startTimer<DhclientQueryTimer>(); }
+void ZeroTouchSm::doStartInterfacesSetupTimer() {
+  startTimer<InterfacesSetupTimer>(
+      [this](Kel::Seconds described) { return pacing_->beforeFirstQuery(described); });
+}
+
+void ZeroTouchSm::doStartDhclientQueryTimer() {
+  startTimer<DhclientQueryTimer>(
+      [this](Kel::Seconds described) { return pacing_->forAnswers(described, retryCount()); });
+}
+
+void ZeroTouchSm::waitForOffers(Kel::Seconds longest) {
+  Kel::Seconds const left = timer()->initTime() + timer()->timeout() - Kel::now();
+  Kel::Seconds const time = std::max(std::min(longest, left), 0.0);
+  startTimer<DhclientQueryTimer>([time](Kel::Seconds) {
+    return Wait{time, Kel::format("a better offer, which may come for %g s", time)};
+  });
+}
+
 void ZeroTouchSm::doStartStatelessDhclientQueryTimer() { startTimer<StatelessDhclientQueryTimer>(); }
 void ZeroTouchSm::doStartSystemIdentitySetupTimer() { startTimer<SystemIdentitySetupTimer>(); }
-void ZeroTouchSm::doStartConfigFetchTimer() { startTimer<ConfigFetchTimer>(); }
+
+void ZeroTouchSm::doStartConfigFetchTimer() {
+  auto const& settings = ConfigFetchTimer::settings;
+  Wait const wait = pacing_->forDownload(settings.timeout);
+  startTimer<ConfigFetchTimer>(nullptr, settings.interval, wait.time);
+  timer()->purposeIs(wait.purpose);
+}
 
 void ZeroTouchSm::doStartConfigFetchRetryTimer(std::uint16_t tryCount) {
-  startTimer<ConfigFetchRetryTimer>(ConfigFetchRetryTimer::settings.interval * tryCount,
-                                    ConfigFetchRetryTimer::settings.timeout * tryCount);
+  startTimer<ConfigFetchRetryTimer>(
+      [this](Kel::Seconds described) { return pacing_->beforeDownload(described, retryCount()); },
+      ConfigFetchRetryTimer::settings.interval * tryCount,
+      ConfigFetchRetryTimer::settings.timeout * tryCount);
 }
 
 void ZeroTouchSm::doStartScriptExecTimer() {
   Kel::Seconds const timeout = config()->scriptExecTimeout();
-  startTimer<ScriptExecTimer>(timeout, timeout);
+  startTimer<ScriptExecTimer>(nullptr, timeout, timeout);
 }
 
-void ZeroTouchSm::doStartRetryWaitTimer() { startTimer<RetryWaitTimer>(); }
+// The pause before the next attempt, and after it, as it is described, the bound on the clean-up.
+void ZeroTouchSm::doStartRetryWaitTimer() {
+  if (awaitsDhcpCleanup()) return startTimer<RetryWaitTimer>();
+  startTimer<RetryWaitTimer>(
+      [this](Kel::Seconds described) { return pacing_->beforeAttempt(described, retryCount()); });
+}
+
 void ZeroTouchSm::doStartLeaseReleaseTimer() { startTimer<LeaseReleaseTimer>(); }
 void ZeroTouchSm::doStartStartupFileSyncWaitTimer() { startTimer<StartupFileSyncWaitTimer>(); }
 
@@ -100,6 +136,7 @@ void InterfacesSetupTimer::handleTimerStop() {
 
 void DhclientQueryTimer::handleTimerStop() {
   if (ztSm()->currentState() != ztSm()->stateDhcpQuery()) return;
+  if (ztSm()->takeBestOffer(ztSm()->intfStatus6Stateless().empty())) return;
   if (ztSm()->dhclientChildProcess()) {
     ztSm()->reportQueryFailure(ZTP_DHCPv4_QUERY_FAIL);
     ztSm()->doStopDhclient();
@@ -115,7 +152,7 @@ void DhclientQueryTimer::handleTimerStop() {
 void StatelessDhclientQueryTimer::handleTimerTick() {
   if (ztSm()->currentState() != ztSm()->stateStatelessDhcpQuery()) return;
   ztSm()->doStopDhclient6Stateless();
-  if (ztSm()->askNextStatelessIntf()) return;
+  if (ztSm()->askNextStatelessIntf() || ztSm()->takeBestOffer(true)) return;
   ztSm()->reportQueryFailure(ZTP_STATELESS_DHCPv6_QUERY_FAIL);
   ztSm()->doStateTransition(ztSm()->stateStatelessDhcpQuery(), ztSm()->stateRetry(),
                             {TransitionCause::statelessUnanswered, ztSm()->whyNoBootFile()});
@@ -123,6 +160,7 @@ void StatelessDhclientQueryTimer::handleTimerTick() {
 
 void StatelessDhclientQueryTimer::handleTimerStop() {
   ztSm()->doStopDhclient6Stateless();
+  if (ztSm()->takeBestOffer(true)) return;
   ztSm()->reportQueryFailure(ZTP_STATELESS_DHCPv6_QUERY_FAIL);
   ztSm()->doStateTransition(ztSm()->stateStatelessDhcpQuery(), ztSm()->stateRetry(),
                             {TransitionCause::statelessTimeout, ztSm()->whyNoBootFile()});

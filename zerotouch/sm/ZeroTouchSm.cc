@@ -1,8 +1,11 @@
 #include "zerotouch/sm/ZeroTouchSm.h"
 
 #include "zerotouch/dhcp/DhcpClient.h"
+#include "zerotouch/dhcp/LateLinks.h"
+#include "zerotouch/dhcp/Offers.h"
 #include "zerotouch/dhcp/Results.h"
 #include "zerotouch/intf/Ports.h"
+#include "zerotouch/sm/Pacing.h"
 #include "zerotouch/sm/SmTrace.h"
 
 namespace ZeroTouch {
@@ -22,7 +25,10 @@ ZeroTouchSm::ZeroTouchSm(PASSED_HANDLE_PARAMETERS,
       ports_(std::make_unique<Ports>(*this)),
       portConfig_(std::make_unique<PortConfig>(*this)),
       dhcpClients_(std::make_unique<DhcpClients>(*this)),
-      dhcpResults_(std::make_unique<DhcpResults>()) {
+      dhcpResults_(std::make_unique<DhcpResults>()),
+      lateLinks_(std::make_unique<LateLinks>(*this)),
+      offers_(std::make_unique<Offers>(*this)),
+      pacing_(std::make_unique<Pacing>()) {
   watchPlatform();
   for (auto const& name : this->dhcpStatus()->intfDhcpStatus().keys()) intfDhcpStatusIs(name);
   for (auto const& name : this->dhcpStatus()->intfDhcp6Status().keys()) intfDhcp6StatusIs(name);

@@ -16,9 +16,9 @@
 // - stateSetupSystemIdentity, from either query: the answer has been applied. Once the address is
 //   active, stateFetchConfig follows; the end of SystemIdentitySetupTimer undoes the answer and leads
 //   to stateRetry.
-// - stateFetchConfig, from stateSetupSystemIdentity or stateRetryFetchConfig: the transfer runs. Its
-//   end leads to stateCopyConfigOrExecScript or stateRetryFetchConfig, the end of ConfigFetchTimer to
-//   stateRetry.
+// - stateFetchConfig, from stateSetupSystemIdentity or stateRetryFetchConfig: the transfer runs, and
+//   then the signature is verified where one is asked for. The end leads to stateCopyConfigOrExecScript or
+//   stateRetryFetchConfig, the end of ConfigFetchTimer to stateRetry.
 // - stateRetryFetchConfig, from stateFetchConfig: the back-off. The end of ConfigFetchRetryTimer leads
 //   back; after the third try stateRetry follows.
 // - stateCopyConfigOrExecScript, from stateFetchConfig: the file is installed, or run under
@@ -36,6 +36,7 @@
 // Bodies live in the folder of their subsystem.
 #pragma once
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -53,8 +54,14 @@
 
 namespace ZeroTouch {
 
+struct BootFileCheck;
 struct CurlTransfer;
 struct DhcpClients;
+struct Signature;
+class Pacing;
+class Resume;
+struct Wait;
+using Pace = std::function<Wait(Kel::Seconds described)>;
 struct TimerSettings;
 using U32Ptr = std::uint32_t*;
 
@@ -258,6 +265,9 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   Trouble whyNoBootFile() const;
   // Raises one of the events that say that a query has failed.
   void reportQueryFailure(Kel::LogHandle& event);
+  // Takes the best of the answers that have waited; false when there is none. Unless it is the `last` chance,
+  // those of ports that stand back wait on.
+  bool takeBestOffer(bool last);
   // Lets the clean-up script remove what clients left configured. Blocks while the script runs, twice.
   void doCleanupDhclientState();
 
@@ -283,6 +293,8 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   void doTryFetchUri();
   // option67Uri() as events and traces show it: without its password.
   Kel::String shownUri() const;
+  // Whether a download is under way: it is transferred, or verified.
+  bool downloadRuns() const { return curlCBData_ != nullptr || bootFileCheck_ != nullptr; }
   // Null when no transfer runs.
   CurlTransfer const* curlCBData() const { return curlCBData_.get(); }
   Kel::Ptr<Kel::FileDescriptor> const& curlSockFd() const { return curlSockFd_; }
@@ -293,6 +305,8 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   void doCheckCurlErrors();
   void doCurlClose();
   void doCurlShutdown();
+  // Does the next piece of the verification, and what follows from its end.
+  void handleBootFileCheck();
   // What the transfer that runs is waiting for, once it has taken too long.
   Trouble whatTransferWaitsFor() const;
 
@@ -333,10 +347,11 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   bool shuttingDown() const;
   void leaveAsFound();
 
-  // Timers.cc. The built-in times are those of the class, unless given.
+  // Timers.cc. The built-in times are those of the class, unless given; `pace` has the last word.
   template <typename Timer>
-  void startTimer(Kel::Seconds interval = Timer::settings.interval,
+  void startTimer(Pace const& pace = nullptr, Kel::Seconds interval = Timer::settings.interval,
                   Kel::Seconds timeout = Timer::settings.timeout);
+  void waitForOffers(Kel::Seconds longest);
 
   void resumeAfterDhcpCleanup();
   // Asked once: the kind of system does not change while the agent lives.
@@ -358,8 +373,13 @@ class ZeroTouchSm : public ZeroTouchSmModel {
 
   // dhcp/
   struct DhcpResults;
+  class LateLinks;
+  class Offers;
   std::vector<Kel::String> dhcpDevices() const;
+  void startDhcpv4();
+  void startDhcpv6();
   void selectIntfs6();
+  void rejectServer(Kel::String const& server);
 
   // fetch/
   void chooseAnswer();
@@ -368,6 +388,13 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   Trouble toMend(Trouble const& end) const;
   Trouble doubtsAboutConfig() const;
   void watchCurlSocket();
+  void concludeDownload();
+  // Starts to verify the download, if somebody has to have signed it; false when nothing is to be waited for.
+  bool beginBootFileCheck();
+  void refuseBootFile(Kel::String const& objection);
+  void believeBootFile(Signature const& signature, std::uint64_t size);
+  void noteVerifiedServer();
+  void endStalledTransfer();
   void reportFailedDownload();
   Kel::String startupConfigDestination() const;
   void endLeftoverScript();
@@ -389,13 +416,21 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   std::unique_ptr<PortConfig> portConfig_;
   std::unique_ptr<DhcpClients> dhcpClients_;
   std::unique_ptr<DhcpResults> dhcpResults_;
+  std::unique_ptr<LateLinks> lateLinks_;
+  std::unique_ptr<Offers> offers_;
+  std::unique_ptr<Pacing> pacing_;
   // Its type is known where libcurl is (fetch/).
   struct TransferEnd {
     void operator()(CurlTransfer* transfer) const;
   };
   std::unique_ptr<CurlTransfer, TransferEnd> curlCBData_;
+  std::shared_ptr<Resume> resume_;  // made with the first download of a run
   Kel::Ptr<Kel::FileDescriptor> curlSockFd_;
   Kel::Reactor curlSockFdReady_;
+  struct BootFileCheckEnd {
+    void operator()(BootFileCheck* check) const;
+  };
+  std::unique_ptr<BootFileCheck, BootFileCheckEnd> bootFileCheck_;  // after the transfer
   Kel::Ptr<Kel::ChildSiginfo const> scriptChildProcess_;
   Kel::Reactor scriptStatus_;
   bool queryFailureReported_ = false;  // by an event, in this attempt
@@ -404,14 +439,5 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   Problem downloadProblem_ = Problem::none;
   bool scriptSignalled_ = false;  // it was asked to end
 };
-
-// Whether the interface is a management one, and those are to be left alone.
-bool ignoredAsManagement(Kel::String const& intfName);
-
-// Frees a command line of the clients: every string, then the array.
-void freeCommandline(void* cmdLine);
-
-// Whether the kernel has IPv6 switched on for a device; false when it cannot be told.
-bool isIpv6Enabled(Kel::String const& kernelIntfName);
 
 }  // namespace ZeroTouch

@@ -1,16 +1,17 @@
 #include "zerotouch/utils/SettingsFile.h"
 
-#include <fstream>
+#include <sstream>
 
 #include "platform/kel/WholeFile.h"
 
 namespace ZeroTouch {
 
 std::optional<Settings> readSettings(Kel::String const& path) {
-  std::ifstream file(path, std::ios::binary);
-  if (!file) return std::nullopt;
+  auto const contents = Kel::readFile(path);
+  if (!contents) return std::nullopt;
   Settings settings;
-  for (Kel::String line; std::getline(file, line);) {
+  std::istringstream lines(*contents);
+  for (Kel::String line; std::getline(lines, line);) {
     std::size_t const equals = line.find('=');
     if (equals != Kel::String::npos) settings[line.substr(0, equals)] = line.substr(equals + 1);
   }

@@ -14,6 +14,8 @@ namespace ZeroTouch {
 
 inline constexpr char const* defaultConfigFilePath = "/flash/zerotouch-config";
 inline constexpr char const* defaultStartupConfigPath = "/flash/startup-config";
+// What the host remembers of its runs; the agent itself knows nothing of it.
+inline constexpr char const* historyPath = "/flash/zerotouch-history";
 
 // The entry that keeps provisioning off for one boot, written just before the reload that ends a run.
 inline constexpr char const* disableSetting = "DISABLE";

@@ -1,39 +1,24 @@
 #include "zerotouch/utils/ZeroTouchUtils.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <cerrno>
 #include <cstdlib>
+#include <utility>
+
+#include "platform/kel/WholeFile.h"
 
 namespace ZeroTouch {
 
 namespace {
 
-ssize_t readSome(int fd, char* buffer, std::size_t size) {
-  ssize_t got = 0;
-  do {
-    got = read(fd, buffer, size);
-  } while (got < 0 && errno == EINTR);
-  return got;
-}
-
-// A regular file for reading; -1 and errno otherwise. O_NONBLOCK: opening a named pipe must not wait.
-int openRegular(Kel::String const& path, int flags) {
-  int const fd = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | flags);
-  struct stat file {};
-  if (fd < 0 || (fstat(fd, &file) == 0 && S_ISREG(file.st_mode))) return fd;
-  close(fd);
-  errno = EINVAL;
-  return -1;
-}
-
 constexpr mode_t outputMode = 0644;
 
+// A named pipe that stands there without a reader counts as one that cannot be opened: the agent does not
+// wait.
 int openOutput(char const* path) {
-  return path == nullptr ? -1 : open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, outputMode);
+  constexpr int flags = O_WRONLY | O_CREAT | O_TRUNC | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+  return path == nullptr ? -1 : open(path, flags, outputMode);
 }
 
 }  // namespace
@@ -50,19 +35,11 @@ Kel::String argvToString(char const* const* argv) {
 }
 
 std::optional<FileStart> readStart(Kel::String const& path, std::size_t limit) {
-  int const fd = openRegular(path, 0);
-  if (fd < 0) return std::nullopt;
-  FileStart result;
-  result.text.resize(limit + 1);
-  std::size_t length = 0;
-  for (ssize_t part = 1; part > 0 && length <= limit; length += static_cast<std::size_t>(part)) {
-    part = readSome(fd, result.text.data() + length, result.text.size() - length);
-    if (part < 0) break;
-  }
-  close(fd);
-  result.cut = length > limit;
-  result.text.resize(std::min(length, limit));
-  return result;
+  auto text = Kel::readFile(path, nullptr, limit + 1);
+  if (!text) return std::nullopt;
+  bool const cut = text->size() > limit;
+  if (cut) text->resize(limit);
+  return FileStart{std::move(*text), cut};
 }
 
 Kel::Ptr<Kel::ChildSiginfo> runCmd(char** argv, char const* stdoutPath, char const* stderrPath) {

@@ -41,11 +41,10 @@ Number number(nlattr* attribute) {
   return result;
 }
 
-void readKinds(nlattr* linkInfo, Link& link) {
+Kel::String kindOf(nlattr* linkInfo) {
   Attributes<IFLA_INFO_MAX> info{};
-  if (linkInfo == nullptr || nla_parse_nested(info.data(), IFLA_INFO_MAX, linkInfo, nullptr) < 0) return;
-  link.kind = text(info[IFLA_INFO_KIND]);
-  link.masterKind = text(info[IFLA_INFO_SLAVE_KIND]);
+  if (linkInfo == nullptr || nla_parse_nested(info.data(), IFLA_INFO_MAX, linkInfo, nullptr) < 0) return "";
+  return text(info[IFLA_INFO_KIND]);
 }
 
 }  // namespace
@@ -71,7 +70,7 @@ std::optional<Link> linkFromMessage(nlmsghdr* message) {
   if (mac != nullptr && nla_len(mac) == static_cast<int>(link.macAddr.bytes.size())) {
     std::memcpy(link.macAddr.bytes.data(), nla_data(mac), link.macAddr.bytes.size());
   }
-  readKinds((*attribute)[IFLA_LINKINFO], link);
+  link.kind = kindOf((*attribute)[IFLA_LINKINFO]);
   return link;
 }
 

@@ -31,8 +31,7 @@ struct Link {
   bool carrier = false;
   std::uint32_t mtu = 0;
   Wire::EthAddr macAddr;
-  int master = 0;          // index of the bridge, bond or VRF that it is in; 0: none
-  Kel::String masterKind;  // "bridge", "bond", "vrf", ...; empty when the master has no kind
+  int master = 0;  // index of the bridge, bond or VRF that it is in; 0: none
 
   bool operator==(Link const&) const = default;
 };

@@ -225,8 +225,9 @@ void LinkWatcher::updatePort(Tracked const& tracked, Link const& link) {
 Interface::IntfForwardingModel LinkWatcher::forwardingModel(Wire::IntfId const& intfId,
                                                             Link const& link) const {
   using enum Interface::IntfForwardingModel;
-  // A VRF groups routed interfaces; any other master takes the frames for itself.
-  if (link.master != 0 && link.masterKind != "vrf") return bridged;
+  // A bridge or bond takes the frames for itself. A VRF has routes of its own, which neither the download nor
+  // the release of the lease would take.
+  if (link.master != 0) return bridged;
   return entities_.l3IntfConfigDir->intfConfig(intfId) ? routed : unconfigured;
 }
 

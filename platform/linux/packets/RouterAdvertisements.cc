@@ -49,11 +49,14 @@ namespace {
 
 constexpr int maxSolicitations = 3;
 constexpr Kel::Seconds solicitationInterval = 4;
+constexpr Kel::Seconds mostBetweenAdvertisements = 1800;  // RFC 4861, section 6.2.1
+constexpr Kel::Seconds farewell = 60;    // a router takes its leave up to three times, 16 s apart at most
+constexpr std::size_t mostRouters = 16;  // of one link; more are not listened to
 
 }  // namespace
 
-// One port whose link is up. Its clock is set for the next solicitation or the end of the router's lifetime,
-// whichever comes first.
+// One port whose link is up. Its clock is set for the next solicitation or the end of a router, whichever
+// comes first.
 class RouterAdvertisements::Listener : public Kel::Clock::NotifieeConst {
  public:
   Listener(RouterAdvertisements& owner, Wire::IntfId intfId)
@@ -73,13 +76,16 @@ class RouterAdvertisements::Listener : public Kel::Clock::NotifieeConst {
   }
 
   void advertisementIs(Wire::Ip6Addr const& router, RouterAdvertisement const& advertisement) {
-    if (advertisement.lifetime > 0) {
-      router_ = router;
-      advertisement_ = advertisement;
-      expiry_ = Kel::now() + advertisement.lifetime;
+    auto const known = routers_.find(router);
+    bool const wasDefault = known != routers_.end() && known->second.isDefault;
+    if (known == routers_.end() && routers_.size() == mostRouters) return;
+    if (advertisement.lifetime == 0 && wasDefault) {
+      leave(known->second);
+    } else {
+      bool const isDefault = advertisement.lifetime > 0;
+      Kel::Seconds const lasts = isDefault ? advertisement.lifetime : mostBetweenAdvertisements;
+      routers_[router] = {advertisement, Kel::now() + lasts, isDefault};
       nextSolicitation_ = Kel::never;
-    } else if (router == router_) {
-      expiry_ = Kel::never;
     }
     publish();
     arm();
@@ -89,10 +95,8 @@ class RouterAdvertisements::Listener : public Kel::Clock::NotifieeConst {
 
   void onTime() override {
     Kel::Seconds const now = Kel::now();
-    if (expiry_ <= now) {
-      expiry_ = Kel::never;
+    if (std::erase_if(routers_, [now](auto const& router) { return router.second.end <= now; }) > 0)
       publish();
-    }
     if (nextSolicitation_ <= now) {
       owner_.discovery_.solicit(port_.ifIndex, port_.linkLocal, port_.macAddr);
       nextSolicitation_ = --solicitationsLeft_ > 0 ? now + solicitationInterval : Kel::never;
@@ -101,9 +105,33 @@ class RouterAdvertisements::Listener : public Kel::Clock::NotifieeConst {
   }
 
  private:
+  struct Router {
+    RouterAdvertisement says;  // last
+    Kel::Seconds end;
+    bool isDefault;
+    bool leaves = false;
+  };
+
   bool usable() const { return !port_.linkLocal.isZero(); }
-  bool inForce() const { return expiry_ != Kel::never; }
-  void arm() { timeMinIs(std::min(expiry_, nextSolicitation_)); }
+  bool inForce() const {
+    return std::ranges::any_of(routers_, [](auto const& router) { return !router.second.leaves; });
+  }
+  bool anySays(bool RouterAdvertisement::*flag) const {
+    return std::ranges::any_of(routers_, [flag](auto const& router) { return router.second.says.*flag; });
+  }
+  // It is remembered until it has said so for the last time: it must not look like one that never was a
+  // default router.
+  static void leave(Router& router) {
+    if (router.leaves) return;
+    router.leaves = true;
+    router.says = {};
+    router.end = Kel::now() + farewell;
+  }
+  void arm() {
+    Kel::Seconds next = nextSolicitation_;
+    for (auto const& [address, router] : routers_) next = std::min(next, router.end);
+    timeMinIs(next);
+  }
 
   void publish() {
     if (!usable() || !inForce()) {
@@ -112,8 +140,8 @@ class RouterAdvertisements::Listener : public Kel::Clock::NotifieeConst {
     }
     auto const before = owner_.status_->raPacket(intfId_);
     auto const record = before ? before : Kel::makePtr<RouterAdvt::RaPacket>(intfId_);
-    record->managedIs(advertisement_.managed);
-    record->otherIs(advertisement_.other);
+    record->managedIs(anySays(&RouterAdvertisement::managed));
+    record->otherIs(anySays(&RouterAdvertisement::other));
     // The flags of a new record are set before it is announced.
     owner_.status_->raPacketIs(record);
   }
@@ -122,9 +150,7 @@ class RouterAdvertisements::Listener : public Kel::Clock::NotifieeConst {
   RouterAdvertisements& owner_;
   Wire::IntfId const intfId_;
   Port port_;
-  Wire::Ip6Addr router_;
-  RouterAdvertisement advertisement_;
-  Kel::Seconds expiry_ = Kel::never;  // never: no advertisement is in force
+  std::map<Wire::Ip6Addr, Router> routers_;
   Kel::Seconds nextSolicitation_ = Kel::never;
   int solicitationsLeft_ = 0;
 };

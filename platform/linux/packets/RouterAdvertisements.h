@@ -19,7 +19,7 @@ namespace Linux {
 struct RouterAdvertisement {
   bool managed = false;
   bool other = false;
-  Kel::Seconds lifetime = 0;  // of the router; 0: it is no router (any more)
+  Kel::Seconds lifetime = 0;  // as a default router; 0: it is none (any more)
 };
 
 // `message` is the ICMPv6 message, whose checksum the kernel has verified; `hopLimit` and `source` come from
@@ -61,9 +61,10 @@ class RouterDiscovery {
 //
 // A port takes part while its link is up. Once it has a usable link-local address, routers are solicited: at
 // most three times, 4 s apart, until one answers (RFC 4861, section 6.3.7). Its record is there while an
-// advertisement is in force and the link-local address is usable, since DHCPv6 clients cannot run before. It
-// shows the last advertisement; one with a lifetime of 0 ends it if it comes from the router that sent the
-// last.
+// advertisement is in force and the link-local address is usable, since DHCPv6 clients cannot run before. A
+// flag is set when the last advertisement of any router in force sets it. The lifetime in an advertisement is
+// that of a default router only (section 4.2): one that never was one is in force for as long as two of its
+// advertisements may be apart. A default router that sends a lifetime of 0 takes its leave (section 6.2.5).
 class RouterAdvertisements {
  public:
   RouterAdvertisements(Kel::Ptr<Ports const> ports, Kel::Ptr<RouterAdvt::RaPacketStatus> status);

@@ -83,6 +83,7 @@ RouterDiscovery::RouterDiscovery(Handler handler) : handler_(std::move(handler))
   reader_ = Kel::Reactor(descriptor_, &Kel::FileDescriptor::NotifieeConst::onReadableCount,
                          [this] { handleReadable(); });
   descriptor_->descriptorIs(socket_.get());
+  descriptor_->lateIs(true);
   descriptor_->notifyOnReadableIs(true);
 }
 

@@ -62,6 +62,8 @@ RoutePtr newRoute(Wire::IpAddrWithMask const& prefix, NextHops const& hops) {
     if (next == nullptr) throw std::bad_alloc();
     if (!hop.gateway.isZero()) rtnl_route_nh_set_gateway(next, toKernel(hop.gateway).get());
     if (hop.ifIndex != 0) rtnl_route_nh_set_ifindex(next, hop.ifIndex);
+    // With a device, the gateway is on its link, whatever the addresses there say.
+    if (hop.ifIndex != 0 && !hop.gateway.isZero()) rtnl_route_nh_set_flags(next, RTNH_F_ONLINK);
     rtnl_route_add_nexthop(route.get(), next);
     allOnLink = allOnLink && hop.gateway.isZero();
   }
@@ -191,7 +193,13 @@ void RouteApplier::apply() {
     if (!routes.contains(prefix)) kernel_.remove(prefix);
   }
   std::erase_if(refusals_, [&](auto const& refusal) { return !routes.contains(refusal.first); });
-  for (auto const& [prefix, vias] : routes) handleRefusal(prefix, install(prefix, vias, (*present)[prefix]));
+  // Gateways may be behind destinations that are on a link themselves.
+  for (bool const onLink : {true, false}) {
+    for (auto const& [prefix, vias] : routes) {
+      if (vias.begin()->hop.isZero() == onLink)
+        handleRefusal(prefix, install(prefix, vias, (*present)[prefix]));
+    }
+  }
   mayBePresent_ = !routes.empty();
 }
 
@@ -235,8 +243,12 @@ Kel::String RouteApplier::install(Wire::IpAddrWithMask const& prefix, Vias const
     if (findHop(present, hop) != nullptr) good.insert(hop);
   }
   bool exists = !present.empty();
+  auto const put = [&](NextHops const& hops) {
+    return exists ? kernel_.replace(prefix, hops) : kernel_.add(prefix, hops);
+  };
   auto const set = [&](NextHops const& hops) {
-    int const error = exists ? kernel_.replace(prefix, hops) : kernel_.add(prefix, hops);
+    int error = put(hops);
+    if (error == ENETUNREACH) error = put(withDevices(hops));
     KEL_TRACE(trace, 5, prefix.stringValue() << " with " << hops.size() << " next hops: " << error);
     exists = exists || error == 0;
     return error;
@@ -258,6 +270,39 @@ Kel::String RouteApplier::install(Wire::IpAddrWithMask const& prefix, Vias const
   }
   if (good.empty() && exists) kernel_.remove(prefix);
   return refused;
+}
+
+NextHops RouteApplier::withDevices(NextHops const& hops) const {
+  NextHops result;
+  int const device = deviceOfOneAddress();
+  for (NextHop const& hop : hops) {
+    bool const isFar = hop.ifIndex == 0 && !isInANetwork(hop.gateway);
+    result.insert({hop.gateway, isFar ? device : hop.ifIndex});
+  }
+  return result;
+}
+
+bool RouteApplier::isInANetwork(Wire::IpAddr const& gateway) const {
+  return std::ranges::any_of(netlink_.links(), [&](auto const& link) {
+    return std::ranges::any_of(netlink_.addresses(link.first), [&](auto const& entry) {
+      if (entry.first.isV6() || entry.first.v4().maskLength == Wire::IpAddr::maxMaskLength) return false;
+      auto const network = Grammar::withoutHostBits(entry.first.v4());
+      return Grammar::withoutHostBits({gateway, network.maskLength}) == network;
+    });
+  });
+}
+
+int RouteApplier::deviceOfOneAddress() const {
+  int result = 0;
+  for (Wire::IntfId const& intfId : ports_->port().keys()) {
+    int const ifIndex = ports_->port(intfId).ifIndex;
+    bool const found = std::ranges::any_of(netlink_.addresses(ifIndex), [](auto const& entry) {
+      return !entry.first.isV6() && entry.first.v4().maskLength == Wire::IpAddr::maxMaskLength;
+    });
+    if (found && result != 0) return 0;
+    if (found) result = ifIndex;
+  }
+  return result;
 }
 
 void RouteApplier::handleRefusal(Wire::IpAddrWithMask const& prefix, Kel::String const& text) {

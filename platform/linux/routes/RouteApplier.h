@@ -53,7 +53,8 @@ class KernelRoutes {
 //
 // The kernel refuses a next hop that it cannot reach yet (no address, link down), and drops routes with their
 // link. So the routes are looked at again whenever a link or an address changes. A route with next hops that
-// are refused uses the others.
+// are refused uses the others. Where a port has an address without a network (/32), no gateway is in one: the
+// kernel is then told that those it cannot reach are on the link of that port, if there is only one.
 class RouteApplier : private Netlink::Listener {
  public:
   // `netlink` outlives the applier.
@@ -76,6 +77,11 @@ class RouteApplier : private Netlink::Listener {
   void apply();
   std::map<Wire::IpAddrWithMask, Vias> wanted();
   Kel::String install(Wire::IpAddrWithMask const& prefix, Vias const& vias, NextHops const& present);
+  // The same with that port for gateways in no network.
+  NextHops withDevices(NextHops const& hops) const;
+  bool isInANetwork(Wire::IpAddr const& gateway) const;
+  // The port with an address of mask length 32; 0 when there is none, or several.
+  int deviceOfOneAddress() const;
   void handleRefusal(Wire::IpAddrWithMask const& prefix, Kel::String const& text);
   void complain();
 

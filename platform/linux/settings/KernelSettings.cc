@@ -175,7 +175,7 @@ void kernelSettingsAre(DeviceSettings& settings, Netlink& netlink) {
   settings.settingIs(linkUpItem, std::make_unique<LinkUpSetting>());
   settings.settingIs(mtuItem, std::make_unique<MtuSetting>());
   settings.settingIs(addressItem, std::make_unique<AddressSetting>(netlink));
-  for (char const* name : {disableIpv6Item, acceptRaItem, acceptRaDefRtrItem}) {
+  for (char const* name : {disableIpv6Item, acceptRaItem, acceptRaDefRtrItem, routerSolicitationsItem}) {
     settings.settingIs(name, std::make_unique<Ipv6Sysctl>(name));
   }
 }

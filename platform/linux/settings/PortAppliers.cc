@@ -64,7 +64,7 @@ void MtuApplier::apply(Wire::IntfId const& intfId, Port const& port) {
 void Ip6Applier::apply(Wire::IntfId const& intfId, Port const& port) {
   auto const& config = ip6Config_->intf(intfId);
   if (!config || !config->enable() || !config->l3Config() || !l3IntfConfigDir_->intfConfig(intfId)) {
-    for (char const* item : {disableIpv6Item, acceptRaDefRtrItem, acceptRaItem}) {
+    for (char const* item : {disableIpv6Item, acceptRaDefRtrItem, acceptRaItem, routerSolicitationsItem}) {
       settings_.wantedDel(port.ifIndex, item);
     }
     return;
@@ -73,6 +73,8 @@ void Ip6Applier::apply(Wire::IntfId const& intfId, Port const& port) {
   bool const acceptRa = config->addrSource() == Ip6::AddrSource::routerAdvertisement;
   settings_.wantedIs(port.ifIndex, acceptRaItem, acceptRa ? "2" : "0");
   settings_.wantedIs(port.ifIndex, acceptRaDefRtrItem, config->acceptRaDefRtr() ? "1" : "0");
+  // RouterAdvertisements asks, also where the kernel does not, as on a link that was up before.
+  settings_.wantedIs(port.ifIndex, routerSolicitationsItem, "0");
   // Last, since it may start the search for routers.
   settings_.wantedIs(port.ifIndex, disableIpv6Item, "0");
 }

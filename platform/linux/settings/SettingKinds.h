@@ -15,6 +15,7 @@ inline constexpr char addressItem[] = "address";  // argument: address with mask
 inline constexpr char disableIpv6Item[] = "disable_ipv6";
 inline constexpr char acceptRaItem[] = "accept_ra";
 inline constexpr char acceptRaDefRtrItem[] = "accept_ra_defrtr";
+inline constexpr char routerSolicitationsItem[] = "router_solicitations";
 
 inline constexpr char linkModeItem[] = "link_mode";  // see LinkModeSetting
 

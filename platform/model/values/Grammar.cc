@@ -55,6 +55,25 @@ std::string fileNameFault(std::string_view name) {
   return std::ranges::all_of(name, isPrintable) ? "" : "something else than printable ASCII characters";
 }
 
+std::optional<std::string> duid(std::string_view text) {
+  constexpr std::size_t leastOctets = 3, mostOctets = 130;
+  constexpr std::string_view digits = "0123456789abcdef";
+  std::string result;
+  for (std::size_t octets = 1;; ++octets) {
+    std::string_view const octet = text.substr(0, text.find(':'));
+    if (octet.empty() || octet.size() > 2 || octets > mostOctets) return std::nullopt;
+    if (octet.size() == 1) result += '0';
+    for (char const c : octet) {
+      char const lower = c >= 'A' && c <= 'F' ? static_cast<char>(c - 'A' + 'a') : c;
+      if (digits.find(lower) == digits.npos) return std::nullopt;
+      result += lower;
+    }
+    if (octet.size() == text.size()) return octets < leastOctets ? std::nullopt : std::optional(result);
+    text.remove_prefix(octet.size() + 1);
+    result += ':';
+  }
+}
+
 std::string deviceNameFault(std::string_view name) {
   if (name.empty()) return "empty";
   if (name.size() > maxDeviceName) return longerThan(maxDeviceName);

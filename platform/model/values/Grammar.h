@@ -23,6 +23,10 @@ inline std::string nameFault(std::string_view name) { return nameFault(name, max
 // The name or URL of a boot file: at most 4,096 printable ASCII characters.
 std::string fileNameFault(std::string_view name);
 
+// A DHCP unique identifier (RFC 8415, 11), octets in hexadecimal joined by colons, with two digits for each;
+// nothing for what is none.
+std::optional<std::string> duid(std::string_view text);
+
 // The name of a network device, as the kernel takes it: at most 15 bytes, no blank and no slash.
 std::string deviceNameFault(std::string_view name);
 

@@ -1,6 +1,7 @@
 #include "programs/zerotouch/report/Report.h"
 
 #include <cmath>
+#include <ranges>
 #include <set>
 
 #include "programs/zerotouch/Output.h"
@@ -21,12 +22,29 @@ Cell timeCell(Run const& run, Kel::Seconds time) {
   return {(sameDay ? date.substr(11) : date) + "." + std::to_string(tenth), "time"};
 }
 
+std::string attempts(Run const& run) {
+  Html::Table table{"What each attempt has tried and what came of it, the newest first",
+                    {"Began", "No", "Lasted", "Port", "Boot file", "Outcome"},
+                    {},
+                    "There was no attempt."};
+  for (auto const& attempt : run.attempts | std::views::reverse) {
+    std::string const tone = attempt.goesOn ? "" : attempt.success ? "tone-good" : "tone-wrong";
+    table.rows.push_back({timeCell(run, attempt.started),
+                          {attempt.number, "number"},
+                          {preciseDuration(attempt.ended - attempt.started), "number"},
+                          {attempt.port.empty() ? "none" : attempt.port + ", " + attempt.family},
+                          {attempt.url.empty() ? "none" : attempt.url},
+                          {attempt.goesOn ? "goes on" : attempt.outcome, tone}});
+  }
+  return Html::table(table);
+}
+
 std::string states(Run const& run) {
-  Html::Table table{"Every change of state, the oldest first",
+  Html::Table table{"Every change of state, the newest first",
                     {"Time", "State", "Lasted", "Why it was entered"},
                     {},
                     "No states."};
-  for (auto const& state : run.states) {
+  for (auto const& state : run.states | std::views::reverse) {
     table.rows.push_back({timeCell(run, state.time),
                           {state.name, "name"},
                           {preciseDuration(state.end - state.time), "number"},
@@ -36,11 +54,11 @@ std::string states(Run const& run) {
 }
 
 std::string events(Run const& run) {
-  Html::Table table{"As in the system log; zerotouch explain NAME tells more",
+  Html::Table table{"As in the system log, the newest first; zerotouch explain NAME tells more",
                     {"Time", "Event", "Severity", "Message"},
                     {},
                     "Nothing has happened."};
-  for (auto const& event : run.events) {
+  for (auto const& event : run.events | std::views::reverse) {
     std::string const tone = event.severity > severityWarning    ? "tone-calm"
                              : event.severity == severityWarning ? "tone-wait"
                                                                  : "tone-bad";
@@ -54,7 +72,7 @@ std::string events(Run const& run) {
 
 std::string portHistory(Run const& run, std::string const& port) {
   Html::Table table{"Links and DHCP on " + port, {"Time", "Source", "Report", "What it brought"}, {}, ""};
-  for (auto const& report : run.ports) {
+  for (auto const& report : run.ports | std::views::reverse) {
     if (report.port != port) continue;
     bool const bad = report.report == "FAIL" || report.report == "TIMEOUT" || report.report == "down";
     bool const good = report.report == "up" || report.report.starts_with("BOUND");
@@ -81,7 +99,7 @@ std::string changes(Run const& run) {
                     {"Time", "Step", "What", "Where", "Value"},
                     {},
                     "Nothing was applied."};
-  for (auto const& change : run.changes) {
+  for (auto const& change : run.changes | std::views::reverse) {
     table.rows.push_back({timeCell(run, change.time),
                           change.undone ? Cell{"undone", "tone-calm"} : Cell{"applied", "tone-done"},
                           {change.what, "short"},
@@ -96,7 +114,7 @@ std::string timers(Run const& run) {
                     {"Started", "Timer", "Limit", "Lasted", "How it ended"},
                     {},
                     "No timer was started."};
-  for (auto const& timer : run.timers) {
+  for (auto const& timer : run.timers | std::views::reverse) {
     table.rows.push_back({timeCell(run, timer.started),
                           {timer.name, "name"},
                           {preciseDuration(timer.timeout), "number"},
@@ -111,7 +129,8 @@ std::string timers(Run const& run) {
 }  // namespace
 
 std::string details(Run const& run) {
-  return Html::section("states", "States", states(run)) + Html::section("events", "Events", events(run)) +
+  return Html::section("attempts", "Attempts", attempts(run)) +
+         Html::section("states", "States", states(run)) + Html::section("events", "Events", events(run)) +
          Html::section("ports", "Ports", ports(run)) +
          Html::section("changes", "Applied and undone", changes(run)) +
          Html::section("timers", "Timers", timers(run));

@@ -52,7 +52,12 @@ tbody tr:last-child > * { border-bottom: 0; }
 .tone-bad { color: var(--bad); font-weight: 600; white-space: nowrap; }
 .tone-done { color: var(--done); white-space: nowrap; }
 .tone-calm { color: var(--muted); white-space: nowrap; }
-svg.chart { display: block; width: 100%; min-width: 760px; height: auto; font: 12px system-ui, sans-serif; }
+.tone-good { color: var(--done); } .tone-wrong { color: var(--wait); }
+nav { display: flex; flex-wrap: wrap; gap: 4px 16px; margin-top: 14px; font-size: 14px; }
+a { color: var(--work); }
+section { scroll-margin-top: 12px; }
+svg.chart { display: block; width: 100%; height: auto; font: 12px system-ui, sans-serif; }
+svg.narrow { display: none; }
 svg text { fill: var(--text); }
 svg .label { font-size: 12.5px; }
 svg .soft { fill: var(--muted); font-size: 11px; }
@@ -66,6 +71,17 @@ svg .attempt { stroke: var(--calm); stroke-dasharray: 3 3; }
 .legend { display: flex; flex-wrap: wrap; gap: 4px 18px; margin: 10px 0 0; padding: 0; list-style: none;
   color: var(--muted); font-size: 13px; }
 .legend svg { width: 14px; height: 14px; vertical-align: -2px; margin-right: 5px; }
+@media (max-width: 820px) {
+  main { padding: 20px 12px 36px; }
+  section, .verdict { padding: 14px; }
+  svg.wide { display: none; } svg.narrow { display: block; }
+  thead { position: absolute; clip-path: inset(50%); }
+  table, caption, tbody, tr { display: block; }
+  tbody tr { padding: 8px 0; border-bottom: 1px solid var(--line); }
+  tbody tr > * { display: grid; grid-template-columns: 92px minmax(0, 1fr); padding: 1px 0; border-bottom: 0;
+    white-space: normal; }
+  tbody tr > *::before { content: attr(data-label); color: var(--muted); font-size: 13px; font-weight: 400; }
+}
 @media print { section { break-inside: avoid-page; } .scroll { overflow: visible; } }
 )css";
 
@@ -106,9 +122,12 @@ std::string table(Table const& table) {
   result += "</tr></thead>\n<tbody>\n";
   for (auto const& row : table.rows) {
     result += "<tr>";
-    for (auto const& cell : row) {
-      bool const first = &cell == &row.front();
-      std::string const kind = cell.style.empty() ? "" : " class=\"" + cell.style + "\"";
+    for (std::size_t column = 0; column < row.size(); ++column) {
+      auto const& cell = row[column];
+      bool const first = column == 0;
+      // On a narrow screen each cell stands below the last one, with its heading beside it.
+      std::string kind = " data-label=\"" + escaped(table.headings.at(column)) + "\"";
+      if (!cell.style.empty()) kind += " class=\"" + cell.style + "\"";
       result += first ? "<th scope=\"row\"" + kind + ">" : "<td" + kind + ">";
       result += escaped(cell.text) + (first ? "</th>" : "</td>");
     }

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <memory>
 
 #include "programs/zerotouch/Output.h"
@@ -58,6 +59,25 @@ std::string summary(Run const& run) {
          Html::section("now", "How it stands", "<dl>\n" + facts + "</dl>\n");
 }
 
+// The time zone of all times on the page, as in "UTC (+0000)".
+std::string timeZone(Kel::Seconds time) {
+  auto const whole = static_cast<std::time_t>(time);
+  std::tm local{};
+  char text[64] = "";
+  if (localtime_r(&whole, &local) != nullptr) std::strftime(text, sizeof text, "%Z (%z)", &local);
+  return text;
+}
+
+// Links to the sections.
+std::string contents() {
+  static constexpr std::pair<char const*, char const*> sections[] = {
+      {"timeline", "Timeline"}, {"attempts", "Attempts"},          {"states", "States"}, {"events", "Events"},
+      {"ports", "Ports"},       {"changes", "Applied and undone"}, {"timers", "Timers"}};
+  std::string links;
+  for (auto const& [id, name] : sections) links += std::string("<a href=\"#") + id + "\">" + name + "</a>\n";
+  return "<nav aria-label=\"Sections\">\n" + links + "</nav>\n";
+}
+
 std::string header(Run const& run) {
   std::string about;
   auto const add = [&about](char const* what, std::string const& value) {
@@ -67,7 +87,8 @@ std::string header(Run const& run) {
   add("serial number ", run.serial);
   add("", run.systemMac);
   return "<header><h1>Provisioning report</h1>\n<p class=\"muted\">" +
-         Html::escaped(about + "as of " + dateAndTime(run.now)) + "</p></header>\n";
+         Html::escaped(about + "as of " + dateAndTime(run.now) + ", all times in " + timeZone(run.now)) +
+         "</p></header>\n" + contents();
 }
 
 std::string pageOf(Run const& run) {
@@ -89,8 +110,7 @@ void report(Context const& context, std::string const& path) {
   if (path.empty() && !context.json && onTerminal()) {
     throw WrongUsage("the report is a web page: give it a file with --output FILE");
   }
-  Statebase::Client host(context.socketPath);
-  Kel::Value const fetched = fetchRun(host);
+  Kel::Value const fetched = fetchRun(context);
   std::string const content = context.json ? jsonText(fetched) : pageOf(runOf(fetched));
   path.empty() ? print(content) : writeFile(path, content);
 }

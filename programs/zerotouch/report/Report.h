@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "platform/kel/Types.h"
-#include "platform/statebase/Client.h"
+#include "programs/zerotouch/Verbs.h"
 
 namespace ZeroTouchCommand {
 
@@ -29,6 +29,12 @@ struct Run {
     std::string what, where, value;
     bool undone;
   };
+  struct Attempt {
+    std::string number;
+    Kel::Seconds started, ended;  // one that goes on counts as ended now
+    std::string port, family, url, outcome;
+    bool success, goesOn;
+  };
   struct Event {
     Kel::Seconds time;
     std::uint64_t severity;
@@ -45,21 +51,24 @@ struct Run {
   std::vector<PortReport> ports;
   std::vector<Change> changes;
   std::vector<Event> events;
+  std::vector<Attempt> attempts;
 };
 
-// What `report --json` prints: {time, status, inventory, states, timers, ports, changes, events}.
-Kel::Value fetchRun(Statebase::Client& host);
+// What `report --json` prints: {time, status, inventory, states, timers, ports, changes, events, attempts}.
+// When no host runs, it is what the flash remembers.
+Kel::Value fetchRun(Context const& context);
 // The same as plain structures.
 Run runOf(Kel::Value const& fetched);
 
 // Whether the change was one of the system's settings, and not a wish of the operator or the reload.
 bool isApplied(Run::Change const& change);
 
-// The picture of a run over time: its states, what was applied, its ports and its events. It is HTML, an SVG
-// element with a legend.
+// The picture of a run over time: its states, what was applied, its ports and its events. It is HTML: an SVG
+// element for wide screens, one for narrow ones, and a legend.
 std::string timeline(Run const& run);
 
-// The tables of states, events, ports, what was applied, and timers, as HTML.
+// The tables of attempts, states, events, ports, what was applied, and timers, as HTML, the newest rows
+// first.
 std::string details(Run const& run);
 
 }  // namespace ZeroTouchCommand

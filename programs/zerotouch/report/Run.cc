@@ -4,6 +4,7 @@
 
 #include "programs/zerotouch/Output.h"
 #include "programs/zerotouch/Status.h"
+#include "programs/zerotouch/past/Memory.h"
 
 namespace ZeroTouchCommand {
 
@@ -49,13 +50,13 @@ void setBounds(Run& run) {
 
 }  // namespace
 
-Value fetchRun(Statebase::Client& host) {
+Value fetchRun(Context const& context) {
   constexpr char const* historyPath = "/log/history";
   constexpr char const* eventsPath = "/log/events/event";
   constexpr char const* inventoryPath = "/entityMib/status";
   Snapshot::Paths paths = statusPaths();
   for (char const* const path : {historyPath, eventsPath, inventoryPath}) paths.emplace_back(path);
-  Snapshot const snapshot(host, paths);
+  Snapshot const snapshot = lastKnown(context, paths);
   Value const& inventory = snapshot[inventoryPath];
   auto const member = [&](char const* name) { return values(at(snapshot[historyPath], {name})); };
   auto const root = [&](char const* name) { return memberText(at(inventory, {"root"}), name); };
@@ -69,7 +70,8 @@ Value fetchRun(Statebase::Client& host) {
       {"timers", member("timer")},
       {"ports", member("port")},
       {"changes", member("change")},
-      {"events", values(snapshot[eventsPath])}};
+      {"events", values(snapshot[eventsPath])},
+      {"attempts", member("attempt")}};
 }
 
 Run runOf(Value const& fetched) {
@@ -100,6 +102,13 @@ Run runOf(Value const& fetched) {
   run.events = each<Run::Event>(fetched, "events", [](Value const& e) {
     return Run::Event{time(e), static_cast<std::uint64_t>(number(at(e, {"severity"}))), memberText(e, "name"),
                       memberText(e, "message")};
+  });
+  run.attempts = each<Run::Attempt>(fetched, "attempts", [&](Value const& a) {
+    bool const goesOn = time(a, "ended") <= 0;
+    return Run::Attempt{
+        memberText(a, "number"),  time(a, "started"),         goesOn ? run.now : time(a, "ended"),
+        memberText(a, "port"),    memberText(a, "family"),    memberText(a, "url"),
+        memberText(a, "outcome"), isTrue(at(a, {"success"})), goesOn};
   });
   setBounds(run);
   return run;

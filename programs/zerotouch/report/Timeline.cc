@@ -13,8 +13,18 @@ namespace ZeroTouchCommand {
 
 namespace {
 
+// The picture is drawn for a wide screen, with the names of its rows beside them, and for a narrow one, with
+// the names above.
+struct Layout {
+  char const* name;  // its class in the style sheet
+  double width, left, right, labelHeight;
+  int ticks;  // at most
+};
+constexpr Layout wide{"wide", 1100, 232, 1076, 0, 9};
+constexpr Layout narrow{"narrow", 400, 10, 382, 16, 4};
+
 constexpr double top = 30;
-constexpr double rowHeight = 30;
+constexpr double usualRow = 30;
 constexpr double barHeight = 13;
 constexpr double leastBar = 3;
 constexpr double eventsHeight = 48;
@@ -45,14 +55,13 @@ std::string toneOf(std::string const& state) {
 // Turns times into horizontal places on the picture.
 class Scale {
  public:
-  static constexpr double left = 232;
-  static constexpr double right = 1076;
-
-  explicit Scale(Run const& run) : start_(run.start), length_(std::max(run.end - run.start, 0.1)) {}
+  Scale(Run const& run, Layout const& layout)
+      : layout_(layout), start_(run.start), length_(std::max(run.end - run.start, 0.1)) {}
 
   // Times outside the picture are moved to its edge.
   double x(Kel::Seconds time) const {
-    return std::clamp(left + (time - start_) / length_ * (right - left), left, right);
+    double const x = layout_.left + (time - start_) / length_ * (layout_.right - layout_.left);
+    return std::clamp(x, layout_.left, layout_.right);
   }
   bool shows(Kel::Seconds from, Kel::Seconds to) const { return to >= start_ && from <= start_ + length_; }
 
@@ -60,13 +69,13 @@ class Scale {
     double x;
     std::string label;
   };
-  // About eight marks, at round times since the start.
+  // Marks at round times since the start.
   std::vector<Tick> ticks() const {
     static constexpr double steps[] = {0.1,  0.2,   0.5,   1,     2,     5,      10,    20,
                                        30,   60,    120,   300,   600,   1200,   1800,  3600,
                                        7200, 14400, 21600, 43200, 86400, 172800, 604800};
-    auto const* step = std::ranges::find_if(steps, [&](double s) { return s * 9 >= length_; });
-    double const size = step != std::end(steps) ? *step : length_ / 8;
+    auto const* step = std::ranges::find_if(steps, [&](double s) { return s * layout_.ticks >= length_; });
+    double const size = step != std::end(steps) ? *step : length_ / layout_.ticks;
     std::vector<Tick> result;
     for (int i = 0; i * size <= length_; ++i) result.push_back({x(start_ + i * size), label(i * size, size)});
     return result;
@@ -80,24 +89,26 @@ class Scale {
     return Kel::format("+%g s", seconds);
   }
 
+  Layout const& layout_;
   Kel::Seconds start_;
   double length_;
 };
 
 class Picture {
  public:
-  explicit Picture(Run const& run) : run_(run), scale_(run) {}
+  Picture(Run const& run, Layout const& layout) : run_(run), layout_(layout), scale_(run, layout) {}
 
   std::string draw() {
     for (char const* const state : stateOrder) drawState(state);
     drawApplied();
     drawPorts();
     drawEvents();
-    double const bottom = y_ + 10;
-    return "<svg class=\"chart\" viewBox=\"0 0 1100 " + number(bottom + 4) +
-           "\" role=\"img\" aria-labelledby=\"chart-title chart-about\">\n<title id=\"chart-title\">Timeline "
-           "of the "
-           "run</title>\n<desc id=\"chart-about\">States, timers, applied settings, ports and events over " +
+    double const bottom = y_ + 10 - layout_.labelHeight;
+    std::string const name = layout_.name;
+    return "<svg class=\"chart " + name + "\" viewBox=\"0 0 " + number(layout_.width) + " " +
+           number(bottom + 4) + "\" role=\"img\" aria-labelledby=\"title-" + name + " about-" + name +
+           "\">\n<title id=\"title-" + name + "\">Timeline of the run</title>\n<desc id=\"about-" + name +
+           "\">States, timers, applied settings, ports and events over " +
            Html::escaped(duration(run_.end - run_.start)) + ". The tables below hold the same.</desc>\n" +
            background(bottom) + marks_ + "</svg>\n";
   }
@@ -142,12 +153,13 @@ class Picture {
   }
 
   // Adds a row with its name to the picture, below the rows that are there.
-  void row(std::string const& label, std::string const& content, double height = rowHeight) {
-    marks_ += Kel::format("<text class=\"label\" x=\"0\" y=\"%.1f\">", y_ + barHeight - 2.5) +
-              Html::escaped(label) + "</text>\n" + content +
-              Kel::format("<line class=\"grid\" x1=\"0\" x2=\"1100\" y1=\"%.1f\" y2=\"%.1f\"/>\n",
-                          y_ + height - 6, y_ + height - 6);
-    y_ += height;
+  void row(std::string const& label, std::string const& content, double height = usualRow) {
+    double const name = layout_.labelHeight > 0 ? y_ - 4 : y_ + barHeight - 2.5;
+    marks_ += Kel::format("<text class=\"label\" x=\"0\" y=\"%.1f\">", name) + Html::escaped(label) +
+              "</text>\n" + content +
+              Kel::format("<line class=\"grid\" x1=\"0\" x2=\"%.1f\" y1=\"%.1f\" y2=\"%.1f\"/>\n",
+                          layout_.width, y_ + height - 6, y_ + height - 6);
+    y_ += height + layout_.labelHeight;
   }
 
   std::string bar(char const* tone, Kel::Seconds from, Kel::Seconds to, double below, double height,
@@ -259,8 +271,9 @@ class Picture {
   }
 
   Run const& run_;
+  Layout const& layout_;
   Scale scale_;
-  double y_ = top;
+  double y_ = top + layout_.labelHeight;
   std::string marks_;
 };
 
@@ -290,7 +303,7 @@ std::string legend() {
 
 std::string timeline(Run const& run) {
   return "<div class=\"scroll\" role=\"region\" tabindex=\"0\" aria-label=\"Timeline\">\n" +
-         Picture(run).draw() + "</div>\n" + legend();
+         Picture(run, wide).draw() + Picture(run, narrow).draw() + "</div>\n" + legend();
 }
 
 }  // namespace ZeroTouchCommand

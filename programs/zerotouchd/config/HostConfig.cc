@@ -5,6 +5,7 @@
 #include <charconv>
 
 #include "platform/statebase/Tree.h"
+#include "programs/zerotouchd/config/Authenticity.h"
 #include "programs/zerotouchd/config/PolicySections.h"
 
 namespace {
@@ -97,6 +98,7 @@ HostConfig readHostConfig(Kel::String const& path, bool mustExist, TomlFiles* fi
         {"library", libraryName(config.library)},
         {"adapter",
          oneOf<bool>({{"linux", true}, {"none", false}}, [&](bool v) { config.linuxAdapter = v; })},
+        {"history", flag([&](bool v) { config.keepsHistory = v; })},
         {"reload_command", commandLine(config.system.reloadCommand)}}},
       {"logging", {{"reload_command", commandLine(config.system.logReloadCommand)}}},
       {"ports", {{"devices", deviceNames(config.ports.devices)}, {"names", nameRules(config.ports.names)}}},
@@ -119,6 +121,7 @@ HostConfig readHostConfig(Kel::String const& path, bool mustExist, TomlFiles* fi
   for (auto& [name, keys] : policySections(*config.policy.entity)) sections[name].merge(keys);
   auto read = readToml(path, mustExist, sections);
   if (files != nullptr) *files = std::move(read);
+  checkAuthenticity(*config.policy.entity->authenticity(), path);
   if (config.socketPath.empty()) config.socketPath = config.runDirectory + "/statebase.sock";
   return config;
 }

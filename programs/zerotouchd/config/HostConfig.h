@@ -29,6 +29,7 @@ struct HostConfig {
   Kel::String library;                          // library: the agent; by default the installed one
   bool linuxAdapter =
       true;  // adapter: "linux", or "none" when nothing is to follow and change this system's network
+  bool keepsHistory = true;    // history: whether the flash has a file that tells the last runs
   Linux::SystemConfig system;  // reload_command, and [logging] reload_command: programs with their arguments
   // [ports]
   Linux::PortSelectionConfig

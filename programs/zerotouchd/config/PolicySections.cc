@@ -1,3 +1,10 @@
 #include "programs/zerotouchd/config/PolicySections.h"
 
-Sections policySections(ZeroTouch::Policy&) { return {}; }
+#include "programs/zerotouchd/config/Authenticity.h"
+#include "programs/zerotouchd/config/Pacing.h"
+
+Sections policySections(ZeroTouch::Policy& policy) {
+  Sections sections = pacingSections(policy);
+  sections["authenticity"] = authenticitySection(*policy.authenticity());
+  return sections;
+}

@@ -3,7 +3,10 @@
 #include "platform/model/values/Grammar.h"
 
 PortRecorder::PortRecorder(ZeroTouch::MountedEntities const& entities, Ring<History::Port>& ring)
-    : dir_(entities.episd), dhcp_(entities.dhcpStatus), ring_(ring) {
+    : dir_(entities.episd),
+      dhcp_(entities.dhcpStatus),
+      ring_(ring),
+      advertisements_(entities.raPacketStatus) {
   using Answers = ZeroTouch::DhcpStatus::NotifieeConst;
   ports_ = Kel::Reactor(dir_, &Interface::AllEthPhyIntfStatusDir::NotifieeConst::onIntfStatus, this,
                         &PortRecorder::portCame);
@@ -11,6 +14,8 @@ PortRecorder::PortRecorder(ZeroTouch::MountedEntities const& entities, Ring<Hist
                            [this](Kel::Name const& device) { reported(Family::v4, device); });
   answers6_ = Kel::Reactor(dhcp_, &Answers::onIntfDhcp6Status,
                            [this](Kel::Name const& device) { reported(Family::v6, device); });
+  routers_ = Kel::Reactor(advertisements_, &RouterAdvt::RaPacketStatus::NotifieeConst::onRaPacket, this,
+                          &PortRecorder::routerCame);
   for (auto const& id : dir_->intfStatus().keys()) portCame(id);
 }
 
@@ -35,7 +40,29 @@ void PortRecorder::reported(Family family, Kel::Name const& device) {
   alarm_.in(0);
 }
 
+void PortRecorder::routerCame(Wire::IntfId const& id) {
+  auto const note = [this, id] {
+    pendingRouters_.insert(id);
+    alarm_.in(0);
+  };
+  bool const changed = Kel::follow(flags_, id, advertisements_->raPacket(id),
+                                   [note](auto const& packet) { return Kel::Reactor(packet, note); });
+  if (changed) note();
+}
+
+void PortRecorder::writeRouter(Wire::IntfId const& id) {
+  History::Port entry{Kel::now(), id.stringValue(), "router", "gone", ""};
+  if (auto const packet = advertisements_->raPacket(id)) {
+    entry.report = "advertises";
+    entry.detail = packet->managed() ? "managed flag" : "";
+    if (packet->other()) entry.detail += entry.detail.empty() ? "other flag" : ", other flag";
+    if (entry.detail.empty()) entry.detail = "no flags";
+  }
+  ring_.add(std::move(entry));
+}
+
 void PortRecorder::writeReports() {
+  for (auto const& id : std::exchange(pendingRouters_, {})) writeRouter(id);
   for (auto const& [key, time] : std::exchange(pending_, {})) {
     auto const& [family, device] = key;
     bool const four = family == Family::v4;

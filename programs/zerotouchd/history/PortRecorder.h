@@ -1,7 +1,8 @@
-// Writes down the links of the ports, and what the DHCP clients report.
+// Writes down the links of the ports, what IPv6 routers advertise there, and what the DHCP clients report.
 #pragma once
 
 #include <map>
+#include <set>
 
 #include "platform/kel/Clock.h"
 #include "platform/kel/Reactor.h"
@@ -20,7 +21,9 @@ class PortRecorder {
   void portCame(Wire::IntfId const& id);
   void noteLink(Interface::EthIntfStatus const& port);
   void reported(Family family, Kel::Name const& device);
+  void routerCame(Wire::IntfId const& id);
   void writeReports();
+  void writeRouter(Wire::IntfId const& id);
   Kel::String portOf(Kel::String const& device) const;
 
   Kel::Ptr<Interface::AllEthPhyIntfStatusDir const> dir_;
@@ -29,6 +32,10 @@ class PortRecorder {
   Kel::Reactor ports_;
   Kel::Reactor answers4_;
   Kel::Reactor answers6_;
+  Kel::Ptr<RouterAdvt::RaPacketStatus const> advertisements_;
+  Kel::Reactor routers_;
+  std::map<Wire::IntfId, Kel::Reactor> flags_;
+  std::set<Wire::IntfId> pendingRouters_;  // as pending_
   std::map<Wire::IntfId, Kel::Reactor> links_;
   // Devices whose record has changed, with the time. A report makes the record anew and then fills it
   // attribute by attribute, so it is read on the next pass of the loop.

@@ -1,6 +1,8 @@
 #include "programs/zerotouchd/history/Recorder.h"
 
 #include "platform/kel/Clock.h"
+#include "platform/kel/Format.h"
+#include "programs/zerotouchd/Events.h"
 
 MachineRecorder::MachineRecorder(Kel::Ptr<ZeroTouch::ZeroTouchSmModel const> const& machine,
                                  Ring<History::State>& states, Ring<History::Timer>& timers)
@@ -11,7 +13,12 @@ MachineRecorder::MachineRecorder(Kel::Ptr<ZeroTouch::ZeroTouchSmModel const> con
 
 void MachineRecorder::onCurrentState() {
   auto const& machine = notifier();
-  states_.add({Kel::now(), stringValue(machine.currentState()), shortened(machine.transitionReason())});
+  auto const state = stringValue(machine.currentState());
+  auto const reason = shortened(machine.transitionReason());
+  states_.add({Kel::now(), state, reason});
+  bool const failed = machine.currentState() == ZeroTouch::ProvisioningState::stateRetry ||
+                      machine.currentState() == ZeroTouch::ProvisioningState::stateRetryFetchConfig;
+  say(Kel::printable(state + ": " + reason), failed ? warningPriority : infoPriority);
 }
 
 void MachineRecorder::onTimer() {

@@ -4,10 +4,11 @@
 #include <optional>
 
 #include "platform/model/agent.h"
+#include "programs/zerotouchd/history/AttemptRecorder.h"
 #include "programs/zerotouchd/history/ChangeRecorder.h"
 #include "programs/zerotouchd/history/PortRecorder.h"
 
-// Writes down the states and timers of the agent's state machine.
+// Writes down the states and timers of the agent's state machine, and says each change of state.
 class MachineRecorder : public ZeroTouch::ZeroTouchSmModel::NotifieeConst {
  public:
   MachineRecorder(Kel::Ptr<ZeroTouch::ZeroTouchSmModel const> const& machine, Ring<History::State>& states,
@@ -32,9 +33,11 @@ class Recorder {
   explicit Recorder(ZeroTouch::MountedEntities const& entities)
       : ports_(entities, port_), changes_(entities, change_) {}
 
-  // Records the states and timers of `machine` from now on; null ends that.
+  // Records the states, timers and attempts of `machine` from now on; null ends that.
   void machineIs(Kel::Ptr<ZeroTouch::ZeroTouchSmModel const> const& machine) {
+    attempts_.reset();
     machine_ = machine ? Kel::makePtr<MachineRecorder>(machine, state_, timer_) : nullptr;
+    if (machine) attempts_.emplace(machine, attempt_);
   }
 
   Kel::Ptr<History::Log> const& entity() const { return log_; }
@@ -47,7 +50,9 @@ class Recorder {
   Ring<History::Timer> timer_{*log_, &Log::timerIs, &Log::timerDel, 500};
   Ring<History::Port> port_{*log_, &Log::portIs, &Log::portDel, 1000};
   Ring<History::Change> change_{*log_, &Log::changeIs, &Log::changeDel, 1000};
+  Ring<History::Attempt> attempt_{*log_, &Log::attemptIs, &Log::attemptDel, 200};
   PortRecorder ports_;
   ChangeRecorder changes_;
   Kel::Ptr<MachineRecorder> machine_;
+  std::optional<AttemptRecorder> attempts_;
 };

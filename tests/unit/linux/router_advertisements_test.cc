@@ -115,7 +115,9 @@ class RouterAdvertisementsTest : public NetworkTest {
 };
 
 TEST_F(RouterAdvertisementsTest, AreInForceWhileAddressAndLifetimeLast) {
+  ip("addr add fe80::98/64 dev far1 nodad", "addr add fe80::99/64 dev far1 nodad");
   Router const router("far1");
+  router.addressIs("fe80::98");
   start();
   Kel::Loop::instance().runUntil([&] { return !adapter->ports()->port(port1).linkLocal.isZero(); }, patience);
   router.advertise(0xc0, 1800);
@@ -125,15 +127,23 @@ TEST_F(RouterAdvertisementsTest, AreInForceWhileAddressAndLifetimeLast) {
   auto const record = entities.raPacketStatus->raPacket(port1);
   // Not from this link, so it does not end the record.
   router.advertise(0, 0, 64);
-  // Nor does it end the record that another router stops.
-  ip("addr add fe80::99/64 dev far1 nodad");
+  // What another router says counts as well, also when that is no default router.
   Router const other("far1");
   other.addressIs("fe80::99");
-  other.advertise(0, 0);
+  other.advertise(0x80, 0);
+  router.advertise(0x40, 1800);
+  expectSoon(records, "Ethernet1 managed other\n");
+  EXPECT_EQ(entities.raPacketStatus->raPacket(port1), record);
+  router.advertise(0xc0, 0);  // it leaves
+  expectSoon(records, "Ethernet1 managed\n");
+  // Once a default router, it leaves too, however often it says so.
+  other.advertise(0x80, 1800);
+  other.advertise(0x80, 0);
+  expectSoon(records, "");
+  other.advertise(0x80, 0);
   router.advertise(0x40, 1800);
   expectSoon(records, "Ethernet1 other\n");
-  EXPECT_EQ(entities.raPacketStatus->raPacket(port1), record);
-  router.advertise(0x80, 0);
+  router.advertise(0x40, 0);
   expectSoon(records, "");
 
   // Heard before there is a usable address, it waits for one.
@@ -189,6 +199,13 @@ TEST_F(RouterAdvertisementsTest, AreAskedForThreeTimesUntilOneComes) {
   time.advance(1698);
   EXPECT_EQ(records(), "Ethernet1 managed\n");
   time.advance(3);
+  EXPECT_EQ(records(), "");
+  // No default router, so for as long as two of its advertisements may be apart.
+  router.advertise(0x40, 0);
+  for (int i = 0; i < 100'000 && records().empty(); ++i) time.settle();
+  time.advance(1799);
+  EXPECT_EQ(records(), "Ethernet1 other\n");
+  time.advance(2);
   EXPECT_EQ(records(), "");
 }
 

@@ -94,6 +94,26 @@ TEST_F(RoutesTest, UseTheNextHopsThatAreReachableAndTheOthersOnceTheyAre) {
   EXPECT_EQ(warned.text(), dropped + refused);
 }
 
+TEST_F(RoutesTest, ReachGatewaysThatAreInNoNetwork) {
+  ip("addr flush dev eth2", "addr add 10.2.0.5/32 dev eth2");
+  start();
+  // The default route comes first, and is possible with the second only.
+  viaIs("0.0.0.0/0", "10.2.0.1");
+  viaIs("10.2.0.1/32", "0.0.0.0@Ethernet2");
+  expectSoon(routes, "default 10.2.0.1 eth2\n10.2.0.1 - eth2\n");
+  // Without it, the gateway can only be where that address is.
+  list()->routeDelAll();
+  expectSoon(routes, "");
+  for (char const* via : {"10.2.0.1", "10.2.0.2", "10.0.1.1"}) viaIs("0.0.0.0/0", via);
+  expectSoon(routes, "default 10.0.1.1 eth1 10.2.0.1 eth2 10.2.0.2 eth2\n");
+  // With two such addresses it could be either.
+  list()->routeDelAll();
+  expectSoon(routes, "");
+  ip("addr add 10.1.0.5/32 dev eth1");
+  for (char const* via : {"10.2.0.1", "10.0.1.1"}) viaIs("0.0.0.0/0", via);
+  expectSoon(routes, "default 10.0.1.1 eth1\n");
+}
+
 TEST_F(RoutesTest, ThatTakeOverEverythingOrTheManagementNetworkAreToldOf) {
   ip("link add ma1 type veth peer name ma2", "addr add 10.9.3.5/24 dev ma1");
   start();

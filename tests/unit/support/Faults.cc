@@ -43,6 +43,8 @@ Faults::Faults(std::string kind, unsigned nth) {
 }
 Faults::~Faults() { state = {}; }
 void Faults::onIs(bool on) { state.on = on; }
+Faults::Suspended::Suspended() : wasOn_(state.on) { state.on = false; }
+Faults::Suspended::~Suspended() { state.on = wasOn_; }
 unsigned Faults::calls() { return state.calls; }
 bool Faults::happened() { return state.nth > 0 && state.calls >= state.nth; }
 bool Faults::fails(std::string const& kind) { return failsNow(kind.c_str()); }

@@ -14,6 +14,17 @@ class Faults {
   Faults& operator=(Faults const&) = delete;
 
   static void onIs(bool on);
+  // While such an object lives, no call fails or counts: for what a test does itself in the midst of a run.
+  class Suspended {
+   public:
+    Suspended();
+    ~Suspended();
+    Suspended(Suspended const&) = delete;
+    Suspended& operator=(Suspended const&) = delete;
+
+   private:
+    bool wasOn_;
+  };
   // How often the kind was called.
   static unsigned calls();
   static bool happened();

@@ -1,0 +1,165 @@
+#include "zerotouch/dhcp/Offers.h"
+
+#include <algorithm>
+
+#include "platform/model/values/Grammar.h"
+#include "zerotouch/agent/Policy.h"
+#include "zerotouch/fetch/BootFile.h"
+#include "zerotouch/sm/SmTrace.h"
+
+namespace ZeroTouch {
+
+namespace {
+
+// What is worse about an answer; the sum of them ranks it.
+constexpr unsigned overDhcpv6 = 1;
+constexpr unsigned noUrl = 2;
+constexpr unsigned hasFailed = 4;
+
+bool takesFirst() { return policy()->dhcp()->offers() <= 0; }
+
+}  // namespace
+
+void ZeroTouchSm::Offers::startRun() {
+  arrivals_.clear();
+  failures_.clear();
+  reasons_.clear();
+  sm_.standsBackDelAll();
+}
+
+// A port waits for those which are asked as well, and whose answers have led to fewer failures.
+void ZeroTouchSm::Offers::startQuery() {
+  arrivals_.clear();
+  betterMayCome_ = false;
+  sm_.standsBackDelAll();
+  sm_.ignoredAnswerDelAll();
+  sm_.ignoredAnswer6DelAll();
+  if (policy()->dhcp()->afterFailure() != AfterFailure::othersFirst) return;
+  auto const ports = asked();
+  auto const failuresOf = [this](Wire::IntfId const& intfId) {
+    auto const known = failures_.find(intfId);
+    return known == failures_.end() ? 0U : known->second;
+  };
+  if (ports.empty()) return;
+  unsigned const least = failuresOf(*std::ranges::min_element(ports, {}, failuresOf));
+  for (auto const& intfId : ports) {
+    if (failuresOf(intfId) > least) sm_.standsBackIs(intfId, reasons_[intfId]);
+  }
+}
+
+std::vector<Wire::IntfId> ZeroTouchSm::Offers::asked() const {
+  auto const devices = sm_.dhcpDevices();
+  std::vector<Wire::IntfId> result;
+  for (auto const& [intfId, intf] : sm_.intfStatus()) {
+    if (std::ranges::find(devices, intf->kernelIntfName()) != devices.end() ||
+        sm_.intfStatus6().contains(intfId) || sm_.intfStatus6Stateless().contains(intfId))
+      result.push_back(intfId);
+  }
+  return result;
+}
+
+void ZeroTouchSm::Offers::consider(Kel::Ptr<IntfStatus> const& intf, bool six) {
+  auto const answer = result(*intf, six);
+  if (!counts(answer)) return ignore(*intf, answer, six);
+  six ? sm_.ignoredAnswer6Del(intf->kernelIntfName()) : sm_.ignoredAnswerDel(intf->kernelIntfName());
+  if (std::ranges::find(arrivals_, intf->intfId()) == arrivals_.end()) arrivals_.push_back(intf->intfId());
+  auto const family = best(*intf);
+  unsigned const worse = family ? rank(*intf, *family) : 0;
+  // Nothing is waited for any more when the query is about to end.
+  bool const goesOn = sm_.transitionState() == stateInvalid();
+  if (goesOn && (worse & hasFailed) != 0) return;
+  if (!goesOn || worse == 0 || takesFirst() || sm_.currentState() != stateDhcpQuery()) return take(intf);
+  if (betterMayCome_) return;
+  betterMayCome_ = true;
+  sm_.waitForOffers(policy()->dhcp()->offers());
+}
+
+bool ZeroTouchSm::Offers::takeBest(bool last) {
+  Kel::Ptr<IntfStatus> found;
+  unsigned least = 0;
+  for (auto const& intf : waiting()) {
+    unsigned const worse = rank(*intf, *best(*intf));
+    if (found && worse >= least) continue;
+    found = intf;
+    least = worse;
+  }
+  if (!found || (!last && (least & hasFailed) != 0)) return false;
+  take(found);
+  return true;
+}
+
+void ZeroTouchSm::Offers::noteFailure() {
+  auto const intf = sm_.choosenIntf();
+  if (!intf) return;
+  ++failures_[intf->intfId()];
+  reasons_[intf->intfId()] = sm_.transitionReason();
+}
+
+std::optional<AnswerFamily> ZeroTouchSm::Offers::best(IntfStatus const& intf) const {
+  std::optional<AnswerFamily> found;
+  for (bool const six : {false, true}) {
+    auto const answer = result(intf, six);
+    if (!answer || answer->bootFileName().empty() || !counts(answer)) continue;
+    bool const stateless = six && answer->addrWithMask().v6().address.isZero();
+    auto const family = !six        ? AnswerFamily::dhcpv4
+                        : stateless ? AnswerFamily::statelessDhcpv6
+                                    : AnswerFamily::dhcpv6;
+    if (!found || (!takesFirst() && rank(intf, family) < rank(intf, *found))) found = family;
+  }
+  return found;
+}
+
+ZeroTouchSm::Offers::Result ZeroTouchSm::Offers::result(IntfStatus const& intf, bool six) const {
+  auto const& results = sm_.dhcpStatus();
+  return six ? results->intfDhcp6Status(intf.kernelIntfName())
+             : results->intfDhcpStatus(intf.kernelIntfName());
+}
+
+bool ZeroTouchSm::Offers::counts(Result const& result) const {
+  auto const& servers = policy()->dhcp()->server();
+  return servers.empty() || (result && servers.contains(result->server()));
+}
+
+// A DHCPv4 client is bound to the server that was quicker, so it has to be told not to listen to it. DHCPv6
+// has nothing of the kind.
+void ZeroTouchSm::Offers::ignore(IntfStatus const& intf, Result const& result, bool six) {
+  Kel::String const server = result->server().empty() ? "a server without a name" : result->server();
+  Kel::String const why = server + " is none of the servers that count";
+  KEL_TRACE(traceZeroTouchSm, 1, "Offers::" << __func__ << " - " << intf.intfName() << ": " << why);
+  if (six) return sm_.ignoredAnswer6Is(intf.kernelIntfName(), why);
+  sm_.ignoredAnswerIs(intf.kernelIntfName(), why);
+  if (sm_.currentState() == sm_.stateDhcpQuery() && Wire::IpAddr::fromString(result->server()))
+    sm_.rejectServer(result->server());
+}
+
+// 0 for the best that there can be.
+unsigned ZeroTouchSm::Offers::rank(IntfStatus const& intf, AnswerFamily family) const {
+  bool const six = family != AnswerFamily::dhcpv4;
+  unsigned worse = sm_.standsBack().contains(intf.intfId()) ? hasFailed : 0;
+  if (takesFirst()) return worse;
+  auto const answer = result(intf, six);
+  if (bootFile(answer->serverName(), answer->bootFileName()).url.empty()) worse += noUrl;
+  return worse + (six ? overDhcpv6 : 0);
+}
+
+std::vector<Kel::Ptr<IntfStatus>> ZeroTouchSm::Offers::waiting() const {
+  std::vector<Kel::Ptr<IntfStatus>> result;
+  for (auto const& intfId : arrivals_) {
+    auto intf = sm_.phyIntfStatus(intfId);
+    if (!intf) intf = sm_.lagIntfStatus(intfId);
+    if (intf && best(*intf)) result.push_back(intf);
+  }
+  return result;
+}
+
+void ZeroTouchSm::Offers::take(Kel::Ptr<IntfStatus> const& intf) {
+  arrivals_.clear();
+  sm_.doStopDhclient();
+  sm_.doStopDhclient6();
+  sm_.doStopDhclient6Stateless();
+  sm_.choosenIntfIs(intf);
+  sm_.doStateTransition(sm_.stateDhcpQuery() | sm_.stateStatelessDhcpQuery(), sm_.stateSetupSystemIdentity(),
+                        {TransitionCause::bootFileNamed, intf->intfName()});
+}
+
+}  // namespace ZeroTouch
