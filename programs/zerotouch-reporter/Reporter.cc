@@ -1,5 +1,6 @@
 #include "programs/zerotouch-reporter/Reporter.h"
 
+#include <filesystem>
 #include <iostream>
 
 #include "platform/kel/Format.h"
@@ -11,7 +12,8 @@
 
 namespace {
 
-constexpr Kel::Seconds lastChance = 5;  // for what waits when the system goes down
+constexpr Kel::Seconds lastChance = 2;  // for what waits when the system goes down
+constexpr unsigned onlyOurs = 0600;
 constexpr Kel::Seconds together = 0.5;  // changes that come within it are written as one
 
 void say(Kel::String const& text) {
@@ -26,7 +28,7 @@ Reporter::Reporter(ReporterSettings settings)
       sender_(settings_.collector, spool_, [this] { changed(); }),
       host_(settings_.socketPath, spool_.hostPosition(),
             [this](Kel::String const& serial, HostEvents::Event const& event) { take(serial, event); }) {
-  if (settings_.firstOfBoot) takeOutcome();
+  takeOutcome();
   sender_.send();
   changed();
 }
@@ -35,17 +37,25 @@ void Reporter::take(Kel::String const& serial, HostEvents::Event const& event) {
   add(serial, "zerotouch." + event.name, event.time, event.data, event.position);
 }
 
+// Once in a boot, before the runs of this boot come to an end. A crash before the mark is there leads to a
+// second event, which has the same id.
 void Reporter::takeOutcome() {
+  Kel::String const mark = settings_.runFolder + "/outcome-taken";
+  if (std::filesystem::exists(mark.c_str())) return;
   outcome_ = lastOutcome();
-  if (!outcome_) return;
+  if (outcome_) addOutcome();
+  if (auto const failure = Kel::replaceFile(mark, "", onlyOurs, false); !failure.empty()) say(failure);
+}
+
+void Reporter::addOutcome() {
   outcomeNumber_ = spool_.next();
   add(outcome_->serial, outcome_->provisioned ? "zerotouch.provisioned" : "zerotouch.failed", outcome_->ended,
-      outcome_->data, spool_.hostPosition());
+      outcome_->data, spool_.hostPosition(), Kel::format("run-%.3f", outcome_->started));
 }
 
 void Reporter::add(Kel::String const& serial, Kel::String const& type, Kel::Seconds time, Kel::ValueMap data,
-                   HostPosition position) {
-  CloudEvent const event{.id = Kel::format("%s-%d", spool_.instance(), spool_.next()),
+                   HostPosition position, Kel::String id) {
+  CloudEvent const event{.id = id.empty() ? Kel::format("%s-%d", spool_.instance(), spool_.next()) : id,
                          .source = serial.empty() ? "unknown" : serial,
                          .type = type,
                          .time = time,
@@ -85,5 +95,6 @@ void Reporter::writeStatus() {
                        {"failure", sender_.failure()},
                        {"hostIsRunning", host_.connected()}};
   if (sender_.nextTry() != Kel::never) status.emplace_back("nextTry", sender_.nextTry());
-  Kel::replaceFile(settings_.statusPath, Statebase::dumpJson(std::move(status)) + "\n", 0644, false);
+  Kel::replaceFile(settings_.runFolder + "/status.json", Statebase::dumpJson(std::move(status)) + "\n", 0644,
+                   false);
 }

@@ -3,6 +3,7 @@
 
 #include <optional>
 
+#include "platform/kel/Loop.h"
 #include "programs/zerotouch-reporter/HostEvents.h"
 #include "programs/zerotouch-reporter/Outcome.h"
 #include "programs/zerotouch-reporter/Sender.h"
@@ -12,8 +13,7 @@ struct ReporterSettings {
   Kel::String socketPath;
   Kel::String spoolFolder;
   std::uint64_t spoolBytes = 1 << 20;
-  Kel::String statusPath;
-  bool firstOfBoot = false;  // no reporter has run since the system was started
+  Kel::String runFolder;  // for what is forgotten at a reboot
 };
 
 class Reporter {
@@ -28,8 +28,9 @@ class Reporter {
  private:
   void take(Kel::String const& serial, HostEvents::Event const& event);
   void takeOutcome();
+  void addOutcome();
   void add(Kel::String const& serial, Kel::String const& type, Kel::Seconds time, Kel::ValueMap data,
-           HostPosition position);
+           HostPosition position, Kel::String id = "");
   void changed();
   void writeStatus();
 

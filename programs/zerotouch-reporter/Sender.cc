@@ -1,12 +1,11 @@
 #include "programs/zerotouch-reporter/Sender.h"
 
-#include <sys/random.h>
-
 #include <algorithm>
 #include <cmath>
 #include <utility>
 
 #include "platform/kel/Format.h"
+#include "platform/kel/Random.h"
 
 namespace {
 
@@ -22,11 +21,7 @@ constexpr long tooLargeStatus = 413;
 std::size_t ignore(char*, std::size_t size, std::size_t count, void*) { return size * count; }
 
 // From 0.5 to 1, so that switches that failed together do not come back together.
-double jitter() {
-  std::uint32_t bits = 0;
-  if (getrandom(&bits, sizeof bits, 0) != sizeof bits) return 1;
-  return 0.5 + bits / (2.0 * UINT32_MAX);
-}
+double jitter() { return 0.5 + Kel::random() / 2; }
 
 }  // namespace
 

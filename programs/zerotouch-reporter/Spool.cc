@@ -116,7 +116,7 @@ void Spool::done(std::uint64_t number, bool delivered) {
 void Spool::writePosition() const {
   std::uint64_t const first = waiting_.empty() ? next_ : waiting_.front().number;
   Kel::String const text =
-      Kel::format("%s %d %d %d %d %f\n", instance_, first, delivered_, dropped_, host_.number, host_.time);
+      Kel::format("%s %d %d %d %d %.9f\n", instance_, first, delivered_, dropped_, host_.number, host_.time);
   Kel::replaceFile(folder_ + "/position", text, onlyOurs, false);
 }
 
@@ -131,5 +131,5 @@ void Spool::rewriteEvents() {
 }
 
 Kel::String Spool::line(Entry const& entry) {
-  return Kel::format("%d %d %f %s\n", entry.number, entry.host.number, entry.host.time, entry.event);
+  return Kel::format("%d %d %.9f %s\n", entry.number, entry.host.number, entry.host.time, entry.event);
 }

@@ -57,6 +57,7 @@ class Spool {
   void dropOldest();
   void writePosition() const;
   void rewriteEvents();
+  // Times have so many digits that they are the same again when they are read.
   static Kel::String line(Entry const& entry);
 
   Kel::String folder_;

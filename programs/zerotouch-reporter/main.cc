@@ -24,10 +24,9 @@ ReporterSettings settingsOf(HostConfig const& config) {
                         .certificate = trust.httpsCertificate(),
                         .key = trust.httpsKey()},
           .socketPath = config.socketPath,
-          .spoolFolder = config.reporter.spool.empty() ? folder : config.reporter.spool,
+          .spoolFolder = config.reporter.spool,
           .spoolBytes = config.reporter.spoolSize,
-          .statusPath = folder + "/status.json",
-          .firstOfBoot = std::filesystem::create_directories(folder.c_str())};
+          .runFolder = folder};
 }
 
 int run(std::string const& path) try {
@@ -37,9 +36,11 @@ int run(std::string const& path) try {
               << " names no collector ([reporter] url): there is nothing to do" << std::endl;
     return 0;
   }
+  ReporterSettings const settings = settingsOf(config);
+  std::filesystem::create_directories(settings.runFolder.c_str());
   curl_global_init(CURL_GLOBAL_DEFAULT);
   std::signal(SIGPIPE, SIG_IGN);
-  Reporter reporter(settingsOf(config));
+  Reporter reporter(settings);
   for (int const signal : {SIGTERM, SIGINT})
     Kel::Loop::instance().onSignal(signal, [&reporter] { reporter.finish(); });
   return Kel::Loop::instance().run();
