@@ -73,6 +73,8 @@ void Sender::prepare() {
   option(CURLOPT_POSTFIELDSIZE, static_cast<long>(body_.size()));
   option(CURLOPT_POSTFIELDS, body_.c_str());
   option(CURLOPT_WRITEFUNCTION, &ignore);
+  error_.front() = '\0';
+  option(CURLOPT_ERRORBUFFER, error_.data());
   option(CURLOPT_NOSIGNAL, 1L);
   option(CURLOPT_CONNECTTIMEOUT, connectSeconds);
   option(CURLOPT_TIMEOUT, transferSeconds);
@@ -102,7 +104,7 @@ void Sender::end(CURLcode result) {
   tick_.cancel();
   bool const accepted = status == 0 || (status >= 200 && status < 300);  // MQTT has no status
   if (result != CURLE_OK) {
-    failed(curl_easy_strerror(result), 0);
+    failed(error_.front() != '\0' ? error_.data() : curl_easy_strerror(result), 0);
   } else if (accepted) {
     succeeded();
   } else if (status == tooLargeStatus) {

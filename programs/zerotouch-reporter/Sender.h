@@ -4,6 +4,8 @@
 
 #include <curl/curl.h>
 
+#include <array>
+#include <functional>
 #include <memory>
 
 #include "platform/kel/Clock.h"
@@ -48,6 +50,7 @@ class Sender {
   CURL* easy_ = nullptr;
   curl_slist* headers_ = nullptr;
   Kel::String body_;
+  std::array<char, CURL_ERROR_SIZE> error_{};  // what libcurl says of a failure
   std::uint64_t lastInBody_ = 0;
   std::size_t eventsInBody_ = 0;
   std::size_t mostEvents_;
