@@ -70,8 +70,9 @@ TEST_P(SpoolTest, IsWholeAfterACrash) {
   EXPECT_EQ(shown(spool), GetParam().found);
   bool const lost = std::string(GetParam().name) == "WithoutItsFiles";
   EXPECT_EQ(spool.instance() == instance, !lost) << "numbers that begin anew are those of another spool";
-  if (!lost)
+  if (!lost) {
     EXPECT_EQ(spool.hostPosition().time, raised + 1.0 * static_cast<double>(spool.hostPosition().number));
+  }
   std::uint64_t const next = spool.next();
   EXPECT_EQ(spool.add("e", {}), "");
   EXPECT_EQ(spool.waiting().back().number, next);
@@ -79,7 +80,7 @@ TEST_P(SpoolTest, IsWholeAfterACrash) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Crashes, SpoolTest, testing::ValuesIn(crashes),
-                         [](auto const& info) { return std::string(info.param.name); });
+                         [](auto const& crash) { return std::string(crash.param.name); });
 
 TEST(SpoolBoundTest, DropsTheOldestAndCountsThem) {
   TemporaryFolder folder;
