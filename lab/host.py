@@ -58,6 +58,7 @@ class Host:
         self.reload_records = {"host": folder / "reload", "logging": folder / "log-reload"}
         self.flash = folder / "root" / "flash"
         self.run_directory = folder / "run"
+        self.reporter_directory = folder / "run-reporter"
         self.socket = self.run_directory / "statebase.sock"
         self.config = folder / "etc" / "zerotouch" / "platform.toml"
         system = f'[system]\nname = "{name}"\n' if name else ""
@@ -91,6 +92,13 @@ class Host:
         self.process = self.processes.start("host", self.command(*arguments), self.environment, ready="ready on")
         return self
 
+    def start_reporter(self):
+        return self.processes.start("reporter", [BUILD / "bin" / "zerotouch-reporter", "--config", self.config], self.environment,
+                                    ready=(self.reporter_directory / "status.json").exists)
+
+    def stop_reporter(self, how=signal.SIGTERM):
+        return self.processes.stop("reporter", how)
+
     def output(self):
         """The output of the host that was started last."""
         return self.log.read_text() if self.log.exists() else ""
@@ -111,7 +119,8 @@ class Host:
         assert code in (0, None), self.output()
         for record in self.reload_records.values():
             record.unlink(missing_ok=True)
-        shutil.rmtree(self.run_directory, ignore_errors=True)
+        for folder in (self.run_directory, self.reporter_directory):
+            shutil.rmtree(folder, ignore_errors=True)
         self.reboot()
         return self.start(*arguments, initial_values=initial_values)
 

@@ -9,6 +9,7 @@ from lab.namespace import Namespace
 from lab.processes import Processes
 
 HERE = pathlib.Path(__file__).resolve().parent
+COLLECTOR_PORT = 8088
 FILE_SERVERS = ("nginx", "vsftpd", "names-and-tftp", "bad-server")
 
 
@@ -77,6 +78,15 @@ class ServerSide:
     def stop_serving_files(self):
         for name in FILE_SERVERS:
             self.processes.stop(name)
+
+    def collect(self):
+        """Takes the events of reporters on COLLECTOR_PORT of all addresses; returns the file that gets them, one on a line."""
+        events = self.folder / "events.jsonl"
+        self.processes.start("collector", [*self.server.enter(), HERE / "collector.py", "0.0.0.0", COLLECTOR_PORT, events])
+        return events
+
+    def stop_collecting(self):
+        self.processes.stop("collector")
 
     def requests(self):
         """The requests that nginx has answered, each a dictionary with server, client, uri, status, and the X-Ostrel-

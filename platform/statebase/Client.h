@@ -57,6 +57,8 @@ class Client {
   // The next notification that the host sent; nothing when `timeout` passes without one (Kel::never: no
   // limit).
   std::optional<Notification> readNotification(Kel::Seconds timeout);
+  // The socket, for a loop to wait on; it stays the client's.
+  int descriptor() const { return descriptor_; }
 
  private:
   std::map<std::string, Kel::Value> callForPaths(char const* method, std::vector<std::string> const& paths);

@@ -7,6 +7,7 @@
 #include "platform/model/values/Grammar.h"
 #include "platform/statebase/Json.h"
 #include "programs/zerotouch/Output.h"
+#include "programs/zerotouch/ReporterStatus.h"
 #include "programs/zerotouch/States.h"
 #include "programs/zerotouch/Verbs.h"
 
@@ -246,6 +247,8 @@ Rows statusRows(Kel::Value const& tree) {
     result.push_back({"Host:", "was started " + memberText(host, "starts") +
                                    " times in this boot; the last one " + memberText(host, "lastEnd")});
   }
+  Kel::Value const& reporter = at(tree, {"reporter"});
+  if (reporter != Kel::Value()) result.push_back({"Reporter:", reporterInWords(reporter)});
   return result;
 }
 
@@ -255,7 +258,13 @@ void printStatus(Context const& context, Kel::Value const& tree) {
 
 void showStatus(Context const& context) {
   Statebase::Client host(context.socketPath);
-  printStatus(context, fetchStatus(host));
+  Kel::Value status = fetchStatus(host);
+  if (auto reporter = reporterStatus(context.socketPath); reporter != Kel::Value()) {
+    Kel::ValueMap members = *status.as<Kel::ValueMap>();
+    members.emplace_back("reporter", std::move(reporter));
+    status = std::move(members);
+  }
+  printStatus(context, status);
 }
 
 }  // namespace ZeroTouchCommand

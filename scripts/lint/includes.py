@@ -29,7 +29,7 @@ LIBRARIES = {
     r"nlohmann/": ["platform/statebase", "programs", "fleet", "tests"],
     r"netlink/|re2/": ["platform/linux", "tests"],
     r"linux/|net/|netinet/|netpacket/": ["platform/linux", "platform/model", "tests"],
-    r"curl/": ["zerotouch/fetch", "tests"],
+    r"curl/": ["zerotouch/fetch", "programs/zerotouch-reporter", "tests"],
     r"openssl/": ["zerotouch/trust"],
     r"toml\+\+/|CLI/": ["programs"],
     r"gtest/|gmock/": ["tests"],

@@ -37,6 +37,7 @@ def documented_options(text):
 
 def check_options():
     compare("zerotouchd(8)", documented_options(page("zerotouchd.8")), options(help_of("zerotouchd")))
+    compare("zerotouch-reporter(8)", documented_options(page("zerotouch-reporter.8")), options(help_of("zerotouch-reporter")))
     text = page("zerotouch.1")
     overview = help_of("zerotouch")
     verbs = set(re.findall(r"^  ([a-z]+) ", overview.split("Verbs:")[1].split("\n\n")[0], re.M))

@@ -11,7 +11,7 @@ from lab.host import ROOT, Host, timers
 from lab.polling import LIMIT, wait_for
 from lab.switch_lab import PLATFORM, Lab
 
-UNITS = ["zerotouchd.service", "zerotouch-settle.service"]
+UNITS = ["zerotouchd.service", "zerotouch-settle.service", "zerotouch-reporter.service"]
 CLIENT_PROFILE = "/etc/apparmor.d/sbin.dhclient"
 OWN_RULES = "# an operator's own\n"
 # Where branches may lead to. Debian's start files lack them, so no file has the note that says so of all of it.

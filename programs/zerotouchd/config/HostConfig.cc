@@ -112,6 +112,7 @@ HostConfig readHostConfig(Kel::String const& path, bool mustExist, TomlFiles* fi
       {"download",
        {{"proxy", oneOf<bool>({{"environment", true}, {"none", false}},
                               [&](bool v) { config.proxyFromEnvironment = v; })}}},
+      {"reporter", reporterSection(config.reporter)},
       {"install", {{"mode", fileMode(config.installMode)}}},
       {"socket", {{"path", absolutePath(config.socketPath)}, {"group", groupName(config.socketGroup)}}},
       {"provisioning",
@@ -123,5 +124,6 @@ HostConfig readHostConfig(Kel::String const& path, bool mustExist, TomlFiles* fi
   if (files != nullptr) *files = std::move(read);
   checkAuthenticity(*config.policy.entity->authenticity(), path);
   if (config.socketPath.empty()) config.socketPath = config.runDirectory + "/statebase.sock";
+  if (config.reporter.spool.empty()) config.reporter.spool = config.runDirectory + "-reporter";
   return config;
 }

@@ -11,6 +11,7 @@
 #include "platform/linux/system/Commands.h"
 #include "platform/linux/system/Inventory.h"
 #include "platform/model/policy.h"
+#include "programs/zerotouchd/config/ReporterSection.h"
 #include "programs/zerotouchd/config/Toml.h"
 
 // The agent's policy. It is an entity, which the host shows in the state tree and the agent reads; two are
@@ -49,6 +50,7 @@ struct HostConfig {
   std::uint32_t scriptExecTimeout = 3600;       // script_exec_timeout: seconds a configuration script may run
   Kel::Seconds maxRunTime = Kel::never;         // max_run_time: seconds, or "unlimited"
   std::uint32_t maxDownloadSize = 256U << 20U;  // max_download_size: bytes that a boot file may have
+  ReporterConfig reporter;  // [reporter]: of zerotouch-reporter; the host has no use for it
   // [authenticity], [pacing] and more keys of [download] and [dhcp] (PolicySections.h)
   PolicyConfig policy;
 
