@@ -16,7 +16,7 @@ class FakeCurl {
   std::string failing;  // this call fails: "easyInit", "multiInit", "addHandle" or "perform"
   bool hangs = false;
   bool trickles = false;  // while it hangs, each call of perform still brings one byte
-  int passes = 1;  // calls of perform before the one that ends a new transfer; 0 ends it at once
+  int passes = 1;         // calls of perform before the one that ends a new transfer; 0 ends it at once
   CURLcode result = CURLE_OK;
   std::string body = "hostname sw1\n";
   // The answer to an HTTP request, as far as it is not a body: 200, or any other status; with 503, a pause
