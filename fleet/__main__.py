@@ -25,7 +25,8 @@ def main():
         prog="scripts/fleet", description="Boots many virtual switches at once, with default timers, and measures them. HTTP and "
         "DHCP are requests and messages per switch; cpu is the processor time of a server; memory is that of a switch's processes.")
     parser.add_argument("--switches", default="1,10,50,100,200", help="how many at once; several numbers, one run each")
-    parser.add_argument("--dhcp", choices=SERVERS, default="dnsmasq-no-ping", help="the DHCP server")
+    parser.add_argument("--dhcp", choices=SERVERS, default="dnsmasq-no-ping", help="the DHCP server, unless it is "
+                        "simulated")
     parser.add_argument("--rate", default="1gbit", help="of the link of the servers, as tc(8) takes it")
     parser.add_argument("--file-mib", type=int, default=20, help="the size of the boot file")
     parser.add_argument("--settings", help="a file with more lines for each switch's platform.toml")

@@ -33,7 +33,10 @@ def boot(count, leases_per_second, rate, file_bytes, settings, patience):
              "file_bytes": file_bytes, "patience": patience}
     for section, keys in tomllib.loads(settings).items():
         words |= {f"{section}.{key}": float(value) for key, value in keys.items()}
-    done = subprocess.run([BUILD / "bin" / "fleet_simulation", *(f"{name}={value!r}" for name, value in words.items())],
+    program = BUILD / "bin" / "fleet_simulation"
+    if not program.exists():
+        raise SystemExit(f"{program} is not there: build with BUILD_BENCHMARKS on")
+    done = subprocess.run([program, *(f"{name}={value!r}" for name, value in words.items())],
                           stdout=subprocess.PIPE, text=True)
     if done.returncode != 0:
         raise SystemExit(done.returncode)

@@ -67,7 +67,7 @@ def keys(value, path=""):
 
 def documented():
     """The keys that the tables of docs/json.md name, by verb."""
-    sections = re.split(r"^## (\w+)$", (ROOT / "docs" / "json.md").read_text(), flags=re.M)[1:]
+    sections = re.split(r"^## (\w+).*$", (ROOT / "docs" / "json.md").read_text(), flags=re.M)[1:]
     return {verb: {key for line in text.splitlines() if line.startswith("| `") for key in re.findall("`(.*?)`", line.split("|")[1])}
             for verb, text in zip(sections[::2], sections[1::2])}
 
