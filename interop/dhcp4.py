@@ -164,10 +164,10 @@ def on_the_way():
                    remark=f"interop/odd_dhcp.py: {remark}", waits={"DHCLIENTQUERY": 4})
     yield Case("DHCPv4", "option 66 and a URL in option 67", [Dnsmasq("option 66", boot_file=BOOT_FILE)],
                before=lambda run: run.site.put({"http:/10.0.1.1/config": SECOND}), installed=SECOND,
-               remark="as described: option 66 makes the URL of option 67 a path of TFTP")
+               remark="by default, option 66 makes the URL of option 67 a path of TFTP")
     yield Case("DHCPv4", "option 66 and a URL in option 67", [Kea4("option 66", boot_file=BOOT_FILE)],
                before=lambda run: run.site.put({"http:/10.0.1.1/config": SECOND}), installed=SECOND,
-               remark="as described: option 66 makes the URL of option 67 a path of TFTP")
+               remark="by default, option 66 makes the URL of option 67 a path of TFTP")
 
 
 def server_address(server):

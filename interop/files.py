@@ -130,7 +130,7 @@ def cases():
                                                   server], subject=server)
     for kind in (Nginx, Apache):
         yield download(kind("redirect"), "a redirect", "http", "moved", installed=page_at("moved"),
-                       remark="as described: the page of the redirect is the download")
+                       remark="by default, the page of the redirect is the download")
 
 
 def download(server, name, scheme, path="config", **case):

@@ -1,5 +1,7 @@
 // zerotouch-reporter: posts the events of the agent to a collector.
+#include <unistd.h>
 #include <CLI/CLI.hpp>
+
 #include <csignal>
 #include <filesystem>
 #include <iostream>
@@ -32,8 +34,9 @@ ReporterSettings settingsOf(HostConfig const& config) {
 int run(std::string const& path) try {
   HostConfig const config = readHostConfig(path, path != defaultConfigPath);
   if (config.reporter.url.empty()) {
-    std::cerr << "zerotouch-reporter: " << path
-              << " names no collector ([reporter] url): there is nothing to do" << std::endl;
+    // The service starts at every boot, and has nothing to tell its journal then.
+    if (isatty(STDERR_FILENO) != 0)
+      std::cerr << "zerotouch-reporter: " << path << " names no collector ([reporter] url)" << std::endl;
     return 0;
   }
   ReporterSettings const settings = settingsOf(config);

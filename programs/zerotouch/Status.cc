@@ -256,15 +256,12 @@ void printStatus(Context const& context, Kel::Value const& tree) {
   context.json ? printJson(tree) : print(facts(statusRows(tree)));
 }
 
-void showStatus(Context const& context) {
-  Statebase::Client host(context.socketPath);
-  Kel::Value status = fetchStatus(host);
-  if (auto reporter = reporterStatus(context.socketPath); reporter != Kel::Value()) {
-    Kel::ValueMap members = *status.as<Kel::ValueMap>();
-    members.emplace_back("reporter", std::move(reporter));
-    status = std::move(members);
-  }
-  printStatus(context, status);
+Kel::Value withReporter(Kel::Value status, std::string const& socketPath) {
+  auto reporter = reporterStatus(socketPath);
+  if (reporter == Kel::Value()) return status;
+  Kel::ValueMap members = *status.as<Kel::ValueMap>();
+  members.emplace_back("reporter", std::move(reporter));
+  return members;
 }
 
 }  // namespace ZeroTouchCommand

@@ -47,6 +47,9 @@ Kel::Value statusOf(Snapshot const& snapshot);
 // Reads that from the host.
 Kel::Value fetchStatus(Statebase::Client& host);
 
+// The same with a member "reporter", where a reporter has said how far it has come.
+Kel::Value withReporter(Kel::Value status, std::string const& socketPath);
+
 // Prints it as the context asks for.
 void printStatus(Context const& context, Kel::Value const& status);
 

@@ -55,7 +55,6 @@ struct Context {
   }
 };
 
-void showStatus(Context const& context);
 // Waits for `until`, which is "provisioned", "failed" or the name of a state, at most `timeout` seconds, and
 // shows the status then. Throws WaitedInVain, after it has shown the status too, when that has not come
 // about.

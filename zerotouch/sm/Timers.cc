@@ -80,13 +80,12 @@ void ZeroTouchSm::handleTimer() {
 }
 
 void ZeroTouchSm::doStartInterfacesSetupTimer() {
-  startTimer<InterfacesSetupTimer>(
-      [this](Kel::Seconds described) { return pacing_->beforeFirstQuery(described); });
+  startTimer<InterfacesSetupTimer>([this](Kel::Seconds usual) { return pacing_->beforeFirstQuery(usual); });
 }
 
 void ZeroTouchSm::doStartDhclientQueryTimer() {
   startTimer<DhclientQueryTimer>(
-      [this](Kel::Seconds described) { return pacing_->forAnswers(described, retryCount()); });
+      [this](Kel::Seconds usual) { return pacing_->forAnswers(usual, retryCount()); });
 }
 
 void ZeroTouchSm::waitForOffers(Kel::Seconds longest) {
@@ -109,7 +108,7 @@ void ZeroTouchSm::doStartConfigFetchTimer() {
 
 void ZeroTouchSm::doStartConfigFetchRetryTimer(std::uint16_t tryCount) {
   startTimer<ConfigFetchRetryTimer>(
-      [this](Kel::Seconds described) { return pacing_->beforeDownload(described, retryCount()); },
+      [this](Kel::Seconds usual) { return pacing_->beforeDownload(usual, retryCount()); },
       ConfigFetchRetryTimer::settings.interval * tryCount,
       ConfigFetchRetryTimer::settings.timeout * tryCount);
 }
@@ -119,11 +118,11 @@ void ZeroTouchSm::doStartScriptExecTimer() {
   startTimer<ScriptExecTimer>(nullptr, timeout, timeout);
 }
 
-// The pause before the next attempt, and after it, as it is described, the bound on the clean-up.
+// The pause before the next attempt, and after it, as it is usual, the bound on the clean-up.
 void ZeroTouchSm::doStartRetryWaitTimer() {
   if (awaitsDhcpCleanup()) return startTimer<RetryWaitTimer>();
   startTimer<RetryWaitTimer>(
-      [this](Kel::Seconds described) { return pacing_->beforeAttempt(described, retryCount()); });
+      [this](Kel::Seconds usual) { return pacing_->beforeAttempt(usual, retryCount()); });
 }
 
 void ZeroTouchSm::doStartLeaseReleaseTimer() { startTimer<LeaseReleaseTimer>(); }

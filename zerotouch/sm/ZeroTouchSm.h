@@ -61,7 +61,7 @@ struct Signature;
 class Pacing;
 class Resume;
 struct Wait;
-using Pace = std::function<Wait(Kel::Seconds described)>;
+using Pace = std::function<Wait(Kel::Seconds usual)>;
 struct TimerSettings;
 using U32Ptr = std::uint32_t*;
 

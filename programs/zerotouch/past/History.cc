@@ -99,7 +99,7 @@ void showHistory(Context const& context) {
 
 void showStatusOrLastRun(Context const& context) try {
   Statebase::Client host(context.socketPath);
-  Value const status = fetchStatus(host);
+  Value const status = withReporter(fetchStatus(host), context.socketPath);
   printStatus(context, status);
   bool const atRest = memberText(at(status, {"sm"}), "currentState") == "stateInit";
   Value const run = atRest && !context.json ? lastRun() : Value();
