@@ -68,8 +68,8 @@ std::string configFor(std::string const& configFile, std::string const& leaseFil
     if (all.size() > mostServers) continue;
     for (std::string const& server : all) {
       if (!isPlain(device, server)) continue;
-      remembered += std::string(passedOver) + " " + device + " " + server + "\n";
-      statements += "interface \"" + device + "\" { reject " + server + "; }\n";
+      remembered.append(passedOver).append(" ").append(device).append(" ").append(server).append("\n");
+      statements.append("interface \"").append(device).append("\" { reject ").append(server).append("; }\n");
     }
   }
   std::string const result = leaseFile + ".conf";

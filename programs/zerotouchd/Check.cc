@@ -21,7 +21,7 @@ std::string table(Lines const& lines) {
   for (auto const& [left, right] : lines) width = std::max(width, left.size());
   std::string result;
   for (auto const& [left, right] : lines)
-    result += left + std::string(width + 2 - left.size(), ' ') + right + "\n";
+    result.append(left).append(width + 2 - left.size(), ' ').append(right).append("\n");
   return result;
 }
 
@@ -80,7 +80,8 @@ class Forecaster {
       if (port.empty()) {
         mistake("[ports] names", "device " + device + " gets a name that is empty or longer than 64 bytes");
       } else if (auto const [first, isNew] = devices.try_emplace(port, device); !isNew) {
-        mistake("[ports] names", "devices " + first->second + " and " + device + " are both called " + port);
+        mistake("[ports] names",
+                Kel::format("devices %s and %s are both called %s", first->second, device, port));
       }
     }
     for (auto const& pattern : config_.ports.devices) {

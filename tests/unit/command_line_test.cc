@@ -28,7 +28,9 @@ class CommandLine : public ::testing::Test, protected TestTree {
         "exec 2>&1; export TZ=UTC STATEBASESOCKNAME=" + path + "; " ZEROTOUCH_PROGRAM " " + arguments;
     auto done = std::async(std::launch::async, [&] {
       std::string text;
-      std::FILE* const output = popen(command.c_str(), "re");
+      // Only bash redirects to descriptors whose numbers have two digits.
+      setenv("COMMAND", command.c_str(), 1);
+      std::FILE* const output = popen("exec bash -c \"$COMMAND\"", "re");
       char piece[4096];
       while (std::size_t const count = std::fread(piece, 1, sizeof piece, output)) text.append(piece, count);
       int const status = pclose(output);

@@ -99,23 +99,24 @@ TEST_F(Fetch, finds_the_boot_image_url) {
 
 TEST(HttpAnswer, tells_what_the_headers_say) {
   auto const& curl = *ZeroTouch::Curl::load();
-  auto const after = [](std::initializer_list<char const*> lines) {
+  using Lines = std::vector<char const*>;
+  auto const after = [](Lines const& lines) {
     ZeroTouch::HttpAnswer answer;
     for (std::string const line : lines) answer.note(line + "\r\n");
     return answer;
   };
   char const *const busy = "HTTP/1.1 503 Busy", *const date = "Date: Sun, 06 Nov 1994 08:49:37 GMT";
-  for (auto const& [lines, pause] : std::initializer_list<std::pair<std::initializer_list<char const*>, int>>{
-           {{busy, "retry-after:  120 "}, 120},
-           {{"HTTP/2 429", "Retry-After: 7"}, 7},
-           {{busy, date, "Retry-After: Sun, 06 Nov 1994 08:50:07 GMT"}, 30},
-           {{busy, date, "Retry-After: Sunday, 06-Nov-94 08:49:07 GMT"}, -30},
-           {{busy, "Retry-After: soon"}, 0},
-           {{busy, "Retry-After: 99999999999999999999"}, 0},
-           {{busy, "Retry-After:"}, 0},
-           {{"HTTP/1.1 404 No", "Retry-After: 120"}, 0},
-           {{busy, "Retry-After: 120", "HTTP/1.1 503 Busy"}, 0}})
-    EXPECT_EQ(after(lines).pause(curl).value_or(0), pause) << *(lines.end() - 1);
+  for (auto const& [lines, pause] :
+       std::vector<std::pair<Lines, int>>{{{busy, "retry-after:  120 "}, 120},
+                                          {{"HTTP/2 429", "Retry-After: 7"}, 7},
+                                          {{busy, date, "Retry-After: Sun, 06 Nov 1994 08:50:07 GMT"}, 30},
+                                          {{busy, date, "Retry-After: Sunday, 06-Nov-94 08:49:07 GMT"}, -30},
+                                          {{busy, "Retry-After: soon"}, 0},
+                                          {{busy, "Retry-After: 99999999999999999999"}, 0},
+                                          {{busy, "Retry-After:"}, 0},
+                                          {{"HTTP/1.1 404 No", "Retry-After: 120"}, 0},
+                                          {{busy, "Retry-After: 120", "HTTP/1.1 503 Busy"}, 0}})
+    EXPECT_EQ(after(lines).pause(curl).value_or(0), pause) << lines.back();
 
   for (auto const& [line, tag] : Cases{{"ETag: \"a b\"", ""},
                                        {"etag:\"a-1\"", "\"a-1\""},

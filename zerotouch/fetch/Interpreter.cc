@@ -27,7 +27,7 @@ bool isOnPath(Kel::String const& name) {
   char const* const path = std::getenv("PATH");
   std::istringstream folders(path != nullptr ? path : defaultPath);
   for (Kel::String folder; std::getline(folders, folder, ':');) {
-    if (isProgram(folder + "/" + name)) return true;
+    if (isProgram(folder.append("/").append(name))) return true;
   }
   return false;
 }

@@ -102,7 +102,7 @@ void checkChain(X509* signer, STACK_OF(X509) * between, std::vector<PemCertifica
   X509_VERIFY_PARAM* const parameters = X509_STORE_CTX_get0_param(context.get());
   // Any certificate of the file is believed, not only authorities that have signed themselves.
   X509_VERIFY_PARAM_set_flags(parameters, X509_V_FLAG_PARTIAL_CHAIN | (now ? 0 : X509_V_FLAG_NO_CHECK_TIME));
-  if (now) X509_VERIFY_PARAM_set_time(parameters, static_cast<std::time_t>(*now));
+  if (now) X509_VERIFY_PARAM_set_time(parameters, static_cast<time_t>(*now));
   X509_VERIFY_PARAM_set_auth_level(parameters, authenticationLevel);
   if (X509_verify_cert(context.get()) == 1) return;
   throw Refusal{chainObjection(X509_STORE_CTX_get_error(context.get()),

@@ -6,13 +6,29 @@
 #include <cmath>
 #include <ctime>
 
+#include "platform/kel/Clock.h"
+
 namespace ZeroTouch {
+
+namespace {
+
+// The library stands beside that of Kel. Its name alone would not do: with the address sanitizer, the loader
+// does not know on whose behalf it searches.
+Kel::String pathOfLibrary() {
+  constexpr char const* name = "libZeroTouchTrust.so";
+  Dl_info kel{};
+  if (dladdr(reinterpret_cast<void const*>(&Kel::now), &kel) == 0 || kel.dli_fname == nullptr) return name;
+  Kel::String const path = kel.dli_fname;
+  return path.substr(0, path.rfind('/') + 1) + name;
+}
+
+}  // namespace
 
 TrustLibrary const* trustLibrary(Kel::String& failure) {
   static TrustLibrary const* loaded = nullptr;
   failure.clear();
   if (loaded != nullptr) return loaded;
-  void* const library = dlopen("libZeroTouchTrust.so", RTLD_LAZY | RTLD_LOCAL);
+  void* const library = dlopen(pathOfLibrary().c_str(), RTLD_LAZY | RTLD_LOCAL);
   using Factory = TrustLibrary const*();
   auto* const factory =
       library != nullptr ? reinterpret_cast<Factory*>(dlsym(library, "zeroTouchTrust")) : nullptr;

@@ -1,7 +1,6 @@
 #include "programs/zerotouch/report/Report.h"
 
 #include <cmath>
-#include <ranges>
 #include <set>
 
 #include "programs/zerotouch/Output.h"
@@ -11,6 +10,11 @@
 namespace ZeroTouchCommand {
 
 namespace {
+
+template <typename T>
+std::vector<T> newestFirst(std::vector<T> const& entries) {
+  return {entries.rbegin(), entries.rend()};
+}
 
 using Html::Cell;
 
@@ -27,7 +31,7 @@ std::string attempts(Run const& run) {
                     {"Began", "No", "Lasted", "Port", "Boot file", "Outcome"},
                     {},
                     "There was no attempt."};
-  for (auto const& attempt : run.attempts | std::views::reverse) {
+  for (auto const& attempt : newestFirst(run.attempts)) {
     std::string const tone = attempt.goesOn ? "" : attempt.success ? "tone-good" : "tone-wrong";
     table.rows.push_back({timeCell(run, attempt.started),
                           {attempt.number, "number"},
@@ -44,7 +48,7 @@ std::string states(Run const& run) {
                     {"Time", "State", "Lasted", "Why it was entered"},
                     {},
                     "No states."};
-  for (auto const& state : run.states | std::views::reverse) {
+  for (auto const& state : newestFirst(run.states)) {
     table.rows.push_back({timeCell(run, state.time),
                           {state.name, "name"},
                           {preciseDuration(state.end - state.time), "number"},
@@ -58,7 +62,7 @@ std::string events(Run const& run) {
                     {"Time", "Event", "Severity", "Message"},
                     {},
                     "Nothing has happened."};
-  for (auto const& event : run.events | std::views::reverse) {
+  for (auto const& event : newestFirst(run.events)) {
     std::string const tone = event.severity > severityWarning    ? "tone-calm"
                              : event.severity == severityWarning ? "tone-wait"
                                                                  : "tone-bad";
@@ -72,7 +76,7 @@ std::string events(Run const& run) {
 
 std::string portHistory(Run const& run, std::string const& port) {
   Html::Table table{"Links and DHCP on " + port, {"Time", "Source", "Report", "What it brought"}, {}, ""};
-  for (auto const& report : run.ports | std::views::reverse) {
+  for (auto const& report : newestFirst(run.ports)) {
     if (report.port != port) continue;
     bool const bad = report.report == "FAIL" || report.report == "TIMEOUT" || report.report == "down";
     bool const good = report.report == "up" || report.report.starts_with("BOUND");
@@ -99,7 +103,7 @@ std::string changes(Run const& run) {
                     {"Time", "Step", "What", "Where", "Value"},
                     {},
                     "Nothing was applied."};
-  for (auto const& change : run.changes | std::views::reverse) {
+  for (auto const& change : newestFirst(run.changes)) {
     table.rows.push_back({timeCell(run, change.time),
                           change.undone ? Cell{"undone", "tone-calm"} : Cell{"applied", "tone-done"},
                           {change.what, "short"},
@@ -114,7 +118,7 @@ std::string timers(Run const& run) {
                     {"Started", "Timer", "Limit", "Lasted", "How it ended"},
                     {},
                     "No timer was started."};
-  for (auto const& timer : run.timers | std::views::reverse) {
+  for (auto const& timer : newestFirst(run.timers)) {
     table.rows.push_back({timeCell(run, timer.started),
                           {timer.name, "name"},
                           {preciseDuration(timer.timeout), "number"},

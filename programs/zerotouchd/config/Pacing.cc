@@ -40,9 +40,9 @@ Setter servers(ZeroTouch::DhcpPolicy& policy) {
 }  // namespace
 
 Sections pacingSections(ZeroTouch::Policy& policy) {
-  auto const pacing = policy.pacing();
-  auto const download = policy.download();
-  auto const dhcp = policy.dhcp();
+  auto const& pacing = policy.pacing();
+  auto const& download = policy.download();
+  auto const& dhcp = policy.dhcp();
   using ZeroTouch::AfterFailure, ZeroTouch::ClientTiming, ZeroTouch::RedirectPolicy;
   return {
       {"pacing",

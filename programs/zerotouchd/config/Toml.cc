@@ -116,11 +116,13 @@ class Reading {
   }
 
   TomlFiles finish() {
-    for (auto const& [place, value] : values_) {
-      auto const& [section, key] = place;
-      std::string const name = "[" + section + "] " + key;
-      collect([&] { sections_.at(section).at(key)(*value); }, name + ": ");
-      result_.places[name] = *value->source().path + ":" + std::to_string(value->source().begin.line);
+    for (auto const& entry : values_) {
+      std::string const &section = entry.first.first, &key = entry.first.second;
+      toml::node const& value = *entry.second;
+      std::string name = "[";
+      name.append(section).append("] ").append(key);
+      collect([&] { sections_.at(section).at(key)(value); }, name + ": ");
+      result_.places[name] = *value.source().path + ":" + std::to_string(value.source().begin.line);
     }
     if (!errors_.empty()) throw BadInput(errors_);
     return std::move(result_);
@@ -149,9 +151,11 @@ class Reading {
       }
       auto const* const table = node.as_table();
       if (table == nullptr) fail(node.source(), "[" + section->first + "] is to be a table");
-      for (auto const& [key, value] : *table) {
+      for (auto const& entry : *table) {
+        toml::key const& key = entry.first;
         collect([&] { checkKey(key, "[" + section->first + "]", section->second); });
-        if (section->second.contains(key.str())) values_[{section->first, std::string(key.str())}] = &value;
+        if (section->second.contains(key.str()))
+          values_[{section->first, std::string(key.str())}] = &entry.second;
       }
     });
   }
@@ -255,7 +259,7 @@ bool isCommand(Kel::String const& name) {
   char const* const path = std::getenv("PATH");
   std::istringstream folders(path != nullptr ? path : "/usr/sbin:/usr/bin:/sbin:/bin");
   for (std::string folder; std::getline(folders, folder, ':');) {
-    if (isProgram(folder + "/" + name)) return true;
+    if (isProgram(folder.append("/").append(name))) return true;
   }
   return false;
 }
