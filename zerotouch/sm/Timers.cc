@@ -116,6 +116,7 @@ void ZeroTouchSm::doStartConfigFetchRetryTimer(std::uint16_t tryCount) {
 void ZeroTouchSm::doStartScriptExecTimer() {
   Kel::Seconds const timeout = config()->scriptExecTimeout();
   startTimer<ScriptExecTimer>(nullptr, timeout, timeout);
+  if (flashFlush_) timer()->purposeIs("the flash is flushed");
 }
 
 // The pause before the next attempt is paced. The wait for the clean-up after it always has the usual length.
@@ -213,6 +214,11 @@ void ConfigFetchRetryTimer::handleTimerStop() {
 }
 
 void ScriptExecTimer::handleTimerStop() {
+  if (ztSm()->flashFlush()) {
+    ztSm()->endFlashFlush();
+    ztSm()->failFlashFlush(Kel::format("it is not flushed after %g s", timeout()));
+    return;
+  }
   ztSm()->doKillRunningScript();
   ZTP_EXEC_SCRIPT_TIMEOUT.log(timeout());
   ztSm()->doStateTransition(ztSm()->stateCopyConfigOrExecScript(), ztSm()->stateRetry(),
