@@ -37,7 +37,7 @@ def lab():
 
 def laptop(lab):
     lab.switch.ip("link", "set", "et1", "up")
-    for address in ("10.0.1.50/24", "2001:db8:1::50/64"):
+    for address in ("10.0.1.50/24", "10.99.0.50/24", "2001:db8:1::50/64"):
         lab.switch.ip("address", "replace", address, "dev", "et1", *(["nodad"] if ":" in address else []))
 
 
@@ -126,7 +126,7 @@ def test_it_says_what_is_wrong_with_the_servers(lab, case):
     assert len(chosen) == (code in (0, 12, 13) or case == "scheme")
     assert all(offer["because"] for offer in said["asked"]["offers"] if not offer["chosen"])
     if code == 0 and said["download"]["url"].startswith("http:"):
-        assert [request["serial"] for request in lab.requests()[before:]] == ["LAB0001"]
+        assert [request["X-Ostrel-Serial"] for request in lab.requests()[before:]] == ["LAB0001"]
     if case == "both":
         reasons = {offer["because"] for offer in said["asked"]["offers"]}
         assert chosen[0]["family"] == "DHCPv4" and "DHCPv4 goes first" in reasons
@@ -165,11 +165,14 @@ def test_only_a_boot_file_and_what_it_says_is_documented(lab):
     code, said = rehearse(lab, *url, *IDENTITY)
     assert code == 0 and said["asked"] is None and said["download"]["firstLine"] == "#!/bin/sh"
     code, said = rehearse(lab, *url, "--config", config)
-    assert code == 13 and said["download"]["refused"] == "it is not signed"
+    assert code == 13 and said["download"]["refused"] == "the file is not signed"
     assert rehearse(lab, "--url", "gopher://10.0.1.1/x")[0] == 1
     before = lab.switch.ip("-d", "address", "show", "et1")
-    message = rehearse(lab, "-i", "et1", "--serial", "x")[1]["error"]["message"]
-    assert message.startswith("rehearse: say which switch to play, with --model;")
+    assert rehearse(lab, "-i", "et1", "--serial", "x", "--seconds", "1")[1]["identity"] == {
+        "model": "LAB-SWITCH", "revision": "", "serial": "x", "mac": "02:00:00:00:00:01"}  # of this machine
+    elsewhere = f"mount -t tmpfs none /etc/zerotouch && exec {BUILD}/bin/zerotouch rehearse -i et1 --serial x"
+    done = subprocess.run([*lab.switch.enter(), "unshare", "--mount", "sh", "-c", elsewhere], capture_output=True, text=True)
+    assert done.returncode == 2 and "rehearse: say which switch to play, with --model;" in done.stderr
     assert rehearse(lab, "-i", "nothing", *IDENTITY) == (1, {"error": {"message": "there is no network device 'nothing'"}})
     assert lab.switch.ip("-d", "address", "show", "et1") == before
     nobody = [*lab.switch.enter(), "setpriv", "--reuid=65534", "--clear-groups", "--bounding-set=-all", "--inh-caps=-all"]

@@ -25,21 +25,25 @@ void add(std::vector<std::string>& list, std::string const& line) {
   if (!line.empty() && std::ranges::find(list, line) == list.end()) list.push_back(line);
 }
 
-// Without a boot file in any answer of the family: what its servers lack.
+// The servers of a family that answer without a boot file. Where others name one, a switch that hears these
+// first loses a query by it.
 void addMissingBootFile(AnswerFamily family, Hearing const& hearing, std::string const& device,
                         std::vector<std::string>& toMend) {
   std::string servers;
+  bool others = false;
   for (auto const& offered : hearing.offers) {
     if (offered.family != family || !offered.counts || !offered.result) continue;
-    if (!offered.result->bootFileName().empty()) return;
-    if (servers.find(offered.from) == std::string::npos)
+    bool const names = !offered.result->bootFileName().empty();
+    others = others || names;
+    if (!names && servers.find(offered.from) == std::string::npos)
       servers += (servers.empty() ? "" : ", ") + offered.from;
   }
   if (servers.empty()) return;
-  bool const four = family == AnswerFamily::dhcpv4;
+  int const option = family == AnswerFamily::dhcpv4 ? 67 : 59;
   add(toMend,
       Kel::format("Option %d is missing for %s clients of this link (%s): %s answers without a boot file",
-                  four ? 67 : 59, name(family), device, servers));
+                  option, name(family), device, servers) +
+          (others ? ", and may be quicker than the server that names one" : ""));
 }
 
 // A server that offers what no switch asks for, since routers do not say so.
