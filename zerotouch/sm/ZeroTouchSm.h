@@ -22,7 +22,8 @@
 // - stateRetryFetchConfig, from stateFetchConfig: the back-off. The end of ConfigFetchRetryTimer leads
 //   back; after the third try stateRetry follows.
 // - stateCopyConfigOrExecScript, from stateFetchConfig: the file is installed, or run under
-//   ScriptExecTimer. Success leads to stateShutdown, failure to stateRetry.
+//   ScriptExecTimer, which also bounds the flush of the flash after a script that has succeeded. Success
+//   leads to stateShutdown, failure to stateRetry.
 // - stateRetry, from any state: leases are released, and after RetryWaitTimer all that the attempt
 //   applied is undone and stateDhcpQuery follows; past maxRunTime stateShutdown.
 // - stateShutdown, from any state; nothing leaves it: leases are released under LeaseReleaseTimer,
@@ -325,8 +326,14 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   // What the script said, errors first, each line followed by ". "; of each stream the first few KiB.
   Kel::String configScriptOutput() const;
   void handleScriptChildProcessStatus();
-  // Asks the script to end. Its end, whenever it comes, decides nothing any more.
+  // Asks the script to end, and ends the flush that follows it. Their end, whenever it comes, decides nothing
+  // any more.
   void doKillRunningScript();
+  // Null unless the flash is being flushed, which begins when a script has succeeded.
+  Kel::Ptr<Kel::ChildSiginfo const> const& flashFlush() const { return flashFlush_; }
+  void endFlashFlush();
+  // The attempt has failed: what the script has written may be lost with the power.
+  void failFlashFlush(Kel::String const& why);
   void handleScriptExecTimeoutValue();
 
  private:
@@ -398,6 +405,8 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   void reportFailedDownload();
   Kel::String startupConfigDestination() const;
   void endLeftoverScript();
+  void doFlushFlash();
+  void handleFlashFlushStatus();
 
   std::optional<bool> fixedSystem_;
   Kel::Ptr<Kel::Clock const> clock_;
@@ -433,6 +442,8 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   std::unique_ptr<BootFileCheck, BootFileCheckEnd> bootFileCheck_;  // after the transfer
   Kel::Ptr<Kel::ChildSiginfo const> scriptChildProcess_;
   Kel::Reactor scriptStatus_;
+  Kel::Ptr<Kel::ChildSiginfo const> flashFlush_;
+  Kel::Reactor flashFlushStatus_;
   bool queryFailureReported_ = false;  // by an event, in this attempt
   // What is wrong as to the cause of the last change of state, and as to the download that has ended last.
   Problem problem_ = Problem::none;
