@@ -161,6 +161,10 @@ def test_only_a_boot_file_and_what_it_says_is_documented(lab):
     assert code == 0 and keys(said) <= documented()["rehearse"] | {"toMend[]"}
     assert documented()["rehearse"] - keys(said) <= {"toMend[]", "asked.routers[].address", "asked.routers[].managed",
                                                      "asked.offers[].notUsed[]"}
+    lab.switch.ip("address", "flush", "dev", "et1", "scope", "global")
+    code, said = rehearse(lab, "-i", "et1", *IDENTITY, "--v4", "--seconds", "1")
+    assert code == 12 and said["toMend"][0].startswith("This machine has no IPv4 address on et1: give it one")
+    laptop(lab)
     url = ["--url", "http://10.0.1.1/script"]
     code, said = rehearse(lab, *url, *IDENTITY)
     assert code == 0 and said["asked"] is None and said["download"]["firstLine"] == "#!/bin/sh"

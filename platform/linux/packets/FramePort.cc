@@ -1,8 +1,10 @@
 #include "platform/linux/packets/FramePort.h"
 
 #include <arpa/inet.h>
+#include <ifaddrs.h>
 #include <linux/filter.h>
 #include <net/if.h>
+#include <netinet/in.h>
 #include <poll.h>
 #include <sys/ioctl.h>
 
@@ -89,6 +91,22 @@ bool FramePort::hasLink() const {
   auto const flags =
       static_cast<unsigned>(ask(socket_.get(), device_, SIOCGIFFLAGS, "SIOCGIFFLAGS").ifr_flags);
   return (flags & IFF_UP) != 0 && (flags & IFF_RUNNING) != 0;
+}
+
+bool FramePort::hasAddress(bool six) const {
+  ifaddrs* list = nullptr;
+  if (getifaddrs(&list) != 0) return false;
+  bool found = false;
+  for (ifaddrs const* entry = list; entry != nullptr && !found; entry = entry->ifa_next) {
+    if (entry->ifa_addr == nullptr || device_ != entry->ifa_name ||
+        entry->ifa_addr->sa_family != (six ? AF_INET6 : AF_INET))
+      continue;
+    sockaddr_in6 address{};
+    if (six) std::memcpy(&address, entry->ifa_addr, sizeof address);
+    found = !six || !IN6_IS_ADDR_LINKLOCAL(&address.sin6_addr);
+  }
+  freeifaddrs(list);
+  return found;
 }
 
 void FramePort::send(std::span<std::uint8_t const> frame) const {

@@ -24,6 +24,8 @@ class FramePort {
   Wire::EthAddr const& address() const { return address_; }
   // Whether the device is up, and has a carrier.
   bool hasLink() const;
+  // Whether the device has an address of the family that others beyond its link can answer to.
+  bool hasAddress(bool six) const;
 
   // A frame, with its Ethernet header. Throws std::system_error.
   void send(std::span<std::uint8_t const> frame) const;

@@ -93,6 +93,7 @@ void showDownload(Download const& download) {
   }
   if (download.problem == ZeroTouch::Problem::interpreterMissing)
     rows.push_back({"Note", "this machine was looked at; a switch may have other interpreters"});
+  if (!download.here.empty()) rows.push_back({"Note", download.here});
   std::string const host = ZeroTouch::hostOf(download.url);
   if (!host.starts_with('[') && !Wire::IpAddr::fromString(host))
     rows.push_back(

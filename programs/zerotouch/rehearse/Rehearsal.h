@@ -62,6 +62,7 @@ Offered const* choose(Hearing& hearing, std::string const& device);
 struct Download {
   std::string url;  // without a password, like all that follows
   bool received = false;
+  std::string here;  // what this machine lacks to fetch it as a switch would, as a sentence; "" for nothing
   std::string outcome;  // of the server: "HTTP 200 OK", "10.0.1.1 refuses the connection"
   ZeroTouch::Problem problem = ZeroTouch::Problem::none;
   std::string refused;     // why the file, which was received, would not do; "" when it would

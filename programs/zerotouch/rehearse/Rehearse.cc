@@ -10,6 +10,7 @@
 #include "programs/zerotouch/Verbs.h"
 #include "programs/zerotouch/rehearse/Findings.h"
 #include "zerotouch/agent/Policy.h"
+#include "zerotouch/fetch/DownloadEnd.h"
 
 namespace ZeroTouchCommand {
 
@@ -102,6 +103,19 @@ void listen(RehearsalWords const& words, Linux::FramePort const& port, Rehearsal
   throw Refused(words.interface + ": " + error.what());
 }
 
+// A switch has the address that it was offered; this machine does not take it.
+std::string addressLacking(Linux::FramePort const& port, std::string const& device, std::string const& url) {
+  std::string const host = ZeroTouch::hostOf(url);
+  bool const four = Wire::IpAddr::fromString(host).has_value(), six = host.starts_with('[');
+  if ((!six && port.hasAddress(false)) || (!four && port.hasAddress(true))) return {};
+  return Kel::format(
+      "This machine has no %s address on %s: give it one of that network, since the file is fetched by it",
+      four  ? "IPv4"
+      : six ? "IPv6"
+            : "own",
+      device);
+}
+
 ExitCode exitCodeOf(Rehearsal::Outcome outcome) {
   constexpr std::array codes = {ok, noOffer, noUsableOffer, downloadFails, fileRefused};
   return codes.at(static_cast<std::size_t>(outcome));
@@ -136,6 +150,7 @@ void rehearse(Context const& context, RehearsalWords const& words) {
     file = givenFile(words.url);
   }
   if (!file.url.empty()) findings.download = Rehearsal::fetch(file, identity, config, tell);
+  if (port && findings.download) findings.download->here = addressLacking(*port, words.interface, file.url);
   findings.verdict = Rehearsal::judge(findings.hearing ? &*findings.hearing : nullptr,
                                       findings.download ? &*findings.download : nullptr, words.interface);
   context.json ? printJson(jsonOf(findings)) : show(findings);

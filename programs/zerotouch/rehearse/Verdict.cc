@@ -119,6 +119,7 @@ void judgeDownload(Download const& download, Verdict& verdict) {
         (download.isScript ? "the script cannot run: " : "the file is no good: ") + download.refused;
   }
   if (verdict.sentence.empty()) return;
+  if (!download.received) add(verdict.toMend, download.here);
   std::string cure = ZeroTouch::whatToDo(download.problem);
   // What follows is about a switch that has the page already.
   if (download.problem == Problem::webPage) cure = cure.substr(0, cure.find(':'));
