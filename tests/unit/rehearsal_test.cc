@@ -42,7 +42,7 @@ TEST(Rehearsal, asks_as_the_client_does) {
             "01010203" + common + "000003000c0001000100000e1000001518");
   Asking later = asking;
   later.seconds = 0.93;
-  EXPECT_EQ(plain(octets(informationRequest(question(true), later))), "0b010203" + common + "005d");
+  EXPECT_EQ(plain(octets(informationRequest(question(true), later))), "0b010203" + common + "5d");
 }
 
 TEST(Rehearsal, names_the_statement_of_the_client_that_it_cannot_follow) {
