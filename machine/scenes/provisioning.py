@@ -1,4 +1,6 @@
 """From power-on to the second boot."""
+import time
+
 from lab.host import BUILD, ROOT
 from lab.namespace import run
 from machine import hardware
@@ -53,7 +55,8 @@ def signed(switch):
     serve("stranger")
     signers = (switch.folder / "ours.pem").read_text()
     switch.begin(platform='[authenticity]\nsigners = "/etc/zerotouch/signers.pem"\nbind = "serial"\n',
-                 prepare=f"cat >/etc/zerotouch/signers.pem <<'EOF'\n{signers}EOF\nzerotouchd --check")
+                 prepare=f"date -s @{int(time.time())}; cat >/etc/zerotouch/signers.pem <<'EOF'\n{signers}EOF\n"
+                         "zerotouchd --check | grep 'signers.pem:1: CN=ours, expires'")
     refusal = "Error: the file is signed by somebody who may not sign boot files: CN=stranger"
     switch.wait(lambda: any(refusal in text for text in switch.events("ZTP_CONFIG_DOWNLOAD_FAIL")), "the refusal")
     assert switch.startup_config() is None
