@@ -46,5 +46,5 @@ def boot(count, leases_per_second, rate, file_bytes, settings, patience):
         switches=count, provisioned=told["provisioned"], started_within=STARTED_WITHIN,
         gave_up_after=told["provisioned"][-1] if complete else patience, requests=told["downloads"],
         dhcp_messages=told["messages"], retries=told["queries"] - count, dhcp_processor=None, file_processor=None,
-        memory_kib=None, lost_answers=told["lost_answers"], given_up=told["given_up"],
+        memory_kib=None, reported=[], lost_answers=told["lost_answers"], given_up=told["given_up"],
         downloads_at_once=told["downloads_at_once"], bytes_sent=told["bytes_sent"], runs=told["replays"])

@@ -119,7 +119,7 @@ void ZeroTouchSm::doStartScriptExecTimer() {
   if (flashFlush_) timer()->purposeIs("the flash is flushed");
 }
 
-// The pause before the next attempt, and after it, as it is usual, the bound on the clean-up.
+// The pause before the next attempt is paced. The wait for the clean-up after it always has the usual length.
 void ZeroTouchSm::doStartRetryWaitTimer() {
   if (awaitsDhcpCleanup()) return startTimer<RetryWaitTimer>();
   startTimer<RetryWaitTimer>(
