@@ -1,4 +1,4 @@
-// What a release hands back besides what it was asked for.
+// DHCPv4 releases that the shim sends by itself, and the leases that they hand back.
 #include <arpa/inet.h>
 #include <ifaddrs.h>
 #include <sys/socket.h>
@@ -22,15 +22,6 @@ struct Lease {
   in_addr address{};
   in_addr server{};
 };
-
-// What stands behind the keyword in a statement, without its semicolon and quotation marks; empty without it.
-std::string valueOf(std::string const& line, std::string_view keyword) {
-  std::size_t const begin = line.find_first_not_of(" \t");
-  if (begin == line.npos || line.compare(begin, keyword.size(), keyword) != 0) return {};
-  std::string result = line.substr(begin + keyword.size());
-  std::erase_if(result, [](char c) { return c == ';' || c == '"' || c == ' '; });
-  return result;
-}
 
 // By device; the last of a device counts.
 std::map<std::string, Lease> leasesIn(std::string const& text) {
@@ -116,14 +107,15 @@ void sendRelease(std::string const& device, Lease const& lease, std::string cons
   if (out >= 0) close(out);
 }
 
+bool isWhole(Lease const& lease) { return lease.address.s_addr != 0 && lease.server.s_addr != 0; }
+
 void handBack(std::string const& device, Lease const& lease, std::string const& identifier) {
-  bool const isWhole = lease.address.s_addr != 0 && lease.server.s_addr != 0;
-  if (isWhole && !hasAddress(device, lease.address)) sendRelease(device, lease, identifier);
+  if (isWhole(lease) && !hasAddress(device, lease.address)) sendRelease(device, lease, identifier);
 }
 
 }  // namespace
 
-void releaseWithoutAddress(char const* leaseFile, std::string const& configFile) {
+void releaseWithoutAddress(std::string const& leaseFile, std::string const& configFile) {
   std::string const identifier = clientAddress(configFile);
   for (auto const& [device, lease] : leasesIn(readContents(leaseFile))) handBack(device, lease, identifier);
 }
@@ -136,10 +128,21 @@ void releaseWithoutAddress(std::string const& leaseFile, std::string const& conf
     handBack(device, found->second, clientAddress(configFile));
 }
 
-std::vector<std::string> otherDevices(char const* leaseFile, std::vector<std::string> const& devices) {
-  std::vector<std::string> result;
+void releaseAll(std::string const& leaseFile, std::string const& configFile) {
+  std::string const identifier = clientAddress(configFile);
   for (auto const& [device, lease] : leasesIn(readContents(leaseFile))) {
-    if (std::ranges::find(devices, device) == devices.end()) result.push_back(device);
+    if (isWhole(lease)) sendRelease(device, lease, identifier);
   }
+}
+
+std::vector<std::string> devicesWithLease(std::string const& leaseFile) {
+  std::vector<std::string> result;
+  for (auto const& [device, lease] : leasesIn(readContents(leaseFile))) result.push_back(device);
+  return result;
+}
+
+std::vector<std::string> otherDevices(std::string const& leaseFile, std::vector<std::string> const& devices) {
+  auto result = devicesWithLease(leaseFile);
+  std::erase_if(result, [&](auto const& device) { return std::ranges::find(devices, device) != devices.end(); });
   return result;
 }
