@@ -9,17 +9,17 @@ namespace Hook {
 
 namespace {
 
-// dhcpcd's reasons; any other is one that nothing follows from. That dhcpcd stops is none either: whoever ends it
-// knows, and the ISC client says nothing then.
+// dhcpcd's reasons; any other is one that nothing follows from. That dhcpcd stops is none either: whoever
+// ends it knows, and the ISC client says nothing then.
 struct Reason {
   std::string_view given;
   std::string_view result;
 };
 constexpr std::array reasons = {
-    Reason{"BOUND", "BOUND"},     Reason{"RENEW", "RENEW"},     Reason{"REBIND", "REBIND"},
-    Reason{"REBOOT", "REBOOT"},   Reason{"EXPIRE", "EXPIRE"},   Reason{"NAK", "EXPIRE"},
-    Reason{"FAIL", "FAIL"},       Reason{"RELEASE", "RELEASE"}, Reason{"BOUND6", "BOUND6"},
-    Reason{"RENEW6", "RENEW6"},   Reason{"REBIND6", "REBIND6"}, Reason{"EXPIRE6", "EXPIRE6"},
+    Reason{"BOUND", "BOUND"},      Reason{"RENEW", "RENEW"},     Reason{"REBIND", "REBIND"},
+    Reason{"REBOOT", "REBOOT"},    Reason{"EXPIRE", "EXPIRE"},   Reason{"NAK", "EXPIRE"},
+    Reason{"FAIL", "FAIL"},        Reason{"RELEASE", "RELEASE"}, Reason{"BOUND6", "BOUND6"},
+    Reason{"RENEW6", "RENEW6"},    Reason{"REBIND6", "REBIND6"}, Reason{"EXPIRE6", "EXPIRE6"},
     Reason{"INFORM6", "RENEW6"},  // an answer without an address
     Reason{"RELEASE6", "RELEASE6"}};
 
@@ -80,7 +80,8 @@ std::string domains(std::string const& bytes) {
     } else if (i + length > bytes.size()) {
       return {};
     } else {
-      for (char const c : bytes.substr(i, length)) result += c == '-' || c == '_' ? std::string(1, c) : escaped({&c, 1});
+      for (char const c : bytes.substr(i, length))
+        result += c == '-' || c == '_' ? std::string(1, c) : escaped({&c, 1});
       result += '.';
       i += length;
     }

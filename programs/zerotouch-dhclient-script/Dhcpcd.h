@@ -1,4 +1,5 @@
-// The variables of dhcpcd (dhcpcd-run-hooks(8)), which the shim has it name as zerotouch-dhclient/dhcpcd does.
+// The variables of dhcpcd (dhcpcd-run-hooks(8)), which the shim has it name as zerotouch-dhclient/dhcpcd
+// does.
 #pragma once
 
 #include "programs/zerotouch-dhclient-script/Environment.h"

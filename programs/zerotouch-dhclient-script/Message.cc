@@ -107,8 +107,8 @@ std::string leaseRecord6(Environment const& environment) {
   auto const server = Grammar::duid(plainOption(environment, "dhcp6.server-id"));
   auto const association = Grammar::duid(plainOption(environment, "iaid"));
   bool const isAnswer = reason != nullptr && reason->effect == Effect::answered && reason->v6;
-  if (!isAnswer || !address || !client || !server || !association || !Grammar::deviceNameFault(device).empty() ||
-      device.find('"') != device.npos)
+  if (!isAnswer || !address || !client || !server || !association ||
+      !Grammar::deviceNameFault(device).empty() || device.find('"') != device.npos)
     return {};
   return "lease6 {\n  interface \"" + device + "\";\n  client-id " + *client + ";\n  server-id " + *server +
          ";\n  ia-na " + *association + ";\n  iaaddr " + address->stringValue() + ";\n}\n";

@@ -9,20 +9,20 @@
 
 #include "programs/zerotouch-dhclient/Arguments.h"
 
-// A client as its command line asks for it. The file of the leases exists, and no release of these leases runs
-// any more. `parent` is who started the shim; whatever runs ends together with it.
+// A client as its command line asks for it. The file of the leases exists, and no release of these leases
+// runs any more. `parent` is who started the shim; whatever runs ends together with it.
 class Client {
  public:
   virtual ~Client() = default;
 
-  // Asks on the devices, and goes on until the process is ended. The leases of earlier attempts count no more:
-  // all servers are asked anew. Returns the exit code, if at all.
+  // Asks on the devices, and goes on until the process is ended. The leases of earlier attempts count no
+  // more: all servers are asked anew. Returns the exit code, if at all.
   virtual int query(Arguments const& asked, pid_t parent) = 0;
   // Hands the leases back, and returns the exit code.
   virtual int release(Arguments const& asked, pid_t parent) = 0;
 };
 
-// The client that ZEROTOUCH_REAL_DHCLIENT names, or else the first one that is installed; null, after a complaint
-// that names what was tried, when there is none. Which one a program is, its name says: dhcpcd, or else the ISC
-// client.
+// The client that ZEROTOUCH_REAL_DHCLIENT names, or else the first one that is installed; null, after a
+// complaint that names what was tried, when there is none. Which one a program is, its name says: dhcpcd, or
+// else the ISC client.
 std::unique_ptr<Client> findClient();

@@ -143,6 +143,7 @@ std::vector<std::string> devicesWithLease(std::string const& leaseFile) {
 
 std::vector<std::string> otherDevices(std::string const& leaseFile, std::vector<std::string> const& devices) {
   auto result = devicesWithLease(leaseFile);
-  std::erase_if(result, [&](auto const& device) { return std::ranges::find(devices, device) != devices.end(); });
+  std::erase_if(result,
+                [&](auto const& device) { return std::ranges::find(devices, device) != devices.end(); });
   return result;
 }

@@ -29,9 +29,9 @@ std::string configFor(std::string const& configFile, std::string const& leaseFil
                       std::span<std::string const> devices);
 
 // Hands back the DHCPv4 leases of ports that do not have the leased address, because another port or family
-// was chosen: the ISC client's own message leaves with that address only. One message each, from the port to its
-// server (RFC 2131, 4.4.6), for which nobody waits; a server behind a relay gets it only by the routes of a port
-// that has the address.
+// was chosen: the ISC client's own message leaves with that address only. One message each, from the port to
+// its server (RFC 2131, 4.4.6), for which nobody waits; a server behind a relay gets it only by the routes of
+// a port that has the address.
 void releaseWithoutAddress(std::string const& leaseFile, std::string const& configFile);
 // The same for all ports, with the leased address or without.
 void releaseAll(std::string const& leaseFile, std::string const& configFile);
@@ -44,9 +44,9 @@ std::vector<std::string> devicesWithLease(std::string const& leaseFile);
 // Those of them that are not among these.
 std::vector<std::string> otherDevices(std::string const& leaseFile, std::vector<std::string> const& devices);
 
-// Waits until no release of these leases runs any more, neither the client nor what it has started: two
-// clients must not share the file, and the report of a release that comes late would remove the record of a
-// new answer. A release has at most 3 s once it is told to stop, and its script 5 s; after 9 s there is a
-// complaint, and the program goes on. A release then keeps others waiting until it has ended: it and its
-// children hold a lock.
-void waitForRelease(std::string const& leaseFile, bool isRelease);
+// Waits until no other client uses these leases any more, neither one that releases them, nor what it has
+// started: two clients must not share the file, and the report of a release that comes late would remove the
+// record of a new answer. A release has at most 3 s once it is told to stop, and its script 5 s; after 9 s
+// there is a complaint, and the program goes on. With `keeps` this process and its children then keep others
+// waiting until they have ended: they hold a lock.
+void waitForRelease(std::string const& leaseFile, bool keeps);

@@ -1,5 +1,5 @@
-// zerotouch-dhclient, a shim in front of the DHCP client: it is started as the ISC client would be, and drives
-// the client that there is (Client.h).
+// zerotouch-dhclient, a shim in front of the DHCP client: it is started as the ISC client would be, and
+// drives the client that there is (Client.h).
 #include <unistd.h>
 
 #include <csignal>

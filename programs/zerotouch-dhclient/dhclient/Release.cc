@@ -22,7 +22,8 @@ sigset_t awaitedSignals() {
   return set;
 }
 
-[[noreturn]] void becomeClient(std::vector<std::string> const& arguments, pid_t parent, sigset_t const& mask) {
+[[noreturn]] void becomeClient(std::vector<std::string> const& arguments, pid_t parent,
+                               sigset_t const& mask) {
   dieWithParent(parent, SIGKILL);
   sigprocmask(SIG_SETMASK, &mask, nullptr);
   become(arguments);
@@ -58,7 +59,8 @@ int runRelease(std::vector<std::string> const& arguments, pid_t parent) {
   pid_t const self = getpid();
   pid_t const child = fork();
   if (child < 0) {
-    std::fprintf(stderr, "zerotouch-dhclient: cannot start %s: %s\n", arguments[0].c_str(), std::strerror(errno));
+    std::fprintf(stderr, "zerotouch-dhclient: cannot start %s: %s\n", arguments[0].c_str(),
+                 std::strerror(errno));
     return cannotExecute;
   }
   if (child == 0) becomeClient(arguments, self, mask);

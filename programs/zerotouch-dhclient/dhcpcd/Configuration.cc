@@ -8,17 +8,17 @@ namespace {
 
 // What dhcpcd is to leave alone in any case, and with what it is not to wait.
 constexpr char const* reportsOnly =
-    "noconfigure\n"   // no address, route or name
-    "noup\n"          // no port is set up
-    "nodev\n"         // nobody is asked whether a port is ready
-    "nolink\n"        // a cable that is pulled ends no lease; the agent watches links
-    "noarp\n"         // nobody is asked whether the address is in use, as the ISC client does not ask
-    "noipv4ll\n"      // no address is made up
-    "noipv6rs\n"      // router advertisements are the agent's
-    "nodelay\n"       // the first question leaves at once
-    "reboot 0\n"      // no question for the address of an earlier lease
-    "timeout 0\n"     // it goes on until it is ended
-    "fqdn disable\n"  // no name is sent
+    "noconfigure\n"     // no address, route or name
+    "noup\n"            // no port is set up
+    "nodev\n"           // nobody is asked whether a port is ready
+    "nolink\n"          // a cable that is pulled ends no lease; the agent watches links
+    "noarp\n"           // nobody is asked whether the address is in use, as the ISC client does not ask
+    "noipv4ll\n"        // no address is made up
+    "noipv6rs\n"        // router advertisements are the agent's
+    "nodelay\n"         // the first question leaves at once
+    "reboot 0\n"        // no question for the address of an earlier lease
+    "timeout 0\n"       // it goes on until it is ended
+    "fqdn disable\n"    // no name is sent
     "vendorclassid\n";  // nor dhcpcd's version
 
 std::string hex(std::string_view bytes) {
@@ -52,8 +52,8 @@ std::string definitions(Wishes const& wishes, std::string const& keyword) {
   return result;
 }
 
-// dhcpcd asks for some options, and sends some, unless it is told not to: the greatest size of a message, whether
-// it can be told to renew, and whether it may make up an address.
+// dhcpcd asks for some options, and sends some, unless it is told not to: the greatest size of a message,
+// whether it can be told to renew, and whether it may make up an address.
 std::string unasked(Wishes const& wishes) {
   std::string result = "nooption 57,116,145\n";
   for (unsigned const code : {1U, 3U, 28U, 33U, 51U, 58U, 59U}) {
@@ -103,7 +103,8 @@ std::string vendorClass(Wishes const& wishes) {
   return result;
 }
 
-// The identifier of the switch is a DUID-LL (RFC 8415, 11.4) of the address that identifies it over DHCPv4 too.
+// The identifier of the switch is a DUID-LL (RFC 8415, 11.4) of the address that identifies it over DHCPv4
+// too.
 std::string configuration6(Wishes const& wishes, bool isStateless) {
   std::string const address = sent(wishes, "dhcp-client-identifier");
   return "noipv4\n" + line("duid", address.empty() ? "ll" : "00:03:00:01:" + address) +

@@ -1,11 +1,9 @@
 #include "programs/zerotouch-dhclient/dhcpcd/Dhcpcd.h"
 
-#include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 
@@ -65,18 +63,12 @@ void reportUnanswered(Arguments const& asked) {
   }
 }
 
-// Ends the query that the pid file names, if it is one.
-void endQuery(std::string const& pidFile) {
-  pid_t const pid = std::atoi(readContents(pidFile).c_str());
-  std::string const name = "/proc/" + std::to_string(pid) + "/comm";
-  if (pid > 1 && pid != getpid() && readContents(name).starts_with("zerotouch-dhcli")) kill(pid, SIGKILL);
-}
-
 // Runs the hook, and waits for it.
 void say(Arguments const& asked, char const* reason, std::string const& device) {
   if (asked.script.empty()) return;
   start(asked.script, report(asked, reason, device));
-  while (wait(nullptr) > 0) {}
+  while (wait(nullptr) > 0) {
+  }
 }
 
 }  // namespace
@@ -84,6 +76,8 @@ void say(Arguments const& asked, char const* reason, std::string const& device) 
 int Dhcpcd::query(Arguments const& asked, pid_t) {
   std::string config = asked.config;
   if (!asked.leaseFile.empty()) {
+    // It lives on for a moment when it is stopped; whoever comes next waits for that.
+    waitForRelease(asked.leaseFile, true);
     // Before the leases of servers that are passed over are forgotten, they are handed back.
     if (!asked.isV6) config = configFor(config, asked.leaseFile, asked.devices);
     forgetLeases(asked.leaseFile, asked.isV6 ? identifierOf(asked.config) : std::string());
@@ -104,7 +98,6 @@ int Dhcpcd::query(Arguments const& asked, pid_t) {
 }
 
 int Dhcpcd::release(Arguments const& asked, pid_t) {
-  endQuery(asked.pidFile);
   if (asked.isV6) {
     releaseAll6(asked.leaseFile);
   } else {

@@ -1,5 +1,5 @@
-// dhcpcd (dhcpcd(8)), which asks and reports, and changes nothing: one process for all ports, in a room of its own
-// (Room.h). It cannot hand a lease back once it has ended, so the shim sends that message by itself.
+// dhcpcd (dhcpcd(8)), which asks and reports, and changes nothing: one process for all ports, in a room of
+// its own (Room.h). It cannot hand a lease back once it has ended, so the shim sends that message by itself.
 #pragma once
 
 #include "programs/zerotouch-dhclient/Client.h"
@@ -9,8 +9,8 @@ class Dhcpcd : public Client {
   explicit Dhcpcd(std::string path) : path_(std::move(path)) {}
 
   int query(Arguments const& asked, pid_t parent) override;
-  // Ends an earlier query of these leases, sends one message for each lease, and has the hook say that those of
-  // the devices are gone. Nobody waits for an answer of the server.
+  // Sends one message for each lease, and has the hook say that those
+  // of the devices are gone. Nobody waits for an answer of the server.
   int release(Arguments const& asked, pid_t parent) override;
 
  private:

@@ -63,7 +63,8 @@ std::string option(std::uint16_t code, std::string const& data) {
 // RFC 8415, 8 and 21. A release has no times: those of the association and of the address are 0.
 std::string releaseMessage(Lease const& lease) {
   constexpr char release = 8;
-  constexpr std::uint16_t clientId = 1, serverId = 2, associationOption = 3, addressOption = 5, elapsedTime = 8;
+  constexpr std::uint16_t clientId = 1, serverId = 2, associationOption = 3, addressOption = 5,
+                          elapsedTime = 8;
   std::string const times(8, '\0');
   std::uint32_t const transaction = std::random_device()();
   std::string const number(reinterpret_cast<char const*>(&transaction), 3);
@@ -85,12 +86,12 @@ void sendRelease(std::string const& device, Lease const& lease) {
   to.sin6_port = htons(serverPort);
   inet_pton(AF_INET6, "ff02::1:2", &to.sin6_addr);
   std::string const message = releaseMessage(lease);
-  bool const sent =
-      out >= 0 &&
-      setsockopt(out, SOL_SOCKET, SO_BINDTODEVICE, device.c_str(), static_cast<socklen_t>(device.size())) == 0 &&
-      bind(out, reinterpret_cast<sockaddr const*>(&from), sizeof from) == 0 &&
-      sendto(out, message.data(), message.size(), 0, reinterpret_cast<sockaddr const*>(&to), sizeof to) ==
-          ssize_t(message.size());
+  bool const sent = out >= 0 &&
+                    setsockopt(out, SOL_SOCKET, SO_BINDTODEVICE, device.c_str(),
+                               static_cast<socklen_t>(device.size())) == 0 &&
+                    bind(out, reinterpret_cast<sockaddr const*>(&from), sizeof from) == 0 &&
+                    sendto(out, message.data(), message.size(), 0, reinterpret_cast<sockaddr const*>(&to),
+                           sizeof to) == ssize_t(message.size());
   if (!sent) complain(("release of " + device).c_str());
   if (out >= 0) close(out);
 }

@@ -20,7 +20,8 @@ namespace {
 // By their numbers in the kernel (capabilities(7)).
 enum class Capability { kill = 5, setgid = 6, setuid = 7, netBindService = 10, netRaw = 13, sysChroot = 18 };
 
-// dhcpcd opens raw sockets and its ports, then gives up root in a chroot; what remains of root ends the others.
+// dhcpcd opens raw sockets and its ports, then gives up root in a chroot; what remains of root ends the
+// others.
 constexpr std::array kept = {Capability::kill,           Capability::setgid, Capability::setuid,
                              Capability::netBindService, Capability::netRaw, Capability::sysChroot};
 
@@ -56,6 +57,15 @@ bool isAlone(int pipe) {
   return poll(&end, 1, 0) != 0;
 }
 
+constexpr long grace = 200'000'000;  // nanoseconds
+
+sigset_t awaitedSignals() {
+  sigset_t result;
+  sigemptyset(&result);
+  for (int const signal : {SIGCHLD, SIGTERM}) sigaddset(&result, signal);
+  return result;
+}
+
 int codeOf(int status) { return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status); }
 
 }  // namespace
@@ -66,6 +76,9 @@ int runInRoom(std::function<int()> const& watcher) {
     complain("namespaces");
     return cannotExecute;
   }
+  sigset_t const awaited = awaitedSignals();
+  std::signal(SIGCHLD, SIG_DFL);  // when this signal is ignored, the exit code of the child is lost
+  sigprocmask(SIG_BLOCK, &awaited, nullptr);
   pid_t const first = fork();
   if (first == 0) {
     // Within the namespace the parent has no process id, so the pipe tells whether it is still there.
@@ -82,7 +95,12 @@ int runInRoom(std::function<int()> const& watcher) {
     complain("fork");
     return cannotExecute;
   }
-  int status = 0;
-  while (waitpid(first, &status, 0) < 0 && errno == EINTR) {}
-  return codeOf(status);
+  for (timespec const* limit = nullptr;;) {
+    int const signal = sigtimedwait(&awaited, nullptr, limit);
+    int status = 0;
+    if (waitpid(first, &status, WNOHANG) == first) return codeOf(status);
+    static constexpr timespec graceTime{.tv_sec = 0, .tv_nsec = grace};
+    if (signal == SIGTERM) limit = &graceTime;
+    if (signal < 0 && errno == EAGAIN) _exit(0);  // and with it the room
+  }
 }

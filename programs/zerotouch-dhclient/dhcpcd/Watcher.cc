@@ -53,8 +53,8 @@ int watchClient(Watch const& watch) {
   sigset_t const signals = childSignal();
   std::signal(SIGCHLD, SIG_DFL);  // when this signal is ignored, the exit code of the child is lost
   sigprocmask(SIG_BLOCK, &signals, nullptr);
-  auto end = watch.patience == 0 ? Clock::time_point::max()
-                                 : Clock::now() + std::chrono::seconds(watch.patience);
+  auto end =
+      watch.patience == 0 ? Clock::time_point::max() : Clock::now() + std::chrono::seconds(watch.patience);
   pid_t const client = spawn(watch.client, watch.environment);
   if (client < 0) return cannotExecute;
   for (;;) {

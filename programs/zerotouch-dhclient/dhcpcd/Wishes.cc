@@ -6,16 +6,23 @@
 namespace {
 
 // The names that the ISC client has for options, in both families.
-std::map<std::string, unsigned> const knownCodes = {
-    {"subnet-mask", 1},        {"routers", 3},
-    {"domain-name-servers", 6}, {"log-servers", 7},
-    {"host-name", 12},         {"domain-name", 15},
-    {"interface-mtu", 26},     {"broadcast-address", 28},
-    {"static-routes", 33},     {"ntp-servers", 42},
-    {"tftp-server-name", 66},  {"bootfile-name", 67},
-    {"domain-search", 119},    {"dhcp6.name-servers", 23},
-    {"dhcp6.domain-search", 24}, {"dhcp6.sntp-servers", 31},
-    {"dhcp6.info-refresh-time", 32}};
+std::map<std::string, unsigned> const knownCodes = {{"subnet-mask", 1},
+                                                    {"routers", 3},
+                                                    {"domain-name-servers", 6},
+                                                    {"log-servers", 7},
+                                                    {"host-name", 12},
+                                                    {"domain-name", 15},
+                                                    {"interface-mtu", 26},
+                                                    {"broadcast-address", 28},
+                                                    {"static-routes", 33},
+                                                    {"ntp-servers", 42},
+                                                    {"tftp-server-name", 66},
+                                                    {"bootfile-name", 67},
+                                                    {"domain-search", 119},
+                                                    {"dhcp6.name-servers", 23},
+                                                    {"dhcp6.domain-search", 24},
+                                                    {"dhcp6.sntp-servers", 31},
+                                                    {"dhcp6.info-refresh-time", 32}};
 
 // The bytes that are written as hexadecimal numbers with colons between them.
 std::string bytes(std::string const& text) {
@@ -35,8 +42,8 @@ struct Word {
 };
 using Statement = std::vector<Word>;
 
-// Cuts a configuration into statements. The head of a block in braces is a statement, and so is its end, which
-// has no words.
+// Cuts a configuration into statements. The head of a block in braces is a statement, and so is its end,
+// which has no words.
 class Reader {
  public:
   explicit Reader(std::string_view text) : rest_(text) {}
