@@ -157,7 +157,7 @@ STATEMENTS = {
            "define 67 request array byte o67", "define 121 request array byte o121", "clientid 02:00:00:00:00:01",
            "vendorclassid 61:3b:22:5c:01", "blacklist 10.0.0.9", "interface et2", "blacklist 10.0.0.8"],
     "-6": ["noipv4", "duid 00:03:00:01:02:00:00:00:00:01", "ia_na", "define6 59 request array byte o59",
-           "define6 23 request array byte o23", "vendclass 32473 61:3b", "vendclass 32473 62:62"]}
+           "define6 23 request array byte o23", r'vendclass 32473 "\x61\x3b"', r'vendclass 32473 "\x62\x62"']}
 STATEMENTS["-S"] = [line.replace("ia_na", "inform6") for line in STATEMENTS["-6"]]
 ALONE = 2 ** 5 | 2 ** 6 | 2 ** 7 | 2 ** 10 | 2 ** 13 | 2 ** 18  # what dhcpcd keeps of root's capabilities
 

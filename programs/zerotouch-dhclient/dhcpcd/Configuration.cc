@@ -21,21 +21,20 @@ constexpr char const* reportsOnly =
     "fqdn disable\n"    // no name is sent
     "vendorclassid\n";  // nor dhcpcd's version
 
-std::string hex(std::string_view bytes) {
+// Each byte as two digits behind `head`.
+std::string hex(std::string_view bytes, char const* head) {
   constexpr char const* digits = "0123456789abcdef";
   std::string result;
   for (char const c : bytes) {
     auto const byte = static_cast<unsigned char>(c);
-    if (!result.empty()) result += ':';
-    result += digits[byte >> 4];
-    result += digits[byte & 15];
+    result.append(head).append({digits[byte >> 4], digits[byte & 15]});
   }
   return result;
 }
 
 std::string sent(Wishes const& wishes, char const* option) {
   auto const found = wishes.sent.find(option);
-  return found == wishes.sent.end() ? "" : hex(found->second);
+  return found == wishes.sent.end() || found->second.empty() ? "" : hex(found->second, ":").substr(1);
 }
 
 std::string line(std::string const& keyword, std::string const& value) {
@@ -97,7 +96,8 @@ std::string vendorClass(Wishes const& wishes) {
   while (rest.size() > codeBytes + lengthBytes) {
     std::string_view const data =
         rest.substr(codeBytes + lengthBytes, number(rest.substr(codeBytes, lengthBytes)));
-    result += line("vendclass " + enterprise, hex(data));
+    // Of this statement dhcpcd takes no bytes with colons between them.
+    result += "vendclass " + enterprise + " \"" + hex(data, "\\x") + "\"\n";
     rest.remove_prefix(codeBytes + lengthBytes + data.size());
   }
   return result;
