@@ -9,8 +9,8 @@
 
 #include "programs/zerotouch-dhclient/Arguments.h"
 
-// A client as its command line asks for it. The file of the leases exists, and no release of these leases
-// runs any more. `parent` is who started the shim; whatever runs ends together with it.
+// A client as its command line asks for it. Each waits until no other uses its leases any more
+// (waitForRelease). `parent` is who started the shim; what a query runs ends together with it.
 class Client {
  public:
   virtual ~Client() = default;
@@ -18,7 +18,7 @@ class Client {
   // Asks on the devices, and goes on until the process is ended. The leases of earlier attempts count no
   // more: all servers are asked anew. Returns the exit code, if at all.
   virtual int query(Arguments const& asked, pid_t parent) = 0;
-  // Hands the leases back, and returns the exit code.
+  // Hands the leases back, and returns the exit code. A request to stop does not keep it from that.
   virtual int release(Arguments const& asked, pid_t parent) = 0;
 };
 

@@ -1,6 +1,8 @@
 // DHCPv4 releases that the shim sends by itself, and the leases that they hand back.
 #include <arpa/inet.h>
 #include <ifaddrs.h>
+#include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -84,8 +86,8 @@ std::string releaseMessage(Lease const& lease, Mac const& mac, std::optional<Mac
 }
 
 // A transparent socket sends from an address that the port does not have. Without a route by the device, the
-// kernel takes the server to be on its link.
-void sendRelease(std::string const& device, Lease const& lease, std::string const& identifier) {
+// kernel takes the server to be on its link. Returns the socket, for the caller to close.
+int sendRelease(std::string const& device, Lease const& lease, std::string const& identifier) {
   constexpr std::uint16_t serverPort = 67, clientPort = 68;
   int const out = socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
   auto const mac = macFrom(readContents("/sys/class/net/" + device + "/address"));
@@ -104,13 +106,24 @@ void sendRelease(std::string const& device, Lease const& lease, std::string cons
                     sendto(out, message.data(), message.size(), 0, reinterpret_cast<sockaddr const*>(&to),
                            sizeof to) == ssize_t(message.size());
   if (!sent) complain(("release of " + device).c_str());
-  if (out >= 0) close(out);
+  return out;
+}
+
+// Waits until the messages of the sockets have left, for 1 s at most. Until then the kernel may be asking for
+// the link-layer address of a server, and forgets the message if the port loses its address meanwhile.
+void waitUntilSent(std::vector<int> const& sockets) {
+  constexpr int steps = 100, pause = 10;  // milliseconds
+  auto const isWaiting = [](int out) {
+    int bytes = 0;
+    return ioctl(out, TIOCOUTQ, &bytes) == 0 && bytes > 0;
+  };
+  for (int i = 0; i < steps && std::ranges::any_of(sockets, isWaiting); ++i) poll(nullptr, 0, pause);
 }
 
 bool isWhole(Lease const& lease) { return lease.address.s_addr != 0 && lease.server.s_addr != 0; }
 
 void handBack(std::string const& device, Lease const& lease, std::string const& identifier) {
-  if (isWhole(lease) && !hasAddress(device, lease.address)) sendRelease(device, lease, identifier);
+  if (isWhole(lease) && !hasAddress(device, lease.address)) close(sendRelease(device, lease, identifier));
 }
 
 }  // namespace
@@ -130,9 +143,12 @@ void releaseWithoutAddress(std::string const& leaseFile, std::string const& conf
 
 void releaseAll(std::string const& leaseFile, std::string const& configFile) {
   std::string const identifier = clientAddress(configFile);
+  std::vector<int> sockets;
   for (auto const& [device, lease] : leasesIn(readContents(leaseFile))) {
-    if (isWhole(lease)) sendRelease(device, lease, identifier);
+    if (isWhole(lease)) sockets.push_back(sendRelease(device, lease, identifier));
   }
+  waitUntilSent(sockets);
+  for (int const out : sockets) close(out);
 }
 
 std::vector<std::string> devicesWithLease(std::string const& leaseFile) {

@@ -33,7 +33,8 @@ std::string configFor(std::string const& configFile, std::string const& leaseFil
 // its server (RFC 2131, 4.4.6), for which nobody waits; a server behind a relay gets it only by the routes of
 // a port that has the address.
 void releaseWithoutAddress(std::string const& leaseFile, std::string const& configFile);
-// The same for all ports, with the leased address or without.
+// The same for all ports, with the leased address or without. Returns once the messages have left, within 1
+// s.
 void releaseAll(std::string const& leaseFile, std::string const& configFile);
 // The same for one device, when its lease is of this server.
 void releaseWithoutAddress(std::string const& leaseFile, std::string const& configFile,

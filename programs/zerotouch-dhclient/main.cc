@@ -8,7 +8,6 @@
 
 #include "programs/zerotouch-dhclient/Client.h"
 #include "programs/zerotouch-dhclient/Process.h"
-#include "programs/zerotouch-dhclient/Shim.h"
 
 int main(int argc, char** argv) {
   if (argc == 2 && std::string_view(argv[1]) == "--version") {
@@ -21,9 +20,5 @@ int main(int argc, char** argv) {
 
   Arguments const asked(argc, argv);
   if (!asked.isRelease) dieWithParent(parent, SIGKILL);
-  if (!asked.leaseFile.empty()) {
-    waitForRelease(asked.leaseFile, asked.isRelease);
-    if (asked.isRelease) makeLeaseFile(asked.leaseFile);
-  }
   return asked.isRelease ? client->release(asked, parent) : client->query(asked, parent);
 }

@@ -22,6 +22,7 @@ std::vector<std::string> Dhclient::commandLine(Arguments const& asked) const {
 int Dhclient::query(Arguments const& asked, pid_t) {
   Arguments passed = asked;
   if (!asked.leaseFile.empty()) {
+    waitForRelease(asked.leaseFile, false);
     // Before the leases of servers that are passed over are forgotten, they are handed back.
     if (!asked.isV6 && !asked.config.empty())
       std::ranges::replace(passed.all, asked.config, configFor(asked.config, asked.leaseFile, asked.devices));
@@ -35,6 +36,8 @@ int Dhclient::query(Arguments const& asked, pid_t) {
 int Dhclient::release(Arguments const& asked, pid_t parent) {
   Arguments passed = asked;
   if (!asked.leaseFile.empty()) {
+    waitForRelease(asked.leaseFile, true);
+    makeLeaseFile(asked.leaseFile);
     if (asked.isV6) {
       auto const others = otherDevices(asked.leaseFile, asked.devices);
       passed.all.insert(passed.all.end(), others.begin(), others.end());

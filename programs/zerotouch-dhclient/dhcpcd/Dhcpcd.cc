@@ -4,8 +4,10 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <initializer_list>
 
 #include "programs/zerotouch-dhclient/Files.h"
 #include "programs/zerotouch-dhclient/Process.h"
@@ -98,6 +100,8 @@ int Dhcpcd::query(Arguments const& asked, pid_t) {
 }
 
 int Dhcpcd::release(Arguments const& asked, pid_t) {
+  for (int const signal : {SIGTERM, SIGINT, SIGHUP}) std::signal(signal, SIG_IGN);
+  if (!asked.leaseFile.empty()) waitForRelease(asked.leaseFile, true);
   if (asked.isV6) {
     releaseAll6(asked.leaseFile);
   } else {

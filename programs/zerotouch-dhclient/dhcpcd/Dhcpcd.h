@@ -9,8 +9,9 @@ class Dhcpcd : public Client {
   explicit Dhcpcd(std::string path) : path_(std::move(path)) {}
 
   int query(Arguments const& asked, pid_t parent) override;
-  // Sends one message for each lease, and has the hook say that those
-  // of the devices are gone. Nobody waits for an answer of the server.
+  // Sends one message for each lease, and has the hook say that those of the devices are gone. Nobody waits
+  // for an answer of the server: it takes as long as the hook does, and 1 s for what the kernel does not send
+  // at once.
   int release(Arguments const& asked, pid_t parent) override;
 
  private:
