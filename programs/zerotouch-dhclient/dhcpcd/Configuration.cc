@@ -46,7 +46,12 @@ std::string definitions(Wishes const& wishes, std::string const& keyword) {
   std::string result;
   for (unsigned const code : wishes.options) {
     std::string const number = std::to_string(code);
-    result += keyword + " " + number + " request array byte o" + number + "\n";
+    result.append(keyword)
+        .append(" ")
+        .append(number)
+        .append(" request array byte o")
+        .append(number)
+        .append("\n");
   }
   return result;
 }
