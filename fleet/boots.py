@@ -1,19 +1,15 @@
-"""Boots a fleet and measures it from outside: the servers' logs, the reload requests and the kernel's counts."""
+"""Boots a fleet and measures it from outside: the servers' logs, the reload requests, the kernel's counts, and what arrives at
+the collector."""
 import dataclasses
 import os
-import pathlib
 import statistics
 import time
 
-from fleet.switches import Fleet, retries
+from fleet import collected
+from fleet.switches import Fleet
+from lab import broker
 
-PACING = """
-[pacing]
-start_jitter = 10
-retry_jitter = 0.5
-retry_backoff_max = 300
-retry_after = true
-"""
+REPORTING = 60  # seconds in which everybody may report after the measurement
 
 
 @dataclasses.dataclass
@@ -30,6 +26,8 @@ class Result:
     dhcp_processor: float  # seconds
     file_processor: float  # seconds
     memory_kib: int        # per switch, median of a sample, at its highest
+    answered: list         # the times at which DHCP had brought an address and a boot file, in order, as the collector knows them
+    reported: list         # what the collector knows of each switch: collected.Known
 
     def at(self, share):
         """When that share of the switches was provisioned; None when fewer were."""
@@ -37,8 +35,8 @@ class Result:
         return self.provisioned[int(index)] if index < len(self.provisioned) else None
 
 
-def boot(count, dhcp, rate, file_bytes, settings="", patience=300.0, name=None):
-    fleet = Fleet(name or f"ztfleet-{os.getpid()}", count, dhcp, rate, settings)
+def boot(count, dhcp, rate, file_bytes, settings="", patience=300.0, wrong=False):
+    fleet = Fleet(f"ztfleet-{os.getpid()}", count, dhcp, rate, settings, wrong)
     try:
         fleet.up(file_bytes)
         return measured(fleet, patience)
@@ -61,14 +59,30 @@ def measured(fleet, patience):
         memory = max(memory, statistics.median(switch.memory_kib() for switch in sample))
         time.sleep(0.5)
     gave_up_after = time.time() - start
+    provisioned = [switch for switch in fleet.switches if switch not in waiting]
+    retries = sum(switch.retries() for switch in fleet.switches)
     used = {server: fleet.processor_seconds(server) - before[server] for server in before}
+    table = reported(fleet, provisioned)
     return Result(switches=len(fleet.switches), provisioned=sorted(times), started_within=started_within,
                   gave_up_after=gave_up_after, requests=len(fleet.requests()),
-                  dhcp_messages=len(fleet.dhcp.messages.findall(fleet.dhcp_log())),
-                  retries=sum(retries(switch) for switch in fleet.switches),
-                  dhcp_processor=used["dhcp"], file_processor=used["nginx"], memory_kib=int(memory))
+                  dhcp_messages=len(fleet.dhcp.messages.findall(fleet.dhcp_log())), retries=retries,
+                  dhcp_processor=used["dhcp"], file_processor=used["nginx"], memory_kib=int(memory),
+                  answered=[at - start for at in collected.answered(broker.events(fleet.arrived))], reported=table)
 
 
-def settings_of(path, pacing=False):
-    """The lines of a file with settings for platform.toml, and those of [pacing] as they are recommended, if wanted."""
-    return (pathlib.Path(path).read_text() if path else "") + (PACING if pacing else "")
+def reported(fleet, provisioned):
+    """Reloads the switches that are `provisioned`, and waits a while until the collector has heard of everybody
+    and knows those."""
+    for switch in provisioned:
+        switch.shut_down()
+    for switch in provisioned:
+        switch.boot_provisioned()
+    serials = [switch.serial for switch in fleet.switches]
+    said = {switch.serial for switch in provisioned}
+    until = time.time() + REPORTING
+    while True:
+        table = collected.table(serials, broker.events(fleet.arrived), said)
+        settled = all(known.same_as_host and known.events for known in table)
+        if settled or time.time() > until:
+            return table
+        time.sleep(0.5)

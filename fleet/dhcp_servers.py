@@ -4,11 +4,11 @@ import re
 
 DNSMASQ = """port=0
 user=root
-interface=bridge
+interface={bridge}
 bind-interfaces
-dhcp-range=10.0.16.1,10.0.255.254,255.255.0.0,12h
-dhcp-option=option:bootfile-name,http://10.0.0.1/boot
-dhcp-leasefile={folder}/leases
+dhcp-range={net}.16.1,{net}.255.254,255.255.0.0,12h
+dhcp-option=option:bootfile-name,http://{net}.0.1/{file}
+dhcp-leasefile={folder}/{bridge}.leases
 dhcp-lease-max=100000
 {more}
 """
@@ -26,14 +26,15 @@ class Dnsmasq:
     """As Debian ships it, it looks for 3 s whether a new address is in use; `no-ping` turns that off."""
     messages = re.compile(r"DHCP(DISCOVER|REQUEST)\(")
 
-    def __init__(self, name, more=""):
-        self.name, self.more = name, more
+    def __init__(self, name, more="", bridge="bridge", net="10.0", file="boot"):
+        """Serves `net`, the first two bytes of its addresses, on `bridge`; its answers name `file`."""
+        self.name, self.more, self.bridge, self.net, self.file = name, more, bridge, net, file
 
-    def start(self, fleet):
-        config = fleet.folder / "dnsmasq.conf"
-        config.write_text(DNSMASQ.format(folder=fleet.folder, more=self.more))
-        fleet.serve_dhcp("dnsmasq", f"--conf-file={config}", "--keep-in-foreground", "--log-facility=-", "--pid-file=",
-                         ready="started, version")
+    def start(self, fleet, process="dhcp"):
+        config = fleet.folder / f"{process}.conf"
+        config.write_text(DNSMASQ.format(folder=fleet.folder, **vars(self)))
+        fleet.processes.start(process, [*fleet.server.enter(), "dnsmasq", f"--conf-file={config}", "--keep-in-foreground",
+                                        "--log-facility=-", "--pid-file="], ready="started, version")
 
 
 class Kea:
@@ -44,8 +45,11 @@ class Kea:
         config = fleet.folder / "kea.json"
         settings = {key: value for key, value in KEA["Dhcp4"].items() if value is not None}
         config.write_text(json.dumps({"Dhcp4": settings}))
-        fleet.serve_dhcp("env", f"KEA_PIDFILE_DIR={fleet.folder}", f"KEA_LOCKFILE_DIR={fleet.folder}", "kea-dhcp4", "-c", config,
-                         ready="DHCP4_STARTED")
+        fleet.processes.start("dhcp", [*fleet.server.enter(), "env", f"KEA_PIDFILE_DIR={fleet.folder}",
+                                       f"KEA_LOCKFILE_DIR={fleet.folder}", "kea-dhcp4", "-c", config], ready="DHCP4_STARTED")
 
 
-SERVERS = {server.name: server for server in (Dnsmasq("dnsmasq-no-ping", "no-ping"), Dnsmasq("dnsmasq"), Kea())}
+SLOWER = Dnsmasq("dnsmasq-slower", "no-ping\ndhcp-reply-delay=1")  # answers a second later
+SERVERS = {server.name: server for server in (Dnsmasq("dnsmasq-no-ping", "no-ping"), Dnsmasq("dnsmasq"), SLOWER, Kea())}
+# Answers at once, on a network of its own, and names a file that is not there.
+WRONG = Dnsmasq("wrong", "no-ping", "wrong", "10.1", "missing")

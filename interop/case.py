@@ -28,6 +28,7 @@ class Case:
     then: typing.Any = None      # a function of the run, called after the boot
     check: typing.Any = None     # a function of the run, called at its end
     waits: dict = dataclasses.field(default_factory=dict)  # as runs.Switch.begin() takes them
+    keys: str = ""               # lines of platform.toml
     remark: str = ""
     cannot: typing.Any = None    # a function of the site that proves that this cannot be run, and returns why
 
@@ -132,6 +133,7 @@ def provision(run):
         capture.start()
     for server in case.servers:
         run.start(server)
+    site.host.config.write_text(site.host.config_text + case.keys)
     site.begin(None, client=CLIENTS[run.client], **WAITS[case.family] | case.waits)
     faults = []
     try:

@@ -4,7 +4,7 @@ import re
 from interop import wire
 from interop.case import Case
 from interop.server import Server, parts_of
-from interop.site import BOOT_FILE, SECOND
+from interop.site import BOOT_FILE, SECOND, SWITCH_MAC
 from lab.host import ROOT
 
 IDENTITY = {"host name": "leaf-1", "name servers": ["10.0.1.1"], "domain": "lab.example",
@@ -114,6 +114,7 @@ class Odd(Server):
 
 # What the option 66 of a server with TFTP and each other part is called in its template, and the name that goes with it.
 ANSWERS = {"option 67": BOOT_FILE, "file field": BOOT_FILE, "option 66": "config"}
+PATIENT = '[dhcp]\nclient_timing = "rfc"\n'
 REMARKS = {
     ("coredhcp", "option 67"): "plugin `nbp` with an HTTP URL",
     ("coredhcp", "option 66"): "plugin `nbp` with a TFTP URL; it goes into options 66 and 67",
@@ -150,8 +151,9 @@ def on_the_way():
         server = kind(*parts, place="behind", boot_file=BOOT_FILE)
         yield Case("DHCPv4", "behind a relay", [Relay(server=server_address(server)), server], subject=server,
                    told=IDENTITY, remark="isc-dhcp-relay; the release goes to the server by the gateway")
-    yield one("answers after 8 s", Dnsmasq, "option 67", "late", delay=8, waits={"DHCLIENTQUERY": 15},
-              remark="`dhcp-reply-delay`: it holds each discovery for so long, one after the other")
+    yield one("answers after 8 s", Dnsmasq, "option 67", "late", delay=8, waits={"DHCLIENTQUERY": 15}, keys=PATIENT,
+              remark="`dhcp-reply-delay` holds each discovery for so long, one after the other: wants "
+                     '`client_timing = "rfc"`')
     yield one("answers after 3 s", Dnsmasq, "option 67", "late", delay=3, waits={"DHCLIENTQUERY": 15},
               remark="`dhcp-reply-delay`")
     yield one("answers after 8 s", Isc4, "option 67", "late", delay=8, waits={"DHCLIENTQUERY": 15}, remark="`min-secs`")
@@ -203,9 +205,11 @@ def faults():
     on_link = {"routes": ["10.9.9.9 dev et1", "default via 10.9.9.9"]}
     yield one("on-link route and an address with /32", Dnsmasq, "option 67", "on-link route", told=on_link,
               waits={"DHCLIENTQUERY": 4})
-    server = Dnsmasq("option 67", "two ports", boot_file=BOOT_FILE)
+    # The client asks its last port first; a port whose answer comes after the choice has no lease to give back.
+    server = Dnsmasq("two ports", "boot file for one port", boot_file=BOOT_FILE, mac=SWITCH_MAC)
     yield Case("DHCPv4", "two ports on its link", [server], before=lambda run: run.site.add_second_port(),
-               check=every_lease_is_released, remark="also the lease of the port that was not chosen is released")
+               check=every_lease_is_released, waits={"DHCLIENTQUERY": 4},
+               remark="also the lease of the port that was not chosen is released")
     yield Case("DHCPv4", "HTTP names its agent", [Dnsmasq("option 67", boot_file=BOOT_FILE)], check=agent_is_named)
 
 

@@ -92,8 +92,9 @@ class Host:
         self.process = self.processes.start("host", self.command(*arguments), self.environment, ready="ready on")
         return self
 
-    def start_reporter(self):
-        return self.processes.start("reporter", [BUILD / "bin" / "zerotouch-reporter", "--config", self.config], self.environment,
+    def start_reporter(self, enter=list):
+        command = [*enter(), BUILD / "bin" / "zerotouch-reporter", "--config", self.config]
+        return self.processes.start("reporter", command, self.environment,
                                     ready=(self.reporter_directory / "status.json").exists)
 
     def stop_reporter(self, how=signal.SIGTERM):

@@ -4,7 +4,7 @@ A port leads to a device p1, p2 and so on; its number says which addresses the s
 (a port of a virtual switch in a namespace, or of a virtual machine) is no matter here."""
 import pathlib
 
-from lab import servers
+from lab import broker, servers
 from lab.namespace import Namespace
 from lab.processes import Processes
 
@@ -85,8 +85,13 @@ class ServerSide:
         self.processes.start("collector", [*self.server.enter(), HERE / "collector.py", "0.0.0.0", COLLECTOR_PORT, events])
         return events
 
+    def collect_from_broker(self):
+        """The same with nothing of ours: what is posted to mqtt://ADDRESS/zerotouch is in the file that this returns."""
+        return broker.start(self.processes, self.server.enter(), "0.0.0.0")
+
     def stop_collecting(self):
         self.processes.stop("collector")
+        broker.stop(self.processes)
 
     def requests(self):
         """The requests that nginx has answered, each a dictionary with server, client, uri, status, and the X-Ostrel-

@@ -170,7 +170,8 @@ class Switch:
         return text if code == 0 else None
 
     def flash(self):
-        return sorted(self.run(f"ls -A {FLASH}").split())
+        """The names on the flash, but for the history of the runs, which every run leaves there."""
+        return sorted(name for name in self.run(f"ls -A {FLASH}").split() if not name.startswith("zerotouch-history"))
 
     def unit(self, item, unit="zerotouchd"):
         return self.run(f"systemctl show --value --property={item} {unit}").strip()

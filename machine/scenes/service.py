@@ -1,6 +1,11 @@
-"""The service: its confinement, restarts, hangs, memory, and its package."""
+"""The services: their confinement, restarts, hangs, memory, what is reported, and the package."""
+import json
+
+from lab import servers
+from lab.server_side import COLLECTOR_PORT
+from machine import hardware
 from machine.suite import scene
-from machine.switch import NO_RELOAD
+from machine.switch import CONFIG, FLASH, NO_RELOAD
 
 SLOW = "http://{server}:8080/slow"
 CLIENT_LABEL = "tr '\\0' '\\n' </proc/$(pgrep -o dhclient)/attr/current"
@@ -59,6 +64,34 @@ def out_of_memory(switch):
     switch.is_settled()
 
 
+@scene("reported", "a collector hears of the whole run, and after the second boot what it has come to")
+def reported(switch):
+    url = f"http://{servers.net4(1)}.1:{COLLECTOR_PORT}/events"
+    # The reporter of this boot has ended before it was told of a collector.
+    switch.begin(ports=[1], platform=f'[reporter]\nurl = "{url}"\nspool = "{FLASH}/spool"\n',
+                 prepare="systemctl start --no-block zerotouch-reporter")
+    collected = switch.network.collect()
+    switch.wait_reload()
+    # In the place of the configuration, which is none that this system reads.
+    switch.wait(lambda: switch.result("ip link set et1 up")[0] == 0, "et1")
+    switch.run(f"ip address add {servers.net4(1)}.200/24 dev et1")
+
+    def told():
+        events = [json.loads(line) for line in collected.read_text().splitlines()]
+        return {event["id"]: event for event in events}.values()
+
+    switch.wait(lambda: any(event["type"] == "zerotouch.provisioned" for event in told()), "the outcome to be reported")
+    numbers = sorted(int(event["sequence"]) for event in told())
+    assert numbers == list(range(numbers[0], numbers[0] + len(numbers))), f"there is a gap in {numbers}"
+    assert {event["source"] for event in told()} == {hardware.SERIAL}
+    kinds = [event["type"].removeprefix("zerotouch.") for event in told()]
+    missing = {"ZTP_INIT", "ZTP_DHCPv4_SUCCESS", "ZTP_CONFIG_DOWNLOAD_SUCCESS", "ZTP_RELOAD"} - set(kinds)
+    assert not missing and kinds.count("provisioned") == 1, f"missing: {missing}; told: {kinds}"
+    outcome = next(event["data"] for event in told() if event["type"] == "zerotouch.provisioned")
+    assert outcome["port"] == "Ethernet1" and outcome["url"] == f"http://{servers.net4(1)}.1/config", outcome
+    assert switch.startup_config() == CONFIG and switch.unit("ActiveState", "zerotouch-reporter") == "active"
+
+
 @scene("upgrade", "an upgrade of the package during a run leaves it alone")
 def upgrade(switch):
     on_its_way(switch)
@@ -76,7 +109,7 @@ def upgrade(switch):
 def removal(switch):
     def found():
         return switch.run("""for port in et1 et2 et3 et4; do ip -o address show $port scope global; done; ip route; ip -6 route
-                             hostname; cat /etc/resolv.conf; ls /etc/rsyslog.d; ls -A /mnt/flash; sysctl net.ipv6.conf.et3.accept_ra""")
+                             hostname; cat /etc/resolv.conf; ls /etc/rsyslog.d; sysctl net.ipv6.conf.et3.accept_ra""") + "".join(switch.flash())
     on_its_way(switch, prepare="for port in et1 et2 et3 et4; do ip link set $port up; done; sleep 5")
     during = found()
     switch.run("apt-get remove -y -qq zerotouch")

@@ -26,15 +26,10 @@ timeval toTimeval(Kel::Seconds timeout) {
   return {.tv_sec = static_cast<time_t>(whole), .tv_usec = static_cast<suseconds_t>(fraction * 1e6)};
 }
 
-std::string textOf(Value const* value, std::string otherwise) {
-  auto const* text = value != nullptr ? value->as<std::string>() : nullptr;
-  return text != nullptr ? *text : otherwise;
-}
-
 }  // namespace
 
 CallError::CallError(Value error)
-    : std::runtime_error(textOf(member(error, "message"), "refused without a reason")),
+    : std::runtime_error(text(at(error, {"message"}), "refused without a reason")),
       error_(std::move(error)) {}
 
 std::int64_t CallError::code() const {
@@ -158,8 +153,7 @@ std::optional<Value> Client::readMessage() {
     Value message = parseJson(line);
     Value const* const method = member(message, "method");
     if (method == nullptr) return message;
-    Value const* const params = member(message, "params");
-    notifications_.push_back({textOf(method, {}), params != nullptr ? *params : Value()});
+    notifications_.push_back({text(*method), at(message, {"params"})});
     return Value();
   } catch (JsonError const& error) {
     fail(std::string("the host's answer is not JSON: ") + error.what());

@@ -225,4 +225,29 @@ Kel::Value const* member(Kel::Value const& object, std::string_view name) {
   return nullptr;
 }
 
+Kel::Value const& at(Kel::Value const& object, std::span<std::string const> names) {
+  static Kel::Value const none;
+  Kel::Value const* value = &object;
+  for (auto const& name : names) {
+    value = member(*value, name);
+    if (value == nullptr) return none;
+  }
+  return *value;
+}
+
+Kel::Value const& at(Kel::Value const& object, std::initializer_list<std::string> names) {
+  return at(object, std::span(names.begin(), names.size()));
+}
+
+std::string text(Kel::Value const& value, std::string otherwise) {
+  auto const* const found = value.as<std::string>();
+  return found != nullptr ? *found : otherwise;
+}
+
+double number(Kel::Value const& value) {
+  double result = 0;
+  Kel::Codec<double>::fromValue(value, result);
+  return result;
+}
+
 }  // namespace Statebase

@@ -1,8 +1,10 @@
 // The texts of the state tree: JSON, and the paths that name what is in it.
 #pragma once
 
+#include <initializer_list>
 #include <map>
 #include <optional>
+#include <span>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -51,5 +53,15 @@ std::string dumpJson(Kel::Value const& value, int indent = -1);
 
 // The member `name` of an object; nullptr when there is none.
 Kel::Value const* member(Kel::Value const& object, std::string_view name);
+
+// For readers who make do with what a document has.
+
+// The member at a path of names; null when one of them is missing.
+Kel::Value const& at(Kel::Value const& object, std::span<std::string const> names);
+Kel::Value const& at(Kel::Value const& object, std::initializer_list<std::string> names);
+// A string; `otherwise` when the value is none.
+std::string text(Kel::Value const& value, std::string otherwise = "");
+// A number that is not negative: Kel::never for "unlimited", 0 for what is no such number.
+double number(Kel::Value const& value);
 
 }  // namespace Statebase

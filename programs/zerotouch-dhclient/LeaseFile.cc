@@ -1,19 +1,17 @@
 #include "programs/zerotouch-dhclient/Files.h"
+#include "programs/zerotouch-dhclient/Identifier.h"
 #include "programs/zerotouch-dhclient/Shim.h"
 
 #include <fcntl.h>
 #include <sys/file.h>
 #include <unistd.h>
 
-#include <cctype>
 #include <csignal>
 #include <cstdio>
 #include <string>
 #include <string_view>
 
 namespace {
-
-constexpr std::string_view identifierKeyword = "default-duid ";
 
 // Whether the file could be locked; the wait ends with the alarm.
 bool lockWithin(int file, unsigned seconds) {
@@ -61,22 +59,6 @@ void forgetLeases(std::string const& path, std::string const& identifier) {
   close(file);
 }
 
-std::string clientAddress(std::string const& configFile) {
-  constexpr std::string_view keyword = "send dhcp-client-identifier ";
-  constexpr std::string_view pattern = "xx:xx:xx:xx:xx:xx;\n";
-  std::string const line = lineWith(keyword, readContents(configFile));
-  if (line.size() != keyword.size() + pattern.size()) return {};
-  std::string const address = line.substr(keyword.size());
-  for (std::size_t i = 0; i < pattern.size(); ++i) {
-    bool const fits = pattern[i] == 'x' ? std::isxdigit(static_cast<unsigned char>(address[i])) != 0
-                                        : address[i] == pattern[i];
-    if (!fits) return {};
-  }
-  return address.substr(0, address.find(';'));
-}
+std::string clientAddress(std::string const& configFile) { return addressIn(readContents(configFile)); }
 
-std::string identifierOf(std::string const& configFile) {
-  std::string const address = clientAddress(configFile);
-  // Type 3, a link-layer address; hardware type 1, Ethernet.
-  return address.empty() ? "" : std::string(identifierKeyword) + "0:3:0:1:" + address + ";\n";
-}
+std::string identifierOf(std::string const& configFile) { return identifierIn(readContents(configFile)); }

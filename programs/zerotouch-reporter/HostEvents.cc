@@ -6,6 +6,10 @@
 
 #include "platform/statebase/Json.h"
 
+using Statebase::at;
+using Statebase::number;
+using Statebase::text;
+
 namespace {
 
 constexpr Kel::Seconds shortestPause = 2;  // between two attempts to reach the host; it doubles
@@ -18,24 +22,6 @@ constexpr char const* states = "/log/history/state";
 constexpr char const* attempts = "/log/history/attempt";
 constexpr char const* chassis = "/entityMib/status/root/serialNum";
 
-Kel::Value const& at(Kel::Value const& object, std::string_view name) {
-  static Kel::Value const nothing;
-  Kel::Value const* const found = Statebase::member(object, name);
-  return found != nullptr ? *found : nothing;
-}
-
-Kel::String text(Kel::Value const& value) {
-  auto const* const found = value.as<std::string>();
-  return found != nullptr ? *found : "";
-}
-
-double number(Kel::Value const& value) {
-  if (auto const* const real = value.as<double>()) return *real;
-  if (auto const* const whole = value.as<std::int64_t>()) return static_cast<double>(*whole);
-  if (auto const* const natural = value.as<std::uint64_t>()) return static_cast<double>(*natural);
-  return 0;
-}
-
 std::uint64_t key(std::string_view digits) {
   std::uint64_t result = 0;
   std::from_chars(digits.data(), digits.data() + digits.size(), result);
@@ -47,7 +33,7 @@ Kel::Value const& lastBefore(std::map<std::uint64_t, Kel::Value> const& entries,
                              Kel::Seconds time) {
   static Kel::Value const nothing;
   for (auto entry = entries.rbegin(); entry != entries.rend(); ++entry) {
-    if (number(at(entry->second, began)) <= time) return entry->second;
+    if (number(at(entry->second, {began})) <= time) return entry->second;
   }
   return nothing;
 }
@@ -97,7 +83,7 @@ void HostEvents::read() {
   constexpr Kel::Seconds atOnce = 1e-6;
   try {
     while (auto const notification = client_->readNotification(atOnce))
-      changed(text(at(notification->params, "path")), at(notification->params, "value"));
+      changed(text(at(notification->params, {"path"})), at(notification->params, {"value"}));
   } catch (std::runtime_error const&) {  // the host has ended
     disconnect();
   }
@@ -117,25 +103,25 @@ void HostEvents::changed(std::string const& path, Kel::Value const& value) {
 void HostEvents::takeEvents() {
   auto const known = events_.find(last_.number);
   // A host that was started anew counts its events from 1 again.
-  bool const sameHost = known != events_.end() ? number(at(known->second, "time")) == last_.time
+  bool const sameHost = known != events_.end() ? number(at(known->second, {"time"})) == last_.time
                                                : events_.empty() || events_.begin()->first > last_.number;
   if (!sameHost) last_ = {};
   for (auto const& [number_, value] : events_) {
     if (number_ <= last_.number) continue;
-    last_ = {number_, number(at(value, "time"))};
+    last_ = {number_, number(at(value, {"time"}))};
     take_(serial_,
-          {.position = last_, .name = text(at(value, "name")), .time = last_.time, .data = dataOf(value)});
+          {.position = last_, .name = text(at(value, {"name"})), .time = last_.time, .data = dataOf(value)});
   }
   // The last one tells the next time whether the host is still the same.
   while (events_.size() > 1) events_.erase(events_.begin());
 }
 
 Kel::ValueMap HostEvents::dataOf(Kel::Value const& event) const {
-  Kel::Seconds const time = number(at(event, "time"));
+  Kel::Seconds const time = number(at(event, {"time"}));
   Kel::Value const& state = lastBefore(states_, "time", time);
   Kel::Value const& attempt = lastBefore(attempts_, "started", time);
-  return {{"name", at(event, "name")},       {"severity", at(event, "severity")},
-          {"message", at(event, "message")}, {"state", at(state, "state")},
-          {"cause", at(state, "reason")},    {"port", at(attempt, "port")},
-          {"attempt", at(attempt, "number")}};
+  return {{"name", at(event, {"name"})},       {"severity", at(event, {"severity"})},
+          {"message", at(event, {"message"})}, {"state", at(state, {"state"})},
+          {"cause", at(state, {"reason"})},    {"port", at(attempt, {"port"})},
+          {"attempt", at(attempt, {"number"})}};
 }

@@ -69,6 +69,7 @@ void Reporter::add(Kel::String const& serial, Kel::String const& type, Kel::Seco
 void Reporter::finish() {
   finishing_ = true;
   giveUp_.in(lastChance);
+  sender_.sendNow();
   changed();
 }
 
@@ -82,7 +83,8 @@ void Reporter::changed() {
     say(sender_.failure() + "; it is tried again");
   if (sender_.failure().empty() && !said_.empty()) say("the collector takes events again");
   said_ = sender_.failure();
-  if (finishing_ && (spool_.waiting().empty() || !said_.empty())) Kel::Loop::instance().stop(0);
+  if (finishing_ && !sender_.busy() && (spool_.waiting().empty() || !said_.empty()))
+    Kel::Loop::instance().stop(0);
   status_.in(together);
 }
 

@@ -1,6 +1,7 @@
 #include "programs/zerotouch-reporter/Sender.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
 #include <utility>
 
@@ -9,16 +10,26 @@
 
 namespace {
 
-constexpr std::size_t mostEvents = 64;        // of a batch
+constexpr std::size_t mostEvents = 64;        // of a batch; MQTT knows none
 constexpr std::size_t mostBytes = 128 << 10;  // of a batch with more than one event
 constexpr Kel::Seconds tick = 0.05;           // at which a transfer is looked at
 constexpr Kel::Seconds shortestPause = 1;     // after a failure; it doubles with each
 constexpr Kel::Seconds longestPause = 300;    // unless the collector wants more
+constexpr Kel::Seconds withoutNetwork = 10;   // the longest pause while nobody is bothered by another attempt
 constexpr Kel::Seconds longestWanted = 3600;  // of what it may want
 constexpr long connectSeconds = 10, transferSeconds = 30;
 constexpr long tooLargeStatus = 413;
 
 std::size_t ignore(char*, std::size_t size, std::size_t count, void*) { return size * count; }
+
+// Nothing that was meant for the collector has left the switch.
+bool hadNoNetwork(CURL* easy, CURLcode result) {
+  long error = 0;
+  curl_easy_getinfo(easy, CURLINFO_OS_ERRNO, &error);
+  return result == CURLE_COULDNT_RESOLVE_HOST ||
+         (result == CURLE_COULDNT_CONNECT &&
+          (error == ENETUNREACH || error == EHOSTUNREACH || error == ENETDOWN || error == EADDRNOTAVAIL));
+}
 
 // From 0.5 to 1, so that switches that failed together do not come back together.
 double jitter() { return 0.5 + Kel::random() / 2; }
@@ -30,6 +41,7 @@ Sender::Sender(CollectorConfig config, Spool& spool, std::function<void()> chang
       spool_(spool),
       changed_(std::move(changed)),
       multi_(curl_multi_init()),
+      batches_(!config_.url.starts_with("mqtt://")),
       mostEvents_(mostEvents) {}
 
 Sender::~Sender() {
@@ -42,21 +54,27 @@ Sender::~Sender() {
 }
 
 void Sender::send() {
-  if (!busy() && !pause_.isSet()) begin();
+  // What has happened on the switch may have brought the network.
+  if (!pause_.isSet() || hasNoNetwork_) sendNow();
+}
+
+void Sender::sendNow() {
+  if (!busy() && !spool_.waiting().empty()) begin();
 }
 
 void Sender::begin() {
-  if (busy() || spool_.waiting().empty()) return;
-  body_ = "[";
+  pause_.cancel();
+  body_.clear();
   eventsInBody_ = 0;
   for (auto const& entry : spool_.waiting()) {
-    bool const full = eventsInBody_ == mostEvents_ || body_.size() + entry.event.size() > mostBytes;
+    bool const full =
+        eventsInBody_ == (batches_ ? mostEvents_ : 1) || body_.size() + entry.event.size() > mostBytes;
     if (eventsInBody_ > 0 && full) break;
     body_ += (eventsInBody_ > 0 ? "," : "") + entry.event;
     lastInBody_ = entry.number;
     ++eventsInBody_;
   }
-  body_ += "]";
+  if (batches_) body_ = "[" + body_ + "]";
   prepare();
   drive();
 }
@@ -99,6 +117,7 @@ void Sender::end(CURLcode result) {
   curl_off_t retryAfter = 0;
   curl_easy_getinfo(easy_, CURLINFO_RESPONSE_CODE, &status);
   curl_easy_getinfo(easy_, CURLINFO_RETRY_AFTER, &retryAfter);
+  if (std::exchange(hasNoNetwork_, hadNoNetwork(easy_, result)) && !hasNoNetwork_) failures_ = 0;
   curl_multi_remove_handle(multi_, easy_);
   curl_easy_cleanup(std::exchange(easy_, nullptr));
   tick_.cancel();
@@ -126,7 +145,8 @@ void Sender::succeeded() {
 void Sender::failed(Kel::String const& reason, Kel::Seconds wanted) {
   failure_ = reason;
   Kel::Seconds const growing = shortestPause * std::exp2(std::min(failures_++, 20U));
-  pause_.in(std::max(std::min(growing, longestPause) * jitter(), std::min(wanted, longestWanted)));
+  Kel::Seconds const most = hasNoNetwork_ ? withoutNetwork : longestPause;
+  pause_.in(std::max(std::min(growing, most) * jitter(), std::min(wanted, longestWanted)));
 }
 
 // A collector that takes no event of this size would hold up all that follow.

@@ -1,5 +1,5 @@
-// Posts what the spool holds, in order, one batch at a time: CloudEvents in the batched mode of their HTTP
-// binding, or as one MQTT message.
+// Posts what the spool holds, in order: CloudEvents in the batched mode of their HTTP binding, one batch at a
+// time, or each as one MQTT message, as their MQTT binding has it.
 #pragma once
 
 #include <curl/curl.h>
@@ -28,6 +28,8 @@ class Sender {
 
   // Sends what waits, unless it is being sent or a pause has to pass first.
   void send();
+  // Without waiting for the end of a pause.
+  void sendNow();
   // Why the last batch could not be delivered; "" when it was.
   Kel::String const& failure() const { return failure_; }
   // When it is tried again; Kel::never when nothing waits for that.
@@ -47,6 +49,7 @@ class Sender {
   Spool& spool_;
   std::function<void()> changed_;
   CURLM* multi_;
+  bool batches_;
   CURL* easy_ = nullptr;
   curl_slist* headers_ = nullptr;
   Kel::String body_;
@@ -56,6 +59,7 @@ class Sender {
   std::size_t mostEvents_;
   unsigned failures_ = 0;  // in a row
   Kel::String failure_;
+  bool hasNoNetwork_ = false;  // the last batch could not leave the switch
   Kel::Alarm tick_{[this] { drive(); }};
-  Kel::Alarm pause_{[this] { begin(); }};
+  Kel::Alarm pause_{[this] { sendNow(); }};
 };

@@ -7,7 +7,6 @@
 #include <ctime>
 
 #include "platform/kel/Format.h"
-#include "platform/statebase/Json.h"
 
 namespace ZeroTouchCommand {
 
@@ -41,16 +40,6 @@ std::string dateAndTime(Kel::Seconds since1970) {
   return text;
 }
 
-Kel::Value const& at(Kel::Value const& object, std::vector<std::string> const& names) {
-  static Kel::Value const none;
-  Kel::Value const* value = &object;
-  for (auto const& name : names) {
-    value = Statebase::member(*value, name);
-    if (value == nullptr) return none;
-  }
-  return *value;
-}
-
 std::string text(Kel::Value const& value) {
   auto const* string = value.as<std::string>();
   return string != nullptr ? *string : Statebase::dumpJson(value, 2);
@@ -64,12 +53,6 @@ std::string memberText(Kel::Value const& object, std::string const& name) {
 bool contains(Kel::Value const& list, std::string const& name) {
   auto const* const names = list.as<Kel::ValueList>();
   return names != nullptr && std::ranges::find(*names, Kel::Value(name)) != names->end();
-}
-
-double number(Kel::Value const& value) {
-  if (auto const* real = value.as<double>()) return *real;
-  if (auto const* whole = value.as<std::uint64_t>()) return static_cast<double>(*whole);
-  return value == Kel::Value("unlimited") ? Kel::never : 0;
 }
 
 bool isTrue(Kel::Value const& value) { return value == Kel::Value(true); }

@@ -7,6 +7,7 @@
 
 #include "platform/kel/EntityType.h"
 #include "platform/kel/Types.h"
+#include "platform/statebase/Json.h"
 
 namespace ZeroTouchCommand {
 
@@ -17,12 +18,10 @@ std::string preciseDuration(Kel::Seconds seconds);
 // The local date and time, as in "2026-03-01 14:03:22".
 std::string dateAndTime(Kel::Seconds since1970);
 
-// The member at a path of names, or null when one of them is missing.
-Kel::Value const& at(Kel::Value const& object, std::vector<std::string> const& names);
+using Statebase::at;
+using Statebase::number;
 // The value as text: a string without quotes, everything else as JSON.
 std::string text(Kel::Value const& value);
-// The value as a number: Kel::never for "unlimited", 0 for what is no number.
-double number(Kel::Value const& value);
 // The text of a member, or "" when there is none.
 std::string memberText(Kel::Value const& object, std::string const& name);
 // Whether the list of names holds `name`.

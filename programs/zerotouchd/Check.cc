@@ -8,6 +8,7 @@
 #include <map>
 
 #include "platform/kel/Format.h"
+#include "platform/kel/Program.h"
 #include "programs/zerotouchd/Boot.h"
 #include "programs/zerotouchd/DhcpClient.h"
 
@@ -107,14 +108,14 @@ class Forecaster {
 
   std::string dhcpClient() {
     for (auto const& path : dhcpClients(config_)) {
-      if (isProgram(path)) return path;
+      if (Kel::isProgram(path)) return path;
     }
     mistake("[dhcp] client", missingDhcpClient(config_));
     return "none";
   }
 
   std::string command(Linux::CommandLine const& words, std::string const& section) {
-    if (!isCommand(words.front()))
+    if (!Kel::isCommand(words.front()))
       mistake(section + " reload_command", "'" + words.front() + "' is no program that can be executed");
     return Linux::stringValue(words);
   }

@@ -3,13 +3,15 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "platform/kel/Program.h"
+
 namespace {
 
 constexpr char const* agentsClient = "ZEROTOUCH_DHCLIENT";
 constexpr char const* shimsClient = "ZEROTOUCH_REAL_DHCLIENT";
 
 void checkProgram(char const* variable, Kel::String const& path) {
-  if (!isProgram(path))
+  if (!Kel::isProgram(path))
     throw BadInput(Kel::String(variable) + ": the DHCP client '" + path +
                    "' is no program that can be executed");
 }
@@ -34,7 +36,7 @@ std::vector<Kel::String> dhcpClients(HostConfig const& config) {
 Kel::String missingDhcpClient(HostConfig const& config) {
   Kel::String places;
   for (auto const& path : dhcpClients(config)) {
-    if (isProgram(path)) return "";
+    if (Kel::isProgram(path)) return "";
     places += (places.empty() ? "" : " nor ") + path;
   }
   return "no DHCP client is installed: neither " + places;
@@ -47,7 +49,7 @@ void exportDhcpClient(HostConfig const& config) {
   auto const own = std::filesystem::read_symlink("/proc/self/exe", error);
   for (Kel::String const& shim :
        {(own.parent_path() / "zerotouch-dhclient").string(), Kel::String(INSTALLED_DHCLIENT)}) {
-    if (!isProgram(shim)) continue;
+    if (!Kel::isProgram(shim)) continue;
     setenv(agentsClient, shim.c_str(), 1);
     return;
   }

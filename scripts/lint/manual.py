@@ -49,7 +49,7 @@ def check_options():
 def check_variables():
     text = page("zerotouch-environment.7")
     code = ""
-    for folder in ("zerotouch", "programs/zerotouchd", "platform/linux"):
+    for folder in ("zerotouch", "programs/zerotouchd", "platform/linux", "platform/kel"):
         code += "".join(path.read_text() for path in sorted((ROOT / folder).rglob("*.[ch]*")))
     actual = set(re.findall(r'getenv\("([A-Z_0-9]+)"', code)) | set(re.findall(r'setenv\("([A-Z_0-9]+)"', code))
     actual |= set(re.findall(r'"([A-Z_]+)="', code)) | {"ZEROTOUCH_REAL_DHCLIENT"}

@@ -1,11 +1,14 @@
 """The reporter between a host and collectors that fail in every way."""
+import datetime
 import json
 import random
+import re
 import signal
 import threading
 
 import pytest
 
+from lab import broker
 from lab.collector import RETRY_AFTER, Collector
 from lab.polling import wait_for
 
@@ -137,4 +140,42 @@ def test_the_outcome_comes_after_the_reboot(switch_lab, collector):
         assert outcome["data"]["port"] == "Ethernet1" and outcome["data"]["url"].endswith("/config")
     finally:
         host.stop_reporter()
+        host.config.write_text(host.config_text)
+
+
+def check_cloud_event(event):
+    """What CloudEvents 1.0 asks of an event in JSON."""
+    assert all(re.fullmatch("[a-z0-9]+", name) for name in event)
+    assert all(isinstance(event[name], str) and event[name] for name in event.keys() - {"data"})
+    assert event.keys() >= {"specversion", "id", "source", "type"} and event["specversion"] == "1.0"
+    assert re.fullmatch(r"([A-Za-z0-9._~-]|%[0-9A-F]{2})+", event["source"]), "a reference to a URI"
+    assert datetime.datetime.fromisoformat(event["time"]).utcoffset() == datetime.timedelta(0)
+    assert event["datacontenttype"] == "application/json" and isinstance(event["data"], dict)
+
+
+def test_a_broker_of_debian_hears_a_whole_run_over_the_port_that_is_provisioned(switch_lab):
+    lab, host = switch_lab, switch_lab.host
+    report_to(host, f"mqtt://10.0.1.1/{broker.TOPIC}")
+    file = lab.collect_from_broker()
+
+    def heard():
+        return [event["type"].removeprefix("zerotouch.") for event in broker.events(file).get("LAB0001", [])]
+    try:
+        lab.begin(INETRFACESSETUP=2)
+        host.start_reporter(lab.switch.enter)
+        wait_for(host.reload_requested, "the reload")
+        host.wait_state("stateShutdown")
+        assert host.stop_reporter() == 0
+        known = host.events()
+        host.boot_again()
+        lab.switch.ip("address", "add", "10.0.1.99/24", "dev", "et1")  # as a startup configuration does it
+        lab.switch.ip("link", "set", "et1", "up")
+        host.start_reporter(lab.switch.enter)
+        wait_for(lambda: "provisioned" in heard() and len(heard()) > len(known), "the outcome")
+        assert [name for name in heard() if name != "provisioned"][:len(known)] == known
+        for event in broker.events(file)["LAB0001"]:
+            check_cloud_event(event)
+    finally:
+        host.stop_reporter()
+        lab.stop_collecting()
         host.config.write_text(host.config_text)

@@ -154,7 +154,7 @@ void limits(World& world, Choice& choice) {
     auto const timeout = choice.among<std::uint32_t>({0, 1, 20, 60, 3600});
     bool const changes =
         timeout != config->scriptExecTimeout() && world.state() == stateCopyConfigOrExecScript;
-    if (changes && world.sm().fileIsHashPling()) world.deadline = Kel::now() + timeout;
+    if (changes && world.sm().fileIsHashPling()) world.deadline = Kel::now() + 2 * timeout;
     config->scriptExecTimeoutIs(timeout);
   } else if (what == 1) {
     config->maxRunTimeIs(choice.among({0.0, 100.0, 1000.0, Kel::never, Kel::never}));
@@ -200,6 +200,11 @@ void progress(World& world, Choice& choice) {
         world.curl.status = 200;
       }
       return world.time.advance(4);
+    case stateCopyConfigOrExecScript: {
+      constexpr std::uint64_t endsWell = 8;
+      Choice well(endsWell);
+      return childEnds(world, choice.chance(2) ? well : none);
+    }
     default:
       return childEnds(world, none);
   }

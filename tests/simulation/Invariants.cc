@@ -73,7 +73,9 @@ void World::checkOwners() {
   hold(sm().dhclientChildProcess(), &sm().dhclientIntf(), "v4");
   hold(sm().dhclient6ChildProcess(), &sm().dhclient6Intf(), "v6");
   hold(sm().dhclient6StatelessChildProcess(), &sm().dhclient6StatelessIntf(), "stateless");
-  hold(sm().scriptChildProcess(), static_cast<decltype(&sm().dhclientIntf())>(nullptr), "script");
+  auto const noDevices = static_cast<decltype(&sm().dhclientIntf())>(nullptr);
+  hold(sm().scriptChildProcess(), noDevices, "script");
+  hold(sm().flashFlush(), noDevices, "flush");
   std::erase_if(children.started, [](auto const& start) { return start.child->ended(); });
   for (auto const& start : children.started) {
     bool const script = start.argv.size() == 1;
@@ -84,10 +86,10 @@ void World::checkOwners() {
     auto const has = [&](char const* argument) {
       return std::find(start.argv.begin(), start.argv.end(), argument) != start.argv.end();
     };
-    auto const where = script      ? stateCopyConfigOrExecScript
-                       : has("-r") ? stateRetry | stateShutdown
-                       : has("-S") ? stateStatelessDhcpQuery
-                                   : stateDhcpQuery;
+    auto const where = script || has("-f") ? stateCopyConfigOrExecScript
+                       : has("-r")         ? stateRetry | stateShutdown
+                       : has("-S")         ? stateStatelessDhcpQuery
+                                           : stateDhcpQuery;
     require((where & state()) != stateInvalid, "a child runs in the wrong state");
   }
   require((sm().curlCBData() != nullptr) == (curl.alive() > 0), "a transfer's handles outlive it");

@@ -85,7 +85,8 @@ inline Kel::Seconds longestTimeIn(ZeroTouch::ZeroTouchSm const& sm) {
   // A simulated body comes in two pieces.
   Kel::Seconds const stall = policy->download()->stallLimit();
   auto const tries = sm.configFetchTryCounter();
-  Kel::Seconds const script = sm.fileIsHashPling() ? sm.config()->scriptExecTimeout() : 0;
+  // The script, and then the flush of the flash.
+  Kel::Seconds const script = sm.fileIsHashPling() ? 2 * sm.config()->scriptExecTimeout() : 0;
   Kel::Seconds const longest[] = {Kel::never,
                                   30 + policy->pacing()->startJitter(),
                                   patient ? 60.0 : 15.0,

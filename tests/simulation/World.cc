@@ -61,8 +61,7 @@ World::World(std::uint64_t bits, std::uint64_t policy, bool recorded) : recorded
   logSink_ = Kel::logSinkIs([this](Kel::LogEvent const& event) {
     if (event.severity <= 4) warned_ = true;
     require(event.message.find("secret") == std::string::npos, "a password is shown");
-    if (event.name == "ZTP_EXEC_SCRIPT_SUCCESS" ||
-        (event.name == "ZTP_CONFIG_DOWNLOAD_SUCCESS" && event.message.find("startup-config") < 30))
+    if (event.name == "ZTP_CONFIG_DOWNLOAD_SUCCESS" && event.message.find("startup-config") < 30)
       expectDisable = true;
     if (event.name == "ZTP_EXEC_SCRIPT" || event.name == "ZTP_CONFIG_DOWNLOAD_SUCCESS") {
       bool const mustBeSigned = !ZeroTouch::policy()->authenticity()->signers().empty();
@@ -258,6 +257,15 @@ void World::finishCleanUp() {
   if (std::exchange(cleansUp6_, false)) removeResults(true);
 }
 
+// Whether the child that was started last has flushed it, or its program was missing.
+bool World::flashIsFlushed() {
+  if (children.started.empty()) return false;
+  auto const& [child, argv, descriptors, signals] = children.last();
+  bool const missing = child->exitStatus() == 127;
+  return argv == std::vector<Kel::String>{"/bin/sync", "-f", "/tmp/root/flash"} && signals.empty() &&
+         child->statusCode() == Kel::ChildSiginfo::exited && (child->exitStatus() == 0 || missing);
+}
+
 void World::standStill(Kel::Seconds seconds) {
   Kel::Loop::instance().simulate(Kel::now() + seconds);
   deadline += seconds + 5;  // the next tick is counted from the late one
@@ -281,6 +289,10 @@ void World::handleState() {
   auto const cause = sm().transitionCause();
   require(mayFollow(last_, now, cause), std::string(stringValue(now)) + " was entered from " +
                                             stringValue(last_) + " with the cause " + stringValue(cause));
+  if (cause == ZeroTouch::TransitionCause::scriptSucceeded) {
+    require(flashIsFlushed(), "a script has ended the run, and the flash is not flushed");
+    expectDisable = true;
+  }
   require(!sm().transitionReason().empty(), "a change of state has no reason");
   bool const failed = now == State::stateRetry || now == State::stateRetryFetchConfig;
   require(!failed || warned_,

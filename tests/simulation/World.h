@@ -126,6 +126,7 @@ class World {
   std::string identity() const;
   std::string identityOfAnswer() const;
 
+  bool flashIsFlushed();
   void drawPolicy(std::uint64_t bits);
 
   bool recorded_;

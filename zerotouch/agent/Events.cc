@@ -194,6 +194,16 @@ Kel::LogHandle downloadNotUsable(
     "provisioning starts over.",
     "Check that the flash is there, writable and not full.", interval, burst, 0);
 
+Kel::LogHandle flashNotFlushed("FLASH_NOT_FLUSHED", warning,
+                               "What the script has written may not be on the flash yet: %s",
+                               "After a script that has succeeded, the flash is flushed before provisioning "
+                               "is switched off for the next "
+                               "boot, so that a power cut does not leave the switch without both. When that "
+                               "fails, so has the attempt; when "
+                               "the program for it is missing, the run goes on.",
+                               "Check that the flash is there, writable and without faults.", interval, burst,
+                               0);
+
 Kel::LogHandle configDoubtful("CONFIG_DOUBTFUL", warning,
                               "The startup configuration from %s is hardly the one that was meant: %s",
                               "Whatever a server sends with a good status is installed, also a page that "

@@ -37,6 +37,7 @@ extern Kel::LogHandle downloadImpossible;  // reason
 extern Kel::LogHandle saveFileIgnored;     // value, reason
 extern Kel::LogHandle settingsNotWritten;  // what failed, with path and reason
 extern Kel::LogHandle downloadNotUsable;   // what failed, with path and reason
+extern Kel::LogHandle flashNotFlushed;     // reason
 extern Kel::LogHandle configDoubtful;      // URL, why it is hardly meant
 extern Kel::LogHandle dhclientConfigCut;   // path
 extern Kel::LogHandle dhcpNotAsked;        // reason

@@ -1,4 +1,6 @@
 // The downloaded script as a child process: started, bounded, stopped, what its end means, and what it wrote.
+// What a script that succeeds has written to the flash is flushed before provisioning is switched off for the
+// next boot, as a configuration that is installed is: a power cut finds both on the disk, or provisioning on.
 #include <sys/stat.h>
 
 #include <cerrno>
@@ -28,6 +30,8 @@ constexpr mode_t ownerMayRun = 0700;
 
 constexpr std::size_t maxOutputBytes = 4'096;
 constexpr int cannotBeRun = 126;  // and from there on: what a program is given that nobody could start
+
+constexpr char const* flushProgram = "/bin/sync";
 
 }  // namespace
 
@@ -69,7 +73,7 @@ void ZeroTouchSm::handleScriptChildProcessStatus() {
                       {TransitionCause::scriptKilled, strsignal(script->signal())});
   } else if (script->exitStatus() == 0) {
     ZTP_EXEC_SCRIPT_SUCCESS.log();
-    doCreateGuardFileAndShutdown(TransitionCause::scriptSucceeded);
+    doFlushFlash();
   } else {
     Kel::String error = Kel::format("%d. ", script->exitStatus());
     Kel::String const output = configScriptOutput();
@@ -89,7 +93,50 @@ Kel::String ZeroTouchSm::configScriptOutput() const {
   return output;
 }
 
+// A flush can take as long as the disk does, so a child does it.
+void ZeroTouchSm::doFlushFlash() {
+  Kel::String program = flushProgram, option = "-f", flash = filePathFromFSRoot("/flash");
+  char* argv[] = {program.data(), option.data(), flash.data(), nullptr};
+  SM_TRACE(5, " - Running " << argvToString(argv));
+  flashFlush_ = runCmd(argv, nullptr, nullptr);
+  flashFlushStatus_ = Kel::Reactor(flashFlush_, &Kel::ChildSiginfo::NotifieeConst::onStatusCode, this,
+                                   &ZeroTouchSm::handleFlashFlushStatus);
+  doStartScriptExecTimer();
+}
+
+void ZeroTouchSm::handleFlashFlushStatus() {
+  auto const flush = flashFlush_;
+  if (!flush->ended()) return;
+  flashFlush_ = nullptr;
+  flashFlushStatus_ = {};
+  if (!mayActIn(stateCopyConfigOrExecScript())) return;
+  int const status = flush->exitStatus();
+  if (flush->statusCode() == Kel::ChildSiginfo::killed) {
+    failFlashFlush(Kel::format("%s was ended by a signal: %s", flushProgram, strsignal(flush->signal())));
+  } else if (status != 0 && status < cannotBeRun) {
+    failFlashFlush(Kel::format("%s has ended with exit status %d", flushProgram, status));
+  } else {
+    // When the program is missing, nothing is known to be wrong with the flash.
+    if (status != 0) flashNotFlushed.log(Kel::format("%s cannot be run", flushProgram));
+    doCreateGuardFileAndShutdown(TransitionCause::scriptSucceeded);
+  }
+}
+
+void ZeroTouchSm::failFlashFlush(Kel::String const& why) {
+  flashNotFlushed.log(why);
+  doStateTransition(stateCopyConfigOrExecScript(), stateRetry(), {TransitionCause::configNotInstalled, why});
+}
+
+// A disk that hangs keeps even a killed child; nobody waits for it any more.
+void ZeroTouchSm::endFlashFlush() {
+  if (!flashFlush_) return;
+  Kel::kill(flashFlush_->pid(), SIGKILL);
+  flashFlush_ = nullptr;
+  flashFlushStatus_ = {};
+}
+
 void ZeroTouchSm::doKillRunningScript() {
+  endFlashFlush();
   auto const script = scriptChildProcess();
   if (!script || script->ended() || scriptSignalled_) return;
   SM_TRACE(5, " - Killing running script, pid=" << script->pid());
@@ -109,7 +156,8 @@ void ZeroTouchSm::endLeftoverScript() {
 void ZeroTouchSm::handleScriptExecTimeoutValue() {
   SM_TRACE(5, " scriptExecTimeout: " << config()->scriptExecTimeout());
   bool const bounded = timerActive() && timer()->name() == ScriptExecTimer::settings.name;
-  if (!scriptChildProcess() || !bounded || !mayActIn(stateCopyConfigOrExecScript())) return;
+  bool const runs = scriptChildProcess() || flashFlush_;
+  if (!runs || !bounded || !mayActIn(stateCopyConfigOrExecScript())) return;
   doCancelTimer();
   doStartScriptExecTimer();
 }

@@ -100,7 +100,8 @@ class ConfigFetchRetryTimer : public TimerBase {
   void handleTimerStop() override;
 };
 
-// Bounds a configuration script; the times are ZeroTouch::Config's scriptExecTimeout.
+// Bounds a configuration script, and then the flush of the flash; the times are ZeroTouch::Config's
+// scriptExecTimeout.
 class ScriptExecTimer : public TimerBase {
  public:
   static constexpr TimerSettings settings{"ScriptExecTimer", 0, 0, "ZEROTOUCH_SCRIPTEXEC_TIMER_INTERVAL",

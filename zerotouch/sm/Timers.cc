@@ -116,9 +116,10 @@ void ZeroTouchSm::doStartConfigFetchRetryTimer(std::uint16_t tryCount) {
 void ZeroTouchSm::doStartScriptExecTimer() {
   Kel::Seconds const timeout = config()->scriptExecTimeout();
   startTimer<ScriptExecTimer>(nullptr, timeout, timeout);
+  if (flashFlush_) timer()->purposeIs("the flash is flushed");
 }
 
-// The pause before the next attempt, and after it, as it is usual, the bound on the clean-up.
+// The pause before the next attempt is paced. The wait for the clean-up after it always has the usual length.
 void ZeroTouchSm::doStartRetryWaitTimer() {
   if (awaitsDhcpCleanup()) return startTimer<RetryWaitTimer>();
   startTimer<RetryWaitTimer>(
@@ -213,6 +214,11 @@ void ConfigFetchRetryTimer::handleTimerStop() {
 }
 
 void ScriptExecTimer::handleTimerStop() {
+  if (ztSm()->flashFlush()) {
+    ztSm()->endFlashFlush();
+    ztSm()->failFlashFlush(Kel::format("it is not flushed after %g s", timeout()));
+    return;
+  }
   ztSm()->doKillRunningScript();
   ZTP_EXEC_SCRIPT_TIMEOUT.log(timeout());
   ztSm()->doStateTransition(ztSm()->stateCopyConfigOrExecScript(), ztSm()->stateRetry(),

@@ -4,6 +4,7 @@
 
 #include <charconv>
 
+#include "platform/kel/Program.h"
 #include "platform/statebase/Tree.h"
 #include "programs/zerotouchd/config/Authenticity.h"
 #include "programs/zerotouchd/config/PolicySections.h"
@@ -47,7 +48,8 @@ Setter commandLine(Linux::CommandLine& target) {
     if (target.front().find('=') != Kel::String::npos) {
       fail(node.source(), "a program cannot have '=' in its name");
     }
-    if (!isCommand(target.front()))
+    bool const relative = target.front().find('/') != Kel::String::npos && !target.front().starts_with('/');
+    if (relative || !Kel::isCommand(target.front()))
       fail(node.source(), "'" + target.front() + "' is no program that can be executed");
   };
 }

@@ -1,15 +1,12 @@
 #include "programs/zerotouchd/config/Toml.h"
 
-#include <unistd.h>
-
 #include <algorithm>
-#include <cstdlib>
 #include <filesystem>
 #include <list>
 #include <optional>
-#include <sstream>
 
 #include "platform/kel/Format.h"
+#include "platform/kel/Program.h"
 #include "platform/kel/WholeFile.h"
 
 namespace {
@@ -209,7 +206,7 @@ Setter absolutePath(Kel::String& target) {
 Setter program(Kel::String& target) {
   return [&target](toml::node const& node) {
     text(target)(node);
-    if (!target.starts_with('/') || !isProgram(target))
+    if (!target.starts_with('/') || !Kel::isProgram(target))
       fail(node.source(), "'" + target + "' is no absolute path of a program");
   };
 }
@@ -247,19 +244,4 @@ Setter bytes(std::uint32_t& target) {
       fail(node.source(), "expected bytes (a whole number from 1 to " + std::to_string(most) + ")");
     target = static_cast<std::uint32_t>(*value);
   };
-}
-
-bool isProgram(Kel::String const& path) {
-  std::error_code error;
-  return std::filesystem::is_regular_file(path, error) && access(path.c_str(), X_OK) == 0;
-}
-
-bool isCommand(Kel::String const& name) {
-  if (name.find('/') != Kel::String::npos) return name.starts_with('/') && isProgram(name);
-  char const* const path = std::getenv("PATH");
-  std::istringstream folders(path != nullptr ? path : "/usr/sbin:/usr/bin:/sbin:/bin");
-  for (std::string folder; std::getline(folders, folder, ':');) {
-    if (isProgram(folder.append("/").append(name))) return true;
-  }
-  return false;
 }

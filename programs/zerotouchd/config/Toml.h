@@ -42,11 +42,6 @@ TomlFiles readToml(Kel::String const& path, bool mustExist, Sections const& sect
 // Reads a table within a value. `where` names it in messages.
 void readSection(toml::table const& table, std::string const& where, Section const& keys);
 
-// Whether the path names a regular file that this process may execute.
-bool isProgram(Kel::String const& path);
-// Whether a command can be executed: an absolute path, or a name that is looked for in PATH.
-bool isCommand(Kel::String const& name);
-
 // The setters. What they write to must outlive the reading.
 
 // A string that is not empty and has no control characters.
