@@ -1,10 +1,15 @@
 // rehearse: the server side, tried out from any machine before a switch is there.
+#include <unistd.h>
+
+#include <array>
 #include <cerrno>
 #include <cstdio>
+#include <optional>
 #include <system_error>
 
 #include "platform/kel/ActivityManager.h"
 #include "platform/kel/Format.h"
+#include "platform/kel/Log.h"
 #include "programs/zerotouch/Failure.h"
 #include "programs/zerotouch/Output.h"
 #include "programs/zerotouch/Verbs.h"
