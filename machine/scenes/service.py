@@ -73,7 +73,8 @@ def reported(switch):
     collected = switch.network.collect()
     switch.wait_reload()
     # In the place of the configuration, which is none that this system reads.
-    switch.run(f"ip address add {servers.net4(1)}.200/24 dev et1; ip link set et1 up")
+    switch.wait(lambda: switch.result("ip link set et1 up")[0] == 0, "et1")
+    switch.run(f"ip address add {servers.net4(1)}.200/24 dev et1")
 
     def told():
         events = [json.loads(line) for line in collected.read_text().splitlines()]

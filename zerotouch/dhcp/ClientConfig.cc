@@ -58,9 +58,11 @@ Kel::String vendorOpts(Kel::String const& data) {
 Kel::String timingStatements() {
   bool const rfc = policy()->dhcp()->clientTiming() == ClientTiming::rfc;
   bool const patient = rfc || policy()->pacing()->retryBackoffMax() > 0;
-  // RFC 2131, 4.1: the second question after 4 s, then after twice as long each time, up to 64 s.
+  // RFC 2131, 4.1: the second question after 4 s, then after twice as long, which the client draws at random.
+  // Not up to the 64 s of a client that asks for ever: a server whose queue was full has lost most of the
+  // questions.
   return Kel::String(patient ? "timeout 58;\n" : "") +
-         (rfc ? "initial-interval 4;\nbackoff-cutoff 64;\n" : "");
+         (rfc ? "initial-interval 4;\nbackoff-cutoff 8;\n" : "");
 }
 
 }  // namespace

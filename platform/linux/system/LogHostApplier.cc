@@ -15,7 +15,11 @@ Kel::String const firstLine = "# Written by zerotouchd, which also removes this 
 constexpr char defaultVrf[] = "default";
 constexpr Kel::Seconds reloadLimit = 30;
 
-bool isOurs(Kel::String const& contents) { return contents.starts_with(firstLine); }
+// Since the file is not flushed, a power cut can leave a part of it, or zeros in its place.
+bool isOurs(Kel::String const& contents) {
+  auto const written = contents.substr(0, contents.find_last_not_of('\0') + 1);
+  return written.starts_with(firstLine) || firstLine.starts_with(written);
+}
 
 }  // namespace
 

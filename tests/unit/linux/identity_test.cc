@@ -142,7 +142,7 @@ TEST_F(IdentityTest, LogServersAreWrittenAndRsyslogIsTold) {
   auto const action = [](std::string const& host, std::string const& port) {
     return "*.* action(type=\"omfwd\" target=\"" + host + "\" port=\"" + port + "\" protocol=\"udp\")\n";
   };
-  std::string const first = "# Written by zerotouchd, which also removes this file.\n";
+  std::string const mine = "mine", first = "# Written by zerotouchd, which also removes this file.\n";
   EXPECT_EQ(folder.read(file), first + "# Not sent to: the servers of VRF blue?x\n" +
                                    action("10.0.0.9", "1514") + action("2001:db8::9", "514") +
                                    action("log.example", "514"));
@@ -167,11 +167,13 @@ TEST_F(IdentityTest, LogServersAreWrittenAndRsyslogIsTold) {
   std::string const failed = "LOG_RELOAD_FAILED: The log servers do not count yet: reread it: ";
   EXPECT_TRUE(warned.text().ends_with(failed + "exit status 3\n" + failed + "not done within 30 s\n"));
 
-  // What a killed host left is known by its first line, and the file of somebody else is left alone.
-  for (std::string const& content : {first, std::string("mine")}) {
+  // What a killed host or a power cut left is known by its first line, and the file of somebody else is left
+  // alone.
+  for (std::string const& content :
+       {first, first.substr(0, 9), std::string(), std::string(124, '\0'), mine}) {
     folder.write(file, content);
-    EXPECT_EQ(applier()->undo(), content == first);
-    EXPECT_EQ(folder.read(file), content == first ? "(absent)" : "mine");
+    EXPECT_EQ(applier()->undo(), content != mine);
+    EXPECT_EQ(folder.read(file), content != mine ? "(absent)" : mine);
   }
   std::string const soFar = warned.text();
   hostIs("10.0.0.9");
