@@ -1,6 +1,10 @@
 // rehearse: the server side, tried out from any machine before a switch is there.
+#include <unistd.h>
+
+#include <array>
 #include <cerrno>
 #include <cstdio>
+#include <optional>
 #include <system_error>
 
 #include "platform/kel/ActivityManager.h"
