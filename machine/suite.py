@@ -107,7 +107,8 @@ def main():
         for done in concurrent.futures.as_completed([pool.submit(play, one, image, saved) for one in wanted]):
             outcomes.append(done.result())
             show(outcomes[-1])
-            page.write(outcomes[-1], SCENES, version)
+            if options.client == parser.get_default("client"):
+                page.write(outcomes[-1], SCENES, version)
     stop.set()
     failed = sum(1 for outcome in outcomes if outcome.failure)
     print(f"{len(outcomes) - failed} passed, {failed} failed")
