@@ -5,6 +5,7 @@
 
 #include "platform/kel/ActivityManager.h"
 #include "platform/kel/Format.h"
+#include "platform/kel/Log.h"
 #include "programs/zerotouch/Failure.h"
 #include "programs/zerotouch/Output.h"
 #include "programs/zerotouch/Verbs.h"
