@@ -32,6 +32,7 @@ class Outcome(NamedTuple):
 
 
 SCENES = {}
+ONLY_WITH = {"apparmor": "dhclient"}  # scenes that are about one DHCP client
 
 
 def scene(name, what):
@@ -84,15 +85,17 @@ def main():
                         help="play this one and show its console; may be given more than once")
     parser.add_argument("--jobs", type=int, default=2, help="machines that run side by side (default: %(default)s)")
     parser.add_argument("--package", type=pathlib.Path, help="the Debian package, by default that of scripts/package")
+    parser.add_argument("--client", choices=images.CLIENTS, default="dhclient",
+                        help="the DHCP client that the machines have, and no other (default: %(default)s)")
     options = parser.parse_args()
     if options.list:
         for one in SCENES.values():
             print(f"{one.name:24} {one.what}")
         return
     package = options.package or next((ROOT / "build" / "release").glob("*.deb"))
-    image = images.image(package)
+    image = images.image(package, options.client)
     saved = saved_state(image)
-    wanted = [SCENES[name] for name in options.scene or SCENES]
+    wanted = [SCENES[name] for name in options.scene or SCENES if ONLY_WITH.get(name, options.client) == options.client]
     stop = threading.Event()
     if len(wanted) == 1:
         threading.Thread(target=follow, args=(RUNS / wanted[0].name / "console.log", stop)).start()

@@ -32,30 +32,30 @@ bool lockWithin(int file, unsigned seconds) {
 
 }  // namespace
 
-void waitForRelease(char const* leaseFile, bool isRelease) {
+void waitForRelease(std::string const& leaseFile, bool keeps) {
   constexpr unsigned longestRelease = 9;  // seconds
-  std::string const path = std::string(leaseFile) + ".lock";
-  // Whoever can open the file could lock it, so that is for nobody else. The processes of a
-  // release keep the descriptor, and with it the lock. NOLINTNEXTLINE(android-cloexec-open)
+  std::string const path = leaseFile + ".lock";
+  // Whoever can open the file could lock it, so that is for nobody else. Children keep the
+  // descriptor, and with it the lock. NOLINTNEXTLINE(android-cloexec-open)
   int const file = open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY, 0600);
   if (file < 0) {
     complain(path.c_str());
   } else if (!lockWithin(file, longestRelease)) {
-    std::fprintf(stderr, "zerotouch-dhclient: lease file %s: a release of it does not end\n", leaseFile);
+    std::fprintf(stderr, "zerotouch-dhclient: lease file %s: a release of it does not end\n",
+                 leaseFile.c_str());
   }
-  // The descriptor is left to the processes of a release, which hold the lock by it.
-  if (file >= 0 && !isRelease) close(file);
+  if (file >= 0 && !keeps) close(file);
 }
 
-void makeLeaseFile(char const* path) {
-  if (int const file = openFile(path); file >= 0) close(file);
+void makeLeaseFile(std::string const& path) {
+  if (int const file = openFile(path.c_str()); file >= 0) close(file);
 }
 
-void forgetLeases(char const* path, std::string const& identifier) {
-  int const file = openFile(path);
+void forgetLeases(std::string const& path, std::string const& identifier) {
+  int const file = openFile(path.c_str());
   if (file < 0) return;
   std::string const kept = identifier.empty() ? lineWith(identifierKeyword, contents(file)) : identifier;
-  if (!replaceContents(file, kept)) complain(path);
+  if (!replaceContents(file, kept)) complain(path.c_str());
   close(file);
 }
 
