@@ -12,4 +12,8 @@ bool isScript(char const* path);
 // can. `answer` is that of the file server which brought it.
 Trouble doubtsAbout(char const* path, Trouble const& answer);
 
+// Why the script at `path`, which begins with "#!", cannot be run: its interpreter is missing or no program,
+// or the line ends as on Windows. Nothing when it can.
+Trouble interpreterTrouble(char const* path);
+
 }  // namespace ZeroTouch

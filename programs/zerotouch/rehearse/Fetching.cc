@@ -13,7 +13,6 @@
 #include "zerotouch/fetch/Authenticity.h"
 #include "zerotouch/fetch/Contents.h"
 #include "zerotouch/fetch/Download.h"
-#include "zerotouch/fetch/Interpreter.h"
 #include "zerotouch/sm/Cause.h"
 #include "zerotouch/sm/Pacing.h"
 #include "zerotouch/sm/ProvisioningTimers.h"
