@@ -17,16 +17,17 @@ def row(result):
         return "-" if value is None else f"{value:.1f} s"
     memory = "-" if result.memory_kib is None else f"{result.memory_kib / 1024:.1f} MiB"
     answered = result.answered[-1] if result.answered else None
-    return (result.switches, seconds(answered), len(result.provisioned), seconds(result.at(0)), seconds(result.at(0.5)),
-            seconds(result.at(1)), result.retries, f"{result.requests / result.switches:.1f}", f"{result.dhcp_messages / result.switches:.1f}",
+    return (result.switches, seconds(answered), len(result.provisioned), *(seconds(result.at(share)) for share in (0, 0.5, 1)),
+            result.retries, f"{result.requests / result.switches:.1f}", f"{result.dhcp_messages / result.switches:.1f}",
             seconds(result.dhcp_processor), seconds(result.file_processor), memory)
 
 
 def main():
     parser = argparse.ArgumentParser(
         prog="scripts/fleet", description="Boots many virtual switches at once, with default timers, and measures them. Answered is "
-        "when DHCP had answered the last of them; HTTP and DHCP are requests and messages per switch; cpu is the processor time of a "
-        "server; memory is that of a switch's processes. Then follows what an MQTT broker has heard from the reporter of each switch.")
+        "when DHCP had answered the last of them; HTTP and DHCP are requests and messages per switch; cpu is the processor time of "
+        "a server; memory is that of a switch's processes. Then follows what an MQTT broker has heard from the reporter of each "
+        "switch.")
     parser.add_argument("--switches", default="1,10,50,100,200", help="how many at once; several numbers, one run each")
     parser.add_argument("--dhcp", choices=SERVERS, default="dnsmasq-no-ping", help="the DHCP server; of simulated "
                         "ones, only dnsmasq takes its time")
@@ -34,8 +35,8 @@ def main():
     parser.add_argument("--file-mib", type=int, default=20, help="the size of the boot file")
     parser.add_argument("--settings", help="a file with more lines for each switch's platform.toml")
     parser.add_argument("--pacing", action="store_true", help="each switch has [pacing] as it is recommended")
-    parser.add_argument("--recommended", action="store_true", help="each switch has all that the packaged platform.toml recommends "
-                        "where many start together")
+    parser.add_argument("--recommended", action="store_true", help="each switch has all that the packaged platform.toml "
+                        "recommends where many start together")
     parser.add_argument("--wrong-server", action="store_true", help="each switch has another port, to a DHCP server that answers "
                         "at once and names a missing file")
     parser.add_argument("--every-switch", action="store_true", help="print what the collector knows of the provisioned ones too")
