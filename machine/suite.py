@@ -11,7 +11,9 @@ import traceback
 from typing import Callable, NamedTuple
 
 from lab.host import ROOT
+from lab.namespace import run
 from machine import image as images
+from machine import page
 from machine.saved import saved_state
 from machine.switch import Switch
 
@@ -93,6 +95,7 @@ def main():
             print(f"{one.name:24} {one.what}")
         return
     package = options.package or next((ROOT / "build" / "release").glob("*.deb"))
+    version = run("dpkg-deb", "-f", package, "Version").strip()
     image = images.image(package, options.client)
     saved = saved_state(image)
     wanted = [SCENES[name] for name in options.scene or SCENES if ONLY_WITH.get(name, options.client) == options.client]
@@ -104,6 +107,8 @@ def main():
         for done in concurrent.futures.as_completed([pool.submit(play, one, image, saved) for one in wanted]):
             outcomes.append(done.result())
             show(outcomes[-1])
+            if options.client == parser.get_default("client"):
+                page.write(outcomes[-1], SCENES, version)
     stop.set()
     failed = sum(1 for outcome in outcomes if outcome.failure)
     print(f"{len(outcomes) - failed} passed, {failed} failed")

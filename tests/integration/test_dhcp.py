@@ -21,11 +21,17 @@ CLIENTS = {"dhclient": "/sbin/dhclient", "dhcpcd": "/usr/sbin/dhcpcd"}
 BOTH = pytest.mark.parametrize("switch", CLIENTS, indirect=True)
 
 
+def name_of(pid):
+    try:
+        return pathlib.Path(f"/proc/{pid}/comm").read_text()
+    except OSError:  # it has ended
+        return ""
+
+
 def clients(lab):
     """The DHCP clients that run on the switch, and the shim in front of one that it does not become."""
-    names = [pathlib.Path(f"/proc/{pid}/comm") for pid in lab.switch.pids()]
-    return [name.parent.name for name in names
-            if name.exists() and any(word in name.read_text() for word in ("dhclient", "dhcpcd", "zerotouch-dhcli"))]
+    return [pid for pid in lab.switch.pids()
+            if any(word in name_of(pid) for word in ("dhclient", "dhcpcd", "zerotouch-dhcli"))]
 
 
 @pytest.fixture(scope="module")

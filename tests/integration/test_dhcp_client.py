@@ -1,5 +1,6 @@
 """The programs around the DHCP client: the hook that it runs, and the shim in front of it."""
 import contextlib
+import fcntl
 import os
 import pathlib
 import signal
@@ -192,17 +193,42 @@ def test_dhcpcd_asks_for_the_same_in_a_room_of_its_own(tmp_path, family, request
     if family == "-4":
         wait_for(lambda: (tmp_path / "said").exists() and (tmp_path / "said").read_text(), "the report of et2")
         assert (tmp_path / "said").read_text() == f"FAIL et2 sw 1 {leases}\n"
-    inside = [process for process in descendants(shim.pid) if start_time(process)]
+    inside = wait_for(lambda: len(descendants(shim.pid)) == 3 and descendants(shim.pid), "what dhcpcd has started")
     state = pathlib.Path(f"/proc/{inside[-1]}/status").read_text()
-    assert len(inside) == 3 and f"CapEff:\t{ALONE:016x}\n" in state and "NoNewPrivs:\t1\n" in state
+    assert f"CapEff:\t{ALONE:016x}\n" in state and "NoNewPrivs:\t1\n" in state
     shim.kill()
     complaint = "zerotouch-dhclient: dhcpcd is not asked for 'odd', whose code is not known\n"
     assert shim.communicate()[1] == complaint * (family == "-4")
     wait_for(lambda: not any(start_time(process) for process in inside), "dhcpcd and all that it started to end")
 
 
+def test_a_release_for_dhcpcd_waits_for_the_query_and_is_not_stopped(tmp_path):
+    leases, said = tmp_path / "leases", tmp_path / "said"
+    (tmp_path / "hook").write_text(f'#!/bin/sh\necho "$reason $interface $ZEROTOUCH_CLIENT" >{said}\n')
+    (tmp_path / "dhcpcd").write_text("#!/bin/sh\n")
+    for name in ("hook", "dhcpcd"):
+        (tmp_path / name).chmod(0o755)
+    with open(f"{leases}.lock", "w") as lock:
+        fcntl.flock(lock, fcntl.LOCK_EX)  # as a query does that is about to end
+        shim = subprocess.Popen([SHIM, "-4", "-sf", tmp_path / "hook", "-lf", leases, "-r", "et1"],
+                                env={**os.environ, "ZEROTOUCH_REAL_DHCLIENT": str(tmp_path / "dhcpcd")})
+        wait_for(lambda: is_blocked(shim.pid), "the release to wait")
+        shim.terminate()
+        assert not said.exists()
+    assert shim.wait(LIMIT) == 0 and said.read_text() == "RELEASE et1 dhcpcd\n"
+
+
+def is_blocked(pid):
+    """Whether a process waits for a lock."""
+    return any(line.split()[1] == "->" and int(line.split()[5]) == pid
+               for line in pathlib.Path("/proc/locks").read_text().splitlines())
+
+
 def descendants(pid):
-    children = pathlib.Path(f"/proc/{pid}/task/{pid}/children").read_text().split()
+    try:
+        children = pathlib.Path(f"/proc/{pid}/task/{pid}/children").read_text().split()
+    except OSError:  # it has ended
+        children = []
     return [process for child in map(int, children) for process in [child, *descendants(child)]]
 
 
