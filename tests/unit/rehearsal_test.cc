@@ -118,6 +118,11 @@ TEST(Rehearsal, makes_of_an_offer_what_the_switch_does) {
     EXPECT_EQ(madeOf(message), expected);
 }
 
+TEST(Rehearsal, hands_names_over_as_the_client_does) {
+  EXPECT_EQ(scriptText(Form::domains, Bytes{3, 'a', '-', 'b', 2, 'e', 'x', 0, 1, ';', 0}), "a-b.ex. \\073. ");
+  EXPECT_EQ(optionWords(true, 24, Bytes{3, 'a', '-', 'b', 0}), "a-b.");
+}
+
 TEST(Rehearsal, answers_who_asks_for_the_address_of_its_port) {
   auto const frame = routerSolicitation(port);
   EXPECT_EQ(plain(octets(frame)),

@@ -6,6 +6,7 @@
 
 #include "platform/kel/Format.h"
 #include "platform/model/values/Grammar.h"
+#include "programs/zerotouch-dhclient-script/Forms.h"
 
 namespace Rehearsal {
 
@@ -53,49 +54,10 @@ std::span<OptionKind const> kinds(bool six) {
   return six ? std::span<OptionKind const>(kinds6) : std::span<OptionKind const>(kinds4);
 }
 
-// All but letters and digits as octal numbers, of which the script makes the bytes again.
-std::string escaped(BytesView value) {
+std::string codes(BytesView value) {
   std::string result;
-  for (std::uint8_t const byte : value) {
-    if ((byte >= '0' && byte <= '9') || (byte >= 'A' && byte <= 'Z') || (byte >= 'a' && byte <= 'z')) {
-      result += static_cast<char>(byte);
-      continue;
-    }
-    result += '\\';
-    for (int const digit : {byte >> 6, byte >> 3 & 7, byte & 7}) result += static_cast<char>('0' + digit);
-  }
-  return result;
-}
-
-std::string address6(BytesView value) {
-  Wire::Ip6Addr address;
-  std::ranges::copy(value, address.bytes.begin());
-  return address.stringValue();
-}
-
-// Hands each whole member of a list to `text`, and puts blanks between them.
-template <typename Text>
-std::string list(BytesView value, std::size_t length, Text const& text) {
-  std::string result;
-  for (; value.size() >= length; value = value.subspan(length))
-    result += (result.empty() ? "" : " ") + text(value.first(length));
-  return result;
-}
-
-// The names, each with a dot at its end (RFC 8415, section 10); ends at what is malformed.
-std::string domains(BytesView value) {
-  std::string result, name;
-  while (!value.empty()) {
-    std::size_t const length = value[0];
-    if (length > 63 || value.size() < 1 + length) break;
-    if (length == 0) {
-      if (!name.empty()) result += (result.empty() ? "" : " ") + name;
-      name.clear();
-    } else {
-      name += escaped(value.subspan(1, length)) + ".";
-    }
-    value = value.subspan(1 + length);
-  }
+  for (; value.size() >= 2; value = value.subspan(2))
+    result += (result.empty() ? "" : " ") + std::to_string(number(value, 0, 2));
   return result;
 }
 
@@ -171,26 +133,27 @@ std::string octets(BytesView value) {
 }
 
 std::string scriptText(Form form, BytesView value) {
+  std::string const bytes(value.begin(), value.end());
   switch (form) {
     case Form::octets:
     case Form::status:
       return octets(value);
     case Form::text:
-      return escaped(value);
+      return Hook::Form::text(bytes);
     case Form::addresses:
     case Form::pairs:
-      return list(value, 4, address4);
+      return Hook::Form::addresses4(bytes);
     case Form::addresses6:
-      return list(value, 16, address6);
+      return Hook::Form::addresses6(bytes);
     case Form::number:
       return value.empty() || value.size() > 4 ? "" : std::to_string(number(value, 0, value.size()));
     case Form::list8:
     case Form::routes:
-      return list(value, 1, [](BytesView one) { return std::to_string(one[0]); });
+      return Hook::Form::decimals(bytes);
     case Form::list16:
-      return list(value, 2, [](BytesView two) { return std::to_string(number(two, 0, 2)); });
+      return codes(value);
     case Form::domains:
-      return domains(value);
+      return Hook::Form::domains(bytes);
   }
   return {};
 }
@@ -204,7 +167,9 @@ std::string optionWords(bool six, unsigned code, BytesView value) {
   constexpr std::size_t longest = 400;
   auto const* const kind = optionKind(six, code);
   Form const form = kind != nullptr ? kind->form : Form::octets;
-  std::string result = Kel::printable(Grammar::withoutPasswords(words(form, value)), longest);
+  std::string text = words(form, value);
+  text.erase(text.find_last_not_of(' ') + 1);
+  std::string result = Kel::printable(Grammar::withoutPasswords(text), longest);
   std::ranges::replace_if(
       result, [](char c) { return c < ' ' || c > '~'; }, '?');
   return result;
