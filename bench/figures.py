@@ -3,7 +3,8 @@
 
     figures.py BUILD_DIR [PART...]    prints a table, and writes BUILD_DIR/figures.json
 
-The parts are standing-by and signatures, which anybody can measure, on-switch, many-ports and slow-flash.
+The parts are standing-by and signatures, which anybody can measure, on-switch, dhcp-clients, many-ports and
+slow-flash.
 """
 import json
 import os
@@ -15,6 +16,7 @@ def main():
     build, parts = pathlib.Path(sys.argv[1]).resolve(), sys.argv[2:]
     os.environ["ZEROTOUCH_BUILD"] = str(build)  # before the lab is imported
     sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1]))
+    import dhcp_clients
     import many_ports
     import measuring
     import on_switch
@@ -22,7 +24,8 @@ def main():
     import slow_flash
     import standing_by
 
-    for part, needs_root in ((standing_by, False), (signatures, False), (on_switch, True), (many_ports, True), (slow_flash, True)):
+    for part, needs_root in ((standing_by, False), (signatures, False), (on_switch, True), (dhcp_clients, True),
+                             (many_ports, True), (slow_flash, True)):
         name = part.__name__.replace("_", "-")
         if needs_root and os.geteuid() != 0:
             print(f"{name}: only root can measure it")

@@ -114,9 +114,18 @@ class Simulation {
     auto& member = members_[number];
     ++result_.messages;
     member.queued = member.query;
-    bool const quick = member.known || setting_.leasesPerSecond <= 0;
-    dhcpFree_ = std::max(dhcpFree_, time) + (quick ? 0 : 1 / setting_.leasesPerSecond);
+    dhcpFree_ = std::max(dhcpFree_, time);
+    if (!member.known && looks(dhcpFree_)) dhcpFree_ += 1 / setting_.leasesPerSecond;
     events_.push({dhcpFree_, Event::Kind::offer, number, member.query});
+  }
+
+  // Whether the server looks if a new address is in use; one that is loaded does not look at each.
+  bool looks(Kel::Seconds time) {
+    if (setting_.leasesPerSecond <= 0) return false;
+    while (!looked_.empty() && time - looked_.front() > lookWindow) looked_.pop_front();
+    if (setting_.looks > 0 && looked_.size() >= setting_.looks) return false;
+    looked_.push_back(time);
+    return true;
   }
 
   // The switch asks for the address, behind all questions that the server has yet to answer.
@@ -162,6 +171,7 @@ class Simulation {
   std::vector<Member> members_;
   std::priority_queue<Event, std::vector<Event>, std::greater<>> events_;
   Kel::Seconds dhcpFree_ = 0;
+  std::deque<Kel::Seconds> looked_;  // when the server has, lately
   Result result_;
 };
 

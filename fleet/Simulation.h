@@ -8,9 +8,12 @@
 
 namespace Fleet {
 
+constexpr Kel::Seconds lookWindow = 30;  // of dnsmasq
+
 struct Setting {
   std::uint32_t switches = 1;
   double leasesPerSecond = 0;  // new addresses that the DHCP server finds; 0 when that takes no time
+  std::size_t looks = 0;       // takes that time for so many in lookWindow at most; 0: for all
   double bytesPerSecond = 0;   // of the link
   double fileBytes = 0;
   Kel::Seconds startedWithin = 1;

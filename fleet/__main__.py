@@ -8,26 +8,28 @@ from fleet import collected, picture, settings, simulation
 from fleet.boots import boot
 from fleet.dhcp_servers import SERVERS
 
-HEADINGS = ("switches", "provisioned", "first", "half", "last", "retries", "HTTP", "DHCP", "dhcp cpu", "http cpu", "memory")
+HEADINGS = ("switches", "answered", "provisioned", "first", "half", "last", "retries", "HTTP", "DHCP", "dhcp cpu", "http cpu",
+            "memory")
 
 
 def row(result):
     def seconds(value):
         return "-" if value is None else f"{value:.1f} s"
     memory = "-" if result.memory_kib is None else f"{result.memory_kib / 1024:.1f} MiB"
-    return (result.switches, len(result.provisioned), seconds(result.at(0)), seconds(result.at(0.5)), seconds(result.at(1)),
-            result.retries, f"{result.requests / result.switches:.1f}", f"{result.dhcp_messages / result.switches:.1f}",
+    answered = result.answered[-1] if result.answered else None
+    return (result.switches, seconds(answered), len(result.provisioned), seconds(result.at(0)), seconds(result.at(0.5)),
+            seconds(result.at(1)), result.retries, f"{result.requests / result.switches:.1f}", f"{result.dhcp_messages / result.switches:.1f}",
             seconds(result.dhcp_processor), seconds(result.file_processor), memory)
 
 
 def main():
     parser = argparse.ArgumentParser(
-        prog="scripts/fleet", description="Boots many virtual switches at once, with default timers, and measures them. HTTP and "
-        "DHCP are requests and messages per switch; cpu is the processor time of a server; memory is that of a switch's processes. "
-        "Then follows what an MQTT broker has heard from the reporter of each switch.")
+        prog="scripts/fleet", description="Boots many virtual switches at once, with default timers, and measures them. Answered is "
+        "when DHCP had answered the last of them; HTTP and DHCP are requests and messages per switch; cpu is the processor time of a "
+        "server; memory is that of a switch's processes. Then follows what an MQTT broker has heard from the reporter of each switch.")
     parser.add_argument("--switches", default="1,10,50,100,200", help="how many at once; several numbers, one run each")
-    parser.add_argument("--dhcp", choices=SERVERS, default="dnsmasq-no-ping", help="the DHCP server, unless it is "
-                        "simulated")
+    parser.add_argument("--dhcp", choices=SERVERS, default="dnsmasq-no-ping", help="the DHCP server; of simulated "
+                        "ones, only dnsmasq takes its time")
     parser.add_argument("--rate", default="1gbit", help="of the link of the servers, as tc(8) takes it")
     parser.add_argument("--file-mib", type=int, default=20, help="the size of the boot file")
     parser.add_argument("--settings", help="a file with more lines for each switch's platform.toml")
@@ -39,24 +41,23 @@ def main():
     parser.add_argument("--every-switch", action="store_true", help="print what the collector knows of the provisioned ones too")
     parser.add_argument("--simulated", action="store_true", help="simulate the switches and both servers: thousands of them")
     parser.add_argument("--leases-per-second", type=float, default=0, help="with --simulated: how many new addresses the DHCP "
-                        "server finds, one after the other; 0.333 for dnsmasq while it looks whether they are in use, by default "
-                        "any number")
+                        "server finds, one after the other; by default what --dhcp says")
     parser.add_argument("--patience", type=float, default=300, help="seconds after which a run is ended")
     parser.add_argument("--json", help="a file to which all figures go")
     parser.add_argument("--svg", help="a file for a picture of the switches that are provisioned over time")
     arguments = parser.parse_args()
 
     lines = settings.chosen(arguments.settings, arguments.pacing, arguments.recommended)
-    print(("%9s" + "%12s" * 10) % HEADINGS, flush=True)
+    print(("%9s" + "%12s" * 11) % HEADINGS, flush=True)
     results = []
     for count in map(int, arguments.switches.split(",")):
         if arguments.simulated:
-            results.append(simulation.boot(count, arguments.leases_per_second, arguments.rate, arguments.file_mib << 20, lines,
-                                           arguments.patience))
+            results.append(simulation.boot(count, arguments.dhcp, arguments.leases_per_second, arguments.rate,
+                                           arguments.file_mib << 20, lines, arguments.patience))
         else:
             results.append(boot(count, SERVERS[arguments.dhcp], arguments.rate, arguments.file_mib << 20, lines,
                                 arguments.patience, arguments.wrong_server))
-        print(("%9s" + "%12s" * 10) % row(results[-1]), flush=True)
+        print(("%9s" + "%12s" * 11) % row(results[-1]), flush=True)
         if results[-1].reported:
             print("\n".join(collected.lines(results[-1].reported, arguments.every_switch)), flush=True)
     if arguments.json:

@@ -26,6 +26,7 @@ class Result:
     dhcp_processor: float  # seconds
     file_processor: float  # seconds
     memory_kib: int        # per switch, median of a sample, at its highest
+    answered: list         # the times at which DHCP had brought an address and a boot file, in order, as the collector knows them
     reported: list         # what the collector knows of each switch: collected.Known
 
     def at(self, share):
@@ -58,13 +59,15 @@ def measured(fleet, patience):
         memory = max(memory, statistics.median(switch.memory_kib() for switch in sample))
         time.sleep(0.5)
     gave_up_after = time.time() - start
+    provisioned = [switch for switch in fleet.switches if switch not in waiting]
+    retries = sum(switch.retries() for switch in fleet.switches)
     used = {server: fleet.processor_seconds(server) - before[server] for server in before}
+    table = reported(fleet, provisioned)
     return Result(switches=len(fleet.switches), provisioned=sorted(times), started_within=started_within,
                   gave_up_after=gave_up_after, requests=len(fleet.requests()),
-                  dhcp_messages=len(fleet.dhcp.messages.findall(fleet.dhcp_log())),
-                  retries=sum(switch.retries() for switch in fleet.switches),
+                  dhcp_messages=len(fleet.dhcp.messages.findall(fleet.dhcp_log())), retries=retries,
                   dhcp_processor=used["dhcp"], file_processor=used["nginx"], memory_kib=int(memory),
-                  reported=reported(fleet, [switch for switch in fleet.switches if switch not in waiting]))
+                  answered=[at - start for at in collected.answered(broker.events(fleet.arrived))], reported=table)
 
 
 def reported(fleet, provisioned):

@@ -1,5 +1,6 @@
 """The table of a fleet from what has arrived at the collector. The hosts are asked only whether they say the same."""
 import dataclasses
+import datetime
 
 WARNING = 4  # severities up to this one tell of failures
 DONE = {"zerotouch.provisioned": "provisioned", "zerotouch.failed": "failed"}
@@ -38,6 +39,13 @@ def table(serials, events, provisioned):
     """What is known of each switch that should be there. `events` are those that arrived, by source; `provisioned` are the
     serial numbers of those whose hosts say so."""
     return [known(serial, events.get(serial, []), serial in provisioned) for serial in serials]
+
+
+def answered(events):
+    """When each switch that told it got an answer of a DHCP server that it could use, the last time; in order, since 1970."""
+    last = {source: event for source, all_of_it in events.items() for event in all_of_it if event["type"].endswith("_SUCCESS")
+            and "DHCP" in event["type"]}
+    return sorted(datetime.datetime.fromisoformat(event["time"]).timestamp() for event in last.values())
 
 
 def lines(switches, every=False):

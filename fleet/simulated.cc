@@ -35,9 +35,11 @@ using Take = std::function<void(double)>;
 std::map<std::string, Take> arguments(Fleet::Setting& setting, ZeroTouch::Policy& policy) {
   auto const pacing = policy.pacing();
   auto const download = policy.download();
+  auto const dhcp = policy.dhcp();
   return {
       {"switches", [&](double v) { setting.switches = static_cast<std::uint32_t>(v); }},
       {"leases_per_second", [&](double v) { setting.leasesPerSecond = v; }},
+      {"looks", [&](double v) { setting.looks = static_cast<std::size_t>(v); }},
       {"bytes_per_second", [&](double v) { setting.bytesPerSecond = v; }},
       {"file_bytes", [&](double v) { setting.fileBytes = v; }},
       {"patience", [&](double v) { setting.patience = v; }},
@@ -48,6 +50,10 @@ std::map<std::string, Take> arguments(Fleet::Setting& setting, ZeroTouch::Policy
       {"pacing.retry_after", [=](double v) { pacing->retryAfterIs(v != 0); }},
       {"download.stall_limit", [=](double v) { download->stallLimitIs(v); }},
       {"download.resume", [=](double v) { download->resumeIs(v != 0); }},
+      {"dhcp.client_timing",
+       [=](double v) {
+         dhcp->clientTimingIs(v != 0 ? ZeroTouch::ClientTiming::rfc : ZeroTouch::ClientTiming::brisk);
+       }},
   };
 }
 

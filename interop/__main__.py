@@ -8,7 +8,7 @@ import threading
 import time
 
 from interop import page, wire
-from interop.case import play
+from interop.case import CLIENTS, play
 from interop.site import Site
 from interop.table import CASES
 
@@ -24,8 +24,8 @@ def work(number, waiting, results):
         site.up()
         wire.assert_that_faults_are_seen(site.folder)
         while True:
-            place, case = waiting.get_nowait()
-            result = play(site, case)
+            place, (case, client) = waiting.get_nowait()
+            result = play(site, case, client)
             if INTERRUPTED.is_set():  # which has ended its servers too
                 break
             results[place] = result
@@ -39,7 +39,7 @@ def work(number, waiting, results):
 
 
 def run(chosen, jobs):
-    """The results of the cases, in their order; a worker that fails ends without a result for the rest."""
+    """The results of the cases with their clients, in their order; a worker that fails ends without a result for the rest."""
     waiting, results = queue.Queue(), {}
     for item in enumerate(chosen):
         waiting.put(item)
@@ -61,6 +61,8 @@ def main():
     parser = argparse.ArgumentParser(prog="scripts/interop", description=__doc__)
     parser.add_argument("--case", default="", metavar="PATTERN",
                         help="play those whose line in --list has this in it; * and ? are wildcards")
+    parser.add_argument("--client", default="both", choices=[*CLIENTS, "both"],
+                        help="the DHCP client; by default both, where that makes a difference")
     parser.add_argument("--list", action="store_true", help="show the cases, and play none")
     parser.add_argument("--jobs", type=int, default=os.cpu_count(), metavar="N",
                         help="how many switches side by side (default: %(default)s)")
@@ -72,9 +74,10 @@ def main():
         print("\n".join(case.title for case in chosen))
         return
     start = time.monotonic()
-    results = run(chosen, min(options.jobs, len(chosen)))
+    runs = [(case, client) for case in chosen for client in case.clients if options.client in (client, "both")]
+    results = run(runs, min(options.jobs, len(runs)))
     print("\n" + page.summary(results, time.monotonic() - start))
-    sys.exit(0 if len(results) == len(chosen) and all(result.result != "failed" for result in results) else 1)
+    sys.exit(0 if len(results) == len(runs) and all(result.result != "failed" for result in results) else 1)
 
 
 if __name__ == "__main__":

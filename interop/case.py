@@ -9,6 +9,7 @@ from interop.site import BOOT_FILE, CONFIG
 from lab.polling import wait_for
 from lab.runs import UNTIL_ADVERTISED
 
+CLIENTS = {"dhclient": "/sbin/dhclient", "dhcpcd": "/usr/sbin/dhcpcd"}
 WAITS = {"4": {"DHCLIENTQUERY": 8}, "6": UNTIL_ADVERTISED | {"DHCLIENTQUERY": 8},
          "stateless": UNTIL_ADVERTISED | {"DHCLIENTQUERY": 3}}
 
@@ -45,6 +46,16 @@ class Case:
     def title(self):
         return f"{self.group}: {self.subject.name}: {self.name}"
 
+    @property
+    def clients(self):
+        """The DHCP clients with which the case is played."""
+        return clients_of(self.group)
+
+
+def clients_of(group):
+    """Which DHCP client it is makes no difference to the servers of files, and to neighbours."""
+    return ["dhclient"] if group in ("Files", "LLDP") else [*CLIENTS]
+
 
 def can_tell_of_releases(server):
     return server.release is not None or "released" in vars(type(server))
@@ -57,6 +68,7 @@ class Result:
     server: str
     version: str
     name: str
+    client: str
     result: str          # passed, failed, or cannot run
     faults: list         # why it has failed, or cannot run
     remark: str
@@ -66,8 +78,8 @@ class Result:
 class Run:
     """What the functions of a case are given."""
 
-    def __init__(self, site, case, decoded):
-        self.site, self.case, self.decoded = site, case, decoded
+    def __init__(self, site, case, client, decoded):
+        self.site, self.case, self.client, self.decoded = site, case, client, decoded
         self.host = site.host
         self.packets = []
         self.taken, self.address = {}, ""  # what the agent took, in the words of outcome.taken()
@@ -79,8 +91,8 @@ class Run:
         wait_for(lambda: self.host.events().count(name) >= count, name, timeout)
 
 
-def play(site, case, decoded=True):
-    """Plays a case; `decoded` is whether tshark watches it. Returns the Result."""
+def play(site, case, client="dhclient", decoded=True):
+    """Plays a case with that client; `decoded` is whether tshark watches it. Returns the Result."""
     start = time.monotonic()
     faults = []
     result = "passed"
@@ -89,7 +101,7 @@ def play(site, case, decoded=True):
         if case.cannot:
             result, faults = "cannot run", [case.cannot(site)]
         else:
-            faults = provision(Run(site, case, decoded))
+            faults = provision(Run(site, case, client, decoded))
     except Exception as error:  # of whatever kind: the case has failed, and the others go on
         faults = [" ".join(str(error).split())[-250:] or type(error).__name__]
     finally:
@@ -100,8 +112,8 @@ def play(site, case, decoded=True):
     if faults and result == "passed":
         result = "failed"
     subject = case.subject
-    return Result(case.title, case.group, subject.name, subject.version(), case.name, result, faults, case.remark,
-                  time.monotonic() - start)
+    return Result(case.title, case.group, subject.name, subject.version(), case.name, client, result, faults,
+                  case.remark, time.monotonic() - start)
 
 
 def reset(site):
@@ -122,7 +134,7 @@ def provision(run):
     for server in case.servers:
         run.start(server)
     site.host.config.write_text(site.host.config_text + case.keys)
-    site.begin(None, **WAITS[case.family] | case.waits)
+    site.begin(None, client=CLIENTS[run.client], **WAITS[case.family] | case.waits)
     faults = []
     try:
         if case.then:

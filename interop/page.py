@@ -3,6 +3,7 @@ import collections
 import itertools
 import re
 
+from interop.case import CLIENTS, clients_of
 from lab.host import ROOT
 
 PAGE = ROOT / "docs" / "interop.md"
@@ -19,14 +20,18 @@ real packets, with timers that are short. A case has passed when
 - the server's own log tells that the lease was released, where the server logs that,
 - and what the remark says holds.
 
+What has to do with DHCP is played with both clients that can stand behind the agent ([dhcp-clients.md](dhcp-clients.md)), all
+else with the first.
+
 The configuration of every server is in [server-side/](server-side): the runs used these files.
-`scripts/interop --case PATTERN` plays some of the cases and renews their rows, `--list` names them.
+`scripts/interop --case PATTERN` plays some of the cases and renews their rows, `--client` with one client only; `--list` names
+them.
 """
 
 
 def row(result):
     remark = f"  ({result.remark})" if result.remark else ""
-    head = f"{result.result:10} {result.seconds:5.1f} s  {result.case}{remark}"
+    head = f"{result.result:10} {result.seconds:5.1f} s  {result.client:8}  {result.case}{remark}"
     return "\n".join([head, *(f"{'':20}{fault}" for fault in result.faults)])
 
 
@@ -41,31 +46,44 @@ def cell(text):
 
 
 def read():
-    """The rows that the page has, by group, server and case: version, result and remark."""
+    """The rows that the page has, by group, server and case: version, results by client, and remark."""
     rows, group = {}, ""
     for line in PAGE.read_text().splitlines() if PAGE.exists() else []:
         if line.startswith("## "):
             group = line[3:]
         elif re.match(r"\| (?!Server )", line):
-            server, version, case, shown, remark = (text.strip() for text in re.split(r"(?<!\\)\|", line)[1:-1])
-            rows[group, server, case] = version, shown, remark
+            server, version, case, *shown, remark = (text.strip() for text in re.split(r"(?<!\\)\|", line)[1:-1])
+            rows[group, server, case] = version, dict(zip(clients_of(group), shown)), remark
     return rows
+
+
+def shown(result):
+    text = result.result if result.result == "passed" else f"**{result.result}**"
+    return cell(": ".join([text, "; ".join(result.faults)] if result.faults else [text]))
+
+
+def count(cases, rows, client):
+    """How many of the cases of a client ended how."""
+    played = [key for key, clients in cases if client in clients]
+    counts = collections.Counter(
+        rows[key][1].get(client, "not run").partition(":")[0].strip("*") if key in rows else "not run" for key in played)
+    return f"With {client}, of {len(played)} cases: " + ", ".join(f"{counts[name]} {name}" for name in sorted(counts)) + "."
 
 
 def write(one, cases):
     """Puts a result in place of the one that the page has, and leaves out what is none of the cases any more."""
     rows = read()
-    shown = one.result if one.result == "passed" else f"**{one.result}**"
-    remark = cell("; ".join(filter(None, [*one.faults, one.remark])))
-    rows[one.group, one.server, cell(one.name)] = one.version, shown, remark
-    keys = [(case.group, case.subject.name, cell(case.name)) for case in cases]
-    counts = collections.Counter(rows[key][1].strip("*") if key in rows else "not run" for key in keys)
-    keys = [key for key in keys if key in rows]
-    lines = [HEAD, f"Of {len(cases)} cases: " + ", ".join(f"{counts[name]} {name}" for name in sorted(counts)) + ".", ""]
-    for group, in_group in itertools.groupby(keys, key=lambda key: key[0]):
-        lines += [f"## {group}", "", "| Server | Version | Case | Result | Remark |", "|---|---|---|---|---|"]
+    key = one.group, one.server, cell(one.name)
+    rows[key] = one.version, rows.get(key, ("", {}, ""))[1] | {one.client: shown(one)}, cell(one.remark)
+    known = [((case.group, case.subject.name, cell(case.name)), case.clients) for case in cases]
+    lines = [HEAD, *(count(known, rows, client) for client in CLIENTS), ""]
+    for group, in_group in itertools.groupby((key for key, _ in known if key in rows), key=lambda key: key[0]):
+        clients = clients_of(group)
+        heads = ["Server", "Version", "Case", *(clients if len(clients) > 1 else ["Result"]), "Remark"]
+        lines += [f"## {group}", "", f"| {' | '.join(heads)} |", "|---" * len(heads) + "|"]
         for key in sorted(in_group, key=lambda key: key[1]):
-            version, shown, remark = rows[key]
-            lines.append(f"| {key[1]} | {version} | {key[2]} | {shown} | {remark} |")
+            version, results, remark = rows[key]
+            cells = [key[1], version, key[2], *(results.get(client, "not run") for client in clients), remark]
+            lines.append(f"| {' | '.join(cells)} |")
         lines.append("")
     PAGE.write_text("\n".join(lines).rstrip("\n") + "\n")

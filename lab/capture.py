@@ -30,13 +30,21 @@ class Capture:
     def message(self, port, kind, timeout=LIMIT):
         """The options, by code, of the next message of that kind (option 53 of DHCPv4, the message type of DHCPv6) to
         a UDP port, and the time.time() at which it passed."""
+        packet, protocol, when = self._packet(port, kind, timeout)
+        return options_of(packet, protocol, port, kind), when
+
+    def payload(self, port, kind, timeout=LIMIT):
+        """All bytes of such a message."""
+        packet, protocol, _ = self._packet(port, kind, timeout)
+        return packet[(packet[0] & 15) * 4 + 8:] if protocol == IP else packet[48:]
+
+    def _packet(self, port, kind, timeout):
         deadline = time.monotonic() + timeout
         while select.select([self.socket], [], [], max(0, deadline - time.monotonic()))[0]:
             packet, ancillary, _, sender = self.socket.recvmsg(65536, 64)
-            options = options_of(packet, sender[1], port, kind)
-            if options is not None:
+            if options_of(packet, sender[1], port, kind) is not None:
                 seconds, nanoseconds = struct.unpack("qq", ancillary[0][2])
-                return options, seconds + nanoseconds / 1e9
+                return packet, sender[1], seconds + nanoseconds / 1e9
         raise AssertionError(f"waited {timeout} s for DHCP message {kind} to port {port}")
 
 

@@ -125,13 +125,14 @@ class Host:
         self.reboot()
         return self.start(*arguments, initial_values=initial_values)
 
-    def cli(self, *arguments, code=0):
-        """Runs the command line; its standard output, or its standard error when it is to fail with `code`."""
+    def cli(self, *arguments, code=0, output=None):
+        """Runs the command line; its standard output, or its standard error when it is to fail with `code`; or that which
+        `output` names."""
         result = subprocess.run([str(BUILD / "bin" / "zerotouch"), "--socket", str(self.socket), *arguments],
                                 capture_output=True, text=True, timeout=LIMIT, stdin=subprocess.DEVNULL,
                                 env=os.environ | {"FILESYSTEM_ROOT": self.environment["FILESYSTEM_ROOT"]})
         assert result.returncode == code, result.stdout + result.stderr
-        return result.stdout if code == 0 else result.stderr
+        return getattr(result, output or ("stdout" if code == 0 else "stderr"))
 
     def get(self, path):
         return json.loads(self.cli("get", path, "--json"))

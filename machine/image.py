@@ -19,8 +19,9 @@ GUEST = pathlib.Path(__file__).resolve().parent / "guest"
 SIZE, FLASH_SIZE = "3G", "256M"
 
 PACKAGES = ("linux-image-amd64 initramfs-tools zstd systemd-sysv systemd-timesyncd udev dbus kmod iproute2 ethtool procps "
-            "e2fsprogs apparmor rsyslog isc-dhcp-client libcurl4 libre2-9 libnl-route-3-200 apt ca-certificates "
+            "e2fsprogs apparmor rsyslog libcurl4 libre2-9 libnl-route-3-200 apt ca-certificates "
             "libgcc-s1 libstdc++6").split()
+CLIENTS = {"dhclient": "isc-dhcp-client", "dhcpcd": "dhcpcd-base"}  # of which an image has one
 MASKED = ("apt-daily.timer apt-daily-upgrade.timer dpkg-db-backup.timer fstrim.timer e2scrub_all.timer e2scrub_reap.service "
           "logrotate.timer systemd-timesyncd.service getty@tty1.service serial-getty@ttyS0.service "
           "systemd-update-utmp.service systemd-update-utmp-runlevel.service systemd-logind.service systemd-user-sessions.service "
@@ -65,13 +66,13 @@ def digest(*parts):
     return hashlib.sha256(b"\0".join(part if isinstance(part, bytes) else str(part).encode() for part in parts)).hexdigest()[:16]
 
 
-def image(package):
-    """The image with that Debian package. The one before it is kept, since its machines may still run; older ones go."""
+def image(package, client="dhclient"):
+    """The image with that Debian package and that DHCP client. The one before it is kept, since its machines may still run; older ones go."""
     CACHE.mkdir(parents=True, exist_ok=True)
     with open(CACHE / "lock", "w") as lock:
         fcntl.flock(lock, fcntl.LOCK_EX)
         own = sorted(file for file in GUEST.iterdir() if file.is_file())
-        base = debian()
+        base = debian(client)
         key = digest(base.name, package.read_bytes(), pathlib.Path(__file__).read_bytes(), *(file.read_bytes() for file in own),
                      repr(hardware.PORTS))
         folder = CACHE / f"image-{key}"
@@ -84,9 +85,11 @@ def image(package):
         return Image(folder)
 
 
-def debian():
+def debian(client):
     """Debian's files, as one archive."""
-    archive = CACHE / f"debian-{digest(' '.join(PACKAGES), RECIPE)}.tar"
+    packages = [*PACKAGES, CLIENTS[client]]
+    kind = "debian" if client == "dhclient" else f"{client}-debian"
+    archive = CACHE / f"{kind}-{digest(' '.join(packages), RECIPE)}.tar"
     if not archive.exists():
         print("machine: fetching Debian, which takes minutes the first time", flush=True)
         with tempfile.TemporaryDirectory(dir=CACHE, prefix="making-") as work:
@@ -94,9 +97,9 @@ def debian():
             recipe.write_text(f"#!/bin/bash\nset -e\ncd \"$1\"\n{RECIPE}")
             recipe.chmod(0o755)
             made = pathlib.Path(work) / "debian.tar"
-            run("mmdebstrap", "--variant=minbase", "--include=" + ",".join(PACKAGES), f"--customize-hook={recipe}",
+            run("mmdebstrap", "--variant=minbase", "--include=" + ",".join(packages), f"--customize-hook={recipe}",
                 "bookworm", made, "http://deb.debian.org/debian")
-            for old in CACHE.glob("debian-*.tar"):
+            for old in CACHE.glob(f"{kind}-*.tar"):
                 old.unlink()
             made.rename(archive)
     return archive

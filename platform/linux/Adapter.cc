@@ -1,5 +1,6 @@
 #include "platform/linux/Adapter.h"
 
+#include "platform/kel/Format.h"
 #include "platform/kel/Loop.h"
 #include "platform/linux/Warnings.h"
 #include "platform/linux/settings/SettingKinds.h"
@@ -68,7 +69,7 @@ void Adapter::undoLeftovers() {
   unsigned const count = settings_.undo() + routeApplier_.undo() + (hostNameApplier_.undo() ? 1 : 0) +
                          (resolvConfApplier_.undo() ? 1 : 0) + (logHostApplier_.undo() ? 1 : 0);
   if (count == 0) return;
-  leftoversUndone.log(count);
+  leftoversUndone.log(count == 1 ? Kel::String("1 setting") : Kel::format("%u settings", count));
   netlink_.resync();
 }
 

@@ -23,7 +23,7 @@ Kel::LogHandle undoJournalFailed(
     "killed, they stay.",
     "Check that the directory is writable and not full.", interval, burst, 0);
 
-Kel::LogHandle leftoversUndone("LEFTOVERS_UNDONE", informational, "Put back %u settings of the system",
+Kel::LogHandle leftoversUndone("LEFTOVERS_UNDONE", informational, "Put back %s of the system",
                                "An earlier process ended without undoing its changes to this system.",
                                Kel::NoActionRequired, interval, burst, 0);
 

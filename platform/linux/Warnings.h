@@ -11,7 +11,7 @@ namespace Linux {
 
 extern Kel::LogHandle portSettingFailed;           // setting, port, value, reason
 extern Kel::LogHandle undoJournalFailed;           // what failed
-extern Kel::LogHandle leftoversUndone;             // number of settings
+extern Kel::LogHandle leftoversUndone;             // how many settings, as "1 setting"
 extern Kel::LogHandle portNameInUse;               // device, name, the device that has it
 extern Kel::LogHandle portNameInvalid;             // device
 extern Kel::LogHandle linkModeIgnored;             // port, value

@@ -12,6 +12,7 @@
 #include "platform/model/values/Grammar.h"
 #include "platform/statebase/Json.h"
 #include "programs/zerotouch-dhclient-script/Answer.h"
+#include "programs/zerotouch-dhclient-script/Dhcpcd.h"
 
 namespace Hook {
 
@@ -98,6 +99,21 @@ std::string leaseRecord(Environment const& environment) {
          end + "  expire " + end + "}\n";
 }
 
+std::string leaseRecord6(Environment const& environment) {
+  Reason const* const reason = find(variable(environment, "reason"));
+  std::string const device(variable(environment, "interface"));
+  auto const address = Wire::Ip6Addr::fromString(plainOption(environment, "ip6-address"));
+  auto const client = Grammar::duid(plainOption(environment, "dhcp6.client-id"));
+  auto const server = Grammar::duid(plainOption(environment, "dhcp6.server-id"));
+  auto const association = Grammar::duid(plainOption(environment, "iaid"));
+  bool const isAnswer = reason != nullptr && reason->effect == Effect::answered && reason->v6;
+  if (!isAnswer || !address || !client || !server || !association ||
+      !Grammar::deviceNameFault(device).empty() || device.find('"') != device.npos)
+    return {};
+  return "lease6 {\n  interface \"" + device + "\";\n  client-id " + *client + ";\n  server-id " + *server +
+         ";\n  ia-na " + *association + ";\n  iaaddr " + address->stringValue() + ";\n}\n";
+}
+
 std::string namelessServer(Environment const& environment) {
   Reason const* const reason = find(variable(environment, "reason"));
   std::string const device(variable(environment, "interface"));
@@ -130,7 +146,9 @@ std::string append(std::string const& path, std::string const& text, int flags) 
 std::string keepLease(Environment const& environment) {
   std::string const path(variable(environment, "ZEROTOUCH_LEASES"));
   if (path.empty()) return {};
-  std::string const error = append(path, leaseRecord(environment), 0);
+  std::string record = leaseRecord(environment);
+  if (isOfDhcpcd(environment)) record += leaseRecord6(environment);
+  std::string const error = append(path, record, 0);
   return error.empty() ? append(path + ".nameless", namelessServer(environment), O_CREAT) : error;
 }
 

@@ -29,6 +29,10 @@ bool hostWaits(Environment const& environment);
 // The record of a DHCPv4 answer; empty when there is none, or values that it needs are missing or bad.
 std::string leaseRecord(Environment const& environment);
 
+// The record of a DHCPv6 answer with an address, as the shim reads it to release the lease. The ISC client
+// writes its own; for dhcpcd, whose leases end with it, the hook does.
+std::string leaseRecord6(Environment const& environment);
+
 // The port and the server of a DHCPv4 answer that names no boot file, as a line; empty for any other.
 std::string namelessServer(Environment const& environment);
 

@@ -9,6 +9,7 @@
 #include <iostream>
 
 #include "platform/statebase/Client.h"
+#include "programs/zerotouch-dhclient-script/Dhcpcd.h"
 #include "programs/zerotouch-dhclient-script/Message.h"
 
 namespace {
@@ -82,7 +83,8 @@ int main(int argc, char** argv) {
     std::cout << name << " " ZEROTOUCH_VERSION << std::endl;
     return 0;
   }
-  Hook::Environment const environment = Hook::environmentOf(environ);
+  Hook::Environment environment = Hook::environmentOf(environ);
+  if (Hook::isOfDhcpcd(environment)) environment = Hook::fromDhcpcd(environment);
   bool const hostWaits = Hook::hostWaits(environment);
   exitCode = Hook::variable(environment, "reason") == "TIMEOUT" ? 1 : 0;
   endWithin(hostWaits ? deadlineOfHost : deadline);

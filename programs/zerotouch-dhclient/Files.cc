@@ -49,3 +49,11 @@ std::string lineWith(std::string_view keyword, std::string const& text) {
   }
   return result;
 }
+
+std::string valueOf(std::string const& line, std::string_view keyword) {
+  std::size_t const begin = line.find_first_not_of(" \t");
+  if (begin == line.npos || line.compare(begin, keyword.size(), keyword) != 0) return {};
+  std::string result = line.substr(begin + keyword.size());
+  std::erase_if(result, [](char c) { return c == ';' || c == '"' || c == ' '; });
+  return result;
+}

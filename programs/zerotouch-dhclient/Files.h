@@ -18,3 +18,6 @@ bool replaceContents(int file, std::string const& text);
 
 // The line that begins with the keyword, to its end; of several the last one, which is the one that counts.
 std::string lineWith(std::string_view keyword, std::string const& text);
+
+// What stands behind the keyword in a statement, without its semicolon and quotation marks; empty without it.
+std::string valueOf(std::string const& line, std::string_view keyword);

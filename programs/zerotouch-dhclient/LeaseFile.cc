@@ -1,19 +1,17 @@
 #include "programs/zerotouch-dhclient/Files.h"
+#include "programs/zerotouch-dhclient/Identifier.h"
 #include "programs/zerotouch-dhclient/Shim.h"
 
 #include <fcntl.h>
 #include <sys/file.h>
 #include <unistd.h>
 
-#include <cctype>
 #include <csignal>
 #include <cstdio>
 #include <string>
 #include <string_view>
 
 namespace {
-
-constexpr std::string_view identifierKeyword = "default-duid ";
 
 // Whether the file could be locked; the wait ends with the alarm.
 bool lockWithin(int file, unsigned seconds) {
@@ -34,49 +32,33 @@ bool lockWithin(int file, unsigned seconds) {
 
 }  // namespace
 
-void waitForRelease(char const* leaseFile, bool isRelease) {
+void waitForRelease(std::string const& leaseFile, bool keeps) {
   constexpr unsigned longestRelease = 9;  // seconds
-  std::string const path = std::string(leaseFile) + ".lock";
-  // Whoever can open the file could lock it, so that is for nobody else. The processes of a
-  // release keep the descriptor, and with it the lock. NOLINTNEXTLINE(android-cloexec-open)
+  std::string const path = leaseFile + ".lock";
+  // Whoever can open the file could lock it, so that is for nobody else. Children keep the
+  // descriptor, and with it the lock. NOLINTNEXTLINE(android-cloexec-open)
   int const file = open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY, 0600);
   if (file < 0) {
     complain(path.c_str());
   } else if (!lockWithin(file, longestRelease)) {
-    std::fprintf(stderr, "zerotouch-dhclient: lease file %s: a release of it does not end\n", leaseFile);
+    std::fprintf(stderr, "zerotouch-dhclient: lease file %s: a release of it does not end\n",
+                 leaseFile.c_str());
   }
-  // The descriptor is left to the processes of a release, which hold the lock by it.
-  if (file >= 0 && !isRelease) close(file);
+  if (file >= 0 && !keeps) close(file);
 }
 
-void makeLeaseFile(char const* path) {
-  if (int const file = openFile(path); file >= 0) close(file);
+void makeLeaseFile(std::string const& path) {
+  if (int const file = openFile(path.c_str()); file >= 0) close(file);
 }
 
-void forgetLeases(char const* path, std::string const& identifier) {
-  int const file = openFile(path);
+void forgetLeases(std::string const& path, std::string const& identifier) {
+  int const file = openFile(path.c_str());
   if (file < 0) return;
   std::string const kept = identifier.empty() ? lineWith(identifierKeyword, contents(file)) : identifier;
-  if (!replaceContents(file, kept)) complain(path);
+  if (!replaceContents(file, kept)) complain(path.c_str());
   close(file);
 }
 
-std::string clientAddress(std::string const& configFile) {
-  constexpr std::string_view keyword = "send dhcp-client-identifier ";
-  constexpr std::string_view pattern = "xx:xx:xx:xx:xx:xx;\n";
-  std::string const line = lineWith(keyword, readContents(configFile));
-  if (line.size() != keyword.size() + pattern.size()) return {};
-  std::string const address = line.substr(keyword.size());
-  for (std::size_t i = 0; i < pattern.size(); ++i) {
-    bool const fits = pattern[i] == 'x' ? std::isxdigit(static_cast<unsigned char>(address[i])) != 0
-                                        : address[i] == pattern[i];
-    if (!fits) return {};
-  }
-  return address.substr(0, address.find(';'));
-}
+std::string clientAddress(std::string const& configFile) { return addressIn(readContents(configFile)); }
 
-std::string identifierOf(std::string const& configFile) {
-  std::string const address = clientAddress(configFile);
-  // Type 3, a link-layer address; hardware type 1, Ethernet.
-  return address.empty() ? "" : std::string(identifierKeyword) + "0:3:0:1:" + address + ";\n";
-}
+std::string identifierOf(std::string const& configFile) { return identifierIn(readContents(configFile)); }

@@ -1,7 +1,5 @@
-// The parts of the shim in front of the DHCP client.
+// What both clients need: the file of the leases, the configuration, and DHCPv4 releases.
 #pragma once
-
-#include <sys/types.h>
 
 #include <span>
 #include <string>
@@ -9,11 +7,11 @@
 
 // Makes the file of the client's leases, without which the client does not start. One that exists is left
 // alone.
-void makeLeaseFile(char const* path);
+void makeLeaseFile(std::string const& path);
 
 // Leaves nothing in the lease file but the identifier by which DHCPv6 servers know the client: `identifier`,
 // or when that is empty, the one that is in the file.
-void forgetLeases(char const* path, std::string const& identifier);
+void forgetLeases(std::string const& path, std::string const& identifier);
 
 // The MAC address that the configuration sends as the client's identifier; empty when that is none.
 std::string clientAddress(std::string const& configFile);
@@ -31,30 +29,25 @@ std::string configFor(std::string const& configFile, std::string const& leaseFil
                       std::span<std::string const> devices);
 
 // Hands back the DHCPv4 leases of ports that do not have the leased address, because another port or family
-// was chosen: the client's own message leaves with that address only. One message each, from the port to its
-// server (RFC 2131, 4.4.6), for which nobody waits; a server behind a relay does not get it.
-void releaseWithoutAddress(char const* leaseFile, std::string const& configFile);
+// was chosen: the ISC client's own message leaves with that address only. One message each, from the port to
+// its server (RFC 2131, 4.4.6), for which nobody waits; a server behind a relay gets it only by the routes of
+// a port that has the address.
+void releaseWithoutAddress(std::string const& leaseFile, std::string const& configFile);
+// The same for all ports, with the leased address or without. Returns once the messages have left, within 1
+// s.
+void releaseAll(std::string const& leaseFile, std::string const& configFile);
 // The same for one device, when its lease is of this server.
 void releaseWithoutAddress(std::string const& leaseFile, std::string const& configFile,
                            std::string const& device, std::string const& server);
 
-// The devices, other than these, that have a DHCPv6 lease in the file.
-std::vector<std::string> otherDevices(char const* leaseFile, std::vector<std::string> const& devices);
+// The devices that have a lease in the file.
+std::vector<std::string> devicesWithLease(std::string const& leaseFile);
+// Those of them that are not among these.
+std::vector<std::string> otherDevices(std::string const& leaseFile, std::vector<std::string> const& devices);
 
-// Waits until no release of these leases runs any more, neither the client nor what it has started: two
-// clients must not share the file, and the report of a release that comes late would remove the record of a
-// new answer. A release has at most 3 s once it is told to stop, and its script 5 s; after 9 s there is a
-// complaint, and the program goes on. A release then keeps others waiting until it has ended: it and its
-// children hold a lock.
-void waitForRelease(char const* leaseFile, bool isRelease);
-
-// From now on the kernel sends this process `signal` when `parent` ends. If it has ended already, the process
-// sends the signal to itself. The arrangement outlasts an exec, but is not inherited by children.
-void dieWithParent(pid_t parent, int signal);
-
-// Runs argv[0], with its arguments, as a child for a release, which has to get out even when whoever wants it
-// stops waiting. Returns the child's exit code, or 128 plus the signal that ended it. A request to stop, or
-// the end of `parent`, is not passed on: the child has 3 s from then to finish, and is killed after that. It
-// does not outlive this process. Without such a request there is no limit, since the client itself limits how
-// often it sends.
-int runRelease(char* const* argv, pid_t parent);
+// Waits until no other client uses these leases any more, neither one that releases them, nor what it has
+// started: two clients must not share the file, and the report of a release that comes late would remove the
+// record of a new answer. A release has at most 3 s once it is told to stop, and its script 5 s; after 9 s
+// there is a complaint, and the program goes on. With `keeps` this process and its children then keep others
+// waiting until they have ended: they hold a lock.
+void waitForRelease(std::string const& leaseFile, bool keeps);

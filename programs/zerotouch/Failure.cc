@@ -146,6 +146,11 @@ ExitCode reportFailure(Context const& context) {
     return fail(context, notRunning, error.what());
   } catch (Statebase::CallError const& error) {
     return refused(context, error);
+  } catch (NotPermitted const& error) {
+    return fail(context, notPermitted, error.what());
+  } catch (SaidAlready const& error) {
+    ExitCode const written = finishOutput(context);
+    return written == ok ? static_cast<ExitCode>(error.code) : written;
   } catch (WaitedInVain const& error) {
     return fail(context, static_cast<ExitCode>(error.code), error.what());
   } catch (Refused const& error) {

@@ -20,6 +20,11 @@ enum ExitCode {
   endedOutOfTime = 7,
   endedCancelled = 8,
   isDisabled = 9,
+  // rehearse: nobody has answered, no answer can be used, the download fails, the file would not do.
+  noOffer = 10,
+  noUsableOffer = 11,
+  downloadFails = 12,
+  fileRefused = 13,
 };
 
 // Says the message on standard error, as JSON where the context asks for that, and returns `code`.

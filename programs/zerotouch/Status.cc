@@ -238,7 +238,8 @@ Rows statusRows(Kel::Value const& tree) {
   if (loaded) {
     addAnswer(result, machine);
     result.push_back({"Waits for:", waitsFor(tree, machine, now)});
-    result.push_back({"Run time:", duration(now - number(at(machine, {"startTime"})))});
+    if (number(at(machine, {"attempt"})) > 0)
+      result.push_back({"Run time:", duration(now - number(at(machine, {"startTime"})))});
   }
   result.push_back({"Run time limit:", duration(number(at(tree, {"config", "maxRunTime"})))});
   result.push_back({"Script limit:", duration(number(at(tree, {"config", "scriptExecTimeout"})))});

@@ -31,7 +31,7 @@ bool inColour() {
 }
 
 constexpr std::size_t gap = 2;
-constexpr std::size_t leastText = 20;
+constexpr std::size_t leastText = 16;
 
 using Widths = std::vector<std::size_t>;
 

@@ -36,6 +36,19 @@ class WaitedInVain : public std::runtime_error {
   int code;
 };
 
+// The caller may not do this.
+class NotPermitted : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// What was printed says why the verb ends with this ExitCode.
+class SaidAlready : public std::runtime_error {
+ public:
+  explicit SaidAlready(int reason) : std::runtime_error("the output says it"), code(reason) {}
+  int code;
+};
+
 // What every verb has.
 struct Context {
   std::string socketPath = "/run/zerotouch/statebase.sock";
@@ -107,5 +120,15 @@ struct VerifyingWords {
   std::string file, signers, serial;  // serial: "" when it does not count
 };
 void verify(Context const& context, VerifyingWords const& words);
+
+// Which switch is played, and where. Needs no host.
+struct RehearsalWords {
+  std::string interface, url;  // one of them: the link whose servers are asked, or only a boot file
+  std::string serial, model, revision, mac;  // "" for this machine's own
+  std::string config;                        // platform.toml; "" for that of this machine, if it has one
+  bool four = false, six = false, stateless = false;  // whom to ask; none means all
+  double seconds = 5;                                 // how long to listen
+};
+void rehearse(Context const& context, RehearsalWords const& words);
 
 }  // namespace ZeroTouchCommand

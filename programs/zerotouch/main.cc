@@ -40,6 +40,7 @@ struct Arguments {
   bool sure = false;
   SigningWords signing;
   VerifyingWords verifying;
+  RehearsalWords rehearsal;
 };
 
 class CommandLine {
@@ -60,6 +61,7 @@ class CommandLine {
     addControls();
     addTreeVerbs();
     addSigning();
+    addRehearsal();
   }
 
   // Does what the words ask for, and returns the exit code.
@@ -225,6 +227,30 @@ class CommandLine {
     text(verifies, "--serial", verifying.serial, "The switch that the file has to name", "NUMBER")
         ->check(notEmpty);
     text(verifies, "file", verifying.file, "The signed file", "")->required();
+  }
+
+  void addRehearsal() {
+    auto* const verb = add("rehearse", "Try out the servers as a switch would find them, on any machine",
+                           {"zerotouch rehearse --interface eth0 --serial SN0001 --model SW-48",
+                            "zerotouch rehearse --url http://10.0.1.1/boot --serial SN0001"},
+                           [this] { rehearse(context_, given_.rehearsal); });
+    auto& words = given_.rehearsal;
+    auto const option = [verb](char const* name, std::string& target, char const* does, char const* type) {
+      verb->add_option(name, target, does)->type_name(type);
+    };
+    option("-i,--interface", words.interface, "Ask the DHCP servers there. Needs root", "DEVICE");
+    option("--url", words.url, "Only fetch that boot file", "URL");
+    option("--serial", words.serial, "Of the switch that is played", "NUMBER");
+    option("--model", words.model, "Of that switch", "NAME");
+    option("--revision", words.revision, "Of that switch", "TEXT");
+    option("--mac", words.mac, "Of that switch, else the device's own", "ADDRESS");
+    option("--config", words.config, "The platform.toml of that switch", "FILE");
+    verb->add_flag("--v4", words.four, "Ask by DHCPv4; all three are asked by default");
+    verb->add_flag("--v6", words.six, "Ask by DHCPv6 with addresses");
+    verb->add_flag("--stateless", words.stateless, "Ask by stateless DHCPv6");
+    verb->add_option("--seconds", words.seconds, "How long to listen, else 5")
+        ->check(CLI::Range(1.0, 600.0))
+        ->type_name("NUMBER");
   }
 
   CLI::App const* chosenVerb() const {

@@ -30,7 +30,7 @@ std::vector<Kel::String> dhcpClients(HostConfig const& config) {
   if (!config.dhcpClient.empty()) return {config.dhcpClient};
   char const* const real = std::getenv(shimsClient);
   if (real != nullptr && *real != '\0') return {real};
-  return {"/sbin/dhclient", "/usr/sbin/dhclient"};
+  return {"/sbin/dhclient", "/usr/sbin/dhclient", "/usr/sbin/dhcpcd"};
 }
 
 Kel::String missingDhcpClient(HostConfig const& config) {

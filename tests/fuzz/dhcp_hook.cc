@@ -1,6 +1,7 @@
-// The variables that the DHCP client hands to its script, a line each: the state tree takes what it is told,
-// and everything in it is a plain text.
+// The variables that either DHCP client hands to its script, a line each: the state tree takes what it is
+// told, and everything in it is a plain text.
 #include "platform/statebase/Connection.h"
+#include "programs/zerotouch-dhclient-script/Dhcpcd.h"
 #include "programs/zerotouch-dhclient-script/Message.h"
 #include "tests/fuzz/StateTree.h"
 
@@ -23,9 +24,13 @@ void fuzz(std::string_view input) {
   for (auto const& line : lines) variables.push_back(line.c_str());
   variables.push_back(nullptr);
 
-  auto const environment = Hook::environmentOf(variables.data());
+  auto environment = Hook::environmentOf(variables.data());
+  if (Hook::isOfDhcpcd(environment)) environment = Hook::fromDhcpcd(environment);
   std::string const lease = Hook::leaseRecord(environment);
   KEL_ASSERT(lease.empty() || (std::ranges::count(lease, '\n') == 8 && lease.ends_with("\n}\n")), "a record");
+  std::string const lease6 = Hook::leaseRecord6(environment);
+  KEL_ASSERT(lease6.empty() || (std::ranges::count(lease6, '\n') == 7 && lease6.ends_with("\n}\n")),
+             "a record");
   Hook::Complaints complaints;
   auto const message = Hook::messageFor(environment, complaints);
   for (auto const& complaint : complaints.lines()) KEL_ASSERT(isHarmless(complaint), "a line for a terminal");

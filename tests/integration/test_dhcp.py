@@ -1,4 +1,5 @@
-"""DHCP as a whole: the agent, the stock client and real servers behind the ports of a virtual switch."""
+"""DHCP as a whole: the agent, a client and real servers behind the ports of a virtual switch. What the clients could do
+differently is shown with both."""
 import json
 import os
 import pathlib
@@ -16,12 +17,21 @@ from lab.switch_lab import Lab
 SILENT = "http://{server}:8080/silent"  # the download goes on for as long as a test looks at it
 TIMES = {"INETRFACESSETUP": 1, "DHCLIENTQUERY": 2, "STATELESSDHCLIENTQUERY": 1.5, "RETRY": 1}
 NO_ANSWER = ["dhcp-ignore=tag:!known"]  # nobody is
+CLIENTS = {"dhclient": "/sbin/dhclient", "dhcpcd": "/usr/sbin/dhcpcd"}
+BOTH = pytest.mark.parametrize("switch", CLIENTS, indirect=True)
+
+
+def name_of(pid):
+    try:
+        return pathlib.Path(f"/proc/{pid}/comm").read_text()
+    except OSError:  # it has ended
+        return ""
 
 
 def clients(lab):
-    """The DHCP clients that run on the switch."""
-    names = [pathlib.Path(f"/proc/{pid}/comm") for pid in lab.switch.pids()]
-    return [name.parent.name for name in names if name.exists() and "dhclient" in name.read_text()]
+    """The DHCP clients that run on the switch, and the shim in front of one that it does not become."""
+    return [pid for pid in lab.switch.pids()
+            if any(word in name_of(pid) for word in ("dhclient", "dhcpcd", "zerotouch-dhcli"))]
 
 
 @pytest.fixture(scope="module")
@@ -35,11 +45,12 @@ def two_ports():
 
 
 @pytest.fixture
-def switch(two_ports):
-    """A switch that is to be booted, with ports 1 and 2, and servers for files. The host ends without clients, whatever
-    a test did."""
+def switch(two_ports, request):
+    """A switch that is to be booted, with ports 1 and 2, a DHCP client and servers for files. The host ends without clients,
+    whatever a test did."""
     lab = two_ports
-    lab.host.environment |= timers(0.3, **TIMES)
+    lab.client = getattr(request, "param", "dhclient")
+    lab.host.environment |= timers(0.3, **TIMES) | {"ZEROTOUCH_REAL_DHCLIENT": CLIENTS[lab.client]}
     for name in {*lab.running()} - {*FILE_SERVERS}:
         lab.stop_serving(name)
     for file in lab.host.flash.iterdir():
@@ -79,6 +90,7 @@ V4, V6 = (SILENT.format(server=server) for server in ("10.0.2.1", "[2001:db8:2::
 ONLY_V6 = {(1, "DHCPv4"): ("-", "-", "-", FIRST), (2, "DHCPv4"): ("-", "-", "-", "no, DHCPv6 was first")}
 
 
+@BOTH
 @pytest.mark.parametrize("scenario, first, expected, success", [
     ("dhcpv4", None, {(1, "DHCPv4"): ("-", "-", "-", FIRST), (2, "DHCPv4"): ("-", "BOUND", V4, "yes")},
      "ZTP_DHCPv4_SUCCESS"),
@@ -155,7 +167,8 @@ def test_a_quick_server_that_is_wrong_does_not_keep_the_switch_from_a_right_one(
     switch.host.config.write_text(switch.host.config_text)
 
 
-@pytest.mark.parametrize("quicker", ["before", "with"])
+@pytest.mark.parametrize("quicker, switch", [("before", "dhclient"), ("with", "dhclient"), ("with", "dhcpcd")],
+                         indirect=["switch"])
 def test_a_server_without_a_boot_file_does_not_hide_another(switch, quicker):
     """Whether the other one comes later, or is there from the start and slower."""
     switch.serve("dhcpv4-no-bootfile", ports=[2])
@@ -182,7 +195,8 @@ def test_an_address_without_a_network_gets_to_what_is_on_the_link_and_behind_it(
     wait_provisioned(switch)
 
 
-@pytest.mark.parametrize("scenario", ["dhcpv4", "dhcpv6"])
+@pytest.mark.parametrize("scenario, switch", [("dhcpv4", "dhclient"), ("dhcpv6", "dhclient"), ("dhcpv6", "dhcpcd")],
+                         indirect=["switch"])
 def test_a_link_that_comes_up_during_a_query_is_asked_in_that_query(switch, scenario):
     switch.host.environment |= timers(0.3, **TIMES | {"DHCLIENTQUERY": LIMIT})
     switch.serve(scenario, ports=[1], lines=NO_ANSWER, name="silent")
@@ -195,6 +209,7 @@ def test_a_link_that_comes_up_during_a_query_is_asked_in_that_query(switch, scen
     assert "ZTP_RETRY" not in switch.host.events()
 
 
+@BOTH
 def test_leases_of_other_ports_and_of_the_other_family_are_given_back(switch):
     """Port 1 is answered in both families, without a boot file, and port 2 in both with one: either wins there."""
     switch.host.environment |= timers(0.3, **TIMES | {"DHCLIENTQUERY": LIMIT})
@@ -211,17 +226,25 @@ def test_leases_of_other_ports_and_of_the_other_family_are_given_back(switch):
         wait_for(lambda: message in log.read_text(), f"{message} in {log}")
 
 
+@BOTH
 def test_messages_carry_who_asks(switch):
+    """dhcpcd 9 cannot send the vendor options of DHCPv6, and asks for options of DHCPv4 in an order of its own."""
     identity = b"Ostrel;LAB-SWITCH;LAB0001"
-    enterprise = bytes.fromhex("00007ed9 0001") + len(identity).to_bytes(2, "big") + identity
+    told = len(identity).to_bytes(2, "big") + identity
+    vendor = {"dhclient": (17, bytes.fromhex("00007ed9 0001") + told),
+              "dhcpcd": (16, bytes.fromhex("00007ed9") + told)}
+    wanted4 = [1, 67, 66, 121, 33, 3, 26, 6, 15, 12, 7]
+    first4 = {"dhclient": [], "dhcpcd": [1, 3, 33]}[switch.client]
     for number, scenario in ((1, "ra-managed"), (2, "ra-stateless")):
         switch.serve(scenario, ports=[number], name=f"server{number}", lines=NO_ANSWER)
     captures = [Capture(switch.server, f"p{number}") for number in (1, 2)]
     switch.host.boot_again()
     discover, _ = captures[0].message(67, 1)
-    assert (discover[60], discover[61]) == (identity, bytes.fromhex("020000000001"))
+    assert discover == {53: bytes([1]), 60: identity, 61: bytes.fromhex("020000000001"),
+                        55: bytes(first4 + [code for code in wanted4 if code not in first4])}
     for capture, kind in zip(captures, (1, 11)):
         options, _ = capture.message(547, kind)
-        assert (options[1], options[17]) == (bytes.fromhex("00030001 020000000001"), enterprise)
-        assert {59, 82, 83, 32} <= {*struct.unpack(f"!{len(options[6]) // 2}H", options[6])}
+        code, value = vendor[switch.client]
+        assert (options[1], options[code]) == (bytes.fromhex("00030001 020000000001"), value)
+        assert [*struct.unpack("!6H", options[6])] == [59, 23, 24, 82, 83, 32]
         capture.close()

@@ -1,5 +1,6 @@
 """The programs around the DHCP client: the hook that it runs, and the shim in front of it."""
 import contextlib
+import fcntl
 import os
 import pathlib
 import signal
@@ -137,6 +138,98 @@ def test_servers_without_a_boot_file_are_passed_over_once_and_with_those_that_fo
         subprocess.run([SHIM, "-4", "-cf", "config", "-lf", "leases", "et1"], cwd=fake, check=True, timeout=LIMIT,
                        env={**os.environ, "ZEROTOUCH_REAL_DHCLIENT": str(fake / "client")})
         assert (fake / "seen").read_text() == "template\n" + added
+
+
+CONFIG = '''
+# A template, and what the agent adds.
+timeout 1; retry 1;
+option rfc3442-classless-static-routes code 121 = array of unsigned integer 8;
+option dhcp6.bootfile-url code 59 = text;  # known already
+request subnet-mask, log-servers;
+request {request};
+send dhcp-client-identifier 02:00:00:00:00:01;
+send vendor-class-identifier "a;\\"\\\\\\001";
+send dhcp6.vendor-opts 00:00:7e:d9:00:01:00:02:61:3b:00:05:00:02:62:62;
+reject 10.0.0.9;
+interface "et2" {{ reject 10.0.0.8; }}
+'''
+STATEMENTS = {
+    "-4": ["noipv6", "nooption 57,116,145", *(f"nooption {code}" for code in (1, 3, 28, 33, 51, 58, 59)),
+           "define 67 request array byte o67", "define 121 request array byte o121", "clientid 02:00:00:00:00:01",
+           "vendorclassid 61:3b:22:5c:01", "blacklist 10.0.0.9", "interface et2", "blacklist 10.0.0.8"],
+    "-6": ["noipv4", "duid 00:03:00:01:02:00:00:00:00:01", "ia_na", "define6 59 request array byte o59",
+           "define6 23 request array byte o23", r'vendclass 32473 "\x61\x3b"', r'vendclass 32473 "\x62\x62"']}
+STATEMENTS["-S"] = [line.replace("ia_na", "inform6") for line in STATEMENTS["-6"]]
+ALONE = 2 ** 5 | 2 ** 6 | 2 ** 7 | 2 ** 10 | 2 ** 13 | 2 ** 18  # what dhcpcd keeps of root's capabilities
+
+
+@pytest.mark.parametrize("family, request_, more", [
+    ("-4", "bootfile-name,\n  rfc3442-classless-static-routes, odd", "-4"),
+    ("-6", "dhcp6.bootfile-url, dhcp6.name-servers", "-6"),
+    ("-S", "dhcp6.bootfile-url, dhcp6.name-servers", "-6")])
+def test_dhcpcd_asks_for_the_same_in_a_room_of_its_own(tmp_path, family, request_, more):
+    """A stand-in for dhcpcd has an answer on et1. The shim says that et2 has none, and takes dhcpcd with it."""
+    leases, config = tmp_path / "leases", tmp_path / "config"
+    (tmp_path / "hook").write_text(f'#!/bin/sh\necho "$reason $interface $SYSNAME $ZEROTOUCH_LEASES" >>{tmp_path}/said\n')
+    (tmp_path / "dhcpcd").write_text(
+        '#!/bin/sh\necho \'lease {\n  interface "et1";\' >>leases\nls -A /proc/sys/net /run/dhcpcd >rooms\n'
+        f'printf "%s\\n" "$@" >{tmp_path}/started.new\nmv {tmp_path}/started.new {tmp_path}/started\nsleep infinity &\nwait\n')
+    for name in ("hook", "dhcpcd"):
+        (tmp_path / name).chmod(0o755)
+    config.write_text(CONFIG.format(request=request_))
+    kind = {"-4": ["-4"], "-6": ["-6"], "-S": ["-6", "-S"]}[family]
+    shim = subprocess.Popen(
+        [SHIM, "-d", "-q", "--ignore-preinit", "-sf", tmp_path / "hook", "-e", "SYSNAME=sw 1", *kind, "-cf", config, "-lf",
+         leases, "-pf", tmp_path / "pid", "et1", "et2"], cwd=tmp_path, stderr=subprocess.PIPE, text=True,
+        env={**os.environ, "ZEROTOUCH_REAL_DHCLIENT": str(tmp_path / "dhcpcd")})
+    passed = wait_for(lambda: (tmp_path / "started").exists() and (tmp_path / "started").read_text(), "dhcpcd").splitlines()
+    assert passed == ["-B", "-M", "-q", more, "-f", f"{leases}.dhcpcd", *(["-1"] if family == "-S" else []),
+                      "-e", "SYSNAME=sw 1", "-e", f"ZEROTOUCH_LEASES={leases}", "-e", "ZEROTOUCH_CLIENT=dhcpcd", "et1", "et2"]
+    written = pathlib.Path(f"{leases}.dhcpcd").read_text().splitlines()
+    assert written[0] == "noconfigure" and written[-len(STATEMENTS[family]):] == STATEMENTS[family]
+    assert written[-len(STATEMENTS[family]) - 1] == f"script {tmp_path}/hook"
+    assert (tmp_path / "pid").read_text() == f"{shim.pid}\n"
+    assert (tmp_path / "rooms").read_text() == "/proc/sys/net:\n\n/run/dhcpcd:\n"
+    if family == "-4":
+        wait_for(lambda: (tmp_path / "said").exists() and (tmp_path / "said").read_text(), "the report of et2")
+        assert (tmp_path / "said").read_text() == f"FAIL et2 sw 1 {leases}\n"
+    inside = wait_for(lambda: len(descendants(shim.pid)) == 3 and descendants(shim.pid), "what dhcpcd has started")
+    state = pathlib.Path(f"/proc/{inside[-1]}/status").read_text()
+    assert f"CapEff:\t{ALONE:016x}\n" in state and "NoNewPrivs:\t1\n" in state
+    shim.kill()
+    complaint = "zerotouch-dhclient: dhcpcd is not asked for 'odd', whose code is not known\n"
+    assert shim.communicate()[1] == complaint * (family == "-4")
+    wait_for(lambda: not any(start_time(process) for process in inside), "dhcpcd and all that it started to end")
+
+
+def test_a_release_for_dhcpcd_waits_for_the_query_and_is_not_stopped(tmp_path):
+    leases, said = tmp_path / "leases", tmp_path / "said"
+    (tmp_path / "hook").write_text(f'#!/bin/sh\necho "$reason $interface $ZEROTOUCH_CLIENT" >{said}\n')
+    (tmp_path / "dhcpcd").write_text("#!/bin/sh\n")
+    for name in ("hook", "dhcpcd"):
+        (tmp_path / name).chmod(0o755)
+    with open(f"{leases}.lock", "w") as lock:
+        fcntl.flock(lock, fcntl.LOCK_EX)  # as a query does that is about to end
+        shim = subprocess.Popen([SHIM, "-4", "-sf", tmp_path / "hook", "-lf", leases, "-r", "et1"],
+                                env={**os.environ, "ZEROTOUCH_REAL_DHCLIENT": str(tmp_path / "dhcpcd")})
+        wait_for(lambda: is_blocked(shim.pid), "the release to wait")
+        shim.terminate()
+        assert not said.exists()
+    assert shim.wait(LIMIT) == 0 and said.read_text() == "RELEASE et1 dhcpcd\n"
+
+
+def is_blocked(pid):
+    """Whether a process waits for a lock."""
+    return any(line.split()[1] == "->" and int(line.split()[5]) == pid
+               for line in pathlib.Path("/proc/locks").read_text().splitlines())
+
+
+def descendants(pid):
+    try:
+        children = pathlib.Path(f"/proc/{pid}/task/{pid}/children").read_text().split()
+    except OSError:  # it has ended
+        children = []
+    return [process for child in map(int, children) for process in [child, *descendants(child)]]
 
 
 def test_without_a_client_the_shim_names_what_it_tried(tmp_path):

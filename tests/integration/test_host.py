@@ -74,7 +74,7 @@ def test_a_client_that_cannot_be_executed_is_said_before_anything_is_touched(hos
 def test_a_system_without_a_dhcp_client_is_told_of_at_the_start(host, monkeypatch):
     hidden = ["unshare", "-m", "sh", "-c", 'mount -t tmpfs none /usr/sbin && exec "$@"', "sh"]
     monkeypatch.setattr(host, "enter", lambda: hidden)
-    assert "no DHCP client is installed: neither /sbin/dhclient nor /usr/sbin/dhclient\n" in host.start().output()
+    assert "no DHCP client is installed: neither /sbin/dhclient nor /usr/sbin/dhclient nor /usr/sbin/dhcpcd\n" in host.start().output()
 
 
 def test_the_first_event_of_a_host_tells_how_the_last_one_ended(host):

@@ -1,4 +1,5 @@
 """Whole runs of the switch in the lab, with real DHCP and file servers."""
+import json
 import pathlib
 import re
 
@@ -182,6 +183,8 @@ def test_boot_files_that_lead_nowhere_are_tried_again(lab):
     assert lab.flash() == {}
     lab.serve("dhcpv4")
     lab.wait_reload()
+    wait_for(lambda: json.loads(lab.host.cli("history", "--json"))[-1]["provisioned"],
+             "the success in the history, however soon it comes after a failure")
 
 
 @pytest.mark.parametrize("state", [state for state in STATES if state != "stateShutdown"])

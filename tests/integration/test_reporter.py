@@ -173,6 +173,8 @@ def test_a_broker_of_debian_hears_a_whole_run_over_the_port_that_is_provisioned(
         host.start_reporter(lab.switch.enter)
         wait_for(lambda: "provisioned" in heard() and len(heard()) > len(known), "the outcome")
         assert [name for name in heard() if name != "provisioned"][:len(known)] == known
+        assert host.stop() == 0
+        wait_for(lambda: json.loads(host.cli("status", "--json", code=3, output="stdout"))["reporter"]["waiting"] == 0, "the status")
         for event in broker.events(file)["LAB0001"]:
             check_cloud_event(event)
     finally:

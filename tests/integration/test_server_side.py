@@ -1,11 +1,14 @@
 """The examples of docs/server-side.md, as they stand there."""
+import json
 import os
 import re
+import subprocess
 import textwrap
 
 import pytest
 
 from conftest import SHORT_TIMERS, brought_up, ended_well
+from lab.host import BUILD
 from lab.polling import wait_for
 from lab.switch_lab import ROOT, Lab
 
@@ -57,6 +60,17 @@ def kea(lab):
     return ["env", f"KEA_PIDFILE_DIR={lab.folder}", f"KEA_LOCKFILE_DIR={lab.folder}", "kea-dhcp4", "-c", config]
 
 
+def rehearsed(lab):
+    """The exit code of a rehearsal from a laptop on the same link, and what it takes the boot file for."""
+    for words in (["link", "set", "et1", "up"], ["address", "replace", "10.0.1.50/24", "dev", "et1"]):
+        lab.switch.ip(*words)
+    done = subprocess.run([*lab.switch.enter(), BUILD / "bin" / "zerotouch", "rehearse", "--json", "-i", "et1", "--v4",
+                           "--serial", "LAB0001", "--model", "SW", "--mac", "02:00:00:00:00:09"],
+                          capture_output=True, text=True, timeout=60)
+    lab.switch.ip("address", "flush", "dev", "et1")
+    return done.returncode, json.loads(done.stdout)["download"]["kind"]
+
+
 @pytest.mark.parametrize("server, ready, serial, installed", [
     (dnsmasq, "started, version", "LAB0001", "hostname by-serial\n"),
     (kea, "DHCP4_STARTED", "OTHER", "hostname switch\n"),
@@ -69,6 +83,7 @@ def test_the_examples_provision_a_switch(lab, server, ready, serial, installed):
                                             "ZEROTOUCH_DHCLIENTQUERY_TIMER_INTERVAL": "10"}
     lab.processes.start("dhcp", [*lab.server.enter(), *server(lab)], ready=ready)
     try:
+        assert rehearsed(lab) == (0, "script" if serial == "OTHER" else "configuration")
         lab.host.boot_again()
         wait_for(lab.host.reload_requested, "the reload")
         assert (lab.host.flash / "startup-config").read_text() == installed

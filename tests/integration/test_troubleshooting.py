@@ -65,7 +65,8 @@ def begin_bridged(lab):
 
 def begin_without_client(lab):
     lab.begin(None, DHCLIENTQUERY=0.5)
-    lab.switch.run("mount", "--bind", "/dev/null", "/sbin/dhclient")  # until the next boot
+    for client in ("/sbin/dhclient", "/usr/sbin/dhcpcd"):
+        lab.switch.run("mount", "--bind", "/dev/null", client)  # until the next boot
 
 
 def begin_with_client_that_crashes(lab):

@@ -4,6 +4,7 @@
 
 #include "platform/statebase/Connection.h"
 #include "platform/statebase/Rpc.h"
+#include "programs/zerotouch-dhclient-script/Dhcpcd.h"
 #include "programs/zerotouch-dhclient-script/Message.h"
 #include "tests/unit/StatebaseFixture.h"
 
@@ -68,6 +69,31 @@ TEST(DhclientScript, AnAnswerBecomesARecord) {
     Hook::Complaints none;
     Kel::Value const params = Hook::messageFor(environment, none)->params;
     EXPECT_EQ(Statebase::member(params, "attributes")->as<Kel::ValueMap>()->back().first, "bootFileName");
+  }
+}
+
+TEST(DhclientScript, AnAnswerOfDhcpcdBecomesTheSameRecord) {
+  for (auto const& [record, variables] : transcript("dhcpcd_answers.txt"))
+    EXPECT_EQ(recorded(Hook::fromDhcpcd(read(variables))), std::pair(record, Complaints())) << variables;
+}
+
+// Only what the ISC client would report too has an effect: that dhcpcd starts and stops has none.
+TEST(DhclientScript, ReasonsOfDhcpcdHaveTheEffectOfThoseOfTheOtherClient) {
+  for (auto const& [reason, method] : Environment{{"REBOOT", "set"},
+                                                  {"NAK", "delete"},
+                                                  {"EXPIRE6", "delete"},
+                                                  {"FAIL", "set"},
+                                                  {"RELEASE", "delete"},
+                                                  {"STOP", ""},
+                                                  {"STOPPED", ""},
+                                                  {"PREINIT", ""},
+                                                  {"TIMEOUT", ""},
+                                                  {"STOP6", ""},
+                                                  {"ROUTERADVERT", ""},
+                                                  {"CLEANUP", ""}}) {
+    Hook::Complaints none;
+    auto const message = Hook::messageFor(Hook::fromDhcpcd({{"reason", reason}, {"interface", "e0"}}), none);
+    EXPECT_EQ(message ? message->method : "", method) << reason;
   }
 }
 

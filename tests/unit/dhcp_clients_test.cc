@@ -218,7 +218,7 @@ TEST_F(DhcpRules, patient_clients_ask_less_often) {
   policy->dhcp()->clientTimingIs(ZeroTouch::ClientTiming::rfc);
   inQuery();
   EXPECT_NE(TemporaryFolder::contentOf(ZeroTouch::dhclientConfigPath)
-                .find("\ntimeout 58;\ninitial-interval 4;\nbackoff-cutoff 64;\n"),
+                .find("\ntimeout 58;\ninitial-interval 4;\nbackoff-cutoff 8;\n"),
             std::string::npos);
   time.advance(59);
   EXPECT_EQ(sm().currentState(), State::stateDhcpQuery);

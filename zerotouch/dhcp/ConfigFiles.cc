@@ -7,79 +7,16 @@
 #include <sstream>
 
 #include "platform/kel/Assert.h"
-#include "platform/kel/Format.h"
 #include "zerotouch/agent/Events.h"
-#include "zerotouch/agent/Policy.h"
+#include "zerotouch/dhcp/ClientConfig.h"
 #include "zerotouch/dhcp/DhcpClient.h"
-#include "zerotouch/utils/ZeroTouchUtils.h"
 
 namespace ZeroTouch {
 
 namespace {
 
-// The number that RFC 5612 reserves for documentation; a product puts its own registered one here.
-constexpr std::uint32_t enterpriseNumber = 32473;
-constexpr unsigned vendorIdSubOption = 1;
-
-Kel::String vendorId(EntityMib::Fru const& chassis) {
-  Kel::String result = "Ostrel";
-  for (Kel::String const& value : {chassis.modelName(), chassis.hardwareRev(), chassis.serialNum()}) {
-    if (!value.empty()) result += ";" + value;
-  }
-  return result;
-}
-
-// Escapes quotes, backslashes and control bytes so that dhclient reads the same text back from between quotes
-// (dhclient.conf(5)).
-Kel::String escaped(Kel::String const& text) {
-  Kel::String result;
-  for (char const c : text) {
-    if (c == '"' || c == '\\') {
-      result += '\\';
-      result += c;
-    } else if (isControl(c)) {
-      auto const byte = static_cast<unsigned char>(c);
-      result += '\\';
-      for (int const digit : {byte >> 6, byte >> 3 & 7, byte & 7}) result += static_cast<char>('0' + digit);
-    } else {
-      result += c;
-    }
-  }
-  return result;
-}
-
-// The payload of DHCPv6 option 17 (RFC 8415, 21.17) as dhclient reads it: octets joined by colons.
-Kel::String vendorOpts(Kel::String const& data) {
-  Kel::String const header = Kel::format("%08x%04x%04x", enterpriseNumber, vendorIdSubOption, data.size());
-  Kel::String result;
-  for (std::size_t i = 0; i < header.size(); i += 2) result += header.substr(i, 2) + ":";
-  for (std::size_t i = 0; i < data.size(); ++i) {
-    // A byte above 0x7f is widened as a signed character and shows as ffffff80 and so on. Identities are
-    // ASCII.
-    auto const widened = static_cast<std::uint32_t>(static_cast<signed char>(data[i]));
-    result += (i == 0 ? "" : ":") + Kel::format("%02x", widened);
-  }
-  return result;
-}
-
-// Of two statements the last one counts. A client that outlasts the longest query says by itself when nobody
-// answers, and else goes on with the same question.
-Kel::String timingStatements() {
-  bool const rfc = policy()->dhcp()->clientTiming() == ClientTiming::rfc;
-  bool const patient = rfc || policy()->pacing()->retryBackoffMax() > 0;
-  // RFC 2131, 4.1: the second question after 4 s, then after twice as long each time, up to 64 s.
-  return Kel::String(patient ? "timeout 58;\n" : "") +
-         (rfc ? "initial-interval 4;\nbackoff-cutoff 64;\n" : "");
-}
-
-Kel::String identifierStatements(ZeroTouchSm const& sm, Kel::String const& version) {
-  Kel::String const identity = vendorId(*sm.chassis());
-  Kel::String result =
-      "send dhcp-client-identifier " + sm.entityMibStatus()->systemMacAddr().stringValue() + ";\n";
-  if (version == "v4") result += "send vendor-class-identifier \"" + escaped(identity) + "\";\n";
-  if (version == "v4") result += timingStatements();
-  if (version == "v6") result += "send dhcp6.vendor-opts " + vendorOpts(identity) + ";\n";
-  return result;
+Kel::String statementsOf(ZeroTouchSm const& sm, Kel::String const& version) {
+  return identifierStatements(sm.entityMibStatus()->systemMacAddr(), *sm.chassis(), version);
 }
 
 std::uintmax_t sizeOf(char const* path) {
@@ -143,7 +80,7 @@ void DhcpClient::createConfig() {
     KEL_ASSERT(!"dhclient configuration", "!\"dhclient configuration\"");
   }
   sm_.addIdentifierStatementsToDhclientConfig(kind_.config, kind_.version);
-  auto const added = *copied + identifierStatements(sm_, kind_.version).size();
+  auto const added = *copied + statementsOf(sm_, kind_.version).size();
   configCut_ = sizeOf(kind_.config) != before + added;
   if (!configCut_) return;
   std::error_code ignored;
@@ -172,7 +109,7 @@ void ZeroTouchSm::addIdentifierStatementsToDhclientConfig(char const* file, Kel:
     std::cerr << "Unable to open " << file << "\n";
     KEL_ASSERT(!"dhclient configuration", "!\"dhclient configuration\"");
   }
-  out << identifierStatements(*this, version);
+  out << statementsOf(*this, version);
 }
 
 }  // namespace ZeroTouch

@@ -8,6 +8,7 @@
 
 #include "platform/kel/Log.h"
 #include "platform/kel/Reactor.h"
+#include "zerotouch/dhcp/ClientConfig.h"
 #include "zerotouch/sm/ZeroTouchSm.h"
 
 namespace ZeroTouch {
@@ -15,10 +16,8 @@ namespace ZeroTouch {
 inline constexpr char const* defaultDhclientBin = "/sbin/dhclient";
 inline constexpr char const* dhclientScriptFilePath = "/usr/bin/zerotouch-dhclient-script";
 
-// Templates, installed with the system, and what is made of them. Both IPv6 clients use the same file.
-inline constexpr char const* dhclientBaseConfigPath = "/usr/share/ZeroTouch/zerotouch-dhclient.conf";
+// What is made of the templates. Both IPv6 clients use the same file.
 inline constexpr char const* dhclientConfigPath = "/var/run/zerotouch-dhclient.conf";
-inline constexpr char const* dhclient6BaseConfigPath = "/usr/share/ZeroTouch/zerotouch-dhclient6.conf";
 inline constexpr char const* dhclient6ConfigPath = "/var/run/zerotouch-dhclient6.conf";
 
 // Written by the clients.

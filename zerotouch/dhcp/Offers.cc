@@ -4,21 +4,9 @@
 
 #include "platform/model/values/Grammar.h"
 #include "zerotouch/agent/Policy.h"
-#include "zerotouch/fetch/BootFile.h"
 #include "zerotouch/sm/SmTrace.h"
 
 namespace ZeroTouch {
-
-namespace {
-
-// What is worse about an answer; the sum of them ranks it.
-constexpr unsigned overDhcpv6 = 1;
-constexpr unsigned noUrl = 2;
-constexpr unsigned hasFailed = 4;
-
-bool takesFirst() { return policy()->dhcp()->offers() <= 0; }
-
-}  // namespace
 
 void ZeroTouchSm::Offers::startRun() {
   arrivals_.clear();
@@ -60,15 +48,15 @@ std::vector<Wire::IntfId> ZeroTouchSm::Offers::asked() const {
 
 void ZeroTouchSm::Offers::consider(Kel::Ptr<IntfStatus> const& intf, bool six) {
   auto const answer = result(*intf, six);
-  if (!counts(answer)) return ignore(*intf, answer, six);
+  Kel::String const why = answer ? ignoredServer(*answer) : "";
+  if (!why.empty()) return ignore(*intf, answer, six, why);
   six ? sm_.ignoredAnswer6Del(intf->kernelIntfName()) : sm_.ignoredAnswerDel(intf->kernelIntfName());
   if (std::ranges::find(arrivals_, intf->intfId()) == arrivals_.end()) arrivals_.push_back(intf->intfId());
-  auto const family = best(*intf);
-  unsigned const worse = family ? rank(*intf, *family) : 0;
+  unsigned const worse = rankOf(*intf);
   // Nothing is waited for any more when the query is about to end.
   bool const goesOn = sm_.transitionState() == stateInvalid();
   if (goesOn && (worse & hasFailed) != 0) return;
-  if (!goesOn || worse == 0 || takesFirst() || sm_.currentState() != stateDhcpQuery()) return take(intf);
+  if (!goesOn || worse == 0 || firstOfferWins() || sm_.currentState() != stateDhcpQuery()) return take(intf);
   if (betterMayCome_) return;
   betterMayCome_ = true;
   sm_.waitForOffers(policy()->dhcp()->offers());
@@ -78,7 +66,7 @@ bool ZeroTouchSm::Offers::takeBest(bool last) {
   Kel::Ptr<IntfStatus> found;
   unsigned least = 0;
   for (auto const& intf : waiting()) {
-    unsigned const worse = rank(*intf, *best(*intf));
+    unsigned const worse = rankOf(*intf);
     if (found && worse >= least) continue;
     found = intf;
     least = worse;
@@ -96,17 +84,25 @@ void ZeroTouchSm::Offers::noteFailure() {
 }
 
 std::optional<AnswerFamily> ZeroTouchSm::Offers::best(IntfStatus const& intf) const {
-  std::optional<AnswerFamily> found;
+  auto const offers = offersOn(intf);
+  auto const* const found = bestOffer(offers);
+  return found != nullptr ? std::optional(found->family) : std::nullopt;
+}
+
+// 0 for the best that there can be.
+unsigned ZeroTouchSm::Offers::rankOf(IntfStatus const& intf) const {
+  auto const offers = offersOn(intf);
+  auto const* const found = bestOffer(offers);
+  return found != nullptr ? rank(*found) : 0;
+}
+
+std::vector<Offer> ZeroTouchSm::Offers::offersOn(IntfStatus const& intf) const {
+  std::vector<Offer> offers;
+  bool const standsBack = sm_.standsBack().contains(intf.intfId());
   for (bool const six : {false, true}) {
-    auto const answer = result(intf, six);
-    if (!answer || answer->bootFileName().empty() || !counts(answer)) continue;
-    bool const stateless = six && answer->addrWithMask().v6().address.isZero();
-    auto const family = !six        ? AnswerFamily::dhcpv4
-                        : stateless ? AnswerFamily::statelessDhcpv6
-                                    : AnswerFamily::dhcpv6;
-    if (!found || (!takesFirst() && rank(intf, family) < rank(intf, *found))) found = family;
+    if (auto const answer = result(intf, six)) offers.push_back({familyOf(*answer, six), answer, standsBack});
   }
-  return found;
+  return offers;
 }
 
 ZeroTouchSm::Offers::Result ZeroTouchSm::Offers::result(IntfStatus const& intf, bool six) const {
@@ -115,31 +111,15 @@ ZeroTouchSm::Offers::Result ZeroTouchSm::Offers::result(IntfStatus const& intf, 
              : results->intfDhcpStatus(intf.kernelIntfName());
 }
 
-bool ZeroTouchSm::Offers::counts(Result const& result) const {
-  auto const& servers = policy()->dhcp()->server();
-  return servers.empty() || (result && servers.contains(result->server()));
-}
-
 // A DHCPv4 client is bound to the server that was quicker, so it has to be told not to listen to it. DHCPv6
 // has nothing of the kind.
-void ZeroTouchSm::Offers::ignore(IntfStatus const& intf, Result const& result, bool six) {
-  Kel::String const server = result->server().empty() ? "a server without a name" : result->server();
-  Kel::String const why = server + " is none of the servers that count";
+void ZeroTouchSm::Offers::ignore(IntfStatus const& intf, Result const& result, bool six,
+                                 Kel::String const& why) {
   KEL_TRACE(traceZeroTouchSm, 1, "Offers::" << __func__ << " - " << intf.intfName() << ": " << why);
   if (six) return sm_.ignoredAnswer6Is(intf.kernelIntfName(), why);
   sm_.ignoredAnswerIs(intf.kernelIntfName(), why);
   if (sm_.currentState() == sm_.stateDhcpQuery() && Wire::IpAddr::fromString(result->server()))
     sm_.rejectServer(result->server());
-}
-
-// 0 for the best that there can be.
-unsigned ZeroTouchSm::Offers::rank(IntfStatus const& intf, AnswerFamily family) const {
-  bool const six = family != AnswerFamily::dhcpv4;
-  unsigned worse = sm_.standsBack().contains(intf.intfId()) ? hasFailed : 0;
-  if (takesFirst()) return worse;
-  auto const answer = result(intf, six);
-  if (bootFile(answer->serverName(), answer->bootFileName()).url.empty()) worse += noUrl;
-  return worse + (six ? overDhcpv6 : 0);
 }
 
 std::vector<Kel::Ptr<IntfStatus>> ZeroTouchSm::Offers::waiting() const {

@@ -6,6 +6,7 @@
 #include <optional>
 #include <vector>
 
+#include "zerotouch/dhcp/Ranking.h"
 #include "zerotouch/sm/ZeroTouchSm.h"
 
 namespace ZeroTouch {
@@ -36,9 +37,9 @@ class ZeroTouchSm::Offers {
 
   std::vector<Wire::IntfId> asked() const;
   Result result(IntfStatus const& intf, bool six) const;
-  bool counts(Result const& result) const;
-  void ignore(IntfStatus const& intf, Result const& result, bool six);
-  unsigned rank(IntfStatus const& intf, AnswerFamily family) const;
+  std::vector<Offer> offersOn(IntfStatus const& intf) const;
+  unsigned rankOf(IntfStatus const& intf) const;
+  void ignore(IntfStatus const& intf, Result const& result, bool six, Kel::String const& why);
   std::vector<Kel::Ptr<IntfStatus>> waiting() const;
   void take(Kel::Ptr<IntfStatus> const& intf);
 

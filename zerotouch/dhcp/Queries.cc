@@ -139,7 +139,7 @@ void ZeroTouchSm::selectIntfs6() {
   for (auto const& [intfId, advertisement] : raPacketStatus()->raPacket()) {
     auto const intf = intfStatus(intfId);
     if (!intf || !isIpv6Enabled(intf->kernelIntfName())) continue;
-    if (advertisement->managed()) {
+    if (askedFor(advertisement->managed()) == AnswerFamily::dhcpv6) {
       intfStatus6Is(intf);
     } else {
       intfStatus6StatelessIs(intf);

@@ -6,15 +6,9 @@
 #include <sstream>
 #include <string_view>
 
-#include "platform/kel/Assert.h"
 #include "platform/kel/Format.h"
-#include "platform/model/values/Grammar.h"
-#include "zerotouch/agent/Events.h"
 #include "zerotouch/agent/Policy.h"
-#include "zerotouch/dhcp/Offers.h"
-#include "zerotouch/fetch/CurlTransfer.h"
 #include "zerotouch/sm/SmTrace.h"
-#include "zerotouch/sm/ZeroTouchSm.h"
 #include "zerotouch/utils/ZeroTouchUtils.h"
 
 namespace ZeroTouch {
@@ -36,13 +30,6 @@ Kel::String header(char const* name, Kel::String value) {
 
 Kel::String traced(char const* before, Kel::String line) {
   HEADERS_TRACE(5, before << line);
-  return line;
-}
-
-// libcurl takes a line without a value for the wish not to send that header; an empty one ends with a
-// semicolon (CURLOPT_HTTPHEADER(3)).
-Kel::String forCurl(Kel::String line) {
-  if (line.ends_with(": ")) line.replace(line.size() - 2, 2, ";");
   return line;
 }
 
@@ -118,60 +105,13 @@ BootFile bootFile(Kel::String const& serverName, Kel::String const& bootFileName
   return {"", "", "platform.toml allows no scheme but " + known, Problem::schemeNotAllowed};
 }
 
-void ZeroTouchSm::choosenIntfIs(Kel::Ptr<IntfStatus> const& intf) {
-  ZeroTouchSmModel::choosenIntfIs(intf);
-  forgetTransfer();  // that was of an earlier answer
-  chooseAnswer();
-}
-
-// The winner on the port: DHCPv4, if both families have named a boot file, unless platform.toml says
-// otherwise. What is reported once the identity is applied, as by a client that has not ended yet, changes
-// nothing.
-void ZeroTouchSm::chooseAnswer() {
-  auto const intf = choosenIntf();
-  Kel::Ptr<ChosenAnswer> answer;
-  if (intf) {
-    if (auto const family = offers_->best(*intf)) {
-      auto const& device = intf->kernelIntfName();
-      answer = answerFrom(*family, *family == AnswerFamily::dhcpv4 ? dhcpStatus()->intfDhcpStatus(device)
-                                                                   : dhcpStatus()->intfDhcp6Status(device));
-    }
-  }
-  chosenAnswerIs(answer);
-}
-
-Kel::Ptr<ChosenAnswer> ZeroTouchSm::answerFrom(AnswerFamily family,
-                                               Kel::Ptr<IntfDhcpStatus const> const& result) {
+BootFile bootFileOf(IntfDhcpStatus const& answer) {
   auto const schemes = policy()->authenticity()->scheme().keys();
-  std::set<Kel::String> const allowed(schemes.begin(), schemes.end());
-  BootFile const file = bootFile(result->serverName(), result->bootFileName(), allowed);
-  return Kel::makePtr<ChosenAnswer>(family, result, file.url, file.scheme, file.objection, file.problem);
+  return bootFile(answer.serverName(), answer.bootFileName(), {schemes.begin(), schemes.end()});
 }
 
-Cause ZeroTouchSm::doTryFetchConfigFromServer() {
-  KEL_ASSERT(choosenIntf(), "choosenIntf()");
-  auto const answer = chosenAnswer();
-  if (!answer) return {TransitionCause::bootFileNotUrl, "the answer names none"};
-  Kel::String const& name = answer->result()->bootFileName();
-  if (answer->url().empty()) {
-    Kel::String const shown = Grammar::withoutPasswords(name);
-    SM_TRACE(1, " - No URL in bootfile-name " << shown);
-    bootFileUnusable.log(shown, answer->objection());
-    return {TransitionCause::bootFileNotUrl, {answer->problem(), shown + ": " + answer->objection()}};
-  }
-  option67UriIs(answer->url());
-  option67UriIsHttpIs(answer->scheme() == "http" || answer->scheme() == "https");
-  option67UriIsHttpsIs(answer->scheme() == "https");
-  doTryFetchUri();
-  if (!curlTransferDone()) return TransitionCause::downloadNotStarted;  // unless it runs
-  if (!curlSuccess()) reportFailedDownload();
-  return {TransitionCause::downloadRefusedAtOnce, {downloadProblem_, downloadOutcome()}};
-}
-
-Kel::String ZeroTouchSm::shownUri() const { return Grammar::withoutPasswords(option67Uri()); }
-
-void ZeroTouchSm::reportFailedDownload() {
-  ZTP_CONFIG_DOWNLOAD_FAIL.log(shownUri(), curlErrorStr().empty() ? "unknown" : curlErrorStr());
+Trouble toMend(Problem ofName, Trouble const& end) {
+  return ofName != Problem::none ? Trouble{ofName, end.text} : end;
 }
 
 std::vector<Kel::String> requestHeaders(Wire::EthAddr const& systemMacAddr, EntityMib::Fru const& root,
@@ -189,12 +129,6 @@ std::vector<Kel::String> requestHeaders(Wire::EthAddr const& systemMacAddr, Enti
   if (auto const architecture = readEtcArch(archPath))
     headers.push_back(traced(" - ", header("X-Ostrel-Architecture: ", *architecture)));
   return headers;
-}
-
-void ZeroTouchSm::doBuildCurlHttpHeaders() {
-  KEL_ASSERT(chassis(), "entityMibRoot");
-  for (auto const& line : requestHeaders(entityMibStatus()->systemMacAddr(), *chassis()))
-    curlCBData_->addHeader(forCurl(line));
 }
 
 }  // namespace ZeroTouch

@@ -7,6 +7,7 @@
 #include "platform/kel/Types.h"
 #include "platform/model/agent.h"
 #include "platform/model/entitymib.h"
+#include "zerotouch/sm/Problem.h"
 
 namespace ZeroTouch {
 
@@ -23,6 +24,13 @@ struct BootFile {
 // `allowed`, unless that is empty.
 BootFile bootFile(Kel::String const& serverName, Kel::String const& bootFileName,
                   std::set<Kel::String> const& allowed = {});
+
+// That of a DHCP answer, with a scheme that platform.toml allows.
+BootFile bootFileOf(IntfDhcpStatus const& answer);
+
+// The end of a download that has failed: where its URL hardly means what was meant, that is what has to be
+// mended.
+Trouble toMend(Problem ofName, Trouble const& end);
 
 inline constexpr char const* softwareVersionPath = "/etc/kvo-version";
 inline constexpr char const* architecturePath = "/etc/arch";

@@ -1,9 +1,11 @@
-// The verification of a boot file that was downloaded, and that of the server it comes from.
+// The verification of a boot file that was downloaded.
 #pragma once
 
+#include <cstdio>
+#include <functional>
+#include <memory>
+
 #include "platform/kel/Clock.h"
-#include "platform/model/policy.h"
-#include "zerotouch/fetch/CurlTransfer.h"
 #include "zerotouch/sm/ZeroTouchSm.h"
 #include "zerotouch/trust/Trust.h"
 
@@ -25,9 +27,5 @@ struct BootFileCheck {
   std::unique_ptr<Verification> verification;
   Kel::Alarm next;  // for the next piece of work
 };
-
-// Makes an HTTPS transfer verify its server as the policy says, or not at all. Returns why that is
-// impossible, or "". The policy must outlive the transfer.
-Kel::String verifyServer(CurlTransfer& transfer, AuthenticityPolicy const& policy);
 
 }  // namespace ZeroTouch

@@ -57,10 +57,14 @@ struct CurlTransfer {
   ~CurlTransfer();
   CurlTransfer(CurlTransfer const&) = delete;
 
+  // Whether libcurl could make its handles.
+  bool isMade() const { return easy != nullptr && multi != nullptr; }
   // Adds a line to the request. Without memory for it, the request goes out without any line.
   void addHeader(Kel::String const& line);
   // What the answer says of the file.
   Promise announced() const;
+  // Whether the body is one of a script.
+  bool beginsScript() const { return firstByte == '#' && secondByte == '!'; }
   CurlTransfer& operator=(CurlTransfer const&) = delete;
 
   Curl const* curl = nullptr;

@@ -1,14 +1,13 @@
 // What becomes of the download: a startup configuration on flash, or a script that is run.
 #include <sys/stat.h>
 
-#include <algorithm>
-#include <cctype>
 #include <cerrno>
 #include <filesystem>
 
 #include "platform/kel/Loop.h"
 #include "platform/kel/WholeFile.h"
 #include "zerotouch/agent/Events.h"
+#include "zerotouch/fetch/Contents.h"
 #include "zerotouch/fetch/CurlTransfer.h"
 #include "zerotouch/fetch/Install.h"
 #include "zerotouch/sm/SmTrace.h"
@@ -31,16 +30,6 @@ bool isWithin(fs::path const& path, fs::path const& folder) {
   std::error_code error;
   auto const relative = fs::relative(path, folder, error);
   return !error && !relative.empty() && *relative.begin() != "..";
-}
-
-bool looksLikeWebPage(char const* path) {
-  constexpr std::size_t enough = 256;
-  auto const start = readStart(path, enough);
-  if (!start) return false;
-  Kel::String text =
-      start->text.substr(std::min(start->text.find_first_not_of(" \t\r\n"), start->text.size()));
-  std::ranges::transform(text, text.begin(), [](unsigned char c) { return std::tolower(c); });
-  return text.starts_with("<!doctype html") || text.starts_with("<html");
 }
 
 }  // namespace
@@ -104,11 +93,8 @@ bool ZeroTouchSm::copyFile(char const* from, char const* to, Trouble& failure) c
 
 // What comes is installed whatever it is, so that what can hardly be meant is at least told.
 Trouble ZeroTouchSm::doubtsAboutConfig() const {
-  Trouble doubt{downloadProblem_, downloadOutcome() + ", whose body this is"};
-  if (looksLikeWebPage(configDownloadPath) && doubt.problem == Problem::none)
-    doubt = {Problem::webPage, "it is a web page"};
-  if (doubt.problem == Problem::none) return {};
-  configDoubtful.log(shownUri(), doubt.text);
+  auto const doubt = doubtsAbout(configDownloadPath, {downloadProblem_, downloadOutcome()});
+  if (doubt.problem != Problem::none) configDoubtful.log(shownUri(), doubt.text);
   return doubt;
 }
 

@@ -9,117 +9,17 @@
 
 #include "platform/kel/Assert.h"
 #include "platform/kel/FileDescriptor.h"
-#include "platform/kel/Format.h"
-#include "platform/model/values/Grammar.h"
 #include "zerotouch/agent/Events.h"
-#include "zerotouch/agent/Policy.h"
+#include "zerotouch/fetch/BootFile.h"
 #include "zerotouch/fetch/BootFileCheck.h"
 #include "zerotouch/fetch/CurlTransfer.h"
-#include "zerotouch/fetch/DownloadEnd.h"
+#include "zerotouch/fetch/Download.h"
 #include "zerotouch/fetch/Resume.h"
 #include "zerotouch/sm/Pacing.h"
 #include "zerotouch/sm/SmTrace.h"
 #include "zerotouch/sm/ZeroTouchSm.h"
 
 namespace ZeroTouch {
-
-namespace {
-
-constexpr long connectTimeoutSeconds = 60;
-
-constexpr long mostRedirects = 5;
-
-// Redirects lead where boot files may come from, and never from HTTPS to HTTP.
-void setRedirects(CurlTransfer& transfer, Kel::String const& scheme) {
-  if (policy()->download()->redirects() != RedirectPolicy::follow) return;
-  auto const& allowed = policy()->authenticity()->scheme();
-  Kel::String schemes;
-  for (char const* const candidate : {"http", "https"}) {
-    bool const allows = allowed.empty() || allowed.contains(candidate);
-    if (allows && (scheme == "http" || candidate == scheme))
-      schemes += (schemes.empty() ? "" : ",") + Kel::String(candidate);
-  }
-  transfer.followsRedirects = true;
-  transfer.curl->easySetopt(transfer.easy, CURLOPT_FOLLOWLOCATION, 1L);
-  transfer.curl->easySetopt(transfer.easy, CURLOPT_MAXREDIRS, mostRedirects);
-  transfer.curl->easySetopt(transfer.easy, CURLOPT_REDIR_PROTOCOLS_STR, schemes.c_str());
-}
-
-// Why a body that libcurl has taken for complete is no boot file; nothing when it may be one.
-Trouble objection(CurlTransfer const& transfer) {
-  auto const& rules = *policy()->download();
-  auto const& answer = transfer.http;
-  if (transfer.isHttp && answer.isRedirect() && rules.redirects() != RedirectPolicy::keep) {
-    if (answer.location.empty())
-      return {Problem::redirected, "the server redirects, but does not say where to"};
-    return {Problem::redirected, "the server redirects to " +
-                                     Kel::printable(Grammar::withoutPasswords(answer.location)) +
-                                     ", and redirects are refused"};
-  }
-  if (transfer.isHttp && rules.requireLength() && !answer.tellsEnd)
-    return {Problem::transferCut, "the server has said neither how long the file is nor where it ends"};
-  if (transfer.resumable && transfer.promised.bytes != 0 && transfer.byteCount != transfer.promised.bytes)
-    return {Problem::transferCut, Kel::format("%u bytes have come of the %u that were announced",
-                                              transfer.byteCount, transfer.promised.bytes)};
-  return {};
-}
-
-void setOptions(CurlTransfer& transfer, Kel::String const& url, Kel::String const& scheme, bool proxies) {
-  auto const setopt = [&transfer](CURLoption option, auto value) {
-    transfer.curl->easySetopt(transfer.easy, option, value);
-  };
-  setopt(CURLOPT_PROTOCOLS_STR, scheme.c_str());
-  // An empty name makes libcurl leave http_proxy and its like alone.
-  if (!proxies) setopt(CURLOPT_PROXY, "");
-  setopt(CURLOPT_NOPROGRESS, 1L);
-  setopt(CURLOPT_IPRESOLVE, static_cast<long>(CURL_IPRESOLVE_WHATEVER));
-  setopt(CURLOPT_URL, url.c_str());
-  setopt(CURLOPT_FAILONERROR, 1L);
-  setopt(CURLOPT_CONNECTTIMEOUT, connectTimeoutSeconds);
-  setopt(CURLOPT_WRITEFUNCTION, curlWriteCB);
-  setopt(CURLOPT_WRITEDATA, &transfer);
-  setopt(CURLOPT_HEADERFUNCTION, curlHeaderCB);
-  setopt(CURLOPT_HEADERDATA, &transfer);
-  setopt(CURLOPT_DNS_CACHE_TIMEOUT, 0L);
-  transfer.isHttp = scheme == "http" || scheme == "https";
-  transfer.resumable = policy()->download()->resume();
-  transfer.movedTime = Kel::now();
-  if (transfer.isHttp) {
-    setopt(CURLOPT_USERAGENT, "zerotouch/" ZEROTOUCH_VERSION);
-    setRedirects(transfer, scheme);
-  }
-  if (scheme == "ftp") {
-    transfer.isFtp = true;
-    setopt(CURLOPT_SERVER_RESPONSE_TIMEOUT, ftpResponseTimeoutSeconds);
-    // When it is freed, libcurl waits 60 s for the answer to its farewell, if it has kept the connection.
-    setopt(CURLOPT_FORBID_REUSE, 1L);
-    setopt(CURLOPT_CLOSESOCKETFUNCTION, curlCloseSocketCB);
-    setopt(CURLOPT_CLOSESOCKETDATA, &transfer);
-    // Has the server say when the file has changed last.
-    if (transfer.resumable) setopt(CURLOPT_FILETIME, 1L);
-  }
-}
-
-TransferFacts factsOf(CurlTransfer const& transfer, Kel::String const& url) {
-  auto const number = [&transfer](CURLINFO what) {
-    long value = 0;
-    transfer.curl->easyGetinfo(transfer.easy, what, &value);
-    return value;
-  };
-  auto const passed = [&transfer](CURLINFO what) {
-    curl_off_t time = 0;
-    transfer.curl->easyGetinfo(transfer.easy, what, &time);
-    return time > 0;
-  };
-  return {.host = hostOf(url),
-          .responseCode = url.starts_with("http") ? number(CURLINFO_RESPONSE_CODE) : 0,
-          .systemError = number(CURLINFO_OS_ERRNO),
-          .resolved = passed(CURLINFO_NAMELOOKUP_TIME_T),
-          .connected = passed(CURLINFO_CONNECT_TIME_T) || transfer.byteCount > 0,
-          .bytes = transfer.byteCount};
-}
-
-}  // namespace
 
 void ZeroTouchSm::TransferEnd::operator()(CurlTransfer* transfer) const { delete transfer; }
 
@@ -131,33 +31,18 @@ void ZeroTouchSm::doTryFetchUri() {
   KEL_ASSERT(!curlCBData_, "!curlCBData_");
   Curl const* const curl = Curl::load();
   if (curl == nullptr) return;
-  std::unique_ptr<CurlTransfer, TransferEnd> transfer(new CurlTransfer(*curl));
-  CURL* const easy = transfer->easy;
-  if (easy == nullptr || transfer->multi == nullptr) {
-    SM_TRACE(1, " - Failed to init libCURL");
-    downloadImpossible.log("libcurl cannot prepare a transfer");
-    return;
-  }
-  curlCBData_ = std::move(transfer);
-  // What was read is counted in 32 bits.
-  curlCBData_->maxBytes =
-      static_cast<std::uint32_t>(std::min<std::uint64_t>(config()->maxDownloadSize(), UINT32_MAX));
-  setOptions(*curlCBData_, option67Uri(), chosenAnswer()->scheme(), config()->proxyFromEnvironment());
-  if (option67UriIsHttp()) doBuildCurlHttpHeaders();
-  if (option67UriIsHttps() || curlCBData_->followsRedirects) {
-    if (auto const failure = verifyServer(*curlCBData_, *policy()->authenticity()); !failure.empty()) {
-      downloadImpossible.log(failure);
-      doCurlShutdown();
-      return;
-    }
-  }
+  curlCBData_.reset(new CurlTransfer(*curl));
   if (!resume_) resume_ = std::make_shared<Resume>();
-  resume_->give(*curlCBData_, option67Uri());
-  if (curlCBData_->headers != nullptr) curl->easySetopt(easy, CURLOPT_HTTPHEADER, curlCBData_->headers);
-  // Says nothing about the transfer: to end one must not wait, on the loop, for a name server that is silent.
-  curl->easySetopt(easy, CURLOPT_QUICK_EXIT, 1L);
-  if (curl->multiAddHandle(curlCBData_->multi, easy) != CURLM_OK) {
-    downloadImpossible.log("libcurl cannot start the transfer");
+  Kel::String const failure =
+      prepareTransfer(*curlCBData_, {.url = option67Uri(),
+                                     .scheme = chosenAnswer()->scheme(),
+                                     .maxBytes = config()->maxDownloadSize(),
+                                     .proxies = config()->proxyFromEnvironment(),
+                                     .addHeaders = [this](auto&) { doBuildCurlHttpHeaders(); },
+                                     .resume = resume_.get()});
+  if (!failure.empty()) {
+    if (!curlCBData_->isMade()) SM_TRACE(1, " - Failed to init libCURL");
+    downloadImpossible.log(failure);
     doCurlShutdown();
     return;
   }
@@ -198,12 +83,7 @@ void ZeroTouchSm::doCurlPerform() {
 
 // The ticks of ConfigFetchTimer see to it that this is asked every second.
 void ZeroTouchSm::endStalledTransfer() {
-  Kel::Seconds const limit = policy()->download()->stallLimit();
-  if (limit <= 0 || Kel::now() < curlCBData_->movedTime + limit) return;
-  curlCBData_->stalled = true;
-  curlCBData_->failure = Kel::format("nothing has moved for %g seconds", limit);
-  curlCBData_->problem = Problem::transferSlow;
-  doCurlClose();
+  if (endIfStalled(*curlCBData_)) doCurlClose();
 }
 
 namespace {
@@ -273,39 +153,19 @@ void ZeroTouchSm::watchCurlSocket() {
 void ZeroTouchSm::doCheckCurlErrors() {
   auto const* const cd = curlCBData();
   KEL_ASSERT(cd, "cd");
-  CURLcode result = CURLE_FAILED_INIT;  // unless libcurl says how the transfer ended
-  int left = 0;
-  while (CURLMsg const* const message = cd->curl->multiInfoRead(cd->multi, &left)) {
-    if (message->msg != CURLMSG_DONE || message->easy_handle != cd->easy) continue;
-    result = message->data.result;
-    break;
-  }
-  curlSuccessIs(result == CURLE_OK);
-  bool const detailed = cd->errorDetail.front() != '\0';
-  curlErrorStrIs(result == CURLE_OK ? ""
-                 : detailed         ? Kel::printable(cd->errorDetail.data())
-                                    : Kel::String(cd->curl->easyStrerror(result)));
+  auto const result = transferResult(*cd, option67Uri());
+  curlSuccessIs(result.received);
+  curlErrorStrIs(result.error);
   if (curlSuccess()) noteVerifiedServer();
   if (!curlSuccess()) SM_TRACE(1, " - CURL error: " << curlErrorStr());
-  Trouble const end = downloadEnd(result, factsOf(*cd, option67Uri()), curlErrorStr());
-  downloadProblem_ = curlSuccess() ? end.problem : toMend(end).problem;
-  downloadOutcomeIs(end.text);
+  downloadProblem_ = curlSuccess() ? result.end.problem : toMend(result.end).problem;
+  downloadOutcomeIs(result.end.text);
 }
 
 void ZeroTouchSm::doCurlClose() {
   doCheckCurlErrors();
   auto& cd = *curlCBData_;
-  // An answer without a body leaves nothing of what came before.
-  if (curlSuccess() && cd.resumes && !cd.begun) Resume::begin(cd);
-  if (curlSuccess() && cd.failure.empty()) {
-    auto const [problem, text] = objection(cd);
-    cd.failure = text;
-    cd.problem = problem;
-  }
-  // The file's last bytes may still wait to be written, and may not fit.
-  if (cd.output != nullptr && cd.failure.empty() && std::fflush(cd.output) != 0) {
-    noteUnwritable(cd, errno);
-  }
+  judgeBody(cd, curlSuccess());
   if (!cd.failure.empty()) {
     SM_TRACE(1, " - " << cd.failure);
     curlSuccessIs(false);
@@ -313,7 +173,7 @@ void ZeroTouchSm::doCurlClose() {
     downloadOutcomeIs(cd.failure);
     downloadProblem_ = cd.problem;
   }
-  fileIsHashPlingIs(cd.firstByte == '#' && cd.secondByte == '!');
+  fileIsHashPlingIs(cd.beginsScript());
   bytesReadIs(cd.byteCount);
   SM_TRACE(5, " bytes read: " << bytesRead());
   if (auto const pause = cd.isHttp ? cd.http.pause(*cd.curl) : std::nullopt; pause && !curlSuccess())
@@ -327,10 +187,9 @@ Trouble ZeroTouchSm::whatTransferWaitsFor() const {
   return curlCBData_ ? toMend(downloadWaits(factsOf(*curlCBData_, option67Uri()))) : Trouble{};
 }
 
-// Where the URL hardly means what was meant, that is the problem of its failed download too.
 Trouble ZeroTouchSm::toMend(Trouble const& end) const {
   auto const answer = chosenAnswer();
-  return answer && answer->problem() != Problem::none ? Trouble{answer->problem(), end.text} : end;
+  return ZeroTouch::toMend(answer ? answer->problem() : Problem::none, end);
 }
 
 // Safe at any time. The watch goes before libcurl closes the socket: its number may be somebody else's next.

@@ -17,7 +17,8 @@ char const* whatToDo(Problem problem) {
     case Problem::noLink:
       return "plug in a cable, or see to the neighbour's port: zerotouch ports shows every link";
     case Problem::clientMissing:
-      return "install the DHCP client (isc-dhcp-client), or correct client in [dhcp] of platform.toml";
+      return "install a DHCP client (isc-dhcp-client or dhcpcd-base), or correct client in [dhcp] of "
+             "platform.toml";
     case Problem::clientCrashed:
       return "find what the DHCP client says with journalctl -u zerotouchd, and install it anew if it is "
              "damaged";

@@ -6,11 +6,8 @@
 #include "zerotouch/dhcp/Results.h"
 #include "zerotouch/intf/Ports.h"
 #include "zerotouch/sm/Pacing.h"
-#include "zerotouch/sm/SmTrace.h"
 
 namespace ZeroTouch {
-
-Kel::TraceFacility traceZeroTouchSm("ZeroTouchSm");
 
 ZeroTouchSm::ZeroTouchSm(PASSED_HANDLE_PARAMETERS,
                          Kel::Ptr<Interface::EthDevPamCollection const> ethDevPamCollection,

@@ -1,33 +1,7 @@
 // The provisioning state machine, which walks the switch from having no startup configuration to having one
 // and asking for its reload.
 //
-// The states, how each is entered, what ends it, and the timer that guards it:
-//
-// - stateInit: at rest, since provisioning is disabled or the hardware inventory is not ready yet. A
-//   run starts (doTryStartZeroTouch) once both hold. No timer.
-// - stateSetupInterfaces, from stateInit: every port is made routed and IPv6-capable. The end of
-//   InterfacesSetupTimer leads to stateDhcpQuery.
-// - stateDhcpQuery, from stateSetupInterfaces or stateRetry: DHCPv4 and stateful DHCPv6 clients run.
-//   The first boot-file name leads to stateSetupSystemIdentity, the end of DhclientQueryTimer to
-//   stateStatelessDhcpQuery.
-// - stateStatelessDhcpQuery, from stateDhcpQuery: interfaces are asked one by one, on each tick of
-//   StatelessDhclientQueryTimer the next. A boot-file name leads to stateSetupSystemIdentity; when
-//   none is left, or at the timer's end, stateRetry follows.
-// - stateSetupSystemIdentity, from either query: the answer has been applied. Once the address is
-//   active, stateFetchConfig follows; the end of SystemIdentitySetupTimer undoes the answer and leads
-//   to stateRetry.
-// - stateFetchConfig, from stateSetupSystemIdentity or stateRetryFetchConfig: the transfer runs, and
-//   then the signature is verified where one is asked for. The end leads to stateCopyConfigOrExecScript or
-//   stateRetryFetchConfig, the end of ConfigFetchTimer to stateRetry.
-// - stateRetryFetchConfig, from stateFetchConfig: the back-off. The end of ConfigFetchRetryTimer leads
-//   back; after the third try stateRetry follows.
-// - stateCopyConfigOrExecScript, from stateFetchConfig: the file is installed, or run under
-//   ScriptExecTimer, which also bounds the flush of the flash after a script that has succeeded. Success
-//   leads to stateShutdown, failure to stateRetry.
-// - stateRetry, from any state: leases are released, and after RetryWaitTimer all that the attempt
-//   applied is undone and stateDhcpQuery follows; past maxRunTime stateShutdown.
-// - stateShutdown, from any state; nothing leaves it: leases are released under LeaseReleaseTimer,
-//   then the reload is requested, after waits (StartupFileSyncWaitTimer) for a standby.
+// States.cc says what each state is for; docs/state-machine.md shows what leads from one to another.
 //
 // Every change of state is requested with doStateTransition and carried out on the next pass of the loop, so
 // that the handler that asked for it finishes first. At most one timer runs, and every request cancels it: a

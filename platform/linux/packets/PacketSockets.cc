@@ -15,6 +15,7 @@
 
 #include "platform/kel/Trace.h"
 #include "platform/linux/Warnings.h"
+#include "platform/linux/packets/PacketOptions.h"
 
 namespace Linux {
 
@@ -25,24 +26,6 @@ Kel::TraceFacility trace("PacketSocket");
 constexpr std::size_t maxFrame = 9216 + ETH_HLEN + 4;
 constexpr int receiveBuffer = 64 * 1024;
 constexpr std::size_t addressesLength = 2 * ETH_ALEN;  // what stands before a VLAN tag
-
-void check(int result, char const* call) {
-  if (result < 0) throw std::system_error(errno, std::generic_category(), call);
-}
-
-template <typename T>
-void setOption(int socket, int level, int option, T const& value, char const* call) {
-  check(setsockopt(socket, level, option, &value, sizeof value), call);
-}
-
-void addMembership(int socket, int ifIndex, int type, Wire::EthAddr const& address, char const* call) {
-  packet_mreq request{};
-  request.mr_ifindex = ifIndex;
-  request.mr_type = static_cast<unsigned short>(type);
-  request.mr_alen = ETH_ALEN;
-  std::ranges::copy(address.bytes, request.mr_address);
-  setOption(socket, SOL_PACKET, PACKET_ADD_MEMBERSHIP, request, call);
-}
 
 // Gives the descriptor a number above what select(2) can handle, since there is one for each port and code
 // that uses select needs the low numbers. It keeps its number when the limit on descriptors is too low.

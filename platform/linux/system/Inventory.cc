@@ -130,21 +130,6 @@ namespace {
 
 constexpr std::size_t maxEeprom = 64 * 1024;
 
-struct Facts {
-  Kel::String modelName;
-  Kel::String serialNum;
-  Kel::String hardwareRev;
-  std::optional<Wire::EthAddr> systemMacAddr;
-
-  // Takes from `other` what is still missing.
-  void fillFrom(Facts const& other) {
-    if (modelName.empty()) modelName = other.modelName;
-    if (serialNum.empty()) serialNum = other.serialNum;
-    if (hardwareRev.empty()) hardwareRev = other.hardwareRev;
-    if (!systemMacAddr) systemMacAddr = other.systemMacAddr;
-  }
-};
-
 Kel::String firstFile(Kel::String const& pattern) {
   glob_t found{};
   Kel::String result;
@@ -153,7 +138,7 @@ Kel::String firstFile(Kel::String const& pattern) {
   return result;
 }
 
-Facts factsOfEeprom(Kel::String const& pattern) {
+InventoryFacts factsOfEeprom(Kel::String const& pattern) {
   Kel::String const path = firstFile(pattern);
   if (path.empty()) return {};
   std::vector<std::uint8_t> data(maxEeprom);
@@ -189,19 +174,32 @@ Kel::String dmiLine(Kel::String const& path) {
   return std::ranges::find(fillers, line) == fillers.end() ? line : "";
 }
 
-Facts factsOfDmi(Kel::String const& directory) {
+InventoryFacts factsOfDmi(Kel::String const& directory) {
   return {dmiLine(directory + "/product_name"), dmiLine(directory + "/product_serial"),
           dmiLine(directory + "/product_version"), std::nullopt};
 }
 
+// Takes from `other` what is still missing.
+void fill(InventoryFacts& facts, InventoryFacts const& other) {
+  if (facts.modelName.empty()) facts.modelName = other.modelName;
+  if (facts.serialNum.empty()) facts.serialNum = other.serialNum;
+  if (facts.hardwareRev.empty()) facts.hardwareRev = other.hardwareRev;
+  if (!facts.systemMacAddr) facts.systemMacAddr = other.systemMacAddr;
+}
+
 }  // namespace
+
+InventoryFacts inventoryFacts(InventoryConfig const& config) {
+  InventoryFacts facts{config.modelName, config.serialNum, config.hardwareRev, config.systemMacAddr};
+  fill(facts, factsOfEeprom(config.eeprom));
+  fill(facts, factsOfDmi(config.dmi));
+  return facts;
+}
 
 Inventory::Inventory(InventoryConfig const& config, Kel::Ptr<Ports const> ports,
                      Kel::Ptr<EntityMib::Status> status)
     : ports_(std::move(ports)), status_(std::move(status)) {
-  Facts facts{config.modelName, config.serialNum, config.hardwareRev, config.systemMacAddr};
-  facts.fillFrom(factsOfEeprom(config.eeprom));
-  facts.fillFrom(factsOfDmi(config.dmi));
+  InventoryFacts const facts = inventoryFacts(config);
   if (facts.systemMacAddr) {
     status_->systemMacAddrIs(*facts.systemMacAddr);
   } else {

@@ -46,6 +46,15 @@ struct InventoryConfig {
   bool operator==(InventoryConfig const&) const = default;
 };
 
+// What the sources tell that need no port.
+struct InventoryFacts {
+  Kel::String modelName;
+  Kel::String serialNum;
+  Kel::String hardwareRev;
+  std::optional<Wire::EthAddr> systemMacAddr;
+};
+InventoryFacts inventoryFacts(InventoryConfig const& config);
+
 class Inventory {
  public:
   Inventory(InventoryConfig const& config, Kel::Ptr<Ports const> ports, Kel::Ptr<EntityMib::Status> status);

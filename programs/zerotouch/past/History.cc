@@ -1,6 +1,7 @@
 // history: the runs that the flash remembers.
 #include "platform/statebase/Json.h"
 #include "programs/zerotouch/Output.h"
+#include "programs/zerotouch/ReporterStatus.h"
 #include "programs/zerotouch/Status.h"
 #include "programs/zerotouch/Terminal.h"
 #include "programs/zerotouch/past/Memory.h"
@@ -73,6 +74,21 @@ Value lastRun() {
   }
 }
 
+// A switch that is provisioned runs no host, and its reporter goes on.
+void printWithoutHost(Context const& context, Value const& run) {
+  Value const shown = withReporter(Kel::ValueMap{{"lastRun", run}}, context.socketPath);
+  if (context.json) {
+    printJson(shown);
+  } else {
+    Rows rows = factsOf(run);
+    Value const& reporter = at(shown, {"reporter"});
+    if (reporter != Value()) rows.push_back({"Reporter:", reporterInWords(reporter)});
+    print(facts(rows));
+    printFailures(run);
+  }
+  flushOutput();
+}
+
 }  // namespace
 
 void showHistory(Context const& context) {
@@ -106,11 +122,7 @@ void showStatusOrLastRun(Context const& context) try {
   if (run != Value()) print("\n" + facts(factsOf(run)));
 } catch (Statebase::ConnectionError const&) {
   Value const run = lastRun();
-  if (run != Value()) {
-    context.json ? printJson(Kel::ValueMap{{"lastRun", run}}) : print(facts(factsOf(run)));
-    if (!context.json) printFailures(run);
-    flushOutput();
-  }
+  if (run != Value()) printWithoutHost(context, run);
   throw;
 }
 

@@ -38,7 +38,8 @@ struct HostConfig {
   // [inventory]
   Linux::InventoryConfig inventory;  // model_name, serial_num, hardware_rev, system_mac, eeprom
   // [dhcp]
-  Kel::String dhcpClient;  // client: the DHCP client's path; by default dhclient where it usually is
+  Kel::String
+      dhcpClient;  // client: the DHCP client's path; by default dhclient, or else dhcpcd, where it usually is
   // [download]
   bool proxyFromEnvironment = false;  // proxy: "none", or "environment" for http_proxy and its like
   // [install]

@@ -89,7 +89,7 @@ void RunMemory::follow(Kel::Ptr<ZeroTouch::ZeroTouchSmModel const> const& machin
   attempts_ = Kel::Reactor(log, &History::Log::NotifieeConst::onAttempt, this, &RunMemory::attemptChanged);
   // The events of the end of a run are raised right before the reload is requested.
   reload_ = Kel::Reactor(machine, &ZeroTouch::ZeroTouchSmModel::NotifieeConst::onReloadRequested, [this] {
-    if (machine_->reloadRequested()) write_.in(0);
+    if (machine_->reloadRequested()) write_.at(Kel::now());
     due_ = due_ || machine_->reloadRequested();
   });
 }

@@ -62,7 +62,7 @@ TEST_F(RoutesTest, OfOthersAreLeftAloneAndThoseOfAKilledHostGo) {
   start();
   std::string const foreign = "default 10.0.2.9 eth2 (static)\n10.9.0.0/16 10.0.2.9 eth2\n";
   EXPECT_EQ(routes(), foreign);
-  EXPECT_EQ(warned.text(), "LEFTOVERS_UNDONE: Put back 1 settings of the system\n");
+  EXPECT_EQ(warned.text(), "LEFTOVERS_UNDONE: Put back 1 setting of the system\n");
   viaIs("0.0.0.0/0", "10.0.1.1");
   expectSoon(routes, "default 10.0.2.9 eth2 (static)\ndefault 10.0.1.1 eth1\n10.9.0.0/16 10.0.2.9 eth2\n");
   list()->routeDelAll();

@@ -1,6 +1,5 @@
-#include "programs/zerotouch-dhclient/Shim.h"
+#include "programs/zerotouch-dhclient/dhclient/Release.h"
 
-#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -10,10 +9,11 @@
 #include <cstring>
 #include <initializer_list>
 
+#include "programs/zerotouch-dhclient/Process.h"
+
 namespace {
 
 constexpr unsigned grace = 3;  // seconds that the client has once it is asked to stop
-constexpr int cannotExecute = 127;
 
 sigset_t awaitedSignals() {
   sigset_t set;
@@ -22,11 +22,11 @@ sigset_t awaitedSignals() {
   return set;
 }
 
-[[noreturn]] void becomeClient(char* const* argv, pid_t parent, sigset_t const& mask) {
+[[noreturn]] void becomeClient(std::vector<std::string> const& arguments, pid_t parent,
+                               sigset_t const& mask) {
   dieWithParent(parent, SIGKILL);
   sigprocmask(SIG_SETMASK, &mask, nullptr);
-  execv(argv[0], argv);
-  std::fprintf(stderr, "zerotouch-dhclient: %s: %s\n", argv[0], std::strerror(errno));
+  become(arguments);
   _exit(cannotExecute);
 }
 
@@ -50,12 +50,7 @@ int waitFor(pid_t child, sigset_t const& awaited) {
 
 }  // namespace
 
-void dieWithParent(pid_t parent, int signal) {
-  prctl(PR_SET_PDEATHSIG, signal);
-  if (getppid() != parent) raise(signal);
-}
-
-int runRelease(char* const* argv, pid_t parent) {
+int runRelease(std::vector<std::string> const& arguments, pid_t parent) {
   sigset_t const awaited = awaitedSignals();
   sigset_t mask;
   std::signal(SIGCHLD, SIG_DFL);  // when this signal is ignored, the exit code of the child is lost
@@ -64,9 +59,10 @@ int runRelease(char* const* argv, pid_t parent) {
   pid_t const self = getpid();
   pid_t const child = fork();
   if (child < 0) {
-    std::fprintf(stderr, "zerotouch-dhclient: cannot start %s: %s\n", argv[0], std::strerror(errno));
+    std::fprintf(stderr, "zerotouch-dhclient: cannot start %s: %s\n", arguments[0].c_str(),
+                 std::strerror(errno));
     return cannotExecute;
   }
-  if (child == 0) becomeClient(argv, self, mask);
+  if (child == 0) becomeClient(arguments, self, mask);
   return waitFor(child, awaited);
 }

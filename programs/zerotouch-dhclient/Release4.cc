@@ -1,6 +1,8 @@
-// What a release hands back besides what it was asked for.
+// DHCPv4 releases that the shim sends by itself, and the leases that they hand back.
 #include <arpa/inet.h>
 #include <ifaddrs.h>
+#include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -22,15 +24,6 @@ struct Lease {
   in_addr address{};
   in_addr server{};
 };
-
-// What stands behind the keyword in a statement, without its semicolon and quotation marks; empty without it.
-std::string valueOf(std::string const& line, std::string_view keyword) {
-  std::size_t const begin = line.find_first_not_of(" \t");
-  if (begin == line.npos || line.compare(begin, keyword.size(), keyword) != 0) return {};
-  std::string result = line.substr(begin + keyword.size());
-  std::erase_if(result, [](char c) { return c == ';' || c == '"' || c == ' '; });
-  return result;
-}
 
 // By device; the last of a device counts.
 std::map<std::string, Lease> leasesIn(std::string const& text) {
@@ -93,8 +86,8 @@ std::string releaseMessage(Lease const& lease, Mac const& mac, std::optional<Mac
 }
 
 // A transparent socket sends from an address that the port does not have. Without a route by the device, the
-// kernel takes the server to be on its link.
-void sendRelease(std::string const& device, Lease const& lease, std::string const& identifier) {
+// kernel takes the server to be on its link. Returns the socket, for the caller to close.
+int sendRelease(std::string const& device, Lease const& lease, std::string const& identifier) {
   constexpr std::uint16_t serverPort = 67, clientPort = 68;
   int const out = socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
   auto const mac = macFrom(readContents("/sys/class/net/" + device + "/address"));
@@ -113,17 +106,29 @@ void sendRelease(std::string const& device, Lease const& lease, std::string cons
                     sendto(out, message.data(), message.size(), 0, reinterpret_cast<sockaddr const*>(&to),
                            sizeof to) == ssize_t(message.size());
   if (!sent) complain(("release of " + device).c_str());
-  if (out >= 0) close(out);
+  return out;
 }
 
+// Waits until the messages of the sockets have left, for 1 s at most. Until then the kernel may be asking for
+// the link-layer address of a server, and forgets the message if the port loses its address meanwhile.
+void waitUntilSent(std::vector<int> const& sockets) {
+  constexpr int steps = 100, pause = 10;  // milliseconds
+  auto const isWaiting = [](int out) {
+    int bytes = 0;
+    return ioctl(out, TIOCOUTQ, &bytes) == 0 && bytes > 0;
+  };
+  for (int i = 0; i < steps && std::ranges::any_of(sockets, isWaiting); ++i) poll(nullptr, 0, pause);
+}
+
+bool isWhole(Lease const& lease) { return lease.address.s_addr != 0 && lease.server.s_addr != 0; }
+
 void handBack(std::string const& device, Lease const& lease, std::string const& identifier) {
-  bool const isWhole = lease.address.s_addr != 0 && lease.server.s_addr != 0;
-  if (isWhole && !hasAddress(device, lease.address)) sendRelease(device, lease, identifier);
+  if (isWhole(lease) && !hasAddress(device, lease.address)) close(sendRelease(device, lease, identifier));
 }
 
 }  // namespace
 
-void releaseWithoutAddress(char const* leaseFile, std::string const& configFile) {
+void releaseWithoutAddress(std::string const& leaseFile, std::string const& configFile) {
   std::string const identifier = clientAddress(configFile);
   for (auto const& [device, lease] : leasesIn(readContents(leaseFile))) handBack(device, lease, identifier);
 }
@@ -136,10 +141,25 @@ void releaseWithoutAddress(std::string const& leaseFile, std::string const& conf
     handBack(device, found->second, clientAddress(configFile));
 }
 
-std::vector<std::string> otherDevices(char const* leaseFile, std::vector<std::string> const& devices) {
-  std::vector<std::string> result;
+void releaseAll(std::string const& leaseFile, std::string const& configFile) {
+  std::string const identifier = clientAddress(configFile);
+  std::vector<int> sockets;
   for (auto const& [device, lease] : leasesIn(readContents(leaseFile))) {
-    if (std::ranges::find(devices, device) == devices.end()) result.push_back(device);
+    if (isWhole(lease)) sockets.push_back(sendRelease(device, lease, identifier));
   }
+  waitUntilSent(sockets);
+  for (int const out : sockets) close(out);
+}
+
+std::vector<std::string> devicesWithLease(std::string const& leaseFile) {
+  std::vector<std::string> result;
+  for (auto const& [device, lease] : leasesIn(readContents(leaseFile))) result.push_back(device);
+  return result;
+}
+
+std::vector<std::string> otherDevices(std::string const& leaseFile, std::vector<std::string> const& devices) {
+  auto result = devicesWithLease(leaseFile);
+  std::erase_if(result,
+                [&](auto const& device) { return std::ranges::find(devices, device) != devices.end(); });
   return result;
 }

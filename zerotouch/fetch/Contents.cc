@@ -1,5 +1,7 @@
-#include "zerotouch/fetch/Interpreter.h"
+#include "zerotouch/fetch/Contents.h"
 
+#include <algorithm>
+#include <cctype>
 #include <filesystem>
 #include <sstream>
 
@@ -9,10 +11,34 @@
 
 namespace ZeroTouch {
 
-static constexpr std::size_t longestLine = 256;  // as in the kernel
+namespace {
+
+constexpr std::size_t longestFirstLine = 256;  // as in the kernel
+
+bool looksLikeWebPage(char const* path) {
+  constexpr std::size_t enough = 256;
+  auto const start = readStart(path, enough);
+  if (!start) return false;
+  Kel::String text =
+      start->text.substr(std::min(start->text.find_first_not_of(" \t\r\n"), start->text.size()));
+  std::ranges::transform(text, text.begin(), [](unsigned char c) { return std::tolower(c); });
+  return text.starts_with("<!doctype html") || text.starts_with("<html");
+}
+
+}  // namespace
+
+bool isScript(char const* path) {
+  auto const start = readStart(path, 2);
+  return start && start->text == "#!";
+}
+
+Trouble doubtsAbout(char const* path, Trouble const& answer) {
+  if (answer.problem != Problem::none) return {answer.problem, answer.text + ", whose body this is"};
+  return looksLikeWebPage(path) ? Trouble{Problem::webPage, "it is a web page"} : Trouble{};
+}
 
 Trouble interpreterTrouble(char const* path) {
-  auto const start = readStart(path, longestLine);
+  auto const start = readStart(path, longestFirstLine);
   if (!start || !start->text.starts_with("#!")) return {};
   Kel::String const line = start->text.substr(2, start->text.find('\n') - 2);
   if (line.ends_with('\r')) return {Problem::scriptLineEnds, "its lines end as on Windows (CR LF)"};

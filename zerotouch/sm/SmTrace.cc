@@ -1,0 +1,7 @@
+#include "zerotouch/sm/SmTrace.h"
+
+namespace ZeroTouch {
+
+Kel::TraceFacility traceZeroTouchSm("ZeroTouchSm");
+
+}  // namespace ZeroTouch
