@@ -189,7 +189,7 @@ class Switch:
         assert self.unit("ActiveState") == "inactive" and self.unit("ConditionResult") == "no"
         assert self.unit("Result", "zerotouch-settle") == "success" and self.unit("ActiveState", "zerotouch-settle") == "active"
         assert self.result(f"test -e {LOG_SERVERS}")[0] == 1, "the log still goes to the servers of the run"
-        assert self.result("pgrep -a 'zerotouch|dhclient'")[0] == 1
+        assert self.result("pgrep -a 'zerotouch|dhclient|dhcpcd'")[0] == 1
 
     def denials(self):
         """What AppArmor has refused since the switch was made, or since they were forgotten."""

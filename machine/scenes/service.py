@@ -113,7 +113,7 @@ def removal(switch):
     on_its_way(switch, prepare="for port in et1 et2 et3 et4; do ip link set $port up; done; sleep 5")
     during = found()
     switch.run("apt-get remove -y -qq zerotouch")
-    switch.wait(lambda: switch.result("pgrep 'zerotouch|dhclient'")[0] == 1, "the host to be gone")
+    switch.wait(lambda: switch.result("pgrep 'zerotouch|dhclient|dhcpcd'")[0] == 1, "the host to be gone")
     after = found()
     assert "10.0." in during and "10.0." not in after, after
     assert "\nswitch\n" in after and "no name server" in after and "zerotouch" not in after, after
