@@ -62,8 +62,8 @@ Host::~Host() {
   if (memory_) memory_->follow(nullptr, nullptr);
   tree_.unmount("/zerotouch/sm");
   history_.machineIs(nullptr);
-  reloadMark_->follow(nullptr);
   agent_ = nullptr;
+  reloadMark_->follow(nullptr);  // as its last act, the agent may ask for the shutdown
 }
 
 void Host::buildTree(bool openTree) {

@@ -103,6 +103,7 @@ class World {
   void finishCleanUp();
   // Time passes, but the loop does not run: it is held up by something.
   void standStill(Kel::Seconds seconds);
+  bool hostEnds = false;               // in order
   bool expectDisable = false;          // the guard entry has been earned
   Kel::Seconds deadline = Kel::never;  // by which the state must have been left
   std::function<void(State from, State to)> onTransition = [](State, State) {};

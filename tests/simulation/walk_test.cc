@@ -212,6 +212,8 @@ Event const events[] = {
     {"the flush fails", "--------R-----", [](Walk& w) { return w.endOf("-f", 1, 0); }},
     {"the flush is killed", "--------R-----", [](Walk& w) { return w.endOf("-f", 0, SIGKILL); }},
     {"nothing can flush", "--------L-----", [](Walk& w) { return w.endOf("-f", 127, 0); }},
+    {"the host ends in order", "........L.....",
+     [](Walk& w) { return w.world.hostEnds = true, w.world.sm().handleHostEnd(), true; }},
     {"the script fails", "-------R------", [](Walk& w) { return w.endOf(script, 3, 0); }},
     {"the script is killed", "-------R------", [](Walk& w) { return w.endOf(script, 0, SIGSEGV); }},
     {"DHCPv4 answers", "..AA..........", [](Walk& w) { return w.answer(1, false, World::fullAnswer); }},

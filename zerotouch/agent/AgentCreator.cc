@@ -7,6 +7,7 @@
 namespace ZeroTouch {
 
 AgentCreator::~AgentCreator() {
+  if (ztSm()) ztSm()->handleHostEnd();
   ztSmDel();
   ztPamManDel();
 }

@@ -127,6 +127,12 @@ void ZeroTouchSm::failFlashFlush(Kel::String const& why) {
   doStateTransition(stateCopyConfigOrExecScript(), stateRetry(), {TransitionCause::configNotInstalled, why});
 }
 
+void ZeroTouchSm::handleHostEnd() {
+  if (!flashFlush_ || !mayActIn(stateCopyConfigOrExecScript())) return;
+  endFlashFlush();
+  doCreateGuardFileAndShutdown(TransitionCause::scriptSucceeded);
+}
+
 // A disk that hangs keeps even a killed child; nobody waits for it any more.
 void ZeroTouchSm::endFlashFlush() {
   if (!flashFlush_) return;

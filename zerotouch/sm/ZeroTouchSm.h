@@ -306,6 +306,9 @@ class ZeroTouchSm : public ZeroTouchSmModel {
   // Null unless the flash is being flushed, which begins when a script has succeeded.
   Kel::Ptr<Kel::ChildSiginfo const> const& flashFlush() const { return flashFlush_; }
   void endFlashFlush();
+  // The host is about to end, perhaps since a script that has succeeded has asked for a reboot. It counts,
+  // although the flash is not flushed yet: what ends in order also writes its disks.
+  void handleHostEnd();
   // The attempt has failed: what the script has written may be lost with the power.
   void failFlashFlush(Kel::String const& why);
   void handleScriptExecTimeoutValue();
