@@ -4,11 +4,13 @@
 #include <ifaddrs.h>
 #include <linux/filter.h>
 #include <net/if.h>
+#include <net/if_arp.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/ioctl.h>
 
 #include <array>
+#include <cerrno>
 #include <cstring>
 
 #include "platform/linux/packets/PacketOptions.h"
@@ -73,6 +75,8 @@ FramePort::FramePort(Kel::String const& device, std::optional<Wire::EthAddr> con
   int const fd = socket_.get();
   index_ = ask(fd, device, SIOCGIFINDEX, "SIOCGIFINDEX").ifr_ifindex;
   auto const own = ask(fd, device, SIOCGIFHWADDR, "SIOCGIFHWADDR");
+  if (own.ifr_hwaddr.sa_family != ARPHRD_ETHER)
+    throw std::system_error(EOPNOTSUPP, std::generic_category(), "it is no Ethernet device");
   std::memcpy(address_.bytes.data(), &own.ifr_hwaddr.sa_data, address_.bytes.size());
   bool const another = address && *address != address_;
   if (another) address_ = *address;
@@ -110,7 +114,10 @@ bool FramePort::hasAddress(bool six) const {
 }
 
 void FramePort::send(std::span<std::uint8_t const> frame) const {
-  check(static_cast<int>(::send(socket_.get(), frame.data(), frame.size(), 0)), "send");
+  auto const sent = ::send(socket_.get(), frame.data(), frame.size(), 0);
+  // A full queue loses a frame as a network does; the question is asked again.
+  if (sent < 0 && (errno == EAGAIN || errno == ENOBUFS)) return;
+  check(static_cast<int>(sent), "send");
 }
 
 std::optional<std::vector<std::uint8_t>> FramePort::receive(std::chrono::milliseconds patience) const {

@@ -1,6 +1,7 @@
 // Which offer a switch takes. An offer goes the way of an answer there: from the client's variables through
 // the hook into the state tree, where the agent ranks what it finds.
 #include <algorithm>
+#include <set>
 
 #include "platform/statebase/Tree.h"
 #include "programs/zerotouch-dhclient-script/Message.h"
@@ -32,7 +33,7 @@ void report(Offered& offered, std::string const& device) {
   }
   offered.result = offered.family == AnswerFamily::dhcpv4 ? status->intfDhcpStatus(device)
                                                           : status->intfDhcp6Status(device);
-  offered.file = ZeroTouch::bootFileOf(*offered.result);
+  if (!offered.result->bootFileName().empty()) offered.file = ZeroTouch::bootFileOf(*offered.result);
 }
 
 // Why a switch does not ask that way on this link at all; "" when it does.
@@ -62,18 +63,49 @@ std::string whyNot(Offered const& offered, Offered const& chosen) {
            (chosen.family == AnswerFamily::dhcpv4 || ZeroTouch::firstOfferWins()
                 ? " goes first"
                 : " names a URL, this one does not");
-  if (!ZeroTouch::firstOfferWins() && offered.file.url.empty() && !chosen.file.url.empty())
-    return "another answer names a URL";
   return offered.answer.preference < chosen.answer.preference ? "another server has a higher preference"
                                                               : "another server was quicker";
+}
+
+// The answers of one query: of each family the first, which is the only one that its client reports.
+std::vector<Offered*> answersOfQuery(Hearing& hearing, std::set<Offered const*> const& passedOver) {
+  std::vector<Offered*> result;
+  for (auto& offered : hearing.offers) {
+    bool const reported = offered.counts && offered.result && !passedOver.contains(&offered);
+    if (reported && std::ranges::find(result, offered.family, &Offered::family) == result.end())
+      result.push_back(&offered);
+  }
+  return result;
+}
+
+Offered* bestOf(std::vector<Offered*> const& answers) {
+  std::vector<ZeroTouch::Offer> candidates;
+  std::vector<Offered*> theirs;
+  for (auto* const offered : answers) {
+    if (!offered->because.empty()) continue;
+    candidates.push_back({offered->family, offered->result});
+    theirs.push_back(offered);
+  }
+  auto const* const best = ZeroTouch::bestOffer(candidates);
+  return best == nullptr ? nullptr : theirs[static_cast<std::size_t>(best - candidates.data())];
+}
+
+// Query after query: a DHCPv4 server whose answer cannot be used is passed over in the next.
+Offered* chosenOf(Hearing& hearing) {
+  std::set<Offered const*> passedOver;
+  for (;;) {
+    auto const answers = answersOfQuery(hearing, passedOver);
+    if (auto* const best = bestOf(answers)) return best;
+    auto const four = std::ranges::find(answers, AnswerFamily::dhcpv4, &Offered::family);
+    if (four == answers.end()) return nullptr;
+    passedOver.insert(*four);
+  }
 }
 
 }  // namespace
 
 Offered const* choose(Hearing& hearing, std::string const& device) {
   sort(hearing.offers);
-  std::vector<ZeroTouch::Offer> candidates;
-  std::vector<Offered*> theirs;
   for (auto& offered : hearing.offers) {
     offered.because = offered.answer.ignored;
     if (offered.because.empty()) report(offered, device);
@@ -82,16 +114,13 @@ Offered const* choose(Hearing& hearing, std::string const& device) {
       offered.because = why;
     }
     if (offered.because.empty() && offered.result) offered.because = ZeroTouch::objectionTo(*offered.result);
-    if (!offered.because.empty()) continue;
-    candidates.push_back({offered.family, offered.result});
-    theirs.push_back(&offered);
   }
-  auto const* const best = ZeroTouch::bestOffer(candidates);
-  if (best == nullptr) return nullptr;
-  auto* const chosen = theirs[static_cast<std::size_t>(best - candidates.data())];
-  chosen->chosen = true;
-  for (auto* const offered : theirs) {
-    if (offered != chosen) offered->because = whyNot(*offered, *chosen);
+  auto* const chosen = chosenOf(hearing);
+  if (chosen != nullptr) chosen->chosen = true;
+  for (auto& offered : hearing.offers) {
+    if (!offered.because.empty() || &offered == chosen) continue;
+    offered.because = chosen != nullptr ? whyNot(offered, *chosen)
+                                        : "another server goes first, whose answer cannot be used";
   }
   return chosen;
 }

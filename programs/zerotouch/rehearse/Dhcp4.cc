@@ -18,10 +18,17 @@ constexpr std::uint8_t request = 1, reply = 2, ethernet = 1;
 constexpr unsigned padding = 0, overload = 52, messageType = 53, wantedOptions = 55, end = 255;
 constexpr std::uint8_t discovers = 1, offers = 2;
 
-void appendOption(Bytes& message, unsigned code, Bytes const& value) {
-  message.push_back(static_cast<std::uint8_t>(code));
-  message.push_back(static_cast<std::uint8_t>(value.size()));
-  message.insert(message.end(), value.begin(), value.end());
+// In pieces where it is long (RFC 3396).
+void appendOption(Bytes& message, unsigned code, Bytes const& bytes) {
+  constexpr std::size_t longest = 255;
+  BytesView value = bytes;
+  do {
+    BytesView const piece = value.first(std::min(value.size(), longest));
+    message.push_back(static_cast<std::uint8_t>(code));
+    message.push_back(static_cast<std::uint8_t>(piece.size()));
+    message.insert(message.end(), piece.begin(), piece.end());
+    value = value.subspan(piece.size());
+  } while (!value.empty());
 }
 
 using Options = std::vector<std::pair<unsigned, Bytes>>;

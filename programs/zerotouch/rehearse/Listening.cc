@@ -109,12 +109,12 @@ class Listener {
                   : family == AnswerFamily::dhcpv6 ? readAdvertise(packet.payload, question, asking)
                                                    : readReply(packet.payload, question, asking);
     if (!answer) return;
-    asked->second.answered = true;
+    if (answer->ignored.empty()) asked->second.answered = true;
     bool const known = std::ranges::any_of(hearing_.offers, [&](Offered const& other) {
       return other.family == family && other.from == packet.from && other.answer.options == answer->options;
     });
-    constexpr std::size_t most = 64;
-    if (known || hearing_.offers.size() >= most) return;
+    constexpr std::ptrdiff_t most = 64;  // of a family
+    if (known || std::ranges::count(hearing_.offers, family, &Offered::family) >= most) return;
     Offered offered;
     offered.family = family;
     offered.from = packet.from;

@@ -38,6 +38,13 @@ Wire::EthAddr macOf(std::string const& text) {
   return *address;
 }
 
+// A configuration from elsewhere is that of another switch: what it names counts, and not what is found here.
+HostConfig withoutThisMachine(HostConfig config) {
+  config.inventory.eeprom.clear();
+  config.inventory.dmi.clear();
+  return config;
+}
+
 // The identity that was given; what was not is this machine's own, where a switch's configuration says that
 // it has one.
 Rehearsal::Identity identityOf(RehearsalWords const& words, HostConfig const& config, bool isSwitch,
@@ -142,7 +149,8 @@ void rehearse(Context const& context, RehearsalWords const& words) {
 
   std::optional<Linux::FramePort> port;
   if (words.url.empty()) port.emplace(open(words));
-  auto const identity = identityOf(words, config, isSwitch, port ? port->address() : Wire::EthAddr{});
+  auto const identity = identityOf(words, words.config.empty() ? config : withoutThisMachine(config),
+                                   isSwitch, port ? port->address() : Wire::EthAddr{});
   checkIdentity(words, identity);
   Rehearsal::Findings findings{
       .device = {}, .port = {}, .identity = identity, .hearing = {}, .download = {}, .verdict = {}};
@@ -154,8 +162,12 @@ void rehearse(Context const& context, RehearsalWords const& words) {
   } else {
     file = givenFile(words.url);
   }
-  if (!file.url.empty()) findings.download = Rehearsal::fetch(file, identity, config, tell);
-  if (port && findings.download) findings.download->here = addressLacking(*port, words.interface, file.url);
+  if (!file.url.empty()) {
+    auto const lacking = port ? addressLacking(*port, words.interface, file.url) : "";
+    port.reset();  // nothing more is listened to
+    findings.download = Rehearsal::fetch(file, identity, config, tell);
+    findings.download->here = lacking;
+  }
   findings.verdict = Rehearsal::judge(findings.hearing ? &*findings.hearing : nullptr,
                                       findings.download ? &*findings.download : nullptr, words.interface);
   context.json ? printJson(jsonOf(findings)) : show(findings);

@@ -6,6 +6,7 @@
 #include "platform/kel/Format.h"
 #include "platform/model/values/Grammar.h"
 #include "programs/zerotouch/rehearse/Rehearsal.h"
+#include "zerotouch/dhcp/Ranking.h"
 #include "zerotouch/sm/Problem.h"
 
 namespace Rehearsal {
@@ -25,24 +26,30 @@ void add(std::vector<std::string>& list, std::string const& line) {
   if (!line.empty() && std::ranges::find(list, line) == list.end()) list.push_back(line);
 }
 
+std::string joined(std::vector<std::string> const& list) {
+  std::string result;
+  for (auto const& item : list) result.append(result.empty() ? "" : ", ").append(item);
+  return result;
+}
+
 // The servers of a family that answer without a boot file. Where others name one, a switch that hears these
 // first loses a query by it.
 void addMissingBootFile(AnswerFamily family, Hearing const& hearing, std::string const& device,
                         std::vector<std::string>& toMend) {
-  std::string servers;
+  std::vector<std::string> servers;
   bool others = false;
   for (auto const& offered : hearing.offers) {
     if (offered.family != family || !offered.counts || !offered.result) continue;
+    if (!ZeroTouch::ignoredServer(*offered.result).empty()) continue;
     bool const names = !offered.result->bootFileName().empty();
     others = others || names;
-    if (!names && servers.find(offered.from) == std::string::npos)
-      servers += (servers.empty() ? "" : ", ") + offered.from;
+    if (!names) add(servers, offered.from);
   }
   if (servers.empty()) return;
   int const option = family == AnswerFamily::dhcpv4 ? 67 : 59;
   add(toMend,
       Kel::format("Option %d is missing for %s clients of this link (%s): %s answers without a boot file",
-                  option, name(family), device, servers) +
+                  option, name(family), device, joined(servers)) +
           (others ? ", and may be quicker than the server that names one" : ""));
 }
 
