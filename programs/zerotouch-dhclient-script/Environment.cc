@@ -4,6 +4,7 @@
 #include <charconv>
 
 #include "platform/kel/Format.h"
+#include "platform/model/values/Grammar.h"
 
 namespace Hook {
 
@@ -80,7 +81,8 @@ std::optional<std::uint32_t> number(std::string_view text, std::uint32_t least, 
 }
 
 void Complaints::drop(std::string_view option, std::string_view value, std::string_view reason) {
-  add("dropped from option " + std::string(option) + ": " + inQuotes(value) + ": " + std::string(reason));
+  add("dropped from option " + std::string(option) + ": " +
+      inQuotes(Grammar::withoutPasswords(std::string(value))) + ": " + std::string(reason));
 }
 
 std::string inQuotes(std::string_view text) {
