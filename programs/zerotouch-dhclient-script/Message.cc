@@ -1,6 +1,7 @@
 #include "programs/zerotouch-dhclient-script/Message.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -141,13 +142,45 @@ std::string append(std::string const& path, std::string const& text, int flags) 
   return error;
 }
 
+// Of an answer that leaves nothing to release: that the port has one.
+std::string mark(Environment const& environment) {
+  Reason const* const reason = find(variable(environment, "reason"));
+  std::string const device(variable(environment, "interface"));
+  bool const isAnswer = reason != nullptr && reason->effect == Effect::answered && !reason->v6;
+  if (!isAnswer || !Grammar::deviceNameFault(device).empty() || device.find('"') != device.npos) return {};
+  return "lease {\n  interface \"" + device + "\";\n}\n";
+}
+
 }  // namespace
+
+LeaseLock::LeaseLock(Environment const& environment) {
+  if (!isOfDhcpcd(environment)) return;
+  std::string const path(variable(environment, "ZEROTOUCH_LEASES"));
+  file_ = open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+  if (file_ >= 0) flock(file_, LOCK_EX);
+}
+
+LeaseLock::~LeaseLock() {
+  if (file_ >= 0) close(file_);
+}
+
+bool LeaseLock::isOverdue(Environment const& environment) const {
+  if (file_ < 0 || variable(environment, "reason") != "FAIL") return false;
+  std::string leases;
+  std::array<char, 4096> buffer;
+  for (ssize_t size; (size = read(file_, buffer.data(), buffer.size())) > 0;)
+    leases.append(buffer.data(), static_cast<std::size_t>(size));
+  return leases.find("interface \"" + std::string(variable(environment, "interface")) + "\";") != leases.npos;
+}
 
 std::string keepLease(Environment const& environment) {
   std::string const path(variable(environment, "ZEROTOUCH_LEASES"));
   if (path.empty()) return {};
   std::string record = leaseRecord(environment);
-  if (isOfDhcpcd(environment)) record += leaseRecord6(environment);
+  if (isOfDhcpcd(environment)) {
+    record += leaseRecord6(environment);
+    if (record.empty()) record = mark(environment);
+  }
   std::string const error = append(path, record, 0);
   return error.empty() ? append(path + ".nameless", namelessServer(environment), O_CREAT) : error;
 }

@@ -41,4 +41,20 @@ std::string namelessServer(Environment const& environment);
 // is done without the variable.
 std::string keepLease(Environment const& environment);
 
+// Keeps the reports of dhcpcd's ports in order, one at a time until the object goes: whoever says that nobody
+// answers is not its client, and may be late. Does nothing for the other client.
+class LeaseLock {
+ public:
+  explicit LeaseLock(Environment const& environment);
+  ~LeaseLock();
+  LeaseLock(LeaseLock const&) = delete;
+  LeaseLock& operator=(LeaseLock const&) = delete;
+
+  // Whether this says that nobody answers on a port which has an answer by now.
+  bool isOverdue(Environment const& environment) const;
+
+ private:
+  int file_ = -1;
+};
+
 }  // namespace Hook

@@ -91,6 +91,9 @@ int main(int argc, char** argv) {
   std::signal(SIGPIPE, SIG_IGN);
   openlog(name, 0, LOG_DAEMON);
 
+  // A port that has its answer by now has not failed.
+  Hook::LeaseLock const lock(environment);
+  if (lock.isOverdue(environment)) return exitCode;
   // The lease is written down before the message is sent, since the message may make the host stop the
   // client.
   std::string const leaseError = Hook::keepLease(environment);

@@ -172,7 +172,7 @@ def test_dhcpcd_asks_for_the_same_in_a_room_of_its_own(tmp_path, family, request
     leases, config = tmp_path / "leases", tmp_path / "config"
     (tmp_path / "hook").write_text(f'#!/bin/sh\necho "$reason $interface $SYSNAME $ZEROTOUCH_LEASES" >>{tmp_path}/said\n')
     (tmp_path / "dhcpcd").write_text(
-        '#!/bin/sh\necho \'lease {\n  interface "et1";\' >>leases\nls -A /proc/sys/net /run/dhcpcd >rooms\n'
+        '#!/bin/sh\necho \'lease {\n  interface "et1";\' >>leases\nls -A /proc/sys /run/dhcpcd >rooms\n'
         f'printf "%s\\n" "$@" >{tmp_path}/started.new\nmv {tmp_path}/started.new {tmp_path}/started\nsleep infinity &\nwait\n')
     for name in ("hook", "dhcpcd"):
         (tmp_path / name).chmod(0o755)
@@ -189,7 +189,7 @@ def test_dhcpcd_asks_for_the_same_in_a_room_of_its_own(tmp_path, family, request
     assert written[0] == "noconfigure" and written[-len(STATEMENTS[family]):] == STATEMENTS[family]
     assert written[-len(STATEMENTS[family]) - 1] == f"script {tmp_path}/hook"
     assert (tmp_path / "pid").read_text() == f"{shim.pid}\n"
-    assert (tmp_path / "rooms").read_text() == "/proc/sys/net:\n\n/run/dhcpcd:\n"
+    assert (tmp_path / "rooms").read_text() == "/proc/sys:\n\n/run/dhcpcd:\n"
     if family == "-4":
         wait_for(lambda: (tmp_path / "said").exists() and (tmp_path / "said").read_text(), "the report of et2")
         assert (tmp_path / "said").read_text() == f"FAIL et2 sw 1 {leases}\n"

@@ -90,6 +90,7 @@ int Dhcpcd::query(Arguments const& asked, pid_t) {
     std::fprintf(stderr, "zerotouch-dhclient: dhcpcd is not asked for '%s', whose code is not known\n",
                  name.c_str());
   std::string const own = asked.leaseFile + ".dhcpcd";
+  unlink(own.c_str());  // whatever somebody may have put there
   if (!writeFile(own, configurationOf(wishes, asked))) return cannotExecute;
   return runInRoom([&] {
     return watchClient({.client = commandLine(path_, own, asked),

@@ -1,5 +1,6 @@
 #include "programs/zerotouch-dhclient/dhcpcd/Room.h"
 
+#include <fcntl.h>
 #include <poll.h>
 #include <sched.h>
 #include <sys/mount.h>
@@ -10,6 +11,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <csignal>
 
 #include "programs/zerotouch-dhclient/Files.h"
@@ -41,8 +43,9 @@ bool mountEmpty(char const* path, unsigned long flags) {
 char const* furnish() {
   constexpr char const* runDirectory = "/run/dhcpcd";
   constexpr char const* stateDirectory = "/var/lib/dhcpcd";
-  constexpr char const* settings = "/proc/sys/net";
-  if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) return "mount namespace";
+  constexpr char const* settings = "/proc/sys";
+  // What the system unmounts goes from here too; what is mounted here is not seen outside.
+  if (mount(nullptr, "/", nullptr, MS_REC | MS_SLAVE, nullptr) != 0) return "mount namespace";
   for (char const* const path : {runDirectory, stateDirectory}) {
     mkdir(path, 0755);
     if (!mountEmpty(path, 0)) return path;

@@ -3,7 +3,7 @@
 // - Its run and state directories are empty and its own: it neither finds another dhcpcd of the system, which
 // it
 //   would send its command line to, nor leases of earlier attempts.
-// - It has no /proc/sys/net, in which it would change settings of its ports.
+// - It has no /proc/sys, in which it would change settings of its ports.
 // - Of root's capabilities it has those without which it cannot ask; without CAP_NET_ADMIN the kernel refuses
 // it
 //   any change of links, addresses and routes.

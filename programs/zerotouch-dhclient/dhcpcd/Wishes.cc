@@ -1,5 +1,6 @@
 #include "programs/zerotouch-dhclient/dhcpcd/Wishes.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cstdlib>
 
