@@ -40,6 +40,15 @@ bool replaceContents(int file, std::string const& text) {
          ftruncate(file, static_cast<off_t>(text.size())) == 0;
 }
 
+bool writeFile(std::string const& path, std::string const& text) {
+  int const file = openFile(path.c_str());
+  if (file < 0) return false;
+  bool const written = replaceContents(file, text);
+  if (!written) complain(path.c_str());
+  close(file);
+  return written;
+}
+
 std::string lineWith(std::string_view keyword, std::string const& text) {
   std::string result;
   for (std::size_t begin = 0; begin < text.size();) {

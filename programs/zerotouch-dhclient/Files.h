@@ -16,6 +16,9 @@ std::string readContents(std::string const& path);
 // Whether the file now has this text and nothing else.
 bool replaceContents(int file, std::string const& text);
 
+// Makes this the whole content of the file, which is made if need be; complains when that fails.
+bool writeFile(std::string const& path, std::string const& text);
+
 // The line that begins with the keyword, to its end; of several the last one, which is the one that counts.
 std::string lineWith(std::string_view keyword, std::string const& text);
 

@@ -1,6 +1,4 @@
 // The DHCPv4 servers whose answers named no boot file.
-#include <unistd.h>
-
 #include <algorithm>
 #include <map>
 #include <set>
@@ -42,15 +40,6 @@ bool isPlain(std::string const& device, std::string const& server) {
          server.find_first_not_of("0123456789.") == std::string::npos;
 }
 
-bool write(std::string const& path, std::string const& text) {
-  int const file = openFile(path.c_str());
-  if (file < 0) return false;
-  bool const written = replaceContents(file, text);
-  if (!written) complain(path.c_str());
-  close(file);
-  return written;
-}
-
 }  // namespace
 
 std::string configFor(std::string const& configFile, std::string const& leaseFile,
@@ -73,7 +62,7 @@ std::string configFor(std::string const& configFile, std::string const& leaseFil
     }
   }
   std::string const result = leaseFile + ".conf";
-  bool const passes = write(memory, remembered) && !statements.empty() &&
-                      write(result, readContents(configFile) + statements);
+  bool const passes = writeFile(memory, remembered) && !statements.empty() &&
+                      writeFile(result, readContents(configFile) + statements);
   return passes ? result : configFile;
 }

@@ -19,15 +19,6 @@
 
 namespace {
 
-bool writeFile(std::string const& path, std::string const& text) {
-  int const file = openFile(path.c_str());
-  if (file < 0) return false;
-  bool const written = replaceContents(file, text);
-  if (!written) complain(path.c_str());
-  close(file);
-  return written;
-}
-
 // The variables of the hook, besides those that dhcpcd sets.
 std::vector<std::string> variables(Arguments const& asked) {
   auto result = asked.environment;
